@@ -1,0 +1,29 @@
+# What every target of ours is compiled and linked with.
+add_library(linkvane_options INTERFACE)
+target_compile_features(linkvane_options INTERFACE cxx_std_20)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+
+# Windows 7 is the oldest system supported; wide-character API throughout.
+target_compile_definitions(linkvane_options INTERFACE
+  UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0601 WINVER=0x0601 STRICT)
+
+if(MSVC)
+  set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
+  target_compile_options(linkvane_options INTERFACE /W4 /WX /permissive- /utf-8 /EHsc /GS)
+  target_compile_definitions(linkvane_options INTERFACE _CRT_SECURE_NO_WARNINGS)
+  target_link_options(linkvane_options INTERFACE /DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT)
+else()
+  target_compile_options(linkvane_options INTERFACE
+    $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -fstack-protector-strong>)
+  target_link_options(linkvane_options INTERFACE
+    -static -municode -fstack-protector-strong -Wl,--dynamicbase,--high-entropy-va,--nxcompat)
+  if(LINKVANE_UBSAN)
+    target_compile_options(linkvane_options INTERFACE
+      $<$<COMPILE_LANGUAGE:CXX>:-fsanitize=undefined -fsanitize-undefined-trap-on-error>)
+  endif()
+  if(LINKVANE_COVERAGE)
+    target_compile_options(linkvane_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:--coverage>)
+    target_link_options(linkvane_options INTERFACE --coverage)
+  endif()
+endif()

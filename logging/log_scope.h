@@ -1,0 +1,84 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "logging/logger.h"
+#include "logging/scope_timer.h"
+
+/// The log lines of one run of one operation, with the operation's qualified name standing once:
+///
+///     bool CheckSomething() {
+///         LogScope log("ServiceUtils::CheckSomething");          // TraceIn (and starts timing)
+///         log.Information(L"Looking at %s", name);
+///         return log.Return(L"Return = %d", found);              // TraceOut at scope end
+///     }
+///
+/// The entry line is written by the constructor, the exit line by the destructor, which then ends
+/// the timer, if timing is on. Make it the first local of the function and outside of its `try`,
+/// so that "Exception in" comes before the exit line.
+class LogScope {
+  public:
+    /// TraceIn with an empty text.
+    explicit LogScope(const char* functionName) : LogScope(functionName, nullptr) {}
+
+    /// TraceIn with the operation's arguments.
+    template <class... Args>
+    LogScope(const char* functionName, const wchar_t* format, const Args&... args)
+        : m_functionName(functionName) {
+        Write(Orva::Shared::Level::kTraceIn, format, args...);
+        StartTimer();
+    }
+
+    LogScope(const LogScope&) = delete;
+    LogScope& operator=(const LogScope&) = delete;
+    ~LogScope();
+
+    template <class... Args>
+    void Verbose(const wchar_t* format, const Args&... args) const {
+        Write(Orva::Shared::Level::kVerbose, format, args...);
+    }
+    template <class... Args>
+    void Information(const wchar_t* format, const Args&... args) const {
+        Write(Orva::Shared::Level::kInformation, format, args...);
+    }
+    template <class... Args>
+    void Warning(const wchar_t* format, const Args&... args) const {
+        Write(Orva::Shared::Level::kWarning, format, args...);
+    }
+    template <class... Args>
+    void Error(const wchar_t* format, const Args&... args) const {
+        Write(Orva::Shared::Level::kError, format, args...);
+    }
+
+    /// Words the exit line; the last call holds. Nothing is formatted unless the line is taken.
+    template <class... Args>
+    void ExitLine(const wchar_t* format, const Args&... args) {
+        if (Orva::Shared::GetLogger().Takes(Orva::Shared::Level::kTraceOut)) {
+            FormatExitLine(format, args...);
+        }
+    }
+
+    /// `ExitLine` with the operation's result, which is handed through.
+    template <class T>
+    [[nodiscard]] T Return(const wchar_t* format, T result) {
+        ExitLine(format, result);
+        return result;
+    }
+
+    /// For the few ways out that write no exit line.
+    void OmitExitLine() noexcept { m_writesExitLine = false; }
+
+  private:
+    template <class... Args>
+    void Write(int level, const wchar_t* format, const Args&... args) const {
+        Orva::Shared::GetLogger().Write(level, m_functionName, format, args...);
+    }
+    void StartTimer();
+    void FormatExitLine(const wchar_t* format, ...);
+
+    const char* m_functionName;
+    bool m_writesExitLine = true;
+    std::wstring m_exitLine;
+    std::unique_ptr<Orva::Shared::LogScopeTimer> m_timer;
+};

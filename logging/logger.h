@@ -1,0 +1,115 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <type_traits>
+
+#include "logging/listener.h"
+
+namespace Orva::Shared {
+
+/// Characters of a message's buffer, its end included; longer messages are cut.
+constexpr unsigned kMessageCharacters = 512;
+
+/// How long each operation took, summed up by its name. Any thread may record.
+class TimingStatistics {
+  public:
+    struct Record {
+        double totalMilliseconds = 0.0;
+        int count = 0;
+    };
+
+    TimingStatistics() noexcept { InitializeCriticalSection(&m_lock); }
+    TimingStatistics(const TimingStatistics&) = delete;
+    TimingStatistics& operator=(const TimingStatistics&) = delete;
+    ~TimingStatistics() { DeleteCriticalSection(&m_lock); }
+
+    void Add(const char* functionName, double elapsedMilliseconds);
+
+    /// A copy of what was recorded so far for one operation; all zero when there is nothing.
+    [[nodiscard]] Record Find(const std::string& functionName) const;
+    /// Length of the longest operation name recorded so far, in characters.
+    [[nodiscard]] std::uint32_t LongestName() const;
+
+  private:
+    std::map<std::string, Record> m_records;
+    std::uint32_t m_longestName = 0;
+    mutable CRITICAL_SECTION m_lock;
+};
+
+/// The process's log. It filters each entry by level, stamps it and hands it to every listener
+/// whose own range takes it. Any thread may write at any time; no lock is taken here.
+class CorvaLogger {
+  public:
+    /// Takes ownership of `count` listeners (empty places are passed over; ten at most are kept).
+    CorvaLogger(CorvaLogListener* const* listeners, int count);
+    CorvaLogger(const CorvaLogger&) = delete;
+    CorvaLogger& operator=(const CorvaLogger&) = delete;
+    /// Deletes the listeners; a file listener drains its queue first.
+    ~CorvaLogger();
+
+    /// Whether an entry of this level goes anywhere.
+    [[nodiscard]] bool Takes(int level) const noexcept {
+        return m_listenerCount >= 1 && level >= m_minLevel && level <= m_maxLevel;
+    }
+
+    /// Writes one entry. `format` is printf-style with the C runtime's wide meaning: `%s` is wide
+    /// text, `%S` narrow; null or empty gives an empty message. A message is cut at 511
+    /// characters. Never reports failure and keeps the thread's last-error value. An entry that
+    /// no listener takes costs three comparisons: its arguments are neither formatted nor copied.
+    template <class... Args>
+    void Write(int level, const char* functionName, const wchar_t* format, const Args&... args) {
+        static_assert((kIsFormatArgument<Args> && ...), "printf takes numbers and pointers only");
+        if (Takes(level)) {
+            WriteFormatted(level, functionName, format, args...);
+        }
+    }
+
+    /// Whether operations are to measure how long they take (see `LogScopeTimer`).
+    [[nodiscard]] bool TimingEnabled() const noexcept { return m_timingEnabled; }
+    [[nodiscard]] TimingStatistics& Statistics() noexcept { return m_statistics; }
+
+    /// The file listener that decided whether timing is on; null when there is none.
+    [[nodiscard]] const CorvaLogListener* PrimaryFileListener() const noexcept {
+        return m_primaryFileListener;
+    }
+    [[nodiscard]] int MinLevel() const noexcept { return m_minLevel; }
+    [[nodiscard]] int MaxLevel() const noexcept { return m_maxLevel; }
+
+  private:
+    static constexpr unsigned kMostMessageCharacters = 8096;
+    static constexpr int kMostListeners = 10;
+
+    template <class T>
+    static constexpr bool kIsFormatArgument =
+        std::is_arithmetic_v<std::decay_t<T>> || std::is_pointer_v<std::decay_t<T>> ||
+        std::is_enum_v<std::decay_t<T>>;
+
+    void WriteFormatted(int level, const char* functionName, const wchar_t* format, ...);
+    void Dispatch(int level, const char* functionName, const wchar_t* message);
+
+    unsigned m_messageCharacters = kMessageCharacters;
+    std::array<CorvaLogListener*, kMostListeners> m_listeners{};
+    int m_listenerCount = 0;
+    int m_minLevel = Level::kNever;
+    /// Never below "Error", on purpose: each listener filters again.
+    int m_maxLevel = Level::kError;
+    bool m_timingEnabled = false;
+    const CorvaLogListener* m_primaryFileListener = nullptr;
+    TimingStatistics m_statistics;
+};
+
+/// The process-wide logger, made by the first call and destroyed at process exit. Made anew when
+/// its holder was emptied. Any thread.
+[[nodiscard]] CorvaLogger& GetLogger();
+
+/// The place that owns the process-wide logger. Making it creates the logger.
+[[nodiscard]] std::unique_ptr<CorvaLogger>& LoggerHolder();
+
+/// Makes a logger with the listeners that policy selects.
+[[nodiscard]] std::unique_ptr<CorvaLogger> CreateLogger();
+
+}  // namespace Orva::Shared

@@ -1,0 +1,44 @@
+#include <algorithm>
+#include <cstring>
+
+#include "logging/logger.h"
+
+namespace Orva::Shared {
+namespace {
+
+class CriticalSectionLock {
+  public:
+    explicit CriticalSectionLock(CRITICAL_SECTION& section) noexcept : m_section(section) {
+        EnterCriticalSection(&m_section);
+    }
+    CriticalSectionLock(const CriticalSectionLock&) = delete;
+    CriticalSectionLock& operator=(const CriticalSectionLock&) = delete;
+    ~CriticalSectionLock() { LeaveCriticalSection(&m_section); }
+
+  private:
+    CRITICAL_SECTION& m_section;
+};
+
+}  // namespace
+
+void TimingStatistics::Add(const char* functionName, double elapsedMilliseconds) {
+    const std::string name(functionName != nullptr ? functionName : "");
+    const CriticalSectionLock lock(m_lock);
+    Record& record = m_records[name];
+    record.totalMilliseconds += elapsedMilliseconds;
+    ++record.count;
+    m_longestName = std::max(m_longestName, static_cast<std::uint32_t>(name.size()));
+}
+
+TimingStatistics::Record TimingStatistics::Find(const std::string& functionName) const {
+    const CriticalSectionLock lock(m_lock);
+    const auto found = m_records.find(functionName);
+    return found == m_records.end() ? Record{} : found->second;
+}
+
+std::uint32_t TimingStatistics::LongestName() const {
+    const CriticalSectionLock lock(m_lock);
+    return m_longestName;
+}
+
+}  // namespace Orva::Shared
