@@ -53,12 +53,14 @@ wine_quiet() {
         "$WINE_LOADER" "$@" </dev/null >/dev/null 2>&1 7>&- 8>&- 9>&-
 }
 
-# The time at which a process started, from the kernel; nothing when it is gone. With it a process
-# number that was given out again is not taken for the old process.
+# The time at which a process started, from the kernel; a failure when it is gone. With it a process
+# number that was given out again is not taken for the old process. A dead process that nobody has
+# waited for counts as gone.
 process_start_time() {
     local stat fields
     { read -r stat <"/proc/$1/stat"; } 2>/dev/null || return 1
     read -ra fields <<<"${stat##*) }"
+    [[ ${fields[0]} != Z ]] || return 1
     PROCESS_START_TIME=${fields[19]}
 }
 
@@ -117,11 +119,17 @@ wine_settle() {
 
 # wine_make_prefix PREFIX: a fresh copy of the template in place of whatever is there.
 wine_make_prefix() {
-    local prefix=$1
+    local prefix=$1 template=$LINKVANE_WINE_HOME/template
     wine_make_template || return 1
     wine_stop "$prefix"
     rm -rf "$prefix" "$prefix.new"
-    cp -a --reflink=auto "$LINKVANE_WINE_HOME/template" "$prefix.new"
+    mkdir -p "$prefix.new/drive_c"
+    # Windows' own files, most of a prefix, are never written to: links cost no space and no time.
+    cp -al "$template/drive_c/windows" "$prefix.new/drive_c/"
+    find "$template/drive_c" -mindepth 1 -maxdepth 1 ! -name windows -exec cp -a -t "$prefix.new/drive_c" {} +
+    # Everything else but the note of where the template's server had its socket.
+    find "$template" -mindepth 1 -maxdepth 1 ! -name drive_c ! -name wineserver \
+        -exec cp -a -t "$prefix.new" {} +
     # Renamed only when whole, so that an interrupted copy is never taken for a prefix.
     mv "$prefix.new" "$prefix"
 }
