@@ -12,9 +12,10 @@ struct NamedLevel {
 };
 
 constexpr NamedLevel kLevels[] = {
-    {L"TraceIn", Level::kTraceIn},         {L"TraceOut", Level::kTraceOut}, {L"Verbose", Level::kVerbose},
-    {L"Information", Level::kInformation}, {L"Warning", Level::kWarning},   {L"Error", Level::kError},
-    {L"Diag", Level::kDiag},               {L"Never", Level::kNever},
+    {L"TraceIn", Level::kTraceIn}, {L"TraceOut", Level::kTraceOut},
+    {L"Verbose", Level::kVerbose}, {L"Information", Level::kInformation},
+    {L"Warning", Level::kWarning}, {L"Error", Level::kError},
+    {L"Diag", Level::kDiag},       {L"Never", Level::kNever},
 };
 
 }  // namespace

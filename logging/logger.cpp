@@ -33,7 +33,8 @@ CorvaLogger::CorvaLogger(CorvaLogListener* const* listeners, int count) {
             m_primaryFileListener = listener;
         }
     }
-    m_timingEnabled = m_primaryFileListener != nullptr && m_primaryFileListener->MaxLogLevel() >= Level::kDiag &&
+    m_timingEnabled = m_primaryFileListener != nullptr &&
+                      m_primaryFileListener->MaxLogLevel() >= Level::kDiag &&
                       m_primaryFileListener->MinLogLevel() <= Level::kDiag;
     m_messageCharacters = std::min(m_messageCharacters, kMostMessageCharacters);
 }

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <windows.h>
+#include <netlistmgr.h>
+#include <ocidl.h>
+#include <wlanapi.h>
+#include <wrl/client.h>
+
+#include <atomic>
+
+#include "network/nlm_event_handler.h"
+#include "network/wired_connections.h"
+#include "platform/handles.h"
+#include "platform/mbn_api.h"
+#include "radio/mbn_sinks.h"
+#include "service/service_base.h"
+
+/// The service: owns every long-lived resource of the switching logic. Its start only queues the
+/// start-up worker; its stop takes the subscriptions down in a fixed order and waits for nobody.
+///
+/// The fields are not locked. `OnStop` clears them on the control thread while the worker, the
+/// airplane-mode watcher and event handlers may still run; those hold references of their own for
+/// as long as they need an object.
+class CMainService : public CServiceBase {
+  public:
+    CMainService();
+    ~CMainService() override;
+
+    /// The WLAN interface calls it on a thread of its own. `context` is not used.
+    static void WINAPI WlanNotificationCallback(WLAN_NOTIFICATION_DATA* data, void* context);
+
+  protected:
+    void OnStart(DWORD argumentCount, wchar_t** arguments) override;
+    void OnStop() override;
+    void OnShutdown() override;
+
+    /// Everything at start that may take long: COM, BIOS settings, subscriptions, first decisions.
+    void ServiceWorkerThread();
+    /// Follows airplane mode until the service stops.
+    void AirplaneModeWatcher();
+
+    /// Bring a radio back to its remembered state, on or off.
+    void UpdateWlanPowerStatus();
+    void UpdateWwanPowerStatus();
+
+    /// Subscribes to the Network List Manager's events. (Not to those of WLAN, despite its name.)
+    void ListenForWlanEvents();
+    /// Subscribes to the Mobile Broadband API's radio events.
+    void ListenForWwanEvents();
+
+    /// Registers for WLAN notifications (`*registers` not 0) or takes the registration back. Opens
+    /// the WLAN handle when there is none. The Win32 error, ERROR_SUCCESS on success.
+    DWORD RegisterWlanNotification(const unsigned char* registers);
+    static void HandleWlanNotificationAcmNetworkAvailable();
+    static void HandleWlanNotificationMsmRadioStateChange();
+
+    // Subscriptions are advised and given back in this order.
+    WiredConnections m_wiredConnections;
+    Microsoft::WRL::ComPtr<IConnectionPoint> m_networkListManagerEvents;
+    Microsoft::WRL::ComPtr<IConnectionPoint> m_networkConnectionEvents;
+    Microsoft::WRL::ComPtr<IConnectionPoint> m_networkEvents;
+    Microsoft::WRL::ComPtr<IConnectionPoint> m_mbnRadioEvents;
+    Microsoft::WRL::ComPtr<INetworkListManager> m_networkListManager;
+    Microsoft::WRL::ComPtr<IMbnInterfaceManager> m_mbnInterfaceManager;
+    DWORD m_networkListManagerCookie = 0;
+    DWORD m_networkConnectionCookie = 0;
+    DWORD m_networkCookie = 0;
+    DWORD m_mbnRadioCookie = 0;
+    NLMEventHandler* m_networkEventHandler = nullptr;  ///< one reference, released by `OnStop`
+    CMbnSinks* m_mbnSinks = nullptr;                   ///< one reference, released by `OnStop`
+    std::atomic<bool> m_running{false};
+    Platform::UniqueHandle m_airplaneWatcherEvent;
+    Platform::UniqueWlanHandle m_wlanHandle;
+
+  private:
+    void SetUpWwan(bool uninitialisesCom);
+};

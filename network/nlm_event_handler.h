@@ -1,0 +1,65 @@
+#pragma once
+
+#include <windows.h>
+#include <netlistmgr.h>
+
+#include <atomic>
+
+#include "network/wired_connections.h"
+
+/// Set while a connectivity change is being handled, so that the radio changes it makes are not
+/// taken for the user's. Stays set after a change whose handling failed, until the next one ends.
+extern std::atomic<bool> msm_Notification_flag;
+
+/// Receives the Network List Manager's events, on threads of the multithreaded apartment, several
+/// at once. A connection that becomes connected over Ethernet switches the radios off; one that
+/// disconnects and was ever wired brings them back.
+class NLMEventHandler : public INetworkListManagerEvents,
+                        public INetworkEvents,
+                        public INetworkConnectionEvents {
+  public:
+    /// Neither argument is owned; both outlive the events. `wiredConnections` may be null: then
+    /// nothing is remembered.
+    NLMEventHandler(INetworkListManager* networkListManager, WiredConnections* wiredConnections);
+    NLMEventHandler(const NLMEventHandler&) = delete;
+    NLMEventHandler& operator=(const NLMEventHandler&) = delete;
+
+    // INetworkListManagerEvents, the primary interface
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID interfaceId, void** object) override;
+    ULONG STDMETHODCALLTYPE AddRef() override;
+    ULONG STDMETHODCALLTYPE Release() override;
+    HRESULT STDMETHODCALLTYPE ConnectivityChanged(NLM_CONNECTIVITY connectivity) override;
+    /// Stands right behind the primary interface's operations in the virtual table.
+    virtual ~NLMEventHandler();
+
+    // INetworkEvents
+    HRESULT STDMETHODCALLTYPE NetworkAdded(GUID networkId) override;
+    HRESULT STDMETHODCALLTYPE NetworkDeleted(GUID networkId) override;
+    HRESULT STDMETHODCALLTYPE NetworkConnectivityChanged(GUID networkId,
+                                                         NLM_CONNECTIVITY connectivity) override;
+    HRESULT STDMETHODCALLTYPE NetworkPropertyChanged(GUID networkId,
+                                                     NLM_NETWORK_PROPERTY_CHANGE flags) override;
+
+    // INetworkConnectionEvents
+    HRESULT STDMETHODCALLTYPE NetworkConnectionConnectivityChanged(GUID connectionId,
+                                                                   NLM_CONNECTIVITY connectivity) override;
+    HRESULT STDMETHODCALLTYPE NetworkConnectionPropertyChanged(GUID connectionId,
+                                                               NLM_CONNECTION_PROPERTY_CHANGE flags) override;
+
+    /// Reads the adapter list into the process-wide buffer. 0, the error of GetAdaptersInfo, or 1
+    /// after an allocation failure or an exception. Only under the Ethernet-check lock.
+    static DWORD InitialiseAdapter();
+
+    /// Whether a real Ethernet adapter has a usable IPv4 address: 1 with `*status` 1 or 0, or 0
+    /// with `*status` unwritten when the adapters could not be read. Sets `*noAddress` (may be
+    /// null) to 1 when an Ethernet adapter without an address was seen, else leaves it alone.
+    static int CheckEthernetConnectionStatus(int* status, int* noAddress);
+
+    /// The same under the Ethernet-check lock: the one entry point for everybody else.
+    static int CheckEthernetConnectionStatusEx(int* status, int* noAddress);
+
+  protected:
+    ULONG m_references = 0;
+    INetworkListManager* m_networkListManager;
+    WiredConnections* m_wiredConnections;
+};

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <windows.h>
+
+#include <atomic>
+
+#include "platform/mbn_api.h"
+#include "radio/power_status.h"
+
+/// The WWAN (mobile broadband) radio. A switch is asynchronous: it waits for the completion that
+/// the radio event sink signals. Callable on any thread; nothing is thrown, failures are logged.
+/// A switch can block for more than a minute.
+namespace ServiceUtils {
+
+/// Looks for the WWAN adapter and records its interface identifier (the last one listed wins).
+/// Needs the interface manager published. True when one was found.
+bool EnumerateWwanInterfaces();
+
+/// The radio of the recorded adapter, with a reference that the caller owns.
+bool GetRadioInterface(IMbnRadio** radio);
+
+/// Switches the radio unless it is in the wanted state already. True once a switch was tried,
+/// whether or not the radio followed: the caller judges by reading it back. False when there is
+/// no WWAN device, the radio could not be reached, or airplane mode forbids switching on
+/// (`checkAirplaneStatus` not 0).
+bool SwitchWwanStatus(const RadioStatus& newStatus, const unsigned char& checkAirplaneStatus);
+
+/// Switches and looks at the outcome, up to `retryCount` + 1 times. True when the radio followed,
+/// and also when airplane mode forbids switching on.
+bool SwitchWwanStatusWithRetry(const RadioStatus& newStatus, const int& retryCount);
+
+/// Whether the radio is on; false when that cannot be told.
+[[nodiscard]] bool CheckWwanStatus();
+
+/// Brings the radio back after the cable has gone: on when that is what is remembered.
+void StartWWANService();
+
+/// Switches the radio off because the cable is in, and remembers that it was on.
+void StopWWANService();
+
+}  // namespace ServiceUtils

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+/// Helpers over this and other services. Callable on any thread; nothing is thrown, every failure
+/// is logged.
+namespace Utils {
+
+/// Answers of `IsServicePresent` and `WaitforServiceToStartRunning`.
+constexpr int kServiceRunning = 0;
+constexpr int kServiceNotRunning = 1;
+constexpr int kServiceNotInstalled = -1;
+constexpr int kServiceNotOpened = -2;
+constexpr int kServiceNotQueried = -3;
+
+/// File version of the running executable, for example "1.0.0.12"; "0.0.0.0" when it cannot be
+/// read.
+[[nodiscard]] std::wstring GetBinaryVersion();
+
+/// Whether the service is installed and running: one of the answers above.
+[[nodiscard]] int IsServicePresent(const wchar_t* serviceName);
+
+/// Polls once a second until the service runs, at most 15 times while it is installed; any other
+/// failure ends the wait after one second. The last answer of `IsServicePresent`.
+[[nodiscard]] int WaitforServiceToStartRunning(const wchar_t* serviceName);
+
+/// Blocks the calling thread. Returns at once when the event it waits on cannot be created.
+void UtilSleep(DWORD milliseconds);
+
+/// Has the service control manager restart this service 2, 4 and 6 minutes after failures.
+/// 0 on success; 1 when the actions could not be set, plus 16 when the flag that extends them to
+/// failing exit codes could not be set; else `kServiceNotInstalled` or `kServiceNotOpened`.
+int SetServiceRestartRecoveryOnFailure();
+
+}  // namespace Utils
