@@ -1,7 +1,6 @@
 #include "logging/level.h"
 
 #include <cwchar>
-#include <string.h>
 
 namespace Orva::Shared {
 namespace {

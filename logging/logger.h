@@ -37,7 +37,7 @@ class TimingStatistics {
   private:
     std::map<std::string, Record> m_records;
     std::uint32_t m_longestName = 0;
-    mutable CRITICAL_SECTION m_lock;
+    mutable CRITICAL_SECTION m_lock{};
 };
 
 /// The process's log. It filters each entry by level, stamps it and hands it to every listener
