@@ -151,6 +151,7 @@ wine_ready() {
 wine_lock() {
     local prefix=$1
     shift
+    mkdir -p "$(dirname "$prefix")"
     exec 9>"$prefix.lock"
     flock "$@" 9
 }

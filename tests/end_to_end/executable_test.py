@@ -1,0 +1,55 @@
+"""What the executable file itself promises: system DLLs only, hardened, versioned."""
+
+import re
+import subprocess
+import unittest
+
+from rig import EXECUTABLE, OBJDUMP
+
+# Every one of them belongs to Windows 7 and later.
+SYSTEM_DLLS = {
+    "advapi32.dll", "iphlpapi.dll", "kernel32.dll", "msvcrt.dll", "ntdll.dll", "ole32.dll", "oleaut32.dll",
+    "sensapi.dll", "shell32.dll", "user32.dll", "version.dll", "wlanapi.dll", "ws2_32.dll",
+}
+
+
+def objdump(*arguments):
+    return subprocess.run([OBJDUMP, *arguments, EXECUTABLE], check=True, capture_output=True, text=True).stdout
+
+
+class Executable(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.headers = objdump("-p")
+
+    def test_imports_system_dlls_only(self):
+        imported = {name.lower() for name in re.findall(r"DLL Name: (\S+)", self.headers)}
+        self.assertIn("kernel32.dll", imported)
+        self.assertLessEqual(imported, SYSTEM_DLLS)
+
+    def test_is_for_64_bit_windows(self):
+        self.assertIn("file format pei-x86-64", self.headers)
+
+    def test_is_hardened(self):
+        for flag in ("DYNAMIC_BASE", "HIGH_ENTROPY_VA", "NX_COMPAT"):
+            with self.subTest(flag=flag):
+                self.assertRegex(self.headers, rf"(?m)^\s+{flag}$")
+
+    def test_can_be_moved_in_memory(self):
+        sections = dict(re.findall(r"(?m)^\s+\d+ (\S+)\s+([0-9a-f]{8}) ", objdump("-h")))
+        self.assertGreater(int(sections[".reloc"], 16), 0)
+        # Without this the loader ignores the relocations.
+        self.assertNotIn("relocations stripped", self.headers)
+
+    def test_carries_version_and_manifest(self):
+        content = EXECUTABLE.read_bytes()
+        self.assertIn("ProductName\0".encode("utf-16-le"), content)
+        self.assertIn("Orva Brimlet Support\0".encode("utf-16-le"), content)
+        self.assertIn("040904B0".encode("utf-16-le"), content)
+        # Language 0x0409 and code page 1200 behind the aligned name.
+        self.assertIn("Translation\0".encode("utf-16-le") + b"\0\0" + b"\x09\x04\xb0\x04", content)
+        self.assertIn(b'<requestedExecutionLevel level="asInvoker"', content)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,66 @@
+"""What the end-to-end tests share: the executable, a Wine prefix of a test's own, the tools."""
+
+import os
+import pathlib
+import shutil
+import subprocess
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+EXECUTABLE = pathlib.Path(os.environ["LINKVANE_EXE"])
+SCMCTL = pathlib.Path(os.environ["LINKVANE_SCMCTL"])
+OBJDUMP = os.environ["LINKVANE_OBJDUMP"]
+SERVICE = "LinkvaneService"
+
+# No call here takes long; a loaded machine may stretch it.
+PATIENCE_SECONDS = 120
+
+
+class Prefix:
+    """A Wine prefix made anew for one test program; a context manager that ends it."""
+
+    def __init__(self):
+        self.folder = pathlib.Path(os.environ["LINKVANE_E2E_PREFIX"])
+
+    def __enter__(self):
+        self._script("fresh")
+        return self
+
+    def __exit__(self, *_):
+        self._script("end")
+
+    def _script(self, verb):
+        subprocess.run([ROOT / "scripts/wine-prefix", verb, self.folder], check=True,
+                       stdin=subprocess.DEVNULL, timeout=600)
+
+    def path(self, windows_path):
+        """Where a path below C: lies on the host."""
+        return self.folder / "drive_c" / windows_path.removeprefix("C:\\").replace("\\", "/")
+
+    def copy_in(self, source, windows_path):
+        target = self.path(windows_path)
+        target.parent.mkdir(parents=True, exist_ok=True)
+        shutil.copyfile(source, target)
+        return windows_path
+
+    def run(self, program, *arguments):
+        """Runs a Windows program; gives its exit code and what it printed, as bytes."""
+        done = subprocess.run(
+            [ROOT / "scripts/run-wine", program, *arguments],
+            env={**os.environ, "LINKVANE_WINEPREFIX": str(self.folder)},
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=PATIENCE_SECONDS, check=False)
+        return done.returncode, done.stdout
+
+    def scm(self, *arguments):
+        """Asks the service control manager; gives the exit code and the printed text."""
+        code, output = self.run(SCMCTL, *arguments)
+        return code, output.decode().replace("\r\n", "\n").strip()
+
+    def registry_key_exists(self, key):
+        return self.run("reg", "query", key)[0] == 0
+
+    def log_lines(self):
+        """The messages of the service's log: (level, function, message), in order."""
+        [log] = self.folder.glob("drive_c/users/*/AppData/Roaming/orvkLog/LinkvaneService.log")
+        lines = log.read_bytes().decode("utf-8-sig").splitlines()
+        entries = [line.split("|", 4) for line in lines if line.count("|") >= 4]
+        return [(level.strip(), function, message) for _, _, level, function, message in entries]
