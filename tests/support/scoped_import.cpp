@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
-namespace rig {
+namespace Rig {
 
 namespace {
 
@@ -71,7 +71,7 @@ NotImported::NotImported(std::string_view function)
     : std::logic_error("The test executable does not import " + std::string(function) +
                        ": nothing linked into it calls this function, so it cannot be replaced") {}
 
-namespace detail {
+namespace Detail {
 
 ImportSlots::ImportSlots(std::string_view function) : m_slots(Find(function)) {
     if (m_slots.empty()) {
@@ -163,7 +163,7 @@ void ReportStuckCall(std::string_view function) {
     ADD_FAILURE() << "A call of " << function << " on another thread does not come out of the test's fake";
 }
 
-}  // namespace detail
+}  // namespace Detail
 
 ScopedProcAddress::ScopedProcAddress(std::string name, FARPROC address) : m_name(std::move(name)) {
     m_lookups = std::make_unique<ScopedImport<&::GetProcAddress>>(
@@ -179,4 +179,4 @@ ScopedProcAddress::ScopedProcAddress(std::string name, FARPROC address) : m_name
         });
 }
 
-}  // namespace rig
+}  // namespace Rig

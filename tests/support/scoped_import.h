@@ -15,7 +15,7 @@
 #include <vector>
 
 /// The unit rig: what stands between the code under test and Windows.
-namespace rig {
+namespace Rig {
 
 /// The test executable does not import the function that a test wants to replace: nothing that
 /// was linked calls it. The message names the function.
@@ -24,7 +24,7 @@ class NotImported : public std::logic_error {
     explicit NotImported(std::string_view function);
 };
 
-namespace detail {
+namespace Detail {
 
 /// Cuts the function's name out of a compiler's description of a template over it.
 constexpr std::string_view NameIn(std::string_view description) {
@@ -355,10 +355,14 @@ class ImportChain<Target> final : public FakeChain<R, Args...> {
     ImportSlots m_slots;
 };
 
-}  // namespace detail
+}  // namespace Detail
 
 template <auto Function>
 class ScopedImport;
+
+/// Marks a fake that wants the `ScopedImport` as its first argument.
+struct WrappingTag {};
+constexpr WrappingTag kWrapping{};
 
 /// Replaces one function that the test executable imports, for a scope:
 ///
@@ -390,8 +394,8 @@ class ScopedImport;
 ///         [&](HANDLE handle, DWORD) { return handle == mine; },
 ///         [&](HANDLE, DWORD) -> DWORD { return WAIT_FAILED; }};
 template <class R, class... Args, R(WINAPI* Target)(Args...)>
-class ScopedImport<Target> final : public detail::ScopedLink<detail::FakeChain<R, Args...>> {
-    using Base = detail::ScopedLink<detail::FakeChain<R, Args...>>;
+class ScopedImport<Target> final : public Detail::ScopedLink<Detail::FakeChain<R, Args...>> {
+    using Base = Detail::ScopedLink<Detail::FakeChain<R, Args...>>;
 
   public:
     using Fake = std::function<R(Args...)>;
@@ -399,13 +403,25 @@ class ScopedImport<Target> final : public detail::ScopedLink<detail::FakeChain<R
 
     explicit ScopedImport(Fake fake) : ScopedImport(Condition(), std::move(fake)) {}
     ScopedImport(Condition applies, Fake fake)
-        : Base(detail::ImportChain<Target>::Instance(), std::move(applies), std::move(fake)) {}
+        : Base(Detail::ImportChain<Target>::Instance(), std::move(applies), std::move(fake)) {}
+    /// A fake that is given this object first, for where it has no name of its own yet.
+    ScopedImport(WrappingTag, std::function<R(const ScopedImport&, Args...)> fake)
+        : ScopedImport([this, fake = std::move(fake)](Args... args) -> R { return fake(*this, args...); }) {}
 };
 
 /// Whether the test executable imports the function, so that it can be replaced.
 template <auto Function>
 [[nodiscard]] bool IsImported() {
-    return detail::ImportSlots::Exist(detail::NameOf<Function>());
+    return Detail::ImportSlots::Exist(Detail::NameOf<Function>());
+}
+
+/// A `ScopedImport` made from `arguments`, or nothing when the executable does not import the
+/// function.
+template <auto Function, class... Arguments>
+[[nodiscard]] std::unique_ptr<ScopedImport<Function>> ReplaceIfImported(Arguments&&... arguments) {
+    return IsImported<Function>()
+               ? std::make_unique<ScopedImport<Function>>(std::forward<Arguments>(arguments)...)
+               : nullptr;
 }
 
 /// Calls the function of Windows, whatever fakes are in force: `Real<&::Sleep>(10)`. For the rig
@@ -414,7 +430,7 @@ template <auto Function, class... Args>
 decltype(auto) Real(Args&&... args) {
     // The mention makes the linker import the function.
     [[maybe_unused]] static auto* volatile mention = Function;
-    static const auto real = detail::ImportChain<Function>::Instance().Real();
+    static const auto real = Detail::ImportChain<Function>::Instance().Real();
     return real(std::forward<Args>(args)...);
 }
 
@@ -500,7 +516,7 @@ struct FixedName {
 template <FixedName Name, class Signature>
 class ScopedProc;
 
-namespace detail {
+namespace Detail {
 
 template <FixedName Name, class R, class... Args>
 class ProcChain final : public FakeChain<R, Args...> {
@@ -524,14 +540,14 @@ class ProcChain final : public FakeChain<R, Args...> {
     std::vector<std::unique_ptr<ScopedProcAddress>> m_address;
 };
 
-}  // namespace detail
+}  // namespace Detail
 
 template <FixedName Name, class R, class... Args>
-class ScopedProc<Name, R(Args...)> final : public detail::ScopedLink<detail::FakeChain<R, Args...>> {
+class ScopedProc<Name, R(Args...)> final : public Detail::ScopedLink<Detail::FakeChain<R, Args...>> {
   public:
     explicit ScopedProc(std::function<R(Args...)> fake)
-        : detail::ScopedLink<detail::FakeChain<R, Args...>>(detail::ProcChain<Name, R, Args...>::Instance(),
+        : Detail::ScopedLink<Detail::FakeChain<R, Args...>>(Detail::ProcChain<Name, R, Args...>::Instance(),
                                                             {}, std::move(fake)) {}
 };
 
-}  // namespace rig
+}  // namespace Rig

@@ -11,7 +11,7 @@
 #include <string>
 #include <thread>
 
-namespace rig {
+namespace Rig {
 namespace {
 
 using testing::HasSubstr;
@@ -39,20 +39,20 @@ TEST(ScopedImport, FakeTakesTheCallAndItsEndGivesTheFunctionBack) {
 }
 
 TEST(ScopedImport, NameComesFromTheFunction) {
-    EXPECT_EQ(detail::NameOf<&::GetCurrentProcessId>(), "GetCurrentProcessId");
-    EXPECT_EQ(detail::NameOf<&::GetProcAddress>(), "GetProcAddress");
+    EXPECT_EQ(Detail::NameOf<&::GetCurrentProcessId>(), "GetCurrentProcessId");
+    EXPECT_EQ(Detail::NameOf<&::GetProcAddress>(), "GetProcAddress");
 }
 
 TEST(ScopedImport, NameIsFoundInTheOtherCompilersWords) {
-    EXPECT_EQ(detail::NameIn("class std::view __cdecl rig::detail::NameOf<void __cdecl "
+    EXPECT_EQ(Detail::NameIn("class std::view __cdecl Rig::Detail::NameOf<void __cdecl "
                              "Sleep(unsigned long)>(void)"),
               "Sleep");
-    EXPECT_EQ(detail::NameIn("class std::view __cdecl rig::detail::NameOf<__int64 "
+    EXPECT_EQ(Detail::NameIn("class std::view __cdecl Rig::Detail::NameOf<__int64 "
                              "(__cdecl*__cdecl GetProcAddress(struct HINSTANCE__ *,char const "
                              "*))(void)>(void)"),
               "GetProcAddress");
-    EXPECT_EQ(detail::NameIn("const char *Name() [Function = &RegCloseKey]"), "RegCloseKey");
-    EXPECT_EQ(detail::NameIn("nothing of the kind"), "");
+    EXPECT_EQ(Detail::NameIn("const char *Name() [Function = &RegCloseKey]"), "RegCloseKey");
+    EXPECT_EQ(Detail::NameIn("nothing of the kind"), "");
 }
 
 TEST(ScopedImport, ArgumentsAndResultGoThrough) {
@@ -277,4 +277,4 @@ TEST(ScopedProc, KeptAddressThrowsAfterTheEnd) {
 }
 
 }  // namespace
-}  // namespace rig
+}  // namespace Rig
