@@ -5,6 +5,7 @@ import unittest
 from rig import EXECUTABLE, SERVICE, Prefix
 
 STATUS_KEYS = [rf"HKLM\SOFTWARE\Orva\Orva Brimlet Support\{radio}PowerStatus" for radio in ("Wlan", "Wwan")]
+SERVICE_KEY = rf"HKLM\SYSTEM\CurrentControlSet\Services\{SERVICE}"
 # A folder with blanks, as on a user's machine.
 INSTALLED_EXECUTABLE = r"C:\Program Files\Linkvane Service\LinkvaneService.exe"
 
@@ -37,11 +38,11 @@ class Lifecycle(unittest.TestCase):
             "type: 0x10",
             "start: 2",
             "error control: 1",
-            "depends on: WlanSvc",
-            "depends on: WwanSvc",
             "account: LocalSystem",
             "description: Linkvane Service",
         ])
+        # Wine stores them but does not give them out with the rest.
+        self.assertEqual(self.prefix.registry_strings(SERVICE_KEY, "DependOnService"), ["WlanSvc", "WwanSvc"])
         self.assertEqual(self.prefix.scm("state", SERVICE), (0, "STOPPED"))
 
     def test_second_installation_is_refused(self):

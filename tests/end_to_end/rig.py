@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import re
 import shutil
 import subprocess
 
@@ -54,6 +55,13 @@ class Prefix:
         """Asks the service control manager; gives the exit code and the printed text."""
         code, output = self.run(SCMCTL, *arguments)
         return code, output.decode().replace("\r\n", "\n").strip()
+
+    def registry_strings(self, key, value):
+        """The strings of a REG_MULTI_SZ value."""
+        code, output = self.run("reg", "query", key, "/v", value)
+        assert code == 0, output
+        [data] = re.findall(rf"{value}\s+REG_MULTI_SZ\s+(\S+)", output.decode())
+        return data.split("\\0")
 
     def registry_key_exists(self, key):
         return self.run("reg", "query", key)[0] == 0
