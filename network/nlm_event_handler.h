@@ -4,8 +4,11 @@
 #include <netlistmgr.h>
 
 #include <atomic>
+#include <string>
 
 #include "network/wired_connections.h"
+
+class LogScope;
 
 /// Set while a connectivity change is being handled, so that the radio changes it makes are not
 /// taken for the user's. Stays set after a change whose handling failed, until the next one ends.
@@ -59,7 +62,17 @@ class NLMEventHandler : public INetworkListManagerEvents,
     static int CheckEthernetConnectionStatusEx(int* status, int* noAddress);
 
   protected:
+    /// A plain integer, changed without interlocked operations, on purpose.
     ULONG m_references = 0;
     INetworkListManager* m_networkListManager;
     WiredConnections* m_wiredConnections;
+
+  private:
+    /// Gives back the buffer of the adapter list, under the Ethernet-check lock.
+    static void ReleaseAdapters();
+
+    void HandleDisconnect(const LogScope& log, const std::wstring& connectionText) const;
+    void HandleConnect(const LogScope& log, const GUID& connectionId, const std::wstring& connectionText,
+                       NLM_CONNECTIVITY connectivity);
+    void LogWiredConnections(const LogScope& log) const;
 };

@@ -1,0 +1,192 @@
+#include <winsock2.h>
+#include <windows.h>
+#include <iphlpapi.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <mutex>
+#include <string_view>
+#include <system_error>
+
+#include "logging/log_scope.h"
+#include "network/adapter_records.h"
+#include "network/nlm_event_handler.h"
+#include "platform/handles.h"
+
+namespace {
+
+using AdapterList = Platform::UniqueProcessHeap<IP_ADAPTER_INFO>;
+
+/// Bytes of the first try: one record on a 64-bit system.
+constexpr ULONG kFirstListBytes = 704;
+
+/// Answer of `InitialiseAdapter` when it got no answer from the system.
+constexpr DWORD kAdaptersNotRead = 1;
+
+/// Interface types (IANA ifType, in the IP helper's documents IF_TYPE_IEEE80216_WMAN,
+/// IF_TYPE_WWANPP and IF_TYPE_WWANPP2) that not every compiler's <ipifcons.h> knows.
+constexpr UINT kWiMaxType = 237;
+constexpr UINT kGsmType = 243;
+constexpr UINT kCdmaType = 244;
+
+constexpr std::string_view kNoAddress = "0.0.0.0";
+
+/// Makes the adapter list single-threaded: reading it, walking it, releasing it.
+std::mutex ethernetCheckLock;
+
+/// The list of the last read. Never destroyed: threads that nobody waits for may still walk it
+/// while the process ends.
+AdapterList& Adapters() {
+    static AdapterList& adapters = *new AdapterList;
+    return adapters;
+}
+
+/// The text in a fixed field, whether or not it is terminated.
+template <std::size_t Size>
+std::string_view FieldText(const char (&field)[Size]) {
+    const char* const end = std::find(field, field + Size, '\0');
+    return {field, static_cast<std::size_t>(end - field)};
+}
+
+bool Contains(std::string_view text, std::string_view part) {
+    return text.find(part) != std::string_view::npos;
+}
+
+DWORD ReadAdapters(const LogScope& log) {
+    AdapterList& adapters = Adapters();
+    adapters.Reset();
+    ULONG bytes = kFirstListBytes;
+    adapters = NLMUtils::AllocateAdapterRecords<IP_ADAPTER_INFO>(bytes);
+    if (!adapters) {
+        log.Error(L"Error allocating memory needed to call GetAdaptersinfo\n");
+        return kAdaptersNotRead;
+    }
+    if (GetAdaptersInfo(adapters.Get(), &bytes) == ERROR_BUFFER_OVERFLOW) {
+        log.Information(
+            L"GetAdaptersInfo() returns ERROR_BUFFER_OVERFLOW: Re-allocating with new buffer size = %u",
+            bytes);
+        adapters.Reset();
+        adapters = NLMUtils::AllocateAdapterRecords<IP_ADAPTER_INFO>(bytes);
+        if (!adapters) {
+            log.Error(L"Error allocating memory needed to call GetAdaptersinfo.Error = 0x%08lx",
+                      GetLastError());
+            return kAdaptersNotRead;
+        }
+    }
+    // Asked again whatever the first answer was: only the second one counts.
+    const DWORD result = GetAdaptersInfo(adapters.Get(), &bytes);
+    if (result == ERROR_SUCCESS) {
+        log.Information(L"GetAdaptersInfo() success: ulOutBufLen = %u.", bytes);
+    } else {
+        // The thread's last error on purpose, which need not be the code that was returned.
+        log.Error(L"GetAdaptersInfo() failed.Error = 0x%08lx", GetLastError());
+    }
+    return result;
+}
+
+/// Virtual switches, hypervisor and VPN adapters present themselves as Ethernet; their
+/// descriptions tell. The search minds case on purpose.
+bool IsUsableEthernet(const LogScope& log, const IP_ADAPTER_INFO& adapter, int* noAddress) {
+    if (FieldText(adapter.IpAddressList.IpAddress.String) == kNoAddress) {
+        if (noAddress != nullptr) {
+            *noAddress = 1;
+        }
+        return false;
+    }
+    log.Information(L"An Ethernet network interface.");
+    const std::string_view description = FieldText(adapter.Description);
+    if (Contains(description, "VPN") || Contains(description, "Virtual")) {
+        log.Information(L"Ethernet is VPN and IP is valid");
+        return false;
+    }
+    log.Information(L"Ethernet is not VPN and IP is valid");
+    return true;
+}
+
+void LogOtherAdapter(const LogScope& log, UINT type) {
+    switch (type) {
+        case MIB_IF_TYPE_OTHER:
+            log.Information(L"Some other type of network interface.");
+            break;
+        case IF_TYPE_IEEE80211:
+            log.Information(L"An IEEE 802.11 wireless network interface.");
+            break;
+        case kWiMaxType:
+            log.Information(L"A mobile broadband interface for WiMax devices.");
+            break;
+        case kGsmType:
+            log.Information(L"A mobile broadband interface for GSM - based devices.");
+            break;
+        case kCdmaType:
+            log.Information(L"A mobile broadband interface for CDMA-based devices.");
+            break;
+        default:
+            log.Information(L"Unknown type %d", type);
+            break;
+    }
+}
+
+/// Whether one adapter of the list counts as a connected Ethernet; the first such ends the walk.
+bool FindUsableEthernet(const LogScope& log, const IP_ADAPTER_INFO* adapters, int* noAddress) {
+    for (const IP_ADAPTER_INFO* adapter = adapters; adapter != nullptr; adapter = adapter->Next) {
+        if (adapter->Type != MIB_IF_TYPE_ETHERNET) {
+            LogOtherAdapter(log, adapter->Type);
+        } else if (IsUsableEthernet(log, *adapter, noAddress)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+DWORD NLMEventHandler::InitialiseAdapter() {
+    LogScope log("NLMEventHandler::InitialiseAdapter");
+    DWORD result = kAdaptersNotRead;
+    try {
+        result = ReadAdapters(log);
+    } catch (...) {
+        log.Information(L"Exception in GetAdaptersInfo()");
+    }
+    return log.Return(L"Return = %d", result);
+}
+
+int NLMEventHandler::CheckEthernetConnectionStatus(int* status, int* noAddress) {
+    LogScope log("NLMEventHandler::CheckEthernetConnectionStatus");
+    int found = 0;
+    int completed = 0;
+    try {
+        if (InitialiseAdapter() != ERROR_SUCCESS) {
+            log.Error(L"InitialiseAdapter failed");
+        } else if (!Adapters()) {
+            log.Error(L"PIP_ADAPTER_INFO is NULL!!");
+        } else {
+            found = FindUsableEthernet(log, Adapters().Get(), noAddress) ? 1 : 0;
+            *status = found;
+            completed = 1;
+        }
+    } catch (...) {
+        log.Error(L"Exception in CheckEthernetConnectionStatus()");
+    }
+    log.ExitLine(L"Ethernet Status = %d", found);
+    return completed;
+}
+
+int NLMEventHandler::CheckEthernetConnectionStatusEx(int* status, int* noAddress) {
+    LogScope log("NLMEventHandler::CheckEthernetConnectionStatusEx");
+    int result = 0;
+    try {
+        const std::lock_guard lock(ethernetCheckLock);
+        result = CheckEthernetConnectionStatus(status, noAddress);
+    } catch (const std::system_error& error) {
+        log.Error(L"Exception in CheckEthernetConnectionStatusEx() : Code = %d", error.code().value());
+    } catch (...) {
+        log.Error(L"Exception in CheckEthernetConnectionStatusEx()");
+    }
+    return log.Return(L"Return Value = %d", result);
+}
+
+void NLMEventHandler::ReleaseAdapters() {
+    const std::lock_guard lock(ethernetCheckLock);
+    Adapters().Reset();
+}

@@ -1,0 +1,207 @@
+#include <winsock2.h>
+
+#include "network/ethernet_detection.h"
+
+#include <wrl/client.h>
+
+#include <algorithm>
+#include <locale>
+#include <string>
+
+#include "logging/log_scope.h"
+#include "network/adapter_records.h"
+#include "platform/handles.h"
+
+namespace {
+
+using Microsoft::WRL::ComPtr;
+using AddressList = Platform::UniqueProcessHeap<IP_ADAPTER_ADDRESSES>;
+
+/// Bytes of the first try, enough for most machines.
+constexpr ULONG kFirstListBytes = 15000;
+/// Passes with more memory: at most four are made, but as many as this count as failure, whatever
+/// the last one brought. On purpose.
+constexpr int kMostPasses = 4;
+constexpr int kPassesThatFail = 3;
+
+const wchar_t* TextOrEmpty(const wchar_t* text) {
+    return text != nullptr ? text : L"";
+}
+
+ULONG ReadAddresses(const AddressList& list, ULONG& bytes) {
+    return GetAdaptersAddresses(AF_UNSPEC, GAA_FLAG_INCLUDE_PREFIX, nullptr, list.Get(), &bytes);
+}
+
+/// Reads the list once more with as much memory as the system asked for, until that is enough or
+/// the passes are used up. Whether the list may be used.
+bool ReadWithMoreMemory(const LogScope& log, AddressList& list, ULONG bytes) {
+    ULONG error = ERROR_BUFFER_OVERFLOW;
+    int passes = 0;
+    while (error == ERROR_BUFFER_OVERFLOW && passes < kMostPasses) {
+        log.Information(
+            L"The buffer size is not enough,trying to allocate more memory...Required Memory is %d Bytes",
+            bytes);
+        list.Reset();
+        list = NLMUtils::AllocateAdapterRecords<IP_ADAPTER_ADDRESSES>(bytes);
+        if (list) {
+            error = ReadAddresses(list, bytes);
+        } else {
+            log.Error(L"Memory allocation failed for IP_ADAPTER_ADDRESSES struct");
+        }
+        ++passes;
+    }
+    if (passes >= kPassesThatFail) {
+        log.Error(L"Memory allocation retry limit exceeded ");
+        return false;
+    }
+    if (error != ERROR_SUCCESS) {
+        log.Error(L"ERROR with GetAdaptersAddresses");
+        return false;
+    }
+    return true;
+}
+
+/// The adapters with their addresses; empty when they could not be read.
+AddressList ReadAdapterAddresses(const LogScope& log) {
+    ULONG bytes = kFirstListBytes;
+    AddressList list = NLMUtils::AllocateAdapterRecords<IP_ADAPTER_ADDRESSES>(bytes);
+    if (!list) {
+        log.Error(L"Memory allocation failed for IP_ADAPTER_ADDRESSES struct");
+        return {};
+    }
+    const ULONG error = ReadAddresses(list, bytes);
+    if (error != ERROR_SUCCESS) {
+        log.Information(L"GetAdaptersAddresses failed with an Error code : %d", error);
+        if (error != ERROR_BUFFER_OVERFLOW) {
+            log.Error(L"ERROR with GetAdaptersAddresses");
+            return {};
+        }
+        if (!ReadWithMoreMemory(log, list, bytes)) {
+            return {};
+        }
+    }
+    log.Information(L"Memory allocation success for IP_ADAPTER_ADDRESSES struct");
+    return list;
+}
+
+/// Whether an adapter's narrow name, widened letter by letter, is the given identifier.
+bool HasName(const IP_ADAPTER_ADDRESSES& adapter, const std::wstring& adapterId) {
+    if (adapter.AdapterName == nullptr) {
+        return false;
+    }
+    const std::locale locale;
+    const auto& conversion = std::use_facet<std::ctype<wchar_t>>(locale);
+    const std::string name = adapter.AdapterName;
+    return std::equal(name.begin(), name.end(), adapterId.begin(), adapterId.end(),
+                      [&conversion](char narrow, wchar_t wide) { return conversion.widen(narrow) == wide; });
+}
+
+void LogMatchingAdapters(const LogScope& log, const IP_ADAPTER_ADDRESSES* adapters,
+                         const std::wstring& adapterId, unsigned char* isEthernet) {
+    bool matched = false;
+    for (const IP_ADAPTER_ADDRESSES* adapter = adapters; adapter != nullptr; adapter = adapter->Next) {
+        if (!HasName(*adapter, adapterId)) {
+            continue;
+        }
+        matched = true;
+        log.Information(L"Description   : %s", TextOrEmpty(adapter->Description));
+        log.Information(L"Friendly Name : %s", TextOrEmpty(adapter->FriendlyName));
+        log.Information(L"Interface type: %s", NLMUtils::GetInterfaceTypeString(&adapter->IfType).c_str());
+        if (adapter->IfType == IF_TYPE_ETHERNET_CSMACD) {
+            *isEthernet = 1;
+        }
+    }
+    if (!matched) {
+        log.Warning(L"Could not find matching adapter");
+    }
+}
+
+const wchar_t* InterfaceTypeName(DWORD interfaceType) {
+    switch (interfaceType) {
+        case IF_TYPE_OTHER:
+            return L"Other";
+        case IF_TYPE_ETHERNET_CSMACD:
+            return L"Ethernet";
+        case IF_TYPE_ISO88025_TOKENRING:
+            return L"Token Ring";
+        case IF_TYPE_PPP:
+            return L"PPP";
+        case IF_TYPE_SOFTWARE_LOOPBACK:
+            return L"Software Loopback";
+        case IF_TYPE_ATM:
+            return L"ATM";
+        case IF_TYPE_IEEE80211:
+            return L"IEEE 802.11 Wireless";
+        case IF_TYPE_TUNNEL:
+            return L"Tunnel";
+        case IF_TYPE_IEEE1394:
+            return L"IEEE 1394 (Firewire)";
+        default:
+            return L"Unrecognized interface type";
+    }
+}
+
+/// Whether the connection's adapter could be told; its type goes to `*isEthernet`.
+bool ExamineConnection(const LogScope& log, INetworkListManager* networkListManager, const GUID& connectionId,
+                       unsigned char* isEthernet) {
+    if (networkListManager == nullptr) {
+        log.Error(L"INetworkListManager is NULL");
+        return false;
+    }
+    ComPtr<INetworkConnection> connection;
+    HRESULT result = networkListManager->GetNetworkConnection(connectionId, connection.GetAddressOf());
+    // Exactly S_OK: a success code without a connection would be of no use.
+    if (result != S_OK || connection == nullptr) {
+        log.Error(L"GetNetworkConnection Failed with error 0x%08X", result);
+        return false;
+    }
+    GUID adapterId{};
+    result = connection->GetAdapterId(&adapterId);
+    if (FAILED(result)) {
+        log.Error(L"GetAdapterId Failed with error 0x%08X", result);
+        return false;
+    }
+    Platform::UniqueCoTaskText text;
+    result = StringFromCLSID(adapterId, text.Put());
+    if (FAILED(result)) {
+        log.Error(L"StringFromCLSID Failed with error 0x%08X", result);
+        return false;
+    }
+    log.Information(L"Matching Adapter Id: %s", text.Get());
+    const std::wstring adapterText = text.Get();
+    text.Reset();
+    NLMUtils::PrintAdapterInfo(adapterText, isEthernet);
+    return true;
+}
+
+}  // namespace
+
+bool NLMUtils::IsEthernetConnection(INetworkListManager* networkListManager, const GUID& connectionId,
+                                    unsigned char* isEthernet) {
+    LogScope log("NLMUtils::IsEthernetConnection");
+    bool isKnown = false;
+    try {
+        isKnown = ExamineConnection(log, networkListManager, connectionId, isEthernet);
+    } catch (...) {
+        log.Error(L"Exception in IsEthernetConnection()");
+    }
+    return log.Return(L"Return Value = %d", isKnown);
+}
+
+void NLMUtils::PrintAdapterInfo(const std::wstring& adapterId, unsigned char* isEthernet) {
+    LogScope log("NLMUtils::PrintAdapterInfo", L"GUID Value = %s", adapterId.c_str());
+    try {
+        const AddressList adapters = ReadAdapterAddresses(log);
+        if (adapters) {
+            LogMatchingAdapters(log, adapters.Get(), adapterId, isEthernet);
+        }
+    } catch (...) {
+        log.Error(L"Exception in PrintAdapterInfo()");
+    }
+    log.ExitLine(L"Ethernet Status = %d", *isEthernet);
+}
+
+std::wstring NLMUtils::GetInterfaceTypeString(const DWORD* interfaceType) {
+    LogScope log("NLMUtils::GetInterfaceTypeString", L"IFTYPE Value = %d", *interfaceType);
+    return log.Return(L"InterfaceType = %s", InterfaceTypeName(*interfaceType));
+}

@@ -1,0 +1,228 @@
+#include "network/nlm_event_handler.h"
+
+#include <wrl/client.h>
+
+#include <chrono>
+
+#include "bios/bios_settings.h"
+#include "logging/log_scope.h"
+#include "network/ethernet_detection.h"
+#include "network/network_diagnostics.h"
+#include "platform/handles.h"
+#include "radio/wlan_radio.h"
+#include "radio/wwan_radio.h"
+
+std::atomic<bool> msm_Notification_flag{false};
+std::mutex connectivityChangeLock;
+
+namespace {
+
+/// How long a freshly plugged adapter is given to get its address: this many looks, this far apart.
+constexpr int kAddressTries = 8;
+constexpr std::chrono::milliseconds kAddressPollInterval{1000};
+
+/// Waits while an Ethernet adapter has no address yet. Whether the link is up.
+bool WaitForAddress(const LogScope& log) {
+    int status = 0;
+    int noAddress = 0;
+    int tries = 0;
+    do {
+        const bool checked = NLMEventHandler::CheckEthernetConnectionStatusEx(&status, &noAddress) != 0;
+        if (checked && status == 1 && noAddress == 0) {
+            break;
+        }
+        log.Warning(L"CheckEthernetConnectionStatus failed in try %d", tries);
+        Sleep(static_cast<DWORD>(kAddressPollInterval.count()));
+        ++tries;
+        // `noAddress` keeps what an earlier try saw, on purpose: the try that finds the address
+        // still costs its line and its pause.
+    } while (status == 0 && tries < kAddressTries && noAddress == 1);
+    return status != 0;
+}
+
+void SwitchRadiosOff(const LogScope& log) {
+    log.Information(L"Ethernet is connected");
+    if (NLMUtils::lanWlanSwitchingEnabled) {
+        log.Information(L"Connecting to Ethernet. Stop WLAN service...");
+        ServiceUtils::StopWLANService();
+    }
+    if (NLMUtils::lanWwanSwitchingEnabled) {
+        log.Information(L"Connecting to Ethernet. Stop WWAN service...");
+        ServiceUtils::StopWWANService();
+    }
+}
+
+void BringRadiosBack(const LogScope& log) {
+    if (NLMUtils::lanWlanSwitchingEnabled) {
+        log.Information(L"The disconnecting connection was Ethernet. Start WLAN service...");
+        ServiceUtils::StartWLANService();
+    }
+    if (NLMUtils::lanWwanSwitchingEnabled) {
+        log.Information(L"The disconnecting connection was Ethernet. Start WWAN service...");
+        ServiceUtils::StartWWANService();
+    }
+}
+
+}  // namespace
+
+NLMEventHandler::NLMEventHandler(INetworkListManager* networkListManager, WiredConnections* wiredConnections)
+    : m_networkListManager(networkListManager), m_wiredConnections(wiredConnections) {
+    const LogScope log("NLMEventHandler::NLMEventHandler");
+}
+
+NLMEventHandler::~NLMEventHandler() {
+    const LogScope log("NLMEventHandler::~NLMEventHandler");
+    try {
+        ReleaseAdapters();
+    } catch (...) {
+        log.Error(L"Exception in ~NLMEventHandler()");
+    }
+}
+
+HRESULT NLMEventHandler::QueryInterface(REFIID interfaceId, void** object) {
+    if (object == nullptr) {
+        return E_POINTER;
+    }
+    *object = nullptr;
+    IUnknown* found = nullptr;
+    if (IsEqualIID(interfaceId, IID_IUnknown) || IsEqualIID(interfaceId, IID_INetworkListManagerEvents)) {
+        found = static_cast<INetworkListManagerEvents*>(this);
+    } else if (IsEqualIID(interfaceId, IID_INetworkConnectionEvents)) {
+        found = static_cast<INetworkConnectionEvents*>(this);
+    } else if (IsEqualIID(interfaceId, IID_INetworkEvents)) {
+        found = static_cast<INetworkEvents*>(this);
+    } else {
+        return E_NOINTERFACE;
+    }
+    *object = found;
+    found->AddRef();
+    return S_OK;
+}
+
+ULONG NLMEventHandler::AddRef() {
+    return ++m_references;
+}
+
+ULONG NLMEventHandler::Release() {
+    const ULONG references = --m_references;
+    if (references == 0) {
+        delete this;
+    }
+    return references;
+}
+
+HRESULT NLMEventHandler::ConnectivityChanged(NLM_CONNECTIVITY connectivity) {
+    const LogScope log("NLMEventHandler::ConnectivityChanged", L"NLM_CONNECTIVITY = %d", connectivity);
+    return S_OK;
+}
+
+HRESULT NLMEventHandler::NetworkAdded(GUID /*networkId*/) {
+    const LogScope log("NLMEventHandler::NetworkAdded");
+    return S_OK;
+}
+
+HRESULT NLMEventHandler::NetworkDeleted(GUID /*networkId*/) {
+    const LogScope log("NLMEventHandler::NetworkDeleted");
+    return S_OK;
+}
+
+HRESULT NLMEventHandler::NetworkConnectivityChanged(GUID /*networkId*/, NLM_CONNECTIVITY connectivity) {
+    const LogScope log("NLMEventHandler::NetworkConnectivityChanged", L"NLM_CONNECTIVITY = %d", connectivity);
+    return S_OK;
+}
+
+HRESULT NLMEventHandler::NetworkPropertyChanged(GUID /*networkId*/, NLM_NETWORK_PROPERTY_CHANGE flags) {
+    const LogScope log("NLMEventHandler::NetworkPropertyChanged", L"NLM_NETWORK_PROPERTY_CHANGE = %d", flags);
+    return S_OK;
+}
+
+HRESULT NLMEventHandler::NetworkConnectionPropertyChanged(GUID /*connectionId*/,
+                                                          NLM_CONNECTION_PROPERTY_CHANGE flags) {
+    const LogScope log("NLMEventHandler::NetworkConnectionPropertyChanged",
+                       L"NLM_CONNECTION_PROPERTY_CHANGE = %d", flags);
+    return S_OK;
+}
+
+HRESULT NLMEventHandler::NetworkConnectionConnectivityChanged(GUID connectionId,
+                                                              NLM_CONNECTIVITY connectivity) {
+    const LogScope log("NLMEventHandler::NetworkConnectionConnectivityChanged", L"NLM_CONNECTIVITY = %d",
+                       connectivity);
+    try {
+        msm_Notification_flag = true;
+        // The service may give the manager back while this event waits for its turn.
+        const Microsoft::WRL::ComPtr<INetworkListManager> heldManager(m_networkListManager);
+        std::unique_lock lock(connectivityChangeLock);
+        log.Information(L"------------------start----------------------");
+        Platform::UniqueCoTaskText text;
+        const HRESULT converted = StringFromCLSID(connectionId, text.Put());
+        if (FAILED(converted)) {
+            // The last error instead of the result, and the notification flag stays set: both on
+            // purpose.
+            log.Error(L"StringFromCLSID failed w/err 0x%08lx", GetLastError());
+            return converted;
+        }
+        log.Information(L"Connection ID : %s", text.Get());
+        log.Information(L"New connectivity state : ");
+        const auto connectivityBits = static_cast<DWORD>(connectivity);
+        NLMUtils::PrintConnectivityState(&connectivityBits);
+        if (connectivity == NLM_CONNECTIVITY_DISCONNECTED) {
+            HandleDisconnect(log, text.Get());
+        } else {
+            HandleConnect(log, connectionId, text.Get(), connectivity);
+        }
+        LogWiredConnections(log);
+        msm_Notification_flag = false;
+        text.Reset();
+        lock.unlock();
+        log.Information(L"-------------------end-----------------------");
+        return S_OK;
+    } catch (...) {
+        log.Error(L"Exception in NetworkConnectionConnectivityChanged()");
+        return E_FAIL;
+    }
+}
+
+void NLMEventHandler::HandleConnect(const LogScope& log, const GUID& connectionId,
+                                    const std::wstring& connectionText, NLM_CONNECTIVITY connectivity) {
+    log.Information(L"Connectivity state : %d ", connectivity);
+    unsigned char isEthernet = 0;
+    if (!NLMUtils::IsEthernetConnection(m_networkListManager, connectionId, &isEthernet)) {
+        log.Information(L"Could not determine connection type. Doing nothing.");
+        return;
+    }
+    log.Information(L"Ethernet state : %d ", isEthernet);
+    if (isEthernet == 0 || m_wiredConnections == nullptr) {
+        return;
+    }
+    log.Information(L"Ethernet Connection - adding to set...");
+    m_wiredConnections->insert(connectionText);
+    if (WaitForAddress(log)) {
+        SwitchRadiosOff(log);
+    }
+}
+
+void NLMEventHandler::HandleDisconnect(const LogScope& log, const std::wstring& connectionText) const {
+    log.Information(L"Disconnecting connection, check list to see if it was Ethernet.");
+    if (m_wiredConnections == nullptr || !m_wiredConnections->contains(connectionText)) {
+        log.Information(L"Connection ID is not in the list, DO nothing");
+        return;
+    }
+    int status = 0;
+    if (CheckEthernetConnectionStatusEx(&status, nullptr) == 0) {
+        log.Error(L"CheckEthernetConnectionStatus failed");
+        return;
+    }
+    log.Information(L"Ethernet connection status = %d", status);
+    if (status == 0) {
+        BringRadiosBack(log);
+    }
+}
+
+void NLMEventHandler::LogWiredConnections(const LogScope& log) const {
+    if (m_wiredConnections == nullptr) {
+        return;
+    }
+    for (const std::wstring& element : *m_wiredConnections) {
+        log.Information(L"Current ethernetConnection element: %s", element.c_str());
+    }
+}
