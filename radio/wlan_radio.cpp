@@ -1,0 +1,353 @@
+#include "radio/wlan_radio.h"
+
+#include <wlanapi.h>
+
+#include <algorithm>
+#include <chrono>
+#include <iterator>
+#include <string>
+
+#include "logging/log_scope.h"
+#include "platform/handles.h"
+#include "platform/pause.h"
+#include "radio/remembered_radio.h"
+
+namespace ServiceUtils {
+
+std::atomic<RadioStatus> my_service_turnonoff_wifi{kRadioOff};
+std::atomic<bool> my_setwifitimeout{false};
+
+namespace {
+
+using std::chrono::milliseconds;
+
+/// The client of Windows Vista and later (WlanOpenHandle, "dwClientVersion").
+constexpr DWORD kWlanClientVersion = 2;
+
+/// A pass over the PHYs that some of them refused is repeated while the passes' counter is at most
+/// this; so there is one pass more.
+constexpr int kLastPass = 80;
+constexpr milliseconds kPassPause{100};
+
+constexpr unsigned char kIgnoresAirplaneMode = 0;
+
+/// A client handle with the interfaces it lists. The list is given back before the handle.
+struct WlanSession {
+    Platform::UniqueWlanHandle client;
+    Platform::UniqueWlanMemory<WLAN_INTERFACE_INFO_LIST> interfaces;
+};
+
+bool OpenSession(const LogScope& log, WlanSession& session) {
+    DWORD negotiatedVersion = 0;
+    DWORD error = WlanOpenHandle(kWlanClientVersion, nullptr, &negotiatedVersion, session.client.Put());
+    if (error != ERROR_SUCCESS) {
+        log.Error(L"WlanOpenHandle failed with error: %u", error);
+        return false;
+    }
+    error = WlanEnumInterfaces(session.client.Get(), nullptr, session.interfaces.Put());
+    if (error != ERROR_SUCCESS) {
+        log.Error(L"WlanEnumInterfaces failed with error: %u", error);
+        return false;
+    }
+    if (!session.interfaces) {
+        log.Error(L"Interface list is empty");
+        return false;
+    }
+    return true;
+}
+
+/// The one interface that is looked at and switched. A list without entries is treated like any
+/// other (the WLAN service then refuses the call); but what stands behind it may not be ours to
+/// read, so that its first entry is an empty one.
+WLAN_INTERFACE_INFO FirstInterface(const WLAN_INTERFACE_INFO_LIST& list) {
+    WLAN_INTERFACE_INFO first{};
+    if (list.dwNumberOfItems > 0) {
+        first = list.InterfaceInfo[0];
+        *std::rbegin(first.strInterfaceDescription) = L'\0';
+    }
+    return first;
+}
+
+void LogInterfaceState(const LogScope& log, WLAN_INTERFACE_STATE state) {
+    static constexpr const wchar_t* kTexts[] = {
+        L"Not ready",
+        L"Connected",
+        L"First node in a ad hoc network",
+        L"Disconnecting",
+        L"Not connected",
+        L"Attempting to associate with a network",
+        L"Auto configuration is discovering settings for the network",
+        L"In process of authenticating",
+    };
+    const auto index = static_cast<std::size_t>(state);
+    if (index < std::size(kTexts)) {
+        log.Information(kTexts[index]);
+    } else {
+        log.Information(L"Unknown state %ld", state);
+    }
+}
+
+void LogInterface(const LogScope& log, const WLAN_INTERFACE_INFO_LIST& list,
+                  const WLAN_INTERFACE_INFO& interfaceInfo) {
+    log.Information(L"WLAN Interface Count : %lu", list.dwNumberOfItems);
+    log.Information(L"Current Index: %lu", list.dwIndex);
+    log.Information(L"Interface Description: %ws", interfaceInfo.strInterfaceDescription);
+    log.Information(L"Interface State :  ");
+    LogInterfaceState(log, interfaceInfo.isState);
+}
+
+/// Logs one PHY; whether its software switch is on. (The hardware switch is the user's affair.)
+bool IsPhyOn(const LogScope& log, DWORD phy, DOT11_RADIO_STATE state) {
+    switch (state) {
+        case dot11_radio_state_on:
+            log.Information(L"Phy: %d On", phy);
+            return true;
+        case dot11_radio_state_off:
+            log.Information(L"Phy: %d Off", phy);
+            return false;
+        case dot11_radio_state_unknown:
+            log.Information(L"Phy: %d Unknown", phy);
+            return false;
+        default:
+            log.Information(L"Phy: %d Other Unknown state %ld", phy, state);
+            return false;
+    }
+}
+
+/// On only if every PHY is on; also when there is none.
+bool AreAllPhysOn(const LogScope& log, const WLAN_RADIO_STATE& radio) {
+    // A record has room for this many, whatever it says.
+    const auto phyCount =
+        static_cast<DWORD>(std::min<std::size_t>(radio.dwNumberOfPhys, std::size(radio.PhyRadioState)));
+    bool allOn = true;
+    for (DWORD phy = 0; phy < phyCount; ++phy) {
+        if (!IsPhyOn(log, phy, radio.PhyRadioState[phy].dot11SoftwareRadioState)) {
+            allOn = false;
+        }
+    }
+    log.Information(L"Phy state : %d", allOn);
+    return allOn;
+}
+
+bool QueryRadio(const LogScope& log, const WlanSession& session, const WLAN_INTERFACE_INFO& interfaceInfo) {
+    DWORD bytes = 0;
+    Platform::UniqueWlanMemory<void> data;
+    const DWORD error =
+        WlanQueryInterface(session.client.Get(), &interfaceInfo.InterfaceGuid, wlan_intf_opcode_radio_state,
+                           nullptr, &bytes, data.Put(), nullptr);
+    if (error != ERROR_SUCCESS || !data) {
+        log.Error(L"WlanQueryInterface failed! err is %d", error);
+        return false;
+    }
+    return AreAllPhysOn(log, *static_cast<const WLAN_RADIO_STATE*>(data.Get()));
+}
+
+bool ReadRadio(const LogScope& log) {
+    if (my_setwifitimeout) {
+        log.Error(L"My WIFI Query timeout, my_setwifitimeout : %d", my_setwifitimeout.load());
+        return false;
+    }
+    WlanSession session;
+    if (!OpenSession(log, session)) {
+        return false;
+    }
+    const WLAN_INTERFACE_INFO first = FirstInterface(*session.interfaces.Get());
+    LogInterface(log, *session.interfaces.Get(), first);
+    return QueryRadio(log, session, first);
+}
+
+/// How many PHYs the interface has; false when that cannot be told.
+bool CountPhys(const LogScope& log, const WlanSession& session, const GUID& interfaceId, DWORD& phyCount) {
+    Platform::UniqueWlanMemory<WLAN_INTERFACE_CAPABILITY> capability;
+    const DWORD error =
+        WlanGetInterfaceCapability(session.client.Get(), &interfaceId, nullptr, capability.Put());
+    if (error != ERROR_SUCCESS || !capability) {
+        log.Error(L"WlanGetInterfaceCapability failed !err is %d", error);
+        return false;
+    }
+    const DWORD supported = capability.Get()->dwNumberOfSupportedPhys;
+    log.Verbose(L"The number of supported PHY types : %u", supported);
+    // No interface has more; a count beyond that must not keep the loops below busy for ever.
+    phyCount = std::min<DWORD>(supported, WLAN_MAX_PHY_INDEX);
+    return true;
+}
+
+/// One pass: asks every PHY once. How many of them took the new state.
+DWORD SetPhys(const LogScope& log, const WlanSession& session, const GUID& interfaceId, DWORD phyCount,
+              WLAN_PHY_RADIO_STATE radioState, RadioStatus newStatus) {
+    DWORD successes = 0;
+    for (DWORD phy = 0; phy < phyCount; ++phy) {
+        radioState.dwPhyIndex = phy;
+        const DWORD error = WlanSetInterface(session.client.Get(), &interfaceId, wlan_intf_opcode_radio_state,
+                                             sizeof(radioState), &radioState, nullptr);
+        if (error == ERROR_SUCCESS) {
+            log.Information(L"Set WLAN state %d for PHY %d success", newStatus, phy);
+            ++successes;
+        } else {
+            log.Error(L"Set WLAN state failed!err is %d", error);
+        }
+    }
+    return successes;
+}
+
+/// Makes passes until one succeeds on every PHY or they have run out.
+bool SetPhysWithPatience(const LogScope& log, const WlanSession& session, const GUID& interfaceId,
+                         DWORD phyCount, const WLAN_PHY_RADIO_STATE& radioState, RadioStatus newStatus) {
+    bool succeeded = false;
+    int pass = 0;
+    while (pass <= kLastPass) {
+        if (SetPhys(log, session, interfaceId, phyCount, radioState, newStatus) == phyCount) {
+            my_service_turnonoff_wifi = newStatus;
+            succeeded = true;
+            break;
+        }
+        log.Warning(L"Could not Set WLAN state in all PHYs. So retrying in count = %d", pass);
+        Platform::Pause(kPassPause);
+        ++pass;
+    }
+    // By the counter alone, on purpose: a radio that followed only in the very last pass counts as
+    // one that is not to be trusted, although this switch succeeded.
+    const bool ranOut = pass >= kLastPass;
+    if (ranOut) {
+        log.Error(L"WlanSetInterface failed");
+    }
+    my_setwifitimeout = ranOut;
+    return succeeded;
+}
+
+WLAN_PHY_RADIO_STATE PrepareRadioState(const LogScope& log, RadioStatus newStatus) {
+    WLAN_PHY_RADIO_STATE radioState{};
+    if (MeansOn(newStatus)) {
+        radioState.dot11SoftwareRadioState = dot11_radio_state_on;
+        log.Verbose(L"Linkvane set WIFI radio to dot11_radi_state_on");  // misspelled on purpose
+    } else {
+        radioState.dot11SoftwareRadioState = dot11_radio_state_off;
+        log.Verbose(L"Linkvane set WIFI radio to dot11_radio_state_off");
+    }
+    return radioState;
+}
+
+bool SetFirstInterface(const LogScope& log, RadioStatus newStatus) {
+    WlanSession session;
+    if (!OpenSession(log, session)) {
+        return false;
+    }
+    const GUID interfaceId = FirstInterface(*session.interfaces.Get()).InterfaceGuid;
+    const WLAN_PHY_RADIO_STATE radioState = PrepareRadioState(log, newStatus);
+    DWORD phyCount = 0;
+    const bool succeeded = CountPhys(log, session, interfaceId, phyCount) &&
+                           SetPhysWithPatience(log, session, interfaceId, phyCount, radioState, newStatus);
+    if (succeeded) {
+        log.Information(L"New WIFI state : %d", CheckWlanStatus());
+    }
+    return succeeded;
+}
+
+bool SwitchRadio(const LogScope& log, RadioStatus newStatus, unsigned char checkAirplaneStatus) {
+    // Asked for every switch, so that the log shows it for every switch.
+    const bool airplaneMode = CheckAirplaneMode();
+    if (MeansOn(newStatus) && airplaneMode && checkAirplaneStatus != kIgnoresAirplaneMode) {
+        log.Information(L"SwitchWlanStatus not needed for New status = %d", newStatus);
+        return false;
+    }
+    const bool isOn = CheckWlanStatus();
+    log.Information(L"Current WLAN Status : %d, To Change Status = %d", isOn, newStatus);
+    if (isOn == MeansOn(newStatus)) {
+        log.Information(L"No change in WLAN Status Needed.");
+        return true;
+    }
+    return SetFirstInterface(log, newStatus);
+}
+
+constexpr SwitchableRadio kWlanRadio{
+    &SwitchWlanStatus,
+    &CheckWlanStatus,
+    L"SwitchWlanStatus not needed for New status = %d",
+    L"SwitchWlanStatus Success",
+    L"SwitchWlanStatus not Succeeded. Retrying to %d",
+};
+
+void BringRadioBack(const LogScope& log) {
+    const std::wstring remembered = RememberedPowerStatus(PowerStatus::kWlanKey);
+    log.Information(L"WLAN Registry Status = %s", remembered.c_str());
+    if (remembered == PowerStatus::kOn) {
+        log.Information(L"Switching ON Wifi");
+        if (!SwitchWlanStatusWithRetry(kRadioOn, kSwitchRetries)) {
+            log.Error(L"SwitchWlanStatusWithRetry (StartWLANService) failed");
+        }
+    }
+    log.Information(L"WlanPowerStatus value read from registry = %s", remembered.c_str());
+}
+
+void TakeRadioDown(const LogScope& log) {
+    const bool isOn = CheckWlanStatus();
+    log.Information(L"WLAN Current Status = %d", isOn);
+    if (!isOn) {
+        // What is remembered stays: a radio that is off already may be off by this service's doing.
+        return;
+    }
+    if (SwitchWlanStatus(kRadioOff, kIgnoresAirplaneMode)) {
+        log.Information(L"Setting WlanPowerStatus in registry.");
+        SetWlanPowerStatusInRegistry(kRadioOn);
+    } else {
+        // The line names the repeated switch although there is a single one: kept.
+        log.Error(L"SwitchWlanStatusWithRetry (StopWLANService) failed");
+    }
+}
+
+}  // namespace
+
+bool SwitchWlanStatus(const RadioStatus& newStatus, const unsigned char& checkAirplaneStatus) {
+    LogScope log("ServiceUtils::SwitchWlanStatus", L"OnOffValue = %d, bCheckAirplaneStatus = %d", newStatus,
+                 checkAirplaneStatus);
+    bool succeeded = false;
+    try {
+        succeeded = SwitchRadio(log, newStatus, checkAirplaneStatus);
+    } catch (...) {
+        log.Error(L"Exception in SwitchWlanStatus()");
+    }
+    return log.Return(L"WLAN switching Status = %d", succeeded);
+}
+
+bool SwitchWlanStatusWithRetry(const RadioStatus& newStatus, const int& retryCount) {
+    LogScope log("ServiceUtils::SwitchWlanStatusWithRetry", L"NewStatus = %d, Retry Count = %d", newStatus,
+                 retryCount);
+    bool succeeded = false;
+    try {
+        succeeded = SwitchUntilRadioFollows(log, kWlanRadio, newStatus, retryCount);
+    } catch (...) {
+        log.Error(L"Exception in SwitchWlanStatusWithRetry()");
+    }
+    return log.Return(L"WLAN switching Status = %d", succeeded);
+}
+
+bool CheckWlanStatus() {
+    LogScope log("ServiceUtils::CheckWlanStatus");
+    bool isOn = false;
+    try {
+        isOn = ReadRadio(log);
+    } catch (...) {
+        log.Error(L"Exception in CheckWlanStatus()");
+    }
+    return log.Return(L"WLAN Status = %d", isOn);
+}
+
+void StartWLANService() {
+    const LogScope log("ServiceUtils::StartWLANService");
+    try {
+        BringRadioBack(log);
+    } catch (...) {
+        log.Error(L"Exception in StartWLANService()");
+    }
+}
+
+void StopWLANService() {
+    const LogScope log("ServiceUtils::StopWLANService");
+    try {
+        TakeRadioDown(log);
+    } catch (...) {
+        log.Error(L"Exception in StopWLANService()");
+    }
+}
+
+}  // namespace ServiceUtils
