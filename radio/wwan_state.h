@@ -5,6 +5,7 @@
 #include <wrl/client.h>
 
 #include <atomic>
+#include <memory>
 #include <mutex>
 #include <string>
 
@@ -12,23 +13,31 @@
 #include "platform/mbn_api.h"
 
 /// What the WWAN switch, its event sink and the start-up worker share. Process-wide.
+///
+/// What a callback thread replaces while a switch uses it is shared: whoever needs it loads a
+/// reference of its own, which stays good whatever is published next. These holders, and the
+/// identifier, are never destroyed, because callbacks may still come while the process ends.
 namespace WwanState {
 
 /// The mobile-broadband interface manager, published by the start-up worker; released at exit.
 extern Microsoft::WRL::ComPtr<IMbnInterfaceManager> interfaceManager;
-/// Identifier of the adapter to switch, in registry form.
-extern std::wstring interfaceId;
+/// Identifier of the adapter to switch, in registry form. Written before `devicePresent` is set.
+extern std::wstring& interfaceId;
 /// While clear, every WWAN operation does nothing.
 extern std::atomic<bool> devicePresent;
-/// Auto-reset event of the last switch; signalled when a requested change completes.
-extern Platform::UniqueHandle radioChangeEvent;
+/// Auto-reset event of the last switch; signalled when a requested change completes. Replaced by
+/// the next switch. Null before the first one, and after the event sink has closed it.
+extern std::atomic<std::shared_ptr<Platform::UniqueHandle>>& radioChangeEvent;
 /// Set while the service itself changes the radio.
 extern std::atomic<bool> NetworkChangedForSetRadio;
-/// The radio of the last completion.
-extern Microsoft::WRL::ComPtr<IMbnRadio> lastRadio;
+/// The radio of the last completion, with a reference; null when that completion had none.
+extern std::atomic<std::shared_ptr<IMbnRadio>>& lastRadio;
 /// Held for the whole of a switch.
 extern std::mutex switchLock;
 /// Set when a switch-off finds no Ethernet. Never read: kept for whoever reads a dump.
 extern std::atomic<bool> offWithoutEthernet;
+
+/// A counted reference of its own to `radio` (null gives null), as `lastRadio` holds it.
+[[nodiscard]] std::shared_ptr<IMbnRadio> ShareRadio(IMbnRadio* radio);
 
 }  // namespace WwanState

@@ -1,0 +1,186 @@
+#include "radio/wwan_interfaces.h"
+
+#include <wrl/client.h>
+
+#include <chrono>
+#include <limits>
+
+#include "logging/log_scope.h"
+#include "platform/mbn_api.h"
+#include "platform/pause.h"
+#include "radio/wwan_radio.h"
+#include "radio/wwan_state.h"
+
+using Microsoft::WRL::ComPtr;
+
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr int kEnumerationTries = 5;
+constexpr milliseconds kEnumerationPause{500};
+
+constexpr UINT kOnlyDimension = 1;
+
+/// Bounds of a vector, both ends included. An empty one ends before it begins.
+struct Bounds {
+    LONG lower = 0;
+    LONG upper = -1;
+
+    [[nodiscard]] ULONGLONG Count() const {
+        return upper < lower ? 0 : static_cast<ULONGLONG>(LONGLONG{upper} - lower) + 1;
+    }
+};
+
+/// Anything else but a vector of references would be misread element by element.
+bool IsVectorOfReferences(SAFEARRAY* array) {
+    return SafeArrayGetDim(array) == kOnlyDimension &&
+           (array->fFeatures & (FADF_UNKNOWN | FADF_DISPATCH)) != 0;
+}
+
+HRESULT GetBounds(SAFEARRAY* array, Bounds& bounds) {
+    const HRESULT result = SafeArrayGetLBound(array, kOnlyDimension, &bounds.lower);
+    return FAILED(result) ? result : SafeArrayGetUBound(array, kOnlyDimension, &bounds.upper);
+}
+
+HRESULT GetElement(SAFEARRAY* array, LONG index, ComPtr<IMbnInterface>& element) {
+    ComPtr<IUnknown> unknown;
+    const HRESULT result = SafeArrayGetElement(array, &index, unknown.GetAddressOf());
+    if (FAILED(result)) {
+        return result;
+    }
+    return unknown == nullptr
+               ? E_POINTER
+               : unknown->QueryInterface(IID_IMbnInterface, reinterpret_cast<void**>(element.GetAddressOf()));
+}
+
+HRESULT GetIdentifier(IMbnInterface& mbnInterface, GUID& identifier) {
+    Platform::UniqueBstr text;
+    const HRESULT result = mbnInterface.get_InterfaceID(text.Put());
+    if (FAILED(result)) {
+        return result;
+    }
+    // No text would be taken for the null identifier.
+    return text ? IIDFromString(text.Get(), &identifier) : CO_E_IIDSTRING;
+}
+
+HRESULT CopyIdentifiers(SAFEARRAY* array, const Bounds& bounds, GUID* identifiers) {
+    for (ULONGLONG i = 0; i < bounds.Count(); ++i) {
+        ComPtr<IMbnInterface> element;
+        const LONG index = static_cast<LONG>(bounds.lower + static_cast<LONGLONG>(i));
+        HRESULT result = GetElement(array, index, element);
+        if (SUCCEEDED(result)) {
+            result = GetIdentifier(*element.Get(), identifiers[i]);
+        }
+        if (FAILED(result)) {
+            return result;
+        }
+    }
+    return S_OK;
+}
+
+/// Asks for the adapters. The interface manager answers late when its service has just started.
+HRESULT GetInterfaces(const LogScope& log, IMbnInterfaceManager& manager,
+                      Platform::UniqueSafeArray& interfaces) {
+    HRESULT result = E_FAIL;
+    for (int attempt = 0; attempt < kEnumerationTries; ++attempt) {
+        result = manager.GetInterfaces(interfaces.Put());
+        if (FAILED(result)) {
+            log.Warning(L"GetInterfaces failed in try %d with !err is 0x%08X", attempt, result);
+        }
+        Platform::Pause(kEnumerationPause);
+        if (SUCCEEDED(result)) {
+            return result;
+        }
+    }
+    log.Error(L"GetInterfaces failed with error: HRESULT : 0x%08X", result);
+    return result;
+}
+
+/// Records each identifier in turn, so that the last one stays. False when one of them failed or
+/// there was none.
+bool RecordInterfaces(const LogScope& log, const GUID* identifiers, ULONG count) {
+    bool succeeded = count > 0;
+    for (ULONG i = 0; i < count; ++i) {
+        Platform::UniqueCoTaskText text;
+        const HRESULT result = StringFromIID(identifiers[i], text.Put());
+        if (FAILED(result) || !text) {
+            log.Error(L"StringFromIID failed with error 0x%08X", result);
+            succeeded = false;
+            continue;
+        }
+        log.Information(L"WWAN Interface = %s", text.Get());
+        WwanState::interfaceId = text.Get();
+    }
+    return succeeded;
+}
+
+bool FindInterfaces(const LogScope& log) {
+    const ComPtr<IMbnInterfaceManager> manager = WwanState::interfaceManager;
+    if (manager == nullptr) {
+        log.Error(L"IMbnInterfaceManager is NULL");
+        return false;
+    }
+    Platform::UniqueSafeArray interfaces;
+    if (FAILED(GetInterfaces(log, *manager.Get(), interfaces))) {
+        return false;
+    }
+    ULONG count = 0;
+    Platform::UniqueProcessHeap<GUID> identifiers;
+    const HRESULT result = NLMUtils::CopyArrayOfInterfaces(interfaces.Get(), &count, &identifiers);
+    if (FAILED(result)) {
+        log.Error(L"CopyArrayOfInterfaces Failed with error 0x%08X", result);
+        return false;
+    }
+    return RecordInterfaces(log, identifiers.Get(), count);
+}
+
+}  // namespace
+
+namespace NLMUtils {
+
+HRESULT CopyArrayOfInterfaces(SAFEARRAY* interfaces, ULONG* count,
+                              Platform::UniqueProcessHeap<GUID>* identifiers) {
+    const LogScope log("NLMUtils::CopyArrayOfInterfaces");
+    if (interfaces == nullptr || count == nullptr || identifiers == nullptr) {
+        return E_POINTER;
+    }
+    *count = 0;
+    identifiers->Reset();
+    if (!IsVectorOfReferences(interfaces)) {
+        return DISP_E_TYPEMISMATCH;
+    }
+    Bounds bounds;
+    HRESULT result = GetBounds(interfaces, bounds);
+    if (FAILED(result)) {
+        return result;
+    }
+    auto copy = Platform::AllocateFromProcessHeap<GUID>(bounds.Count() * sizeof(GUID));
+    if (!copy) {
+        log.Error(L"CopyArrayOfInterfaces malloc failed!!");
+        return E_OUTOFMEMORY;
+    }
+    result = CopyIdentifiers(interfaces, bounds, copy.Get());
+    if (SUCCEEDED(result)) {
+        *count = static_cast<ULONG>(bounds.Count());
+        *identifiers = std::move(copy);
+    }
+    return result;
+}
+
+}  // namespace NLMUtils
+
+namespace ServiceUtils {
+
+bool EnumerateWwanInterfaces() {
+    LogScope log("ServiceUtils::EnumerateWwanInterfaces");
+    bool found = false;
+    try {
+        found = FindInterfaces(log);
+    } catch (...) {
+        log.Error(L"Exception in EnumerateWwanInterfaces()");
+    }
+    return log.Return(L"Return = %d", found);
+}
+
+}  // namespace ServiceUtils

@@ -1,0 +1,363 @@
+#include "radio/wwan_radio.h"
+
+#include <wrl/client.h>
+
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "logging/log_scope.h"
+#include "network/nlm_event_handler.h"
+#include "platform/handles.h"
+#include "platform/pause.h"
+#include "radio/remembered_radio.h"
+#include "radio/wwan_state.h"
+
+using Microsoft::WRL::ComPtr;
+
+namespace ServiceUtils {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr int kInterfaceTries = 5;
+constexpr milliseconds kInterfacePause{50};
+
+constexpr int kSetTries = 5;
+constexpr milliseconds kSetPause{100};
+
+/// One iteration of a switch is: set, wait for the completion, look.
+constexpr int kSwitchIterations = 10;
+constexpr milliseconds kCompletionTimeout{7000};
+constexpr milliseconds kIterationPause{500};
+
+constexpr unsigned char kIgnoresAirplaneMode = 0;
+
+/// Tells the event sink, for a scope, that the service itself changes the radio. A mark left
+/// behind would make the sink ignore the user.
+class OwnRadioChange {
+  public:
+    OwnRadioChange() noexcept { WwanState::NetworkChangedForSetRadio = true; }
+    OwnRadioChange(const OwnRadioChange&) = delete;
+    OwnRadioChange& operator=(const OwnRadioChange&) = delete;
+    ~OwnRadioChange() { WwanState::NetworkChangedForSetRadio = false; }
+};
+
+/// What one switch works with.
+struct WwanSwitch {
+    const LogScope& log;
+    RadioStatus newStatus;
+    IMbnRadio& radio;
+    HANDLE completed;
+
+    [[nodiscard]] MBN_RADIO WantedState() const { return MeansOn(newStatus) ? MBN_RADIO_ON : MBN_RADIO_OFF; }
+};
+
+bool IsDevicePresent(const LogScope& log) {
+    if (!WwanState::devicePresent) {
+        log.Error(L"WWAN Device is not available.");
+        return false;
+    }
+    return true;
+}
+
+HRESULT GetInterface(const LogScope& log, ComPtr<IMbnInterface>& mbnInterface) {
+    const ComPtr<IMbnInterfaceManager> manager = WwanState::interfaceManager;
+    if (manager == nullptr) {
+        log.Error(L"IMbnInterfaceManager is NULL");
+        return E_POINTER;
+    }
+    HRESULT result = E_FAIL;
+    for (int attempt = 0; attempt < kInterfaceTries; ++attempt) {
+        result = manager->GetInterface(WwanState::interfaceId.c_str(), mbnInterface.ReleaseAndGetAddressOf());
+        if (SUCCEEDED(result) && mbnInterface == nullptr) {
+            result = E_POINTER;
+        }
+        if (FAILED(result)) {
+            log.Warning(L"GetInterface failed in try %d with !err is 0x%08X", attempt, result);
+        }
+        Platform::Pause(kInterfacePause);
+        if (SUCCEEDED(result)) {
+            return result;
+        }
+    }
+    log.Error(L"GetInterface failed with error: HRESULT : 0x%08X", result);
+    return result;
+}
+
+bool FindRadio(const LogScope& log, ComPtr<IMbnRadio>& radio) {
+    ComPtr<IMbnInterface> mbnInterface;
+    if (FAILED(GetInterface(log, mbnInterface))) {
+        return false;
+    }
+    HRESULT result =
+        mbnInterface->QueryInterface(IID_IMbnRadio, reinterpret_cast<void**>(radio.GetAddressOf()));
+    if (SUCCEEDED(result) && radio == nullptr) {
+        result = E_NOINTERFACE;
+    }
+    if (FAILED(result)) {
+        log.Error(L"QueryInterface failed with error: HRESULT : 0x%08X", result);
+        return false;
+    }
+    return true;
+}
+
+bool ReadRadio(const LogScope& log) {
+    if (!IsDevicePresent(log)) {
+        return false;
+    }
+    ComPtr<IMbnRadio> radio;
+    if (!GetRadioInterface(radio.GetAddressOf())) {
+        log.Error(L"GetRadioInterface Failed");
+        return false;
+    }
+    MBN_RADIO state = MBN_RADIO_OFF;
+    const HRESULT result = radio->get_SoftwareRadioState(&state);
+    if (FAILED(result)) {
+        log.Error(L"get_SoftwareRadioState failed! err is %d", result);
+        return false;
+    }
+    log.Information(L"Current WWAN status : %ls", state == MBN_RADIO_ON ? L"ON" : L"OFF");
+    return state == MBN_RADIO_ON;
+}
+
+/// Makes this switch's event and publishes it for the event sink. Null when that failed.
+std::shared_ptr<Platform::UniqueHandle> PublishRadioChangeEvent(const LogScope& log) {
+    Platform::UniqueHandle created(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+    if (!created) {
+        log.Error(L"CreateEvent failed with error: HRESULT : 0x%08X",
+                  HRESULT_FROM_WIN32(static_cast<LONG>(GetLastError())));
+        return nullptr;
+    }
+    auto event = std::make_shared<Platform::UniqueHandle>(std::move(created));
+    WwanState::radioChangeEvent = event;
+    return event;
+}
+
+/// Asks the radio for the state, with patience. When it refuses for good the switch goes on all
+/// the same: the state may come by another way.
+void RequestState(const WwanSwitch& change) {
+    ULONG requestId = 0;
+    HRESULT result = E_FAIL;
+    for (int attempt = 0; attempt < kSetTries && FAILED(result); ++attempt) {
+        result = change.radio.SetSoftwareRadioState(change.WantedState(), &requestId);
+        if (FAILED(result)) {
+            change.log.Warning(L"SetSoftwareRadioState failed with error in retry %d: HRESULT : 0x%08X",
+                               attempt, result);
+        }
+        Platform::Pause(kSetPause);
+    }
+    if (FAILED(result)) {
+        change.log.Error(L"SetSoftwareRadioState failed with error : HRESULT : 0x%08X", result);
+    }
+    change.log.Information(L"SetSoftwareRadioState Radio State = %d, Request ID = %d", change.WantedState(),
+                           requestId);
+}
+
+/// Whether a completion came in time. Any does: request identifiers are not compared.
+bool WaitForCompletion(const WwanSwitch& change) {
+    const DWORD outcome =
+        WaitForSingleObject(change.completed, static_cast<DWORD>(kCompletionTimeout.count()));
+    change.log.Information(L"WaitForSingleObject returned = %d , bOnOffStatus = %d", outcome,
+                           change.newStatus);
+    return outcome == WAIT_OBJECT_0;
+}
+
+/// Whether the radio that reported the completion has the wanted state.
+bool HasLastRadioFollowed(const WwanSwitch& change, int iteration) {
+    // A reference of this thread's own: the next completion may replace the radio at any time.
+    const std::shared_ptr<IMbnRadio> radio = WwanState::lastRadio;
+    MBN_RADIO state = MBN_RADIO_OFF;
+    const HRESULT result = radio == nullptr ? E_POINTER : radio->get_SoftwareRadioState(&state);
+    if (FAILED(result)) {
+        change.log.Error(L"get_SoftwareRadioState failed with error: HRESULT : 0x%08X", result);
+        return false;
+    }
+    change.log.Information(L"New SoftwareRadioState = %d in iteration %d", state, iteration);
+    if (state != change.WantedState()) {
+        return false;
+    }
+    change.log.Information(L"NewSoftwareRadioState and expected radio states match. Exiting.. ");
+    return true;
+}
+
+/// The same by a fresh look, when no completion came or it said something else.
+bool HasRadioFollowedAnyway(const WwanSwitch& change) {
+    const bool isOn = CheckWwanStatus();
+    change.log.Information(L"Got new WWAN Status = %d , bOnOffStatus = %d", isOn, change.newStatus);
+    if (isOn != MeansOn(change.newStatus)) {
+        return false;
+    }
+    change.log.Information(L"New Radio State is Set after timeout. So exiting from loop");
+    return true;
+}
+
+void SetUntilRadioFollows(const WwanSwitch& change) {
+    for (int iteration = 0; iteration < kSwitchIterations; ++iteration) {
+        RequestState(change);
+        if (WaitForCompletion(change) && HasLastRadioFollowed(change, iteration)) {
+            return;
+        }
+        if (HasRadioFollowedAnyway(change)) {
+            return;
+        }
+        change.log.Information(L"Retrying SetSoftwareRadioState = %d", iteration);
+        Platform::Pause(kIterationPause);
+    }
+}
+
+void MarkOffWithoutEthernet(RadioStatus newStatus) {
+    int isEthernetUp = 0;
+    NLMEventHandler::CheckEthernetConnectionStatusEx(&isEthernetUp, nullptr);
+    if (!MeansOn(newStatus) && isEthernetUp == 0) {
+        WwanState::offWithoutEthernet = true;
+    }
+}
+
+/// True once the switch was tried, whether or not the radio followed: the caller reads it back.
+bool ChangeRadio(const LogScope& log, RadioStatus newStatus) {
+    ComPtr<IMbnRadio> radio;  // released after the mark is taken back
+    const OwnRadioChange mark;
+    log.Information(L"Change to softwareRadioState : %d", MeansOn(newStatus) ? MBN_RADIO_ON : MBN_RADIO_OFF);
+    const std::shared_ptr<Platform::UniqueHandle> completed = PublishRadioChangeEvent(log);
+    if (completed == nullptr) {
+        return false;
+    }
+    if (!GetRadioInterface(radio.GetAddressOf())) {
+        log.Error(L"GetRadioInterface Failed");
+        return false;
+    }
+    SetUntilRadioFollows({log, newStatus, *radio.Get(), completed->Get()});
+    return true;
+}
+
+/// Under the switch lock.
+bool SwitchRadio(const LogScope& log, RadioStatus newStatus, unsigned char checkAirplaneStatus) {
+    if (!IsDevicePresent(log)) {
+        return false;
+    }
+    if (CheckAirplaneMode() && MeansOn(newStatus) && checkAirplaneStatus != kIgnoresAirplaneMode) {
+        log.Information(L"SwitchWwanStatus not needed for New status = %d", newStatus);
+        return false;
+    }
+    const bool isOn = CheckWwanStatus();
+    log.Information(L"Current Status : %d, To Change Status = %d", isOn, newStatus);
+    if (isOn == MeansOn(newStatus)) {
+        log.Information(L"No change in WWAN Status Needed.");
+        return true;
+    }
+    MarkOffWithoutEthernet(newStatus);
+    return ChangeRadio(log, newStatus);
+}
+
+constexpr SwitchableRadio kWwanRadio{
+    &SwitchWwanStatus,
+    &CheckWwanStatus,
+    L"SwitchWwanStatus not needed for New status = %d",
+    L"SwitchWwanStatus Success",
+    L"SwitchWwanStatus not Succeeded. Retrying to %d",
+};
+
+void BringRadioBack(const LogScope& log) {
+    if (!IsDevicePresent(log)) {
+        return;
+    }
+    const std::wstring remembered = RememberedPowerStatus(PowerStatus::kWwanKey);
+    log.Information(L"WWAN Registry Status = %s", remembered.c_str());
+    if (remembered == PowerStatus::kOn && !SwitchWwanStatusWithRetry(kRadioOn, kSwitchRetries)) {
+        log.Error(L"SwitchWwanStatusWithRetry (StartWWANService) failed");
+    }
+}
+
+void TakeRadioDown(const LogScope& log) {
+    if (!IsDevicePresent(log)) {
+        return;
+    }
+    log.Information(L"StopWWANService - Entry");
+    const bool isOn = CheckWwanStatus();
+    log.Information(L"WWAN Current Status = %d", isOn);
+    if (!isOn) {
+        // What is remembered stays: a radio that is off already may be off by this service's doing.
+        return;
+    }
+    if (SwitchWwanStatus(kRadioOff, kIgnoresAirplaneMode)) {
+        SetWwanPowerStatusInRegistry(kRadioOn);
+    } else {
+        log.Error(L"SwitchWwanStatus (StopWWANService) failed");
+    }
+}
+
+}  // namespace
+
+bool GetRadioInterface(IMbnRadio** radio) {
+    const LogScope log("ServiceUtils::GetRadioInterface");
+    *radio = nullptr;
+    try {
+        ComPtr<IMbnRadio> found;
+        if (!FindRadio(log, found)) {
+            return false;
+        }
+        *radio = found.Detach();
+        return true;
+    } catch (...) {
+        log.Error(L"Exception in GetRadioInterface()");
+        return false;
+    }
+}
+
+bool CheckWwanStatus() {
+    LogScope log("ServiceUtils::CheckWwanStatus");
+    bool isOn = false;
+    try {
+        isOn = ReadRadio(log);
+    } catch (...) {
+        log.Error(L"Exception in CheckWwanStatus()");
+    }
+    return log.Return(L"WWAN Status = %d", isOn);
+}
+
+bool SwitchWwanStatus(const RadioStatus& newStatus, const unsigned char& checkAirplaneStatus) {
+    LogScope log("ServiceUtils::SwitchWwanStatus", L"OnOffValue = %d, bCheckAirplaneStatus = %d", newStatus,
+                 checkAirplaneStatus);
+    bool tried = false;
+    try {
+        const std::lock_guard hold(WwanState::switchLock);
+        tried = SwitchRadio(log, newStatus, checkAirplaneStatus);
+    } catch (...) {
+        log.Error(L"Exception in SwitchWwanStatus()");
+    }
+    return log.Return(L"WWAN switching Status = %d", tried);
+}
+
+bool SwitchWwanStatusWithRetry(const RadioStatus& newStatus, const int& retryCount) {
+    LogScope log("ServiceUtils::SwitchWwanStatusWithRetry", L"NewStatus = %d, Retry Count = %d", newStatus,
+                 retryCount);
+    bool succeeded = false;
+    try {
+        succeeded = IsDevicePresent(log) && SwitchUntilRadioFollows(log, kWwanRadio, newStatus, retryCount);
+    } catch (...) {
+        log.Error(L"Exception in SwitchWwanStatusWithRetry()");
+    }
+    return log.Return(L"WWAN switching Status = %d", succeeded);
+}
+
+void StartWWANService() {
+    const LogScope log("ServiceUtils::StartWWANService");
+    try {
+        BringRadioBack(log);
+    } catch (...) {
+        log.Error(L"Exception in StartWWANService()");
+    }
+}
+
+void StopWWANService() {
+    const LogScope log("ServiceUtils::StopWWANService");
+    try {
+        TakeRadioDown(log);
+    } catch (...) {
+        log.Error(L"Exception in StopWWANService()");
+    }
+}
+
+}  // namespace ServiceUtils
