@@ -15,6 +15,8 @@
 #include "radio/mbn_sinks.h"
 #include "service/service_base.h"
 
+class LogScope;
+
 /// The service: owns every long-lived resource of the switching logic. Its start only queues the
 /// start-up worker; its stop takes the subscriptions down in a fixed order and waits for nobody.
 ///
@@ -24,6 +26,8 @@
 class CMainService : public CServiceBase {
   public:
     CMainService();
+    CMainService(const CMainService&) = delete;
+    CMainService& operator=(const CMainService&) = delete;
     ~CMainService() override;
 
     /// The WLAN interface calls it on a thread of its own. `context` is not used.
@@ -54,7 +58,8 @@ class CMainService : public CServiceBase {
     static void HandleWlanNotificationAcmNetworkAvailable();
     static void HandleWlanNotificationMsmRadioStateChange();
 
-    // Subscriptions are advised and given back in this order.
+    // The order is that of the tear-down of subscriptions, and the reverse of what the destructor
+    // releases when the service was never stopped.
     WiredConnections m_wiredConnections;
     Microsoft::WRL::ComPtr<IConnectionPoint> m_networkListManagerEvents;
     Microsoft::WRL::ComPtr<IConnectionPoint> m_networkConnectionEvents;
@@ -73,5 +78,35 @@ class CMainService : public CServiceBase {
     Platform::UniqueWlanHandle m_wlanHandle;
 
   private:
-    void SetUpWwan(bool uninitialisesCom);
+    /// False, with an error line, when there is no event.
+    bool CreateAirplaneWatcherEvent(const LogScope& log);
+    void SignalAirplaneWatcher(const LogScope& log);
+    void CloseWlanHandle(const LogScope& log);
+
+    // The worker's steps write under its name. Those that give a boolean return false when the
+    // worker is to end at once.
+    bool SetUpAndDecide(const LogScope& log);
+    bool SetUpWlan(const LogScope& log);
+    bool CreateNetworkListManager(const LogScope& log);
+    void DecideWlan(const LogScope& log);
+    bool SetUpWwan(const LogScope& log);
+    bool CreateMbnInterfaceManager(const LogScope& log);
+    void DecideWwan(const LogScope& log);
+
+    // The sinks count from 0. The field's reference is counted here, and a second one is given to
+    // the caller, who may still work with a sink that `OnStop` has let go of. Null, with an error
+    // line, when there is no memory.
+    Microsoft::WRL::ComPtr<NLMEventHandler> CreateNetworkEventHandler(const LogScope& log,
+                                                                      INetworkListManager* manager);
+    Microsoft::WRL::ComPtr<CMbnSinks> CreateMbnSinks(const LogScope& log);
+
+    /// Opens the watched key into `key`, in place of the one before, arms the notification on it
+    /// and waits for a change or for the service to stop. False when one of these failed.
+    bool WaitForRadioStateChange(const LogScope& log, Platform::UniqueRegistryKey& key);
+    void FollowAirplaneMode(const LogScope& log);
+
+    /// The Win32 error; ERROR_SUCCESS when there is a handle, opened now or before.
+    DWORD OpenWlanHandle(const LogScope& log);
+    DWORD SubscribeToWlan(const LogScope& log);
+    DWORD UnsubscribeFromWlan(const LogScope& log);
 };

@@ -1,0 +1,57 @@
+#include "core/common_steps.h"
+
+#include "logging/log_scope.h"
+#include "network/nlm_event_handler.h"
+#include "registry/registry.h"
+#include "service/service_names.h"
+#include "service/service_utilities.h"
+
+namespace CoreSteps {
+namespace {
+
+void WaitForService(const LogScope& log, const wchar_t* serviceName, const wchar_t* failureLine) {
+    const int status = Utils::WaitforServiceToStartRunning(serviceName);
+    if (status != Utils::kServiceRunning) {
+        log.Error(failureLine, status);
+    }
+}
+
+}  // namespace
+
+std::optional<int> ReadEthernetStatus(const LogScope& log) {
+    int status = kNoEthernet;
+    if (NLMEventHandler::CheckEthernetConnectionStatusEx(&status, nullptr) == 0) {
+        log.Error(L"CheckEthernetConnectionStatusEx failed");
+        return std::nullopt;
+    }
+    return status;
+}
+
+void WaitForWlanAutoConfig(const LogScope& log) {
+    WaitForService(log, ServiceNames::kWlanAutoConfig,
+                   L"WaitforServiceToStartRunning (WLAN AutoConfig) failed with running status = %d");
+}
+
+void WaitForWwanAutoConfig(const LogScope& log) {
+    log.Information(L"Wait for (WWAN AutoConfig) to start");
+    WaitForService(log, ServiceNames::kWwanAutoConfig,
+                   L"WaitforServiceToStartRunning (WWAN AutoConfig) failed with running status = %d");
+}
+
+bool StepSucceeded(const LogScope& log, HRESULT result, const wchar_t* failureLine) {
+    if (FAILED(result)) {
+        log.Error(failureLine, result);
+        return false;
+    }
+    return true;
+}
+
+ServiceUtils::RadioStatus RadioStatusFromText(const std::wstring& text) {
+    return text == PowerStatus::kOn ? ServiceUtils::kRadioOn : ServiceUtils::kRadioOff;
+}
+
+std::wstring ReadRememberedPower(const wchar_t* keyPath) {
+    return Registry(HKEY_LOCAL_MACHINE).GetValue(keyPath, PowerStatus::kValueName);
+}
+
+}  // namespace CoreSteps

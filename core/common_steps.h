@@ -1,0 +1,43 @@
+#pragma once
+
+#include <windows.h>
+
+#include <optional>
+#include <string>
+
+#include "radio/power_status.h"
+
+class LogScope;
+
+/// Steps that several operations of the core have in common, each with the log lines that belong
+/// to it, which go under the name of the operation that asks. Callable on any thread.
+namespace CoreSteps {
+
+/// Answers of the system-wide Ethernet test.
+constexpr int kNoEthernet = 0;
+constexpr int kEthernetUp = 1;
+
+/// Whether a switch looks at airplane mode before it turns a radio on.
+constexpr unsigned char kIgnoreAirplaneMode = 0;
+constexpr unsigned char kRespectAirplaneMode = 1;
+
+/// One of the answers above; empty, with an error line, when the adapters could not be read.
+[[nodiscard]] std::optional<int> ReadEthernetStatus(const LogScope& log);
+
+/// Wait until the service runs. One that does not come up in time costs an error line, nothing
+/// more: the callers go on and let the radio operations find out.
+void WaitForWlanAutoConfig(const LogScope& log);
+void WaitForWwanAutoConfig(const LogScope& log);
+
+/// Whether a COM step succeeded. If not, writes `failureLine`, which has one placeholder, with the
+/// result.
+[[nodiscard]] bool StepSucceeded(const LogScope& log, HRESULT result, const wchar_t* failureLine);
+
+/// The remembered state that a text from the registry stands for: on only for exactly "True".
+[[nodiscard]] ServiceUtils::RadioStatus RadioStatusFromText(const std::wstring& text);
+
+/// What is remembered below HKEY_LOCAL_MACHINE under one of the `PowerStatus` keys; empty when
+/// there is nothing.
+[[nodiscard]] std::wstring ReadRememberedPower(const wchar_t* keyPath);
+
+}  // namespace CoreSteps

@@ -1,0 +1,46 @@
+#include "core/common_steps.h"
+#include "core/main_service.h"
+#include "logging/log_scope.h"
+#include "radio/wlan_radio.h"
+#include "radio/wwan_radio.h"
+
+namespace {
+
+/// What differs between the two radios.
+struct RememberedRadio {
+    const wchar_t* keyPath;
+    const wchar_t* emptyLine;
+    const wchar_t* stateLine;
+    bool (*switchRadio)(const ServiceUtils::RadioStatus& newStatus, const unsigned char& checkAirplaneStatus);
+};
+
+constexpr RememberedRadio kWlan = {PowerStatus::kWlanKey,
+                                   L"Registry read is empty : WLAN. Setting Default Value as TRUE",
+                                   L"Registry read is %d, WLAN Switch = %d", &ServiceUtils::SwitchWlanStatus};
+constexpr RememberedRadio kWwan = {PowerStatus::kWwanKey,
+                                   L"Registry read is empty : WWAN. Setting Default Value as TRUE",
+                                   L"Registry read is %d, WWAN Switch = %d", &ServiceUtils::SwitchWwanStatus};
+
+/// Switches the radio to what is remembered. A text other than "True" switches it off actively.
+void Restore(const LogScope& log, const RememberedRadio& radio) {
+    std::wstring text = CoreSteps::ReadRememberedPower(radio.keyPath);
+    if (text.empty()) {
+        log.Information(radio.emptyLine);
+        text = PowerStatus::kOn;
+    }
+    const ServiceUtils::RadioStatus status = CoreSteps::RadioStatusFromText(text);
+    log.Information(radio.stateLine, status, status);
+    static_cast<void>(radio.switchRadio(status, CoreSteps::kRespectAirplaneMode));
+}
+
+}  // namespace
+
+void CMainService::UpdateWlanPowerStatus() {
+    const LogScope log("CMainService::UpdateWlanPowerStatus");
+    Restore(log, kWlan);
+}
+
+void CMainService::UpdateWwanPowerStatus() {
+    const LogScope log("CMainService::UpdateWwanPowerStatus");
+    Restore(log, kWwan);
+}

@@ -1,0 +1,83 @@
+#include "core/resume_handler.h"
+
+#include <optional>
+
+#include "bios/bios_settings.h"
+#include "core/common_steps.h"
+#include "logging/log_scope.h"
+#include "radio/wlan_radio.h"
+#include "radio/wwan_radio.h"
+#include "radio/wwan_state.h"
+#include "service/service_base.h"
+
+namespace {
+
+constexpr int kSwitchOffRetries = 5;
+
+void RestoreWlan(const LogScope& log) {
+    log.Information(L"Service resume handler starting WLAN service..");
+    log.Information(L"Wait for (WLAN AutoConfig) to start");
+    CoreSteps::WaitForWlanAutoConfig(log);
+    log.Information(L"WLAN AutoConfig wait completed");
+    ServiceUtils::StartWLANService();
+}
+
+void WaitForWwanIfPresent(const LogScope& log) {
+    if (WwanState::devicePresent) {
+        CoreSteps::WaitForWwanAutoConfig(log);
+        log.Information(L"WWAN AutoConfig wait completed.");
+    }
+}
+
+void RestoreWwan(const LogScope& log) {
+    WaitForWwanIfPresent(log);
+    log.Information(L"Obtained Signal Service resume handler starting WWAN service..");
+    ServiceUtils::StartWWANService();
+}
+
+void SwitchWwanOff(const LogScope& log) {
+    WaitForWwanIfPresent(log);
+    if (!ServiceUtils::SwitchWwanStatusWithRetry(ServiceUtils::kRadioOff, kSwitchOffRetries)) {
+        log.Error(L"SwitchWwanStatusWithRetry failed");
+    }
+}
+
+/// The WLAN radio is left as it is while the cable is in: the network events and the WLAN
+/// notifications that follow a resume take care of it.
+void DecideRadios(const LogScope& log, int ethernet) {
+    log.Information(L"Ethernet Status = %d", ethernet);
+    if (ethernet == CoreSteps::kNoEthernet) {
+        if (NLMUtils::lanWlanSwitchingEnabled) {
+            RestoreWlan(log);
+        }
+        if (NLMUtils::lanWwanSwitchingEnabled) {
+            RestoreWwan(log);
+        }
+    } else if (NLMUtils::lanWwanSwitchingEnabled) {
+        SwitchWwanOff(log);
+    }
+}
+
+}  // namespace
+
+namespace NLMUtils {
+
+bool SystemResumeHandler() {
+    LogScope log("NLMUtils::SystemResumeHandler");
+    if (const std::optional<int> ethernet = CoreSteps::ReadEthernetStatus(log)) {
+        DecideRadios(log, *ethernet);
+    }
+    return log.Return(L"Return = %d", true);
+}
+
+}  // namespace NLMUtils
+
+// Here and not beside the rest of the class, so that the service host does not depend on the core.
+void CServiceBase::OnContinue() {
+    const LogScope log("CServiceBase::OnContinue");
+    static_cast<void>(NLMUtils::IsLanWlanAutoSwitchingEnabled());
+    static_cast<void>(NLMUtils::IsLanWwanAutoSwitchingEnabled());
+    if (NLMUtils::lanWwanSwitchingEnabled || NLMUtils::lanWlanSwitchingEnabled) {
+        NLMUtils::SystemResumeHandler();
+    }
+}

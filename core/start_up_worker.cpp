@@ -1,0 +1,205 @@
+#include <windows.h>
+#include <sensapi.h>
+
+#include <exception>
+#include <optional>
+
+#include "bios/bios_settings.h"
+#include "core/common_steps.h"
+#include "core/main_service.h"
+#include "core/work_item.h"
+#include "logging/log_scope.h"
+#include "network/network_diagnostics.h"
+#include "radio/wlan_radio.h"
+#include "radio/wwan_radio.h"
+#include "radio/wwan_state.h"
+
+using Microsoft::WRL::ComPtr;
+
+namespace {
+
+constexpr char kWorkerName[] = "CMainService::ServiceWorkerThread";
+constexpr unsigned char kRegister = 1;
+
+/// The thread's way into COM. A thread that lives in another apartment keeps it and goes on.
+struct ComEntry {
+    bool usable;
+    bool leavesAtEnd;
+};
+
+ComEntry EnterCom(const LogScope& log) {
+    const HRESULT result = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    if (FAILED(result) && result != RPC_E_CHANGED_MODE) {
+        log.Error(L"CoInitialize failed with error: 0x%08X", result);
+        return {.usable = false, .leavesAtEnd = false};
+    }
+    return {.usable = true, .leavesAtEnd = SUCCEEDED(result)};
+}
+
+/// What counts are the two flags that the reads set.
+void ReadBiosSettings() {
+    static_cast<void>(NLMUtils::IsLanWlanAutoSwitchingEnabled());
+    static_cast<void>(NLMUtils::IsLanWwanAutoSwitchingEnabled());
+}
+
+/// For the log's reader only; nothing depends on it.
+void LogWhetherNetworkIsAlive(const LogScope& log) {
+    DWORD flags = 0;
+    const BOOL alive = IsNetworkAlive(&flags);
+    log.Information(L"Network Alive : Return  = %d, Status : %d", alive, flags);
+}
+
+/// The WWAN operations and their event threads reach the manager through this holder.
+void PublishMbnInterfaceManager(const ComPtr<IMbnInterfaceManager>& manager) {
+    if (WwanState::interfaceManager != manager) {
+        WwanState::interfaceManager = manager;
+    }
+}
+
+bool FindWwanDevice(const LogScope& log) {
+    WwanState::devicePresent = ServiceUtils::EnumerateWwanInterfaces();
+    if (!WwanState::devicePresent) {
+        log.Error(L"WWAN Device enumeration failed / No supporting WWAN device found ");
+    }
+    return WwanState::devicePresent;
+}
+
+}  // namespace
+
+void CMainService::ServiceWorkerThread() {
+    LogScope log(kWorkerName, L"ServiceWorkerThread - Entry");
+    // Only the normal end and a caught exception write the exit line; a start that was given up
+    // early does not.
+    log.OmitExitLine();
+    try {
+        if (!SetUpAndDecide(log)) {
+            return;
+        }
+    } catch (const std::exception& exception) {
+        log.Error(L"Exception in ServiceWorkerThread. %S", exception.what());
+    }
+    Orva::Shared::GetLogger().Write(Orva::Shared::Level::kTraceOut, kWorkerName,
+                                    L"ServiceWorkerThread - Exit");
+}
+
+bool CMainService::SetUpAndDecide(const LogScope& log) {
+    // Whoever gives up early leaves COM as it is: the thread belongs to the pool for good, and
+    // what was created so far lives in its apartment.
+    const ComEntry com = EnterCom(log);
+    if (!com.usable || !SetUpWlan(log)) {
+        return false;
+    }
+    DecideWlan(log);
+    if (!SetUpWwan(log)) {
+        return false;
+    }
+    DecideWwan(log);
+    if (com.leavesAtEnd) {
+        CoUninitialize();
+    }
+    return true;
+}
+
+bool CMainService::SetUpWlan(const LogScope& log) {
+    if (!CreateNetworkListManager(log)) {
+        return false;
+    }
+    QueueWorkItem(
+        *this, [](CMainService& service) { service.AirplaneModeWatcher(); }, WT_EXECUTEONLYONCE);
+    ReadBiosSettings();
+    log.Information(L"Finished reading Linkvane status from BIOS. Wait for (WLAN AutoConfig) to start");
+    CoreSteps::WaitForWlanAutoConfig(log);
+
+    log.Information(
+        L"WLAN AutoConfig wait completed and WLAN Device Available. So Listening for WLAN Notifications..");
+    ListenForWlanEvents();
+    if (RegisterWlanNotification(&kRegister) != ERROR_SUCCESS) {
+        log.Error(L"RegisterWlanNotification (register) failed");
+    }
+    // The worker's own reference: a stop may clear the field at any moment.
+    const ComPtr<INetworkListManager> manager = m_networkListManager;
+    NLMUtils::PrintNetworkConnections(manager.Get(), &m_wiredConnections);
+    LogWhetherNetworkIsAlive(log);
+    return true;
+}
+
+bool CMainService::CreateNetworkListManager(const LogScope& log) {
+    ComPtr<INetworkListManager> manager;
+    const HRESULT result =
+        CoCreateInstance(CLSID_NetworkListManager, nullptr, CLSCTX_ALL, IID_INetworkListManager, &manager);
+    if (!CoreSteps::StepSucceeded(log, result,
+                                  L"CoCreateInstance(CLSID_NetworkListManager) failed with error: 0x%08X")) {
+        return false;
+    }
+    m_networkListManager = manager;
+    return true;
+}
+
+void CMainService::DecideWlan(const LogScope& log) {
+    if (!NLMUtils::lanWlanSwitchingEnabled) {
+        log.Information(L"LAN WLAN Auto Switching is disabled in BIOS. Restoring previous WLAN Status.");
+        UpdateWlanPowerStatus();
+        return;
+    }
+    log.Information(L"Checking Ethernet connection status...");
+    const std::optional<int> ethernet = CoreSteps::ReadEthernetStatus(log);
+    if (!ethernet) {
+        return;
+    }
+    if (*ethernet == CoreSteps::kNoEthernet) {
+        UpdateWlanPowerStatus();
+        return;
+    }
+    log.Information(L"LAN connection available when service start. Stopping WLAN service...");
+    static_cast<void>(
+        ServiceUtils::SwitchWlanStatus(ServiceUtils::kRadioOff, CoreSteps::kRespectAirplaneMode));
+}
+
+bool CMainService::SetUpWwan(const LogScope& log) {
+    if (!CreateMbnInterfaceManager(log)) {
+        return false;
+    }
+    CoreSteps::WaitForWwanAutoConfig(log);
+    // The worker's own reference: a stop may clear the field at any moment.
+    const ComPtr<IMbnInterfaceManager> manager = m_mbnInterfaceManager;
+    PublishMbnInterfaceManager(manager);
+    if (!FindWwanDevice(log)) {
+        return false;
+    }
+    log.Information(
+        L"WWAN AutoConfig wait completed and WWAN Device Available. So Listening for WWAN events..");
+    ListenForWwanEvents();
+    return true;
+}
+
+bool CMainService::CreateMbnInterfaceManager(const LogScope& log) {
+    ComPtr<IMbnInterfaceManager> manager;
+    const HRESULT result =
+        CoCreateInstance(CLSID_MbnInterfaceManager, nullptr, CLSCTX_ALL, IID_IMbnInterfaceManager, &manager);
+    if (!CoreSteps::StepSucceeded(log, result,
+                                  L"CoCreateInstance(CLSID_MbnInterfaceManager) failed with error: 0x%08X")) {
+        return false;
+    }
+    m_mbnInterfaceManager = manager;
+    return true;
+}
+
+void CMainService::DecideWwan(const LogScope& log) {
+    if (!NLMUtils::lanWwanSwitchingEnabled) {
+        log.Information(L"LAN WWAN Auto Switching is disabled in BIOS.Restoring previous WWAN Status.");
+        UpdateWwanPowerStatus();
+        return;
+    }
+    const std::optional<int> ethernet = CoreSteps::ReadEthernetStatus(log);
+    if (!ethernet) {
+        return;
+    }
+    if (*ethernet == CoreSteps::kNoEthernet) {
+        log.Information(L"LAN connection not available when service start. starting WWAN service...");
+        UpdateWwanPowerStatus();
+        return;
+    }
+    log.Information(L"LAN connection available when service start. Stopping WWAN service...");
+    static_cast<void>(
+        ServiceUtils::SwitchWwanStatus(ServiceUtils::kRadioOff, CoreSteps::kRespectAirplaneMode));
+}

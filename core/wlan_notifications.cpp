@@ -1,0 +1,204 @@
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "bios/bios_settings.h"
+#include "core/common_steps.h"
+#include "core/main_service.h"
+#include "logging/log_scope.h"
+#include "platform/wlan_notifications.h"
+#include "radio/wlan_radio.h"
+
+namespace {
+
+constexpr DWORD kWlanClientVersion = 2;
+
+/// Held while a handler runs, so that two never do.
+std::mutex notificationLock;
+
+/// The WLAN state seen during airplane mode. Kept for the log alone; only under the lock above.
+std::wstring wlanStatusText = PowerStatus::kOff;
+
+bool IsNetworkAvailable(const WLAN_NOTIFICATION_DATA& data) {
+    return data.NotificationSource == WLAN_NOTIFICATION_SOURCE_ACM &&
+           data.NotificationCode == wlan_notification_acm_network_available;
+}
+
+bool IsRadioStateChange(const WLAN_NOTIFICATION_DATA& data) {
+    return data.NotificationSource == WLAN_NOTIFICATION_SOURCE_MSM &&
+           data.NotificationCode == Platform::kWlanNotificationMsmRadioStateChange;
+}
+
+/// The low half, as the log shows it.
+unsigned long HandleForLog(HANDLE handle) {
+    return static_cast<unsigned long>(reinterpret_cast<std::uintptr_t>(handle));
+}
+
+void SwitchWlanOff(const LogScope& log, unsigned char checkAirplaneStatus) {
+    if (!ServiceUtils::SwitchWlanStatus(ServiceUtils::kRadioOff, checkAirplaneStatus)) {
+        log.Error(L"SwitchWlanStatus(false) failed");
+    }
+}
+
+/// A network can only be there because the radio is on: somebody wants it on.
+void RememberThatWlanIsOn(const LogScope& log) {
+    log.Information(L"wlan_notification_acm_network_available ServiceUtils::my_service_turnonoff_wifi : %d",
+                    ServiceUtils::my_service_turnonoff_wifi.load());
+    const bool isOn = ServiceUtils::CheckWlanStatus();
+    if (isOn) {
+        log.Information(
+            L"wlan_notification_acm_network_available Registry set to True. Setting WlanPowerStatus %d in "
+            L"registry.",
+            isOn);
+        static_cast<void>(ServiceUtils::SetWlanPowerStatusInRegistry(ServiceUtils::kRadioOn));
+    }
+}
+
+/// The radio came back behind the service's back.
+void SwitchWlanOffBesideCable(const LogScope& log) {
+    log.Information(L"Ethernet is connected");
+    const bool enabled = NLMUtils::lanWlanSwitchingEnabled;
+    log.Information(L"LAN-WLAN Auto Switching Status = %d", enabled);
+    if (enabled) {
+        SwitchWlanOff(log, CoreSteps::kRespectAirplaneMode);
+    }
+}
+
+/// Without a cable and without airplane mode a change is the user's own, unless a cable event that
+/// is being handled made it.
+void RememberUsersChoice(const LogScope& log, bool isOn) {
+    if (msm_Notification_flag) {
+        return;
+    }
+    log.Information(
+        L"Airplane mode if OFF. Ethernet not connected. msm_Notification_flag = false. Setting WLAN registry "
+        L"status with WiFi Status = %d",
+        isOn);
+    static_cast<void>(
+        ServiceUtils::SetWlanPowerStatusInRegistry(isOn ? ServiceUtils::kRadioOn : ServiceUtils::kRadioOff));
+}
+
+void RecordStatusText(const LogScope& log, bool isOn) {
+    wlanStatusText = isOn ? PowerStatus::kOn : PowerStatus::kOff;
+    log.Information(L"Changing WiFi Status (string) to %s ", wlanStatusText.c_str());
+}
+
+void HandleRadioStateChange(const LogScope& log) {
+    const std::optional<int> ethernet = CoreSteps::ReadEthernetStatus(log);
+    if (!ethernet) {
+        return;
+    }
+    log.Information(L"Ethernet connection status = %d", *ethernet);
+    const bool airplaneMode = ServiceUtils::CheckAirplaneMode();
+    const bool isOn = ServiceUtils::CheckWlanStatus();
+    log.Information(L"Current WLAN status = %d", isOn);
+
+    if (!airplaneMode && *ethernet == CoreSteps::kNoEthernet) {
+        RememberUsersChoice(log, isOn);
+        return;
+    }
+    if (*ethernet == CoreSteps::kEthernetUp && isOn && NLMUtils::lanWlanSwitchingEnabled) {
+        SwitchWlanOff(log, CoreSteps::kIgnoreAirplaneMode);
+    }
+    if (airplaneMode) {
+        RecordStatusText(log, isOn);
+    }
+}
+
+}  // namespace
+
+DWORD CMainService::RegisterWlanNotification(const unsigned char* registers) {
+    LogScope log("CMainService::RegisterWlanNotification", L"Registration Status - %d, WLANHandle = 0x%08lx",
+                 *registers, HandleForLog(m_wlanHandle.Get()));
+    DWORD result = OpenWlanHandle(log);
+    if (result == ERROR_SUCCESS) {
+        result = *registers != 0 ? SubscribeToWlan(log) : UnsubscribeFromWlan(log);
+    }
+    return log.Return(L"Return  = %d", result);
+}
+
+DWORD CMainService::OpenWlanHandle(const LogScope& log) {
+    if (m_wlanHandle) {
+        return ERROR_SUCCESS;
+    }
+    DWORD negotiatedVersion = 0;
+    Platform::UniqueWlanHandle opened;
+    const DWORD result = WlanOpenHandle(kWlanClientVersion, nullptr, &negotiatedVersion, opened.Put());
+    if (result != ERROR_SUCCESS) {
+        log.Error(L"WlanOpenHandle failed with error: %u", result);
+        return result;
+    }
+    m_wlanHandle = std::move(opened);
+    return m_wlanHandle ? ERROR_SUCCESS : ERROR_NOT_READY;
+}
+
+DWORD CMainService::SubscribeToWlan(const LogScope& log) {
+    const DWORD result = WlanRegisterNotification(
+        m_wlanHandle.Get(), WLAN_NOTIFICATION_SOURCE_ACM | WLAN_NOTIFICATION_SOURCE_MSM, FALSE,
+        &WlanNotificationCallback, nullptr, nullptr, nullptr);
+    if (result != ERROR_SUCCESS) {
+        // The line shows the thread's last error, which need not be the result; the caller gets that.
+        log.Error(L"WlanRegisterNotification(Registration) fail with err %d!!", GetLastError());
+    }
+    return result;
+}
+
+DWORD CMainService::UnsubscribeFromWlan(const LogScope& log) {
+    const DWORD result = WlanRegisterNotification(m_wlanHandle.Get(), WLAN_NOTIFICATION_SOURCE_NONE, FALSE,
+                                                  nullptr, nullptr, nullptr, nullptr);
+    if (result != ERROR_SUCCESS) {
+        log.Error(L"WlanRegisterNotification (Un-Registration) fail with err %d!!", GetLastError());
+    }
+    return result;
+}
+
+void WINAPI CMainService::WlanNotificationCallback(WLAN_NOTIFICATION_DATA* data, void* /*context*/) {
+    const LogScope log("CMainService::WlanNotificationCallback");
+    if (data == nullptr) {
+        return;
+    }
+    try {
+        log.Information(L"WlanNotificationCallback - Notification Source = 0x%x, Notification Code = %d",
+                        data->NotificationSource, data->NotificationCode);
+        const std::lock_guard lock(notificationLock);
+        if (IsNetworkAvailable(*data)) {
+            log.Information(
+                L"NotificationSource = WLAN_NOTIFICATION_SOURCE_ACM, NotificationCode = "
+                L"wlan_notification_acm_network_available. Processing Callback ");
+            HandleWlanNotificationAcmNetworkAvailable();
+        }
+        if (IsRadioStateChange(*data)) {
+            log.Information(
+                L"NotificationSource = WLAN_NOTIFICATION_SOURCE_MSM, NotificationCode= "
+                L"wlan_notification_msm_radio_state_change. Processing Callback");
+            HandleWlanNotificationMsmRadioStateChange();
+        }
+    } catch (...) {
+        log.Error(L"Exception in WlanNotificationCallback()");
+    }
+}
+
+void CMainService::HandleWlanNotificationAcmNetworkAvailable() {
+    const LogScope log("CMainService::HandleWlanNotificationAcmNetworkAvailable");
+    const std::optional<int> ethernet = CoreSteps::ReadEthernetStatus(log);
+    if (!ethernet) {
+        return;
+    }
+    log.Information(L"Ethernet connection status = %d", *ethernet);
+    if (*ethernet == CoreSteps::kNoEthernet) {
+        RememberThatWlanIsOn(log);
+    } else {
+        SwitchWlanOffBesideCable(log);
+    }
+}
+
+void CMainService::HandleWlanNotificationMsmRadioStateChange() {
+    const LogScope log("CMainService::HandleWlanNotificationMsmRadioStateChange");
+    try {
+        HandleRadioStateChange(log);
+    } catch (...) {
+        log.Error(L"Exception in HandleWlanNotificationMsmRadioStateChange()");
+    }
+}
