@@ -20,7 +20,7 @@ class Registry {
     LSTATUS SetValue(const std::wstring& keyPath, const std::wstring& valueName, const wchar_t* text) const;
 
     /// Deletes a key with all its subkeys. Returns the Win32 error; a missing key is a success.
-    LSTATUS DeleteSubkey(const std::wstring& keyPath) const;
+    [[nodiscard]] LSTATUS DeleteSubkey(const std::wstring& keyPath) const;
 
   private:
     HKEY m_root;

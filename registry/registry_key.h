@@ -20,10 +20,12 @@ class RegistryKey {
     explicit RegistryKey(const RegistryTransaction* transaction = nullptr) noexcept
         : m_transaction(transaction) {}
 
+    /// Opens a key; a null or empty `subkey` stands for `parent` itself. A key held before is
+    /// closed; how that went is the result.
     LSTATUS Open(HKEY parent, const wchar_t* subkey, REGSAM access);
 
-    /// Opens the key, making it when it is missing. A key held before is closed first; how that
-    /// went is the result.
+    /// Opens a key, making it when it is missing. A key held before is closed; how that went is
+    /// the result.
     LSTATUS Create(HKEY parent, const wchar_t* subkey, REGSAM access);
 
     /// Deletes a key without subkeys, in the view of this key.
@@ -39,6 +41,11 @@ class RegistryKey {
     [[nodiscard]] REGSAM View() const noexcept { return m_view; }
 
   private:
+    /// `DeleteTree` for each subkey of this key. An enumeration that fails counts as finished.
+    LSTATUS DeleteSubkeys();
+    /// Takes over a key that was opened with `access`, in place of the one held before.
+    LSTATUS Hold(Platform::UniqueRegistryKey&& key, REGSAM access);
+
     Platform::UniqueRegistryKey m_key;
     REGSAM m_view = 0;
     const RegistryTransaction* m_transaction;
