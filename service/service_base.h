@@ -59,5 +59,9 @@ class CServiceBase {
 
   private:
     struct Transition;
-    void RunTransition(const Transition& transition);
+    /// Runs one virtual operation with the reports around it; nothing that it throws gets out.
+    template <class Operation>
+    void RunTransition(const Transition& transition, const Operation& operation);
+
+    static void HandlePowerEvent(DWORD eventType);
 };

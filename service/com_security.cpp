@@ -1,0 +1,89 @@
+#include "service/com_security.h"
+
+#include <objbase.h>
+
+#include "logging/logger.h"
+#include "platform/handles.h"
+#include "service/security_descriptor.h"
+
+using Platform::UniqueLocalMemory;
+
+namespace {
+
+/// COM_RIGHTS_EXECUTE of the platform SDK's <objbase.h>, which some headers leave out.
+constexpr DWORD kComRightsExecute = 1;
+
+constexpr LONG kLetComChooseServices = -1;
+
+/// Who may call the event sinks, and the line when no SID could be made.
+struct Caller {
+    WELL_KNOWN_SID_TYPE type;
+    const wchar_t* failure;
+};
+constexpr Caller kCallers[] = {
+    {WinLocalSystemSid, L"CreateWellKnownSid with WinLocalSystemSid failed. Error: 0x%08X"},
+    {WinBuiltinAdministratorsSid,
+     L"CreateWellKnownSid with WinBuiltinAdministratorsSid failed.  Error: 0x%08X"},
+    {WinBuiltinUsersSid, L"CreateWellKnownSid with WinBuiltinUsersSid failed.  Error: 0x%08X"},
+};
+
+/// No lock: this runs before any other thread of the process exists.
+bool comSecurityInitialised = false;
+
+template <class Value>
+void Log(int level, const wchar_t* format, Value value) {
+    Orva::Shared::GetLogger().Write(level, "InitializeSecurity", format, value);
+}
+
+/// Lets one group of callers in. `sid` is room for any SID; without room none can be made.
+void AllowCaller(SecurityDescriptor& callers, const UniqueLocalMemory& sid, const Caller& caller) {
+    DWORD bytes = sid ? SECURITY_MAX_SID_SIZE : 0;
+    if (CreateWellKnownSid(caller.type, nullptr, sid.Get(), &bytes) == FALSE) {
+        const DWORD error = GetLastError();
+        Log(Orva::Shared::Level::kError, caller.failure, error);
+        return;
+    }
+    callers.Allow(sid.Get(), kComRightsExecute);
+}
+
+void AllowCallers(SecurityDescriptor& callers) {
+    const UniqueLocalMemory sid(LocalAlloc(LPTR, SECURITY_MAX_SID_SIZE));
+    callers.TakeOwnerAndGroupFromToken();
+    for (const Caller& caller : kCallers) {
+        AllowCaller(callers, sid, caller);
+    }
+}
+
+/// Hands the descriptor to COM from inside an apartment.
+HRESULT SetProcessSecurity(SecurityDescriptor& callers) {
+    const HRESULT entered = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+    if (FAILED(entered)) {
+        Log(Orva::Shared::Level::kError, L"CoInitializeEx failed. Error: 0x%08X", entered);
+        return entered;
+    }
+    const HRESULT secured = CoInitializeSecurity(callers.Get(), kLetComChooseServices, nullptr, nullptr,
+                                                 RPC_C_AUTHN_LEVEL_CONNECT, RPC_C_IMP_LEVEL_IMPERSONATE,
+                                                 nullptr, EOAC_NONE, nullptr);
+    if (FAILED(secured)) {
+        Log(Orva::Shared::Level::kError, L"CoInitializeSecurity failed. Error: 0x%08X", secured);
+        return secured;
+    }
+    comSecurityInitialised = true;
+    return secured;
+}
+
+}  // namespace
+
+HRESULT InitializeSecurity() {
+    SecurityDescriptor callers;
+    AllowCallers(callers);
+    HRESULT result = S_OK;
+    if (!comSecurityInitialised) {
+        result = SetProcessSecurity(callers);
+        // Also when the apartment could not be entered, on purpose. What was set stays in force
+        // after the apartment is left.
+        CoUninitialize();
+    }
+    Log(Orva::Shared::Level::kInformation, L"InitializeSecurity : HRESULT: 0x%08X", result);
+    return result;
+}

@@ -1,0 +1,205 @@
+#include "service/service_base.h"
+
+#include <array>
+#include <iterator>
+
+#include "logging/format.h"
+#include "platform/handles.h"
+
+using Orva::Shared::FormatText;
+
+namespace {
+
+constexpr std::size_t kErrorEntryCharacters = 260;
+constexpr WORD kNoCategory = 0;
+constexpr DWORD kNoEventIdentifier = 0;
+
+/// In place of a service state: nothing is reported.
+constexpr DWORD kNoReport = 0;
+
+/// States that are reached, so that no progress towards them is counted.
+bool IsFinal(DWORD state) {
+    return state == SERVICE_RUNNING || state == SERVICE_STOPPED;
+}
+
+}  // namespace
+
+/// What is reported and written around one virtual operation.
+struct CServiceBase::Transition {
+    DWORD pendingState;  ///< before the operation, or `kNoReport`
+    DWORD doneState;     ///< after it
+    DWORD failedState;   ///< after it has thrown, or `kNoReport`
+    /// Whether the report of the failure carries a thrown Win32 error as exit code.
+    bool exitCodeTellsError;
+    const wchar_t* errorFunction;   ///< names the operation in the entry of a thrown Win32 error
+    const wchar_t* failureMessage;  ///< the entry when anything else was thrown
+};
+
+CServiceBase::CServiceBase(const wchar_t* serviceName) noexcept : m_serviceName(serviceName) {
+    m_status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
+    m_status.dwCurrentState = SERVICE_START_PENDING;
+    m_status.dwControlsAccepted = SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_PRESHUTDOWN;
+}
+
+bool CServiceBase::Run(CServiceBase& service) {
+    s_service = &service;
+    // The table's type wants a writable name; the dispatcher only reads it.
+    const std::array<SERVICE_TABLE_ENTRYW, 2> table{{
+        {const_cast<wchar_t*>(service.m_serviceName), &CServiceBase::ServiceMain},  // NOLINT
+        {nullptr, nullptr},
+    }};
+    return StartServiceCtrlDispatcherW(table.data()) != FALSE;
+}
+
+void CServiceBase::OnStart(DWORD /*argumentCount*/, wchar_t** /*arguments*/) {}
+void CServiceBase::OnStop() {}
+void CServiceBase::OnPause() {}
+void CServiceBase::OnShutdown() {}
+
+template <class Operation>
+void CServiceBase::RunTransition(const Transition& transition, const Operation& operation) {
+    const auto reportFailure = [&](DWORD exitCode) {
+        if (transition.failedState != kNoReport) {
+            SetServiceStatus(transition.failedState, exitCode);
+        }
+    };
+    try {
+        if (transition.pendingState != kNoReport) {
+            SetServiceStatus(transition.pendingState);
+        }
+        operation();
+        SetServiceStatus(transition.doneState);
+    } catch (DWORD error) {
+        WriteErrorLogEntry(transition.errorFunction, error);
+        reportFailure(transition.exitCodeTellsError ? error : NO_ERROR);
+    } catch (...) {
+        WriteEventLogEntry(transition.failureMessage, EVENTLOG_ERROR_TYPE);
+        reportFailure(NO_ERROR);
+    }
+}
+
+void CServiceBase::Start(DWORD argumentCount, wchar_t** arguments) {
+    constexpr Transition kStart{.pendingState = SERVICE_START_PENDING,
+                                .doneState = SERVICE_RUNNING,
+                                .failedState = SERVICE_STOPPED,
+                                .exitCodeTellsError = true,
+                                .errorFunction = L"Service Start",
+                                .failureMessage = L"Service failed to start."};
+    RunTransition(kStart, [&] { OnStart(argumentCount, arguments); });
+}
+
+void CServiceBase::Stop() {
+    const Transition stop{.pendingState = SERVICE_STOP_PENDING,
+                          .doneState = SERVICE_STOPPED,
+                          .failedState = m_status.dwCurrentState,
+                          .exitCodeTellsError = false,
+                          .errorFunction = L"Service Stop",
+                          .failureMessage = L"Service failed to stop."};
+    RunTransition(stop, [&] { OnStop(); });
+}
+
+void CServiceBase::Pause() {
+    constexpr Transition kPause{.pendingState = SERVICE_PAUSE_PENDING,
+                                .doneState = SERVICE_PAUSED,
+                                .failedState = SERVICE_RUNNING,
+                                .exitCodeTellsError = false,
+                                .errorFunction = L"Service Pause",
+                                .failureMessage = L"Service failed to pause."};
+    RunTransition(kPause, [&] { OnPause(); });
+}
+
+void CServiceBase::Continue() {
+    constexpr Transition kContinue{.pendingState = SERVICE_CONTINUE_PENDING,
+                                   .doneState = SERVICE_RUNNING,
+                                   .failedState = SERVICE_PAUSED,
+                                   .exitCodeTellsError = false,
+                                   .errorFunction = L"Service Continue",
+                                   .failureMessage = L"Service failed to resume."};
+    RunTransition(kContinue, [&] { OnContinue(); });
+}
+
+void CServiceBase::Shutdown() {
+    // Unlike the others it reports nothing before the operation and nothing when that fails: at
+    // pre-shutdown the system goes down whether or not the service has stopped.
+    constexpr Transition kShutdown{.pendingState = kNoReport,
+                                   .doneState = SERVICE_STOPPED,
+                                   .failedState = kNoReport,
+                                   .exitCodeTellsError = false,
+                                   .errorFunction = L"Service Shutdown",
+                                   .failureMessage = L"Service failed to shut down."};
+    RunTransition(kShutdown, [&] { OnShutdown(); });
+}
+
+void CServiceBase::SetServiceStatus(DWORD currentState, DWORD win32ExitCode) {
+    m_status.dwControlsAccepted |= SERVICE_ACCEPT_POWEREVENT;
+    m_status.dwCurrentState = currentState;
+    m_status.dwWin32ExitCode = win32ExitCode;
+    m_status.dwWaitHint = 0;
+    m_status.dwCheckPoint = IsFinal(currentState) ? 0 : s_checkPoint++;
+    ::SetServiceStatus(m_statusHandle, &m_status);
+}
+
+void CServiceBase::WriteEventLogEntry(const wchar_t* message, WORD type) {
+    const Platform::UniqueEventSource source(RegisterEventSourceW(nullptr, m_serviceName));
+    if (!source) {
+        return;
+    }
+    std::array<const wchar_t*, 2> strings{m_serviceName, message};
+    ReportEventW(source.Get(), type, kNoCategory, kNoEventIdentifier, nullptr,
+                 static_cast<WORD>(strings.size()), 0, strings.data(), nullptr);
+}
+
+void CServiceBase::WriteErrorLogEntry(const wchar_t* function, DWORD error) {
+    std::array<wchar_t, kErrorEntryCharacters> message{};
+    FormatText(message.data(), message.size(), L"%s failed w/err 0x%08lx", function, error);
+    WriteEventLogEntry(message.data(), EVENTLOG_ERROR_TYPE);
+}
+
+void WINAPI CServiceBase::ServiceMain(DWORD argumentCount, wchar_t** arguments) {
+    s_service->m_statusHandle =
+        RegisterServiceCtrlHandlerExW(s_service->m_serviceName, &CServiceBase::ServiceCtrlHandler, nullptr);
+    if (s_service->m_statusHandle == nullptr) {
+        // Nothing catches it, which ends the process: no service can go on without its controls.
+        throw GetLastError();
+    }
+    s_service->Start(argumentCount, arguments);
+}
+
+DWORD WINAPI CServiceBase::ServiceCtrlHandler(DWORD control, DWORD eventType, void* /*eventData*/,
+                                              void* /*context*/) {
+    switch (control) {
+        case SERVICE_CONTROL_STOP:
+            s_service->Stop();
+            break;
+        case SERVICE_CONTROL_PAUSE:
+            s_service->Pause();
+            break;
+        case SERVICE_CONTROL_CONTINUE:
+            s_service->Continue();
+            break;
+        case SERVICE_CONTROL_POWEREVENT:
+            HandlePowerEvent(eventType);
+            break;
+        case SERVICE_CONTROL_PRESHUTDOWN:
+            s_service->Shutdown();
+            break;
+        default:
+            break;
+    }
+    return NO_ERROR;
+}
+
+void CServiceBase::HandlePowerEvent(DWORD eventType) {
+    switch (eventType) {
+        case PBT_APMSUSPEND:
+        case PBT_APMSTANDBY:
+            s_service->Pause();
+            break;
+        case PBT_APMRESUMEAUTOMATIC:
+            // The system sends this one at every resume, the user's presence or not.
+            s_service->Continue();
+            break;
+        default:
+            break;
+    }
+}

@@ -1,0 +1,235 @@
+#include "service/service_utilities.h"
+
+#include <array>
+#include <cstddef>
+
+#include "logging/format.h"
+#include "logging/log_scope.h"
+#include "platform/handles.h"
+#include "service/executable_path.h"
+#include "service/service_names.h"
+
+using Platform::UniqueHandle;
+using Platform::UniqueLocalMemory;
+using Platform::UniqueServiceHandle;
+
+namespace {
+
+constexpr wchar_t kUnknownVersion[] = L"0.0.0.0";
+constexpr std::size_t kVersionCharacters = sizeof("65535.65535.65535.65535");
+
+constexpr DWORD kPollMilliseconds = 1000;
+constexpr int kMostPolls = 15;
+
+// Answers of SetServiceRestartRecoveryOnFailure; the two failures add up.
+constexpr int kRecoverySet = 0;
+constexpr int kActionsNotSet = 1;
+constexpr int kFlagNotSet = 16;
+
+constexpr DWORD kFailureCountResetSeconds = 60 * 60;
+constexpr DWORD kMillisecondsPerMinute = 60 * 1000;
+constexpr std::array<DWORD, 3> kRestartDelayMinutes{2, 4, 6};
+
+/// The version resource of the running executable; empty, and logged, when there is none.
+UniqueLocalMemory ReadVersionResource(const LogScope& log, const wchar_t* path) {
+    const DWORD size = GetFileVersionInfoSizeW(path, nullptr);
+    if (size == 0) {
+        // The line ends where the error code would stand. It is not shown, and readers of the log
+        // know the line as it is.
+        log.Error(L"GetFileVersionInfoSize Return Value  = %d Error Code = ", size);
+        return {};
+    }
+    UniqueLocalMemory resource(LocalAlloc(LPTR, size));
+    if (!resource) {
+        log.Error(L"Version String Allocation failed");
+        return {};
+    }
+    if (GetFileVersionInfoW(path, 0, size, resource.Get()) == FALSE) {
+        const DWORD error = GetLastError();
+        log.Error(L"GetFileVersionInfo failed with error %d", error);
+        return {};
+    }
+    return resource;
+}
+
+/// The fixed part of a version resource; null, and logged, when it is missing or unsound.
+const VS_FIXEDFILEINFO* FindFixedFileInfo(const LogScope& log, const UniqueLocalMemory& resource) {
+    void* found = nullptr;
+    UINT size = 0;
+    if (VerQueryValueW(resource.Get(), L"\\", &found, &size) == FALSE) {
+        const DWORD error = GetLastError();
+        log.Error(L"VerQueryValue failed with error %d", error);
+        return nullptr;
+    }
+    if (size == 0) {
+        log.Error(L"VerQueryValue returned size = %d", size);
+        return nullptr;
+    }
+    const auto* const info = static_cast<const VS_FIXEDFILEINFO*>(found);
+    if (info == nullptr) {
+        log.Error(L"VS_FIXEDFILEINFO buffer is NULL");
+        return nullptr;
+    }
+    if (info->dwSignature != static_cast<DWORD>(VS_FFI_SIGNATURE)) {
+        log.Error(L"Signature not correct");
+        return nullptr;
+    }
+    return info;
+}
+
+std::wstring FileVersionText(const VS_FIXEDFILEINFO& info) {
+    std::array<wchar_t, kVersionCharacters> text{};
+    Orva::Shared::FormatText(text.data(), text.size(), L"%u.%u.%u.%u", HIWORD(info.dwFileVersionMS),
+                             LOWORD(info.dwFileVersionMS), HIWORD(info.dwFileVersionLS),
+                             LOWORD(info.dwFileVersionLS));
+    return text.data();
+}
+
+/// A service and the manager through which it was opened.
+struct OpenedService {
+    UniqueServiceHandle manager;
+    UniqueServiceHandle service;
+};
+
+/// Opens a service with full access. When that fails it is logged, and the status says why.
+int OpenWithFullAccess(const LogScope& log, const wchar_t* serviceName, OpenedService& opened) {
+    opened.manager.Reset(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+    if (!opened.manager) {
+        const DWORD error = GetLastError();
+        log.Error(L"OpenSCManager failed w/err 0x%08lx", error);
+        return Utils::kServiceNotOpened;
+    }
+    opened.service.Reset(OpenServiceW(opened.manager.Get(), serviceName, SERVICE_ALL_ACCESS));
+    if (opened.service) {
+        return Utils::kServiceRunning;
+    }
+    const DWORD error = GetLastError();
+    if (error == ERROR_SERVICE_DOES_NOT_EXIST) {
+        log.Error(L"Service does not exist. Error 0x%08lx", error);
+        return Utils::kServiceNotInstalled;
+    }
+    log.Error(L"OpenService failed w/err 0x%08lx", error);
+    return Utils::kServiceNotOpened;
+}
+
+int QueryRunning(const LogScope& log, const wchar_t* serviceName, const OpenedService& opened) {
+    log.Information(L"%s Service is installed. Querying status..", serviceName);
+    SERVICE_STATUS_PROCESS status{};
+    DWORD needed = 0;
+    if (QueryServiceStatusEx(opened.service.Get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status),
+                             sizeof(status), &needed) == FALSE) {
+        return Utils::kServiceNotQueried;
+    }
+    log.Information(L"%s Service is running status = 0x%08lx", serviceName, status.dwCurrentState);
+    if (status.dwCurrentState == SERVICE_RUNNING) {
+        log.Information(L"%s Service is running", serviceName);
+        return Utils::kServiceRunning;
+    }
+    log.Error(L"%s Service is not running", serviceName);
+    return Utils::kServiceNotRunning;
+}
+
+int SetFailureActions(const LogScope& log, const OpenedService& opened) {
+    std::array<SC_ACTION, kRestartDelayMinutes.size()> restarts{};
+    for (std::size_t i = 0; i < restarts.size(); ++i) {
+        restarts.at(i) = {SC_ACTION_RESTART, kRestartDelayMinutes.at(i) * kMillisecondsPerMinute};
+    }
+    SERVICE_FAILURE_ACTIONSW actions{};
+    actions.dwResetPeriod = kFailureCountResetSeconds;
+    actions.cActions = static_cast<DWORD>(restarts.size());
+    actions.lpsaActions = restarts.data();
+    if (ChangeServiceConfig2W(opened.service.Get(), SERVICE_CONFIG_FAILURE_ACTIONS, &actions) != FALSE) {
+        return kRecoverySet;
+    }
+    const DWORD error = GetLastError();
+    log.Error(L"ChangeServiceConfig2 (SERVICE_CONFIG_FAILURE_ACTIONS) failed w/err 0x%08lx\n", error);
+    return kActionsNotSet;
+}
+
+/// Has the failure actions taken when the service stops with an error too, not only after a crash.
+int SetFailureActionsFlag(const LogScope& log, const OpenedService& opened) {
+    SERVICE_FAILURE_ACTIONS_FLAG flag{};
+    flag.fFailureActionsOnNonCrashFailures = TRUE;
+    if (ChangeServiceConfig2W(opened.service.Get(), SERVICE_CONFIG_FAILURE_ACTIONS_FLAG, &flag) != FALSE) {
+        return kRecoverySet;
+    }
+    const DWORD error = GetLastError();
+    log.Error(L"ChangeServiceConfig2 (SERVICE_CONFIG_FAILURE_ACTIONS_FLAG) failed w/err 0x%08lx\n", error);
+    return kFlagNotSet;
+}
+
+}  // namespace
+
+std::wstring Utils::GetBinaryVersion() {
+    const LogScope log("Utils::GetBinaryVersion");
+    std::array<wchar_t, kExecutablePathCharacters> path{};
+    if (GetExecutablePath(path) != ERROR_SUCCESS) {
+        return kUnknownVersion;
+    }
+    const UniqueLocalMemory resource = ReadVersionResource(log, path.data());
+    if (!resource) {
+        return kUnknownVersion;
+    }
+    const VS_FIXEDFILEINFO* const info = FindFixedFileInfo(log, resource);
+    return info != nullptr ? FileVersionText(*info) : kUnknownVersion;
+}
+
+int Utils::IsServicePresent(const wchar_t* serviceName) {
+    // The numbers stand for "is it running?" and "not its version", all that is ever asked here.
+    LogScope log("Utils::IsServicePresent",
+                 L"Service Name = %s, Running Status To be checked = %d, To Get version Info Status = %d",
+                 serviceName, 1, 0);
+    int status = kServiceNotQueried;
+    {
+        OpenedService opened;
+        status = OpenWithFullAccess(log, serviceName, opened);
+        if (opened.service) {
+            status = QueryRunning(log, serviceName, opened);
+        }
+    }
+    return log.Return(L"Return Value = %d", status);
+}
+
+int Utils::WaitforServiceToStartRunning(const wchar_t* serviceName) {
+    LogScope log("Utils::WaitforServiceToStartRunning");
+    int tries = 0;
+    int status = kServiceNotQueried;
+    do {
+        status = IsServicePresent(serviceName);
+        if (status == kServiceRunning) {
+            break;
+        }
+        log.Verbose(L"%s service Running Status = %d, try %d", serviceName, status, tries);
+        UtilSleep(kPollMilliseconds);
+        ++tries;
+        // A negative status means that no waiting will help.
+    } while (status > kServiceRunning && tries < kMostPolls);
+    log.ExitLine(L"%s Running Status = %d", serviceName, status);
+    return status;
+}
+
+void Utils::UtilSleep(DWORD milliseconds) {
+    const LogScope log("Utils::UtilSleep");
+    const UniqueHandle event(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+    if (!event) {
+        const DWORD error = GetLastError();
+        log.Error(L"CreateEvent() failed with  error: %d", error);
+        return;
+    }
+    WaitForSingleObject(event.Get(), milliseconds);
+}
+
+int Utils::SetServiceRestartRecoveryOnFailure() {
+    LogScope log("Utils::SetServiceRestartRecoveryOnFailure", L"Service Name = %s", ServiceNames::kService);
+    int status = kRecoverySet;
+    {
+        OpenedService opened;
+        status = OpenWithFullAccess(log, ServiceNames::kService, opened);
+        if (opened.service) {
+            // The flag is set whatever became of the actions.
+            status = SetFailureActions(log, opened);
+            status += SetFailureActionsFlag(log, opened);
+        }
+    }
+    return log.Return(L"Return Value = %d", status);
+}
