@@ -220,7 +220,7 @@ class UniqueVariant {
     [[nodiscard]] VARIANT* Put() noexcept { return &m_value; }
 
   private:
-    VARIANT m_value;
+    VARIANT m_value{};
 };
 
 }  // namespace Platform

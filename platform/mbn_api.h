@@ -10,6 +10,8 @@
 
 struct IMbnRadio;
 
+// NOLINTBEGIN(readability-identifier-naming): the names are those of Microsoft's header
+
 /// State of a radio (MBN_RADIO).
 enum MBN_RADIO { MBN_RADIO_OFF = 0, MBN_RADIO_ON = 1 };
 
@@ -66,3 +68,5 @@ inline constexpr IID IID_IMbnRadio = {
     0xDCCCCAB6, 0x201F, 0x4BBB, {0xAA, 0xEE, 0x33, 0x8E, 0x36, 0x8A, 0xF6, 0xFA}};
 inline constexpr IID IID_IMbnRadioEvents = {
     0xDCDDDAB6, 0x201F, 0x4BBB, {0xAA, 0xEE, 0x33, 0x8E, 0x36, 0x8A, 0xF6, 0xFA}};
+
+// NOLINTEND(readability-identifier-naming)
