@@ -21,4 +21,11 @@ void FormatText(wchar_t* buffer, std::size_t characters, const wchar_t* format, 
     va_end(arguments);
 }
 
+void PrintText(const wchar_t* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    vwprintf_s(format, arguments);
+    va_end(arguments);
+}
+
 }  // namespace Orva::Shared

@@ -12,4 +12,7 @@ namespace Orva::Shared {
 void FormatText(wchar_t* buffer, std::size_t characters, const wchar_t* format, ...);
 void FormatTextList(wchar_t* buffer, std::size_t characters, const wchar_t* format, va_list arguments);
 
+/// Prints to standard output, with the same conversions.
+void PrintText(const wchar_t* format, ...);
+
 }  // namespace Orva::Shared

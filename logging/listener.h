@@ -57,7 +57,8 @@ class CorvaLogListener {
 
     CorvaLogListener(const CorvaLogListener&) = delete;
     CorvaLogListener& operator=(const CorvaLogListener&) = delete;
-    virtual ~CorvaLogListener() = default;
+    /// May throw: the logger ends all of its listeners, whatever becomes of one.
+    virtual ~CorvaLogListener() noexcept(false) = default;
 
     /// Outputs one entry. Failures of the output are not reported.
     virtual void Log(const LogData& entry) = 0;
@@ -78,6 +79,8 @@ class CorvaLogListener {
     int m_maxLogLevel = Level::kError;
 
   private:
+    void ReadLogLevels();
+
     /// Set for listeners whose range does not come from policy. Always clear in the service.
     bool m_ignorePolicyLevels;
 };

@@ -7,6 +7,7 @@
 #include <string>
 #include <type_traits>
 
+#include "logging/critical_section.h"
 #include "logging/listener.h"
 
 namespace Orva::Shared {
@@ -22,10 +23,10 @@ class TimingStatistics {
         int count = 0;
     };
 
-    TimingStatistics() noexcept { InitializeCriticalSection(&m_lock); }
+    TimingStatistics() = default;
     TimingStatistics(const TimingStatistics&) = delete;
     TimingStatistics& operator=(const TimingStatistics&) = delete;
-    ~TimingStatistics() { DeleteCriticalSection(&m_lock); }
+    ~TimingStatistics() = default;
 
     void Add(const char* functionName, double elapsedMilliseconds);
 
@@ -37,7 +38,7 @@ class TimingStatistics {
   private:
     std::map<std::string, Record> m_records;
     std::uint32_t m_longestName = 0;
-    mutable CRITICAL_SECTION m_lock{};
+    mutable CriticalSection m_lock;
 };
 
 /// The process's log. It filters each entry by level, stamps it and hands it to every listener

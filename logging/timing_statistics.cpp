@@ -4,22 +4,6 @@
 #include "logging/logger.h"
 
 namespace Orva::Shared {
-namespace {
-
-class CriticalSectionLock {
-  public:
-    explicit CriticalSectionLock(CRITICAL_SECTION& section) noexcept : m_section(section) {
-        EnterCriticalSection(&m_section);
-    }
-    CriticalSectionLock(const CriticalSectionLock&) = delete;
-    CriticalSectionLock& operator=(const CriticalSectionLock&) = delete;
-    ~CriticalSectionLock() { LeaveCriticalSection(&m_section); }
-
-  private:
-    CRITICAL_SECTION& m_section;
-};
-
-}  // namespace
 
 void TimingStatistics::Add(const char* functionName, double elapsedMilliseconds) {
     const std::string name(functionName != nullptr ? functionName : "");

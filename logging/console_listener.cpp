@@ -1,0 +1,11 @@
+#include "logging/console_listener.h"
+
+#include "logging/format.h"
+
+namespace Orva::Shared {
+
+void CorvaLogListenerConsole::Log(const LogData& entry) {
+    PrintText(L"%S : %s\r\n", entry.FunctionName().c_str(), entry.Message().c_str());
+}
+
+}  // namespace Orva::Shared

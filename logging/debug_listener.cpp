@@ -1,0 +1,28 @@
+#include "logging/debug_listener.h"
+
+#include <cstddef>
+#include <new>
+#include <vector>
+
+#include "logging/format.h"
+
+namespace Orva::Shared {
+namespace {
+
+/// Room beside function name and message: what divides them, the line's end, the text's end.
+constexpr std::size_t kSlackCharacters = 10;
+
+}  // namespace
+
+void CorvaLogListenerDebug::Log(const LogData& entry) {
+    try {
+        std::vector<wchar_t> text(entry.FunctionName().size() + entry.Message().size() + kSlackCharacters);
+        FormatText(text.data(), text.size(), L"%S : %s\r\n", entry.FunctionName().c_str(),
+                   entry.Message().c_str());
+        OutputDebugStringW(text.data());
+    } catch (const std::bad_alloc&) {
+        // Short of memory nothing is shown; the program goes on.
+    }
+}
+
+}  // namespace Orva::Shared

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "logging/listener.h"
+#include "logging/log_file.h"
+#include "logging/policy.h"
+#include "logging/write_queue.h"
+
+namespace Orva::Shared {
+
+/// Writes entries to the executable's log file, on the calling thread or through a queue. Where
+/// the file cannot be had nothing is written and nothing is reported.
+class CorvaLogListenerFile final : public CorvaLogListener {
+  public:
+    /// Whether writes are queued is settled by policy, or else by the argument. A file that does
+    /// not begin like a log is moved aside.
+    explicit CorvaLogListenerFile(bool queuedWrites);
+    CorvaLogListenerFile(const CorvaLogListenerFile&) = delete;
+    CorvaLogListenerFile& operator=(const CorvaLogListenerFile&) = delete;
+    /// Gives queued entries up to 1.2 s to be written.
+    ~CorvaLogListenerFile() override;
+
+    /// Queues or writes the entry. Writing waits for the file's mutex without limit.
+    void Log(const LogData& entry) override;
+
+    [[nodiscard]] int GetType() const override;
+
+  private:
+    void Initialize(const std::wstring& fileName, const PolicyKeys& keys);
+
+    bool m_queuedWrites;
+    /// Shared with the queue and its writer, which may come to its end after this listener.
+    std::shared_ptr<LogFile> m_file;
+    std::shared_ptr<WriteQueue> m_queue;
+};
+
+}  // namespace Orva::Shared

@@ -1,0 +1,106 @@
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "logging/listener.h"
+#include "logging/log_rotation.h"
+#include "logging/policy.h"
+#include "platform/handles.h"
+
+namespace Orva::Shared {
+
+/// The log file of this executable: `orvkLog\<base name>.log` in the application-data folder,
+/// UTF-8 with a byte-order mark, one entry a line, kept small by rotation into numbered files.
+/// Several threads and processes write to it in turn: whoever holds the file's named mutex has it
+/// open. Any thread may call `LockAndOpen`; what writes, reads or moves the file is then for the
+/// thread that got it (see `OpenedLogFile`).
+class LogFile {
+  public:
+    enum class Rotation : bool {
+        kWhenLarge,  ///< only when the file is larger than its limit
+        kForced,
+    };
+
+    LogFile() = default;
+    LogFile(const LogFile&) = delete;
+    LogFile& operator=(const LogFile&) = delete;
+    ~LogFile() = default;
+
+    /// Reads the size limit and finds out where the file is and what its mutex is called; makes
+    /// the log's directory. False, and no path, when there is no place for the file.
+    [[nodiscard]] bool Locate(const std::wstring& fileName, const PolicyKeys& keys);
+
+    /// An empty path means that nothing is written.
+    [[nodiscard]] const wchar_t* Path() const noexcept { return m_path.data(); }
+    /// Set for a file whose whole path was given by its creator, which no program here does.
+    [[nodiscard]] bool HasCustomPath() const noexcept { return m_hasCustomPath; }
+
+    /// Waits for the mutex without limit and opens the file. False when either cannot be had; the
+    /// mutex is then free again.
+    [[nodiscard]] bool LockAndOpen();
+
+    /// Flushes and closes the file and releases the mutex. Does nothing, and keeps the mutex, when
+    /// the file is not open.
+    void CloseAndUnlock();
+
+    /// Whether the open file is empty or begins with what looks like a line of a log.
+    [[nodiscard]] bool CheckLogHeader();
+
+    /// Moves the file aside as number 1 and every numbered file one number up. Never says that it
+    /// did: the result is always false.
+    bool RotateLogFile(Rotation rotation);
+
+    /// Appends one line, after a look at the file's size every so often. Writes nothing when the
+    /// file is not open.
+    void WriteEntry(const CorvaLogListener::LogData& entry);
+
+  private:
+    struct StreamCloser {
+        void operator()(std::FILE* stream) const noexcept { static_cast<void>(std::fclose(stream)); }
+    };
+    using UniqueStream = std::unique_ptr<std::FILE, StreamCloser>;
+
+    static constexpr std::uint32_t kNotReadYet = 0xffffffff;
+
+    [[nodiscard]] bool BuildPath(const std::wstring& fileName);
+    void MakeMutex(const std::wstring& fileName);
+    [[nodiscard]] bool Acquire() const;
+    [[nodiscard]] bool Open();
+    [[nodiscard]] bool IsTooLarge(const WIN32_FILE_ATTRIBUTE_DATA& attributes) const noexcept;
+    [[nodiscard]] std::int32_t WritesPerCheck() const noexcept;
+    void CheckSize();
+
+    LogPath m_path{};
+    std::uint32_t m_maxLogSize = kNotReadYet;  ///< in kilobytes
+    std::int32_t m_writeCounter = 0;           ///< writes since a size check, more or less
+    UniqueStream m_stream;                     ///< open only while the mutex is held
+    Platform::UniqueHandle m_mutex;
+    bool m_hasCustomPath = false;
+};
+
+/// The log file, locked and open for a scope.
+class OpenedLogFile {
+  public:
+    explicit OpenedLogFile(LogFile& file) : m_file(file), m_isOpen(file.LockAndOpen()) {}
+    OpenedLogFile(const OpenedLogFile&) = delete;
+    OpenedLogFile& operator=(const OpenedLogFile&) = delete;
+    ~OpenedLogFile() {
+        if (m_isOpen) {
+            m_file.CloseAndUnlock();
+        }
+    }
+
+    explicit operator bool() const noexcept { return m_isOpen; }
+    LogFile* operator->() const noexcept { return &m_file; }
+
+  private:
+    LogFile& m_file;
+    bool m_isOpen;
+};
+
+}  // namespace Orva::Shared

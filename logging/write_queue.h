@@ -1,0 +1,46 @@
+#pragma once
+
+#include <list>
+#include <memory>
+
+#include "logging/critical_section.h"
+#include "logging/listener.h"
+#include "logging/log_file.h"
+#include "platform/handles.h"
+
+namespace Orva::Shared {
+
+/// Entries on their way to the log file. Whoever logs only appends; a writer thread, started when
+/// there is none, takes the file, writes until the queue is empty, and ends. Made with
+/// `std::make_shared`, because a writer that comes too late for `TearDown` still needs its queue,
+/// and the queue its file.
+class WriteQueue : public std::enable_shared_from_this<WriteQueue> {
+  public:
+    explicit WriteQueue(std::shared_ptr<LogFile> file) : m_file(std::move(file)) {}
+    WriteQueue(const WriteQueue&) = delete;
+    WriteQueue& operator=(const WriteQueue&) = delete;
+    ~WriteQueue() = default;
+
+    /// Takes a copy of the entry and sees to it that a writer is at work. Any thread.
+    void Append(const CorvaLogListener::LogData& entry);
+
+    /// Gives the writer some time (1.2 s at most) to write what is queued; what is left then is
+    /// lost. Nothing is appended afterwards.
+    void TearDown();
+
+  private:
+    using Entries = std::list<CorvaLogListener::LogData>;
+
+    void StartWriter();
+    static unsigned __stdcall WriterThread(void* queue);
+    void Drain();
+    [[nodiscard]] bool TakeFirst(Entries& taken);
+
+    Entries m_entries;
+    std::shared_ptr<LogFile> m_file;
+    bool m_writerIsActive = false;
+    Platform::UniqueHandle m_writer;
+    CriticalSection m_lock;  ///< guards all of the above but the file
+};
+
+}  // namespace Orva::Shared
