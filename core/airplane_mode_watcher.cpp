@@ -1,10 +1,12 @@
 #include <optional>
+#include <string>
 #include <utility>
 
 #include "bios/bios_settings.h"
 #include "core/common_steps.h"
 #include "core/main_service.h"
 #include "logging/log_scope.h"
+#include "radio/remembered_radio.h"
 #include "radio/wlan_radio.h"
 
 namespace {
@@ -38,10 +40,7 @@ void SwitchWlanOffInAirplaneMode(const LogScope& log) {
 
 /// Only switches: what is remembered stays as it is, whatever the second line says.
 void RestoreWlan(const LogScope& log) {
-    std::wstring text = CoreSteps::ReadRememberedPower(PowerStatus::kWlanKey);
-    if (text.empty()) {
-        text = PowerStatus::kOn;
-    }
+    const std::wstring text = ServiceUtils::RememberedPowerStatus(PowerStatus::kWlanKey);
     log.Information(L"Previous WLAN Power Status in registry = %s", text.c_str());
     const ServiceUtils::RadioStatus status = CoreSteps::RadioStatusFromText(text);
     log.Information(L"Setting SetWlanPowerStatusInRegistry with value = %d", status);

@@ -2,7 +2,6 @@
 
 #include "logging/log_scope.h"
 #include "network/nlm_event_handler.h"
-#include "registry/registry.h"
 #include "service/service_names.h"
 #include "service/service_utilities.h"
 
@@ -48,10 +47,6 @@ bool StepSucceeded(const LogScope& log, HRESULT result, const wchar_t* failureLi
 
 ServiceUtils::RadioStatus RadioStatusFromText(const std::wstring& text) {
     return text == PowerStatus::kOn ? ServiceUtils::kRadioOn : ServiceUtils::kRadioOff;
-}
-
-std::wstring ReadRememberedPower(const wchar_t* keyPath) {
-    return Registry(HKEY_LOCAL_MACHINE).GetValue(keyPath, PowerStatus::kValueName);
 }
 
 }  // namespace CoreSteps

@@ -36,8 +36,4 @@ void WaitForWwanAutoConfig(const LogScope& log);
 /// The remembered state that a text from the registry stands for: on only for exactly "True".
 [[nodiscard]] ServiceUtils::RadioStatus RadioStatusFromText(const std::wstring& text);
 
-/// What is remembered below HKEY_LOCAL_MACHINE under one of the `PowerStatus` keys; empty when
-/// there is nothing.
-[[nodiscard]] std::wstring ReadRememberedPower(const wchar_t* keyPath);
-
 }  // namespace CoreSteps

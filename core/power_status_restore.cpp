@@ -1,8 +1,11 @@
+#include <string>
+
 #include "core/common_steps.h"
 #include "core/main_service.h"
 #include "logging/log_scope.h"
 #include "radio/wlan_radio.h"
 #include "radio/wwan_radio.h"
+#include "registry/registry.h"
 
 namespace {
 
@@ -23,7 +26,7 @@ constexpr RememberedRadio kWwan = {PowerStatus::kWwanKey,
 
 /// Switches the radio to what is remembered. A text other than "True" switches it off actively.
 void Restore(const LogScope& log, const RememberedRadio& radio) {
-    std::wstring text = CoreSteps::ReadRememberedPower(radio.keyPath);
+    std::wstring text = Registry(HKEY_LOCAL_MACHINE).GetValue(radio.keyPath, PowerStatus::kValueName);
     if (text.empty()) {
         log.Information(radio.emptyLine);
         text = PowerStatus::kOn;

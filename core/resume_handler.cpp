@@ -5,14 +5,13 @@
 #include "bios/bios_settings.h"
 #include "core/common_steps.h"
 #include "logging/log_scope.h"
+#include "radio/remembered_radio.h"
 #include "radio/wlan_radio.h"
 #include "radio/wwan_radio.h"
 #include "radio/wwan_state.h"
 #include "service/service_base.h"
 
 namespace {
-
-constexpr int kSwitchOffRetries = 5;
 
 void RestoreWlan(const LogScope& log) {
     log.Information(L"Service resume handler starting WLAN service..");
@@ -37,7 +36,7 @@ void RestoreWwan(const LogScope& log) {
 
 void SwitchWwanOff(const LogScope& log) {
     WaitForWwanIfPresent(log);
-    if (!ServiceUtils::SwitchWwanStatusWithRetry(ServiceUtils::kRadioOff, kSwitchOffRetries)) {
+    if (!ServiceUtils::SwitchWwanStatusWithRetry(ServiceUtils::kRadioOff, ServiceUtils::kSwitchRetries)) {
         log.Error(L"SwitchWwanStatusWithRetry failed");
     }
 }
