@@ -151,7 +151,7 @@ wine_ready() {
 wine_lock() {
     local prefix=$1
     shift
-    mkdir -p "$(dirname "$prefix")"
+    [[ -d ${prefix%/*} ]] || mkdir -p "${prefix%/*}"
     exec 9>"$prefix.lock"
     flock "$@" 9
 }
@@ -171,6 +171,6 @@ wine_take_free() {
 
 wine_require() {
     [[ -x $WINE_LOADER && -x $WINE_SERVER ]] || die "Wine is not installed in $WINE_LIB (run scripts/setup)"
-    mkdir -p "$LINKVANE_WINE_HOME"
+    [[ -d $LINKVANE_WINE_HOME ]] || mkdir -p "$LINKVANE_WINE_HOME"
     wine_environment
 }
