@@ -90,16 +90,13 @@ ULONG FakeObject::GiveReferenceBack() {
     return static_cast<ULONG>(m_references);
 }
 
-std::vector<std::string> FakeObject::StillHeld() {
+std::vector<FakeObject::Held> FakeObject::All() {
     const Detail::RigLockHolder hold(FakesLock());
-    std::vector<std::string> held;
+    std::vector<Held> all;
     for (const FakeObject* fake : Fakes()) {
-        if (fake->m_references != 0) {
-            held.push_back("fake " + fake->m_name + ": " + std::to_string(fake->m_references) +
-                           " reference(s)");
-        }
+        all.push_back({fake, fake->m_name, fake->m_references});
     }
-    return held;
+    return all;
 }
 
 }  // namespace Rig

@@ -4,9 +4,8 @@
 #include <unknwn.h>
 #include <oaidl.h>
 
-#include <mutex>
+#include <memory>
 #include <string>
-#include <tuple>
 #include <type_traits>
 #include <vector>
 
@@ -50,8 +49,13 @@ class FakeObject {
     /// Fails the test when the code holds no reference; to be called by the fake's methods.
     void ExpectHeld(const char* method) const;
 
-    /// The objects that the code under test still holds references to, as "name: n references".
-    [[nodiscard]] static std::vector<std::string> StillHeld();
+    /// The fakes that exist now, with the references that the code under test holds to them.
+    struct Held {
+        const FakeObject* fake;
+        std::string name;
+        long references;
+    };
+    [[nodiscard]] static std::vector<Held> All();
 
   protected:
     explicit FakeObject(std::string name);

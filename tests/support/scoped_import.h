@@ -180,24 +180,8 @@ class FakeChain {
     /// Takes a link out and waits until other threads have left it. A call of this very thread
     /// may still be inside: it goes on and finds everything as it was until it returns.
     void Remove(const std::shared_ptr<Link>& link) {
-        const RigLockHolder hold(m_lock);
-        std::shared_ptr<Link>* place = &m_innermost;
-        while (*place != link) {
-            place = &(*place)->outer;
-        }
-        // Not moved from: a call that is still inside finds its way outward through the link.
-        const std::shared_ptr<Link> outer = link->outer;
-        *place = outer;
-        link->removed = true;
-        if (m_innermost == nullptr) {
-            Uninstall();
-        }
-        for (int seconds = 0; HasCallsOfOthers(*link); ++seconds) {
-            if (seconds == kPatienceSeconds) {
-                ReportStuckCall(m_name);
-                return;
-            }
-            m_lock.Wait(kOneSecond);
+        if (!TakeOut(link)) {
+            ReportStuckCall(m_name);
         }
     }
 
@@ -278,6 +262,29 @@ class FakeChain {
         }
         // No fake is visited any more: this call may block for as long as it likes.
         return Real()(args...);
+    }
+
+    /// False when a call of another thread stayed inside for too long.
+    [[nodiscard]] bool TakeOut(const std::shared_ptr<Link>& link) {
+        const RigLockHolder hold(m_lock);
+        std::shared_ptr<Link>* place = &m_innermost;
+        while (*place != link) {
+            place = &(*place)->outer;
+        }
+        // Not moved from: a call that is still inside finds its way outward through the link.
+        const std::shared_ptr<Link> outer = link->outer;
+        *place = outer;
+        link->removed = true;
+        if (m_innermost == nullptr) {
+            Uninstall();
+        }
+        for (int seconds = 0; HasCallsOfOthers(*link); ++seconds) {
+            if (seconds == kPatienceSeconds) {
+                return false;
+            }
+            m_lock.Wait(kOneSecond);
+        }
+        return true;
     }
 
     [[nodiscard]] bool HasCallsOfOthers(const Link& link) const {
@@ -381,8 +388,8 @@ constexpr WrappingTag kWrapping{};
 ///   calls of other threads that are inside the fake. A call of the same thread does not count,
 ///   so a fake may end itself (through a `std::optional`, say).
 /// - An exception thrown by the fake goes to the caller; the last error that it sets is kept.
-/// - Put the fake in before the code under test is entered: the compiler may fetch an import's
-///   address once in a function and keep it over the function's loops.
+/// - Put the fake in before the code under test is entered: in the code that ships the compiler
+///   may fetch an import's address once in a function and keep it over the function's loops.
 /// - A function that the executable does not import cannot be called, so there is nothing to
 ///   replace: `NotImported` is thrown and names it. Look first with `IsImported<&::X>()`.
 ///

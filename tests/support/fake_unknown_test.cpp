@@ -1,0 +1,186 @@
+#include "tests/support/fake_unknown.h"
+
+#include <windows.h>
+#include <objbase.h>
+#include <ocidl.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest-spi.h>
+
+#include <memory>
+#include <optional>
+
+#include "tests/support/com_support.h"
+#include "tests/support/run_on_thread.h"
+
+namespace Rig {
+namespace {
+
+using testing::IsEmpty;
+
+/// An interface that only the tests know.
+struct IColour : public IUnknown {
+    virtual HRESULT WINAPI get_Colour(long* colour) = 0;
+};
+constexpr IID kColourId{0x6f8bf8c1, 0x5f1f, 0x4c63, {0x9a, 0x0b, 0x71, 0x7a, 0x52, 0x10, 0x7d, 0x01}};
+constexpr CLSID kCarId{0x6f8bf8c1, 0x5f1f, 0x4c63, {0x9a, 0x0b, 0x71, 0x7a, 0x52, 0x10, 0x7d, 0x02}};
+constexpr long kRed = 3;
+
+}  // namespace
+
+template <>
+struct InterfaceId<IColour> {
+    static REFIID Value() { return kColourId; }
+};
+
+namespace {
+
+class FakeCar : public FakeUnknown<IColour, IErrorInfo> {
+  public:
+    FakeCar() : FakeUnknown("car") {}
+    HRESULT WINAPI get_Colour(long* colour) override {
+        ExpectHeld("get_Colour");
+        *colour = kRed;
+        return S_OK;
+    }
+    HRESULT WINAPI GetGUID(GUID*) override { return E_NOTIMPL; }
+    HRESULT WINAPI GetSource(BSTR*) override { return E_NOTIMPL; }
+    HRESULT WINAPI GetDescription(BSTR*) override { return E_NOTIMPL; }
+    HRESULT WINAPI GetHelpFile(BSTR*) override { return E_NOTIMPL; }
+    HRESULT WINAPI GetHelpContext(DWORD*) override { return E_NOTIMPL; }
+};
+
+TEST(FakeUnknown, CountsWhatTheCodeTakesAndGivesBack) {
+    FakeCar car;
+    IColour* colour = nullptr;
+    ASSERT_EQ(car.HandOut(&colour), S_OK);
+    EXPECT_EQ(colour->AddRef(), 2U);
+    EXPECT_EQ(car.References(), 2);
+    EXPECT_EQ(colour->Release(), 1U);
+    EXPECT_EQ(colour->Release(), 0U);
+    EXPECT_EQ(car.References(), 0);
+    EXPECT_EQ(car.ReferencesTaken(), 2);
+}
+
+TEST(FakeUnknown, AnswersForItsInterfacesAndOneIdentity) {
+    FakeCar car;
+    IColour* colour = nullptr;
+    ASSERT_EQ(car.HandOut(&colour), S_OK);
+    IErrorInfo* info = nullptr;
+    EXPECT_EQ(colour->QueryInterface(IID_IErrorInfo, reinterpret_cast<void**>(&info)), S_OK);
+    IUnknown* one = nullptr;
+    IUnknown* other = nullptr;
+    EXPECT_EQ(colour->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&one)), S_OK);
+    EXPECT_EQ(info->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&other)), S_OK);
+    EXPECT_EQ(one, other);
+    void* none = &car;
+    EXPECT_EQ(info->QueryInterface(IID_IStream, &none), E_NOINTERFACE);
+    EXPECT_EQ(none, nullptr);
+    for (int i = 0; i < 4; ++i) {
+        one->Release();
+    }
+}
+
+TEST(FakeUnknown, ReferenceThatIsLeftFailsTheTest) {
+    EXPECT_NONFATAL_FAILURE(
+        {
+            FakeCar car;
+            IColour* colour = nullptr;
+            car.HandOut(&colour);
+            EXPECT_EQ(FakeObject::All().at(0).references, 1);
+        },
+        "Fake car ends with 1 reference(s)");
+    EXPECT_THAT(FakeObject::All(), IsEmpty());
+}
+
+TEST(FakeUnknown, ReleaseWithoutReferenceFailsTheTest) {
+    static FakeCar* car = nullptr;
+    FakeCar here;
+    car = &here;
+    EXPECT_NONFATAL_FAILURE(car->Release(), "Fake car: Release is called by code that holds no");
+}
+
+TEST(FakeUnknown, UseAfterTheLastReleaseFailsTheTest) {
+    static IColour* colour = nullptr;
+    FakeCar car;
+    ASSERT_EQ(car.HandOut(&colour), S_OK);
+    colour->Release();
+    static long value = 0;
+    EXPECT_NONFATAL_FAILURE(colour->get_Colour(&value), "get_Colour is called by code");
+    EXPECT_NONFATAL_FAILURE(
+        {
+            colour->AddRef();
+            colour->Release();
+        },
+        "AddRef is called by code");
+}
+
+TEST(FakeUnknown, KeptFakesOutliveTheTest) {
+    FakeCar& car = KeepFake<FakeCar>();
+    IColour* colour = nullptr;
+    ASSERT_EQ(car.HandOut(&colour), S_OK);
+    EXPECT_EQ(colour->Release(), 0U);
+}
+
+TEST(ScopedClassObject, InstancesAreTheTestsFake) {
+    const ComApartment com;
+    FakeCar car;
+    const ScopedClassObject carClass{kCarId, car};
+    IColour* colour = nullptr;
+    ASSERT_EQ(
+        CoCreateInstance(kCarId, nullptr, CLSCTX_INPROC_SERVER, kColourId, reinterpret_cast<void**>(&colour)),
+        S_OK);
+    long value = 0;
+    EXPECT_EQ(colour->get_Colour(&value), S_OK);
+    EXPECT_EQ(value, kRed);
+    EXPECT_EQ(carClass.Created(), 1);
+    colour->Release();
+}
+
+TEST(ScopedClassObject, CountsForEveryThreadOfTheMultithreadedApartment) {
+    const ComApartment com;
+    FakeCar car;
+    const ScopedClassObject carClass{kCarId, car};
+    RunOnThread([&] {
+        IColour* colour = nullptr;
+        ASSERT_EQ(CoCreateInstance(kCarId, nullptr, CLSCTX_ALL, kColourId, reinterpret_cast<void**>(&colour)),
+                  S_OK);
+        EXPECT_EQ(colour, static_cast<IColour*>(&car));
+        colour->Release();
+    });
+}
+
+TEST(ScopedClassObject, ClassIsGoneAtTheEnd) {
+    const ComApartment com(COINIT_APARTMENTTHREADED);
+    { const ScopedClassObject carClass{kCarId, E_FAIL}; }
+    void* object = nullptr;
+    EXPECT_EQ(CoCreateInstance(kCarId, nullptr, CLSCTX_INPROC_SERVER, kColourId, &object),
+              REGDB_E_CLASSNOTREG);
+}
+
+TEST(ScopedClassObject, CreationCanBeMadeToFail) {
+    const ComApartment com;
+    const ScopedClassObject carClass{kCarId, E_ACCESSDENIED};
+    void* object = nullptr;
+    EXPECT_EQ(CoCreateInstance(kCarId, nullptr, CLSCTX_INPROC_SERVER, kColourId, &object), E_ACCESSDENIED);
+    EXPECT_EQ(object, nullptr);
+}
+
+TEST(ComApartment, EntersAndLeaves) {
+    APTTYPE type = APTTYPE_CURRENT;
+    APTTYPEQUALIFIER qualifier = APTTYPEQUALIFIER_NONE;
+    {
+        const ComApartment com;
+        EXPECT_EQ(CoGetApartmentType(&type, &qualifier), S_OK);
+        EXPECT_EQ(type, APTTYPE_MTA);
+    }
+    EXPECT_EQ(CoGetApartmentType(&type, &qualifier), CO_E_NOTINITIALIZED);
+}
+
+TEST(ComApartment, MismatchFailsTheTest) {
+    const ComApartment com;
+    EXPECT_NONFATAL_FAILURE(const ComApartment other(COINIT_APARTMENTTHREADED), "cannot enter this COM");
+}
+
+}  // namespace
+}  // namespace Rig
