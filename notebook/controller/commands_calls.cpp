@@ -1,0 +1,172 @@
+// Commands about the platform calls that the service makes.
+
+#include <windows.h>
+
+#include <cstdio>
+
+#include "notebook/controller/conversation.h"
+#include "notebook/state/calls.h"
+#include "notebook/state/event_log.h"
+#include "notebook/state/shared_state.h"
+
+namespace Notebook {
+
+namespace {
+
+Call TakeCall(Words& words) {
+    const std::string name = words.Take("name of a call");
+    const std::optional<Call> call = CallFromName(name);
+    if (!call) {
+        throw CommandError("no such call, or several: " + name + " (calls lists them)");
+    }
+    return *call;
+}
+
+/// `once`, `always` or a number of times.
+std::uint32_t TakeTimes(Words& words) {
+    if (words.TakeIf("once")) {
+        return 1;
+    }
+    return words.TakeIf("always") ? kForEver : words.TakeNumber("once, always or times");
+}
+
+CallRule TakeRule(Words& words, const CallRule& before) {
+    CallRule rule = before;
+    const std::string what = words.Take("fail, slow, hold, until-stopped, release or ok");
+    if (what == "ok") {
+        return {};
+    }
+    if (what == "release") {
+        rule.kind = RuleKind::None;
+        return rule;
+    }
+    if (what == "slow") {
+        rule.slowMs = words.TakeNumber("milliseconds");
+        return rule;
+    }
+    if (what == "fail") {
+        rule.kind = RuleKind::Fail;
+        rule.left = TakeTimes(words);
+        rule.error = words.TakeNumber("error");
+    } else if (what == "hold" || what == "until-stopped") {
+        rule.kind = what == "hold" ? RuleKind::Hold : RuleKind::HoldUntilStopped;
+        rule.left = words.Empty() || words.Peek() == "after" ? 1 : TakeTimes(words);
+    } else {
+        throw CommandError("not understood: call ... " + what);
+    }
+    rule.skip = words.TakeIf("after") ? words.TakeNumber("calls") : 0;
+    return rule;
+}
+
+Answer CallCommand(Words& words) {
+    const auto index = static_cast<std::size_t>(TakeCall(words));
+    LockedMachine machine;
+    machine->rules[index] = TakeRule(words, machine->rules[index]);
+    return {};
+}
+
+Answer Calls(Words& words) {
+    const bool clear = words.TakeIf("clear");
+    Answer answer;
+    LockedMachine machine;
+    for (std::size_t i = 0; i < kCallCount; ++i) {
+        CallCount& count = machine->counts[i];
+        answer.lines.push_back(std::string(CallName(static_cast<Call>(i))) + " calls=" +
+                               std::to_string(count.calls) + " failed=" + std::to_string(count.failed));
+        if (clear) {
+            count = {};
+        }
+    }
+    return answer;
+}
+
+std::string TimeText(const Machine& machine, Micros at) {
+    const std::uint64_t ticks =
+        machine.epochTime + static_cast<std::uint64_t>(at - machine.epoch) * 10;  // of 100 ns
+    const FILETIME time{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
+    FILETIME local{};
+    SYSTEMTIME parts{};
+    FileTimeToLocalFileTime(&time, &local);
+    FileTimeToSystemTime(&local, &parts);
+    char text[32];
+    std::snprintf(text, sizeof(text), "%02d:%02d:%02d.%03d", parts.wHour, parts.wMinute, parts.wSecond,
+                  parts.wMilliseconds);
+    return text;
+}
+
+std::string TraceText(const Machine& machine, const TraceEntry& entry) {
+    char numbers[96];
+    std::snprintf(numbers, sizeof(numbers), " us=%lld took=%lld pid=%u tid=%08X result=0x%x ",
+                  static_cast<long long>(entry.at - machine.epoch), static_cast<long long>(entry.took),
+                  entry.process, entry.thread, entry.result);
+    return TimeText(machine, entry.at) + numbers + std::string(CallName(entry.call)) + " " + entry.detail;
+}
+
+Answer TraceCommand(Words& words) {
+    const std::string what = words.Take("on, off, clear or show");
+    Answer answer;
+    LockedMachine machine;
+    if (what == "on" || what == "off") {
+        machine->traceOn = what == "on" ? 1 : 0;
+    } else if (what == "clear") {
+        machine->traceCount = 0;
+    } else if (what == "show") {
+        const LONGLONG count = machine->traceCount;
+        const auto capacity = static_cast<LONGLONG>(kTraceCapacity);
+        for (LONGLONG i = count > capacity ? count - capacity : 0; i < count; ++i) {
+            answer.lines.push_back(TraceText(*machine, machine->trace[i % capacity]));
+        }
+    } else {
+        throw CommandError("not understood: trace " + what);
+    }
+    return answer;
+}
+
+Answer EventLog(Words& words) {
+    if (words.TakeIf("clear")) {
+        ClearEventLog();
+        return {};
+    }
+    return {"", ReadEventLog()};
+}
+
+Answer Reports(Words& words) {
+    words.End();
+    Answer answer;
+    LockedMachine machine;
+    const ServiceRun& service = machine->service;
+    const std::uint64_t first =
+        service.reportCount > kReportCapacity ? service.reportCount - kReportCapacity : 0;
+    for (std::uint64_t i = first; i < service.reportCount; ++i) {
+        const StateReport& report = service.reports[i % kReportCapacity];
+        char text[160];
+        std::snprintf(
+            text, sizeof(text), " type=%lu state=%lu accepted=0x%lx exit=%lu checkpoint=%lu hint=%lu",
+            report.status.dwServiceType, report.status.dwCurrentState, report.status.dwControlsAccepted,
+            report.status.dwWin32ExitCode, report.status.dwCheckPoint, report.status.dwWaitHint);
+        answer.lines.push_back(TimeText(*machine, report.at) + text);
+    }
+    return answer;
+}
+
+}  // namespace
+
+const std::vector<Command>& CallCommands() {
+    static const std::vector<Command> commands = {
+        {"call",
+         "NAME fail once|always|TIMES ERROR [after CALLS] | slow MS | hold [TIMES|always] [after CALLS] | "
+         "until-stopped [TIMES|always] [after CALLS] | release | ok",
+         "What happens to the next calls of that name; until-stopped lets them come back when the service "
+         "has "
+         "reported that it stopped.",
+         &CallCommand},
+        {"calls", "[clear]", "All calls with their counts.", &Calls},
+        {"trace", "on|off|clear|show", "Every platform call with its time, thread and result.",
+         &TraceCommand},
+        {"event-log", "[clear]", "What the service wrote to the Windows event log.", &EventLog},
+        {"reports", "", "The state reports that this run of the service gave.", &Reports},
+    };
+    return commands;
+}
+
+}  // namespace Notebook

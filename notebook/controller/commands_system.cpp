@@ -1,0 +1,493 @@
+// Commands about the machine: the service, its neighbours, power, airplane mode, the registry.
+
+#include <windows.h>
+#include <psapi.h>
+#include <tlhelp32.h>
+
+#include <cstdio>
+
+#include "notebook/controller/conversation.h"
+#include "notebook/controller/service_manager.h"
+#include "notebook/controller/system_registry.h"
+#include "notebook/state/controls.h"
+#include "notebook/state/event_log.h"
+#include "notebook/state/machine.h"
+#include "notebook/state/shared_state.h"
+#include "notebook/state/text.h"
+#include "platform/handles.h"
+
+namespace Notebook {
+
+namespace {
+
+constexpr DWORD kStartMs = 30'000;
+constexpr DWORD kStopMs = 120'000;
+constexpr DWORD kControlMs = 300'000;
+constexpr DWORD kPollMs = 2;
+
+std::wstring OwnFolder() {
+    wchar_t path[MAX_PATH];
+    const DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
+    const std::wstring full(path, length);
+    return full.substr(0, full.find_last_of(L'\\'));
+}
+
+std::string Milliseconds(Micros start) {
+    return std::to_string((Now() - start) / kMicrosPerMilli);
+}
+
+void RunStub(const wchar_t* name) {
+    InstallStub(name, OwnFolder() + L"\\stub_service.exe");
+    if (QueryService(name).state == SERVICE_STOPPED) {
+        StartInstalled(name);
+    }
+    if (!WaitForState(name, SERVICE_RUNNING, kStartMs)) {
+        throw CommandError("the stub of " + Narrow(name) + " does not run");
+    }
+}
+
+Answer SetUp(Words& words) {
+    words.End();
+    RegisterHardware(OwnFolder() + L"\\wlanapi.dll");
+    WriteAirplane(AirplaneIsOn());
+    RunStub(L"WlanSvc");
+    RunStub(L"WwanSvc");
+    return {};
+}
+
+Answer Reset(Words& words) {
+    Shape shape;
+    while (!words.Empty()) {
+        const std::string what = words.Take("what");
+        if (what == "wlan") {
+            shape.wlanAdapters = words.TakeNumber("adapters");
+        } else if (what == "phys") {
+            shape.phys = words.TakeNumber("PHYs");
+        } else if (what == "cables") {
+            shape.cables = words.TakeNumber("cables");
+        } else if (what == "modems") {
+            shape.modems = words.TakeNumber("modems");
+        } else {
+            throw CommandError("not understood: reset ... " + what);
+        }
+    }
+    {
+        LockedMachine machine;
+        ResetMachine(*machine, shape, machine.Time());
+        machine->traceOn = 0;
+        machine->traceCount = 0;
+    }
+    DeleteStored(StoredRadio::Wlan);
+    DeleteStored(StoredRadio::Wwan);
+    DeletePolicies();
+    WriteAirplane(false);
+    ClearEventLog();
+    RunStub(L"WlanSvc");
+    RunStub(L"WwanSvc");
+    return {};
+}
+
+Answer Install(Words& words, const wchar_t* option) {
+    words.End();
+    DWORD exitCode = 0;
+    const std::string printed =
+        RunProgram(L"\"" + OwnFolder() + L"\\LinkvaneService.exe\" " + option, exitCode);
+    Answer answer{"exit=" + std::to_string(exitCode), {}};
+    std::string line;
+    for (const char letter : printed) {
+        if (letter == '\n') {
+            answer.lines.push_back(line);
+            line.clear();
+        } else if (letter != '\r') {
+            line += letter;
+        }
+    }
+    if (!line.empty()) {
+        answer.lines.push_back(line);
+    }
+    return answer;
+}
+
+Answer InstallService(Words& words) {
+    return Install(words, L"-install");
+}
+
+Answer RemoveService(Words& words) {
+    return Install(words, L"-remove");
+}
+
+Answer Start(Words& words) {
+    const bool wait = !words.TakeIf("nowait");
+    words.End();
+    const Micros start = Now();
+    StartInstalled(kServiceName);
+    if (wait && !WaitForState(kServiceName, SERVICE_RUNNING, kStartMs)) {
+        throw CommandError("the service does not run but is " + StateName(QueryService(kServiceName)));
+    }
+    return {"took=" + Milliseconds(start), {}};
+}
+
+Platform::UniqueHandle OpenServiceProcess(DWORD access) {
+    const ServiceState state = QueryService(kServiceName);
+    return Platform::UniqueHandle(state.process == 0 ? nullptr : OpenProcess(access, FALSE, state.process));
+}
+
+Answer Stop(Words& words) {
+    words.End();
+    const Micros start = Now();
+    const Platform::UniqueHandle process = OpenServiceProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION);
+    SendControl(kServiceName, SERVICE_CONTROL_STOP);
+    if (!WaitForState(kServiceName, SERVICE_STOPPED, kStopMs)) {
+        throw CommandError("the service does not stop but is " + StateName(QueryService(kServiceName)));
+    }
+    std::string text = "took=" + Milliseconds(start);
+    DWORD code = STILL_ACTIVE;
+    if (process && WaitForSingleObject(process.Get(), kStopMs) == WAIT_OBJECT_0) {
+        GetExitCodeProcess(process.Get(), &code);
+        text += " gone=" + Milliseconds(start) + " exit=" + std::to_string(code);
+    }
+    return {text, {}};
+}
+
+Answer Kill(Words& words) {
+    words.End();
+    KillService(kServiceName);
+    return {};
+}
+
+Answer State(Words& words) {
+    words.End();
+    const ServiceState state = QueryService(kServiceName);
+    return {"state=" + StateName(state) + " pid=" + std::to_string(state.process) +
+                " exit=" + std::to_string(state.exitCode),
+            {}};
+}
+
+/// Sends a control and waits until the service's handler has returned, however long it takes.
+Answer SendAndWait(DWORD code) {
+    const Micros start = Now();
+    const ServiceRun& service = SharedState::Get().Raw().service;
+    const LONG ended = service.controlsEnded;
+    const Platform::UniqueHandle process = OpenServiceProcess(SYNCHRONIZE);
+    SendControl(kServiceName, code);
+    while (service.controlsEnded == ended || service.controlsBegun != service.controlsEnded) {
+        if (process && WaitForSingleObject(process.Get(), 0) == WAIT_OBJECT_0) {
+            break;
+        }
+        if (Now() - start > Micros{kControlMs} * kMicrosPerMilli) {
+            throw CommandError("the control handler does not come back");
+        }
+        Sleep(kPollMs);
+    }
+    return {"took=" + Milliseconds(start), {}};
+}
+
+DWORD TranslatedCode(std::string_view name) {
+    for (const TranslatedControl& control : kTranslatedControls) {
+        if (control.name == name) {
+            return control.code;
+        }
+    }
+    throw CommandError("no such control: " + std::string(name));
+}
+
+Answer Control(Words& words) {
+    if (!words.Empty() && words.TakeNumberIf()) {
+        throw CommandError("a control has a name, or is sent raw: control code N");
+    }
+    if (words.TakeIf("code")) {
+        return SendAndWait(words.TakeNumber("code"));
+    }
+    return SendAndWait(TranslatedCode(words.Take("name of a control")));
+}
+
+bool ServiceRuns() {
+    const ServiceState state = QueryService(kServiceName);
+    return state.installed && state.state != SERVICE_STOPPED;
+}
+
+Answer Suspend(Words& words) {
+    words.End();
+    Answer answer;
+    if (ServiceRuns()) {
+        answer = SendAndWait(TranslatedCode("suspend"));
+    }
+    LockedMachine machine;
+    machine->devices.asleep = 1;
+    return answer;
+}
+
+void WakeUp(bool announce) {
+    LockedMachine machine;
+    machine->devices.asleep = 0;
+    if (announce) {
+        ReleaseHeldEvents(*machine, machine.Time());
+    }
+}
+
+Answer Resume(Words& words) {
+    bool user = false;
+    std::string events = "after";
+    while (!words.Empty()) {
+        if (words.TakeIf("user")) {
+            user = true;
+        } else if (words.TakeIf("events")) {
+            events = words.Take("before, after or dropped");
+        } else {
+            break;
+        }
+    }
+    words.End();
+    if (events != "before" && events != "after" && events != "dropped") {
+        throw CommandError("events before, after or dropped, not " + events);
+    }
+    WakeUp(events == "before");
+    Answer answer;
+    if (ServiceRuns()) {
+        answer = SendAndWait(TranslatedCode("resume-automatic"));
+        if (user) {
+            SendAndWait(TranslatedCode("resume-suspend"));
+        }
+    }
+    if (events == "dropped") {
+        LockedMachine machine;
+        machine->heldCount = 0;
+    }
+    WakeUp(true);
+    return answer;
+}
+
+Answer Preshutdown(Words& words) {
+    words.End();
+    const Micros start = Now();
+    SendAndWait(TranslatedCode("preshutdown"));
+    if (!WaitForState(kServiceName, SERVICE_STOPPED, kStopMs)) {
+        throw CommandError("the service has not stopped");
+    }
+    return {"took=" + Milliseconds(start), {}};
+}
+
+RegistryValue TakeRegistryValue(Words& words) {
+    const std::string type = words.Take("type");
+    if (type == "dword") {
+        return NumberValue(words.TakeNumber("number"));
+    }
+    const std::string data = words.Empty() ? "" : words.Take("data");
+    if (type == "sz" || type == "expand" || type == "multi") {
+        RegistryValue value = TextValue(type == "sz"       ? REG_SZ
+                                        : type == "expand" ? REG_EXPAND_SZ
+                                                           : REG_MULTI_SZ,
+                                        Widen(data));
+        if (type == "multi") {
+            value.data.insert(value.data.end(), sizeof(wchar_t), 0);
+        }
+        return value;
+    }
+    if (type == "unterminated") {
+        RegistryValue value = TextValue(REG_SZ, Widen(data));
+        value.data.resize(value.data.size() - sizeof(wchar_t));
+        return value;
+    }
+    if (type == "binary") {
+        return {REG_BINARY, {data.begin(), data.end()}};
+    }
+    throw CommandError("sz, expand, multi, unterminated, dword or binary, not " + type);
+}
+
+Answer Stored(Words& words) {
+    const std::string which = words.Take("wlan or wwan");
+    if (which != "wlan" && which != "wwan") {
+        throw CommandError("wlan or wwan, not " + which);
+    }
+    const StoredRadio radio = which == "wlan" ? StoredRadio::Wlan : StoredRadio::Wwan;
+    if (words.TakeIf("missing")) {
+        DeleteStored(radio);
+    } else if (words.TakeIf("type")) {
+        WriteStored(radio, TakeRegistryValue(words));
+    } else {
+        WriteStored(radio, TextValue(REG_SZ, Widen(words.Take("text"))));
+    }
+    return {};
+}
+
+/// Windows' own switch: the value is written, then the radios follow. Whoever looks at a radio
+/// between the two waits for the state's lock, unless the radios are late.
+void SwitchAirplane(bool on, std::uint32_t lateMs) {
+    LockedMachine machine;
+    const bool before = AirplaneIsOn();
+    WriteAirplane(on);
+    if (before == on) {
+        return;
+    }
+    if (lateMs == 0) {
+        FollowAirplaneMode(*machine, on, machine.Time());
+    } else {
+        Schedule(*machine, PendingKind::RadiosFollowAirplane, 0, on ? 1 : 0, 0,
+                 machine.Time() + Micros{lateMs} * kMicrosPerMilli);
+    }
+}
+
+Answer Airplane(Words& words) {
+    if (words.TakeIf("value")) {
+        if (words.TakeIf("missing")) {
+            DeleteAirplaneValue();
+        } else {
+            WriteAirplane(TakeRegistryValue(words));
+        }
+        return {};
+    }
+    if (words.TakeIf("key")) {
+        const std::string what = words.Take("missing or present");
+        if (what == "missing") {
+            DeleteAirplaneKey();
+        } else {
+            WriteAirplane(false);
+        }
+        return {};
+    }
+    const bool on = words.TakeOnOff();
+    const std::uint32_t late = words.TakeIf("late") ? words.TakeNumber("milliseconds") : 0;
+    words.End();
+    SwitchAirplane(on, late);
+    return {};
+}
+
+std::wstring TakeStub(Words& words) {
+    const std::string name = words.Take("WlanSvc or WwanSvc");
+    if (name != "WlanSvc" && name != "WwanSvc") {
+        throw CommandError("WlanSvc or WwanSvc, not " + name);
+    }
+    return Widen(name);
+}
+
+void SetLate(const std::wstring& name, std::uint32_t lateMs) {
+    LockedMachine machine;
+    (name == L"WlanSvc" ? machine->devices.wlanServiceLateMs : machine->devices.wwanServiceLateMs) = lateMs;
+}
+
+void MarkStopped(const std::wstring& name) {
+    LockedMachine machine;
+    (name == L"WlanSvc" ? machine->devices.wlanServiceRuns : machine->devices.wwanServiceRuns) = 0;
+}
+
+Answer ServiceCommand(Words& words) {
+    const std::wstring name = TakeStub(words);
+    const std::string what = words.Take("run, stop, late or absent");
+    const std::uint32_t late = what == "late" ? words.TakeNumber("milliseconds") : 0;
+    words.End();
+    SetLate(name, late);
+    if (what == "run") {
+        RunStub(name.c_str());
+    } else if (what == "stop") {
+        StopStub(name);
+        MarkStopped(name);
+    } else if (what == "absent") {
+        RemoveStub(name);
+        MarkStopped(name);
+    } else if (what == "late") {
+        StopStub(name);
+        MarkStopped(name);
+        InstallStub(name, OwnFolder() + L"\\stub_service.exe");
+        StartInstalled(name);
+    } else {
+        throw CommandError("not understood: service ... " + what);
+    }
+    return {};
+}
+
+Answer Policy(Words& words) {
+    if (words.TakeIf("clear")) {
+        DeletePolicies();
+        return {};
+    }
+    const bool executable = words.TakeIf("executable");
+    const std::wstring name = Widen(words.Take("value name"));
+    if (words.TakeIf("type")) {
+        WritePolicy(executable, name, TakeRegistryValue(words));
+    } else if (const auto number = words.TakeNumberIf()) {
+        WritePolicy(executable, name, NumberValue(*number));
+    } else {
+        WritePolicy(executable, name, TextValue(REG_SZ, Widen(words.Take("text"))));
+    }
+    return {};
+}
+
+std::size_t CountThreads(DWORD process) {
+    const Platform::UniqueHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+    THREADENTRY32 entry{};
+    entry.dwSize = sizeof(entry);
+    std::size_t count = 0;
+    for (BOOL more = Thread32First(snapshot.Get(), &entry); more != FALSE;
+         more = Thread32Next(snapshot.Get(), &entry)) {
+        count += entry.th32OwnerProcessID == process ? 1 : 0;
+    }
+    return count;
+}
+
+Answer Resources(Words& words) {
+    words.End();
+    const ServiceState state = QueryService(kServiceName);
+    const Platform::UniqueHandle process = OpenServiceProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ);
+    if (!process) {
+        throw CommandError("the service does not run");
+    }
+    DWORD handles = 0;
+    GetProcessHandleCount(process.Get(), &handles);
+    PROCESS_MEMORY_COUNTERS_EX memory{};
+    GetProcessMemoryInfo(process.Get(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&memory), sizeof(memory));
+    FILETIME created{};
+    FILETIME exited{};
+    FILETIME kernel{};
+    FILETIME user{};
+    GetProcessTimes(process.Get(), &created, &exited, &kernel, &user);
+    const auto ticks = [](const FILETIME& time) {
+        return (std::uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime;
+    };
+    return {"pid=" + std::to_string(state.process) + " handles=" + std::to_string(handles) +
+                " threads=" + std::to_string(CountThreads(state.process)) + " private=" +
+                std::to_string(memory.PrivateUsage) + " working=" + std::to_string(memory.WorkingSetSize) +
+                " cpu_us=" + std::to_string((ticks(kernel) + ticks(user)) / 10),
+            {}};
+}
+
+}  // namespace
+
+const std::vector<Command>& SystemCommands() {
+    static const std::vector<Command> commands = {
+        {"setup", "", "Makes this prefix a notebook: COM classes, DLL override, airplane key, stub services.",
+         &SetUp},
+        {"reset", "[wlan N] [phys N] [cables N] [modems N]",
+         "A fresh notebook: radios on, no cable in, features enabled, nothing stored, no policies, no rules "
+         "(1 WLAN adapter with 2 PHYs, 1 cable port, no modem unless told).",
+         &Reset},
+        {"install", "", "Runs LinkvaneService.exe -install and shows what it prints.", &InstallService},
+        {"remove", "", "Runs LinkvaneService.exe -remove and shows what it prints.", &RemoveService},
+        {"start", "[nowait]", "Starts the service and waits until it runs.", &Start},
+        {"stop", "", "Stops the service and waits until its process is gone.", &Stop},
+        {"kill", "", "Ends the service's process.", &Kill},
+        {"state", "", "What the service manager knows of the service.", &State},
+        {"control", "NAME | code N",
+         "Sends suspend, standby, resume-automatic, resume-suspend, power-status-change, preshutdown, "
+         "shutdown "
+         "or interrogate, or a bare code, and waits for the handler.",
+         &Control},
+        {"suspend", "", "The notebook goes to sleep: what happens from now on is announced later.", &Suspend},
+        {"resume", "[user] [events before|after|dropped]",
+         "It wakes up; what happened meanwhile is announced when the service has handled the resume (or "
+         "before, or never).",
+         &Resume},
+        {"preshutdown", "", "Windows shuts down.", &Preshutdown},
+        {"airplane", "on|off [late MS] | value TYPE DATA | value missing | key missing|present",
+         "Airplane mode, with the radios following; or only its registry value.", &Airplane},
+        {"stored", "wlan|wwan TEXT | missing | type sz|expand|multi|unterminated|dword|binary DATA",
+         "The stored choice for a radio.", &Stored},
+        {"service", "WlanSvc|WwanSvc run|stop|late MS|absent", "A neighbour service.", &ServiceCommand},
+        {"policy", "[executable] NAME VALUE | [executable] NAME type TYPE DATA | clear",
+         "A logging policy, for the product or for the executable alone.", &Policy},
+        {"resources", "", "Handles, threads, memory and processor time of the service's process.",
+         &Resources},
+    };
+    return commands;
+}
+
+}  // namespace Notebook

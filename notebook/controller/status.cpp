@@ -1,0 +1,321 @@
+#include "notebook/controller/status.h"
+
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <utility>
+
+#include "notebook/controller/words.h"
+#include "notebook/state/machine.h"
+#include "notebook/state/shared_state.h"
+#include "notebook/state/text.h"
+
+namespace Notebook {
+
+namespace {
+
+Machine& Raw() {
+    return SharedState::Get().Raw();
+}
+
+const Adapter* Named(const Devices& devices, std::string_view name) {
+    for (std::uint32_t i = 0; i < devices.adapterCount; ++i) {
+        if (devices.adapters[i].present != 0 && name == devices.adapters[i].name) {
+            return &devices.adapters[i];
+        }
+    }
+    return nullptr;
+}
+
+std::string LinkText(const Adapter* adapter) {
+    if (adapter == nullptr) {
+        return "none";
+    }
+    return adapter->plugged == 0 ? "out" : adapter->hasAddress != 0 ? "in" : "no-address";
+}
+
+std::string Cables(const Devices& devices) {
+    std::string text;
+    for (std::uint32_t i = 0; i < devices.adapterCount; ++i) {
+        const Adapter& adapter = devices.adapters[i];
+        if (adapter.present != 0 && adapter.role == AdapterRole::Cable) {
+            text += (text.empty() ? "" : ",") + std::to_string(adapter.number) + ":" + LinkText(&adapter);
+        }
+    }
+    return text.empty() ? "none" : text;
+}
+
+std::string RadioText(std::uint32_t state) {
+    switch (state) {
+        case kRadioOn:
+            return "on";
+        case kRadioOff:
+            return "off";
+        default:
+            return std::to_string(state);
+    }
+}
+
+std::string WlanText(const WlanAdapter& adapter) {
+    if (adapter.present == 0) {
+        return "none";
+    }
+    return AllPhysAre(adapter, kRadioOn) ? "on" : AllPhysAre(adapter, kRadioOff) ? "off" : "mixed";
+}
+
+std::string PhysText(const WlanAdapter& adapter) {
+    std::string text;
+    for (std::uint32_t i = 0; i < adapter.phyCount; ++i) {
+        text += (i == 0 ? "" : ",") + RadioText(adapter.phys[i].software);
+    }
+    return text.empty() ? "none" : text;
+}
+
+std::string ModemText(const Modem& modem) {
+    return modem.present == 0 ? "none" : modem.software != 0 ? "on" : "off";
+}
+
+std::string StoredText(const std::optional<RegistryValue>& value) {
+    if (!value) {
+        return "missing";
+    }
+    if (value->type != REG_SZ && value->type != REG_EXPAND_SZ) {
+        return RegistryTypeName(value->type);
+    }
+    std::wstring text(value->data.size() / sizeof(wchar_t), L'\0');
+    std::memcpy(text.data(), value->data.data(), text.size() * sizeof(wchar_t));
+    while (!text.empty() && text.back() == L'\0') {
+        text.pop_back();
+    }
+    return Narrow(text);
+}
+
+std::string TypeText(const std::optional<RegistryValue>& value) {
+    return value ? RegistryTypeName(value->type) : "none";
+}
+
+std::string CountText(Call call) {
+    return std::to_string(Raw().counts[static_cast<std::size_t>(call)].calls);
+}
+
+std::string PhySets(const WlanAdapter& adapter) {
+    std::string text;
+    for (std::uint32_t i = 0; i < adapter.phyCount; ++i) {
+        text += (i == 0 ? "" : ",") + std::to_string(adapter.phys[i].sets);
+    }
+    return text.empty() ? "none" : text;
+}
+
+std::string ModemSets(const Devices& devices) {
+    std::uint32_t sets = 0;
+    for (const Modem& modem : devices.modems) {
+        sets += modem.sets;
+    }
+    return std::to_string(sets);
+}
+
+std::string ConnectivityText(const Devices& devices) {
+    std::uint32_t all = 0;
+    for (std::uint32_t i = 0; i < devices.adapterCount; ++i) {
+        all |= devices.adapters[i].present != 0 ? devices.adapters[i].connectivity : 0U;
+    }
+    char text[16];
+    std::snprintf(text, sizeof(text), "0x%x", all);
+    return text;
+}
+
+std::string ReportedText() {
+    LockedMachine machine;
+    const ServiceRun& service = machine->service;
+    if (service.reportCount == 0) {
+        return "nothing";
+    }
+    ServiceState state;
+    state.installed = true;
+    state.state = service.reports[(service.reportCount - 1) % kReportCapacity].status.dwCurrentState;
+    return StateName(state);
+}
+
+std::string StubText(const wchar_t* name) {
+    return StateName(QueryService(name));
+}
+
+using Reader = std::function<std::string(Snapshot&)>;
+
+/// The pairs of a status, in its order.
+const std::vector<std::pair<std::string_view, Reader>>& Pairs() {
+    static const std::vector<std::pair<std::string_view, Reader>> pairs = {
+        {"cable", [](Snapshot& s) { return LinkText(Named(s.TheDevices(), "cable1")); }},
+        {"cables", [](Snapshot& s) { return Cables(s.TheDevices()); }},
+        {"vpn", [](Snapshot& s) { return LinkText(Named(s.TheDevices(), "vpn")); }},
+        {"virtual", [](Snapshot& s) { return LinkText(Named(s.TheDevices(), "virtual")); }},
+        {"wifi_link", [](Snapshot& s) { return LinkText(Named(s.TheDevices(), "wifi1")); }},
+        {"connectivity", [](Snapshot& s) { return ConnectivityText(s.TheDevices()); }},
+        {"wifi", [](Snapshot& s) { return WlanText(s.TheDevices().wlan[0]); }},
+        {"phys", [](Snapshot& s) { return PhysText(s.TheDevices().wlan[0]); }},
+        {"wifi2", [](Snapshot& s) { return WlanText(s.TheDevices().wlan[1]); }},
+        {"wwan", [](Snapshot& s) { return ModemText(s.TheDevices().modems[0]); }},
+        {"wwan2", [](Snapshot& s) { return ModemText(s.TheDevices().modems[1]); }},
+        {"airplane", [](Snapshot&) { return std::string(AirplaneIsOn() ? "on" : "off"); }},
+        {"asleep", [](Snapshot& s) { return std::string(s.TheDevices().asleep != 0 ? "yes" : "no"); }},
+        {"stored_wlan", [](Snapshot& s) { return StoredText(s.Stored(StoredRadio::Wlan)); }},
+        {"stored_wwan", [](Snapshot& s) { return StoredText(s.Stored(StoredRadio::Wwan)); }},
+        {"stored_wlan_type", [](Snapshot& s) { return TypeText(s.Stored(StoredRadio::Wlan)); }},
+        {"stored_wwan_type", [](Snapshot& s) { return TypeText(s.Stored(StoredRadio::Wwan)); }},
+        {"stored_wlan_bytes",
+         [](Snapshot& s) {
+             const auto& value = s.Stored(StoredRadio::Wlan);
+             return value ? Hex(value->data) : "";
+         }},
+        {"stored_wwan_bytes",
+         [](Snapshot& s) {
+             const auto& value = s.Stored(StoredRadio::Wwan);
+             return value ? Hex(value->data) : "";
+         }},
+        {"service", [](Snapshot& s) { return StateName(s.Service()); }},
+        {"pid", [](Snapshot& s) { return std::to_string(s.Service().process); }},
+        {"exit", [](Snapshot& s) { return std::to_string(s.Service().exitCode); }},
+        {"reported", [](Snapshot&) { return ReportedText(); }},
+        {"runs", [](Snapshot&) { return std::to_string(Raw().service.runs); }},
+        {"wlansvc", [](Snapshot&) { return StubText(L"WlanSvc"); }},
+        {"wwansvc", [](Snapshot&) { return StubText(L"WwanSvc"); }},
+        {"wlan_sets", [](Snapshot&) { return CountText(Call::WlanSetInterface); }},
+        {"phy_sets", [](Snapshot& s) { return PhySets(s.TheDevices().wlan[0]); }},
+        {"wwan_sets", [](Snapshot& s) { return ModemSets(s.TheDevices()); }},
+        {"event_log", [](Snapshot&) { return CountText(Call::ReportEvent); }},
+        {"wlan_handles", [](Snapshot&) { return std::to_string(Raw().ledger.wlanHandles); }},
+        {"wlan_memory", [](Snapshot&) { return std::to_string(Raw().ledger.wlanMemory); }},
+        {"wlan_registrations", [](Snapshot&) { return std::to_string(Raw().ledger.wlanRegistrations); }},
+        {"com_references", [](Snapshot&) { return std::to_string(Raw().ledger.comReferences); }},
+        {"com_sinks", [](Snapshot&) { return std::to_string(Raw().ledger.comSinks); }},
+        {"event_sources", [](Snapshot&) { return std::to_string(Raw().ledger.eventSources); }},
+    };
+    return pairs;
+}
+
+struct ActivityCounts {
+    LONG calls;
+    LONG deliveries;
+    LONG controls;
+    std::uint64_t unseen;
+    bool due;
+    Micros idle;
+};
+
+ActivityCounts CountActivity() {
+    LockedMachine machine;
+    const Activity& activity = machine->activity;
+    const ServiceRun& service = machine->service;
+    ActivityCounts counts{activity.callsBegun - activity.callsEnded,
+                          activity.deliveriesBegun - activity.deliveriesEnded,
+                          service.controlsBegun - service.controlsEnded,
+                          0,
+                          NextDue(*machine) != kNever,
+                          Now() - activity.lastAt};
+    for (const Listener& listener : machine->listeners) {
+        if (listener.process != 0 && listener.process == service.process) {
+            counts.unseen = machine->eventCount - listener.seen;
+        }
+    }
+    return counts;
+}
+
+}  // namespace
+
+const Devices& Snapshot::TheDevices() {
+    if (!m_devices) {
+        LockedMachine machine;
+        m_devices = std::make_unique<Devices>(machine->devices);
+    }
+    return *m_devices;
+}
+
+const ServiceState& Snapshot::Service() {
+    if (!m_service) {
+        m_service = QueryService(kServiceName);
+    }
+    return *m_service;
+}
+
+const std::optional<RegistryValue>& Snapshot::Stored(StoredRadio radio) {
+    auto& stored = radio == StoredRadio::Wlan ? m_wlan : m_wwan;
+    if (!stored) {
+        stored = ReadStored(radio);
+    }
+    return *stored;
+}
+
+std::string StatusLine() {
+    Snapshot snapshot;
+    std::string line;
+    for (const auto& [key, reader] : Pairs()) {
+        line += (line.empty() ? "" : " ") + std::string(key) + "=" + Quoted(reader(snapshot));
+    }
+    return line;
+}
+
+std::string StatusValue(Snapshot& snapshot, std::string_view key) {
+    for (const auto& [name, reader] : Pairs()) {
+        if (name == key) {
+            return reader(snapshot);
+        }
+    }
+    throw CommandError("no such key: " + std::string(key));
+}
+
+Condition ParseCondition(const std::string& text) {
+    const std::size_t equals = text.find('=');
+    if (equals == std::string::npos || equals == 0) {
+        throw CommandError("a condition is KEY=VALUE or KEY!=VALUE, not " + text);
+    }
+    const bool equal = text[equals - 1] != '!';
+    return {text.substr(0, equal ? equals : equals - 1), text.substr(equals + 1), equal};
+}
+
+bool IsSettled(Micros quiet) {
+    const ServiceState service = QueryService(kServiceName);
+    if (service.state == SERVICE_STOPPED) {
+        return true;
+    }
+    const ActivityCounts counts = CountActivity();
+    return counts.calls == 0 && counts.deliveries == 0 && counts.controls == 0 && counts.unseen == 0 &&
+           !counts.due && counts.idle >= quiet;
+}
+
+std::string ActivityText() {
+    const ActivityCounts counts = CountActivity();
+    return "calls=" + std::to_string(counts.calls) + " deliveries=" + std::to_string(counts.deliveries) +
+           " controls=" + std::to_string(counts.controls) + " unseen=" + std::to_string(counts.unseen) +
+           " due=" + (counts.due ? "yes" : "no") + " idle=" + std::to_string(counts.idle / kMicrosPerMilli);
+}
+
+std::string RegistryTypeName(DWORD type) {
+    switch (type) {
+        case REG_SZ:
+            return "REG_SZ";
+        case REG_EXPAND_SZ:
+            return "REG_EXPAND_SZ";
+        case REG_BINARY:
+            return "REG_BINARY";
+        case REG_DWORD:
+            return "REG_DWORD";
+        case REG_MULTI_SZ:
+            return "REG_MULTI_SZ";
+        case REG_QWORD:
+            return "REG_QWORD";
+        default:
+            return "REG_" + std::to_string(type);
+    }
+}
+
+std::string Hex(const std::vector<BYTE>& data) {
+    std::string text;
+    for (const BYTE byte : data) {
+        char digits[4];
+        std::snprintf(digits, sizeof(digits), "%02x", byte);
+        text += digits;
+    }
+    return text;
+}
+
+}  // namespace Notebook

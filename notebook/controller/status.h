@@ -1,0 +1,51 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "notebook/controller/service_manager.h"
+#include "notebook/controller/system_registry.h"
+#include "notebook/state/layout.h"
+
+namespace Notebook {
+
+/// What a status is made from; each part is read when it is first asked for.
+class Snapshot {
+  public:
+    const Devices& TheDevices();
+    const ServiceState& Service();
+    const std::optional<RegistryValue>& Stored(StoredRadio radio);
+
+  private:
+    std::unique_ptr<Devices> m_devices;
+    std::optional<ServiceState> m_service;
+    std::optional<std::optional<RegistryValue>> m_wlan;
+    std::optional<std::optional<RegistryValue>> m_wwan;
+};
+
+/// All pairs, key=value, blanks between.
+std::string StatusLine();
+/// One value. Throws `CommandError` for a key that is none.
+std::string StatusValue(Snapshot& snapshot, std::string_view key);
+
+struct Condition {
+    std::string key;
+    std::string value;
+    bool equal = true;
+};
+/// Reads KEY=VALUE or KEY!=VALUE.
+Condition ParseCondition(const std::string& text);
+
+/// Whether the service has nothing to do with the devices: every event handled, no control and no
+/// call in progress, nothing due, and no call for so long.
+bool IsSettled(Micros quiet);
+/// What keeps it from being settled.
+std::string ActivityText();
+
+std::string RegistryTypeName(DWORD type);
+std::string Hex(const std::vector<BYTE>& data);
+
+}  // namespace Notebook

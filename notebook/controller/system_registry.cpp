@@ -1,0 +1,143 @@
+#include "notebook/controller/system_registry.h"
+
+#include <objbase.h>
+#include <netlistmgr.h>
+#include <wbemcli.h>
+
+#include <cstring>
+#include <utility>
+
+#include "notebook/controller/words.h"
+#include "notebook/state/text.h"
+#include "platform/handles.h"
+#include "platform/mbn_api.h"
+
+namespace Notebook {
+
+namespace {
+
+constexpr wchar_t kAirplaneKey[] = L"SYSTEM\\CurrentControlSet\\Control\\RadioManagement\\SystemRadioState";
+constexpr wchar_t kWlanKey[] = L"SOFTWARE\\Orva\\Orva Brimlet Support\\WlanPowerStatus";
+constexpr wchar_t kWwanKey[] = L"SOFTWARE\\Orva\\Orva Brimlet Support\\WwanPowerStatus";
+constexpr wchar_t kStoredValue[] = L"PowerOnOff";
+constexpr wchar_t kPolicyRoot[] = L"Software\\Policies\\Orva";
+constexpr wchar_t kPolicyKey[] = L"Software\\Policies\\Orva\\Orva Brimlet Support";
+constexpr wchar_t kExecutableName[] = L"LinkvaneService";
+constexpr wchar_t kOverridesKey[] = L"Software\\Wine\\AppDefaults\\LinkvaneService.exe\\DllOverrides";
+
+Platform::UniqueRegistryKey OpenKey(HKEY root, const std::wstring& path) {
+    Platform::UniqueRegistryKey key;
+    RegOpenKeyExW(root, path.c_str(), 0, KEY_READ | KEY_WRITE, key.Put());
+    return key;
+}
+
+std::optional<RegistryValue> Query(const std::wstring& path, const wchar_t* name) {
+    const Platform::UniqueRegistryKey key = OpenKey(HKEY_LOCAL_MACHINE, path);
+    RegistryValue value;
+    DWORD size = 0;
+    if (!key || RegQueryValueExW(key.Get(), name, nullptr, &value.type, nullptr, &size) != ERROR_SUCCESS) {
+        return std::nullopt;
+    }
+    value.data.resize(size);
+    if (RegQueryValueExW(key.Get(), name, nullptr, &value.type, value.data.data(), &size) != ERROR_SUCCESS) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+void Write(HKEY root, const std::wstring& path, const wchar_t* name, const RegistryValue& value) {
+    Platform::UniqueRegistryKey key;
+    LSTATUS error =
+        RegCreateKeyExW(root, path.c_str(), 0, nullptr, 0, KEY_READ | KEY_WRITE, nullptr, key.Put(), nullptr);
+    if (error == ERROR_SUCCESS) {
+        error = RegSetValueExW(key.Get(), name, 0, value.type, value.data.data(),
+                               static_cast<DWORD>(value.data.size()));
+    }
+    if (error != ERROR_SUCCESS) {
+        throw CommandError("the registry value cannot be written: error " + std::to_string(error));
+    }
+}
+
+const wchar_t* StoredKey(StoredRadio radio) {
+    return radio == StoredRadio::Wlan ? kWlanKey : kWwanKey;
+}
+
+void RegisterClass(const GUID& clsid, const std::wstring& dll) {
+    const std::wstring path = L"Software\\Classes\\CLSID\\" + GuidText(clsid) + L"\\InprocServer32";
+    Write(HKEY_LOCAL_MACHINE, path, nullptr, TextValue(REG_SZ, dll));
+    Write(HKEY_LOCAL_MACHINE, path, L"ThreadingModel", TextValue(REG_SZ, L"Both"));
+}
+
+}  // namespace
+
+std::optional<RegistryValue> ReadStored(StoredRadio radio) {
+    return Query(StoredKey(radio), kStoredValue);
+}
+
+void WriteStored(StoredRadio radio, const RegistryValue& value) {
+    Write(HKEY_LOCAL_MACHINE, StoredKey(radio), kStoredValue, value);
+}
+
+void DeleteStored(StoredRadio radio) {
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, StoredKey(radio));
+}
+
+RegistryValue TextValue(DWORD type, const std::wstring& text) {
+    const auto* const bytes = reinterpret_cast<const BYTE*>(text.c_str());
+    return {type, {bytes, bytes + (text.size() + 1) * sizeof(wchar_t)}};
+}
+
+RegistryValue NumberValue(std::uint32_t number) {
+    RegistryValue value{REG_DWORD, std::vector<BYTE>(sizeof(number))};
+    std::memcpy(value.data.data(), &number, sizeof(number));
+    return value;
+}
+
+std::optional<RegistryValue> ReadAirplane() {
+    return Query(kAirplaneKey, nullptr);
+}
+
+bool AirplaneIsOn() {
+    const std::optional<RegistryValue> value = ReadAirplane();
+    return value && value->data == NumberValue(1).data;
+}
+
+void WriteAirplane(const RegistryValue& value) {
+    Write(HKEY_LOCAL_MACHINE, kAirplaneKey, nullptr, value);
+}
+
+void WriteAirplane(bool on) {
+    WriteAirplane(NumberValue(on ? 1 : 0));
+}
+
+void DeleteAirplaneValue() {
+    const Platform::UniqueRegistryKey key = OpenKey(HKEY_LOCAL_MACHINE, kAirplaneKey);
+    if (key) {
+        RegDeleteValueW(key.Get(), nullptr);
+    }
+}
+
+void DeleteAirplaneKey() {
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, kAirplaneKey);
+}
+
+void WritePolicy(bool executableOnly, const std::wstring& name, const RegistryValue& value) {
+    std::wstring path = kPolicyKey;
+    if (executableOnly) {
+        path += std::wstring(L"\\") + kExecutableName;
+    }
+    Write(HKEY_LOCAL_MACHINE, path, name.c_str(), value);
+}
+
+void DeletePolicies() {
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, kPolicyRoot);
+}
+
+void RegisterHardware(const std::wstring& dll) {
+    RegisterClass(CLSID_NetworkListManager, dll);
+    RegisterClass(CLSID_MbnInterfaceManager, dll);
+    RegisterClass(CLSID_WbemLocator, dll);
+    Write(HKEY_CURRENT_USER, kOverridesKey, L"wlanapi", TextValue(REG_SZ, L"native"));
+}
+
+}  // namespace Notebook

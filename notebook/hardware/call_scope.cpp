@@ -1,0 +1,119 @@
+#include "notebook/hardware/call_scope.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+#include "notebook/state/shared_state.h"
+
+namespace Notebook {
+
+namespace {
+
+constexpr DWORD kHoldPollMs = 10;
+
+Machine& State() {
+    return SharedState::Get().Raw();
+}
+
+CallRule& RuleOf(Machine& machine, Call call) {
+    return machine.rules[static_cast<std::size_t>(call)];
+}
+
+CallCount& CountOf(Machine& machine, Call call) {
+    return machine.counts[static_cast<std::size_t>(call)];
+}
+
+}  // namespace
+
+CallScope::CallScope(Call call) : m_call(call), m_start(Now()) {
+    Machine& machine = State();
+    InterlockedIncrement(&machine.activity.callsBegun);
+    InterlockedExchange64(&machine.activity.lastAt, m_start);
+    InterlockedIncrement(&CountOf(machine, call).calls);
+    m_traced = machine.traceOn != 0;
+    const CallRule& rule = RuleOf(machine, call);
+    if (rule.kind != RuleKind::None || rule.slowMs != 0) {
+        Obey();
+    }
+}
+
+CallScope::~CallScope() {
+    const DWORD lastError = GetLastError();
+    Machine& machine = State();
+    if (m_traced) {
+        Trace(m_call, m_start, m_result, m_detail);
+    }
+    InterlockedExchange64(&machine.activity.lastAt, Now());
+    InterlockedIncrement(&machine.activity.callsEnded);
+    SetLastError(lastError);
+}
+
+void CallScope::Detail(const char* format, ...) noexcept {
+    if (!m_traced) {
+        return;
+    }
+    va_list arguments;
+    va_start(arguments, format);
+    std::vsnprintf(m_detail, sizeof(m_detail), format, arguments);
+    va_end(arguments);
+}
+
+void CallScope::Obey() {
+    RuleKind kind = RuleKind::None;
+    DWORD slowMs = 0;
+    {
+        LockedMachine machine;
+        CallRule& rule = RuleOf(*machine, m_call);
+        slowMs = rule.slowMs;
+        if (rule.kind != RuleKind::None && rule.skip != 0) {
+            --rule.skip;
+        } else if (rule.kind != RuleKind::None && rule.left != 0) {
+            kind = rule.kind;
+            m_error = rule.error;
+            if (rule.left != kForEver && --rule.left == 0 && kind == RuleKind::Fail) {
+                rule.kind = RuleKind::None;
+            }
+        }
+    }
+    if (slowMs != 0) {
+        Sleep(slowMs);
+    }
+    if (kind == RuleKind::Fail) {
+        m_refused = true;
+        m_result = m_error;
+        InterlockedIncrement(&CountOf(State(), m_call).failed);
+    } else if (kind != RuleKind::None) {
+        Wait(kind);
+    }
+}
+
+void CallScope::Wait(RuleKind kind) {
+    // Held on purpose by someone who tests; polling is good enough for that.
+    const std::uint32_t run = State().service.runs;
+    while (RuleOf(State(), m_call).kind == kind) {
+        const ServiceRun& service = State().service;
+        if (kind == RuleKind::HoldUntilStopped && (service.stopped != 0 || service.runs != run)) {
+            return;
+        }
+        Sleep(kHoldPollMs);
+    }
+}
+
+void Trace(Call call, Micros start, DWORD result, const char* detail) noexcept {
+    Machine& machine = State();
+    if (machine.traceOn == 0) {
+        return;
+    }
+    const auto number = static_cast<std::uint64_t>(InterlockedIncrement64(&machine.traceCount) - 1);
+    TraceEntry& entry = machine.trace[number % kTraceCapacity];
+    entry.at = start;
+    entry.took = Now() - start;
+    entry.process = GetCurrentProcessId();
+    entry.thread = GetCurrentThreadId();
+    entry.call = call;
+    entry.result = result;
+    std::snprintf(entry.detail, sizeof(entry.detail), "%s", detail);
+}
+
+}  // namespace Notebook

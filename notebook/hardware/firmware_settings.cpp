@@ -1,0 +1,404 @@
+// WMI, as far as the BIOS settings need it: a locator, one namespace, one kind of query.
+
+#include <windows.h>
+#include <wbemcli.h>
+#include <oleauto.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "notebook/hardware/class_objects.h"
+#include "notebook/hardware/com_object.h"
+#include "notebook/state/machine.h"
+#include "notebook/state/text.h"
+
+namespace Notebook {
+
+namespace {
+
+constexpr wchar_t kNamespace[] = L"\\\\.\\root\\Orva\\FirmwareSettings";
+constexpr std::wstring_view kQueryStart = L"SELECT * FROM Orva_BIOSSetting where Name='";
+
+/// The setting that a query asks for; nothing when it is no query of that kind, or when the name
+/// in it holds a quote, which ends the text early.
+std::optional<std::wstring> NameInQuery(std::wstring_view query) {
+    if (query.size() <= kQueryStart.size() || query.substr(0, kQueryStart.size()) != kQueryStart) {
+        return std::nullopt;
+    }
+    const std::wstring_view rest = query.substr(kQueryStart.size());
+    if (rest.find(L'\'') != rest.size() - 1) {
+        return std::nullopt;
+    }
+    return std::wstring(rest.substr(0, rest.size() - 1));
+}
+
+void FillNumber(const Setting& setting, VARIANT& value) {
+    const long long number = _wtoi64(setting.text);
+    switch (setting.kind) {
+        case SettingKind::Int16:
+            V_VT(&value) = VT_I2;
+            V_I2(&value) = static_cast<SHORT>(number);
+            break;
+        case SettingKind::Int32:
+            V_VT(&value) = VT_I4;
+            V_I4(&value) = static_cast<LONG>(number);
+            break;
+        case SettingKind::Int64:
+            V_VT(&value) = VT_I8;
+            V_I8(&value) = number;
+            break;
+        case SettingKind::Byte:
+            V_VT(&value) = VT_UI1;
+            V_UI1(&value) = static_cast<BYTE>(number);
+            break;
+        case SettingKind::Bool:
+            V_VT(&value) = VT_BOOL;
+            V_BOOL(&value) = number != 0 ? VARIANT_TRUE : VARIANT_FALSE;
+            break;
+        case SettingKind::Double:
+            V_VT(&value) = VT_R8;
+            V_R8(&value) = std::wcstod(setting.text, nullptr);
+            break;
+        case SettingKind::Date:
+            V_VT(&value) = VT_DATE;
+            V_DATE(&value) = std::wcstod(setting.text, nullptr);
+            break;
+        default:
+            V_VT(&value) = VT_ERROR;
+            V_ERROR(&value) = static_cast<SCODE>(number);
+            break;
+    }
+}
+
+void FillValue(const Setting& setting, VARIANT& value) {
+    switch (setting.kind) {
+        case SettingKind::Text:
+            V_VT(&value) = VT_BSTR;
+            V_BSTR(&value) = SysAllocString(setting.text);
+            break;
+        case SettingKind::Null:
+            V_VT(&value) = VT_NULL;
+            break;
+        case SettingKind::Empty:
+            V_VT(&value) = VT_EMPTY;
+            break;
+        case SettingKind::Unknown:
+            V_VT(&value) = VT_UNKNOWN;
+            V_UNKNOWN(&value) = nullptr;
+            break;
+        case SettingKind::TextArray: {
+            SAFEARRAYBOUND bound{1, 0};
+            V_VT(&value) = VT_ARRAY | VT_BSTR;
+            V_ARRAY(&value) = SafeArrayCreate(VT_BSTR, 1, &bound);
+            LONG index = 0;
+            const BSTR text = SysAllocString(setting.text);
+            SafeArrayPutElement(V_ARRAY(&value), &index, text);
+            SysFreeString(text);
+            break;
+        }
+        default:
+            FillNumber(setting, value);
+            break;
+    }
+}
+
+/// One setting as a query found it.
+class SettingObject final : public ComObject<IWbemClassObject> {
+  public:
+    explicit SettingObject(const Setting& setting) : m_setting(setting) {}
+
+    HRESULT STDMETHODCALLTYPE Get(LPCWSTR name, LONG, VARIANT* value, CIMTYPE* type, LONG* flavor) override {
+        CallScope call(Call::WbemGet);
+        VariantInit(value);
+        if (call.Refused()) {
+            return call.Result(call.Hresult());
+        }
+        if (type != nullptr) {
+            *type = CIM_STRING;
+        }
+        if (flavor != nullptr) {
+            *flavor = 0;
+        }
+        if (_wcsicmp(name, L"Name") == 0) {
+            V_VT(value) = VT_BSTR;
+            V_BSTR(value) = SysAllocString(m_setting.name);
+            return call.Result(S_OK);
+        }
+        if (_wcsicmp(name, L"Value") != 0) {
+            return call.Result(static_cast<HRESULT>(WBEM_E_NOT_FOUND));
+        }
+        FillValue(m_setting, *value);
+        return call.Result(S_OK);
+    }
+
+    HRESULT STDMETHODCALLTYPE GetQualifierSet(IWbemQualifierSet**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Put(LPCWSTR, LONG, VARIANT*, CIMTYPE) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Delete(LPCWSTR) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetNames(LPCWSTR, LONG, VARIANT*, SAFEARRAY**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE BeginEnumeration(LONG) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Next(LONG, BSTR*, VARIANT*, CIMTYPE*, LONG*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE EndEnumeration() override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetPropertyQualifierSet(LPCWSTR, IWbemQualifierSet**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE Clone(IWbemClassObject**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetObjectText(LONG, BSTR*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SpawnDerivedClass(LONG, IWbemClassObject**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SpawnInstance(LONG, IWbemClassObject**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE CompareTo(LONG, IWbemClassObject*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetPropertyOrigin(LPCWSTR, BSTR*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE InheritsFrom(LPCWSTR) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetMethod(LPCWSTR, LONG, IWbemClassObject**, IWbemClassObject**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE PutMethod(LPCWSTR, LONG, IWbemClassObject*, IWbemClassObject*) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE DeleteMethod(LPCWSTR) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE BeginMethodEnumeration(LONG) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE NextMethod(LONG, BSTR*, IWbemClassObject**, IWbemClassObject**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE EndMethodEnumeration() override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetMethodQualifierSet(LPCWSTR, IWbemQualifierSet**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE GetMethodOrigin(LPCWSTR, BSTR*) override { return E_NOTIMPL; }
+
+  protected:
+    void* Find(REFIID iid) override {
+        return IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IWbemClassObject)
+                   ? static_cast<IWbemClassObject*>(this)
+                   : nullptr;
+    }
+
+  private:
+    ~SettingObject() override = default;
+
+    Setting m_setting;
+};
+
+/// The answer to one query: at most one setting.
+class Answer final : public ComObject<IEnumWbemClassObject> {
+  public:
+    explicit Answer(std::wstring name) : m_name(std::move(name)) {}
+
+    HRESULT STDMETHODCALLTYPE Next(LONG, ULONG count, IWbemClassObject** objects, ULONG* returned) override {
+        CallScope call(Call::WbemNext);
+        call.Detail("%s", Narrow(m_name).c_str());
+        *returned = 0;
+        if (call.Refused()) {
+            return call.Result(call.Hresult());
+        }
+        DWORD slowMs = 0;
+        const std::optional<Setting> setting = Read(slowMs);
+        if (slowMs != 0) {
+            Sleep(slowMs);
+        }
+        if (setting && setting->timeoutsLeft != 0) {
+            return call.Result(static_cast<HRESULT>(WBEM_S_TIMEDOUT));
+        }
+        if (!setting || m_given || count == 0) {
+            return call.Result(static_cast<HRESULT>(WBEM_S_FALSE));
+        }
+        m_given = true;
+        objects[0] = new SettingObject(*setting);
+        *returned = 1;
+        return call.Result(static_cast<HRESULT>(count == 1 ? WBEM_S_NO_ERROR : WBEM_S_FALSE));
+    }
+    HRESULT STDMETHODCALLTYPE Reset() override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE NextAsync(ULONG, IWbemObjectSink*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Clone(IEnumWbemClassObject**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE Skip(LONG, ULONG) override { return E_NOTIMPL; }
+
+  protected:
+    void* Find(REFIID iid) override {
+        return IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IEnumWbemClassObject)
+                   ? static_cast<IEnumWbemClassObject*>(this)
+                   : nullptr;
+    }
+
+  private:
+    ~Answer() override = default;
+
+    /// The setting as it is now; counts a time-out down.
+    std::optional<Setting> Read(DWORD& slowMs) const {
+        LockedMachine machine;
+        Setting* const setting = FindSetting(*machine, m_name);
+        if (setting == nullptr) {
+            return std::nullopt;
+        }
+        slowMs = setting->slowMs;
+        const Setting copy = *setting;
+        if (setting->timeoutsLeft != 0 && setting->timeoutsLeft != kForEver) {
+            --setting->timeoutsLeft;
+        }
+        return copy;
+    }
+
+    std::wstring m_name;
+    bool m_given = false;
+};
+
+class Services final : public ComObject<IWbemServices, IClientSecurity> {
+  public:
+    HRESULT STDMETHODCALLTYPE ExecQuery(const BSTR language, const BSTR query, LONG, IWbemContext*,
+                                        IEnumWbemClassObject** answer) override {
+        CallScope call(Call::WbemExecQuery);
+        *answer = nullptr;
+        if (call.Refused()) {
+            return call.Result(call.Hresult());
+        }
+        call.Detail("%s", Narrow(query).c_str());
+        if (_wcsicmp(language, L"WQL") != 0) {
+            return call.Result(static_cast<HRESULT>(WBEM_E_INVALID_QUERY_TYPE));
+        }
+        const std::optional<std::wstring> name = NameInQuery(query);
+        if (!name) {
+            return call.Result(static_cast<HRESULT>(WBEM_E_INVALID_QUERY));
+        }
+        *answer = new Answer(*name);
+        return call.Result(S_OK);
+    }
+
+    HRESULT STDMETHODCALLTYPE SetBlanket(IUnknown*, DWORD, DWORD, OLECHAR*, DWORD, DWORD, void*,
+                                         DWORD) override {
+        CallScope call(Call::WbemSetBlanket);
+        return call.Result(call.Refused() ? call.Hresult() : S_OK);
+    }
+    HRESULT STDMETHODCALLTYPE QueryBlanket(IUnknown*, DWORD*, DWORD*, OLECHAR**, DWORD*, DWORD*, void**,
+                                           DWORD*) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE CopyProxy(IUnknown*, IUnknown**) override { return E_NOTIMPL; }
+
+    HRESULT STDMETHODCALLTYPE OpenNamespace(const BSTR, LONG, IWbemContext*, IWbemServices**,
+                                            IWbemCallResult**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE CancelAsyncCall(IWbemObjectSink*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE QueryObjectSink(LONG, IWbemObjectSink**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetObject(const BSTR, LONG, IWbemContext*, IWbemClassObject**,
+                                        IWbemCallResult**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE GetObjectAsync(const BSTR, LONG, IWbemContext*, IWbemObjectSink*) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE PutClass(IWbemClassObject*, LONG, IWbemContext*, IWbemCallResult**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE PutClassAsync(IWbemClassObject*, LONG, IWbemContext*,
+                                            IWbemObjectSink*) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE DeleteClass(const BSTR, LONG, IWbemContext*, IWbemCallResult**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE DeleteClassAsync(const BSTR, LONG, IWbemContext*, IWbemObjectSink*) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE CreateClassEnum(const BSTR, LONG, IWbemContext*,
+                                              IEnumWbemClassObject**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE CreateClassEnumAsync(const BSTR, LONG, IWbemContext*,
+                                                   IWbemObjectSink*) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE PutInstance(IWbemClassObject*, LONG, IWbemContext*,
+                                          IWbemCallResult**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE PutInstanceAsync(IWbemClassObject*, LONG, IWbemContext*,
+                                               IWbemObjectSink*) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE DeleteInstance(const BSTR, LONG, IWbemContext*, IWbemCallResult**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE DeleteInstanceAsync(const BSTR, LONG, IWbemContext*,
+                                                  IWbemObjectSink*) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE CreateInstanceEnum(const BSTR, LONG, IWbemContext*,
+                                                 IEnumWbemClassObject**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE CreateInstanceEnumAsync(const BSTR, LONG, IWbemContext*,
+                                                      IWbemObjectSink*) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE ExecQueryAsync(const BSTR, const BSTR, LONG, IWbemContext*,
+                                             IWbemObjectSink*) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE ExecNotificationQuery(const BSTR, const BSTR, LONG, IWbemContext*,
+                                                    IEnumWbemClassObject**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE ExecNotificationQueryAsync(const BSTR, const BSTR, LONG, IWbemContext*,
+                                                         IWbemObjectSink*) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE ExecMethod(const BSTR, const BSTR, LONG, IWbemContext*, IWbemClassObject*,
+                                         IWbemClassObject**, IWbemCallResult**) override {
+        return E_NOTIMPL;
+    }
+    HRESULT STDMETHODCALLTYPE ExecMethodAsync(const BSTR, const BSTR, LONG, IWbemContext*, IWbemClassObject*,
+                                              IWbemObjectSink*) override {
+        return E_NOTIMPL;
+    }
+
+  protected:
+    void* Find(REFIID iid) override {
+        if (IsEqualIID(iid, IID_IClientSecurity)) {
+            // The answer to CoSetProxyBlanket, as a proxy would give it.
+            return static_cast<IClientSecurity*>(this);
+        }
+        return IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IWbemServices)
+                   ? static_cast<IWbemServices*>(this)
+                   : nullptr;
+    }
+
+  private:
+    ~Services() override = default;
+};
+
+class Locator final : public ComObject<IWbemLocator> {
+  public:
+    HRESULT STDMETHODCALLTYPE ConnectServer(const BSTR resource, const BSTR, const BSTR, const BSTR, LONG,
+                                            const BSTR, IWbemContext*, IWbemServices** services) override {
+        CallScope call(Call::WbemConnectServer);
+        *services = nullptr;
+        if (call.Refused()) {
+            return call.Result(call.Hresult());
+        }
+        call.Detail("%s", Narrow(resource).c_str());
+        if (SharedState::Get().Raw().devices.providerPresent == 0 || _wcsicmp(resource, kNamespace) != 0) {
+            return call.Result(static_cast<HRESULT>(WBEM_E_INVALID_NAMESPACE));
+        }
+        *services = new Services();
+        return call.Result(S_OK);
+    }
+
+  protected:
+    void* Find(REFIID iid) override {
+        return IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IWbemLocator)
+                   ? static_cast<IWbemLocator*>(this)
+                   : nullptr;
+    }
+
+  private:
+    ~Locator() override = default;
+};
+
+}  // namespace
+
+IUnknown* MakeWbemLocator() {
+    return static_cast<IWbemLocator*>(new Locator());
+}
+
+}  // namespace Notebook

@@ -1,0 +1,94 @@
+// Between the executable and the service manager: suspend, resume and pre-shutdown come as
+// user-defined controls and reach the handler as what they stand for; state reports are noted.
+
+#include <windows.h>
+
+#include "notebook/hardware/call_scope.h"
+#include "notebook/hardware/import_table.h"
+#include "notebook/hardware/start.h"
+#include "notebook/state/controls.h"
+#include "notebook/state/shared_state.h"
+
+namespace Notebook {
+
+namespace {
+
+decltype(&::RegisterServiceCtrlHandlerExW) g_realRegister = nullptr;
+decltype(&::SetServiceStatus) g_realSetStatus = nullptr;
+LPHANDLER_FUNCTION_EX g_handler = nullptr;
+
+DWORD WINAPI Handle(DWORD code, DWORD eventType, LPVOID eventData, LPVOID context) {
+    ServiceRun& service = SharedState::Get().Raw().service;
+    InterlockedIncrement(&service.controlsBegun);
+    DWORD result = NO_ERROR;
+    {
+        CallScope call(Call::ServiceControl);
+        DWORD control = code;
+        DWORD type = eventType;
+        if (const auto translated = TranslateControl(code)) {
+            control = translated->control;
+            type = translated->eventType;
+        }
+        call.Detail("control %lu type %lu", control, type);
+        result = call.Result(g_handler(control, type, eventData, context));
+    }
+    InterlockedIncrement(&service.controlsEnded);
+    return result;
+}
+
+/// A process begins to run as the service: what the last one held is gone with it.
+void BeginRun() {
+    LockedMachine machine;
+    ServiceRun& service = machine->service;
+    service.process = GetCurrentProcessId();
+    ++service.runs;
+    service.stopped = 0;
+    service.reportCount = 0;
+    InterlockedExchange(&service.controlsEnded, service.controlsBegun);
+    machine->ledger = {};
+    machine->activity = {};
+    // The registration that is being made right now.
+    InterlockedIncrement(&machine->activity.callsBegun);
+    InterlockedExchange64(&machine->activity.lastAt, machine.Time());
+}
+
+SERVICE_STATUS_HANDLE WINAPI NotebookRegister(LPCWSTR name, LPHANDLER_FUNCTION_EX handler, LPVOID context) {
+    CallScope call(Call::RegisterServiceCtrlHandlerEx);
+    if (call.Refused()) {
+        SetLastError(call.Error());
+        return nullptr;
+    }
+    BeginRun();
+    g_handler = handler;
+    return g_realRegister(name, &Handle, context);
+}
+
+BOOL WINAPI NotebookSetStatus(SERVICE_STATUS_HANDLE handle, LPSERVICE_STATUS status) {
+    CallScope call(Call::SetServiceStatus);
+    call.Detail("state %lu checkpoint %lu", status->dwCurrentState, status->dwCheckPoint);
+    if (call.Refused()) {
+        SetLastError(call.Error());
+        return FALSE;
+    }
+    {
+        LockedMachine machine;
+        ServiceRun& service = machine->service;
+        service.reports[service.reportCount % kReportCapacity] = {*status, machine.Time()};
+        ++service.reportCount;
+        if (status->dwCurrentState == SERVICE_STOPPED) {
+            service.stopped = 1;
+        }
+    }
+    const BOOL done = g_realSetStatus(handle, status);
+    call.Result(static_cast<DWORD>(done));
+    return done;
+}
+
+}  // namespace
+
+void ReplaceServiceControl() {
+    g_realRegister = ReplaceImport("RegisterServiceCtrlHandlerExW", &NotebookRegister);
+    g_realSetStatus = ReplaceImport("SetServiceStatus", &NotebookSetStatus);
+}
+
+}  // namespace Notebook

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <windows.h>
+
+// What the DLL does when the executable's process takes it in, one function for each device.
+
+namespace Notebook {
+
+void StartWlan();
+void StartNetworkList();
+void StartMobileBroadband();
+
+/// Puts the adapter list of the notebook in place of the machine's.
+void ReplaceAdapterList();
+/// Stands between the executable and the service manager: translates controls that no program may
+/// send, notes state reports.
+void ReplaceServiceControl();
+/// Keeps a copy of what is written to the event log.
+void ReplaceEventLog();
+
+}  // namespace Notebook

@@ -1,0 +1,312 @@
+#pragma once
+
+#include <windows.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+
+#include "notebook/state/calls.h"
+
+// What the notebook remembers: plain structures in a file that the service's process, the stub
+// services and the controller map at the same time. Nothing here owns anything, so that a process
+// that is killed leaves no damage. All of it is read and written under the state's lock, except
+// where a field says that it is changed by interlocked operations.
+
+namespace Notebook {
+
+/// Raised whenever a structure below changes; a file of another version is made anew.
+inline constexpr std::uint32_t kLayoutVersion = 3;
+inline constexpr std::uint32_t kLayoutMagic = 0x4B4F424E;
+
+inline constexpr std::size_t kMaxAdapters = 512;
+inline constexpr std::size_t kMaxWlanAdapters = 4;
+inline constexpr std::size_t kMaxPhys = 64;
+inline constexpr std::size_t kMaxModems = 4;
+inline constexpr std::size_t kMaxSettings = 16;
+inline constexpr std::size_t kMaxListeners = 8;
+inline constexpr std::size_t kMaxPending = 256;
+inline constexpr std::size_t kMaxHeldEvents = 512;
+inline constexpr std::size_t kEventCapacity = 8192;
+inline constexpr std::size_t kTraceCapacity = 16384;
+inline constexpr std::size_t kReportCapacity = 128;
+
+/// A point in time or a span: microseconds of the system's performance counter.
+using Micros = std::int64_t;
+inline constexpr Micros kMicrosPerMilli = 1000;
+inline constexpr Micros kNever = INT64_MAX;
+
+/// Radio states as the WLAN interface numbers them (DOT11_RADIO_STATE).
+inline constexpr std::uint32_t kRadioUnknown = 0;
+inline constexpr std::uint32_t kRadioOn = 1;
+inline constexpr std::uint32_t kRadioOff = 2;
+
+/// Counts "for ever" in fields that count down.
+inline constexpr std::uint32_t kForEver = 0xFFFFFFFF;
+
+enum class AdapterRole : std::uint32_t { Other, Cable, Wifi, Vpn, Virtual };
+
+/// One network adapter and the one connection that it can have.
+struct Adapter {
+    std::uint32_t present;
+    AdapterRole role;
+    std::uint32_t number;  ///< of the cable, from 1; of the WLAN adapter, from 0
+    std::uint32_t type;    ///< interface type (IfType, 6 is Ethernet)
+    char name[16];         ///< how commands name it
+    GUID id;
+    char description[132];
+    wchar_t friendlyName[64];
+    char address[16];  ///< what it has when it has an address; may be empty
+    GUID connectionId;
+    GUID networkId;
+    wchar_t networkName[64];
+    std::uint32_t connectivityUp;  ///< NLM_CONNECTIVITY once it has an address
+    std::uint32_t plugged;         ///< the link is there
+    std::uint32_t hasAddress;      ///< otherwise the list shows "0.0.0.0"
+    std::uint32_t connectivity;    ///< NLM_CONNECTIVITY now; 0: no connection
+};
+
+/// One PHY of a WLAN adapter.
+struct Phy {
+    std::uint32_t software;
+    std::uint32_t hardware;
+    std::uint32_t refusalsLeft;  ///< `kForEver`: it never accepts
+    std::uint32_t refuseError;
+    std::uint32_t slowMs;
+    std::uint32_t beforeAirplane;  ///< software state to restore
+    std::uint32_t sets;            ///< attempts to set it, refused ones included
+};
+
+struct WlanAdapter {
+    std::uint32_t present;
+    GUID id;
+    wchar_t description[256];
+    std::uint32_t state;          ///< WLAN_INTERFACE_STATE
+    std::uint32_t joinsByItself;  ///< joins its network again when its radio has come back
+    std::uint32_t joinMs;         ///< so long after that
+    std::uint32_t phyCount;
+    Phy phys[kMaxPhys];
+};
+
+/// Which radio object a modem's completion event carries.
+enum class ConfirmRadio : std::uint32_t { Same, Fresh, Opposite, Failing, Null };
+
+struct Modem {
+    std::uint32_t present;
+    GUID id;
+    wchar_t idText[64];      ///< what get_InterfaceID gives; empty: the identifier
+    std::uint32_t software;  ///< 1 on, 0 off (MBN_RADIO)
+    std::uint32_t hardware;
+    std::uint32_t beforeAirplane;
+    std::uint32_t confirmMs;  ///< `kForEver`: it never confirms
+    std::uint32_t follows;    ///< 0: the radio stays as it is, whatever it confirms
+    ConfirmRadio confirmRadio;
+    std::int32_t confirmStatus;  ///< HRESULT of the completion
+    std::uint32_t wrongRequest;  ///< the completion carries another request's number
+    std::uint32_t revertsLeft;   ///< how many switches it takes back
+    std::uint32_t revertMs;      ///< so long after its completion
+    std::uint32_t refusalsLeft;
+    std::uint32_t refuseError;
+    std::uint32_t sets;
+};
+
+/// What `GetInterfaces` answers.
+enum class ModemList : std::uint32_t { Normal, Empty, Null, OddBounds, NullElement, WrongType };
+
+enum class SettingKind : std::uint32_t {
+    Text,
+    Null,
+    Empty,
+    Int16,
+    Int32,
+    Int64,
+    Byte,
+    Bool,
+    Double,
+    Date,
+    Error,
+    Unknown,
+    TextArray
+};
+
+/// One BIOS setting as its provider shows it.
+struct Setting {
+    std::uint32_t present;
+    SettingKind kind;
+    wchar_t name[64];
+    wchar_t text[256];  ///< text, or the number in digits
+    std::uint32_t timeoutsLeft;
+    std::uint32_t slowMs;
+};
+
+enum class RuleKind : std::uint32_t { None, Fail, Hold, HoldUntilStopped };
+
+/// What happens to the next calls of one name.
+struct CallRule {
+    RuleKind kind;
+    std::uint32_t skip;  ///< calls that pass before the rule counts
+    std::uint32_t left;  ///< calls that it still meets
+    std::uint32_t error;
+    std::uint32_t slowMs;  ///< every call, whatever the kind
+};
+
+/// Changed by interlocked operations.
+struct CallCount {
+    LONG calls;
+    LONG failed;
+};
+
+enum class PendingKind : std::uint32_t {
+    Free,
+    AddressArrives,
+    WifiJoins,
+    ModemConfirms,
+    ModemReverts,
+    RadiosFollowAirplane
+};
+
+/// Something that the devices do by themselves when its time comes.
+struct Pending {
+    PendingKind kind;
+    std::uint32_t index;
+    std::uint32_t value;
+    std::uint32_t request;
+    Micros due;
+    std::uint64_t order;  ///< keeps those of the same time in order
+};
+
+/// How long devices take, what they answer. Everything that `reset` makes new.
+struct Devices {
+    Adapter adapters[kMaxAdapters];
+    std::uint32_t adapterCount;
+    WlanAdapter wlan[kMaxWlanAdapters];
+    std::uint32_t wlanServiceRuns;
+    Modem modems[kMaxModems];
+    ModemList modemList;
+    std::uint32_t nextRequest;
+    std::uint32_t wwanServiceRuns;
+    Setting settings[kMaxSettings];
+    std::uint32_t providerPresent;
+    std::uint32_t networkThreads;     ///< threads that deliver network events
+    std::uint32_t closeWaits;         ///< unregistering waits for a callback that runs
+    std::uint32_t wlanServiceLateMs;  ///< start pending so long
+    std::uint32_t wwanServiceLateMs;
+    std::uint32_t machineConnectivity;  ///< as last announced
+    std::uint32_t asleep;
+    Pending pending[kMaxPending];
+    std::uint64_t nextPendingOrder;
+};
+
+enum class EventKind : std::uint32_t {
+    None,
+    Wlan,
+    WlanNullNotification,
+    ConnectionConnectivity,
+    ConnectionProperty,
+    NetworkConnectivity,
+    NetworkAdded,
+    NetworkDeleted,
+    NetworkProperty,
+    MachineConnectivity,
+    ModemStateChange,
+    ModemSetComplete
+};
+
+/// Something that the devices tell those who subscribed.
+struct Event {
+    EventKind kind;
+    std::uint32_t source;  ///< WLAN: notification source
+    std::uint32_t code;    ///< WLAN: notification code
+    GUID id;               ///< WLAN interface, connection or network
+    std::uint32_t value;   ///< connectivity, property flags; WLAN: the PHY; modem: its index
+    std::uint32_t software;
+    std::uint32_t hardware;
+    std::uint32_t withoutData;  ///< WLAN: no data behind the notification
+    std::uint32_t request;
+    std::int32_t status;
+    ConfirmRadio radio;
+    Micros at;
+};
+
+/// A process that delivers events to its own subscribers.
+struct Listener {
+    std::uint32_t process;  ///< 0: free
+    std::uint64_t seen;     ///< events that it has taken
+};
+
+/// One state report, as the service gave it to the service manager.
+struct StateReport {
+    SERVICE_STATUS status;
+    Micros at;
+};
+
+/// The process that runs as the service.
+struct ServiceRun {
+    std::uint32_t process;
+    std::uint32_t runs;     ///< registrations of a control handler
+    std::uint32_t stopped;  ///< this run has reported STOPPED
+    LONG controlsBegun;     ///< interlocked
+    LONG controlsEnded;     ///< interlocked
+    StateReport reports[kReportCapacity];
+    std::uint64_t reportCount;
+};
+
+/// What the service holds of what the hardware gave out. Interlocked.
+struct Ledger {
+    LONG wlanHandles;
+    LONG wlanMemory;
+    LONG wlanRegistrations;
+    LONG comReferences;
+    LONG comSinks;
+    LONG eventSources;
+};
+
+struct TraceEntry {
+    Micros at;
+    Micros took;
+    std::uint32_t process;
+    std::uint32_t thread;
+    Call call;
+    std::uint32_t result;
+    char detail[96];
+};
+
+/// How busy the service is with the devices. Interlocked.
+struct Activity {
+    LONG callsBegun;
+    LONG callsEnded;
+    LONG deliveriesBegun;
+    LONG deliveriesEnded;
+    LONGLONG lastAt;
+};
+
+struct Machine {
+    std::uint32_t magic;
+    std::uint32_t version;
+    std::uint64_t size;
+    Micros epoch;             ///< counter at `epochTime`, to show times as the clock does
+    std::uint64_t epochTime;  ///< FILETIME, system time
+
+    Devices devices;
+    CallRule rules[kCallCount];
+    CallCount counts[kCallCount];
+
+    Event events[kEventCapacity];
+    std::uint64_t eventCount;  ///< all events so far; the last ones are in the ring
+    Event held[kMaxHeldEvents];
+    std::uint32_t heldCount;
+    Listener listeners[kMaxListeners];
+    std::uint64_t schedule;  ///< raised when something new is pending
+
+    ServiceRun service;
+    Ledger ledger;
+    Activity activity;
+
+    std::uint32_t traceOn;
+    LONGLONG traceCount;  ///< interlocked
+    TraceEntry trace[kTraceCapacity];
+};
+
+static_assert(std::is_trivially_copyable_v<Machine> && std::is_standard_layout_v<Machine>);
+
+}  // namespace Notebook

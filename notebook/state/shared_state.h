@@ -1,0 +1,62 @@
+#pragma once
+
+#include <windows.h>
+
+#include <cstdint>
+#include <string>
+
+#include "notebook/state/layout.h"
+
+namespace Notebook {
+
+/// Where the notebook keeps its state and its event log.
+inline constexpr wchar_t kFolder[] = L"C:\\notebook";
+
+/// Now, on the clock that all processes share.
+[[nodiscard]] Micros Now() noexcept;
+
+/// The state that every process of the notebook maps. Opened on first use and open until the
+/// process ends; a file that is missing or of another version becomes a fresh notebook.
+class SharedState {
+  public:
+    /// Ends the process with a message when the state cannot be opened: nothing works without it.
+    static SharedState& Get();
+
+    /// The state without the lock, for fields that are changed by interlocked operations.
+    [[nodiscard]] Machine& Raw() noexcept { return *m_machine; }
+
+    /// The name of the event that wakes a process's listener.
+    static std::wstring ListenerEventName(std::uint32_t process);
+
+  private:
+    SharedState();
+
+    friend class LockedMachine;
+    HANDLE m_mutex = nullptr;
+    Machine* m_machine = nullptr;
+};
+
+/// The state, locked for a scope. What was due by now has happened when the scope begins; when it
+/// ends, whoever listens is woken if there is news. One thread may hold several of them.
+class LockedMachine {
+  public:
+    LockedMachine();
+    LockedMachine(const LockedMachine&) = delete;
+    LockedMachine& operator=(const LockedMachine&) = delete;
+    ~LockedMachine();
+
+    Machine* operator->() noexcept { return &m_machine; }
+    Machine& operator*() noexcept { return m_machine; }
+    /// The time at which the lock was taken.
+    [[nodiscard]] Micros Time() const noexcept { return m_time; }
+
+  private:
+    void WakeListeners() noexcept;
+
+    Machine& m_machine;
+    Micros m_time;
+    std::uint64_t m_events;
+    std::uint64_t m_schedule;
+};
+
+}  // namespace Notebook
