@@ -100,7 +100,8 @@ wine_make_template() {
     flock 8
     if [[ ! -f $template.ready || $(<"$template.ready") != "$wanted" ]]; then
         wine_stop "$template"
-        rm -rf "$template" "$template.ready"
+        rm -f "$template.ready"
+        wine_remove "$template"
         mkdir -p "$template" "$LINKVANE_WINE_HOME/home"
         wine_quiet "$template" wineboot.exe --init || return 1
         # Otherwise the system calls itself 6.1.
@@ -117,12 +118,24 @@ wine_settle() {
     WINEPREFIX=$1 timeout "$WINE_BOOT_TIMEOUT" "$WINE_SERVER" -w >/dev/null 2>&1 7>&- 8>&- 9>&-
 }
 
+# wine_remove PREFIX: deletes what is there. A process that is just ending may still write a last
+# file into a folder while that is being deleted.
+wine_remove() {
+    local attempt
+    for attempt in {1..50}; do
+        rm -rf "$1" 2>/dev/null && return 0
+        sleep 0.2
+    done
+    rm -rf "$1"
+}
+
 # wine_make_prefix PREFIX: a fresh copy of the template in place of whatever is there.
 wine_make_prefix() {
     local prefix=$1 template=$LINKVANE_WINE_HOME/template
     wine_make_template || return 1
     wine_stop "$prefix"
-    rm -rf "$prefix" "$prefix.new"
+    wine_remove "$prefix"
+    rm -rf "$prefix.new"
     mkdir -p "$prefix.new/drive_c"
     # Windows' own files, most of a prefix, are never written to: links cost no space and no time.
     cp -al "$template/drive_c/windows" "$prefix.new/drive_c/"
