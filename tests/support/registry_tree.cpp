@@ -30,7 +30,7 @@ class Key {
     /// Empty when there is no such key.
     static Key Open(HKEY root, const std::wstring& path, REGSAM access) {
         Key key;
-        const LSTATUS status = Real<&::RegOpenKeyExW>(root, path.c_str(), DWORD{0}, access, &key.m_key);
+        const LSTATUS status = Real<&::RegOpenKeyExW>(root, path.c_str(), 0, access, &key.m_key);
         if (status != ERROR_FILE_NOT_FOUND && status != ERROR_PATH_NOT_FOUND) {
             Require(status, "RegOpenKeyExW");
         }
@@ -38,10 +38,9 @@ class Key {
     }
     static Key Make(HKEY root, const std::wstring& path) {
         Key key;
-        Require(
-            Real<&::RegCreateKeyExW>(root, path.c_str(), DWORD{0}, nullptr, DWORD{REG_OPTION_NON_VOLATILE},
-                                     REGSAM{KEY_READ | KEY_WRITE}, nullptr, &key.m_key, nullptr),
-            "RegCreateKeyExW");
+        Require(Real<&::RegCreateKeyExW>(root, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                                         KEY_READ | KEY_WRITE, nullptr, &key.m_key, nullptr),
+                "RegCreateKeyExW");
         return key;
     }
     Key(Key&& other) noexcept : m_key(std::exchange(other.m_key, nullptr)) {}
@@ -148,7 +147,7 @@ void WriteRegistryValue(HKEY root, const std::wstring& path, const std::wstring&
                         const RegistryValue& value) {
     const Key key = Key::Make(root, path);
     std::vector<std::byte> bytes = value.bytes;
-    Require(Real<&::RegSetValueExW>(key.Get(), name.c_str(), DWORD{0}, value.type, Data(bytes),
+    Require(Real<&::RegSetValueExW>(key.Get(), name.c_str(), 0, value.type, Data(bytes),
                                     static_cast<DWORD>(bytes.size())),
             "RegSetValueExW");
 }

@@ -73,8 +73,7 @@ DWORD WINAPI RunIt(void* argument) {
 void RunOnThread(std::function<void()> what, Apartment apartment, std::chrono::milliseconds patience) {
     const auto run = std::make_shared<Run>(Run{std::move(what), apartment, nullptr});
     auto argument = std::make_unique<std::shared_ptr<Run>>(run);
-    const HANDLE thread =
-        Real<&::CreateThread>(nullptr, SIZE_T{0}, &RunIt, argument.get(), DWORD{0}, nullptr);
+    const HANDLE thread = Real<&::CreateThread>(nullptr, 0, &RunIt, argument.get(), 0, nullptr);
     if (thread == nullptr) {
         throw std::runtime_error("The test cannot start a thread");
     }

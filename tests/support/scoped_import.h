@@ -431,15 +431,27 @@ template <auto Function, class... Arguments>
                : nullptr;
 }
 
+namespace Detail {
+
+template <auto Function>
+struct RealCaller;
+
+template <class R, class... Args, R(WINAPI* Target)(Args...)>
+struct RealCaller<Target> {
+    R operator()(Args... args) const {
+        // The mention makes the linker import the function.
+        [[maybe_unused]] static auto* volatile mention = Target;
+        static const auto real = ImportChain<Target>::Instance().Real();
+        return real(args...);
+    }
+};
+
+}  // namespace Detail
+
 /// Calls the function of Windows, whatever fakes are in force: `Real<&::Sleep>(10)`. For the rig
 /// itself and for tests that must really wait.
-template <auto Function, class... Args>
-decltype(auto) Real(Args&&... args) {
-    // The mention makes the linker import the function.
-    [[maybe_unused]] static auto* volatile mention = Function;
-    static const auto real = Detail::ImportChain<Function>::Instance().Real();
-    return real(std::forward<Args>(args)...);
-}
+template <auto Function>
+constexpr Detail::RealCaller<Function> Real{};
 
 /// Which calls of a function an `ScopedResult` answers, counted from one.
 struct AtCall {

@@ -155,7 +155,7 @@ DWORD TestClock::Wait(HANDLE handle, DWORD milliseconds) {
     bool more = true;
     while (more) {
         // Looking consumes an event that resets itself, as the wait would.
-        DWORD result = Real<&::WaitForSingleObject>(handle, 0U);
+        DWORD result = Real<&::WaitForSingleObject>(handle, 0);
         if (result == WAIT_TIMEOUT) {
             result = Real<&::WaitForSingleObject>(handle, Grace());
         }
@@ -164,7 +164,7 @@ DWORD TestClock::Wait(HANDLE handle, DWORD milliseconds) {
         }
         more = Step(limit);
     }
-    return Real<&::WaitForSingleObject>(handle, 0U);
+    return Real<&::WaitForSingleObject>(handle, 0);
 }
 
 DWORD TestClock::Grace() const {
