@@ -1,0 +1,107 @@
+"""One simulated notebook: a Wine prefix with the shipped service, stand-in devices and a controller
+that is spoken to through pipes."""
+
+import os
+import pathlib
+import shlex
+import shutil
+import subprocess
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+FOLDER = "C:\\Program Files\\Orva\\Linkvane"
+SERVICE = "LinkvaneService.exe"
+# No answer takes long but the waits, which name their own time; a loaded machine may stretch it.
+PATIENCE_SECONDS = 180
+
+
+class CommandFailed(Exception):
+    """The controller refused a command, or what it waited for did not come."""
+
+
+def parse_pairs(text):
+    """The `key=value` pairs of a status line."""
+    return dict(word.split("=", 1) for word in shlex.split(text, posix=True) if "=" in word)
+
+
+class Machine:
+    """A context manager: boots the notebook, installs the service, and ends it all."""
+
+    def __init__(self, prefix, programs):
+        self.prefix = pathlib.Path(prefix)
+        self.programs = pathlib.Path(programs)
+        self._controller = None
+        self.exchanges = []
+
+    def __enter__(self):
+        self._wine_prefix("fresh")
+        self._copy_programs()
+        self._controller = subprocess.Popen(
+            [ROOT / "scripts/run-wine", FOLDER + "\\notebook.exe"],
+            env={**os.environ, "LINKVANE_WINEPREFIX": str(self.prefix)},
+            stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, encoding="utf-8", bufsize=1)
+        self.do("setup")
+        self.do("install")
+        return self
+
+    def __exit__(self, *_):
+        if self._controller is not None:
+            self._controller.stdin.close()
+            try:
+                self._controller.wait(timeout=20)
+            except subprocess.TimeoutExpired:
+                self._controller.kill()
+            self._controller.stdout.close()
+        self._wine_prefix("end")
+
+    def do(self, command):
+        """Carries out one command; the text of its answer. Lines before it go to `self.lines`."""
+        self._controller.stdin.write(command + "\n")
+        self._controller.stdin.flush()
+        self.lines = []
+        while True:
+            line = self._controller.stdout.readline()
+            if not line:
+                raise CommandFailed(f"{command}: the controller has ended")
+            line = line.rstrip("\r\n")
+            if line.startswith("| "):
+                self.lines.append(line[2:])
+            elif line.startswith("OK"):
+                return line[3:]
+            elif line.startswith("ERROR"):
+                raise CommandFailed(f"{command}: {line[6:]}")
+            # Whatever else a program of the prefix prints does not belong to the answer.
+
+    def status(self):
+        return parse_pairs(self.do("status"))
+
+    def values(self, *keys):
+        """Some of the pairs of the status."""
+        return parse_pairs(self.do("get " + " ".join(keys)))
+
+    def begin(self, options=""):
+        """A fresh notebook with nothing left of what was played before."""
+        if self.values("service")["service"] != "stopped":
+            self.do("kill")
+            self.do("wait service=stopped within 20000")
+        self.do("reset " + options)
+        for log in self.log_folder().glob("*.log"):
+            log.unlink()
+
+    def log_folder(self):
+        [roaming] = self.prefix.glob("drive_c/users/[!P]*/AppData/Roaming")
+        return roaming / "orvkLog"
+
+    def log_file(self):
+        return self.log_folder() / "LinkvaneService.log"
+
+    def _wine_prefix(self, verb):
+        subprocess.run([ROOT / "scripts/wine-prefix", verb, self.prefix], check=True,
+                       stdin=subprocess.DEVNULL, timeout=600)
+
+    def _copy_programs(self):
+        folder = self.prefix / "drive_c" / FOLDER.removeprefix("C:\\").replace("\\", "/")
+        folder.mkdir(parents=True)
+        shutil.copy(self.programs / SERVICE, folder)
+        for program in (self.programs / "notebook").iterdir():
+            if program.suffix in (".exe", ".dll"):
+                shutil.copy(program, folder)

@@ -1,0 +1,108 @@
+"""Plays scenarios: `python3 -m notebook.runner.play [--repeat N] [--jobs N] [--record] [SCENARIO...]`
+
+Without names all of notebook/scenarios is played. Each job has a notebook of its own. Every failure
+is shown with its story; the last line counts.
+"""
+
+import argparse
+import pathlib
+import queue
+import sys
+import threading
+import traceback
+
+from .machine import Machine, ROOT
+from .player import Player
+from .record import with_recorded_log
+from .scenario import SCENARIOS, read_scenario
+
+
+def arguments():
+    parser = argparse.ArgumentParser(description="Plays scenarios on simulated notebooks.")
+    parser.add_argument("scenarios", nargs="*", help="names or files; all when there are none")
+    parser.add_argument("--repeat", type=int, default=1, metavar="N", help="plays each so often")
+    parser.add_argument("--jobs", type=int, default=2, metavar="N", help="notebooks side by side")
+    parser.add_argument("--record", action="store_true", help="writes the log sections anew, to be read")
+    parser.add_argument("--verbose", action="store_true", help="tells every scenario's story")
+    parser.add_argument("--programs", default=ROOT / "build/cross/bin", help="where the programs are")
+    parser.add_argument("--prefixes", default=ROOT / "build/wine", help="where Wine prefixes are made")
+    return parser.parse_args()
+
+
+def scenario_files(names):
+    if not names:
+        return sorted(SCENARIOS.glob("*.txt"))
+    return [path if (path := pathlib.Path(name)).exists() else SCENARIOS / f"{name}.txt" for name in names]
+
+
+class Runner:
+    """Plays a list of scenarios on several notebooks at once."""
+
+    def __init__(self, options, rounds):
+        self._options = options
+        self._waiting = queue.SimpleQueue()
+        for path in rounds:
+            self._waiting.put(path)
+        self._print = threading.Lock()
+        self.passed = 0
+        self.failed = 0
+
+    def run(self):
+        jobs = [threading.Thread(target=self._job, args=(number,)) for number in range(self._options.jobs)]
+        for job in jobs:
+            job.start()
+        for job in jobs:
+            job.join()
+        self.failed += self._waiting.qsize()
+
+    def _job(self, number):
+        try:
+            with Machine(pathlib.Path(self._options.prefixes) / f"notebook-{number}",
+                         self._options.programs) as machine:
+                while True:
+                    self._play(machine, self._waiting.get_nowait())
+        except queue.Empty:
+            pass
+        except Exception:  # A notebook that does not come up: what it did not play has failed.
+            with self._print:
+                traceback.print_exc()
+
+    def _play(self, machine, path):
+        story = []
+        failure = None
+        try:
+            self._play_once(machine, path, story)
+        except Exception as error:
+            failure = error
+        with self._print:
+            if failure is None:
+                self.passed += 1
+            else:
+                self.failed += 1
+            print(f"{'FAILED' if failure else 'passed'}  {path.stem}", flush=True)
+            if failure or self._options.verbose:
+                print("\n".join("    " + line for line in story), flush=True)
+            if failure:
+                print(f"    {failure}".replace("\n", "\n    "), flush=True)
+
+    def _play_once(self, machine, path, story):
+        scenario = read_scenario(path)
+        story.append(scenario.title)
+        recording = {} if self._options.record else None
+        Player(machine, scenario, story.append, recording).play()
+        if recording is not None:
+            path.write_text(with_recorded_log(path.read_text(encoding="utf-8"), recording),
+                            encoding="utf-8")
+
+
+def main():
+    options = arguments()
+    files = scenario_files(options.scenarios)
+    runner = Runner(options, [path for _ in range(options.repeat) for path in files])
+    runner.run()
+    print(f"{runner.passed} passed, {runner.failed} failed")
+    return 1 if runner.failed or not runner.passed else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,125 @@
+"""Scenario files: what is done, what is expected of the machine, what the log has to say.
+
+    # The first comment is the scenario's title.
+    machine cables 2 modems 1          what kind of notebook (see the controller's `reset`)
+    start                              any command of the controller
+    expect wifi=off stored_wlan=True   once everything has settled
+    within 3000 expect wifi=off        as soon as it is so, at the latest after so many ms
+    repeat 100                         does the indented lines so often
+        plug
+        unplug
+    log NLMEventHandler::NetworkConnectionConnectivityChanged
+        I NLMEventHandler::NetworkConnectionConnectivityChanged| Ethernet is connected
+        @wifi-switched-off             lines that have a name (scenarios/lines/)
+
+Sections of `log` that follow one another tell all Information, Warning and Error lines since the
+last such place, in order, under the operation that Windows called; no others may have come. In a
+line `{*}` stands for anything and `{a|b}` for either; a line behind `? ` may be missing; `...`
+stands for any number of lines.
+"""
+
+import dataclasses
+import pathlib
+
+SCENARIOS = pathlib.Path(__file__).resolve().parents[1] / "scenarios"
+
+
+class ScenarioError(Exception):
+    """The file cannot be read as a scenario."""
+
+
+@dataclasses.dataclass
+class Step:
+    kind: str
+    """do, expect, within, repeat, log"""
+    text: str
+    number: int
+    steps: list = dataclasses.field(default_factory=list)
+    """what a repeat repeats"""
+    sections: dict = dataclasses.field(default_factory=dict)
+    """what a log step expects: lines by operation"""
+    within: int = 0
+
+
+@dataclasses.dataclass
+class Scenario:
+    path: pathlib.Path
+    title: str
+    machine: str
+    steps: list
+
+    @property
+    def name(self):
+        return self.path.stem
+
+
+def read_scenario(path):
+    lines = path.read_text(encoding="utf-8").splitlines()
+    title = next((line.lstrip("# ") for line in lines if line.startswith("#")), path.stem)
+    parser = _Parser(lines)
+    steps = parser.steps(0)
+    return Scenario(path, title, parser.machine, steps)
+
+
+class _Parser:
+    def __init__(self, lines):
+        self._lines = lines
+        self._at = 0
+        self.machine = ""
+
+    def steps(self, indent):
+        steps = []
+        while self._at < len(self._lines):
+            raw = self._lines[self._at]
+            text = raw.strip()
+            if not text or text.startswith("#"):
+                self._at += 1
+                continue
+            depth = len(raw) - len(raw.lstrip())
+            if depth < indent:
+                break
+            if depth > indent:
+                raise ScenarioError(f"line {self._at + 1}: indented too far: {text}")
+            self._at += 1
+            self._take(text, steps, indent)
+        return steps
+
+    def _take(self, text, steps, indent):
+        number = self._at
+        word, _, rest = text.partition(" ")
+        if word == "machine":
+            self.machine = rest
+        elif word == "repeat":
+            steps.append(Step("repeat", rest, number, steps=self.steps(self._next_indent(indent))))
+        elif word == "expect":
+            steps.append(Step("expect", rest, number))
+        elif word == "within":
+            within, _, condition = rest.partition(" expect ")
+            steps.append(Step("within", condition, number, within=int(within)))
+        elif word == "log":
+            if not steps or steps[-1].kind != "log":
+                steps.append(Step("log", "", number))
+            lines = self._indented(indent)
+            if rest:
+                steps[-1].sections.setdefault(rest, []).extend(lines)
+        else:
+            steps.append(Step("do", text, number))
+
+    def _next_indent(self, indent):
+        for raw in self._lines[self._at:]:
+            if raw.strip():
+                depth = len(raw) - len(raw.lstrip())
+                return depth if depth > indent else indent + 1
+        return indent + 1
+
+    def _indented(self, indent):
+        lines = []
+        while self._at < len(self._lines):
+            raw = self._lines[self._at]
+            if raw.strip() and len(raw) - len(raw.lstrip()) <= indent:
+                break
+            # The blanks at a line's end belong to the log's texts.
+            if raw.strip():
+                lines.append(raw.lstrip())
+            self._at += 1
+        return lines
