@@ -424,17 +424,32 @@ std::size_t CountThreads(DWORD process) {
     return count;
 }
 
+/// Counts by trying every value that a handle can have, since not every system counts another
+/// process's handles itself.
+std::size_t CountHandles(HANDLE process) {
+    constexpr std::uintptr_t kStep = 4;
+    constexpr std::uintptr_t kEnd = 0x8000;
+    std::size_t count = 0;
+    for (std::uintptr_t value = kStep; value < kEnd; value += kStep) {
+        Platform::UniqueHandle copy;
+        if (DuplicateHandle(process, reinterpret_cast<HANDLE>(value), GetCurrentProcess(), copy.Put(), 0,
+                            FALSE, DUPLICATE_SAME_ACCESS) != FALSE) {
+            ++count;
+        }
+    }
+    return count;
+}
+
 Answer Resources(Words& words) {
     words.End();
     const ServiceState state = QueryService(kServiceName);
-    const Platform::UniqueHandle process = OpenServiceProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ);
+    const Platform::UniqueHandle process =
+        OpenServiceProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ | PROCESS_DUP_HANDLE);
     if (!process) {
         throw CommandError("the service does not run");
     }
-    DWORD handles = 0;
-    GetProcessHandleCount(process.Get(), &handles);
-    PROCESS_MEMORY_COUNTERS_EX memory{};
-    GetProcessMemoryInfo(process.Get(), reinterpret_cast<PROCESS_MEMORY_COUNTERS*>(&memory), sizeof(memory));
+    PROCESS_MEMORY_COUNTERS memory{};
+    GetProcessMemoryInfo(process.Get(), &memory, sizeof(memory));
     FILETIME created{};
     FILETIME exited{};
     FILETIME kernel{};
@@ -443,9 +458,10 @@ Answer Resources(Words& words) {
     const auto ticks = [](const FILETIME& time) {
         return (std::uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime;
     };
-    return {"pid=" + std::to_string(state.process) + " handles=" + std::to_string(handles) +
-                " threads=" + std::to_string(CountThreads(state.process)) + " private=" +
-                std::to_string(memory.PrivateUsage) + " working=" + std::to_string(memory.WorkingSetSize) +
+    return {"pid=" + std::to_string(state.process) +
+                " handles=" + std::to_string(CountHandles(process.Get())) +
+                " threads=" + std::to_string(CountThreads(state.process)) +
+                " working=" + std::to_string(memory.WorkingSetSize) +
                 " cpu_us=" + std::to_string((ticks(kernel) + ticks(user)) / 10),
             {}};
 }

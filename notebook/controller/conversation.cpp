@@ -56,6 +56,10 @@ std::string Execute(Words& words, std::vector<std::string>& lines, bool& done) {
         }
         Answer answer = command->run(words);
         words.End();
+        if (!command->looksOnly) {
+            // What the command caused may still be on its way to the service.
+            InterlockedExchange64(&SharedState::Get().Raw().activity.lastAt, Now());
+        }
         lines = std::move(answer.lines);
         done = true;
         return answer.text.empty() ? "OK" : "OK " + answer.text;
@@ -206,19 +210,19 @@ Answer Help(Words& words) {
 
 const std::vector<Command>& ConversationCommands() {
     static const std::vector<Command> commands = {
-        {"status", "", "Everything at a glance: key=value pairs in one line.", &Status},
-        {"get", "KEY...", "Some of the pairs of status.", &Get},
+        {"status", "", "Everything at a glance: key=value pairs in one line.", &Status, true},
+        {"get", "KEY...", "Some of the pairs of status.", &Get, true},
         {"wait", "KEY=VALUE|KEY!=VALUE... [within MS]", "Waits until all of it is so (10 s unless told).",
-         &Wait},
+         &Wait, true},
         {"settle", "[quiet MS] [within MS]",
          "Waits until every event is handled, nothing is due and no call was made for so long (200 ms).",
-         &Settle},
-        {"sleep", "MS", "Lets time pass.", &Pause},
+         &Settle, true},
+        {"sleep", "MS", "Lets time pass.", &Pause, true},
         {"background", "COMMAND...", "Carries a command out while others are given; join collects it.",
          &RunInBackground},
-        {"join", "", "Waits for the commands in the background and shows their answers.", &Join},
-        {"say", "TEXT", "Answers with the text.", &Say},
-        {"help", "[COMMAND]", "This.", &Help},
+        {"join", "", "Waits for the commands in the background and shows their answers.", &Join, true},
+        {"say", "TEXT", "Answers with the text.", &Say, true},
+        {"help", "[COMMAND]", "This.", &Help, true},
         {"quit", "", "Ends the conversation; the notebook stays as it is.", &Quit},
     };
     return commands;

@@ -23,6 +23,8 @@ struct Command {
     std::string_view usage;    ///< what may follow the name
     std::string_view meaning;  ///< one sentence
     Answer (*run)(Words& words);
+    /// Only looks or waits: the notebook may be settled in spite of it.
+    bool looksOnly = false;
 };
 
 /// The commands, by what they are about.

@@ -37,6 +37,12 @@ ScHandle OpenInstalled(const std::wstring& name) {
     return service;
 }
 
+/// Not every service manager notices at once that a process was killed.
+bool IsGone(DWORD process) {
+    const Platform::UniqueHandle handle(OpenProcess(SYNCHRONIZE, FALSE, process));
+    return !handle || WaitForSingleObject(handle.Get(), 0) == WAIT_OBJECT_0;
+}
+
 }  // namespace
 
 ServiceState QueryService(const std::wstring& name) {
@@ -54,6 +60,10 @@ ServiceState QueryService(const std::wstring& name) {
         result.state = status.dwCurrentState;
         result.process = status.dwProcessId;
         result.exitCode = status.dwWin32ExitCode;
+    }
+    if (result.process != 0 && IsGone(result.process)) {
+        result.state = SERVICE_STOPPED;
+        result.process = 0;
     }
     return result;
 }
@@ -112,9 +122,6 @@ void KillService(const std::wstring& name) {
         Fail("TerminateProcess", GetLastError());
     }
     WaitForSingleObject(process.Get(), INFINITE);
-    if (!WaitForState(name, SERVICE_STOPPED, kStubStopMs)) {
-        throw CommandError("the service manager has not noticed that " + Narrow(name) + " is gone");
-    }
 }
 
 void InstallStub(const std::wstring& name, const std::wstring& executable) {

@@ -28,7 +28,7 @@ void StartInstalled(const std::wstring& name);
 bool SendControl(const std::wstring& name, DWORD control);
 /// Waits until the service is in the state; returns whether it came to be.
 bool WaitForState(const std::wstring& name, DWORD state, DWORD milliseconds);
-/// Ends the service's process and waits until the manager has noticed.
+/// Ends the service's process and waits until it is gone.
 void KillService(const std::wstring& name);
 
 /// Registers a stub in place of WLAN or WWAN AutoConfig, unless it is there.

@@ -197,6 +197,7 @@ struct ActivityCounts {
     LONG calls;
     LONG deliveries;
     LONG controls;
+    LONG waits;
     std::uint64_t unseen;
     bool due;
     Micros idle;
@@ -209,6 +210,7 @@ ActivityCounts CountActivity() {
     ActivityCounts counts{activity.callsBegun - activity.callsEnded,
                           activity.deliveriesBegun - activity.deliveriesEnded,
                           service.controlsBegun - service.controlsEnded,
+                          activity.waitsBegun - activity.waitsEnded,
                           0,
                           NextDue(*machine) != kNever,
                           Now() - activity.lastAt};
@@ -278,15 +280,16 @@ bool IsSettled(Micros quiet) {
         return true;
     }
     const ActivityCounts counts = CountActivity();
-    return counts.calls == 0 && counts.deliveries == 0 && counts.controls == 0 && counts.unseen == 0 &&
-           !counts.due && counts.idle >= quiet;
+    return counts.calls == 0 && counts.deliveries == 0 && counts.controls == 0 && counts.waits == 0 &&
+           counts.unseen == 0 && !counts.due && counts.idle >= quiet;
 }
 
 std::string ActivityText() {
     const ActivityCounts counts = CountActivity();
     return "calls=" + std::to_string(counts.calls) + " deliveries=" + std::to_string(counts.deliveries) +
-           " controls=" + std::to_string(counts.controls) + " unseen=" + std::to_string(counts.unseen) +
-           " due=" + (counts.due ? "yes" : "no") + " idle=" + std::to_string(counts.idle / kMicrosPerMilli);
+           " controls=" + std::to_string(counts.controls) + " waits=" + std::to_string(counts.waits) +
+           " unseen=" + std::to_string(counts.unseen) + " due=" + (counts.due ? "yes" : "no") +
+           " idle=" + std::to_string(counts.idle / kMicrosPerMilli);
 }
 
 std::string RegistryTypeName(DWORD type) {

@@ -40,7 +40,8 @@ struct Condition {
 Condition ParseCondition(const std::string& text);
 
 /// Whether the service has nothing to do with the devices: every event handled, no control and no
-/// call in progress, nothing due, and no call for so long.
+/// call in progress, no thread that sleeps or waits with a time limit, nothing due, and no call for
+/// so long.
 bool IsSettled(Micros quiet);
 /// What keeps it from being settled.
 std::string ActivityText();

@@ -8,17 +8,20 @@
 #include "notebook/hardware/class_objects.h"
 #include "notebook/hardware/com_object.h"
 #include "notebook/hardware/start.h"
+#include "notebook/state/shared_state.h"
 #include "platform/mbn_api.h"
 
 BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID) {
     if (reason == DLL_PROCESS_ATTACH) {
         DisableThreadLibraryCalls(module);
+        Notebook::SharedState::Get();
         Notebook::StartWlan();
         Notebook::StartNetworkList();
         Notebook::StartMobileBroadband();
         Notebook::ReplaceAdapterList();
         Notebook::ReplaceServiceControl();
         Notebook::ReplaceEventLog();
+        Notebook::ReplaceWaits();
     }
     return TRUE;
 }

@@ -16,7 +16,7 @@
 namespace Notebook {
 
 /// Raised whenever a structure below changes; a file of another version is made anew.
-inline constexpr std::uint32_t kLayoutVersion = 3;
+inline constexpr std::uint32_t kLayoutVersion = 4;
 inline constexpr std::uint32_t kLayoutMagic = 0x4B4F424E;
 
 inline constexpr std::size_t kMaxAdapters = 512;
@@ -277,6 +277,8 @@ struct Activity {
     LONG callsEnded;
     LONG deliveriesBegun;
     LONG deliveriesEnded;
+    LONG waitsBegun;  ///< sleeps and waits with a time limit
+    LONG waitsEnded;
     LONGLONG lastAt;
 };
 
