@@ -1,0 +1,111 @@
+// Rules that make platform calls slow, failing or held, seen through one call.
+
+#include <windows.h>
+#include <wlanapi.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+
+#include "notebook/state/calls.h"
+#include "tests/notebook/hardware.h"
+
+namespace Notebook::Tests {
+
+namespace {
+
+class CallRuleTest : public NotebookTest {
+  protected:
+    static void Rule(const CallRule& rule) {
+        LockedMachine machine;
+        machine->rules[static_cast<std::size_t>(Call::WlanOpenHandle)] = rule;
+    }
+    static CallCount Counted() {
+        return SharedState::Get().Raw().counts[static_cast<std::size_t>(Call::WlanOpenHandle)];
+    }
+    /// Opens a client and closes it again.
+    static DWORD Open() {
+        DWORD version = 0;
+        HANDLE handle = nullptr;
+        const DWORD result = Hardware::Get().WlanOpenHandle(2, nullptr, &version, &handle);
+        if (result == ERROR_SUCCESS) {
+            Hardware::Get().WlanCloseHandle(handle, nullptr);
+        }
+        return result;
+    }
+};
+
+TEST_F(CallRuleTest, FailsOnceThenNoMore) {
+    Rule({RuleKind::Fail, 0, 1, ERROR_ACCESS_DENIED, 0});
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, Open());
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Open());
+    EXPECT_EQ(2, Counted().calls);
+    EXPECT_EQ(1, Counted().failed);
+}
+
+TEST_F(CallRuleTest, FailsTheThirdTime) {
+    Rule({RuleKind::Fail, 2, 1, ERROR_ACCESS_DENIED, 0});
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Open());
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Open());
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, Open());
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Open());
+}
+
+TEST_F(CallRuleTest, FailsAlways) {
+    Rule({RuleKind::Fail, 0, kForEver, ERROR_ACCESS_DENIED, 0});
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, Open());
+    }
+}
+
+TEST_F(CallRuleTest, SlowCallTakesItsTimeAndSucceeds) {
+    Rule({RuleKind::None, 0, 0, 0, 30});
+    const Micros start = Now();
+    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Open());
+    EXPECT_GE(Now() - start, 30 * kMicrosPerMilli);
+}
+
+TEST_F(CallRuleTest, HeldCallComesBackWhenItIsReleased) {
+    Rule({RuleKind::Hold, 0, 1, 0, 0});
+    std::atomic<bool> back{false};
+    std::thread caller([&] {
+        Open();
+        back = true;
+    });
+    const Activity& activity = SharedState::Get().Raw().activity;
+    EXPECT_TRUE(Eventually([&] { return activity.callsBegun - activity.callsEnded == 1; }));
+    EXPECT_FALSE(back);
+    Rule({});
+    caller.join();
+    EXPECT_TRUE(back);
+}
+
+TEST_F(CallRuleTest, CallHeldUntilTheServiceStoppedComesBackThen) {
+    SharedState::Get().Raw().service.stopped = 0;
+    Rule({RuleKind::HoldUntilStopped, 0, 1, 0, 0});
+    std::thread caller([] { Open(); });
+    const Activity& activity = SharedState::Get().Raw().activity;
+    EXPECT_TRUE(Eventually([&] { return activity.callsBegun - activity.callsEnded == 1; }));
+    SharedState::Get().Raw().service.stopped = 1;
+    caller.join();
+    EXPECT_EQ(activity.callsBegun, activity.callsEnded);
+}
+
+TEST_F(CallRuleTest, TraceShowsCallAndResult) {
+    Machine& machine = SharedState::Get().Raw();
+    machine.traceCount = 0;
+    machine.traceOn = 1;
+    Rule({RuleKind::Fail, 0, 1, ERROR_ACCESS_DENIED, 0});
+    Open();
+    machine.traceOn = 0;
+    ASSERT_EQ(1, machine.traceCount);
+    EXPECT_EQ(Call::WlanOpenHandle, machine.trace[0].call);
+    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, machine.trace[0].result);
+    EXPECT_EQ(GetCurrentThreadId(), machine.trace[0].thread);
+}
+
+}  // namespace
+
+}  // namespace Notebook::Tests

@@ -1,0 +1,146 @@
+#include <windows.h>
+#include <wbemcli.h>
+#include <oleauto.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "notebook/state/text.h"
+#include "tests/notebook/hardware.h"
+
+namespace Notebook::Tests {
+
+namespace {
+
+constexpr wchar_t kName[] = L"LAN / WLAN Auto Switching";
+
+/// A text for a function that takes one.
+class Text {
+  public:
+    explicit Text(const std::wstring& text) : m_text(SysAllocString(text.c_str())) {}
+    Text(const Text&) = delete;
+    Text& operator=(const Text&) = delete;
+    ~Text() { SysFreeString(m_text); }
+    [[nodiscard]] BSTR Get() const { return m_text; }
+
+  private:
+    BSTR m_text;
+};
+
+class FirmwareSettingsTest : public NotebookTest {
+  protected:
+    static Setting& TheSetting() { return *PutSetting(SharedState::Get().Raw(), kName); }
+
+    static ComPtr<IWbemServices> Connect(const std::wstring& name, HRESULT expected = S_OK) {
+        const auto locator = Hardware::Get().Create<IWbemLocator>(CLSID_WbemLocator);
+        ComPtr<IWbemServices> services;
+        EXPECT_EQ(expected,
+                  locator->ConnectServer(Text(name).Get(), nullptr, nullptr, nullptr,
+                                         WBEM_FLAG_CONNECT_USE_MAX_WAIT, nullptr, nullptr, &services));
+        return services;
+    }
+    static ComPtr<IEnumWbemClassObject> Query(const std::wstring& query, HRESULT expected = S_OK) {
+        const ComPtr<IWbemServices> services = Connect(L"\\\\.\\root\\Orva\\FirmwareSettings");
+        ComPtr<IEnumWbemClassObject> answer;
+        EXPECT_EQ(expected, services->ExecQuery(Text(L"WQL").Get(), Text(query).Get(),
+                                                WBEM_FLAG_RETURN_IMMEDIATELY | WBEM_FLAG_FORWARD_ONLY,
+                                                nullptr, &answer));
+        return answer;
+    }
+    static ComPtr<IEnumWbemClassObject> Ask(const std::wstring& name) {
+        return Query(L"SELECT * FROM Orva_BIOSSetting where Name='" + name + L"'");
+    }
+    static HRESULT Next(IEnumWbemClassObject& answer, ComPtr<IWbemClassObject>& object) {
+        ULONG returned = 0;
+        const HRESULT result = answer.Next(20000, 1, &object, &returned);
+        EXPECT_EQ(object ? 1U : 0U, returned);
+        return result;
+    }
+    /// The setting's value as a query gives it.
+    static VARIANT Value() {
+        ComPtr<IWbemClassObject> object;
+        EXPECT_EQ(HRESULT{WBEM_S_NO_ERROR}, Next(*Ask(kName).Get(), object));
+        VARIANT value{};
+        EXPECT_EQ(S_OK, object->Get(L"Value", 0, &value, nullptr, nullptr));
+        return value;
+    }
+};
+
+TEST_F(FirmwareSettingsTest, SettingIsReadByItsName) {
+    VARIANT value = Value();
+    ASSERT_EQ(VT_BSTR, V_VT(&value));
+    EXPECT_STREQ(L"Enabled", V_BSTR(&value));
+    VariantClear(&value);
+}
+
+TEST_F(FirmwareSettingsTest, SecurityBlanketIsAcceptedAsByAProxy) {
+    const ComPtr<IWbemServices> services = Connect(L"\\\\.\\root\\Orva\\FirmwareSettings");
+    EXPECT_EQ(S_OK,
+              CoSetProxyBlanket(services.Get(), RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, nullptr,
+                                RPC_C_AUTHN_LEVEL_DEFAULT, RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE));
+}
+
+TEST_F(FirmwareSettingsTest, AnswerHasOneObject) {
+    const ComPtr<IEnumWbemClassObject> answer = Ask(kName);
+    ComPtr<IWbemClassObject> object;
+    EXPECT_EQ(HRESULT{WBEM_S_NO_ERROR}, Next(*answer.Get(), object));
+    object.Reset();
+    EXPECT_EQ(HRESULT{WBEM_S_FALSE}, Next(*answer.Get(), object));
+}
+
+TEST_F(FirmwareSettingsTest, AbsentSettingGivesNoObject) {
+    ComPtr<IWbemClassObject> object;
+    EXPECT_EQ(HRESULT{WBEM_S_FALSE}, Next(*Ask(L"Colour").Get(), object));
+    EXPECT_FALSE(object);
+}
+
+TEST_F(FirmwareSettingsTest, TimeoutsComeBeforeTheValue) {
+    TheSetting().timeoutsLeft = 2;
+    ComPtr<IWbemClassObject> object;
+    EXPECT_EQ(HRESULT{WBEM_S_TIMEDOUT}, Next(*Ask(kName).Get(), object));
+    EXPECT_EQ(HRESULT{WBEM_S_TIMEDOUT}, Next(*Ask(kName).Get(), object));
+    EXPECT_EQ(HRESULT{WBEM_S_NO_ERROR}, Next(*Ask(kName).Get(), object));
+}
+
+TEST_F(FirmwareSettingsTest, EveryTypeIsGivenAsItIs) {
+    const std::pair<SettingKind, VARTYPE> kinds[] = {
+        {SettingKind::Text, VT_BSTR},
+        {SettingKind::Null, VT_NULL},
+        {SettingKind::Empty, VT_EMPTY},
+        {SettingKind::Int16, VT_I2},
+        {SettingKind::Int32, VT_I4},
+        {SettingKind::Int64, VT_I8},
+        {SettingKind::Byte, VT_UI1},
+        {SettingKind::Bool, VT_BOOL},
+        {SettingKind::Double, VT_R8},
+        {SettingKind::Date, VT_DATE},
+        {SettingKind::Error, VT_ERROR},
+        {SettingKind::Unknown, VT_UNKNOWN},
+        {SettingKind::TextArray, VT_ARRAY | VT_BSTR},
+    };
+    CopyText(TheSetting().text, std::wstring_view(L"7"));
+    for (const auto& [kind, type] : kinds) {
+        TheSetting().kind = kind;
+        VARIANT value = Value();
+        EXPECT_EQ(type, V_VT(&value));
+        VariantClear(&value);
+    }
+}
+
+TEST_F(FirmwareSettingsTest, MissingProviderAndOtherNamespacesAreRefused) {
+    const auto refused = static_cast<HRESULT>(WBEM_E_INVALID_NAMESPACE);
+    EXPECT_FALSE(Connect(L"\\\\.\\root\\cimv2", refused));
+    SharedState::Get().Raw().devices.providerPresent = 0;
+    EXPECT_FALSE(Connect(L"\\\\.\\root\\Orva\\FirmwareSettings", refused));
+}
+
+TEST_F(FirmwareSettingsTest, QuoteInTheNameMakesTheQueryInvalid) {
+    const auto invalid = static_cast<HRESULT>(WBEM_E_INVALID_QUERY);
+    EXPECT_FALSE(Query(L"SELECT * FROM Orva_BIOSSetting where Name='Bo'b'", invalid));
+    EXPECT_FALSE(Query(L"SELECT * FROM Orva_BIOSPassword", invalid));
+}
+
+}  // namespace
+
+}  // namespace Notebook::Tests

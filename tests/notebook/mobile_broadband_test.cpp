@@ -1,0 +1,226 @@
+#include <windows.h>
+#include <ocidl.h>
+#include <oleauto.h>
+
+#include <gmock/gmock.h>
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "notebook/state/text.h"
+#include "platform/mbn_api.h"
+#include "tests/notebook/hardware.h"
+
+namespace Notebook::Tests {
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+struct Completion {
+    bool hasRadio = false;
+    HRESULT asked = S_OK;
+    MBN_RADIO state = MBN_RADIO_OFF;
+    ULONG request = 0;
+    HRESULT status = S_OK;
+    DWORD thread = 0;
+};
+
+class Sink final : public IMbnRadioEvents {
+  public:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** object) override {
+        *object = static_cast<IMbnRadioEvents*>(this);
+        return S_OK;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
+    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+    HRESULT STDMETHODCALLTYPE OnRadioStateChange(IMbnRadio*) override {
+        const std::lock_guard hold(m_lock);
+        ++m_changes;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE OnSetSoftwareRadioStateComplete(IMbnRadio* radio, ULONG request,
+                                                              HRESULT status) override {
+        Completion completion;
+        completion.hasRadio = radio != nullptr;
+        if (radio != nullptr) {
+            completion.asked = radio->get_SoftwareRadioState(&completion.state);
+        }
+        completion.request = request;
+        completion.status = status;
+        completion.thread = GetCurrentThreadId();
+        const std::lock_guard hold(m_lock);
+        m_completions.push_back(completion);
+        return S_OK;
+    }
+
+    std::vector<Completion> Completions() {
+        const std::lock_guard hold(m_lock);
+        return m_completions;
+    }
+    int Changes() {
+        const std::lock_guard hold(m_lock);
+        return m_changes;
+    }
+
+  private:
+    std::mutex m_lock;
+    std::vector<Completion> m_completions;
+    int m_changes = 0;
+};
+
+class MobileBroadbandTest : public NotebookTest {
+  protected:
+    MobileBroadbandTest() {
+        Reset({.modems = 1});
+        EXPECT_EQ(S_OK, Hardware::Get().CreateObject(CLSID_MbnInterfaceManager, IID_IMbnInterfaceManager,
+                                                     reinterpret_cast<void**>(m_manager.GetAddressOf())));
+        ComPtr<IConnectionPointContainer> container;
+        EXPECT_EQ(S_OK, m_manager->QueryInterface(IID_IConnectionPointContainer,
+                                                  reinterpret_cast<void**>(container.GetAddressOf())));
+        EXPECT_EQ(S_OK, container->FindConnectionPoint(IID_IMbnRadioEvents, &m_point));
+        EXPECT_EQ(S_OK, m_point->Advise(&m_sink, &m_cookie));
+    }
+    ~MobileBroadbandTest() override { EXPECT_EQ(S_OK, m_point->Unadvise(m_cookie)); }
+
+    static Modem& FirstModem() { return SharedState::Get().Raw().devices.modems[0]; }
+
+    ComPtr<IMbnRadio> Radio() {
+        ComPtr<IMbnInterface> modem;
+        EXPECT_EQ(S_OK, m_manager->GetInterface(GuidText(FirstModem().id).c_str(), &modem));
+        ComPtr<IMbnRadio> radio;
+        EXPECT_EQ(S_OK, modem->QueryInterface(IID_IMbnRadio, reinterpret_cast<void**>(radio.GetAddressOf())));
+        return radio;
+    }
+    static MBN_RADIO State(IMbnRadio& radio) {
+        MBN_RADIO state{};
+        EXPECT_EQ(S_OK, radio.get_SoftwareRadioState(&state));
+        return state;
+    }
+    Completion SwitchOffAndWait() {
+        ULONG request = 0;
+        EXPECT_EQ(S_OK, Radio()->SetSoftwareRadioState(MBN_RADIO_OFF, &request));
+        EXPECT_TRUE(Eventually([this] { return m_sink.Completions().size() == 1; }));
+        return m_sink.Completions().front();
+    }
+    std::vector<LONG> ListBounds() {
+        SAFEARRAY* list = nullptr;
+        EXPECT_EQ(S_OK, m_manager->GetInterfaces(&list));
+        LONG lower = 0;
+        LONG upper = 0;
+        EXPECT_EQ(S_OK, SafeArrayGetLBound(list, 1, &lower));
+        EXPECT_EQ(S_OK, SafeArrayGetUBound(list, 1, &upper));
+        EXPECT_EQ(S_OK, SafeArrayDestroy(list));
+        return {lower, upper};
+    }
+
+    ComPtr<IMbnInterfaceManager> m_manager;
+    ComPtr<IConnectionPoint> m_point;
+    Sink m_sink;
+    DWORD m_cookie = 0;
+};
+
+TEST_F(MobileBroadbandTest, SwitchIsCompletedOnAnotherThreadWithItsRequest) {
+    ULONG request = 0;
+    ASSERT_EQ(S_OK, Radio()->SetSoftwareRadioState(MBN_RADIO_OFF, &request));
+    ASSERT_TRUE(Eventually([this] { return m_sink.Completions().size() == 1; }));
+    const Completion completion = m_sink.Completions().front();
+    EXPECT_EQ(request, completion.request);
+    EXPECT_EQ(S_OK, completion.status);
+    EXPECT_EQ(MBN_RADIO_OFF, completion.state);
+    EXPECT_NE(GetCurrentThreadId(), completion.thread);
+    EXPECT_EQ(1, m_sink.Changes());
+    EXPECT_EQ(MBN_RADIO_OFF, State(*Radio().Get()));
+}
+
+TEST_F(MobileBroadbandTest, SameModemIsTheSameObject) {
+    EXPECT_EQ(Radio().Get(), Radio().Get());
+}
+
+TEST_F(MobileBroadbandTest, LateModemCompletesByItself) {
+    FirstModem().confirmMs = 30;
+    ULONG request = 0;
+    const ComPtr<IMbnRadio> radio = Radio();
+    radio->SetSoftwareRadioState(MBN_RADIO_OFF, &request);
+    EXPECT_EQ(MBN_RADIO_ON, State(*radio.Get()));
+    EXPECT_TRUE(Eventually([this] { return m_sink.Completions().size() == 1; }));
+    EXPECT_EQ(MBN_RADIO_OFF, State(*radio.Get()));
+}
+
+TEST_F(MobileBroadbandTest, CompletionWithoutRadio) {
+    FirstModem().confirmRadio = ConfirmRadio::Null;
+    EXPECT_FALSE(SwitchOffAndWait().hasRadio);
+}
+
+TEST_F(MobileBroadbandTest, CompletionWithARadioThatSaysTheOpposite) {
+    FirstModem().confirmRadio = ConfirmRadio::Opposite;
+    EXPECT_EQ(MBN_RADIO_ON, SwitchOffAndWait().state);
+    EXPECT_EQ(MBN_RADIO_OFF, State(*Radio().Get()));
+}
+
+TEST_F(MobileBroadbandTest, CompletionWithARadioThatCannotBeAsked) {
+    FirstModem().confirmRadio = ConfirmRadio::Failing;
+    EXPECT_TRUE(FAILED(SwitchOffAndWait().asked));
+}
+
+TEST_F(MobileBroadbandTest, CompletionOfAnotherRequestWithAnotherStatus) {
+    FirstModem().wrongRequest = 1;
+    FirstModem().confirmStatus = E_ABORT;
+    const Completion completion = SwitchOffAndWait();
+    EXPECT_NE(100U, completion.request);
+    EXPECT_EQ(E_ABORT, completion.status);
+}
+
+TEST_F(MobileBroadbandTest, RefusingModemGivesItsErrorAndCompletesNothing) {
+    FirstModem().refusalsLeft = 1;
+    ULONG request = 0;
+    EXPECT_EQ(E_FAIL, Radio()->SetSoftwareRadioState(MBN_RADIO_OFF, &request));
+    EXPECT_THAT(m_sink.Completions(), IsEmpty());
+    EXPECT_EQ(S_OK, Radio()->SetSoftwareRadioState(MBN_RADIO_OFF, &request));
+    EXPECT_TRUE(Eventually([this] { return m_sink.Completions().size() == 1; }));
+}
+
+TEST_F(MobileBroadbandTest, ListHasEveryModemInTheBoundsThatItShould) {
+    EXPECT_THAT(ListBounds(), ElementsAre(0, 0));
+    SharedState::Get().Raw().devices.modemList = ModemList::OddBounds;
+    EXPECT_THAT(ListBounds(), ElementsAre(-3, -3));
+    SharedState::Get().Raw().devices.modemList = ModemList::NullElement;
+    EXPECT_THAT(ListBounds(), ElementsAre(0, 1));
+    SharedState::Get().Raw().devices.modemList = ModemList::Empty;
+    EXPECT_THAT(ListBounds(), ElementsAre(0, -1));
+}
+
+TEST_F(MobileBroadbandTest, NullListIsASuccessWithoutAnArray) {
+    SharedState::Get().Raw().devices.modemList = ModemList::Null;
+    SAFEARRAY* list = nullptr;
+    EXPECT_EQ(S_OK, m_manager->GetInterfaces(&list));
+    EXPECT_EQ(nullptr, list);
+}
+
+TEST_F(MobileBroadbandTest, MachineWithoutModemOrServiceSaysSo) {
+    SAFEARRAY* list = nullptr;
+    SharedState::Get().Raw().devices.wwanServiceRuns = 0;
+    EXPECT_EQ(HRESULT_FROM_WIN32(ERROR_SERVICE_NOT_ACTIVE), m_manager->GetInterfaces(&list));
+    SharedState::Get().Raw().devices.wwanServiceRuns = 1;
+    FirstModem().present = 0;
+    EXPECT_EQ(HRESULT_FROM_WIN32(ERROR_NOT_FOUND), m_manager->GetInterfaces(&list));
+}
+
+TEST_F(MobileBroadbandTest, IdentifierIsInRegistryFormUnlessToldOtherwise) {
+    ComPtr<IMbnInterface> modem;
+    ASSERT_EQ(S_OK, m_manager->GetInterface(GuidText(FirstModem().id).c_str(), &modem));
+    BSTR id = nullptr;
+    ASSERT_EQ(S_OK, modem->get_InterfaceID(&id));
+    EXPECT_EQ(GuidText(FirstModem().id), id);
+    SysFreeString(id);
+    CopyText(FirstModem().idText, std::wstring_view(L"no identifier"));
+    ASSERT_EQ(S_OK, modem->get_InterfaceID(&id));
+    EXPECT_STREQ(L"no identifier", id);
+    SysFreeString(id);
+}
+
+}  // namespace
+
+}  // namespace Notebook::Tests
