@@ -28,6 +28,9 @@ wine_environment() {
     # The server is found through this folder: another value would be another server.
     export TMPDIR=/tmp
     export LC_ALL=C.UTF-8
+    # The profile folder is named after it, whoever calls. (\u is the shell's own user name.)
+    local user='\u'
+    export USER=${user@P}
     unset DISPLAY WAYLAND_DISPLAY
 }
 
@@ -46,7 +49,7 @@ wine_quiet() {
     shift
     # Descriptors 7 to 9 are this library's locks.
     timeout --foreground "$WINE_BOOT_TIMEOUT" env -i \
-        HOME="$LINKVANE_WINE_HOME/home" USER="$(id -un)" PATH=/usr/bin:/bin \
+        HOME="$LINKVANE_WINE_HOME/home" USER="$USER" PATH=/usr/bin:/bin \
         TMPDIR="$TMPDIR" LC_ALL="$LC_ALL" WINEPREFIX="$prefix" WINEDEBUG="$WINEDEBUG" \
         WINEDLLOVERRIDES="$WINEDLLOVERRIDES" WINEARCH="$WINEARCH" \
         WINELOADER="$WINELOADER" WINESERVER="$WINESERVER" \
