@@ -5,6 +5,7 @@
 #include "bios/bios_vocabulary.h"
 #include "bios/bios_wmi_client.h"
 #include "logging/log_scope.h"
+#include "platform/pause.h"
 
 std::atomic<bool> NLMUtils::lanWlanSwitchingEnabled{false};
 std::atomic<bool> NLMUtils::lanWwanSwitchingEnabled{false};
@@ -27,10 +28,6 @@ constexpr std::chrono::milliseconds kPauseAfterFailedPass{3000};
 /// What a disabled setting's text begins with.
 constexpr wchar_t kDisabledMark = L'*';
 
-void Pause(std::chrono::milliseconds duration) {
-    Sleep(static_cast<DWORD>(duration.count()));
-}
-
 /// Asks until the provider answers within its time. The answer, S_OK or a failure; throws
 /// `_com_error` when the client is not connected.
 HRESULT AskWhileTimedOut(const LogScope& log, BIOSWmiClient& client, const std::wstring& name,
@@ -38,14 +35,14 @@ HRESULT AskWhileTimedOut(const LogScope& log, BIOSWmiClient& client, const std::
     HRESULT result = S_OK;
     int tries = 0;
     do {
-        Pause(kPauseBeforeTry);
+        Platform::Pause(kPauseBeforeTry);
         log.Information(L"Reading BIOS Value (%s) in retry count %d ", name.c_str(), tries);
         result = client.GetValue(name, value);
         if (result == S_OK) {
             break;
         }
         log.Warning(L"wmi.GetValue returned Error 0x%08X in retry count %d ", result, tries);
-        Pause(kPauseAfterFailedTry);
+        Platform::Pause(kPauseAfterFailedTry);
         ++tries;
     } while (result == WBEM_S_TIMEDOUT && tries < kMostTries);
     log.Information(L"BIOS Read Value %s", value.c_str());
@@ -70,7 +67,7 @@ HRESULT ReadWithRetries(const LogScope& log, const std::wstring& name, std::wstr
         if (result == S_OK) {
             break;
         }
-        Pause(kPauseAfterFailedPass);
+        Platform::Pause(kPauseAfterFailedPass);
         ++passes;
         // The mark is never cleared: after one exception other failures are tried again as well.
     } while (sawException && passes < kMostPasses);

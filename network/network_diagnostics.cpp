@@ -116,7 +116,9 @@ ULONG FetchBatch(IEnumNetworkConnections& enumerator, std::array<ComPtr<INetwork
     }
     count = std::min(count, kBatch);
     for (ULONG i = 0; i < count; ++i) {
-        batch[i].Attach(fetched[i]);
+        // The reference comes with the pointer. Not by `Attach`, which in one compiler's header takes
+        // another one.
+        *batch[i].ReleaseAndGetAddressOf() = fetched[i];
     }
     return count;
 }

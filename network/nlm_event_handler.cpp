@@ -9,6 +9,7 @@
 #include "network/ethernet_detection.h"
 #include "network/network_diagnostics.h"
 #include "platform/handles.h"
+#include "platform/pause.h"
 #include "radio/wlan_radio.h"
 #include "radio/wwan_radio.h"
 
@@ -32,7 +33,7 @@ bool WaitForAddress(const LogScope& log) {
             break;
         }
         log.Warning(L"CheckEthernetConnectionStatus failed in try %d", tries);
-        Sleep(static_cast<DWORD>(kAddressPollInterval.count()));
+        Platform::Pause(kAddressPollInterval);
         ++tries;
         // `noAddress` keeps what an earlier try saw, on purpose: the try that finds the address
         // still costs its line and its pause.

@@ -1,0 +1,569 @@
+#include "bios/bios_wmi_client.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "tests/bios/fake_bios.h"
+#include "tests/support/run_on_thread.h"
+
+namespace BiosTests {
+namespace {
+
+using Rig::ScopedImport;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr wchar_t kName[] = L"Some Setting";
+constexpr wchar_t kNamespace[] = L"\\\\.\\root\\Orva\\FirmwareSettings";
+
+// Codes of the provider, as WMI's documents list them.
+constexpr auto kInvalidObject = static_cast<HRESULT>(0x8004100F);
+constexpr auto kInvalidClass = static_cast<HRESULT>(0x80041010);
+constexpr auto kNotInitialized = static_cast<HRESULT>(0x80041014);
+constexpr auto kTypeMismatch = static_cast<HRESULT>(0x80041005);
+constexpr auto kNotConnected = static_cast<HRESULT>(0x80041071);
+constexpr auto kInvalidNamespace = static_cast<HRESULT>(0x8004100E);
+
+/// The client with its fields in the open.
+class OpenClient : public BIOSWmiClient {
+  public:
+    using BIOSWmiClient::m_comInitialization;
+    using BIOSWmiClient::m_currentObject;
+    using BIOSWmiClient::m_encoding;
+    using BIOSWmiClient::m_enumerator;
+    using BIOSWmiClient::m_flags;
+    using BIOSWmiClient::m_namespace;
+    using BIOSWmiClient::m_properties;
+    using BIOSWmiClient::m_services;
+    using BIOSWmiClient::m_settingInterface;
+    using BIOSWmiClient::m_states;
+    using BIOSWmiClient::m_userInterface;
+    using BIOSWmiClient::m_userName;
+};
+
+/// The code of the COM error that `call` throws; S_OK when it throws none.
+template <class Call>
+HRESULT ErrorThrownBy(const Call& call) {
+    try {
+        call();
+    } catch (const _com_error& error) {
+        return error.Error();
+    }
+    return S_OK;
+}
+
+TEST(BIOSWmiClient, ConnectsToTheProvidersNamespace) {
+    FakeBios bios;
+    {
+        const OpenClient client;
+
+        EXPECT_EQ(client.m_namespace, kNamespace);
+        EXPECT_EQ(client.m_services.Get(), &bios.Services());
+        EXPECT_EQ(bios.Locator().References(), 0);
+    }
+    EXPECT_EQ(bios.Created(), 1);
+    EXPECT_THAT(bios.namespacesAsked, ElementsAre(kNamespace));
+    EXPECT_EQ(bios.connectFlags, 128);
+    EXPECT_FALSE(bios.connectHadOtherArguments);
+    ASSERT_EQ(bios.blanketsAsked.size(), 1U);
+    const FakeBios::Blanket& blanket = bios.blanketsAsked.front();
+    EXPECT_EQ(blanket.proxy, &bios.Services());
+    EXPECT_EQ(blanket.authentication, DWORD{RPC_C_AUTHN_WINNT});
+    EXPECT_EQ(blanket.authorization, DWORD{RPC_C_AUTHZ_NONE});
+    EXPECT_FALSE(blanket.hasPrincipal);
+    EXPECT_EQ(blanket.authenticationLevel, DWORD{RPC_C_AUTHN_LEVEL_DEFAULT});
+    EXPECT_EQ(blanket.impersonationLevel, DWORD{RPC_C_IMP_LEVEL_IMPERSONATE});
+    EXPECT_FALSE(blanket.hasIdentity);
+    EXPECT_EQ(blanket.capabilities, DWORD{EOAC_NONE});
+    EXPECT_EQ(bios.References(), 0);
+}
+
+TEST(BIOSWmiClient, AsksForTheLocatorInProcess) {
+    const FakeBios bios;
+    DWORD context = 0;
+    bool hasOuter = true;
+    const ScopedImport<&::CoCreateInstance> creations{
+        [&](REFCLSID classId, IUnknown* outer, DWORD classContext, REFIID id, void** object) {
+            EXPECT_EQ(classId, CLSID_WbemLocator);
+            EXPECT_EQ(id, IID_IWbemLocator);
+            hasOuter = outer != nullptr;
+            context = classContext;
+            return creations.Original(classId, outer, classContext, id, object);
+        }};
+
+    const OpenClient client;
+
+    EXPECT_EQ(context, DWORD{CLSCTX_INPROC_SERVER});
+    EXPECT_FALSE(hasOuter);
+}
+
+TEST(BIOSWmiClient, FieldsStandInTheirOrder) {
+    const FakeBios bios;
+    const OpenClient client;
+    const auto offset = [&client](const auto& field) {
+        return reinterpret_cast<const char*>(std::addressof(field)) - reinterpret_cast<const char*>(&client);
+    };
+
+    EXPECT_EQ(offset(client.m_comInitialization), 0) << "a plain object, without a virtual table";
+    const std::vector<std::ptrdiff_t> offsets{offset(client.m_comInitialization),
+                                              offset(client.m_namespace),
+                                              offset(client.m_services),
+                                              offset(client.m_currentObject),
+                                              offset(client.m_enumerator),
+                                              offset(client.m_userName),
+                                              offset(client.m_encoding),
+                                              offset(client.m_settingInterface),
+                                              offset(client.m_userInterface),
+                                              offset(client.m_properties),
+                                              offset(client.m_flags),
+                                              offset(client.m_states)};
+    EXPECT_TRUE(std::is_sorted(offsets.begin(), offsets.end()));
+    EXPECT_EQ(sizeof(client.m_comInitialization), sizeof(HRESULT));
+    EXPECT_EQ(client.m_flags, 1U);
+    EXPECT_EQ(client.m_states, std::pair(false, false));
+    EXPECT_TRUE(client.m_userName.empty() && client.m_encoding.empty() && client.m_properties.empty());
+    EXPECT_TRUE(client.m_settingInterface == nullptr && client.m_userInterface == nullptr);
+    EXPECT_TRUE(client.m_currentObject == nullptr && client.m_enumerator == nullptr);
+}
+
+TEST(BIOSWmiClient, EntersASingleThreadedApartmentAndLeavesItLast) {
+    FakeBios bios;
+    bios.Set(kName, L"on");
+    std::vector<DWORD> entered;
+    int securitySet = 0;
+    std::vector<long> referencesAtEnd;
+    const ScopedImport<&::CoInitializeEx> enters{[&](void* reserved, DWORD model) {
+        entered.push_back(model);
+        return enters.Original(reserved, model);
+    }};
+    const ScopedImport<&::CoInitializeSecurity> security{
+        [&](PSECURITY_DESCRIPTOR descriptor, LONG count, SOLE_AUTHENTICATION_SERVICE* services,
+            void* reserved, DWORD authenticationLevel, DWORD impersonationLevel, void* list,
+            DWORD capabilities, void* reserved3) -> HRESULT {
+            ++securitySet;
+            EXPECT_TRUE(descriptor == nullptr && services == nullptr && reserved == nullptr &&
+                        list == nullptr && reserved3 == nullptr);
+            EXPECT_EQ(count, -1);
+            EXPECT_EQ(authenticationLevel, DWORD{RPC_C_AUTHN_LEVEL_DEFAULT});
+            EXPECT_EQ(impersonationLevel, DWORD{RPC_C_IMP_LEVEL_IMPERSONATE});
+            EXPECT_EQ(capabilities, DWORD{EOAC_NONE});
+            return RPC_E_TOO_LATE;
+        }};
+    const ScopedImport<&::CoUninitialize> leaves{[&] {
+        referencesAtEnd.push_back(bios.References());
+        leaves.Original();
+    }};
+    std::wstring value;
+    {
+        OpenClient client;
+        EXPECT_EQ(client.m_comInitialization.Result(), S_FALSE) << "the thread was in one already";
+        EXPECT_EQ(client.GetValue(kName, value), S_OK);
+        EXPECT_EQ(bios.References(), 3) << "services, result and setting";
+    }
+
+    EXPECT_THAT(entered, ElementsAre(DWORD{COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE}));
+    EXPECT_EQ(securitySet, 1);
+    EXPECT_THAT(referencesAtEnd, ElementsAre(0)) << "everything was given back before";
+}
+
+TEST(BIOSWmiClient, EntersAnApartmentOfItsOwnOnAThreadWithoutOne) {
+    FakeBios bios;
+    bios.Set(kName, L"on");
+    const ScopedImport<&::CoCreateInstance> creations{
+        [&](REFCLSID, IUnknown*, DWORD, REFIID id, void** object) {
+            return bios.Locator().HandOut(id, object);
+        }};
+    int left = 0;
+    const ScopedImport<&::CoUninitialize> leaves{[&] {
+        ++left;
+        leaves.Original();
+    }};
+    HRESULT entered = E_FAIL;
+    std::wstring value;
+    Rig::RunOnThread(
+        [&] {
+            OpenClient client;
+            entered = client.m_comInitialization.Result();
+            EXPECT_EQ(client.GetValue(kName, value), S_OK);
+        },
+        Rig::Apartment::kNone);
+
+    EXPECT_EQ(entered, S_OK);
+    EXPECT_EQ(left, 1);
+    EXPECT_EQ(value, L"on");
+}
+
+TEST(BIOSWmiClient, GoesOnInTheMultithreadedApartmentAndDoesNotLeaveIt) {
+    FakeBios bios(COINIT_MULTITHREADED);
+    bios.Set(kName, L"on");
+    int securitySet = 0;
+    int left = 0;
+    const ScopedImport<&::CoInitializeSecurity> security{[&](auto...) -> HRESULT {
+        ++securitySet;
+        return S_OK;
+    }};
+    const ScopedImport<&::CoUninitialize> leaves{[&] {
+        ++left;
+        leaves.Original();
+    }};
+    std::wstring value;
+    {
+        OpenClient client;
+        EXPECT_EQ(client.m_comInitialization.Result(), RPC_E_CHANGED_MODE);
+        EXPECT_EQ(client.GetValue(kName, value), S_OK);
+    }
+
+    EXPECT_EQ(value, L"on");
+    EXPECT_EQ(securitySet, 0);
+    EXPECT_EQ(left, 0);
+}
+
+TEST(BIOSWmiClient, WithoutALocatorThereIsNoConnection) {
+    const FakeBios bios;
+    const Rig::ScopedResult<&::CoCreateInstance> missing{REGDB_E_CLASSNOTREG};
+    OpenClient client;
+
+    EXPECT_EQ(client.Connect(), REGDB_E_CLASSNOTREG);
+
+    EXPECT_EQ(client.m_services, nullptr);
+    EXPECT_EQ(client.m_namespace, L"");
+    EXPECT_THAT(bios.namespacesAsked, IsEmpty());
+}
+
+TEST(BIOSWmiClient, MissingNamespaceLeavesNoConnection) {
+    FakeBios bios;
+    bios.connects = {Ends(kInvalidNamespace), Ends(kInvalidNamespace)};
+    OpenClient client;
+
+    EXPECT_EQ(client.Connect(), kInvalidNamespace);
+
+    EXPECT_EQ(client.m_services, nullptr);
+    EXPECT_EQ(client.m_namespace, L"");
+    EXPECT_THAT(bios.blanketsAsked, IsEmpty());
+    EXPECT_EQ(bios.References(), 0);
+}
+
+TEST(BIOSWmiClient, RefusedBlanketLeavesNoConnection) {
+    FakeBios bios;
+    bios.blankets = {Ends(E_NOINTERFACE), Ends(E_NOINTERFACE)};
+    OpenClient client;
+
+    EXPECT_EQ(client.Connect(), E_NOINTERFACE);
+
+    EXPECT_EQ(client.m_services, nullptr);
+    EXPECT_EQ(client.m_namespace, L"");
+    EXPECT_EQ(bios.References(), 0);
+}
+
+TEST(BIOSWmiClient, SuccessWithoutServicesLeavesNoConnection) {
+    FakeBios bios;
+    bios.givesServices = false;
+    OpenClient client;
+
+    EXPECT_EQ(client.m_services, nullptr);
+    EXPECT_EQ(client.m_namespace, L"");
+    EXPECT_THAT(bios.blanketsAsked, IsEmpty());
+}
+
+TEST(BIOSWmiClient, NoMemoryForTheNamespaceLeavesNoConnection) {
+    const FakeBios bios;
+    const Rig::ScopedResult<&::SysAllocString> noMemory{nullptr};
+    OpenClient client;
+
+    EXPECT_EQ(client.Connect(), E_OUTOFMEMORY);
+
+    EXPECT_EQ(client.m_services, nullptr);
+    EXPECT_EQ(bios.References(), 0);
+}
+
+TEST(BIOSWmiClient, ConnectingAgainReplacesTheConnection) {
+    FakeBios bios;
+    OpenClient client;
+    EXPECT_EQ(client.Connect(), S_OK);
+    EXPECT_EQ(bios.Services().References(), 1);
+
+    bios.connects = {Ends(kInvalidNamespace)};
+    EXPECT_EQ(client.Connect(), kInvalidNamespace);
+
+    EXPECT_EQ(client.m_services, nullptr);
+    EXPECT_EQ(bios.Services().References(), 0);
+}
+
+TEST(BIOSWmiClient, WithoutAConnectionNothingCanBeRead) {
+    FakeBios bios;
+    bios.connects = {Ends(E_ACCESSDENIED)};
+    OpenClient client;
+    std::wstring value = L"old";
+
+    EXPECT_EQ(ErrorThrownBy([&] { static_cast<void>(client.GetValue(kName, value)); }), kNotConnected);
+    EXPECT_EQ(client.ExecuteQuery(L"SELECT"), kNotInitialized);
+    EXPECT_EQ(client.GetPropertyValue(value), kInvalidObject);
+
+    EXPECT_EQ(value, L"");
+    EXPECT_THAT(bios.queriesAsked, IsEmpty());
+}
+
+TEST(BIOSWmiClient, ReadsASetting) {
+    FakeBios bios;
+    bios.Set(kName, L"Enabled");
+    OpenClient client;
+    std::wstring value;
+
+    EXPECT_EQ(client.GetValue(kName, value), S_OK);
+
+    EXPECT_EQ(value, L"Enabled");
+    EXPECT_THAT(bios.queriesAsked, ElementsAre(L"SELECT * FROM Orva_BIOSSetting where Name='Some Setting'"));
+    EXPECT_EQ(bios.queryLanguage, L"WQL");
+    EXPECT_EQ(bios.queryFlags, 48);
+    EXPECT_EQ(bios.fetchTimeout, 20000);
+    EXPECT_EQ(bios.fetchCount, 1U);
+    EXPECT_THAT(bios.propertiesAsked, ElementsAre(L"Value"));
+}
+
+TEST(BIOSWmiClient, NameWithAQuoteGoesIntoTheQueryUnchanged) {
+    FakeBios bios;
+    bios.Set(L"Bob's ''LAN'", L"on");
+    OpenClient client;
+    std::wstring value;
+
+    EXPECT_EQ(client.GetValue(L"Bob's ''LAN'", value), S_OK);
+
+    EXPECT_THAT(bios.queriesAsked, ElementsAre(L"SELECT * FROM Orva_BIOSSetting where Name='Bob's ''LAN''"));
+}
+
+TEST(BIOSWmiClient, ReadingAgainReplacesResultAndObject) {
+    FakeBios bios;
+    bios.Set(kName, L"one");
+    OpenClient client;
+    std::wstring value;
+    EXPECT_EQ(client.GetValue(kName, value), S_OK);
+    bios.Set(kName, L"two");
+
+    EXPECT_EQ(client.GetValue(kName, value), S_OK);
+
+    EXPECT_EQ(value, L"two");
+    EXPECT_EQ(bios.References(), 3) << "services, result and setting";
+}
+
+TEST(BIOSWmiClient, FailedQueryIsReturnedAndForgetsTheObject) {
+    FakeBios bios;
+    bios.Set(kName, L"one");
+    OpenClient client;
+    std::wstring value;
+    EXPECT_EQ(client.GetValue(kName, value), S_OK);
+    bios.queries = {Ends(static_cast<HRESULT>(WBEM_E_INVALID_QUERY))};
+
+    EXPECT_EQ(client.GetValue(kName, value), static_cast<HRESULT>(WBEM_E_INVALID_QUERY));
+
+    EXPECT_EQ(client.m_currentObject, nullptr);
+    EXPECT_EQ(client.m_enumerator, nullptr);
+    EXPECT_EQ(client.GetPropertyValue(value), kInvalidObject);
+}
+
+TEST(BIOSWmiClient, QueryWithoutAResultIsAnInvalidClass) {
+    FakeBios bios;
+    bios.givesQueryResult = false;
+    OpenClient client;
+    std::wstring value;
+
+    EXPECT_EQ(client.GetValue(kName, value), kInvalidClass);
+}
+
+TEST(BIOSWmiClient, NoMemoryForTheQueryFailsIt) {
+    FakeBios bios;
+    bios.Set(kName, L"one");
+    OpenClient client;
+    std::wstring value;
+    for (const int call : {1, 2}) {
+        const Rig::ScopedResult<&::SysAllocString> noMemory{nullptr, Rig::AtCall{call}};
+        EXPECT_EQ(client.GetValue(kName, value), E_OUTOFMEMORY);
+    }
+    EXPECT_THAT(bios.queriesAsked, IsEmpty());
+}
+
+TEST(BIOSWmiClient, ResultsOfTheFetchTravelOutUnchanged) {
+    for (const HRESULT result : {static_cast<HRESULT>(WBEM_S_TIMEDOUT), static_cast<HRESULT>(WBEM_S_FALSE),
+                                 static_cast<HRESULT>(WBEM_E_FAILED)}) {
+        FakeBios bios;
+        bios.Set(kName, L"one");
+        bios.fetches = {Ends(result)};
+        OpenClient client;
+        std::wstring value;
+
+        EXPECT_EQ(client.GetValue(kName, value), result);
+
+        EXPECT_THAT(bios.propertiesAsked, IsEmpty());
+    }
+}
+
+TEST(BIOSWmiClient, FetchWithoutAnObjectIsAnInvalidObject) {
+    FakeBios bios;
+    bios.Set(kName, L"one");
+    bios.givesSetting = false;
+    OpenClient client;
+    std::wstring value = L"old";
+
+    EXPECT_EQ(client.GetValue(kName, value), kInvalidObject);
+
+    EXPECT_EQ(value, L"");
+}
+
+TEST(BIOSWmiClient, FailedReadIsReturnedWithAnEmptyText) {
+    FakeBios bios;
+    bios.Set(kName, L"one");
+    bios.reads = {Ends(static_cast<HRESULT>(WBEM_E_NOT_FOUND))};
+    OpenClient client;
+    std::wstring value = L"old";
+
+    EXPECT_EQ(client.GetValue(kName, value), static_cast<HRESULT>(WBEM_E_NOT_FOUND));
+
+    EXPECT_EQ(value, L"");
+}
+
+/// A value of some type, and how it reads.
+struct ValueCase {
+    const char* name;
+    void (*fill)(VARIANT*);
+    HRESULT result;
+    std::wstring text;
+};
+
+class BIOSWmiClientReads : public testing::TestWithParam<ValueCase> {};
+
+TEST_P(BIOSWmiClientReads, AsText) {
+    FakeBios bios;
+    bios.SetValue(kName, GetParam().fill);
+    OpenClient client;
+    std::wstring value = L"old";
+
+    EXPECT_EQ(client.GetValue(kName, value), GetParam().result);
+
+    EXPECT_EQ(value, GetParam().text);
+}
+
+INSTANTIATE_TEST_SUITE_P(Values, BIOSWmiClientReads,
+                         testing::Values(ValueCase{"Null", [](VARIANT* v) { v->vt = VT_NULL; }, S_OK, L""},
+                                         ValueCase{"Empty", [](VARIANT* v) { v->vt = VT_EMPTY; }, S_OK, L""},
+                                         ValueCase{"Text",
+                                                   [](VARIANT* v) {
+                                                       v->vt = VT_BSTR;
+                                                       v->bstrVal = SysAllocString(L"*Enable");
+                                                   },
+                                                   S_OK, L"*Enable"},
+                                         ValueCase{"TextWithoutBuffer",
+                                                   [](VARIANT* v) {
+                                                       v->vt = VT_BSTR;
+                                                       v->bstrVal = nullptr;
+                                                   },
+                                                   S_OK, L""},
+                                         ValueCase{"TextWithATerminatorInside",
+                                                   [](VARIANT* v) {
+                                                       v->vt = VT_BSTR;
+                                                       v->bstrVal = SysAllocStringLen(L"a\0b", 3);
+                                                   },
+                                                   S_OK, std::wstring(L"a\0b", 3)},
+                                         ValueCase{"Number",
+                                                   [](VARIANT* v) {
+                                                       v->vt = VT_I4;
+                                                       v->lVal = -5;
+                                                   },
+                                                   S_OK, L"-5"},
+                                         ValueCase{"Byte",
+                                                   [](VARIANT* v) {
+                                                       v->vt = VT_UI1;
+                                                       v->bVal = 255;
+                                                   },
+                                                   S_OK, L"255"},
+                                         ValueCase{"LargeNumber",
+                                                   [](VARIANT* v) {
+                                                       v->vt = VT_UI8;
+                                                       v->ullVal = 18446744073709551615U;
+                                                   },
+                                                   S_OK, L"18446744073709551615"},
+                                         ValueCase{"True",
+                                                   [](VARIANT* v) {
+                                                       v->vt = VT_BOOL;
+                                                       v->boolVal = VARIANT_TRUE;
+                                                   },
+                                                   S_OK, L"-1"},
+                                         ValueCase{"ErrorCode",
+                                                   [](VARIANT* v) {
+                                                       v->vt = VT_ERROR;
+                                                       v->scode = E_FAIL;
+                                                   },
+                                                   kTypeMismatch, L""},
+                                         ValueCase{"ListOfTexts",
+                                                   [](VARIANT* v) {
+                                                       v->vt = VT_ARRAY | VT_BSTR;
+                                                       v->parray = SafeArrayCreateVector(VT_BSTR, 0, 2);
+                                                   },
+                                                   kTypeMismatch, L""},
+                                         ValueCase{"Object",
+                                                   [](VARIANT* v) {
+                                                       v->vt = VT_UNKNOWN;
+                                                       v->punkVal = nullptr;
+                                                   },
+                                                   kTypeMismatch, L""},
+                                         ValueCase{"UnknownType", [](VARIANT* v) { v->vt = 0x0FF0; },
+                                                   DISP_E_BADVARTYPE, L""}),
+                         [](const testing::TestParamInfo<ValueCase>& tested) { return tested.param.name; });
+
+TEST(BIOSWmiClient, ValuesOfEveryTypeNumberDoNoHarm) {
+    for (int type = 0; type <= VT_VERSIONED_STREAM; ++type) {
+        FakeBios bios;
+        bios.SetValue(kName, [type](VARIANT* value) { value->vt = static_cast<VARTYPE>(type); });
+        OpenClient client;
+        std::wstring value = L"old";
+
+        const HRESULT result = client.GetValue(kName, value);
+
+        EXPECT_NE(value, L"old") << type;
+        EXPECT_TRUE(result == S_OK || (FAILED(result) && result != DISP_E_TYPEMISMATCH && value.empty()))
+            << type;
+    }
+}
+
+TEST(BIOSWmiClient, ComErrorOutOfTheConversionIsReturned) {
+    FakeBios bios;
+    bios.SetValue(kName, [](VARIANT* value) { value->vt = VT_I4; });
+    OpenClient client;
+    std::wstring value;
+    HRESULT thrown = E_OUTOFMEMORY;
+    const ScopedImport<&::VariantChangeType> throws{[&](auto...) -> HRESULT { throw _com_error(thrown); }};
+
+    EXPECT_EQ(client.GetValue(kName, value), E_OUTOFMEMORY);
+    thrown = DISP_E_TYPEMISMATCH;
+    EXPECT_EQ(client.GetValue(kName, value), kTypeMismatch);
+}
+
+TEST(BIOSWmiClient, ValuesAreClearedAfterReading) {
+    FakeBios bios;
+    bios.SetValue(kName, [](VARIANT* value) { value->vt = VT_I4; });
+    OpenClient client;
+    std::wstring value;
+    int initialized = 0;
+    int cleared = 0;
+    const ScopedImport<&::VariantInit> inits{[&](VARIANT* variant) {
+        ++initialized;
+        inits.Original(variant);
+    }};
+    const ScopedImport<&::VariantClear> clears{[&](VARIANT* variant) {
+        ++cleared;
+        return clears.Original(variant);
+    }};
+
+    EXPECT_EQ(client.GetValue(kName, value), S_OK);
+
+    EXPECT_EQ(initialized, 2) << "the value and its text";
+    EXPECT_EQ(cleared, 2);
+}
+
+}  // namespace
+}  // namespace BiosTests
