@@ -5,7 +5,7 @@
 namespace Orva::Shared {
 
 void CorvaLogListenerConsole::Log(const LogData& entry) {
-    PrintText(L"%S : %s\r\n", entry.FunctionName().c_str(), entry.Message().c_str());
+    PrintText(L"%S : %s\r\n", entry.FunctionName().data(), entry.Message().data());
 }
 
 }  // namespace Orva::Shared

@@ -7,7 +7,10 @@ namespace Orva::Shared {
 /// A critical section, deleted with its owner.
 class CriticalSection {
   public:
-    CriticalSection() noexcept { InitializeCriticalSection(&m_section); }
+    /// Whoever finds it taken looks `spinCount` times whether it is free again before he sleeps.
+    explicit CriticalSection(DWORD spinCount = 0) noexcept {
+        static_cast<void>(InitializeCriticalSectionAndSpinCount(&m_section, spinCount));
+    }
     CriticalSection(const CriticalSection&) = delete;
     CriticalSection& operator=(const CriticalSection&) = delete;
     ~CriticalSection() { DeleteCriticalSection(&m_section); }

@@ -17,8 +17,8 @@ constexpr std::size_t kSlackCharacters = 10;
 void CorvaLogListenerDebug::Log(const LogData& entry) {
     try {
         std::vector<wchar_t> text(entry.FunctionName().size() + entry.Message().size() + kSlackCharacters);
-        FormatText(text.data(), text.size(), L"%S : %s\r\n", entry.FunctionName().c_str(),
-                   entry.Message().c_str());
+        FormatText(text.data(), text.size(), L"%S : %s\r\n", entry.FunctionName().data(),
+                   entry.Message().data());
         OutputDebugStringW(text.data());
     } catch (const std::bad_alloc&) {
         // Short of memory nothing is shown; the program goes on.

@@ -1,8 +1,20 @@
 #include "logging/file_listener.h"
 
+#include <new>
 #include <optional>
 
 namespace Orva::Shared {
+namespace {
+
+void AppendTo(WriteQueue& queue, const CorvaLogListener::LogData& entry) {
+    try {
+        queue.Append(entry);
+    } catch (const std::bad_alloc&) {
+        // Short of memory the entry is lost; whoever logs has enough to do with his own failure.
+    }
+}
+
+}  // namespace
 
 CorvaLogListenerFile::CorvaLogListenerFile(bool queuedWrites)
     : m_queuedWrites(queuedWrites), m_file(std::make_shared<LogFile>()) {
@@ -44,7 +56,7 @@ void CorvaLogListenerFile::Log(const LogData& entry) {
         return;
     }
     if (m_queue != nullptr && m_queuedWrites) {
-        m_queue->Append(entry);
+        AppendTo(*m_queue, entry);
         return;
     }
     const OpenedLogFile file(*m_file);

@@ -96,6 +96,7 @@ class OpenedLogFile {
     }
 
     explicit operator bool() const noexcept { return m_isOpen; }
+    LogFile& operator*() const noexcept { return m_file; }
     LogFile* operator->() const noexcept { return &m_file; }
 
   private:

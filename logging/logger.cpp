@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <cstdarg>
+#include <cstdlib>
+#include <utility>
 
 #include "logging/format.h"
 #include "logging/last_error_keeper.h"
+#include "logging/local_clock.h"
 
 namespace Orva::Shared {
 namespace {
@@ -53,7 +56,8 @@ CorvaLogger::~CorvaLogger() {
 
 void CorvaLogger::WriteFormatted(int level, const char* functionName, const wchar_t* format, ...) {
     const LastErrorKeeper keeper;
-    wchar_t message[kMessageCharacters] = {};
+    wchar_t message[kMessageCharacters];
+    message[0] = L'\0';
     if (format != nullptr && *format != L'\0') {
         va_list arguments;
         va_start(arguments, format);
@@ -64,27 +68,31 @@ void CorvaLogger::WriteFormatted(int level, const char* functionName, const wcha
 }
 
 void CorvaLogger::Dispatch(int level, const char* functionName, const wchar_t* message) {
-    SYSTEMTIME now;
-    GetLocalTime(&now);
-    const CorvaLogListener::LogData entry(functionName, message, level, now, GetCurrentThreadId());
+    const CorvaLogListener::LogData entry(functionName, message, level, LocalNow(), GetCurrentThreadId());
     for (int i = 0; i < m_listenerCount; ++i) {
         CorvaLogListener* const listener = m_listeners[static_cast<std::size_t>(i)];
-        if (level >= listener->MinLogLevel() && level <= listener->MaxLogLevel()) {
+        // Places are emptied at process exit, while other threads may still write.
+        if (listener != nullptr && level >= listener->MinLogLevel() && level <= listener->MaxLogLevel()) {
             listener->Log(entry);
         }
     }
 }
 
-std::unique_ptr<CorvaLogger>& LoggerHolder() {
-    static std::unique_ptr<CorvaLogger> holder = CreateLogger();
-    return holder;
+namespace {
+
+/// At process exit. The place of the logger is not left empty: threads that Windows has not ended
+/// yet may still write, and find a log without outputs instead of one that is just being ended.
+void EndLogger() {
+    const std::unique_ptr<CorvaLogger> ended =
+        std::exchange(LoggerHolder(), std::make_unique<CorvaLogger>(nullptr, 0));
 }
 
-CorvaLogger& GetLogger() {
-    std::unique_ptr<CorvaLogger>& holder = LoggerHolder();
-    if (holder == nullptr) {
-        holder = CreateLogger();
-    }
+}  // namespace
+
+std::unique_ptr<CorvaLogger>& Detail::MakeLoggerHolder() {
+    // Never destroyed itself, so that it is there for the last line of the last thread.
+    auto* const holder = new std::unique_ptr<CorvaLogger>(CreateLogger());
+    static_cast<void>(std::atexit(&EndLogger));
     return *holder;
 }
 

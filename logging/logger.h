@@ -12,9 +12,6 @@
 
 namespace Orva::Shared {
 
-/// Characters of a message's buffer, its end included; longer messages are cut.
-constexpr unsigned kMessageCharacters = 512;
-
 /// How long each operation took, summed up by its name. Any thread may record.
 class TimingStatistics {
   public:
@@ -103,14 +100,29 @@ class CorvaLogger {
     TimingStatistics m_statistics;
 };
 
-/// The process-wide logger, made by the first call and destroyed at process exit. Made anew when
-/// its holder was emptied. Any thread.
-[[nodiscard]] CorvaLogger& GetLogger();
-
-/// The place that owns the process-wide logger. Making it creates the logger.
-[[nodiscard]] std::unique_ptr<CorvaLogger>& LoggerHolder();
-
 /// Makes a logger with the listeners that policy selects.
 [[nodiscard]] std::unique_ptr<CorvaLogger> CreateLogger();
+
+namespace Detail {
+/// Creates the process-wide logger and sees to its end at process exit.
+[[nodiscard]] std::unique_ptr<CorvaLogger>& MakeLoggerHolder();
+}  // namespace Detail
+
+/// The place that owns the process-wide logger. Making it creates the logger.
+[[nodiscard]] inline std::unique_ptr<CorvaLogger>& LoggerHolder() {
+    static std::unique_ptr<CorvaLogger>& holder = Detail::MakeLoggerHolder();
+    return holder;
+}
+
+/// The process-wide logger, made by the first call and destroyed at process exit. Made anew when
+/// its holder was emptied. Any thread. Inline, so that a line which is not taken costs next to
+/// nothing.
+[[nodiscard]] inline CorvaLogger& GetLogger() {
+    std::unique_ptr<CorvaLogger>& holder = LoggerHolder();
+    if (holder == nullptr) {
+        holder = CreateLogger();
+    }
+    return *holder;
+}
 
 }  // namespace Orva::Shared

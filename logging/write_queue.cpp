@@ -2,8 +2,7 @@
 
 #include <process.h>
 
-#include <cstdint>
-#include <exception>
+#include <new>
 
 namespace Orva::Shared {
 namespace {
@@ -16,7 +15,10 @@ constexpr DWORD kTearDownWaitMilliseconds = 500;
 
 void WriteQueue::Append(const CorvaLogListener::LogData& entry) {
     const CriticalSectionLock lock(m_lock);
-    m_entries.push_back(entry);
+    if (m_isTornDown) {
+        return;
+    }
+    m_entries.Append(entry);
     if (!m_writerIsActive) {
         m_writer.Reset();
         StartWriter();
@@ -42,39 +44,52 @@ unsigned __stdcall WriteQueue::WriterThread(void* queue) {
 
 void WriteQueue::Drain() {
     const OpenedLogFile file(*m_file);
-    if (!file) {
-        // What is queued waits for the next append, which starts another writer.
-        const CriticalSectionLock lock(m_lock);
-        m_writerIsActive = false;
+    if (file && WriteAll(*file)) {
         return;
     }
-    Entries taken;
-    while (TakeFirst(taken)) {
-        try {
-            file->WriteEntry(taken.front());
-        } catch (const std::exception&) {
-            // Short of memory for one line; the next ones may fit.
+    // What is queued waits for the next append, which starts another writer.
+    const CriticalSectionLock lock(m_lock);
+    m_writerIsActive = false;
+}
+
+/// Writes until the queue is empty. False when memory ran short.
+bool WriteQueue::WriteAll(LogFile& file) {
+    try {
+        CorvaLogListener::LogData entry(nullptr, nullptr, Level::kNever, SYSTEMTIME{}, 0);
+        while (TakeEntries()) {
+            while (!m_taken.IsEmpty() && !m_isTornDown.load(std::memory_order_relaxed)) {
+                m_taken.TakeFirst(entry);
+                m_writerHasEntries.store(!m_taken.IsEmpty(), std::memory_order_relaxed);
+                file.WriteEntry(entry);
+            }
         }
-        taken.clear();
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
     }
 }
 
-/// Moves the first entry over to `taken`. False, with the writer marked as ended, when there is
-/// none: whoever appends next starts another one.
-bool WriteQueue::TakeFirst(Entries& taken) {
+/// Takes what is queued, all at once, so that writer and callers seldom meet at the lock. False,
+/// with the writer marked as ended, when there is nothing: whoever appends next starts another one.
+bool WriteQueue::TakeEntries() {
     const CriticalSectionLock lock(m_lock);
-    if (m_entries.empty()) {
+    m_taken.TakeAll(m_entries);
+    if (m_taken.IsEmpty() || m_isTornDown) {
         m_writerIsActive = false;
         return false;
     }
-    taken.splice(taken.begin(), m_entries, m_entries.begin());
+    m_writerHasEntries = true;
     return true;
+}
+
+bool WriteQueue::EntriesRemain() const noexcept {
+    return !m_entries.IsEmpty() || m_writerHasEntries;
 }
 
 void WriteQueue::TearDown() {
     CriticalSectionLock lock(m_lock);
     if (m_writerIsActive) {
-        for (int round = 0; round < kMostTearDownRounds && !m_entries.empty() && m_writer; ++round) {
+        for (int round = 0; round < kMostTearDownRounds && EntriesRemain() && m_writer; ++round) {
             Sleep(kTearDownPauseMilliseconds);
             const HANDLE writer = m_writer.Get();
             DWORD result = WAIT_FAILED;
@@ -84,7 +99,8 @@ void WriteQueue::TearDown() {
             }
         }
     }
-    m_entries.clear();
+    m_isTornDown = true;
+    m_entries.Clear();
     m_writer.Reset();
 }
 

@@ -1,9 +1,10 @@
 #pragma once
 
-#include <list>
+#include <atomic>
 #include <memory>
 
 #include "logging/critical_section.h"
+#include "logging/entry_queue.h"
 #include "logging/listener.h"
 #include "logging/log_file.h"
 #include "platform/handles.h"
@@ -29,18 +30,26 @@ class WriteQueue : public std::enable_shared_from_this<WriteQueue> {
     void TearDown();
 
   private:
-    using Entries = std::list<CorvaLogListener::LogData>;
+    /// The lock is held only as long as it takes to copy one entry.
+    static constexpr DWORD kSpinCount = 400;
 
     void StartWriter();
     static unsigned __stdcall WriterThread(void* queue);
     void Drain();
-    [[nodiscard]] bool TakeFirst(Entries& taken);
+    [[nodiscard]] bool WriteAll(LogFile& file);
+    [[nodiscard]] bool TakeEntries();
+    [[nodiscard]] bool EntriesRemain() const noexcept;
 
-    Entries m_entries;
+    EntryQueue m_entries;
     std::shared_ptr<LogFile> m_file;
     bool m_writerIsActive = false;
     Platform::UniqueHandle m_writer;
-    CriticalSection m_lock;  ///< guards all of the above but the file
+    CriticalSection m_lock{kSpinCount};  ///< guards all of the above but the file
+
+    /// What the writer took out of the queue and has not written yet; its own.
+    EntryQueue m_taken;
+    std::atomic<bool> m_writerHasEntries = false;
+    std::atomic<bool> m_isTornDown = false;
 };
 
 }  // namespace Orva::Shared

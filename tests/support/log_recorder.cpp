@@ -115,7 +115,7 @@ class LogRecorder::Listener final : public CorvaLogListener {
     }
 
     void Log(const LogData& entry) override {
-        m_store->Add({entry.GetLevel(), entry.FunctionName(), entry.Message()});
+        m_store->Add({entry.GetLevel(), std::string(entry.FunctionName()), std::wstring(entry.Message())});
     }
 
     [[nodiscard]] int GetType() const override {
