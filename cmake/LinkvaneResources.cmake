@@ -1,6 +1,6 @@
-# linkvane_resources: the version resource and the manifest. Whoever links it carries both. Resource
-# compilers report no included files, so the script is generated whole: it changes, and is compiled
-# anew, when the version or the manifest changes.
+# linkvane_resources: the version resource, the manifest and the messages for the event viewer.
+# Whoever links it carries them. Resource compilers report no included files, so the script is
+# generated whole: it changes, and is compiled anew, when the version or the manifest changes.
 set(resources_source ${CMAKE_CURRENT_SOURCE_DIR}/resources)
 set(resources_binary ${CMAKE_CURRENT_BINARY_DIR}/resources)
 configure_file(${resources_source}/linkvane_service.manifest.in
@@ -8,8 +8,21 @@ configure_file(${resources_source}/linkvane_service.manifest.in
 file(SHA256 ${resources_binary}/linkvane_service.manifest LINKVANE_MANIFEST_DIGEST)
 configure_file(${resources_source}/linkvane_service.rc.in ${resources_binary}/linkvane_service.rc @ONLY)
 
+# The message table, by GNU's message compiler or Microsoft's, which take the same arguments.
+find_program(LINKVANE_MESSAGE_COMPILER NAMES ${LINKVANE_MINGW}-windmc windmc mc
+  HINTS "$ENV{WindowsSdkVerBinPath}/x64"
+    "C:/Program Files (x86)/Windows Kits/10/bin/${CMAKE_VS_WINDOWS_TARGET_PLATFORM_VERSION}/x64"
+  REQUIRED)
+mark_as_advanced(LINKVANE_MESSAGE_COMPILER)
+execute_process(
+  COMMAND ${LINKVANE_MESSAGE_COMPILER} -h ${resources_binary} -r ${resources_binary} ${resources_source}/messages.mc
+  COMMAND_ERROR_IS_FATAL ANY)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${resources_source}/messages.mc)
+
 add_library(linkvane_resources INTERFACE)
-target_sources(linkvane_resources INTERFACE ${resources_binary}/linkvane_service.rc)
+target_sources(linkvane_resources INTERFACE
+  ${resources_binary}/linkvane_service.rc
+  ${resources_binary}/messages.rc)
 target_include_directories(linkvane_resources INTERFACE ${resources_binary})
 if(MSVC)
   # The linker would add a manifest of its own.
