@@ -81,8 +81,7 @@ class Machine:
     def begin(self, options=""):
         """A fresh notebook with nothing left of what was played before."""
         if self.values("service")["service"] != "stopped":
-            self.do("kill")
-            self.do("wait service=stopped within 20000")
+            self.do("stop")
         self.do("reset " + options)
         for log in self.log_folder().glob("*.log"):
             log.unlink()

@@ -56,11 +56,13 @@ class Runner:
         self.failed += self._waiting.qsize()
 
     def _job(self, number):
+        prefix = pathlib.Path(self._options.prefixes) / f"notebook-{number}"
         try:
-            with Machine(pathlib.Path(self._options.prefixes) / f"notebook-{number}",
-                         self._options.programs) as machine:
-                while True:
-                    self._play(machine, self._waiting.get_nowait())
+            while not self._waiting.empty():
+                with Machine(prefix, self._options.programs) as machine:
+                    # After a failure the notebook may be in any state: the next scenario gets a new one.
+                    while self._play(machine, self._waiting.get_nowait()):
+                        pass
         except queue.Empty:
             pass
         except Exception:  # A notebook that does not come up: what it did not play has failed.
@@ -84,6 +86,7 @@ class Runner:
                 print("\n".join("    " + line for line in story), flush=True)
             if failure:
                 print(f"    {failure}".replace("\n", "\n    "), flush=True)
+        return failure is None
 
     def _play_once(self, machine, path, story):
         scenario = read_scenario(path)

@@ -69,7 +69,7 @@ def compare(expected, found):
 
 def fold(lines):
     """Lines with the longest runs that have a name replaced by it."""
-    runs = sorted(((name, expand(["@" + name])) for name in named_lines()), key=lambda run: -len(run[1]))
+    runs = sorted(((name, expand(["@" + name])) for name in named_lines()), key=_longest_and_strictest)
     folded = []
     at = 0
     while at < len(lines):
@@ -78,6 +78,11 @@ def fold(lines):
         folded.append(lines[at] if name is None else "@" + name)
         at += length
     return folded
+
+
+def _longest_and_strictest(run):
+    _, lines = run
+    return -len(lines), sum(line.count("{") for line in lines)
 
 
 def _matching_length(run, lines):
