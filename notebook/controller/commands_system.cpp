@@ -21,8 +21,8 @@ namespace Notebook {
 namespace {
 
 constexpr DWORD kStartMs = 30'000;
-constexpr DWORD kStopMs = 120'000;
-constexpr DWORD kControlMs = 300'000;
+constexpr DWORD kStopMs = 600'000;
+constexpr DWORD kControlMs = 600'000;
 constexpr DWORD kPollMs = 2;
 
 std::wstring OwnFolder() {
@@ -132,11 +132,24 @@ Platform::UniqueHandle OpenServiceProcess(DWORD access) {
     return Platform::UniqueHandle(state.process == 0 ? nullptr : OpenProcess(access, FALSE, state.process));
 }
 
+/// Sends a control to the service; returns its number in the handler's order.
+LONG SendNumbered(DWORD code) {
+    ServiceRun& service = SharedState::Get().Raw().service;
+    const LONG number = InterlockedIncrement(&service.controlsSent);
+    try {
+        SendControl(kServiceName, code);
+    } catch (...) {
+        InterlockedDecrement(&service.controlsSent);
+        throw;
+    }
+    return number;
+}
+
 Answer Stop(Words& words) {
     words.End();
     const Micros start = Now();
     const Platform::UniqueHandle process = OpenServiceProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION);
-    SendControl(kServiceName, SERVICE_CONTROL_STOP);
+    SendNumbered(SERVICE_CONTROL_STOP);
     if (!WaitForState(kServiceName, SERVICE_STOPPED, kStopMs)) {
         throw CommandError("the service does not stop but is " + StateName(QueryService(kServiceName)));
     }
@@ -167,10 +180,9 @@ Answer State(Words& words) {
 Answer SendAndWait(DWORD code) {
     const Micros start = Now();
     const ServiceRun& service = SharedState::Get().Raw().service;
-    const LONG ended = service.controlsEnded;
     const Platform::UniqueHandle process = OpenServiceProcess(SYNCHRONIZE);
-    SendControl(kServiceName, code);
-    while (service.controlsEnded == ended || service.controlsBegun != service.controlsEnded) {
+    const LONG number = SendNumbered(code);
+    while (service.controlsEnded < number) {
         if (process && WaitForSingleObject(process.Get(), 0) == WAIT_OBJECT_0) {
             break;
         }

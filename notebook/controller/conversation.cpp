@@ -163,16 +163,19 @@ Answer RunInBackground(Words& words) {
 Answer Join(Words& words) {
     words.End();
     Answer answer;
-    bool failed = false;
+    std::string failures;
     for (BackgroundCommand& command : Background()) {
         command.thread.join();
-        answer.lines.push_back(command.line + ": " + command.answer);
+        const std::string shown = command.line + ": " + command.answer;
+        answer.lines.push_back(shown);
         answer.lines.insert(answer.lines.end(), command.lines.begin(), command.lines.end());
-        failed = failed || command.answer.compare(0, 2, "OK") != 0;
+        if (command.answer.compare(0, 2, "OK") != 0) {
+            failures += (failures.empty() ? "" : "; ") + shown;
+        }
     }
     Background().clear();
-    if (failed) {
-        throw CommandError("in the background: " + answer.lines.front());
+    if (!failures.empty()) {
+        throw CommandError(failures);
     }
     return answer;
 }

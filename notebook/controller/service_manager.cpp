@@ -92,7 +92,9 @@ bool SendControl(const std::wstring& name, DWORD control) {
         return true;
     }
     const DWORD error = GetLastError();
-    if (error == ERROR_SERVICE_REQUEST_TIMEOUT) {
+    // The second is what Wine's manager answers when an earlier control is still being handled. The
+    // handler gets this one in its turn.
+    if (error == ERROR_SERVICE_REQUEST_TIMEOUT || error == ERROR_IO_INCOMPLETE) {
         return false;
     }
     Fail("ControlService " + Narrow(name), error);

@@ -35,7 +35,7 @@ class CallScope {
     }
 
     /// Arguments for the trace, printf-style; costs nothing while tracing is off.
-    void Detail(const char* format, ...) noexcept __attribute__((format(printf, 2, 3)));
+    void Detail(const char* format, ...) noexcept;
 
   private:
     void Obey();

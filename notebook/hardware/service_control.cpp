@@ -44,7 +44,9 @@ void BeginRun() {
     ++service.runs;
     service.stopped = 0;
     service.reportCount = 0;
-    InterlockedExchange(&service.controlsEnded, service.controlsBegun);
+    service.controlsSent = 0;
+    service.controlsBegun = 0;
+    service.controlsEnded = 0;
     machine->ledger = {};
     machine->activity = {};
     // The registration that is being made right now.

@@ -375,7 +375,7 @@ VOID WINAPI WlanFreeMemory(PVOID memory) {
     }
 }
 
-DWORD WINAPI WlanRegisterNotification(HANDLE clientHandle, DWORD sources, WINBOOL ignoreDuplicate,
+DWORD WINAPI WlanRegisterNotification(HANDLE clientHandle, DWORD sources, BOOL ignoreDuplicate,
                                       WLAN_NOTIFICATION_CALLBACK callback, PVOID context, PVOID reserved,
                                       PDWORD previousSources) {
     CallScope call(Call::WlanRegisterNotification);

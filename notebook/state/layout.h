@@ -16,7 +16,7 @@
 namespace Notebook {
 
 /// Raised whenever a structure below changes; a file of another version is made anew.
-inline constexpr std::uint32_t kLayoutVersion = 4;
+inline constexpr std::uint32_t kLayoutVersion = 5;
 inline constexpr std::uint32_t kLayoutMagic = 0x4B4F424E;
 
 inline constexpr std::size_t kMaxAdapters = 512;
@@ -245,6 +245,7 @@ struct ServiceRun {
     std::uint32_t process;
     std::uint32_t runs;     ///< registrations of a control handler
     std::uint32_t stopped;  ///< this run has reported STOPPED
+    LONG controlsSent;      ///< by the controller; interlocked
     LONG controlsBegun;     ///< interlocked
     LONG controlsEnded;     ///< interlocked
     StateReport reports[kReportCapacity];
