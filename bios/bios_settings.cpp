@@ -1,6 +1,7 @@
 #include "bios/bios_settings.h"
 
 #include <chrono>
+#include <optional>
 
 #include "bios/bios_vocabulary.h"
 #include "bios/bios_wmi_client.h"
@@ -51,8 +52,8 @@ HRESULT AskWhileTimedOut(const LogScope& log, BIOSWmiClient& client, const std::
 
 /// One client, and so one connection attempt, for all passes: a connection that failed makes each
 /// of them fail the same way. On purpose.
-HRESULT ReadWithRetries(const LogScope& log, const std::wstring& name, std::wstring& value) {
-    BIOSWmiClient client;
+HRESULT ReadWithRetries(const LogScope& log, BIOSWmiClient& client, const std::wstring& name,
+                        std::wstring& value) {
     HRESULT result = S_OK;
     bool sawException = false;
     int passes = 0;
@@ -135,10 +136,13 @@ const wchar_t* TrueOrFalse(bool value) {
 }  // namespace
 
 HRESULT NLMUtils::GetBIOSValue(const std::wstring& name, std::wstring& value) {
+    // Stands before the log's scope: the exit line does not wait until COM has been left.
+    std::optional<BIOSWmiClient> client;
     LogScope log("NLMUtils::GetBIOSValue", L"BIOS Settings Name = %s", name.c_str());
     HRESULT result = E_FAIL;
     try {
-        result = ReadWithRetries(log, name, value);
+        client.emplace();
+        result = ReadWithRetries(log, *client, name, value);
     } catch (...) {
         log.Error(L"Exception in GetBIOSValue()");
     }
