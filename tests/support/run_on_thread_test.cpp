@@ -56,7 +56,8 @@ TEST(RunOnThread, ExceptionComesBackToTheTest) {
 }
 
 TEST(RunOnThread, HangFailsTheTestInsteadOfHangingIt) {
-    static const HANDLE never = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    static HANDLE never = nullptr;
+    never = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     EXPECT_NONFATAL_FAILURE(EXPECT_THROW(RunOnThread([] { WaitForSingleObject(never, INFINITE); },
                                                      Apartment::kNone, std::chrono::milliseconds(20)),
                                          std::runtime_error),

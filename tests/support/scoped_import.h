@@ -412,8 +412,11 @@ class ScopedImport<Target> final : public Detail::ScopedLink<Detail::FakeChain<R
     ScopedImport(Condition applies, Fake fake)
         : Base(Detail::ImportChain<Target>::Instance(), std::move(applies), std::move(fake)) {}
     /// A fake that is given this object first, for where it has no name of its own yet.
-    ScopedImport(WrappingTag, std::function<R(const ScopedImport&, Args...)> fake)
-        : ScopedImport([this, fake = std::move(fake)](Args... args) -> R { return fake(*this, args...); }) {}
+    template <class WrappingFake>
+    ScopedImport(WrappingTag, WrappingFake fake)
+        : ScopedImport(Condition(), [this, fake = std::move(fake)](Args... args) -> R {
+              return fake(std::as_const(*this), args...);
+          }) {}
 };
 
 /// Whether the test executable imports the function, so that it can be replaced.
