@@ -165,31 +165,34 @@ void WifiNotify(Words& words, std::uint32_t adapter) {
     PostEvent(*machine, event, machine.Time());
 }
 
-Answer Wifi(Words& words) {
-    const std::string what = words.Take("on, off, connect, ...");
-    const std::uint32_t adapter = TakeWlanAdapter(words);
+/// Properties of the WLAN adapter and its hardware switch. Returns whether `what` was one of them.
+bool WifiSetting(const std::string& what, Words& words, std::uint32_t adapter) {
     if (what == "notify") {
         WifiNotify(words, adapter);
-        return {};
-    }
-    if (what == "joins") {
+    } else if (what == "joins") {
         const bool never = words.TakeIf("never");
         const std::uint32_t after = never ? 0 : words.TakeNumber("milliseconds");
         LockedMachine machine;
         machine->devices.wlan[adapter].joinsByItself = never ? 0 : 1;
         machine->devices.wlan[adapter].joinMs = after;
-        return {};
-    }
-    if (what == "hardware") {
+    } else if (what == "hardware") {
         const bool on = words.TakeOnOff();
         LockedMachine machine;
         SwitchWlanHardware(*machine, on, machine.Time());
-        return {};
-    }
-    if (what == "interface-state") {
+    } else if (what == "interface-state") {
         const std::uint32_t state = words.TakeNumber("state");
         LockedMachine machine;
         machine->devices.wlan[adapter].state = state;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+Answer Wifi(Words& words) {
+    const std::string what = words.Take("on, off, connect, ...");
+    const std::uint32_t adapter = TakeWlanAdapter(words);
+    if (WifiSetting(what, words, adapter)) {
         return {};
     }
     words.End();

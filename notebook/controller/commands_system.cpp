@@ -462,19 +462,10 @@ Answer Resources(Words& words) {
     }
     PROCESS_MEMORY_COUNTERS memory{};
     GetProcessMemoryInfo(process.Get(), &memory, sizeof(memory));
-    FILETIME created{};
-    FILETIME exited{};
-    FILETIME kernel{};
-    FILETIME user{};
-    GetProcessTimes(process.Get(), &created, &exited, &kernel, &user);
-    const auto ticks = [](const FILETIME& time) {
-        return (std::uint64_t{time.dwHighDateTime} << 32) | time.dwLowDateTime;
-    };
     return {"pid=" + std::to_string(state.process) +
                 " handles=" + std::to_string(CountHandles(process.Get())) +
                 " threads=" + std::to_string(CountThreads(state.process)) +
-                " working=" + std::to_string(memory.WorkingSetSize) +
-                " cpu_us=" + std::to_string((ticks(kernel) + ticks(user)) / 10),
+                " working=" + std::to_string(memory.WorkingSetSize),
             {}};
 }
 
@@ -512,8 +503,7 @@ const std::vector<Command>& SystemCommands() {
         {"service", "WlanSvc|WwanSvc run|stop|late MS|absent", "A neighbour service.", &ServiceCommand},
         {"policy", "[executable] NAME VALUE | [executable] NAME type TYPE DATA | clear",
          "A logging policy, for the product or for the executable alone.", &Policy},
-        {"resources", "", "Handles, threads, memory and processor time of the service's process.",
-         &Resources},
+        {"resources", "", "Handles, threads and working set of the service's process.", &Resources},
     };
     return commands;
 }
