@@ -1,0 +1,156 @@
+#include <gmock/gmock.h>
+
+#include <windows.h>
+
+#include <string>
+
+#include "service/service_utilities.h"
+#include "tests/support/ledger.h"
+#include "tests/support/log_recorder.h"
+#include "tests/support/scoped_import.h"
+
+namespace {
+
+using Orva::Shared::Level::kVerbose;
+using Rig::Ledger;
+using Rig::LogRecorder;
+using Rig::ScopedImport;
+using Rig::ScopedResult;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using namespace Rig::Lines;
+
+constexpr char kName[] = "Utils::GetBinaryVersion";
+constexpr wchar_t kUnknown[] = L"0.0.0.0";
+constexpr DWORD kResourceBytes = 48;
+
+/// A version resource, which the test executable has none of.
+class BinaryVersionTest : public testing::Test {
+  protected:
+    void SetVersion(WORD major, WORD minor, WORD build, WORD revision) {
+        info.dwFileVersionMS = static_cast<DWORD>(MAKELONG(minor, major));
+        info.dwFileVersionLS = static_cast<DWORD>(MAKELONG(revision, build));
+    }
+
+    LogRecorder log;
+    Ledger ledger;
+    VS_FIXEDFILEINFO info = [] {
+        VS_FIXEDFILEINFO sound{};
+        sound.dwSignature = 0xFEEF04BD;
+        return sound;
+    }();
+    void* found = &info;
+    UINT foundBytes = sizeof(info);
+    std::wstring path;
+    void* resource = nullptr;
+
+    ScopedImport<&::GetFileVersionInfoSizeW> size{[this](LPCWSTR file, LPDWORD) -> DWORD {
+        path = file;
+        return kResourceBytes;
+    }};
+    ScopedImport<&::GetFileVersionInfoW> read{
+        [this](LPCWSTR file, DWORD, DWORD bytes, LPVOID buffer) -> BOOL {
+            EXPECT_EQ(path, file);
+            EXPECT_EQ(bytes, kResourceBytes);
+            EXPECT_EQ(std::string(static_cast<const char*>(buffer), bytes), std::string(bytes, '\0'));
+            resource = buffer;
+            return TRUE;
+        }};
+    ScopedImport<&::VerQueryValueW> query{
+        [this](LPCVOID block, LPCWSTR name, LPVOID* value, PUINT bytes) -> BOOL {
+            EXPECT_EQ(block, resource);
+            EXPECT_STREQ(name, L"\\");
+            *value = found;
+            *bytes = foundBytes;
+            return TRUE;
+        }};
+};
+
+TEST(BinaryVersionTestOfThisExecutable, ExecutableWithoutVersionResourceHasNoVersion) {
+    const LogRecorder log;
+    const Ledger ledger;
+    EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
+    EXPECT_THAT(
+        log.Lines(),
+        ElementsAre(TraceIn(kName), Error(kName, L"GetFileVersionInfoSize Return Value  = 0 Error Code = "),
+                    TraceOut(kName)));
+}
+
+TEST_F(BinaryVersionTest, VersionIsReadFromTheRunningExecutable) {
+    SetVersion(1, 0, 0, 12);
+    EXPECT_EQ(Utils::GetBinaryVersion(), L"1.0.0.12");
+    wchar_t own[MAX_PATH] = {};
+    GetModuleFileNameW(nullptr, own, MAX_PATH);
+    EXPECT_EQ(path, own);
+    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kName), TraceOut(kName)));
+    EXPECT_TRUE(ledger.Balanced());
+}
+
+TEST_F(BinaryVersionTest, GreatestVersionIsReadWhole) {
+    SetVersion(0xFFFF, 0xFFFE, 0xFFFD, 0xFFFC);
+    EXPECT_EQ(Utils::GetBinaryVersion(), L"65535.65534.65533.65532");
+}
+
+TEST_F(BinaryVersionTest, UnknownPathSaysNothing) {
+    const ScopedResult<&::GetModuleFileNameW> fails{0, ERROR_ACCESS_DENIED};
+    EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
+    EXPECT_THAT(log.From(kVerbose), IsEmpty());
+    EXPECT_EQ(size.Calls(), 0);
+}
+
+TEST_F(BinaryVersionTest, PathThatIsTooLongSaysNothing) {
+    const ScopedImport<&::GetModuleFileNameW> cut{[](HMODULE, LPWSTR text, DWORD characters) {
+        EXPECT_EQ(characters, 260U);
+        text[characters - 1] = L'\0';
+        SetLastError(ERROR_INSUFFICIENT_BUFFER);
+        return characters;
+    }};
+    EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
+    EXPECT_THAT(log.From(kVerbose), IsEmpty());
+    EXPECT_EQ(size.Calls(), 0);
+}
+
+TEST_F(BinaryVersionTest, NoMemoryIsLogged) {
+    const ScopedResult<&::LocalAlloc> fails{nullptr, ERROR_NOT_ENOUGH_MEMORY};
+    EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
+    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"Version String Allocation failed")));
+    EXPECT_EQ(read.Calls(), 0);
+}
+
+TEST_F(BinaryVersionTest, ResourceThatCannotBeReadIsLogged) {
+    const ScopedResult<&::GetFileVersionInfoW> fails{FALSE, ERROR_RESOURCE_TYPE_NOT_FOUND};
+    EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
+    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"GetFileVersionInfo failed with error 1813")));
+    EXPECT_EQ(query.Calls(), 0);
+    EXPECT_TRUE(ledger.Balanced());
+}
+
+TEST_F(BinaryVersionTest, QueryThatFailsIsLogged) {
+    const ScopedResult<&::VerQueryValueW> fails{FALSE, ERROR_INVALID_DATA};
+    EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
+    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"VerQueryValue failed with error 13")));
+    EXPECT_TRUE(ledger.Balanced());
+}
+
+TEST_F(BinaryVersionTest, EmptyInformationIsLogged) {
+    foundBytes = 0;
+    EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
+    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"VerQueryValue returned size = 0")));
+    EXPECT_TRUE(ledger.Balanced());
+}
+
+TEST_F(BinaryVersionTest, MissingInformationIsLogged) {
+    found = nullptr;
+    EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
+    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"VS_FIXEDFILEINFO buffer is NULL")));
+    EXPECT_TRUE(ledger.Balanced());
+}
+
+TEST_F(BinaryVersionTest, WrongSignatureIsLogged) {
+    info.dwSignature = 0xFEEF04BC;
+    EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
+    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"Signature not correct")));
+    EXPECT_TRUE(ledger.Balanced());
+}
+
+}  // namespace

@@ -1,0 +1,85 @@
+#include "service/com_security.h"
+
+#include <gmock/gmock.h>
+
+#include "tests/service/fake_com.h"
+#include "tests/support/ledger.h"
+#include "tests/support/log_recorder.h"
+
+namespace {
+
+using Rig::Ledger;
+using Rig::LogRecorder;
+using ServiceTests::FakeCom;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using namespace Rig::Lines;
+
+constexpr char kName[] = "InitializeSecurity";
+
+class ComSecurityTest : public testing::Test {
+  protected:
+    LogRecorder log;
+    Ledger ledger;
+    FakeCom com;
+};
+
+TEST_F(ComSecurityTest, FailedSecurityIsLoggedAndTheApartmentIsLeft) {
+    com.secureResult = RPC_E_TOO_LATE;
+    EXPECT_EQ(InitializeSecurity(), RPC_E_TOO_LATE);
+    EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoInitializeSecurity", "CoUninitialize"));
+    EXPECT_THAT(log.Lines(), ElementsAre(Error(kName, L"CoInitializeSecurity failed. Error: 0x80010119"),
+                                         Information(kName, L"InitializeSecurity : HRESULT: 0x80010119")));
+    EXPECT_TRUE(ledger.Balanced());
+}
+
+TEST_F(ComSecurityTest, FailedApartmentIsLoggedAndLeftAllTheSame) {
+    com.enterResult = RPC_E_CHANGED_MODE;
+    EXPECT_EQ(InitializeSecurity(), RPC_E_CHANGED_MODE);
+    EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoUninitialize"));
+    EXPECT_THAT(log.Lines(), ElementsAre(Error(kName, L"CoInitializeEx failed. Error: 0x80010106"),
+                                         Information(kName, L"InitializeSecurity : HRESULT: 0x80010106")));
+    EXPECT_TRUE(ledger.Balanced());
+}
+
+TEST_F(ComSecurityTest, ApartmentThatWasEnteredBeforeIsNoFailure) {
+    com.enterResult = S_FALSE;
+    EXPECT_EQ(InitializeSecurity(), E_FAIL);
+    EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoInitializeSecurity", "CoUninitialize"));
+}
+
+TEST_F(ComSecurityTest, FailureIsTriedAgainByTheNextCall) {
+    InitializeSecurity();
+    com.calls.clear();
+    InitializeSecurity();
+    EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoInitializeSecurity", "CoUninitialize"));
+}
+
+/// Secures its process for good, so it takes one of its own.
+[[noreturn]] void SecureTwice() {
+    {
+        LogRecorder log;
+        const Ledger ledger;
+        FakeCom com;
+        com.secureResult = S_OK;
+        EXPECT_EQ(InitializeSecurity(), S_OK);
+        EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoInitializeSecurity", "CoUninitialize"));
+        EXPECT_THAT(log.Lines(),
+                    ElementsAre(Information(kName, L"InitializeSecurity : HRESULT: 0x00000000")));
+        log.Clear();
+        com.calls.clear();
+        EXPECT_EQ(InitializeSecurity(), S_OK);
+        EXPECT_THAT(com.calls, IsEmpty());
+        EXPECT_THAT(log.Lines(),
+                    ElementsAre(Information(kName, L"InitializeSecurity : HRESULT: 0x00000000")));
+        EXPECT_TRUE(ledger.Balanced());
+    }
+    ExitProcess(testing::Test::HasFailure() ? 1 : 0);
+}
+
+TEST(ComSecurityDeathTest, SecondCallAfterASuccessCallsNothingOfCom) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(SecureTwice(), testing::ExitedWithCode(0), "");
+}
+
+}  // namespace

@@ -1,0 +1,193 @@
+#include "service/command_line.h"
+
+#include <gmock/gmock.h>
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "tests/service/captured_output.h"
+#include "tests/service/fake_com.h"
+#include "tests/service/fake_service_manager.h"
+#include "tests/support/ledger.h"
+#include "tests/support/log_recorder.h"
+#include "tests/support/scoped_import.h"
+
+namespace {
+
+using Orva::Shared::Level::kVerbose;
+using Rig::Ledger;
+using Rig::LogRecorder;
+using Rig::ScopedImport;
+using Rig::ScopedResult;
+using ServiceTests::CapturedOutput;
+using ServiceTests::FakeCom;
+using ServiceTests::FakeServiceManager;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using namespace Rig::Lines;
+
+constexpr char kName[] = "wmain";
+constexpr char kUsage[] =
+    "Parameters:\n"
+    " -install  to install the service.\n"
+    " -remove   to remove the service.\n";
+constexpr char kDispatcherFailed[] = "Service failed to run w/err 0x00000427\n";
+
+/// A service that only has its name.
+class PlainService : public CServiceBase {
+  public:
+    PlainService() : CServiceBase(L"PlainService") {}
+    void OnContinue() override {}
+};
+
+int servicesRun = 0;
+
+void CountService() {
+    ++servicesRun;
+}
+
+void RunPlainService() {
+    PlainService service;
+    RunUntilStopped(service);
+}
+
+/// Arguments behind the program's name.
+using Arguments = std::vector<std::wstring>;
+
+class CommandLineTest : public testing::Test {
+  protected:
+    CommandLineTest() { servicesRun = 0; }
+
+    /// What the process prints.
+    std::string Run(Arguments arguments, void (*runService)() = &CountService) {
+        arguments.insert(arguments.begin(), L"LinkvaneService.exe");
+        std::vector<wchar_t*> pointers;
+        for (std::wstring& argument : arguments) {
+            pointers.push_back(argument.data());
+        }
+        pointers.push_back(nullptr);
+        CapturedOutput output;
+        EXPECT_EQ(RunCommandLine(static_cast<int>(arguments.size()), pointers.data(), runService), 0);
+        return output.Take();
+    }
+
+    LogRecorder log;
+    Ledger ledger;
+    FakeServiceManager manager{ledger};
+    FakeCom com;
+};
+
+class InstallSwitchTest : public CommandLineTest, public testing::WithParamInterface<std::wstring> {};
+
+TEST_P(InstallSwitchTest, ServiceIsInstalledAndNotRun) {
+    EXPECT_EQ(Run({GetParam()}), "LinkvaneService is installed.\n");
+    EXPECT_EQ(manager.creations.size(), 1U);
+    EXPECT_EQ(servicesRun, 0);
+    EXPECT_THAT(com.calls, IsEmpty());
+    EXPECT_EQ(log.Lines().back(), Information(kName, L"  Install Service."));
+    EXPECT_TRUE(ledger.Balanced());
+}
+
+INSTANTIATE_TEST_SUITE_P(Spellings, InstallSwitchTest,
+                         testing::Values(L"-install", L"/install", L"-INSTALL", L"-Install", L"/iNSTALL"));
+
+class RemoveSwitchTest : public CommandLineTest, public testing::WithParamInterface<std::wstring> {};
+
+TEST_P(RemoveSwitchTest, ServiceIsRemovedAndNotRun) {
+    manager.stopError = ERROR_SERVICE_NOT_ACTIVE;
+    EXPECT_EQ(Run({GetParam()}), "LinkvaneService is removed.\n");
+    EXPECT_TRUE(manager.deleted);
+    EXPECT_EQ(servicesRun, 0);
+    EXPECT_THAT(com.calls, IsEmpty());
+    EXPECT_EQ(log.Lines().back(), Information(kName, L"Uninstall Service."));
+    EXPECT_TRUE(ledger.Balanced());
+}
+
+INSTANTIATE_TEST_SUITE_P(Spellings, RemoveSwitchTest,
+                         testing::Values(L"-remove", L"/remove", L"/Remove", L"-REMOVE"));
+
+TEST_F(CommandLineTest, FailedInstallationIsLoggedLikeAnyOther) {
+    manager.createError = ERROR_SERVICE_EXISTS;
+    Run({L"-install"});
+    EXPECT_THAT(log.From(kVerbose),
+                ElementsAre(Error("InstallService", L"CreateService failed w/err 0x00000431"),
+                            Information(kName, L"  Install Service.")));
+}
+
+TEST_F(CommandLineTest, FailedRemovalIsLoggedLikeAnyOther) {
+    manager.openServiceError = ERROR_SERVICE_DOES_NOT_EXIST;
+    Run({L"-remove"});
+    EXPECT_THAT(log.From(kVerbose),
+                ElementsAre(Error("UninstallService", L"OpenService failed w/err 0x00000424"),
+                            Information(kName, L"Uninstall Service.")));
+}
+
+class UnknownSwitchTest : public CommandLineTest, public testing::WithParamInterface<Arguments> {};
+
+TEST_P(UnknownSwitchTest, NothingIsDoneOrSaid) {
+    EXPECT_EQ(Run(GetParam()), "");
+    EXPECT_THAT(log.Lines(), IsEmpty());
+    EXPECT_EQ(servicesRun, 0);
+    EXPECT_THAT(manager.managerAccess, IsEmpty());
+    EXPECT_THAT(com.calls, IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(Switches, UnknownSwitchTest,
+                         testing::Values(Arguments{L"-"}, Arguments{L"/"}, Arguments{L"-foo"},
+                                         Arguments{L"/help"}, Arguments{L"/?"}, Arguments{L"--install"},
+                                         Arguments{L"-install "}, Arguments{L"- install"},
+                                         Arguments{L"-installed"}, Arguments{L"-instal"},
+                                         Arguments{L"-removes"}, Arguments{L"-foo", L"-install"},
+                                         Arguments{L"-", L"remove"},
+                                         Arguments{L"-" + std::wstring(5000, L'x')}));
+
+class NoSwitchTest : public CommandLineTest, public testing::WithParamInterface<Arguments> {};
+
+TEST_P(NoSwitchTest, UsageIsPrintedAndTheServiceRuns) {
+    EXPECT_EQ(Run(GetParam()), kUsage);
+    EXPECT_EQ(servicesRun, 1);
+    EXPECT_THAT(manager.managerAccess, IsEmpty());
+    ASSERT_FALSE(log.Lines().empty());
+    EXPECT_EQ(log.Lines().back().function, "InitializeSecurity");
+}
+
+INSTANTIATE_TEST_SUITE_P(Arguments, NoSwitchTest,
+                         testing::Values(Arguments{}, Arguments{L""}, Arguments{L"install"},
+                                         Arguments{L"remove"}, Arguments{L" -install"},
+                                         Arguments{L"x", L"-install"}, Arguments{L"", L"-remove"}));
+
+TEST_F(CommandLineTest, ArgumentsBehindTheFirstAreIgnored) {
+    EXPECT_EQ(Run({L"-install", L"-remove"}), "LinkvaneService is installed.\n");
+    EXPECT_THAT(manager.openedServices, IsEmpty());
+}
+
+TEST_F(CommandLineTest, StartFromAConsoleIsLoggedAndPrinted) {
+    const ScopedResult<&::StartServiceCtrlDispatcherW> fails{FALSE, ERROR_FAILED_SERVICE_CONTROLLER_CONNECT};
+    EXPECT_EQ(Run({}, &RunPlainService), std::string(kUsage) + kDispatcherFailed);
+    EXPECT_EQ(fails.Calls(), 1);
+    EXPECT_EQ(log.Lines().back(), Error(kName, L"Service failed to run w/err 0x00000427"));
+}
+
+TEST_F(CommandLineTest, ServiceThatHasStoppedSaysNothing) {
+    const ScopedImport<&::StartServiceCtrlDispatcherW> dispatcher{
+        [](const SERVICE_TABLE_ENTRYW* table) -> BOOL {
+            EXPECT_STREQ(table[0].lpServiceName, L"PlainService");
+            return TRUE;
+        }};
+    EXPECT_EQ(Run({}, &RunPlainService), kUsage);
+    EXPECT_EQ(dispatcher.Calls(), 1);
+    EXPECT_EQ(log.Lines().back().function, "InitializeSecurity");
+}
+
+TEST_F(CommandLineTest, ComIsSecuredBeforeTheServiceRuns) {
+    const ScopedImport<&::StartServiceCtrlDispatcherW> dispatcher{
+        [this](const SERVICE_TABLE_ENTRYW*) -> BOOL {
+            EXPECT_FALSE(log.Of("InitializeSecurity").empty());
+            return TRUE;
+        }};
+    Run({}, &RunPlainService);
+    EXPECT_EQ(dispatcher.Calls(), 1);
+}
+
+}  // namespace

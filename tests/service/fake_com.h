@@ -1,0 +1,66 @@
+#pragma once
+
+#include <windows.h>
+#include <objbase.h>
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tests/support/scoped_import.h"
+
+namespace ServiceTests {
+
+/// A security descriptor in absolute format, as copied at the moment of a call.
+struct DescriptorCopy {
+    BYTE revision = 0;
+    SECURITY_DESCRIPTOR_CONTROL control = 0;
+    std::optional<std::vector<std::byte>> owner;
+    std::optional<std::vector<std::byte>> group;
+    std::optional<std::vector<std::byte>> accessList;  ///< as long as its own size says
+    bool hasSystemAccessList = false;
+};
+
+[[nodiscard]] DescriptorCopy CopyDescriptor(PSECURITY_DESCRIPTOR descriptor);
+[[nodiscard]] std::vector<std::byte> CopySidBytes(PSID sid);
+
+/// Takes the place of COM's process security, for a scope, and keeps what it is given. It refuses
+/// unless told otherwise, so that the process can be secured again by the next test.
+class FakeCom {
+  public:
+    HRESULT enterResult = S_OK;
+    HRESULT secureResult = E_FAIL;
+
+    /// "CoInitializeEx 2", "CoInitializeSecurity", "CoUninitialize" in the order of the calls.
+    std::vector<std::string> calls;
+    std::vector<DescriptorCopy> descriptors;
+
+  private:
+    Rig::ScopedImport<&::CoInitializeEx> m_enter{[this](LPVOID reserved, DWORD model) {
+        EXPECT_EQ(reserved, nullptr);
+        calls.push_back("CoInitializeEx " + std::to_string(model));
+        return enterResult;
+    }};
+    Rig::ScopedImport<&::CoInitializeSecurity> m_secure{
+        [this](PSECURITY_DESCRIPTOR descriptor, LONG services, SOLE_AUTHENTICATION_SERVICE* service,
+               void* first, DWORD authentication, DWORD impersonation, void* list, DWORD capabilities,
+               void* second) {
+            EXPECT_EQ(services, -1);
+            EXPECT_EQ(service, nullptr);
+            EXPECT_EQ(first, nullptr);
+            EXPECT_EQ(authentication, DWORD{RPC_C_AUTHN_LEVEL_CONNECT});
+            EXPECT_EQ(impersonation, DWORD{RPC_C_IMP_LEVEL_IMPERSONATE});
+            EXPECT_EQ(list, nullptr);
+            EXPECT_EQ(capabilities, DWORD{EOAC_NONE});
+            EXPECT_EQ(second, nullptr);
+            calls.emplace_back("CoInitializeSecurity");
+            descriptors.push_back(CopyDescriptor(descriptor));
+            return secureResult;
+        }};
+    Rig::ScopedImport<&::CoUninitialize> m_leave{[this] { calls.emplace_back("CoUninitialize"); }};
+};
+
+}  // namespace ServiceTests
