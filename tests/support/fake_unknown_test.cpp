@@ -16,8 +16,6 @@
 namespace Rig {
 namespace {
 
-using testing::IsEmpty;
-
 /// An interface that only the tests know.
 struct IColour : public IUnknown {
     virtual HRESULT WINAPI get_Colour(long* colour) = 0;
@@ -49,6 +47,15 @@ class FakeCar : public FakeUnknown<IColour, IErrorInfo> {
     HRESULT WINAPI GetHelpFile(BSTR*) override { return E_NOTIMPL; }
     HRESULT WINAPI GetHelpContext(DWORD*) override { return E_NOTIMPL; }
 };
+
+/// References to every fake that exists.
+long AllReferences() {
+    long references = 0;
+    for (const FakeObject::Held& held : FakeObject::All()) {
+        references += held.references;
+    }
+    return references;
+}
 
 TEST(FakeUnknown, CountsWhatTheCodeTakesAndGivesBack) {
     FakeCar car;
@@ -87,10 +94,10 @@ TEST(FakeUnknown, ReferenceThatIsLeftFailsTheTest) {
             FakeCar car;
             IColour* colour = nullptr;
             car.HandOut(&colour);
-            EXPECT_EQ(FakeObject::All().at(0).references, 1);
+            EXPECT_EQ(AllReferences(), 1);
         },
         "Fake car ends with 1 reference(s)");
-    EXPECT_THAT(FakeObject::All(), IsEmpty());
+    EXPECT_EQ(AllReferences(), 0);
 }
 
 TEST(FakeUnknown, ReleaseWithoutReferenceFailsTheTest) {
