@@ -12,6 +12,20 @@ std::atomic<std::shared_ptr<IMbnRadio>>& lastRadio = *new std::atomic<std::share
 std::mutex switchLock;
 std::atomic<bool> offWithoutEthernet{false};
 
+namespace {
+
+/// Lets go of the radio at process exit. The holder itself stays: a completion that comes later still
+/// than this finds it in order.
+struct LastRadioRelease {
+    LastRadioRelease() = default;
+    LastRadioRelease(const LastRadioRelease&) = delete;
+    LastRadioRelease& operator=(const LastRadioRelease&) = delete;
+    ~LastRadioRelease() { lastRadio = nullptr; }
+};
+const LastRadioRelease releaseAtExit;
+
+}  // namespace
+
 std::shared_ptr<IMbnRadio> ShareRadio(IMbnRadio* radio) {
     if (radio == nullptr) {
         return nullptr;
