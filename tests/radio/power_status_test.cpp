@@ -1,0 +1,298 @@
+#include "radio/power_status.h"
+
+#include <gmock/gmock.h>
+
+#include "radio/remembered_radio.h"
+#include "tests/radio/machine.h"
+#include "tests/support/throw_from_log_line.h"
+
+namespace RadioTests {
+namespace {
+
+using namespace Rig::Lines;
+using namespace ServiceUtils;
+using Orva::Shared::Level::kError;
+using Rig::RegistryBytes;
+using Rig::RegistryNumber;
+using Rig::RegistryText;
+using Rig::ThrowFromLogLine;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr char kSet[] = "ServiceUtils::SetPowerStatusInRegistry";
+constexpr char kSetWlan[] = "ServiceUtils::SetWlanPowerStatusInRegistry";
+constexpr char kSetWwan[] = "ServiceUtils::SetWwanPowerStatusInRegistry";
+constexpr char kAirplane[] = "ServiceUtils::CheckAirplaneMode";
+constexpr DWORD kInterrupted = 0xFFFFFFFF;
+
+class PowerStatusTest : public testing::Test {
+  protected:
+    Machine m_machine;
+    RadioLedger m_ledger;
+};
+
+TEST_F(PowerStatusTest, OnIsTrueInTenBytes) {
+    EXPECT_EQ(SetWlanPowerStatusInRegistry(kRadioOn), DWORD{ERROR_SUCCESS});
+    EXPECT_EQ(m_machine.store.Read(L"WlanPowerStatus", L"PowerOnOff"),
+              RegistryBytes(REG_SZ, {'T', 0, 'r', 0, 'u', 0, 'e', 0, 0, 0}));
+    EXPECT_FALSE(m_machine.store.Exists(L"WwanPowerStatus"));
+}
+
+TEST_F(PowerStatusTest, OffIsFalseInTwelveBytes) {
+    EXPECT_EQ(SetWwanPowerStatusInRegistry(kRadioOff), DWORD{ERROR_SUCCESS});
+    EXPECT_EQ(m_machine.store.Read(L"WwanPowerStatus", L"PowerOnOff"),
+              RegistryBytes(REG_SZ, {'F', 0, 'a', 0, 'l', 0, 's', 0, 'e', 0, 0, 0}));
+    EXPECT_FALSE(m_machine.store.Exists(L"WlanPowerStatus"));
+}
+
+TEST_F(PowerStatusTest, OnlyExactlyOneIsOn) {
+    for (const RadioStatus status : {RadioStatus{2}, RadioStatus{255}}) {
+        SetWlanPowerStatusInRegistry(kRadioOn);
+        EXPECT_EQ(SetWlanPowerStatusInRegistry(status), DWORD{ERROR_SUCCESS});
+        EXPECT_EQ(m_machine.RememberedWlan(), L"False");
+    }
+}
+
+TEST_F(PowerStatusTest, WritingReplacesAValueOfAnotherType) {
+    m_machine.store.Write(L"WlanPowerStatus", L"PowerOnOff", RegistryNumber(1));
+    EXPECT_EQ(SetWlanPowerStatusInRegistry(kRadioOff), DWORD{ERROR_SUCCESS});
+    EXPECT_EQ(m_machine.store.Read(L"WlanPowerStatus", L"PowerOnOff"), RegistryText(L"False"));
+}
+
+TEST_F(PowerStatusTest, LinesOfAWlanWrite) {
+    SetWlanPowerStatusInRegistry(kRadioOn);
+    EXPECT_THAT(
+        m_machine.log.Lines(),
+        ElementsAre(
+            TraceIn(kSetWlan, L"WLAN status to write = 1"),
+            Information(kSetWlan, L"SetWlanPowerStatusInRegistry. Value = True"),
+            TraceIn(kSet, L"Setting = SOFTWARE\\Orva\\Orva Brimlet Support\\WlanPowerStatus,  Status = 1"),
+            Information(kSet, L"Writing Power Status in registry. Value = True"),
+            TraceOut(kSet, L"Return Status = 0"), TraceOut(kSetWlan, L"Return Status = 0")));
+}
+
+TEST_F(PowerStatusTest, LinesOfAWwanWrite) {
+    SetWwanPowerStatusInRegistry(2);
+    EXPECT_THAT(
+        m_machine.log.Lines(),
+        ElementsAre(
+            TraceIn(kSetWwan, L"WWAN status to write = 2"),
+            Information(kSetWwan, L"SetWwanPowerStatusInRegistry. Value = False"),
+            TraceIn(kSet, L"Setting = SOFTWARE\\Orva\\Orva Brimlet Support\\WwanPowerStatus,  Status = 2"),
+            Information(kSet, L"Writing Power Status in registry. Value = False"),
+            TraceOut(kSet, L"Return Status = 0"), TraceOut(kSetWwan, L"Return Status = 0")));
+}
+
+TEST_F(PowerStatusTest, KeyIsOpenedToReadAndWriteInTheNativeView) {
+    std::vector<REGSAM> accesses;
+    std::vector<DWORD> options;
+    const Rig::ScopedImport<&::RegCreateKeyExW> fake{
+        Rig::kWrapping,
+        [&](const auto& original, HKEY root, LPCWSTR path, DWORD reserved, LPWSTR type, DWORD option,
+            REGSAM access, LPSECURITY_ATTRIBUTES security, PHKEY key, LPDWORD disposition) {
+            accesses.push_back(access);
+            options.push_back(option);
+            return original.Original(root, path, reserved, type, option, access, security, key, disposition);
+        }};
+    SetWlanPowerStatusInRegistry(kRadioOn);
+    EXPECT_THAT(accesses, ElementsAre(KEY_READ | KEY_WRITE));
+    EXPECT_THAT(options, ElementsAre(REG_OPTION_NON_VOLATILE));
+}
+
+TEST_F(PowerStatusTest, FailedWriteReturnsItsErrorAndLogsTheThreadsOne) {
+    m_machine.RememberWlan(L"False");
+    const Rig::ScopedResult<&::RegSetValueExW> fails{ERROR_DISK_FULL, ERROR_CRC};
+    EXPECT_EQ(SetWlanPowerStatusInRegistry(kRadioOn), DWORD{ERROR_DISK_FULL});
+    EXPECT_EQ(m_machine.RememberedWlan(), L"False") << "what was there stays";
+    EXPECT_EQ(fails.Calls(), 1) << "nothing is retried";
+    EXPECT_THAT(m_machine.log.At(kError),
+                ElementsAre(Error(kSet, L"Registry::SetValue failed with error 23")));
+    EXPECT_EQ(m_machine.log.Of(kSet).back(), TraceOut(kSet, L"Return Status = 112"));
+    EXPECT_EQ(m_machine.log.Of(kSetWlan).back(), TraceOut(kSetWlan, L"Return Status = 112"));
+}
+
+TEST_F(PowerStatusTest, KeyThatCannotBeMadeReturnsTheError) {
+    const Rig::ScopedResult<&::RegCreateKeyExW> fails{ERROR_ACCESS_DENIED};
+    EXPECT_EQ(SetWwanPowerStatusInRegistry(kRadioOn), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(m_machine.log.Of(kSetWwan).back(), TraceOut(kSetWwan, L"Return Status = 5"));
+}
+
+TEST_F(PowerStatusTest, ExceptionInTheWriteIsMinusOne) {
+    const Rig::ScopedImport<&::RegSetValueExW> fake{
+        [](HKEY, LPCWSTR, DWORD, DWORD, const BYTE*, DWORD) -> LSTATUS { throw DWORD{ERROR_CRC}; }};
+    EXPECT_EQ(SetPowerStatusInRegistry(PowerStatus::kWlanKey, kRadioOn), kInterrupted);
+    EXPECT_THAT(m_machine.log.At(kError),
+                ElementsAre(Error(kSet, L"Exception in SetPowerStatusInRegistry()")));
+    EXPECT_EQ(m_machine.log.Lines().back(), TraceOut(kSet, L"Return Status = -1"));
+}
+
+TEST_F(PowerStatusTest, ExceptionInTheWlanWriterIsMinusOne) {
+    const ThrowFromLogLine second{2, DWORD{ERROR_CRC}};
+    EXPECT_EQ(SetWlanPowerStatusInRegistry(kRadioOn), kInterrupted);
+    EXPECT_THAT(m_machine.log.Lines(),
+                ElementsAre(TraceIn(kSetWlan, L"WLAN status to write = 1"),
+                            Error(kSetWlan, L"Exception in SetWlanPowerStatusInRegistry()"),
+                            TraceOut(kSetWlan, L"Return Status = -1")));
+}
+
+TEST_F(PowerStatusTest, ExceptionInTheWwanWriterCannotBeToldFromSuccess) {
+    const ThrowFromLogLine second{2, DWORD{ERROR_CRC}};
+    EXPECT_EQ(SetWwanPowerStatusInRegistry(kRadioOn), DWORD{ERROR_SUCCESS});
+    EXPECT_TRUE(m_machine.RememberedWwan().empty());
+    EXPECT_THAT(m_machine.log.Lines(),
+                ElementsAre(TraceIn(kSetWwan, L"WWAN status to write = 1"),
+                            Error(kSetWwan, L"Exception in SetWwanPowerStatusInRegistry() "),
+                            TraceOut(kSetWwan, L"Return Status = 0")));
+}
+
+TEST_F(PowerStatusTest, ExceptionInTheWriteTravelsAsMinusOneThroughBothWriters) {
+    const Rig::ScopedImport<&::RegSetValueExW> fake{
+        [](HKEY, LPCWSTR, DWORD, DWORD, const BYTE*, DWORD) -> LSTATUS { throw DWORD{ERROR_CRC}; }};
+    EXPECT_EQ(SetWlanPowerStatusInRegistry(kRadioOn), kInterrupted);
+    EXPECT_EQ(SetWwanPowerStatusInRegistry(kRadioOn), kInterrupted);
+}
+
+TEST_F(PowerStatusTest, WhatWasWrittenIsRemembered) {
+    SetWlanPowerStatusInRegistry(kRadioOff);
+    EXPECT_EQ(RememberedPowerStatus(PowerStatus::kWlanKey), L"False");
+    SetWlanPowerStatusInRegistry(kRadioOn);
+    EXPECT_EQ(RememberedPowerStatus(PowerStatus::kWlanKey), L"True");
+}
+
+TEST_F(PowerStatusTest, ReadingNeverMakesTheKey) {
+    EXPECT_EQ(RememberedPowerStatus(PowerStatus::kWlanKey), L"True");
+    EXPECT_FALSE(m_machine.store.Exists());
+}
+
+struct OtherValue {
+    const char* name;
+    Rig::RegistryValue value;
+};
+
+class RememberedValueTest : public PowerStatusTest, public testing::WithParamInterface<OtherValue> {};
+
+TEST_P(RememberedValueTest, ValueThatIsNoTextCountsAsOn) {
+    m_machine.store.Write(L"WwanPowerStatus", L"PowerOnOff", GetParam().value);
+    EXPECT_EQ(RememberedPowerStatus(PowerStatus::kWwanKey), L"True");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Values, RememberedValueTest,
+    testing::Values(OtherValue{"EmptyText", RegistryText(L"")}, OtherValue{"Number", RegistryNumber(0)},
+                    OtherValue{"Binary", RegistryBytes(REG_BINARY, {'F', 0, 0, 0})},
+                    OtherValue{"NoBytes", RegistryBytes(REG_SZ, {})},
+                    OtherValue{"Unterminated", RegistryBytes(REG_SZ, {'F', 0})},
+                    OtherValue{"OddLength", RegistryBytes(REG_SZ, {'F', 0, 0})},
+                    OtherValue{"SeveralTexts", RegistryBytes(REG_MULTI_SZ, {'F', 0, 0, 0, 0, 0})},
+                    OtherValue{"TooLong", RegistryText(std::wstring(1024, L'F'))}),
+    [](const auto& test) { return test.param.name; });
+
+TEST_F(PowerStatusTest, ExpandableTextIsTakenAsItStands) {
+    m_machine.store.Write(L"WwanPowerStatus", L"PowerOnOff", RegistryBytes(REG_EXPAND_SZ, {'F', 0, 0, 0}));
+    EXPECT_EQ(RememberedPowerStatus(PowerStatus::kWwanKey), L"F");
+}
+
+struct AirplaneValue {
+    const char* name;
+    Rig::RegistryValue value;
+    bool on;
+};
+
+class AirplaneValueTest : public PowerStatusTest, public testing::WithParamInterface<AirplaneValue> {};
+
+TEST_P(AirplaneValueTest, OnlyANumberOneIsOnWhateverItsType) {
+    m_machine.airplane.Write({}, {}, GetParam().value);
+    EXPECT_EQ(CheckAirplaneMode(), GetParam().on);
+    EXPECT_THAT(
+        m_machine.log.Lines(),
+        ElementsAre(TraceIn(kAirplane), TraceOut(kAirplane, GetParam().on ? L"Airplane Mode Status: 1 "
+                                                                          : L"Airplane Mode Status: 0 ")));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Values, AirplaneValueTest,
+    testing::Values(AirplaneValue{"One", RegistryNumber(1), true},
+                    AirplaneValue{"Zero", RegistryNumber(0), false},
+                    AirplaneValue{"Two", RegistryNumber(2), false},
+                    AirplaneValue{"Highest", RegistryNumber(0xFFFFFFFF), false},
+                    AirplaneValue{"OneInTheWrongByte", RegistryNumber(0x01000000), false},
+                    AirplaneValue{"BinaryOne", RegistryBytes(REG_BINARY, {1, 0, 0, 0}), true},
+                    AirplaneValue{"OneByteOne", RegistryBytes(REG_BINARY, {1}), true},
+                    AirplaneValue{"OneByteTwo", RegistryBytes(REG_BINARY, {2}), false},
+                    AirplaneValue{"NoBytes", RegistryBytes(REG_NONE, {}), false},
+                    AirplaneValue{"EmptyText", RegistryText(L""), false},
+                    AirplaneValue{"TextOne", RegistryText(L"1"), false},
+                    AirplaneValue{"TextOfCodeOne", RegistryBytes(REG_SZ, {1, 0}), true},
+                    AirplaneValue{"UnknownType", RegistryBytes(12345, {1, 0, 0, 0}), true}),
+    [](const auto& test) { return test.param.name; });
+
+TEST_F(PowerStatusTest, AirplaneValueOfMoreThanFourBytesIsAFailureAndOff) {
+    m_machine.airplane.Write({}, {}, RegistryBytes(REG_QWORD, {1, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_FALSE(CheckAirplaneMode());
+    EXPECT_THAT(m_machine.log.At(kError),
+                ElementsAre(Error(kAirplane,
+                                  L"RegQueryValueEx (BrimletAirplaneModeRegistry) failed with error: 234")));
+}
+
+TEST_F(PowerStatusTest, AirplaneKeyWithoutItsValueIsAFailureAndOff) {
+    Rig::DeleteRegistryValue(HKEY_LOCAL_MACHINE, m_machine.airplane.Path(), {});
+    EXPECT_FALSE(CheckAirplaneMode());
+    EXPECT_THAT(
+        m_machine.log.Lines(),
+        ElementsAre(TraceIn(kAirplane),
+                    Error(kAirplane, L"RegQueryValueEx (BrimletAirplaneModeRegistry) failed with error: 2"),
+                    TraceOut(kAirplane, L"Airplane Mode Status: 0 ")));
+}
+
+TEST_F(PowerStatusTest, MissingAirplaneKeyIsAFailureAndOff) {
+    m_machine.airplane.Delete();
+    EXPECT_FALSE(CheckAirplaneMode());
+    EXPECT_THAT(
+        m_machine.log.Lines(),
+        ElementsAre(TraceIn(kAirplane),
+                    Error(kAirplane, L"RegOpenKeyEx (BrimletAirplaneModeRegistry) failed with error: 2"),
+                    TraceOut(kAirplane, L"Airplane Mode Status: 0 ")));
+    EXPECT_FALSE(m_machine.airplane.Exists()) << "asking makes no key";
+}
+
+TEST_F(PowerStatusTest, AirplaneKeyIsOpenedToReadAndClosed) {
+    std::vector<REGSAM> accesses;
+    const Rig::ScopedImport<&::RegOpenKeyExW> opens{
+        Rig::kWrapping,
+        [&](const auto& original, HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) {
+            accesses.push_back(access);
+            return original.Original(root, path, options, access, key);
+        }};
+    const Rig::ScopedImport<&::RegCloseKey> closes{
+        Rig::kWrapping, [](const auto& original, HKEY key) { return original.Original(key); }};
+    static_cast<void>(CheckAirplaneMode());
+    EXPECT_THAT(accesses, ElementsAre(KEY_READ));
+    EXPECT_EQ(closes.Calls(), 1);
+}
+
+TEST_F(PowerStatusTest, FailedCloseOfTheAirplaneKeyKeepsTheAnswer) {
+    m_machine.SetAirplaneMode(true);
+    const Rig::ScopedResult<&::RegCloseKey> fails{ERROR_INVALID_HANDLE, Rig::AtCall{1}};
+    EXPECT_TRUE(CheckAirplaneMode());
+    EXPECT_THAT(
+        m_machine.log.Lines(),
+        ElementsAre(TraceIn(kAirplane),
+                    Error(kAirplane, L"RegCloseKey (BrimletAirplaneModeRegistry) failed with error: 6"),
+                    TraceOut(kAirplane, L"Airplane Mode Status: 1 ")));
+}
+
+TEST_F(PowerStatusTest, ExceptionIsAirplaneModeOffAndClosesTheKey) {
+    m_machine.SetAirplaneMode(true);
+    const Rig::ScopedImport<&::RegQueryValueExW> throws{
+        [](HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE, LPDWORD) -> LSTATUS { throw DWORD{ERROR_CRC}; }};
+    const Rig::ScopedImport<&::RegCloseKey> closes{
+        Rig::kWrapping, [](const auto& original, HKEY key) { return original.Original(key); }};
+    EXPECT_FALSE(CheckAirplaneMode());
+    EXPECT_THAT(m_machine.log.At(kError), ElementsAre(Error(kAirplane, L"Exception in CheckAirplaneMode()")));
+    EXPECT_EQ(m_machine.log.Lines().back(), TraceOut(kAirplane, L"Airplane Mode Status: 0 "));
+    EXPECT_EQ(closes.Calls(), 1);
+}
+
+}  // namespace
+}  // namespace RadioTests

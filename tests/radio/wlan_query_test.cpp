@@ -1,0 +1,232 @@
+#include "radio/wlan_radio.h"
+
+#include <gmock/gmock.h>
+
+#include <stdexcept>
+
+#include "tests/radio/fake_wlan.h"
+#include "tests/radio/machine.h"
+
+namespace RadioTests {
+namespace {
+
+using namespace Rig::Lines;
+using Orva::Shared::Level::kError;
+using ServiceUtils::CheckWlanStatus;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr char kCheck[] = "ServiceUtils::CheckWlanStatus";
+
+class WlanQueryTest : public testing::Test {
+  protected:
+    Machine m_machine;
+    RadioLedger m_ledger;
+};
+
+TEST_F(WlanQueryTest, RadioWithEveryPhyOnIsOn) {
+    FakeWlan wlan{{On(), On()}};
+    EXPECT_TRUE(CheckWlanStatus());
+    EXPECT_THAT(m_machine.log.Lines(),
+                ElementsAre(TraceIn(kCheck), Information(kCheck, L"WLAN Interface Count : 1"),
+                            Information(kCheck, L"Current Index: 0"),
+                            Information(kCheck, L"Interface Description: Some WLAN Adapter"),
+                            Information(kCheck, L"Interface State :  "), Information(kCheck, L"Connected"),
+                            Information(kCheck, L"Phy: 0 On"), Information(kCheck, L"Phy: 1 On"),
+                            Information(kCheck, L"Phy state : 1"), TraceOut(kCheck, L"WLAN Status = 1")));
+}
+
+TEST_F(WlanQueryTest, AskingOpensAndClosesAClientOfItsOwn) {
+    FakeWlan wlan{{On()}};
+    static_cast<void>(CheckWlanStatus());
+    EXPECT_THAT(wlan.Calls(), ElementsAre("Open 2", "Enumerate", "Query 0", "Free", "Free", "Close"));
+}
+
+TEST_F(WlanQueryTest, OnePhyOffMakesTheRadioOff) {
+    FakeWlan wlan{{On(), Off(), On()}};
+    EXPECT_FALSE(CheckWlanStatus());
+    EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy: 1 Off")));
+    EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy: 2 On")));
+    EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy state : 0")));
+    EXPECT_THAT(m_machine.log.Lines(), Contains(TraceOut(kCheck, L"WLAN Status = 0")));
+}
+
+TEST_F(WlanQueryTest, PhyOfUnknownStateMakesTheRadioOff) {
+    FakeWlan wlan{{On(), PhyIn(dot11_radio_state_unknown)}};
+    EXPECT_FALSE(CheckWlanStatus());
+    EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy: 1 Unknown")));
+}
+
+TEST_F(WlanQueryTest, PhyOfAStateOutOfRangeMakesTheRadioOff) {
+    FakeWlan wlan{{PhyIn(static_cast<DOT11_RADIO_STATE>(3)), On()}};
+    EXPECT_FALSE(CheckWlanStatus());
+    EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy: 0 Other Unknown state 3")));
+}
+
+TEST_F(WlanQueryTest, HardwareSwitchIsIgnored) {
+    FakeWlan wlan{{PhyIn(dot11_radio_state_on, dot11_radio_state_off)}};
+    EXPECT_TRUE(CheckWlanStatus());
+}
+
+TEST_F(WlanQueryTest, InterfaceWithoutPhysCountsAsOn) {
+    FakeWlan wlan{std::vector<Phy>{}};
+    EXPECT_TRUE(CheckWlanStatus());
+    EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy state : 1")));
+}
+
+TEST_F(WlanQueryTest, AllOf64PhysAreLookedAt) {
+    std::vector<Phy> phys(WLAN_MAX_PHY_INDEX, On());
+    phys.back() = Off();
+    FakeWlan wlan{phys};
+    EXPECT_FALSE(CheckWlanStatus());
+    EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy: 63 Off")));
+}
+
+TEST_F(WlanQueryTest, MorePhysThanARecordHoldsAreNotRead) {
+    for (const DWORD claimed : {65UL, 0xFFFFFFFFUL}) {
+        FakeWlan wlan{std::vector<Phy>(WLAN_MAX_PHY_INDEX, On())};
+        wlan.ClaimPhys(claimed);
+        EXPECT_TRUE(CheckWlanStatus());
+        EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy: 63 On")));
+        EXPECT_FALSE(m_machine.log.Contains(Information(kCheck, L"Phy: 64 On")));
+    }
+}
+
+struct NamedState {
+    const char* name;
+    int state;
+    const wchar_t* text;
+};
+
+class WlanInterfaceStateTest : public WlanQueryTest, public testing::WithParamInterface<NamedState> {};
+
+TEST_P(WlanInterfaceStateTest, StateIsLoggedByName) {
+    WlanAdapter adapter = AdapterWithPhys({On()});
+    adapter.state = static_cast<WLAN_INTERFACE_STATE>(GetParam().state);
+    FakeWlan wlan{std::vector{adapter}};
+    static_cast<void>(CheckWlanStatus());
+    EXPECT_EQ(m_machine.log.Of(kCheck).at(5), Information(kCheck, GetParam().text));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    States, WlanInterfaceStateTest,
+    testing::Values(
+        NamedState{"NotReady", 0, L"Not ready"}, NamedState{"Connected", 1, L"Connected"},
+        NamedState{"AdHoc", 2, L"First node in a ad hoc network"},
+        NamedState{"Disconnecting", 3, L"Disconnecting"}, NamedState{"NotConnected", 4, L"Not connected"},
+        NamedState{"Associating", 5, L"Attempting to associate with a network"},
+        NamedState{"Discovering", 6, L"Auto configuration is discovering settings for the network"},
+        NamedState{"Authenticating", 7, L"In process of authenticating"},
+        NamedState{"Beyond", 8, L"Unknown state 8"}, NamedState{"Negative", -1, L"Unknown state -1"}),
+    [](const auto& test) { return test.param.name; });
+
+TEST_F(WlanQueryTest, OnlyTheFirstAdapterIsLookedAt) {
+    WlanAdapter second = AdapterWithPhys({Off()});
+    second.id.Data1 = 2;
+    FakeWlan wlan{{AdapterWithPhys({On()}), second}};
+    EXPECT_TRUE(CheckWlanStatus());
+    EXPECT_THAT(wlan.CallsOf(WlanCall::kQuery), ElementsAre("Query 0"));
+    EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"WLAN Interface Count : 2")));
+}
+
+TEST_F(WlanQueryTest, DescriptionThatFillsItsFieldIsReadToItsEnd) {
+    WlanAdapter adapter = AdapterWithPhys({On()});
+    adapter.description.assign(WLAN_MAX_NAME_LENGTH, L'x');
+    FakeWlan wlan{std::vector{adapter}};
+    EXPECT_TRUE(CheckWlanStatus());
+    EXPECT_EQ(m_machine.log.Of(kCheck).at(3),
+              Information(kCheck, L"Interface Description: " + std::wstring(WLAN_MAX_NAME_LENGTH - 1, L'x')));
+}
+
+TEST_F(WlanQueryTest, FailedOpenMakesTheRadioOff) {
+    FakeWlan wlan{{On()}};
+    wlan.Fail(WlanCall::kOpen, 1, ERROR_SERVICE_NOT_ACTIVE);
+    EXPECT_FALSE(CheckWlanStatus());
+    EXPECT_THAT(m_machine.log.Lines(),
+                ElementsAre(TraceIn(kCheck), Error(kCheck, L"WlanOpenHandle failed with error: 1062"),
+                            TraceOut(kCheck, L"WLAN Status = 0")));
+    EXPECT_THAT(wlan.Calls(), ElementsAre("Open 2"));
+}
+
+TEST_F(WlanQueryTest, FailedEnumerationClosesTheHandle) {
+    FakeWlan wlan{{On()}};
+    wlan.Fail(WlanCall::kEnumerate, 1, ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_FALSE(CheckWlanStatus());
+    EXPECT_THAT(m_machine.log.Lines(),
+                ElementsAre(TraceIn(kCheck), Error(kCheck, L"WlanEnumInterfaces failed with error: 8"),
+                            TraceOut(kCheck, L"WLAN Status = 0")));
+    EXPECT_THAT(wlan.Calls(), ElementsAre("Open 2", "Enumerate", "Close"));
+}
+
+TEST_F(WlanQueryTest, NoListMakesTheRadioOff) {
+    FakeWlan wlan{{On()}};
+    wlan.GiveNothingFor(WlanCall::kEnumerate);
+    EXPECT_FALSE(CheckWlanStatus());
+    EXPECT_THAT(m_machine.log.Lines(), ElementsAre(TraceIn(kCheck), Error(kCheck, L"Interface list is empty"),
+                                                   TraceOut(kCheck, L"WLAN Status = 0")));
+    EXPECT_THAT(wlan.Calls(), ElementsAre("Open 2", "Enumerate", "Close"));
+}
+
+TEST_F(WlanQueryTest, ListWithoutEntriesIsAskedAboutNobodyAndNotReadBeyondItsEnd) {
+    FakeWlan wlan{std::vector<WlanAdapter>{}};
+    EXPECT_FALSE(CheckWlanStatus());
+    EXPECT_THAT(
+        m_machine.log.From(Orva::Shared::Level::kInformation),
+        ElementsAre(Information(kCheck, L"WLAN Interface Count : 0"),
+                    Information(kCheck, L"Current Index: 0"), Information(kCheck, L"Interface Description: "),
+                    Information(kCheck, L"Interface State :  "), Information(kCheck, L"Not ready"),
+                    Error(kCheck, L"WlanQueryInterface failed! err is 1168")));
+    EXPECT_THAT(wlan.Calls(), ElementsAre("Open 2", "Enumerate", "Query nobody", "Free", "Close"));
+}
+
+TEST_F(WlanQueryTest, FailedQueryMakesTheRadioOff) {
+    FakeWlan wlan{{On()}};
+    wlan.Fail(WlanCall::kQuery, 1, ERROR_INVALID_STATE);
+    EXPECT_FALSE(CheckWlanStatus());
+    EXPECT_THAT(m_machine.log.At(kError),
+                ElementsAre(Error(kCheck, L"WlanQueryInterface failed! err is 5023")));
+    EXPECT_THAT(wlan.Calls(), ElementsAre("Open 2", "Enumerate", "Query 0", "Free", "Close"));
+}
+
+TEST_F(WlanQueryTest, QueryWithoutDataMakesTheRadioOff) {
+    FakeWlan wlan{{On()}};
+    wlan.GiveNothingFor(WlanCall::kQuery);
+    EXPECT_FALSE(CheckWlanStatus());
+    EXPECT_THAT(m_machine.log.At(kError), ElementsAre(Error(kCheck, L"WlanQueryInterface failed! err is 0")));
+}
+
+TEST_F(WlanQueryTest, AfterASwitchRanOutTheRadioReadsAsOffWithoutAsking) {
+    ServiceUtils::my_setwifitimeout = true;
+    FakeWlan wlan{{On()}};
+    EXPECT_FALSE(CheckWlanStatus());
+    EXPECT_THAT(m_machine.log.Lines(),
+                ElementsAre(TraceIn(kCheck), Error(kCheck, L"My WIFI Query timeout, my_setwifitimeout : 1"),
+                            TraceOut(kCheck, L"WLAN Status = 0")));
+    EXPECT_THAT(wlan.Calls(), IsEmpty());
+}
+
+class WlanQueryThrowsTest : public WlanQueryTest, public testing::WithParamInterface<WlanCall> {};
+
+TEST_P(WlanQueryThrowsTest, ExceptionIsLoggedAndEverythingGivenBack) {
+    FakeWlan wlan{{On()}};
+    wlan.At(GetParam(), 1, []() -> DWORD { throw std::runtime_error("out of order"); });
+    EXPECT_FALSE(CheckWlanStatus());
+    EXPECT_THAT(m_machine.log.At(kError), ElementsAre(Error(kCheck, L"Exception in CheckWlanStatus()")));
+    EXPECT_EQ(m_machine.log.Lines().back(), TraceOut(kCheck, L"WLAN Status = 0"));
+    EXPECT_EQ(wlan.Held(), 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(EachCall, WlanQueryThrowsTest,
+                         testing::Values(WlanCall::kOpen, WlanCall::kEnumerate, WlanCall::kQuery),
+                         [](const auto& test) { return NameOf(test.param); });
+
+TEST_F(WlanQueryTest, ThrownWin32ErrorIsLoggedAndEverythingGivenBack) {
+    FakeWlan wlan{{On()}};
+    wlan.At(WlanCall::kQuery, 1, []() -> DWORD { throw DWORD{ERROR_ACCESS_DENIED}; });
+    EXPECT_FALSE(CheckWlanStatus());
+    EXPECT_THAT(m_machine.log.At(kError), ElementsAre(Error(kCheck, L"Exception in CheckWlanStatus()")));
+}
+
+}  // namespace
+}  // namespace RadioTests

@@ -1,0 +1,303 @@
+#include <gmock/gmock.h>
+
+#include "radio/wlan_radio.h"
+#include "tests/radio/fake_wlan.h"
+#include "tests/radio/machine.h"
+#include "tests/support/throw_from_log_line.h"
+
+namespace RadioTests {
+namespace {
+
+using namespace Rig::Lines;
+using namespace std::chrono_literals;
+using Orva::Shared::Level::kError;
+using Orva::Shared::Level::kInformation;
+using Rig::ThrowFromLogLine;
+using ServiceUtils::kRadioOff;
+using ServiceUtils::kRadioOn;
+using ServiceUtils::my_setwifitimeout;
+using ServiceUtils::StartWLANService;
+using ServiceUtils::StopWLANService;
+using ServiceUtils::SwitchWlanStatusWithRetry;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr char kRetry[] = "ServiceUtils::SwitchWlanStatusWithRetry";
+constexpr char kStart[] = "ServiceUtils::StartWLANService";
+constexpr char kStop[] = "ServiceUtils::StopWLANService";
+
+class WlanRetryTest : public testing::Test {
+  protected:
+    [[nodiscard]] std::vector<Rig::LogLine> Lines() const { return m_machine.log.Of(kRetry); }
+
+    Machine m_machine;
+    RadioLedger m_ledger;
+};
+
+TEST_F(WlanRetryTest, RadioThatFollowsIsSwitchedOnce) {
+    FakeWlan wlan{{Off()}};
+    EXPECT_TRUE(SwitchWlanStatusWithRetry(kRadioOn, 5));
+    EXPECT_TRUE(wlan.IsOn());
+    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kRetry, L"NewStatus = 1, Retry Count = 5"),
+                                     Information(kRetry, L"SwitchWlanStatus Success"),
+                                     TraceOut(kRetry, L"WLAN switching Status = 1")));
+    EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(100));
+}
+
+TEST_F(WlanRetryTest, SwitchingOnInAirplaneModeSucceedsWithoutTouchingTheRadio) {
+    m_machine.SetAirplaneMode(true);
+    FakeWlan wlan{{Off()}};
+    EXPECT_TRUE(SwitchWlanStatusWithRetry(kRadioOn, 5));
+    EXPECT_THAT(wlan.Calls(), IsEmpty());
+    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kRetry, L"NewStatus = 1, Retry Count = 5"),
+                                     Information(kRetry, L"SwitchWlanStatus not needed for New status = 1"),
+                                     TraceOut(kRetry, L"WLAN switching Status = 1")));
+    EXPECT_THAT(m_machine.clock.Sleeps(), IsEmpty());
+}
+
+TEST_F(WlanRetryTest, SwitchingOffInAirplaneModeGoesOn) {
+    m_machine.SetAirplaneMode(true);
+    FakeWlan wlan{{On()}};
+    EXPECT_TRUE(SwitchWlanStatusWithRetry(kRadioOff, 0));
+    EXPECT_TRUE(wlan.IsOff());
+}
+
+TEST_F(WlanRetryTest, AirplaneModeThatComesBetweenIsRespected) {
+    FakeWlan wlan{{Off()}};
+    // The first attempt finds nothing to switch; then airplane mode comes.
+    wlan.At(WlanCall::kCapability, 1, [this] {
+        m_machine.SetAirplaneMode(true);
+        return ERROR_INVALID_STATE;
+    });
+    EXPECT_FALSE(SwitchWlanStatusWithRetry(kRadioOn, 1));
+    EXPECT_TRUE(wlan.IsOff());
+}
+
+TEST_F(WlanRetryTest, NRetriesAreNPlusOneAttempts) {
+    FakeWlan wlan{{Off()}};
+    for (int attempt = 1; attempt <= 3; ++attempt) {
+        wlan.Fail(WlanCall::kCapability, attempt, ERROR_INVALID_STATE);
+    }
+    EXPECT_FALSE(SwitchWlanStatusWithRetry(kRadioOn, 2));
+    EXPECT_EQ(wlan.Count(WlanCall::kCapability), 3);
+    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kRetry, L"NewStatus = 1, Retry Count = 2"),
+                                     Warning(kRetry, L"SwitchWlanStatus not Succeeded. Retrying to 0"),
+                                     Warning(kRetry, L"SwitchWlanStatus not Succeeded. Retrying to 1"),
+                                     Warning(kRetry, L"SwitchWlanStatus not Succeeded. Retrying to 2"),
+                                     TraceOut(kRetry, L"WLAN switching Status = 0")));
+    EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(100, 400, 100, 400, 100, 400));
+}
+
+TEST_F(WlanRetryTest, SuccessAtTheLastAttemptIsASuccess) {
+    FakeWlan wlan{{Off()}};
+    wlan.Fail(WlanCall::kCapability, 1, ERROR_INVALID_STATE);
+    wlan.Fail(WlanCall::kCapability, 2, ERROR_INVALID_STATE);
+    EXPECT_TRUE(SwitchWlanStatusWithRetry(kRadioOn, 2));
+    EXPECT_TRUE(wlan.IsOn());
+    EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(100, 400, 100, 400, 100));
+}
+
+TEST_F(WlanRetryTest, WithoutRetriesThereIsOneAttempt) {
+    for (const int retries : {0, -1, -2147483647 - 1}) {
+        FakeWlan wlan{{Off()}};
+        wlan.GiveNothingFor(WlanCall::kCapability);
+        EXPECT_FALSE(SwitchWlanStatusWithRetry(kRadioOn, retries));
+        EXPECT_EQ(wlan.Count(WlanCall::kCapability), 1);
+    }
+}
+
+TEST_F(WlanRetryTest, OutcomeIsJudgedByReadingBackNotByTheSwitch) {
+    FakeWlan wlan{{Off()}};
+    // The switch fails, but somebody else turns the radio on meanwhile.
+    wlan.At(WlanCall::kCapability, 1, [&wlan] {
+        wlan.adapters[0].phys[0].software = dot11_radio_state_on;
+        return ERROR_INVALID_STATE;
+    });
+    EXPECT_TRUE(SwitchWlanStatusWithRetry(kRadioOn, 5));
+    EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(100));
+}
+
+TEST_F(WlanRetryTest, ExceptionGivesFalse) {
+    FakeWlan wlan{{Off()}};
+    const Rig::ScopedImport<&::Sleep> throws{[](DWORD) { throw DWORD{ERROR_ACCESS_DENIED}; }};
+    EXPECT_FALSE(SwitchWlanStatusWithRetry(kRadioOn, 5));
+    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kRetry, L"NewStatus = 1, Retry Count = 5"),
+                                     Error(kRetry, L"Exception in SwitchWlanStatusWithRetry()"),
+                                     TraceOut(kRetry, L"WLAN switching Status = 0")));
+    EXPECT_EQ(throws.Calls(), 1);
+}
+
+class WlanStartTest : public testing::Test {
+  protected:
+    [[nodiscard]] std::vector<Rig::LogLine> Lines() const { return m_machine.log.Of(kStart); }
+
+    Machine m_machine;
+    RadioLedger m_ledger;
+};
+
+TEST_F(WlanStartTest, RadioThatWasOnComesBack) {
+    m_machine.RememberWlan(L"True");
+    FakeWlan wlan{{Off(), Off()}};
+    StartWLANService();
+    EXPECT_TRUE(wlan.IsOn());
+    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kStart), Information(kStart, L"WLAN Registry Status = True"),
+                                     Information(kStart, L"Switching ON Wifi"),
+                                     Information(kStart, L"WlanPowerStatus value read from registry = True"),
+                                     TraceOut(kStart)));
+}
+
+TEST_F(WlanStartTest, NothingRememberedCountsAsOn) {
+    FakeWlan wlan{{Off()}};
+    StartWLANService();
+    EXPECT_TRUE(wlan.IsOn());
+    EXPECT_THAT(Lines(), Contains(Information(kStart, L"WLAN Registry Status = True")));
+}
+
+TEST_F(WlanStartTest, RememberedNumberCountsAsOn) {
+    m_machine.store.Write(L"WlanPowerStatus", L"PowerOnOff", Rig::RegistryNumber(0));
+    FakeWlan wlan{{Off()}};
+    StartWLANService();
+    EXPECT_TRUE(wlan.IsOn());
+}
+
+struct OtherText {
+    const char* name;
+    const wchar_t* text;
+};
+
+class WlanStartOtherTextTest : public WlanStartTest, public testing::WithParamInterface<OtherText> {};
+
+TEST_P(WlanStartOtherTextTest, AnyOtherTextLeavesTheRadioAlone) {
+    m_machine.RememberWlan(GetParam().text);
+    FakeWlan wlan{{Off()}};
+    StartWLANService();
+    EXPECT_THAT(wlan.Calls(), IsEmpty());
+    const std::wstring text = GetParam().text;
+    EXPECT_THAT(Lines(),
+                ElementsAre(TraceIn(kStart), Information(kStart, L"WLAN Registry Status = " + text),
+                            Information(kStart, L"WlanPowerStatus value read from registry = " + text),
+                            TraceOut(kStart)));
+}
+
+INSTANTIATE_TEST_SUITE_P(Texts, WlanStartOtherTextTest,
+                         testing::Values(OtherText{"False", L"False"}, OtherText{"LowerCase", L"true"},
+                                         OtherText{"UpperCase", L"TRUE"}, OtherText{"BlankBefore", L" True"},
+                                         OtherText{"BlankBehind", L"True "}, OtherText{"One", L"1"},
+                                         OtherText{"Longer", L"Truely"}),
+                         [](const auto& test) { return test.param.name; });
+
+TEST_F(WlanStartTest, AirplaneModeLeavesTheRadioOffWithoutAnError) {
+    m_machine.SetAirplaneMode(true);
+    m_machine.RememberWlan(L"True");
+    FakeWlan wlan{{Off()}};
+    StartWLANService();
+    EXPECT_TRUE(wlan.IsOff());
+    EXPECT_THAT(m_machine.log.At(kError), IsEmpty());
+}
+
+TEST_F(WlanStartTest, RadioThatRefusesForEverIsReportedAfterSixAttempts) {
+    FakeWlan wlan{{Refusing(Off())}};
+    StartWLANService();
+    EXPECT_EQ(wlan.Count(WlanCall::kSet), 6 * 81);
+    EXPECT_THAT(Lines(), Contains(Error(kStart, L"SwitchWlanStatusWithRetry (StartWLANService) failed")));
+    EXPECT_EQ(m_machine.clock.Elapsed(), 6 * (81 * 100ms + 500ms));
+    EXPECT_TRUE(my_setwifitimeout);
+}
+
+TEST_F(WlanStartTest, FullRunAfterOneThatRanOutBringsTheRadioBack) {
+    // Refuses the whole first run and the first pass of the second.
+    FakeWlan wlan{{Refusing(Off(), 82)}};
+    StartWLANService();
+    EXPECT_TRUE(wlan.IsOn());
+    EXPECT_FALSE(my_setwifitimeout);
+    EXPECT_THAT(m_machine.log.Of(kRetry), Contains(Information(kRetry, L"SwitchWlanStatus Success")));
+}
+
+TEST_F(WlanStartTest, ExceptionIsLogged) {
+    FakeWlan wlan{{Off()}};
+    const ThrowFromLogLine second{2, DWORD{ERROR_ACCESS_DENIED}};
+    StartWLANService();
+    EXPECT_THAT(
+        m_machine.log.Lines(),
+        ElementsAre(TraceIn(kStart), Error(kStart, L"Exception in StartWLANService()"), TraceOut(kStart)));
+}
+
+class WlanStopTest : public testing::Test {
+  protected:
+    [[nodiscard]] std::vector<Rig::LogLine> Lines() const { return m_machine.log.Of(kStop); }
+
+    Machine m_machine;
+    RadioLedger m_ledger;
+};
+
+TEST_F(WlanStopTest, RadioThatIsOnGoesOffAndIsRememberedAsOn) {
+    m_machine.RememberWlan(L"False");
+    FakeWlan wlan{{On(), On()}};
+    StopWLANService();
+    EXPECT_TRUE(wlan.IsOff());
+    EXPECT_EQ(m_machine.RememberedWlan(), L"True");
+    EXPECT_THAT(Lines(),
+                ElementsAre(TraceIn(kStop), Information(kStop, L"WLAN Current Status = 1"),
+                            Information(kStop, L"Setting WlanPowerStatus in registry."), TraceOut(kStop)));
+    EXPECT_THAT(m_machine.clock.Sleeps(), IsEmpty());
+}
+
+TEST_F(WlanStopTest, RadioThatIsOffIsLeftAloneWithWhatIsRemembered) {
+    for (const wchar_t* remembered : {L"False", L"True"}) {
+        m_machine.RememberWlan(remembered);
+        FakeWlan wlan{{Off()}};
+        StopWLANService();
+        EXPECT_EQ(m_machine.RememberedWlan(), remembered);
+        EXPECT_EQ(wlan.Count(WlanCall::kSet), 0);
+    }
+    EXPECT_THAT(Lines(),
+                ElementsAre(TraceIn(kStop), Information(kStop, L"WLAN Current Status = 0"), TraceOut(kStop),
+                            TraceIn(kStop), Information(kStop, L"WLAN Current Status = 0"), TraceOut(kStop)));
+}
+
+TEST_F(WlanStopTest, RadioThatIsOffMakesNoKey) {
+    FakeWlan wlan{{Off()}};
+    StopWLANService();
+    EXPECT_FALSE(m_machine.store.Exists(L"WlanPowerStatus"));
+}
+
+TEST_F(WlanStopTest, AirplaneModeDoesNotKeepTheRadioOn) {
+    m_machine.SetAirplaneMode(true);
+    FakeWlan wlan{{On()}};
+    StopWLANService();
+    EXPECT_TRUE(wlan.IsOff());
+    EXPECT_EQ(m_machine.RememberedWlan(), L"True");
+}
+
+TEST_F(WlanStopTest, FailedSwitchRemembersNothing) {
+    m_machine.RememberWlan(L"False");
+    FakeWlan wlan{{On()}};
+    wlan.GiveNothingFor(WlanCall::kCapability);
+    StopWLANService();
+    EXPECT_EQ(m_machine.RememberedWlan(), L"False");
+    EXPECT_EQ(wlan.Count(WlanCall::kCapability), 1) << "the switch is not repeated";
+    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kStop), Information(kStop, L"WLAN Current Status = 1"),
+                                     Error(kStop, L"SwitchWlanStatusWithRetry (StopWLANService) failed"),
+                                     TraceOut(kStop)));
+}
+
+TEST_F(WlanStopTest, AfterASwitchRanOutNothingIsDone) {
+    my_setwifitimeout = true;
+    FakeWlan wlan{{On()}};
+    StopWLANService();
+    EXPECT_THAT(wlan.Calls(), IsEmpty());
+    EXPECT_TRUE(m_machine.RememberedWlan().empty());
+}
+
+TEST_F(WlanStopTest, ExceptionIsLogged) {
+    // The second line of the operation itself comes after the query's: entry, ten lines, this one.
+    FakeWlan wlan{std::vector<Phy>{}};
+    const ThrowFromLogLine line{10, DWORD{ERROR_ACCESS_DENIED}};
+    StopWLANService();
+    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kStop), Error(kStop, L"Exception in StopWLANService()"),
+                                     TraceOut(kStop)));
+}
+
+}  // namespace
+}  // namespace RadioTests
