@@ -84,9 +84,13 @@ class UniqueResource {
     Value m_value = Traits::None();
 };
 
-/// ERROR_SUCCESS for TRUE, else the thread's last error.
+/// ERROR_SUCCESS for TRUE, else the thread's last error; a failure that left none there is still one.
 inline DWORD ErrorUnless(BOOL succeeded) noexcept {
-    return succeeded != FALSE ? static_cast<DWORD>(ERROR_SUCCESS) : GetLastError();
+    if (succeeded != FALSE) {
+        return ERROR_SUCCESS;
+    }
+    const DWORD error = GetLastError();
+    return error != ERROR_SUCCESS ? error : static_cast<DWORD>(ERROR_GEN_FAILURE);
 }
 
 struct HandleTraits {
