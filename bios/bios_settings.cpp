@@ -29,8 +29,8 @@ constexpr std::chrono::milliseconds kPauseAfterFailedPass{3000};
 /// What a disabled setting's text begins with.
 constexpr wchar_t kDisabledMark = L'*';
 
-/// Asks until the provider answers within its time. The answer, S_OK or a failure; throws
-/// `_com_error` when the client is not connected.
+/// Asks again while the provider does not answer within its time, `kMostTries` times in all. S_OK
+/// only when the setting was read; throws `_com_error` when the client is not connected.
 HRESULT AskWhileTimedOut(const LogScope& log, BIOSWmiClient& client, const std::wstring& name,
                          std::wstring& value) {
     HRESULT result = S_OK;

@@ -14,7 +14,8 @@ namespace NLMUtils {
 extern std::atomic<bool> lanWlanSwitchingEnabled;
 extern std::atomic<bool> lanWwanSwitchingEnabled;
 
-/// Reads one named setting of the BIOS, with retries. S_OK and its text, or the failing HRESULT.
+/// Reads one named setting of the BIOS, with retries. S_OK and its text; any other HRESULT, a
+/// success code too (no such setting, timed out), means that it was not read.
 HRESULT GetBIOSValue(const std::wstring& name, std::wstring& value);
 
 /// Reads the setting and refreshes the flag above. Whether the half was ever read as enabled.
