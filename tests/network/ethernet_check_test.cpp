@@ -579,6 +579,27 @@ TEST(AdapterBuffer, IsGivenBackByTheHandlersEnd) {
     EXPECT_EQ(Check(), (Outcome{1, 1, kUntouched})) << "the next check makes a new one";
 }
 
+TEST(AdapterBuffer, HandlersEndWaitsForACheckThatIsUnderWay) {
+    const LogRecorder log;
+    HeapWatch heap;
+    FakeAdapterList adapters;
+    std::thread handlersEnd;
+    adapters.FailNext(ERROR_SUCCESS);
+    // In the middle of the second read, with the buffer in the system's hands.
+    adapters.AnswerNext([&](IP_ADAPTER_INFO*, ULONG*) -> DWORD {
+        handlersEnd = std::thread([] { const NLMEventHandler handler(nullptr, nullptr); });
+        EXPECT_TRUE(log.WaitFor(TraceIn("NLMEventHandler::~NLMEventHandler")));
+        Rig::Real<&::Sleep>(DWORD{20});
+        EXPECT_THAT(heap.Held(), Contains(kOneRecord));
+        return ERROR_SUCCESS;
+    });
+
+    EXPECT_EQ(Check(), (Outcome{1, 0, kUntouched})) << "the list was there to be walked";
+    handlersEnd.join();
+
+    EXPECT_THAT(heap.Held(), Not(Contains(kOneRecord)));
+}
+
 TEST(AdapterBuffer, HandlersEndWithoutABufferGivesNothingBack) {
     const LogRecorder log;
     { const NLMEventHandler handler(nullptr, nullptr); }
