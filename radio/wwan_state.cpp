@@ -14,13 +14,13 @@ std::atomic<bool> offWithoutEthernet{false};
 
 namespace {
 
-/// Lets go of the radio at process exit. The holder itself stays: a completion that comes later still
-/// than this finds it in order.
+/// Lets go of the radio at process exit, before the interface manager goes. The holder itself stays:
+/// a completion that comes even later finds it in order.
 struct LastRadioRelease {
     LastRadioRelease() = default;
     LastRadioRelease(const LastRadioRelease&) = delete;
     LastRadioRelease& operator=(const LastRadioRelease&) = delete;
-    ~LastRadioRelease() { lastRadio = nullptr; }
+    ~LastRadioRelease() { lastRadio.store(nullptr); }
 };
 const LastRadioRelease releaseAtExit;
 

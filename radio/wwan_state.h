@@ -30,7 +30,8 @@ extern std::atomic<bool> devicePresent;
 extern std::atomic<std::shared_ptr<Platform::UniqueHandle>>& radioChangeEvent;
 /// Set while the service itself changes the radio.
 extern std::atomic<bool> NetworkChangedForSetRadio;
-/// The radio of the last completion, with a reference; null when that completion had none.
+/// The radio of the last completion, with a reference; null when that completion had none. Released
+/// at exit.
 extern std::atomic<std::shared_ptr<IMbnRadio>>& lastRadio;
 /// Held for the whole of a switch.
 extern std::mutex switchLock;
