@@ -57,8 +57,10 @@ function(linkvane_add_tidy_check)
     file(MAKE_DIRECTORY ${stamp_folder})
     add_custom_command(
       OUTPUT ${stamp}
-      COMMAND ${CMAKE_CXX_COMPILER} -std=c++20 "${folder_flags}" "${definition_flags}" -MM -MT ${stamp} -MF ${stamp}.d ${source}
-      COMMAND ${CLANG_TIDY} --quiet ${source} -- ${clang_flags} -std=c++20 "${folder_flags}" "${definition_flags}"
+      COMMAND ${CMAKE_CXX_COMPILER} -std=c++20 "${folder_flags}" "${definition_flags}"
+        -MM -MT ${stamp} -MF ${stamp}.d ${source}
+      COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/scripts/lib/clang-tidy-quietly ${CLANG_TIDY} ${source} --
+        ${clang_flags} -std=c++20 "${folder_flags}" "${definition_flags}"
         -Wall -Wextra -Wpedantic -Wconversion -Wshadow
       COMMAND ${CMAKE_COMMAND} -E touch ${stamp}
       DEPENDS ${source} ${CMAKE_CURRENT_SOURCE_DIR}/.clang-tidy
