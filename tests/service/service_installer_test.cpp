@@ -6,6 +6,7 @@
 
 #include <cwchar>
 #include <string>
+#include <vector>
 
 #include "tests/service/captured_output.h"
 #include "tests/service/fake_service_manager.h"
@@ -17,6 +18,8 @@ namespace {
 
 using Orva::Shared::Level::kVerbose;
 using Rig::Ledger;
+using Rig::Line;
+using Rig::LogLine;
 using Rig::LogRecorder;
 using Rig::ScopedImport;
 using Rig::ScopedResult;
@@ -24,6 +27,7 @@ using ServiceTests::CapturedOutput;
 using ServiceTests::FakeServiceManager;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::StartsWith;
 using namespace Rig::Lines;
 
 constexpr char kName[] = "InstallService";
@@ -139,6 +143,22 @@ TEST_F(ServiceInstallerTest, ManagerThatCannotBeOpenedIsTold) {
     EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"OpenSCManager failed w/err 0x00000005")));
     EXPECT_THAT(manager.creations, IsEmpty());
     EXPECT_THAT(manager.settings, IsEmpty());
+}
+
+TEST(ServiceInstallerTimingTest, ElapsedTimeFollowsTheExitLineOfInstallationAndRemoval) {
+    const LogRecorder log(LogRecorder::Timing::kOn);
+    Ledger ledger;
+    FakeServiceManager manager{ledger};
+    manager.openManagerError = ERROR_ACCESS_DENIED;
+    const CapturedOutput output;
+    InstallService();
+    UninstallService();
+    for (const char* const name : {kName, "UninstallService"}) {
+        const std::vector<LogLine> lines = log.Of(name);
+        ASSERT_EQ(lines.size(), 4U);
+        EXPECT_EQ(lines[2], TraceOut(name));
+        EXPECT_THAT(lines[3], Line(Orva::Shared::Level::kDiag, name, StartsWith(L"Elapsed time = ")));
+    }
 }
 
 }  // namespace
