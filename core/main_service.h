@@ -93,6 +93,8 @@ class CMainService : public CServiceBase {
     bool CreateMbnInterfaceManager(const LogScope& log);
     void DecideWwan(const LogScope& log);
 
+    void SubscribeToNetworkEvents(const LogScope& log,
+                                  const Microsoft::WRL::ComPtr<INetworkListManager>& manager);
     // The sinks count from 0. The field's reference is counted here, and a second one is given to
     // the caller, who may still work with a sink that `OnStop` has let go of. Null, with an error
     // line, when there is no memory.

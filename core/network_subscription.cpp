@@ -45,8 +45,17 @@ bool Advise(const LogScope& log, IConnectionPoint& connectionPoint, NLMEventHand
 
 void CMainService::ListenForWlanEvents() {
     const LogScope log("CMainService::ListenForWlanEvents");
-    // References of this thread's own, here and below: a stop may clear the fields at any moment.
-    const ComPtr<INetworkListManager> manager = m_networkListManager;
+    // This thread's own reference: a stop may clear the field at any moment.
+    ComPtr<INetworkListManager> manager = m_networkListManager;
+    SubscribeToNetworkEvents(log, manager);
+    if (m_networkListManager == nullptr) {
+        // The service stopped meanwhile. Nobody gives back what was subscribed after that, and the
+        // handler works with the manager without holding it: it must not go before the process.
+        static_cast<void>(manager.Detach());
+    }
+}
+
+void CMainService::SubscribeToNetworkEvents(const LogScope& log, const ComPtr<INetworkListManager>& manager) {
     ComPtr<IConnectionPointContainer> container;
     ComPtr<IConnectionPoint> found;
     if (!StepSucceeded(log, QueryContainer(manager, container),

@@ -51,7 +51,7 @@ void LogWhetherNetworkIsAlive(const LogScope& log) {
 
 /// The WWAN operations and their event threads reach the manager through this holder.
 void PublishMbnInterfaceManager(const ComPtr<IMbnInterfaceManager>& manager) {
-    if (WwanState::interfaceManager != manager) {
+    if (WwanState::interfaceManager.Get() != manager.Get()) {
         WwanState::interfaceManager = manager;
     }
 }
