@@ -18,7 +18,8 @@ constexpr std::size_t kDriveCharacters = 3;
 /// holds more was filled by somebody else, who may want to keep them.
 constexpr std::size_t kFullCount = 9;
 constexpr wchar_t kTemporaryPrefix[] = L"_log_";
-/// Temporary names are numbered by the file's number; the system takes sixteen bits, zero apart.
+/// Temporary names are numbered as the files are, up to this. Zero lets the system choose. Of two
+/// files that are so many numbers apart, the older one gives way.
 constexpr unsigned kTemporaryNumbers = 256;
 
 struct NumberedFile {

@@ -1,0 +1,85 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <limits>
+#include <string>
+
+#include "logging/format.h"
+
+namespace LoggingTests {
+namespace {
+
+using Orva::Shared::FormatText;
+
+template <class... Args>
+std::wstring Format(const wchar_t* format, Args... args) {
+    std::array<wchar_t, 200> text{};
+    FormatText(text.data(), text.size(), format, args...);
+    return text.data();
+}
+
+TEST(FormatText, WritesWideText) {
+    EXPECT_EQ(Format(L"<%s> <%ws> <%ls>", L"one", L"two", L"three"), L"<one> <two> <three>");
+}
+
+TEST(FormatText, WritesNarrowTextForTheCapitalS) {
+    EXPECT_EQ(Format(L"%S : %s", "CMainService::OnStart", L"Started"), L"CMainService::OnStart : Started");
+}
+
+TEST(FormatText, WritesNumbers) {
+    EXPECT_EQ(Format(L"%d %d", -42, 42), L"-42 42");
+    EXPECT_EQ(Format(L"%u", 4000000000U), L"4000000000");
+    EXPECT_EQ(Format(L"%lu", 4000000000UL), L"4000000000");
+    EXPECT_EQ(Format(L"%ld", -2000000000L), L"-2000000000");
+    EXPECT_EQ(Format(L"%d", std::numeric_limits<int>::min()), L"-2147483648");
+}
+
+TEST(FormatText, WritesHexadecimalNumbers) {
+    EXPECT_EQ(Format(L"%x", 0x80041071U), L"80041071");
+    EXPECT_EQ(Format(L"%08X", 0x1a2cU), L"00001A2C");
+    EXPECT_EQ(Format(L"0x%08lx", 5UL), L"0x00000005");
+    EXPECT_EQ(Format(L"%#x", 255U), L"0xff");
+}
+
+TEST(FormatText, TakesADoubleForLongDouble) {
+    EXPECT_EQ(Format(L"Elapsed time = %7.1Lf ms.", 12.34), L"Elapsed time =    12.3 ms.");
+    EXPECT_EQ(Format(L"%7.1Lf|%d", 999999.9, 7), L"999999.9|7");
+}
+
+TEST(FormatText, PadsToTheRightAndWithZeros) {
+    EXPECT_EQ(Format(L"%-11s|%04d|%02d|%03d", L"Error", 7, 7, 7), L"Error      |0007|07|007");
+}
+
+TEST(FormatText, WritesPercentSignsAndTextWithoutConversions) {
+    EXPECT_EQ(Format(L"100%% done"), L"100% done");
+}
+
+TEST(FormatText, WritesANullTextAsNull) {
+    EXPECT_EQ(Format(L"<%s>", static_cast<const wchar_t*>(nullptr)), L"<(null)>");
+}
+
+TEST(FormatText, CutsAndTerminates) {
+    std::array<wchar_t, 6> text;
+    text.fill(L'#');
+    FormatText(text.data(), 5, L"%s", L"abcdefgh");
+    EXPECT_STREQ(text.data(), L"abcd");
+    EXPECT_EQ(text[5], L'#');
+}
+
+TEST(FormatText, FillsABufferToItsLastPlace) {
+    std::array<wchar_t, 5> text;
+    text.fill(L'#');
+    FormatText(text.data(), text.size(), L"%s", L"abcd");
+    EXPECT_STREQ(text.data(), L"abcd");
+}
+
+TEST(FormatText, LeavesABufferWithoutPlacesAlone) {
+    wchar_t place = L'#';
+    FormatText(&place, 0, L"%s", L"abcd");
+    EXPECT_EQ(place, L'#');
+    FormatText(&place, 1, L"%s", L"abcd");
+    EXPECT_EQ(place, L'\0');
+}
+
+}  // namespace
+}  // namespace LoggingTests

@@ -1,0 +1,513 @@
+#include <gmock/gmock.h>
+
+#include <array>
+#include <string>
+#include <vector>
+
+#include "logging/log_file.h"
+#include "tests/logging/log_directory.h"
+#include "tests/logging/log_entries.h"
+#include "tests/logging/policy_keys.h"
+#include "tests/support/ledger.h"
+#include "tests/support/scoped_import.h"
+
+namespace LoggingTests {
+namespace {
+
+using Orva::Shared::LogFile;
+using Orva::Shared::OpenedLogFile;
+using Orva::Shared::OpenPolicyKeys;
+using Orva::Shared::PolicyKeys;
+using Rig::RegistryNumber;
+using Rig::ScopedImport;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr auto kForced = LogFile::Rotation::kForced;
+constexpr auto kWhenLarge = LogFile::Rotation::kWhenLarge;
+
+class RotationTest : public testing::Test {
+  protected:
+    RotationTest() { m_appData.MakeLogDirectory(); }
+
+    /// The log's limit, in kilobytes.
+    void Limit(DWORD kilobytes) { m_policies.OfExecutable(L"MaxLogSize", RegistryNumber(kilobytes)); }
+
+    /// A log file that knows its settings; the same for a whole test.
+    LogFile& File() {
+        if (m_file == nullptr) {
+            PolicyKeys keys;
+            OpenPolicyKeys(keys);
+            m_file = std::make_unique<LogFile>();
+            EXPECT_TRUE(m_file->Locate(L"logging_tests.log", keys));
+        }
+        return *m_file;
+    }
+
+    /// Rotates as a writer does: with the file open.
+    void Rotate(LogFile::Rotation rotation = kForced) {
+        const OpenedLogFile file(File());
+        ASSERT_TRUE(file);
+        EXPECT_FALSE(file->RotateLogFile(rotation)) << "never says that it did";
+    }
+
+    /// Numbered files 1 to `count`, number 1 the newest, each with its first number as its text.
+    void MakeNumbered(int count) {
+        for (int number = 1; number <= count; ++number) {
+            WriteBytes(m_appData.Log(number), std::to_string(number));
+            SetLastWrite(m_appData.Log(number), 1000 - number);
+        }
+    }
+
+    /// A log whose text is "current".
+    void MakeCurrent() { WriteBytes(m_appData.Log(), "current"); }
+
+    [[nodiscard]] std::string TextOf(int number) const {
+        return Exists(m_appData.Log(number)) ? ReadBytes(m_appData.Log(number)) : "-";
+    }
+
+    /// What stands in the numbered files from 1 on.
+    [[nodiscard]] std::vector<std::string> Texts(int count) const {
+        std::vector<std::string> texts;
+        for (int number = 1; number <= count; ++number) {
+            texts.push_back(TextOf(number));
+        }
+        return texts;
+    }
+
+    Policies m_policies;
+    AppData m_appData;
+
+  private:
+    std::unique_ptr<LogFile> m_file;
+};
+
+TEST_F(RotationTest, WithoutNumberedFilesMovesTheLogToNumberOne) {
+    MakeCurrent();
+    Rotate();
+    EXPECT_THAT(m_appData.Names(), ElementsAre(L"logging_tests.log", L"logging_tests_0001.log"));
+    EXPECT_EQ(TextOf(1), "current");
+    EXPECT_EQ(ReadBytes(m_appData.Log()), kByteOrderMark);
+}
+
+TEST_F(RotationTest, GoesOnWritingIntoTheNewFile) {
+    MakeCurrent();
+    {
+        const OpenedLogFile file(File());
+        file->RotateLogFile(kForced);
+        file->WriteEntry(Entry(L"after"));
+    }
+    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("after"));
+}
+
+TEST_F(RotationTest, WithoutAnOpenFileOnlyRenames) {
+    MakeCurrent();
+    EXPECT_FALSE(File().RotateLogFile(kForced));
+    EXPECT_THAT(m_appData.Names(), ElementsAre(L"logging_tests_0001.log"));
+}
+
+TEST_F(RotationTest, WithOneNumberedFileMakesItNumberTwo) {
+    MakeCurrent();
+    MakeNumbered(1);
+    Rotate();
+    EXPECT_THAT(Texts(3), ElementsAre("current", "1", "-"));
+}
+
+TEST_F(RotationTest, WithEightNumberedFilesKeepsAll) {
+    MakeCurrent();
+    MakeNumbered(8);
+    Rotate();
+    EXPECT_THAT(Texts(10), ElementsAre("current", "1", "2", "3", "4", "5", "6", "7", "8", "-"));
+}
+
+TEST_F(RotationTest, WithNineNumberedFilesDeletesTheOldest) {
+    MakeCurrent();
+    MakeNumbered(9);
+    Rotate();
+    EXPECT_THAT(Texts(10), ElementsAre("current", "1", "2", "3", "4", "5", "6", "7", "8", "-"));
+}
+
+TEST_F(RotationTest, WithTenNumberedFilesDeletesNone) {
+    MakeCurrent();
+    MakeNumbered(10);
+    Rotate();
+    EXPECT_THAT(Texts(12), ElementsAre("current", "1", "2", "3", "4", "5", "6", "7", "8", "9", "10", "-"));
+}
+
+TEST_F(RotationTest, WithTwentyFiveNumberedFilesTheHighestNumberGrows) {
+    MakeCurrent();
+    MakeNumbered(25);
+    Rotate();
+    EXPECT_EQ(TextOf(1), "current");
+    EXPECT_EQ(TextOf(2), "1");
+    EXPECT_EQ(TextOf(26), "25");
+    EXPECT_EQ(m_appData.Names().size(), 27U);
+}
+
+TEST_F(RotationTest, AgeCountsNotTheNumber) {
+    MakeCurrent();
+    WriteBytes(m_appData.Log(1), "oldest");
+    SetLastWrite(m_appData.Log(1), 1);
+    WriteBytes(m_appData.Log(2), "newest");
+    SetLastWrite(m_appData.Log(2), 3);
+    WriteBytes(m_appData.Log(7), "middle");
+    SetLastWrite(m_appData.Log(7), 2);
+    Rotate();
+    EXPECT_THAT(Texts(5), ElementsAre("current", "newest", "middle", "oldest", "-"));
+}
+
+TEST_F(RotationTest, AgeIsTheWholeTimeNotItsLowHalf) {
+    MakeCurrent();
+    // The low half of a file time runs over about every seven minutes.
+    WriteBytes(m_appData.Log(3), "old");
+    SetLastWrite(m_appData.Log(3), 0);
+    WriteBytes(m_appData.Log(4), "new");
+    SetLastWrite(m_appData.Log(4), 7);
+    WriteBytes(m_appData.Log(5), "newer");
+    SetLastWrite(m_appData.Log(5), 100);
+    Rotate();
+    EXPECT_THAT(Texts(4), ElementsAre("current", "newer", "new", "old"));
+}
+
+TEST_F(RotationTest, OfTwoFilesOfTheSameTimeOneKeepsItsName) {
+    MakeCurrent();
+    for (const int number : {5, 6}) {
+        WriteBytes(m_appData.Log(number), "same");
+        SetLastWrite(m_appData.Log(number), 1);
+    }
+    Rotate();
+    EXPECT_EQ(TextOf(1), "current");
+    EXPECT_EQ(TextOf(2), "same");
+    EXPECT_TRUE(Exists(m_appData.Log(5)) != Exists(m_appData.Log(6)));
+    EXPECT_EQ(m_appData.Names().size(), 4U);
+}
+
+TEST_F(RotationTest, NineFilesOfWhichTwoHaveTheSameTimeCountAsEight) {
+    MakeCurrent();
+    MakeNumbered(9);
+    SetLastWrite(m_appData.Log(9), 1000 - 8);
+    Rotate();
+    // Number 8 or 9 has kept its name; nothing was deleted.
+    EXPECT_EQ(m_appData.Names().size(), 11U);
+    EXPECT_EQ(TextOf(2), "1");
+}
+
+TEST_F(RotationTest, FileThatKeepsItsNameMayBlockATarget) {
+    MakeCurrent();
+    for (const int number : {1, 2}) {
+        WriteBytes(m_appData.Log(number), "same");
+        SetLastWrite(m_appData.Log(number), 1);
+    }
+    Rotate();
+    // Either number 1 or number 2 stays. Nothing is overwritten, whichever it is.
+    std::size_t texts = 0;
+    for (const std::wstring& name : m_appData.Names()) {
+        const std::string bytes = ReadBytes(m_appData.File(name));
+        texts += bytes == "same" || bytes.find("current") != std::string::npos ? 1U : 0U;
+    }
+    EXPECT_EQ(texts, 3U);
+}
+
+TEST_F(RotationTest, WhateverIsNamedLikeANumberedFileIsTakenForOne) {
+    MakeCurrent();
+    WriteBytes(m_appData.File(L"logging_tests_notes.log"), "notes");
+    WriteBytes(m_appData.File(L"logging_tests.log.bak"), "backup");
+    WriteBytes(m_appData.File(L"other_0001.log"), "other");
+    Rotate();
+    EXPECT_THAT(Texts(3), ElementsAre("current", "notes", "-"));
+    EXPECT_EQ(ReadBytes(m_appData.File(L"logging_tests.log.bak")), "backup");
+    EXPECT_EQ(ReadBytes(m_appData.File(L"other_0001.log")), "other");
+}
+
+TEST_F(RotationTest, TemporaryFileOfAnInterruptedRotationIsInNobodysWay) {
+    MakeCurrent();
+    MakeNumbered(2);
+    std::array<wchar_t, MAX_PATH> temporary{};
+    GetTempFileNameW((m_appData.LogDirectory() + L"\\").c_str(), L"_log_", 3, temporary.data());
+    WriteBytes(temporary.data(), "left over");
+    Rotate();
+    EXPECT_THAT(Texts(4), ElementsAre("current", "1", "2", "-"));
+    EXPECT_EQ(m_appData.Names().size(), 4U);
+}
+
+TEST_F(RotationTest, TemporaryNamesAreNumberedModulo256) {
+    MakeCurrent();
+    MakeNumbered(257);
+    std::vector<UINT> numbers;
+    const ScopedImport<&::GetTempFileNameW> name{
+        [&](LPCWSTR directory, LPCWSTR prefix, UINT number, LPWSTR path) {
+            EXPECT_EQ(directory, m_appData.LogDirectory() + L"\\");
+            EXPECT_STREQ(prefix, L"_log_");
+            numbers.push_back(number);
+            return name.Original(directory, prefix, number, path);
+        }};
+    Rotate();
+    ASSERT_EQ(numbers.size(), 257U);
+    EXPECT_EQ(numbers[0], 258U % 256U);
+    EXPECT_EQ(numbers[1], 1U);
+    EXPECT_EQ(numbers[2], 0U);
+    EXPECT_EQ(numbers[3], 255U);
+    EXPECT_EQ(numbers.back(), 2U);
+    EXPECT_EQ(TextOf(1), "current");
+    // Where the numbers come round, two files share a name, and the older one is lost.
+    EXPECT_EQ(m_appData.Names().size(), 258U);
+}
+
+// --- Size -------------------------------------------------------------------------------------
+
+TEST_F(RotationTest, WithoutForceAFileOfJustTheLimitStays) {
+    Limit(2);
+    WriteBytes(m_appData.Log(), std::string(2 * 1024, 'x'));
+    Rotate(kWhenLarge);
+    EXPECT_THAT(m_appData.Names(), ElementsAre(L"logging_tests.log"));
+}
+
+TEST_F(RotationTest, WithoutForceAFileAboveTheLimitIsRotated) {
+    Limit(2);
+    WriteBytes(m_appData.Log(), std::string(2 * 1024 + 1, 'x'));
+    Rotate(kWhenLarge);
+    EXPECT_EQ(TextOf(1).size(), 2U * 1024 + 1);
+}
+
+TEST_F(RotationTest, ForceDoesNotAskForTheSize) {
+    Limit(2);
+    WriteBytes(m_appData.Log(), "x");
+    Rotate(kForced);
+    EXPECT_EQ(TextOf(1), "x");
+}
+
+TEST_F(RotationTest, LimitOfZeroFallsBackTo2048) {
+    Limit(0);
+    WriteBytes(m_appData.Log(), std::string(2048 * 1024, 'x'));
+    Rotate(kWhenLarge);
+    EXPECT_FALSE(Exists(m_appData.Log(1)));
+    WriteBytes(m_appData.Log(), std::string(2048 * 1024 + 1, 'x'));
+    Rotate(kWhenLarge);
+    EXPECT_TRUE(Exists(m_appData.Log(1)));
+}
+
+/// Lets the log appear to be of another size, for a scope.
+class ScopedSize {
+  public:
+    ScopedSize(DWORD high, DWORD low)
+        : m_attributes([this, high, low](LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID data) {
+              const BOOL result = m_attributes.Original(path, level, data);
+              static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data)->nFileSizeHigh = high;
+              static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data)->nFileSizeLow = low;
+              return result;
+          }) {}
+    [[nodiscard]] int Checks() const { return m_attributes.Calls(); }
+
+  private:
+    ScopedImport<&::GetFileAttributesExW> m_attributes;
+};
+
+TEST_F(RotationTest, FileOfFourGigabytesAndMoreIsRotated) {
+    MakeCurrent();
+    const ScopedSize size(1, 0);
+    Rotate(kWhenLarge);
+    EXPECT_EQ(TextOf(1), "current");
+}
+
+TEST_F(RotationTest, LimitMayExceedWhatAFileCanHave) {
+    Limit(0xfffffffe);
+    MakeCurrent();
+    const ScopedSize size(0, 0xffffffff);
+    Rotate(kWhenLarge);
+    EXPECT_FALSE(Exists(m_appData.Log(1)));
+}
+
+TEST_F(RotationTest, DoesNothingWithoutALog) {
+    MakeNumbered(2);
+    EXPECT_FALSE(File().RotateLogFile(kForced));
+    EXPECT_THAT(Texts(3), ElementsAre("1", "2", "-"));
+}
+
+TEST_F(RotationTest, DoesNothingWhenTheLogCannotBeAskedFor) {
+    MakeCurrent();
+    MakeNumbered(1);
+    const Rig::ScopedResult<&::GetFileAttributesExW> fails{FALSE, ERROR_ACCESS_DENIED};
+    Rotate();
+    EXPECT_THAT(Texts(2), ElementsAre("1", "-"));
+}
+
+// --- When the size is looked at ---------------------------------------------------------------
+
+/// At which of `writes` lines the size was looked at, counted from one.
+std::vector<int> ChecksDuring(LogFile& file, int writes) {
+    const ScopedSize size(0, 0);
+    std::vector<int> checks;
+    const auto entry = Entry(L"x");
+    const OpenedLogFile opened(file);
+    for (int write = 1; write <= writes; ++write) {
+        const int before = size.Checks();
+        opened->WriteEntry(entry);
+        if (size.Checks() != before) {
+            checks.push_back(write);
+        }
+    }
+    return checks;
+}
+
+TEST_F(RotationTest, SizeIsLookedAtAtTheFirstWriteAndThenEveryFiveWritesAKilobyteAndOne) {
+    Limit(2048);
+    EXPECT_THAT(ChecksDuring(File(), 21000), ElementsAre(1, 10242, 20483));
+}
+
+TEST_F(RotationTest, SizeOfASmallLogIsLookedAtOften) {
+    Limit(1);
+    EXPECT_THAT(ChecksDuring(File(), 20), ElementsAre(1, 7, 13, 19));
+}
+
+TEST_F(RotationTest, LimitWhoseProductHasASignIsLookedAtAtEveryWrite) {
+    Limit(0x10000000);
+    EXPECT_THAT(ChecksDuring(File(), 4), ElementsAre(1, 2, 3, 4));
+}
+
+TEST_F(RotationTest, CounterRunsOverWithoutHarm) {
+    // Ten times this is one below the greatest signed number, once the high bits are cut off.
+    Limit(0x73333333);
+    EXPECT_THAT(ChecksDuring(File(), 3), ElementsAre(1));
+}
+
+TEST_F(RotationTest, LineGoesToTheNewFileWhenTheSizeIsExceeded) {
+    Limit(1);
+    WriteBytes(m_appData.Log(), std::string(kLogLine) + std::string(2000, 'x') + "\r\n");
+    {
+        const OpenedLogFile file(File());
+        file->WriteEntry(Entry(L"new"));
+    }
+    EXPECT_EQ(TextOf(1).size(), kLogLine.size() + 2002);
+    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("new"));
+}
+
+TEST_F(RotationTest, SteadyWritingKeepsNineNumberedFiles) {
+    Limit(1);
+    {
+        const OpenedLogFile file(File());
+        for (int line = 0; line < 400; ++line) {
+            file->WriteEntry(Entry(std::wstring(200, L'x')));
+        }
+    }
+    EXPECT_EQ(m_appData.Names().size(), 10U);
+    EXPECT_TRUE(Exists(m_appData.Log(9)));
+}
+
+// --- Failures ---------------------------------------------------------------------------------
+
+/// Lets one rename fail, for a scope; counted from 1 in the order of the rotation.
+class FailingRename {
+  public:
+    explicit FailingRename(int which) : m_fails(FALSE, ERROR_SHARING_VIOLATION, Rig::AtCall(which)) {}
+    [[nodiscard]] int Calls() const { return m_fails.Calls(); }
+
+  private:
+    Rig::ScopedResult<&::MoveFileW> m_fails;
+};
+
+TEST_F(RotationTest, RenameThatFailsAtFirstLeavesTheNumberedFiles) {
+    MakeCurrent();
+    MakeNumbered(3);
+    const FailingRename fails(1);
+    Rotate();
+    // Number 1 is still taken, so the log itself stays too.
+    EXPECT_EQ(fails.Calls(), 2);
+    EXPECT_THAT(Texts(4), ElementsAre("1", "2", "3", "-"));
+    EXPECT_EQ(ReadBytes(m_appData.Log()), "current");
+}
+
+TEST_F(RotationTest, RenameThatFailsInBetweenStopsTheNewerOnes) {
+    MakeCurrent();
+    MakeNumbered(3);
+    const FailingRename fails(2);
+    Rotate();
+    // Number 3 went to 4; 2 and 1 stayed where they were.
+    EXPECT_EQ(fails.Calls(), 4);
+    EXPECT_THAT(Texts(5), ElementsAre("1", "2", "-", "3", "-"));
+    EXPECT_EQ(ReadBytes(m_appData.Log()), "current");
+}
+
+TEST_F(RotationTest, RenameThatFailsForTheNewestLeavesItAndTheLog) {
+    MakeCurrent();
+    MakeNumbered(3);
+    const FailingRename fails(3);
+    Rotate();
+    EXPECT_THAT(Texts(5), ElementsAre("1", "-", "2", "3", "-"));
+    EXPECT_EQ(ReadBytes(m_appData.Log()), "current");
+}
+
+TEST_F(RotationTest, RenameThatFailsInTheSecondPhaseLeavesATemporaryFile) {
+    MakeCurrent();
+    MakeNumbered(3);
+    const FailingRename fails(5);
+    Rotate();
+    EXPECT_EQ(fails.Calls(), 7);
+    EXPECT_THAT(Texts(5), ElementsAre("current", "1", "-", "3", "-"));
+    EXPECT_EQ(m_appData.Names().size(), 5U);
+}
+
+TEST_F(RotationTest, RenameThatFailsForTheLogGoesOnInIt) {
+    MakeCurrent();
+    MakeNumbered(1);
+    const FailingRename fails(3);
+    {
+        const OpenedLogFile file(File());
+        file->RotateLogFile(kForced);
+        file->WriteEntry(Entry(L"after"));
+    }
+    EXPECT_THAT(Texts(3), ElementsAre("-", "1", "-"));
+    EXPECT_THAT(ReadBytes(m_appData.Log()), testing::StartsWith("current"));
+    EXPECT_THAT(ReadBytes(m_appData.Log()), testing::EndsWith("|after\r\n"));
+}
+
+TEST_F(RotationTest, DeletionThatFailsLeavesTheOldestInTheWay) {
+    MakeCurrent();
+    MakeNumbered(9);
+    const ScopedImport<&::DeleteFileW> fails{[&](LPCWSTR path) { return path == m_appData.Log(9); },
+                                             [](LPCWSTR) {
+                                                 SetLastError(ERROR_SHARING_VIOLATION);
+                                                 return FALSE;
+                                             }};
+    Rotate();
+    // Number 8 cannot become 9 and stays under its temporary name.
+    EXPECT_THAT(Texts(9), ElementsAre("current", "1", "2", "3", "4", "5", "6", "7", "9"));
+    EXPECT_EQ(m_appData.Names().size(), 11U);
+}
+
+TEST_F(RotationTest, WithoutATemporaryNameNothingIsMoved) {
+    MakeCurrent();
+    MakeNumbered(2);
+    const Rig::ScopedResult<&::GetTempFileNameW> fails{0, ERROR_BUFFER_OVERFLOW};
+    Rotate();
+    EXPECT_THAT(Texts(3), ElementsAre("1", "2", "-"));
+}
+
+TEST_F(RotationTest, LogThatCannotBeReopenedKeepsTheMutexAndWritesNothing) {
+    MakeCurrent();
+    {
+        const OpenedLogFile file(File());
+        ASSERT_TRUE(file);
+        const ScopedImport<&::_wfopen> fails{[](auto...) -> FILE* { return nullptr; }};
+        const Rig::ScopedResult<&::ReleaseMutex> release{TRUE};
+        file->RotateLogFile(kForced);
+        file->WriteEntry(Entry(L"lost"));
+        file->CloseAndUnlock();
+        EXPECT_EQ(release.Calls(), 0);
+    }
+    EXPECT_THAT(m_appData.Names(), ElementsAre(L"logging_tests_0001.log"));
+    // The same thread writes on.
+    const OpenedLogFile file(File());
+    ASSERT_TRUE(file);
+    file->WriteEntry(Entry(L"one"));
+}
+
+TEST_F(RotationTest, GivesEverythingBack) {
+    MakeCurrent();
+    MakeNumbered(9);
+    static_cast<void>(File());
+    const Rig::Ledger ledger;
+    Rotate();
+}
+
+}  // namespace
+}  // namespace LoggingTests

@@ -1,0 +1,394 @@
+#include "logging/write_queue.h"
+
+#include <gmock/gmock.h>
+#include <process.h>
+
+#include <atomic>
+#include <memory>
+#include <thread>
+#include <vector>
+
+#include "logging/entry_queue.h"
+#include "logging/file_listener.h"
+#include "tests/logging/failing_memory.h"
+#include "tests/logging/held_mutex.h"
+#include "tests/logging/log_directory.h"
+#include "tests/logging/log_entries.h"
+#include "tests/logging/policy_keys.h"
+#include "tests/support/ledger.h"
+#include "tests/support/scoped_import.h"
+
+namespace LoggingTests {
+namespace {
+
+using Orva::Shared::CorvaLogListener;
+using Orva::Shared::CorvaLogListenerFile;
+using Orva::Shared::EntryQueue;
+using Rig::ScopedImport;
+using Rig::ScopedResult;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// Takes everything out of a queue.
+std::vector<std::wstring> Drain(EntryQueue& queue) {
+    std::vector<std::wstring> messages;
+    auto entry = Entry(L"");
+    while (!queue.IsEmpty()) {
+        queue.TakeFirst(entry);
+        messages.emplace_back(entry.Message());
+    }
+    return messages;
+}
+
+TEST(EntryQueue, GivesEntriesBackWholeAndInOrder) {
+    EntryQueue queue;
+    EXPECT_TRUE(queue.IsEmpty());
+    queue.Append(Entry(L"one", Orva::Shared::Level::kWarning, "A::B"));
+    queue.Append(Entry(L"", Orva::Shared::Level::kTraceIn, "odd"));
+    queue.Append(Entry(L"three"));
+    auto entry = Entry(L"other");
+    queue.TakeFirst(entry);
+    EXPECT_EQ(entry.GetLogLine(), L"2019/04/05 13:07:09.042|00001A2C|Warning    |A::B|one");
+    queue.TakeFirst(entry);
+    EXPECT_EQ(entry.GetLogLine(), L"2019/04/05 13:07:09.042|00001A2C|TraceIn    |odd|");
+    EXPECT_THAT(Drain(queue), ElementsAre(L"three"));
+    EXPECT_TRUE(queue.IsEmpty());
+}
+
+TEST(EntryQueue, TakesMoreThanABlockAndMoreThanABlockAtOnce) {
+    EntryQueue queue;
+    std::vector<std::wstring> expected;
+    for (int i = 0; i < 3000; ++i) {
+        expected.push_back(i % 500 == 250 ? std::wstring(100'000, L'x') : L"entry " + std::to_wstring(i));
+    }
+    for (int round = 0; round < 3; ++round) {
+        for (const std::wstring& message : expected) {
+            queue.Append(Entry(message));
+        }
+        EXPECT_EQ(Drain(queue), expected);
+    }
+}
+
+TEST(EntryQueue, TakesAllOfAnotherBehindItsOwn) {
+    EntryQueue first;
+    EntryQueue second;
+    first.Append(Entry(L"one"));
+    second.Append(Entry(L"two"));
+    second.Append(Entry(L"three"));
+    first.TakeAll(second);
+    EXPECT_TRUE(second.IsEmpty());
+    second.Append(Entry(L"four"));
+    EXPECT_THAT(Drain(first), ElementsAre(L"one", L"two", L"three"));
+    EXPECT_THAT(Drain(second), ElementsAre(L"four"));
+}
+
+TEST(EntryQueue, NeedsNoMemoryOnceItHasSome) {
+    EntryQueue queue;
+    EntryQueue taken;
+    const auto entry = Entry(std::wstring(100, L'x'));
+    auto other = Entry(L"");
+    const auto fillAndDrain = [&] {
+        for (int i = 0; i < 2000; ++i) {
+            queue.Append(entry);
+        }
+        taken.TakeAll(queue);
+        while (!taken.IsEmpty()) {
+            taken.TakeFirst(other);
+        }
+        queue.Append(entry);
+        taken.TakeAll(queue);
+        taken.TakeFirst(other);
+    };
+    fillAndDrain();
+    const long long before = AllocationsSoFar();
+    fillAndDrain();
+    EXPECT_EQ(AllocationsSoFar(), before);
+}
+
+TEST(EntryQueue, ForgetsWhatIsCleared) {
+    EntryQueue queue;
+    queue.Append(Entry(L"one"));
+    queue.Clear();
+    EXPECT_TRUE(queue.IsEmpty());
+    queue.Append(Entry(L"two"));
+    EXPECT_THAT(Drain(queue), ElementsAre(L"two"));
+}
+
+class WriteQueueTest : public testing::Test {
+  protected:
+    /// Waits until the log has so many lines.
+    [[nodiscard]] bool HasLines(std::size_t count) const {
+        return Eventually([&] {
+            const std::string bytes = ReadBytes(m_appData.Log());
+            return static_cast<std::size_t>(std::count(bytes.begin(), bytes.end(), '\n')) >= count;
+        });
+    }
+
+    Policies m_policies;
+    AppData m_appData;
+};
+
+TEST_F(WriteQueueTest, WritesLinesInTheirOrder) {
+    std::vector<std::string> expected;
+    {
+        CorvaLogListenerFile listener(true);
+        for (int line = 0; line < 5000; ++line) {
+            listener.Log(Entry(std::to_wstring(line)));
+            expected.push_back(std::to_string(line));
+        }
+        EXPECT_TRUE(HasLines(5000));
+    }
+    EXPECT_EQ(ReadMessages(m_appData.Log()), expected);
+}
+
+TEST_F(WriteQueueTest, WritesTheSameBytesAsWithoutAQueue) {
+    {
+        CorvaLogListenerFile listener(true);
+        listener.Log(Entry(L"one \x00e4\x20ac\xd83d\xde00", Orva::Shared::Level::kInformation, "A::B"));
+        EXPECT_TRUE(HasLines(1));
+    }
+    EXPECT_EQ(
+        ReadBytes(m_appData.Log()),
+        "\xEF\xBB\xBF"
+        "2019/04/05 13:07:09.042|00001A2C|Information|A::B|one \xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\r\n");
+}
+
+TEST_F(WriteQueueTest, CallersDoNotWaitForTheFile) {
+    CorvaLogListenerFile listener(true);
+    {
+        const HeldMutex held(m_appData.Log());
+        for (int line = 0; line < 100; ++line) {
+            listener.Log(Entry(std::to_wstring(line)));
+        }
+        EXPECT_TRUE(ReadLines(m_appData.Log()).empty());
+    }
+    EXPECT_TRUE(HasLines(100));
+}
+
+TEST_F(WriteQueueTest, HoldsTheMutexUntilTheQueueIsEmptyAndNoLonger) {
+    CorvaLogListenerFile listener(true);
+    {
+        const HeldMutex held(m_appData.Log());
+        listener.Log(Entry(L"one"));
+        listener.Log(Entry(L"two"));
+    }
+    EXPECT_TRUE(HasLines(2));
+    const HeldMutex free(m_appData.Log());
+    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one", "two"));
+}
+
+TEST_F(WriteQueueTest, OneWriterServesManyEntriesAndEndsWithTheQueue) {
+    const ScopedImport<&::_beginthreadex> start{[&](void* security, unsigned stack,
+                                                    unsigned(__stdcall * function)(void*), void* argument,
+                                                    unsigned flags, unsigned* id) {
+        EXPECT_EQ(stack, 0U);
+        return start.Original(security, stack, function, argument, flags, id);
+    }};
+    CorvaLogListenerFile listener(true);
+    {
+        const HeldMutex held(m_appData.Log());
+        for (int line = 0; line < 50; ++line) {
+            listener.Log(Entry(L"x"));
+        }
+        EXPECT_EQ(start.Calls(), 1);
+    }
+    EXPECT_TRUE(HasLines(50));
+    { const HeldMutex writerEnded(m_appData.Log()); }
+    listener.Log(Entry(L"y"));
+    EXPECT_TRUE(HasLines(51));
+    EXPECT_EQ(start.Calls(), 2);
+}
+
+TEST_F(WriteQueueTest, EntriesStayQueuedWhileTheFileCannotBeOpened) {
+    CorvaLogListenerFile listener(true);
+    std::atomic<bool> locked = true;
+    const ScopedImport<&::_wfopen> open{[&](const wchar_t* path, const wchar_t* mode) {
+        return locked ? nullptr : open.Original(path, mode);
+    }};
+    listener.Log(Entry(L"one"));
+    EXPECT_TRUE(Eventually([&] { return open.Calls() == 1; }));
+    { const HeldMutex writerEnded(m_appData.Log()); }
+    Sleep(20);
+    EXPECT_TRUE(ReadLines(m_appData.Log()).empty());
+    locked = false;
+    // The next one starts another writer, which finds both.
+    listener.Log(Entry(L"two"));
+    EXPECT_TRUE(HasLines(2));
+    { const HeldMutex writerEnded(m_appData.Log()); }
+    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one", "two"));
+}
+
+TEST_F(WriteQueueTest, EntriesStayQueuedWhenNoThreadCanBeStarted) {
+    CorvaLogListenerFile listener(true);
+    {
+        const ScopedImport<&::_beginthreadex> fails{[](auto...) { return std::uintptr_t{0}; }};
+        listener.Log(Entry(L"one"));
+        listener.Log(Entry(L"two"));
+        EXPECT_EQ(fails.Calls(), 2);
+    }
+    listener.Log(Entry(L"three"));
+    EXPECT_TRUE(HasLines(3));
+    { const HeldMutex writerEnded(m_appData.Log()); }
+    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one", "two", "three"));
+}
+
+TEST_F(WriteQueueTest, EntryIsLostWhenMemoryIsShort) {
+    CorvaLogListenerFile listener(true);
+    const auto lost = Entry(L"lost");
+    {
+        const ScopedMemoryShortage shortage(1);
+        listener.Log(lost);
+    }
+    listener.Log(Entry(L"one"));
+    EXPECT_TRUE(HasLines(1));
+    { const HeldMutex writerEnded(m_appData.Log()); }
+    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one"));
+}
+
+TEST_F(WriteQueueTest, ManyThreadsLogAtOnce) {
+    constexpr int kThreads = 4;
+    constexpr int kLines = 2000;
+    {
+        CorvaLogListenerFile listener(true);
+        std::vector<std::thread> threads;
+        for (int thread = 0; thread < kThreads; ++thread) {
+            threads.emplace_back([&listener, thread] {
+                for (int line = 0; line < kLines; ++line) {
+                    listener.Log(Entry(std::to_wstring(thread) + L" " + std::to_wstring(line)));
+                }
+            });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        EXPECT_TRUE(HasLines(kThreads * kLines));
+    }
+    std::vector<int> next(kThreads);
+    for (const std::string& message : ReadMessages(m_appData.Log())) {
+        const int thread = std::stoi(message);
+        EXPECT_EQ(message,
+                  std::to_string(thread) + " " + std::to_string(next[static_cast<std::size_t>(thread)]++));
+    }
+    EXPECT_THAT(next, testing::Each(kLines));
+}
+
+// --- The end ----------------------------------------------------------------------------------
+
+/// The sleeps of this thread and its waits with a limit, which take no time, for a scope.
+class ScopedWaits {
+  public:
+    std::vector<std::string> events;
+    DWORD result = WAIT_TIMEOUT;
+
+  private:
+    ScopedImport<&::Sleep> m_sleep{
+        [this](DWORD milliseconds) { events.push_back("sleep " + std::to_string(milliseconds)); }};
+    ScopedImport<&::WaitForSingleObject> m_wait{
+        [](HANDLE, DWORD limit) { return limit != INFINITE && limit != 0; },
+        [this](HANDLE, DWORD limit) {
+            events.push_back("wait " + std::to_string(limit));
+            return result;
+        }};
+};
+
+TEST_F(WriteQueueTest, WithNothingQueuedEndsAtOnce) {
+    ScopedWaits waits;
+    { CorvaLogListenerFile listener(true); }
+    EXPECT_THAT(waits.events, IsEmpty());
+}
+
+TEST_F(WriteQueueTest, GivesABlockedWriterTwoRoundsAndLosesTheRest) {
+    auto listener = std::make_unique<CorvaLogListenerFile>(true);
+    {
+        const HeldMutex held(m_appData.Log());
+        listener->Log(Entry(L"lost"));
+        const ScopedWaits waits;
+        listener.reset();
+        EXPECT_THAT(waits.events, ElementsAre("sleep 100", "wait 500", "sleep 100", "wait 500"));
+    }
+    // The writer gets the file now and finds nothing to write.
+    { const HeldMutex writerCameToo(m_appData.Log()); }
+    Sleep(50);
+    EXPECT_TRUE(ReadLines(m_appData.Log()).empty());
+}
+
+TEST_F(WriteQueueTest, WriterThatEndedInTimeNeedsOneRound) {
+    auto listener = std::make_unique<CorvaLogListenerFile>(true);
+    const HeldMutex held(m_appData.Log());
+    listener->Log(Entry(L"lost"));
+    ScopedWaits waits;
+    waits.result = WAIT_OBJECT_0;
+    listener.reset();
+    EXPECT_THAT(waits.events, ElementsAre("sleep 100", "wait 500"));
+}
+
+TEST_F(WriteQueueTest, WaitThatFailsEndsTheRounds) {
+    auto listener = std::make_unique<CorvaLogListenerFile>(true);
+    const HeldMutex held(m_appData.Log());
+    listener->Log(Entry(L"lost"));
+    ScopedWaits waits;
+    waits.result = WAIT_FAILED;
+    listener.reset();
+    EXPECT_THAT(waits.events, ElementsAre("sleep 100", "wait 500"));
+}
+
+TEST_F(WriteQueueTest, WithoutAWriterDoesNotWaitForEntriesThatRemain) {
+    auto listener = std::make_unique<CorvaLogListenerFile>(true);
+    const ScopedImport<&::_beginthreadex> fails{[](auto...) { return std::uintptr_t{0}; }};
+    listener->Log(Entry(L"lost"));
+    const ScopedWaits waits;
+    listener.reset();
+    EXPECT_THAT(waits.events, IsEmpty());
+}
+
+TEST_F(WriteQueueTest, EndsWithinOneAndAHalfSecondsWhenTheWriterIsBlocked) {
+    auto listener = std::make_unique<CorvaLogListenerFile>(true);
+    const HeldMutex held(m_appData.Log());
+    listener->Log(Entry(L"lost"));
+    const ULONGLONG start = GetTickCount64();
+    listener.reset();
+    const ULONGLONG milliseconds = GetTickCount64() - start;
+    EXPECT_GE(milliseconds, 1100U);
+    EXPECT_LE(milliseconds, 3000U);
+}
+
+TEST_F(WriteQueueTest, LateWriterOfAnEndedListenerDoesNoHarm) {
+    for (int round = 0; round < 20; ++round) {
+        auto listener = std::make_unique<CorvaLogListenerFile>(true);
+        std::unique_ptr<HeldMutex> held = std::make_unique<HeldMutex>(m_appData.Log());
+        listener->Log(Entry(L"lost"));
+        {
+            const ScopedWaits waits;
+            listener.reset();
+        }
+        held.reset();
+    }
+    { const HeldMutex everyWriterEnded(m_appData.Log()); }
+    Sleep(50);
+    CorvaLogListenerFile(false).Log(Entry(L"one"));
+    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one"));
+}
+
+TEST_F(WriteQueueTest, DrainsBeforeItEnds) {
+    {
+        CorvaLogListenerFile listener(true);
+        for (int line = 0; line < 1000; ++line) {
+            listener.Log(Entry(L"x"));
+        }
+    }
+    { const HeldMutex writerEnded(m_appData.Log()); }
+    EXPECT_EQ(ReadLines(m_appData.Log()).size(), 1000U);
+}
+
+TEST_F(WriteQueueTest, GivesEverythingBack) {
+    const Rig::Ledger ledger;
+    {
+        CorvaLogListenerFile listener(true);
+        listener.Log(Entry(L"one"));
+        EXPECT_TRUE(HasLines(1));
+    }
+    EXPECT_TRUE(ledger.Balanced(std::chrono::seconds(10)));
+}
+
+}  // namespace
+}  // namespace LoggingTests
