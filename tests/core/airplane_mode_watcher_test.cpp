@@ -77,7 +77,7 @@ class WatcherTest : public CoreTest {
 
     void SetBoth(bool isOn) {
         world.wlan.adapters[0].phys[0] = isOn ? RadioTests::On() : RadioTests::Off();
-        world.mbnManager.modem.isOn = isOn;
+        world.wwanRadio.state = isOn ? MBN_RADIO_ON : MBN_RADIO_OFF;
     }
 
     std::function<void()> nothing = [] {};

@@ -14,9 +14,6 @@ using Rig::Detail::RigLockHolder;
 
 namespace {
 
-constexpr wchar_t kModemId[] = L"{6F8BF8C1-5F1F-4C63-9A0B-717A52107D11}";
-constexpr ULONG kRequestId = 7;
-
 // Handles that are unlike any real one.
 constexpr ULONG_PTR kServiceManagerHandle = 0x5C0001;
 constexpr ULONG_PTR kFirstServiceHandle = 0x5C1000;
@@ -109,59 +106,6 @@ HRESULT FakeConnectionPoint::Unadvise(DWORD given) {
         return CONNECT_E_NOCONNECTION;
     }
     std::exchange(m_sink, nullptr)->Release();
-    return S_OK;
-}
-
-HRESULT FakeModem::get_InterfaceID(BSTR* interfaceId) {
-    ExpectHeld("get_InterfaceID");
-    *interfaceId = SysAllocString(kModemId);
-    return S_OK;
-}
-
-HRESULT FakeModem::get_SoftwareRadioState(MBN_RADIO* state) {
-    ExpectHeld("get_SoftwareRadioState");
-    *state = isOn ? MBN_RADIO_ON : MBN_RADIO_OFF;
-    return S_OK;
-}
-
-HRESULT FakeModem::get_HardwareRadioState(MBN_RADIO* state) {
-    ExpectHeld("get_HardwareRadioState");
-    *state = MBN_RADIO_ON;
-    return S_OK;
-}
-
-HRESULT FakeModem::SetSoftwareRadioState(MBN_RADIO state, ULONG* requestId) {
-    ExpectHeld("SetSoftwareRadioState");
-    switches.push_back(state);
-    if (obeys) {
-        isOn = state == MBN_RADIO_ON;
-    }
-    *requestId = kRequestId;
-    return S_OK;
-}
-
-HRESULT FakeMbnManager::GetInterface(LPCWSTR interfaceId, IMbnInterface** mbnInterface) {
-    ExpectHeld("GetInterface");
-    *mbnInterface = nullptr;
-    if (!hasModem || interfaceId != std::wstring(kModemId)) {
-        return HRESULT_FROM_WIN32(ERROR_NOT_FOUND);
-    }
-    return modem.HandOut(mbnInterface);
-}
-
-HRESULT FakeMbnManager::GetInterfaces(SAFEARRAY** mbnInterfaces) {
-    ExpectHeld("GetInterfaces");
-    if (onGetInterfaces) {
-        onGetInterfaces();
-    }
-    *mbnInterfaces = SafeArrayCreateVector(VT_UNKNOWN, 0, hasModem ? 1 : 0);
-    if (hasModem) {
-        IUnknown* handedOut = nullptr;
-        modem.HandOut(&handedOut);
-        LONG index = 0;
-        SafeArrayPutElement(*mbnInterfaces, &index, handedOut);
-        handedOut->Release();
-    }
     return S_OK;
 }
 
@@ -273,7 +217,7 @@ World::World()
       networkEvents("INetworkEvents", IID_INetworkEvents, 13, journal),
       radioEvents("IMbnRadioEvents", IID_IMbnRadioEvents, 14, journal),
       listManager({&listManagerEvents, &connectionEvents, &networkEvents}, journal),
-      mbnManager({&radioEvents}, journal),
+      mbnManager({&radioEvents}, journal, modems),
       m_networkAlive([this](LPDWORD flags) {
           journal.Add("IsNetworkAlive");
           *flags = NETWORK_ALIVE_LAN;
@@ -295,7 +239,15 @@ World::World()
     com.creators["MbnInterfaceManager"] = [this](REFIID id, void** object) {
         return mbnManager.HandOut(id, object);
     };
-    mbnManager.onGetInterfaces = [this] { journal.Add("GetInterfaces"); };
+    mbnManager.onGetInterfaces = [this](int) {
+        journal.Add("GetInterfaces");
+        return S_OK;
+    };
+    wwanRadio.onSet = [this](MBN_RADIO wanted, ULONG*) {
+        wwanRadio.state = wanted;
+        return S_OK;
+    };
+    modems.emplace_back(wwanRadio, RadioTests::kFirstModem);
 }
 
 World::~World() {
@@ -329,7 +281,7 @@ void World::EnableWwanSwitching() const {
 
 void World::MakeModemKnown() {
     mbnManager.HandOut(WwanState::interfaceManager.ReleaseAndGetAddressOf());
-    WwanState::interfaceId = kModemId;
+    WwanState::interfaceId = RadioTests::kFirstModem;
     WwanState::devicePresent = true;
 }
 

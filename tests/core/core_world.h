@@ -2,6 +2,7 @@
 
 #include "tests/network/fake_adapters.h"
 #include "tests/network/fake_network.h"
+#include "tests/radio/fake_modem.h"
 #include "tests/radio/fake_wlan.h"
 #include "tests/radio/machine.h"
 
@@ -13,31 +14,18 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <deque>
 #include <functional>
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "core/main_service.h"
 #include "platform/mbn_api.h"
 #include "tests/support/fake_unknown.h"
 #include "tests/support/scoped_import.h"
-
-namespace Rig {
-template <>
-struct InterfaceId<IMbnInterfaceManager> {
-    static REFIID Value() { return IID_IMbnInterfaceManager; }
-};
-template <>
-struct InterfaceId<IMbnInterface> {
-    static REFIID Value() { return IID_IMbnInterface; }
-};
-template <>
-struct InterfaceId<IMbnRadio> {
-    static REFIID Value() { return IID_IMbnRadio; }
-};
-}  // namespace Rig
 
 /// What the core's tests put in the place of the machine around it.
 namespace CoreTests {
@@ -94,8 +82,9 @@ class FakeConnectionPoint : public Rig::FakeUnknown<IConnectionPoint> {
 template <class Fake>
 class WithConnectionPoints : public Fake, public IConnectionPointContainer {
   public:
-    WithConnectionPoints(std::vector<FakeConnectionPoint*> points, Journal& journal)
-        : m_points(std::move(points)), m_journal(journal) {}
+    template <class... Arguments>
+    WithConnectionPoints(std::vector<FakeConnectionPoint*> points, Journal& journal, Arguments&&... arguments)
+        : Fake(std::forward<Arguments>(arguments)...), m_points(std::move(points)), m_journal(journal) {}
 
     HRESULT containerResult = S_OK;  ///< of the query for the container
 
@@ -136,46 +125,6 @@ class WithConnectionPoints : public Fake, public IConnectionPointContainer {
   private:
     const std::vector<FakeConnectionPoint*> m_points;
     Journal& m_journal;
-};
-
-/// A modem whose radio follows at once and never confirms.
-class FakeModem : public Rig::FakeUnknown<IMbnInterface, IMbnRadio> {
-  public:
-    FakeModem() : FakeUnknown("modem") {}
-
-    bool isOn = true;
-    bool obeys = true;
-    /// The states that it was switched to.
-    std::vector<MBN_RADIO> switches;
-
-    HRESULT WINAPI get_InterfaceID(BSTR* interfaceId) override;
-    HRESULT WINAPI GetInterfaceCapability(MBN_INTERFACE_CAPS*) override { return E_NOTIMPL; }
-    HRESULT WINAPI GetSubscriberInformation(IMbnSubscriberInformation**) override { return E_NOTIMPL; }
-    HRESULT WINAPI GetReadyState(int*) override { return E_NOTIMPL; }
-    HRESULT WINAPI InEmergencyMode(VARIANT_BOOL*) override { return E_NOTIMPL; }
-    HRESULT WINAPI GetHomeProvider(MBN_PROVIDER*) override { return E_NOTIMPL; }
-    HRESULT WINAPI GetPreferredProviders(SAFEARRAY**) override { return E_NOTIMPL; }
-    HRESULT WINAPI SetPreferredProviders(SAFEARRAY*, ULONG*) override { return E_NOTIMPL; }
-    HRESULT WINAPI GetVisibleProviders(ULONG*, SAFEARRAY**) override { return E_NOTIMPL; }
-    HRESULT WINAPI ScanNetwork(ULONG*) override { return E_NOTIMPL; }
-    HRESULT WINAPI GetConnection(IMbnConnection**) override { return E_NOTIMPL; }
-    HRESULT WINAPI get_SoftwareRadioState(MBN_RADIO* state) override;
-    HRESULT WINAPI get_HardwareRadioState(MBN_RADIO* state) override;
-    HRESULT WINAPI SetSoftwareRadioState(MBN_RADIO state, ULONG* requestId) override;
-};
-
-/// Knows one modem, or none.
-class FakeMbnManager : public Rig::FakeUnknown<IMbnInterfaceManager> {
-  public:
-    FakeMbnManager() : FakeUnknown("mobile broadband manager") {}
-
-    bool hasModem = true;
-    FakeModem modem;
-    /// What happens when the list of modems is asked for.
-    std::function<void()> onGetInterfaces;
-
-    HRESULT WINAPI GetInterface(LPCWSTR interfaceId, IMbnInterface** mbnInterface) override;
-    HRESULT WINAPI GetInterfaces(SAFEARRAY** mbnInterfaces) override;
 };
 
 /// The service control manager's side of other services, for a scope.
@@ -365,7 +314,10 @@ class World {
     FakeConnectionPoint networkEvents;
     FakeConnectionPoint radioEvents;
     WithConnectionPoints<NetworkTests::FakeNetworkListManager> listManager;
-    WithConnectionPoints<FakeMbnManager> mbnManager;
+    /// Follows at once and never confirms.
+    RadioTests::FakeRadio wwanRadio{MBN_RADIO_ON};
+    std::deque<RadioTests::FakeInterface> modems;
+    WithConnectionPoints<RadioTests::FakeManager> mbnManager;
 
     /// As Windows shows it: the adapter stays, without an address.
     void PullCable() { machine.adapters.Set({NetworkTests::EthernetWithoutAddress()}); }
@@ -374,10 +326,12 @@ class World {
     [[nodiscard]] std::vector<Rig::LogLine> LinesOf(const char* function) const;
     /// The states that the WLAN radio was switched to, as "off" or "on".
     [[nodiscard]] std::vector<std::string> WlanSwitches() const;
-    [[nodiscard]] std::vector<MBN_RADIO> WwanSwitches() const { return mbnManager.modem.switches; }
+    [[nodiscard]] std::vector<MBN_RADIO> WwanSwitches() const { return wwanRadio.sets; }
 
     void EnableWlanSwitching() const;
     void EnableWwanSwitching() const;
+    /// A WWAN radio that says yes and stays as it is.
+    void MakeWwanStubborn() { wwanRadio.onSet = nullptr; }
     /// What the start-up worker leaves behind for the WWAN radio.
     void MakeModemKnown();
 

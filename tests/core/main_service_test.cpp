@@ -245,9 +245,9 @@ TEST_F(MainServiceTest, DestructorReleasesWhatWasNeverStoppedFromLastToFirst) {
                           kMbnManager);
     }
     EXPECT_THAT(world.journal.Calls(),
-                ElementsAre("Release mobile broadband manager", "Release network list manager",
-                            "Release IMbnRadioEvents", "Release INetworkEvents",
-                            "Release INetworkConnectionEvents", "Release INetworkListManagerEvents"));
+                ElementsAre("Release manager", "Release network list manager", "Release IMbnRadioEvents",
+                            "Release INetworkEvents", "Release INetworkConnectionEvents",
+                            "Release INetworkListManagerEvents"));
     EXPECT_THAT(log.Of("CMainService::~CMainService"),
                 ElementsAre(TraceIn("CMainService::~CMainService"), TraceOut("CMainService::~CMainService")));
 }
@@ -442,7 +442,7 @@ TEST_F(MainServiceTest, StopGivesEverythingBackInItsOrder) {
                             "Release INetworkEvents",  //
                             "Release NLMEventHandler", "Release network list manager",
                             "Unadvise IMbnRadioEvents 14", "Release IMbnRadioEvents",  //
-                            "CloseHandle of CMbnSinks", "Release mobile broadband manager", "WlanCloseHandle",
+                            "CloseHandle of CMbnSinks", "Release manager", "WlanCloseHandle",
                             "CoUninitialize",    //
                             "CoUninitialize"));  // the test's own
     EXPECT_THAT(log.Of(kOnStop),
@@ -516,8 +516,7 @@ TEST_F(MainServiceTest, StopCopesWithEveryMissingAndEveryLonelyResource) {
         EXPECT_EQ(world.journal.Count("Unadvise IMbnRadioEvents 14"),
                   (resources & kRadioEvents) != 0 ? 1 : 0);
         EXPECT_EQ(world.journal.Count("CloseHandle of CMbnSinks"), (resources & kSinks) != 0 ? 1 : 0);
-        EXPECT_EQ(world.journal.Count("Release mobile broadband manager"),
-                  (resources & kMbnManager) != 0 ? 1 : 0);
+        EXPECT_EQ(world.journal.Count("Release manager"), (resources & kMbnManager) != 0 ? 1 : 0);
         // Unregistering opens a handle when there is none, and the stop then closes it.
         EXPECT_EQ(world.journal.Count("WlanOpenHandle"), (resources & kWlanHandle) != 0 ? 0 : 1);
         EXPECT_EQ(world.journal.Count("WlanCloseHandle"), 1);
@@ -587,7 +586,7 @@ TEST_F(MainServiceTest, SignalFailureIsLoggedAndTheStopGoesOn) {
     EXPECT_THAT(world.LinesOf(kOnStop),
                 ElementsAre(Information(kOnStop, L"Linkvane Service in OnStop"),
                             Error(kOnStop, L"Airplane Watcher Event Set failed with error 6")));
-    EXPECT_EQ(world.journal.Count("Release mobile broadband manager"), 1);
+    EXPECT_EQ(world.journal.Count("Release manager"), 1);
 }
 
 TEST_F(MainServiceTest, UnregistrationFailureIsLoggedAndTheStopGoesOn) {
@@ -598,7 +597,7 @@ TEST_F(MainServiceTest, UnregistrationFailureIsLoggedAndTheStopGoesOn) {
     EXPECT_THAT(world.LinesOf(kOnStop),
                 ElementsAre(Information(kOnStop, L"Linkvane Service in OnStop"),
                             Error(kOnStop, L"RegisterWlanNotification (Unregister) failed")));
-    EXPECT_EQ(world.journal.Count("Release mobile broadband manager"), 1);
+    EXPECT_EQ(world.journal.Count("Release manager"), 1);
     EXPECT_FALSE(service.m_wlanHandle);
 }
 
@@ -612,7 +611,7 @@ TEST_F(MainServiceTest, UnadviseFailuresAreIgnored) {
     Stop(service);
     EXPECT_THAT(log.At(kError), IsEmpty());
     EXPECT_EQ(service.m_mbnRadioEvents, nullptr);
-    EXPECT_EQ(world.journal.Count("Release mobile broadband manager"), 1);
+    EXPECT_EQ(world.journal.Count("Release manager"), 1);
 }
 
 TEST_F(MainServiceTest, WlanHandleThatCannotBeClosedIsKept) {

@@ -24,7 +24,7 @@ class PowerStatusRestoreTest : public CoreTest {
 
     void SwitchBothOff() {
         world.wlan.adapters[0].phys[0] = RadioTests::Off();
-        world.mbnManager.modem.isOn = false;
+        world.wwanRadio.state = MBN_RADIO_OFF;
     }
 
     OpenService service;

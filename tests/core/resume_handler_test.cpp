@@ -10,6 +10,7 @@
 
 #include "bios/bios_settings.h"
 #include "radio/wwan_state.h"
+#include "tests/bios/fake_bios.h"
 #include "tests/core/core_world.h"
 #include "tests/support/run_on_thread.h"
 
@@ -41,7 +42,7 @@ class ResumeHandlerTest : public CoreTest {
 
     void SwitchBothOff() {
         world.wlan.adapters[0].phys[0] = RadioTests::Off();
-        world.mbnManager.modem.isOn = false;
+        world.wwanRadio.state = MBN_RADIO_OFF;
     }
     void RemoveModem() {
         WwanState::devicePresent = false;
@@ -168,7 +169,7 @@ TEST_F(ResumeHandlerTest, WithCableOnlyWwanIsSwitchedOff) {
 TEST_F(ResumeHandlerTest, WithCableAndStubbornModemTheFailureIsLoggedAfterSixAttempts) {
     world.EnableWwanSwitching();
     world.machine.PlugCableIn();
-    world.mbnManager.modem.obeys = false;
+    world.MakeWwanStubborn();
     EXPECT_TRUE(NLMUtils::SystemResumeHandler());
     EXPECT_THAT(
         world.LinesOf(kResume),
@@ -240,7 +241,7 @@ TEST_P(Resume, SwitchesAndWaitsAsTheSituationAsks) {
     EXPECT_EQ(world.journal.Count("OpenService WlanSvc"), wlanEnabled && !isCableIn ? 1 : 0);
     EXPECT_EQ(world.journal.Count("OpenService WwanSvc"), wwanEnabled && hasModem ? 1 : 0);
     EXPECT_EQ(world.wlan.IsOn(), isCableIn || wlanEnabled);
-    EXPECT_EQ(world.mbnManager.modem.isOn, isCableIn != (wwanEnabled && hasModem));
+    EXPECT_EQ(world.wwanRadio.state == MBN_RADIO_ON, isCableIn != (wwanEnabled && hasModem));
     EXPECT_EQ(log.Count(Information(kResume, kStartingWwan)), wwanEnabled && !isCableIn ? 1 : 0);
 }
 
@@ -293,6 +294,45 @@ TEST_F(ContinueTest, WithBothFeaturesEnabledTheRadiosAreDecidedOnce) {
     world.EnableWwanSwitching();
     Continue();
     EXPECT_EQ(log.Count(TraceIn(kResume)), 1);
+}
+
+class ContinueWithBiosTest : public ContinueTest {
+  protected:
+    ContinueWithBiosTest() {
+        world.com.creators["other class"] = [this](REFIID interfaceId, void** object) {
+            return bios.Locator().HandOut(interfaceId, object);
+        };
+    }
+
+    BiosTests::FakeBios bios{COINIT_MULTITHREADED};
+};
+
+TEST_F(ContinueWithBiosTest, FeatureThatWasEnabledMeanwhileCountsAtOnce) {
+    bios.Set(L"LAN / WLAN Auto Switching", L"Enable");
+    SwitchBothOff();
+    Continue();
+    EXPECT_TRUE(NLMUtils::lanWlanSwitchingEnabled);
+    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
+    EXPECT_THAT(world.WwanSwitches(), IsEmpty());
+}
+
+TEST_F(ContinueWithBiosTest, FeatureThatWasDisabledMeanwhileStaysEnabled) {
+    world.EnableWwanSwitching();
+    bios.Set(L"LAN / WWAN Auto Switching", L"*Disable");
+    world.machine.PlugCableIn();
+    Continue();
+    EXPECT_TRUE(NLMUtils::lanWwanSwitchingEnabled);
+    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_OFF));
+}
+
+TEST_F(ContinueWithBiosTest, BothSettingsAreAskedInTheirOrder) {
+    bios.Set(L"LAN / WLAN Auto Switching", L"*Disable");
+    bios.Set(L"LAN / WWAN Auto Switching", L"*Disable");
+    Continue();
+    ASSERT_THAT(bios.queriesAsked, testing::SizeIs(2));
+    EXPECT_THAT(bios.queriesAsked[0], testing::HasSubstr(L"LAN / WLAN Auto Switching"));
+    EXPECT_THAT(bios.queriesAsked[1], testing::HasSubstr(L"LAN / WWAN Auto Switching"));
+    EXPECT_EQ(log.Count(TraceIn(kResume)), 0);
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 
 #include "bios/bios_settings.h"
 #include "radio/wwan_state.h"
+#include "tests/bios/fake_bios.h"
 #include "tests/core/core_world.h"
 #include "tests/support/run_on_thread.h"
 
@@ -174,7 +175,7 @@ TEST_F(StartUpWorkerTest, FindsTheModemAndPublishesItsManager) {
 }
 
 TEST_F(StartUpWorkerTest, PublishedManagerReplacesTheOneBefore) {
-    FakeMbnManager older;
+    RadioTests::FakeManager older{world.modems};
     older.HandOut(WwanState::interfaceManager.GetAddressOf());
     RunWorker();
     EXPECT_EQ(older.References(), 0);
@@ -259,7 +260,7 @@ TEST_F(StartUpWorkerTest, WithoutMobileBroadbandManagerEndsAfterTheWlanHalf) {
 }
 
 TEST_F(StartUpWorkerTest, WithoutModemEndsBeforeTheSubscriptionAndWithoutAnExitLine) {
-    world.mbnManager.hasModem = false;
+    world.modems.clear();
     RunWorker();
     EXPECT_THAT(world.LinesOf(kWorker),
                 ElementsAre(Information(kWorker, kBiosRead), Information(kWorker, kWlanWaited),
@@ -273,7 +274,7 @@ TEST_F(StartUpWorkerTest, WithoutModemEndsBeforeTheSubscriptionAndWithoutAnExitL
 
 TEST_F(StartUpWorkerTest, ModemOfAnEarlierStartIsForgottenWhenItIsGone) {
     WwanState::devicePresent = true;
-    world.mbnManager.hasModem = false;
+    world.modems.clear();
     RunWorker();
     EXPECT_FALSE(WwanState::devicePresent);
 }
@@ -423,7 +424,7 @@ TEST_F(StartUpWorkerTest, FailedSwitchesChangeNothingElse) {
     world.EnableWwanSwitching();
     world.machine.PlugCableIn();
     world.wlan.adapters[0].phys[0] = RadioTests::Refusing(RadioTests::On());
-    world.mbnManager.modem.obeys = false;
+    world.MakeWwanStubborn();
     RunWorker();
     EXPECT_TRUE(log.Contains(TraceOut(kWorker, kExit)));
     EXPECT_THAT(world.LinesOf(kWorker), SizeIs(8));
@@ -502,10 +503,10 @@ TEST_P(FirstDecision, BringsWwanToWhatIsWantedFromEitherState) {
     }
     const std::wstring rememberedBefore = world.machine.RememberedWwan();
     for (const bool isOnBefore : {false, true}) {
-        world.mbnManager.modem.isOn = isOnBefore;
-        world.mbnManager.modem.switches.clear();
+        world.wwanRadio.state = isOnBefore ? MBN_RADIO_ON : MBN_RADIO_OFF;
+        world.wwanRadio.sets.clear();
         RunWorker();
-        EXPECT_EQ(world.mbnManager.modem.isOn, Wanted().value_or(isOnBefore));
+        EXPECT_EQ(world.wwanRadio.state == MBN_RADIO_ON, Wanted().value_or(isOnBefore));
         EXPECT_THAT(world.WwanSwitches(), SizeIs(Wanted().value_or(isOnBefore) == isOnBefore ? 0 : 1));
         EXPECT_EQ(world.machine.RememberedWwan(), rememberedBefore);
         world.pool.RunNext();
@@ -524,10 +525,69 @@ INSTANTIATE_TEST_SUITE_P(Situations, FirstDecision,
 TEST_F(StartUpWorkerTest, NothingIsSwitchedOnInAirplaneMode) {
     world.machine.SetAirplaneMode(true);
     SetWlan(false);
-    world.mbnManager.modem.isOn = false;
+    world.wwanRadio.state = MBN_RADIO_OFF;
     RunWorker();
     EXPECT_THAT(world.WlanSwitches(), IsEmpty());
     EXPECT_THAT(world.WwanSwitches(), IsEmpty());
+}
+
+// --- The BIOS's settings ---------------------------------------------------------------------------
+
+constexpr wchar_t kWlanSetting[] = L"LAN / WLAN Auto Switching";
+constexpr wchar_t kOlderWlanSetting[] = L"LAN/WLAN Switching";
+constexpr wchar_t kWwanSetting[] = L"LAN / WWAN Auto Switching";
+
+class BiosAtStartTest : public StartUpWorkerTest {
+  protected:
+    BiosAtStartTest() {
+        world.com.creators["other class"] = [this](REFIID interfaceId, void** object) {
+            return bios.Locator().HandOut(interfaceId, object);
+        };
+        world.machine.PlugCableIn();
+    }
+
+    BiosTests::FakeBios bios{COINIT_MULTITHREADED};
+};
+
+TEST_F(BiosAtStartTest, EnabledSettingsDecideThisVeryStart) {
+    bios.Set(kWlanSetting, L"Enable");
+    bios.Set(kWwanSetting, L"Enable");
+    RunWorker();
+    EXPECT_TRUE(NLMUtils::lanWlanSwitchingEnabled);
+    EXPECT_TRUE(NLMUtils::lanWwanSwitchingEnabled);
+    EXPECT_THAT(world.WlanSwitches(), ElementsAre("off"));
+    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_OFF));
+    ASSERT_THAT(bios.queriesAsked, SizeIs(2));
+    EXPECT_THAT(bios.queriesAsked[0], testing::HasSubstr(kWlanSetting));
+    EXPECT_THAT(bios.queriesAsked[1], testing::HasSubstr(kWwanSetting));
+}
+
+TEST_F(BiosAtStartTest, OlderNameOfTheSettingEnablesToo) {
+    bios.Set(kOlderWlanSetting, L"Enable");
+    RunWorker();
+    EXPECT_THAT(world.WlanSwitches(), ElementsAre("off"));
+    EXPECT_TRUE(log.Contains(Information(kWorker, kWwanDisabled)));
+}
+
+TEST_F(BiosAtStartTest, DisabledSettingsRestoreBothRadiosBesideTheCable) {
+    bios.Set(kWlanSetting, L"*Disable");
+    bios.Set(kOlderWlanSetting, L"Enable");
+    bios.Set(kWwanSetting, L"*Disable");
+    SetWlan(false);
+    world.wwanRadio.state = MBN_RADIO_OFF;
+    RunWorker();
+    EXPECT_TRUE(log.Contains(Information(kWorker, kWlanDisabled)));
+    EXPECT_TRUE(log.Contains(Information(kWorker, kWwanDisabled)));
+    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
+    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_ON));
+}
+
+TEST_F(BiosAtStartTest, OneHalfIsDecidedWithoutTheOther) {
+    bios.Set(kWwanSetting, L"Enable");
+    RunWorker();
+    EXPECT_TRUE(log.Contains(Information(kWorker, kWlanDisabled)));
+    EXPECT_THAT(world.WlanSwitches(), IsEmpty());
+    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_OFF));
 }
 
 // --- Exceptions ------------------------------------------------------------------------------------
