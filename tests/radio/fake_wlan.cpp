@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
+#include <ostream>
 
 namespace RadioTests {
 
@@ -38,10 +39,10 @@ WlanAdapter AdapterWithPhys(std::vector<Phy> phys) {
     return adapter;
 }
 
-std::string NameOf(WlanCall call) {
+void PrintTo(WlanCall call, std::ostream* out) {
     static constexpr const char* kNames[] = {"Open", "Enumerate", "Capability", "Query",
                                              "Set",  "Free",      "Close"};
-    return kNames[static_cast<std::size_t>(call)];
+    *out << kNames[static_cast<std::size_t>(call)];
 }
 
 FakeWlan::FakeWlan(std::vector<Phy> phys) : FakeWlan(std::vector{AdapterWithPhys(std::move(phys))}) {}

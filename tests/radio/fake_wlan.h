@@ -4,6 +4,7 @@
 #include <wlanapi.h>
 
 #include <functional>
+#include <iosfwd>
 #include <map>
 #include <memory>
 #include <set>
@@ -65,7 +66,7 @@ struct WlanAdapter {
 
 /// The functions of the WLAN interface that the service calls for a radio.
 enum class WlanCall { kOpen, kEnumerate, kCapability, kQuery, kSet, kFree, kClose };
-[[nodiscard]] std::string NameOf(WlanCall call);
+void PrintTo(WlanCall call, std::ostream* out);
 
 /// The WLAN interface of a machine, for a scope. Keeps the radios' states, counts handles and
 /// memory, and fails the test when one of them is left over, given back twice, or used after.

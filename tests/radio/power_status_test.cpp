@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <ostream>
+
 #include "radio/remembered_radio.h"
 #include "tests/radio/machine.h"
 #include "tests/support/throw_from_log_line.h"
@@ -170,6 +172,10 @@ struct OtherValue {
     Rig::RegistryValue value;
 };
 
+void PrintTo(const OtherValue& tested, std::ostream* out) {
+    *out << tested.name;
+}
+
 class RememberedValueTest : public PowerStatusTest, public testing::WithParamInterface<OtherValue> {};
 
 TEST_P(RememberedValueTest, ValueThatIsNoTextCountsAsOn) {
@@ -185,8 +191,7 @@ INSTANTIATE_TEST_SUITE_P(
                     OtherValue{"Unterminated", RegistryBytes(REG_SZ, {'F', 0})},
                     OtherValue{"OddLength", RegistryBytes(REG_SZ, {'F', 0, 0})},
                     OtherValue{"SeveralTexts", RegistryBytes(REG_MULTI_SZ, {'F', 0, 0, 0, 0, 0})},
-                    OtherValue{"TooLong", RegistryText(std::wstring(1024, L'F'))}),
-    [](const auto& test) { return test.param.name; });
+                    OtherValue{"TooLong", RegistryText(std::wstring(1024, L'F'))}));
 
 TEST_F(PowerStatusTest, ExpandableTextIsTakenAsItStands) {
     m_machine.store.Write(L"WwanPowerStatus", L"PowerOnOff", RegistryBytes(REG_EXPAND_SZ, {'F', 0, 0, 0}));
@@ -198,6 +203,10 @@ struct AirplaneValue {
     Rig::RegistryValue value;
     bool on;
 };
+
+void PrintTo(const AirplaneValue& tested, std::ostream* out) {
+    *out << tested.name;
+}
 
 class AirplaneValueTest : public PowerStatusTest, public testing::WithParamInterface<AirplaneValue> {};
 
@@ -224,8 +233,7 @@ INSTANTIATE_TEST_SUITE_P(
                     AirplaneValue{"EmptyText", RegistryText(L""), false},
                     AirplaneValue{"TextOne", RegistryText(L"1"), false},
                     AirplaneValue{"TextOfCodeOne", RegistryBytes(REG_SZ, {1, 0}), true},
-                    AirplaneValue{"UnknownType", RegistryBytes(12345, {1, 0, 0, 0}), true}),
-    [](const auto& test) { return test.param.name; });
+                    AirplaneValue{"UnknownType", RegistryBytes(12345, {1, 0, 0, 0}), true}));
 
 TEST_F(PowerStatusTest, AirplaneValueOfMoreThanFourBytesIsAFailureAndOff) {
     m_machine.airplane.Write({}, {}, RegistryBytes(REG_QWORD, {1, 0, 0, 0, 0, 0, 0, 0}));

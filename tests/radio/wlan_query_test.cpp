@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <ostream>
 #include <stdexcept>
 
 #include "tests/radio/fake_wlan.h"
@@ -99,6 +100,10 @@ struct NamedState {
     const wchar_t* text;
 };
 
+void PrintTo(const NamedState& tested, std::ostream* out) {
+    *out << tested.name;
+}
+
 class WlanInterfaceStateTest : public WlanQueryTest, public testing::WithParamInterface<NamedState> {};
 
 TEST_P(WlanInterfaceStateTest, StateIsLoggedByName) {
@@ -118,8 +123,7 @@ INSTANTIATE_TEST_SUITE_P(
         NamedState{"Associating", 5, L"Attempting to associate with a network"},
         NamedState{"Discovering", 6, L"Auto configuration is discovering settings for the network"},
         NamedState{"Authenticating", 7, L"In process of authenticating"},
-        NamedState{"Beyond", 8, L"Unknown state 8"}, NamedState{"Negative", -1, L"Unknown state -1"}),
-    [](const auto& test) { return test.param.name; });
+        NamedState{"Beyond", 8, L"Unknown state 8"}, NamedState{"Negative", -1, L"Unknown state -1"}));
 
 TEST_F(WlanQueryTest, OnlyTheFirstAdapterIsLookedAt) {
     WlanAdapter second = AdapterWithPhys({Off()});
@@ -218,8 +222,7 @@ TEST_P(WlanQueryThrowsTest, ExceptionIsLoggedAndEverythingGivenBack) {
 }
 
 INSTANTIATE_TEST_SUITE_P(EachCall, WlanQueryThrowsTest,
-                         testing::Values(WlanCall::kOpen, WlanCall::kEnumerate, WlanCall::kQuery),
-                         [](const auto& test) { return NameOf(test.param); });
+                         testing::Values(WlanCall::kOpen, WlanCall::kEnumerate, WlanCall::kQuery));
 
 TEST_F(WlanQueryTest, ThrownWin32ErrorIsLoggedAndEverythingGivenBack) {
     FakeWlan wlan{{On()}};

@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <ostream>
+
 #include "radio/wlan_radio.h"
 #include "tests/radio/fake_wlan.h"
 #include "tests/radio/machine.h"
@@ -166,6 +168,10 @@ struct OtherText {
     const wchar_t* text;
 };
 
+void PrintTo(const OtherText& tested, std::ostream* out) {
+    *out << tested.name;
+}
+
 class WlanStartOtherTextTest : public WlanStartTest, public testing::WithParamInterface<OtherText> {};
 
 TEST_P(WlanStartOtherTextTest, AnyOtherTextLeavesTheRadioAlone) {
@@ -184,8 +190,7 @@ INSTANTIATE_TEST_SUITE_P(Texts, WlanStartOtherTextTest,
                          testing::Values(OtherText{"False", L"False"}, OtherText{"LowerCase", L"true"},
                                          OtherText{"UpperCase", L"TRUE"}, OtherText{"BlankBefore", L" True"},
                                          OtherText{"BlankBehind", L"True "}, OtherText{"One", L"1"},
-                                         OtherText{"Longer", L"Truely"}),
-                         [](const auto& test) { return test.param.name; });
+                                         OtherText{"Longer", L"Truely"}));
 
 TEST_F(WlanStartTest, AirplaneModeLeavesTheRadioOffWithoutAnError) {
     m_machine.SetAirplaneMode(true);

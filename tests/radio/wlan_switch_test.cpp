@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <ostream>
 #include <stdexcept>
 
 #include "tests/radio/fake_wlan.h"
@@ -348,6 +349,10 @@ struct ThrowingCall {
     int nth;
 };
 
+void PrintTo(const ThrowingCall& tested, std::ostream* out) {
+    *out << testing::PrintToString(tested.which) << tested.nth;
+}
+
 class WlanSwitchThrowsTest : public WlanSwitchTest, public testing::WithParamInterface<ThrowingCall> {};
 
 TEST_P(WlanSwitchThrowsTest, ExceptionIsLoggedAndEverythingGivenBack) {
@@ -364,10 +369,7 @@ INSTANTIATE_TEST_SUITE_P(EachCall, WlanSwitchThrowsTest,
                          testing::Values(ThrowingCall{WlanCall::kOpen, 2},
                                          ThrowingCall{WlanCall::kEnumerate, 2},
                                          ThrowingCall{WlanCall::kCapability, 1},
-                                         ThrowingCall{WlanCall::kSet, 1}, ThrowingCall{WlanCall::kSet, 2}),
-                         [](const auto& test) {
-                             return NameOf(test.param.which) + std::to_string(test.param.nth);
-                         });
+                                         ThrowingCall{WlanCall::kSet, 1}, ThrowingCall{WlanCall::kSet, 2}));
 
 TEST_F(WlanSwitchTest, ExceptionOutOfTheQueryReadsAsOff) {
     FakeWlan wlan{{On()}};

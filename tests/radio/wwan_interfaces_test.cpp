@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <ostream>
 #include <sstream>
 #include <stdexcept>
 
@@ -122,6 +123,10 @@ struct BadArray {
     HRESULT error;
 };
 
+void PrintTo(const BadArray& tested, std::ostream* out) {
+    *out << tested.name;
+}
+
 SAFEARRAY* ArrayOfTwoDimensions() {
     SAFEARRAYBOUND bounds[] = {{1, 0}, {1, 0}};
     return SafeArrayCreate(VT_UNKNOWN, 2, bounds);
@@ -148,8 +153,7 @@ INSTANTIATE_TEST_SUITE_P(
         BadArray{"Numbers", [] { return SafeArrayCreateVector(VT_I8, 0, 3); }, DISP_E_TYPEMISMATCH},
         BadArray{"Texts", [] { return SafeArrayCreateVector(VT_BSTR, 0, 1); }, DISP_E_TYPEMISMATCH},
         BadArray{"Variants", [] { return SafeArrayCreateVector(VT_VARIANT, 0, 1); }, DISP_E_TYPEMISMATCH},
-        BadArray{"TwoDimensions", &ArrayOfTwoDimensions, DISP_E_TYPEMISMATCH}),
-    [](const auto& test) { return test.param.name; });
+        BadArray{"TwoDimensions", &ArrayOfTwoDimensions, DISP_E_TYPEMISMATCH}));
 
 TEST_F(WwanEnumerationTest, ElementOfAnotherKindStopsTheCopy) {
     FakeRadio stranger{MBN_RADIO_ON, "stranger"};
@@ -176,6 +180,10 @@ struct BadIdentifier {
     std::optional<std::wstring> text;
 };
 
+void PrintTo(const BadIdentifier& tested, std::ostream* out) {
+    *out << tested.name;
+}
+
 class WwanBadIdentifierTest : public WwanEnumerationTest,
                               public testing::WithParamInterface<BadIdentifier> {};
 
@@ -194,8 +202,7 @@ INSTANTIATE_TEST_SUITE_P(Texts, WwanBadIdentifierTest,
                                          BadIdentifier{"NoBraces", L"11111111-1111-1111-1111-111111111111"},
                                          BadIdentifier{"CutShort", L"{11111111-1111-1111-1111-1111"},
                                          BadIdentifier{"Letters", L"{GGGGGGGG-1111-1111-1111-111111111111}"},
-                                         BadIdentifier{"Long", std::wstring(100000, L'{')}),
-                         [](const auto& test) { return test.param.name; });
+                                         BadIdentifier{"Long", std::wstring(100000, L'{')}));
 
 TEST_F(WwanEnumerationTest, IdentifierWithoutATextMakesTheResultFalseButNotTheNextOneUnrecorded) {
     m_modems.interfaces.emplace_back(m_modems.Radio(), kSecondModem);

@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <ostream>
+
 #include "radio/wwan_radio.h"
 #include "radio/wwan_state.h"
 #include "tests/radio/fake_modem.h"
@@ -168,6 +170,10 @@ struct OtherText {
     const wchar_t* text;
 };
 
+void PrintTo(const OtherText& tested, std::ostream* out) {
+    *out << tested.name;
+}
+
 class WwanStartOtherTextTest : public WwanStartTest, public testing::WithParamInterface<OtherText> {};
 
 TEST_P(WwanStartOtherTextTest, AnyOtherTextLeavesTheRadioAlone) {
@@ -182,8 +188,7 @@ TEST_P(WwanStartOtherTextTest, AnyOtherTextLeavesTheRadioAlone) {
 
 INSTANTIATE_TEST_SUITE_P(Texts, WwanStartOtherTextTest,
                          testing::Values(OtherText{"False", L"False"}, OtherText{"LowerCase", L"true"},
-                                         OtherText{"BlankBefore", L" True"}, OtherText{"One", L"1"}),
-                         [](const auto& test) { return test.param.name; });
+                                         OtherText{"BlankBefore", L" True"}, OtherText{"One", L"1"}));
 
 TEST_F(WwanStartTest, WithoutADeviceNothingIsRead) {
     WwanState::devicePresent = false;
