@@ -9,7 +9,7 @@ build_preset() {
     cd "$LINKVANE_ROOT"
     if [[ ! -f build/$preset/build.ninja ]]; then
         step "Configure ($preset)"
-        cmake --preset "$preset" --log-level=WARNING
+        cmake --preset "$preset" >/dev/null
         say "Build files are in build/$preset."
     fi
     step "Build ($preset)"
