@@ -6,7 +6,7 @@ find_program(CLANG_FORMAT clang-format)
 find_program(CLANG_TIDY clang-tidy)
 mark_as_advanced(CLANG_FORMAT CLANG_TIDY)
 
-if(CLANG_FORMAT)
+if(CLANG_FORMAT AND NOT CMAKE_HOST_WIN32)
   add_custom_target(check-format
     COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/scripts/check-format
       ${CLANG_FORMAT} ${CMAKE_BINARY_DIR}/checks/format.stamp
