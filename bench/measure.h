@@ -1,0 +1,39 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+/// What the benchmarks here share: times are taken in turn, so that whatever else the machine does
+/// falls on both, and the median of the rounds counts.
+namespace Bench {
+
+/// Times of the same rounds, in nanoseconds a call.
+struct Comparison {
+    double ours;
+    double others;
+};
+
+/// Each argument runs one round and returns its time.
+[[nodiscard]] Comparison Compare(int rounds, const std::function<double()>& ours,
+                                 const std::function<double()>& others);
+
+/// Nanoseconds that `what` takes, once.
+[[nodiscard]] double Time(const std::function<void()>& what);
+
+/// One table of comparisons.
+class Table {
+  public:
+    Table(std::string title, std::string ours, std::string others);
+
+    /// Prints a line at once. `atMost` is the greatest ratio that is wanted.
+    void Add(const std::string& what, const Comparison& times, double atMost);
+
+    /// Whether every ratio was within its bound.
+    [[nodiscard]] bool AllWithin() const noexcept { return m_allWithin; }
+
+  private:
+    bool m_allWithin = true;
+};
+
+}  // namespace Bench
