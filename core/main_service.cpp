@@ -43,8 +43,8 @@ CMainService::~CMainService() {
         // Its owner would only try once more; what cannot be closed goes with the process.
         static_cast<void>(m_airplaneWatcherEvent.Detach());
     }
-    // The WLAN handle is OnStop's to close; one that it could not close, or that was never its to
-    // see, is left alone here.
+    // The WLAN handle is OnStop's to close. One that is still there could not be closed, or was
+    // opened by a worker that outran the stop; it goes with the process.
     static_cast<void>(m_wlanHandle.Detach());
 }
 
