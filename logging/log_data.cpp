@@ -93,12 +93,9 @@ bool IsAscii(std::string_view text) noexcept {
 /// runtime's affair.
 void AppendNameAndMessage(std::wstring& line, std::string_view name, std::wstring_view message) {
     if (IsAscii(name)) {
-        const std::size_t headerSize = line.size();
-        line.resize(headerSize + name.size() + 1 + message.size());
-        auto place =
-            std::copy(name.begin(), name.end(), line.begin() + static_cast<std::ptrdiff_t>(headerSize));
-        *place++ = L'|';
-        std::copy(message.begin(), message.end(), place);
+        line.append(name.begin(), name.end());
+        line += L'|';
+        line += message;
         return;
     }
     const std::size_t characters = name.size() + message.size() + kLineSlackCharacters;

@@ -14,7 +14,7 @@ constexpr DWORD kTearDownWaitMilliseconds = 500;
 }  // namespace
 
 void WriteQueue::Append(const CorvaLogListener::LogData& entry) {
-    const CriticalSectionLock lock(m_lock, CriticalSectionLock::Manner::kPatiently);
+    const CriticalSectionLock lock(m_lock);
     if (m_isTornDown) {
         return;
     }

@@ -13,7 +13,6 @@ from .story import EVENING
 from .timeline import LANES, Mark, Moment, STEP_GAP, draw
 
 STEP_SECONDS = 120
-SETTLE = "settle within 120000"
 COLUMNS = (("cable", "cable", 7), ("wifi", "Wi-Fi", 6), ("stored_wlan", "stored", 8), ("wwan", "WWAN", 5),
            ("stored_wwan", "stored", 8), ("airplane", "airplane", 9))
 LIVELY, QUIET, BOLD, PLAIN = "\033[32m", "\033[2m", "\033[1m", "\033[0m"
@@ -92,7 +91,7 @@ class Demonstration:
             said = self._heard(step.said)
             if said is not None and all((state[key] == value) == equal for key, value, equal in conditions):
                 # What comes and goes on the way does not count.
-                self._machine.do(SETTLE)
+                self._machine.settle()
                 state = self._look()
                 if all((state[key] == value) == equal for key, value, equal in conditions):
                     return said

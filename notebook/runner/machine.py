@@ -3,15 +3,21 @@ that is spoken to through pipes."""
 
 import os
 import pathlib
+import re
 import shlex
 import shutil
 import subprocess
+import time
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 FOLDER = "C:\\Program Files\\Orva\\Linkvane"
 SERVICE = "LinkvaneService.exe"
 # No answer takes long but the waits, which name their own time; a loaded machine may stretch it.
 PATIENCE_SECONDS = 180
+SETTLE = "settle within 180000"
+# What the start-up worker says last, on each of its ways out.
+WORKER_ENDS = re.compile(r"CMainService::ServiceWorkerThread\|(ServiceWorkerThread - Exit|"
+                         r"WWAN Device enumeration failed|CoCreateInstance|CoInitialize failed)")
 
 
 class CommandFailed(Exception):
@@ -30,7 +36,7 @@ class Machine:
         self.prefix = pathlib.Path(prefix)
         self.programs = pathlib.Path(programs)
         self._controller = None
-        self.exchanges = []
+        self._awaited_ends = 0
 
     def __enter__(self):
         self._wine_prefix("fresh")
@@ -55,6 +61,9 @@ class Machine:
 
     def do(self, command):
         """Carries out one command; the text of its answer. Lines before it go to `self.lines`."""
+        if command.split(" ")[0] in ("start", "stop", "kill", "preshutdown"):
+            # What the worker has said so far belongs to earlier runs.
+            self._awaited_ends = self._worker_ends() + 1 if command.startswith("start") else 0
         self._controller.stdin.write(command + "\n")
         self._controller.stdin.flush()
         self.lines = []
@@ -71,6 +80,18 @@ class Machine:
                 raise CommandFailed(f"{command}: {line[6:]}")
             # Whatever else a program of the prefix prints does not belong to the answer.
 
+    def settle(self):
+        """Waits until nothing more happens, the start of the service included."""
+        given_up = time.monotonic() + PATIENCE_SECONDS
+        while self._worker_ends() < self._awaited_ends and time.monotonic() < given_up:
+            time.sleep(0.05)
+        self.do(SETTLE)
+
+    def _worker_ends(self):
+        if not self.log_file().exists():
+            return 0
+        return len(WORKER_ENDS.findall(self.log_file().read_text(encoding="utf-8-sig", errors="replace")))
+
     def status(self):
         return parse_pairs(self.do("status"))
 
@@ -82,6 +103,7 @@ class Machine:
         """A fresh notebook with nothing left of what was played before."""
         if self.values("service")["service"] != "stopped":
             self.do("stop")
+        self._awaited_ends = 0
         self.do("reset " + options)
         for log in self.log_folder().glob("*.log"):
             log.unlink()

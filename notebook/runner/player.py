@@ -6,7 +6,6 @@ from .log import Log, decisions
 from .machine import CommandFailed
 from .sections import compare
 
-SETTLE = "settle within 120000"
 SHOWN = ("cable", "phys", "wwan", "airplane", "stored_wlan", "stored_wwan", "service")
 
 
@@ -50,7 +49,7 @@ class Player:
         self._row(step.text)
 
     def _play_expect(self, step):
-        self._machine.do(SETTLE)
+        self._machine.settle()
         conditions = [condition(word) for word in step.text.split()]
         found = self._machine.values(*(key for key, _, _ in conditions))
         self._row("expect " + step.text)
@@ -63,7 +62,7 @@ class Player:
         self._row(f"within {step.within} ms: {step.text}")
 
     def _play_log(self, step):
-        self._machine.do(SETTLE)
+        self._machine.settle()
         found = {}
         for entry in decisions(self._log.read_settled()):
             found.setdefault(entry.root, []).append(str(entry))

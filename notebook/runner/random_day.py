@@ -13,7 +13,6 @@ import time
 from . import rules
 from .machine import Machine, ROOT
 
-SETTLE = "settle within 180000"
 STORED = {"missing": None, "True": True, "False": False}
 
 
@@ -34,7 +33,7 @@ class Day:
             for _, commands in happening:
                 for command in commands:
                     self._machine.do(command)
-            self._machine.do(SETTLE)
+            self._machine.settle()
             what = " + ".join(" ; ".join(commands) for _, commands in happening)
             self._judge(number, what, [action for action, _ in happening], time.monotonic() - began)
 
@@ -122,7 +121,7 @@ def main():
         machine.begin("cables 2 modems 1")
         machine.do("policy MaxLogSize 65536")
         machine.do("start")
-        machine.do(SETTLE)
+        machine.settle()
         Day(machine, options.seed).play(options.events, options.overlapping)
     print(f"{options.events} events, every outcome as the rules allow")
     print("1 passed, 0 failed")
