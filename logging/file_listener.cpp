@@ -49,6 +49,7 @@ CorvaLogListenerFile::~CorvaLogListenerFile() {
     if (m_queue != nullptr) {
         m_queue->TearDown();
     }
+    // The mutex is closed with the file: now, unless a writer came too late and still needs both.
 }
 
 void CorvaLogListenerFile::Log(const LogData& entry) {

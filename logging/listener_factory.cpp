@@ -11,15 +11,13 @@
 namespace Orva::Shared {
 namespace {
 
-constexpr std::size_t kMostListeners = 10;
-
 /// The listeners on their way to the logger, which then owns them.
 class ListenerArray {
   public:
     void Add(std::unique_ptr<CorvaLogListener> listener) { m_owners[m_count++] = std::move(listener); }
 
     [[nodiscard]] std::unique_ptr<CorvaLogger> MakeLogger() {
-        std::array<CorvaLogListener*, kMostListeners> listeners{};
+        std::array<CorvaLogListener*, CorvaLogger::kMostListeners> listeners{};
         for (std::size_t i = 0; i < m_count; ++i) {
             listeners[i] = m_owners[i].get();
         }
@@ -31,7 +29,7 @@ class ListenerArray {
     }
 
   private:
-    std::array<std::unique_ptr<CorvaLogListener>, kMostListeners> m_owners;
+    std::array<std::unique_ptr<CorvaLogListener>, CorvaLogger::kMostListeners> m_owners;
     std::size_t m_count = 0;
 };
 

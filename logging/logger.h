@@ -42,6 +42,8 @@ class TimingStatistics {
 /// whose own range takes it. Any thread may write at any time; no lock is taken here.
 class CorvaLogger {
   public:
+    static constexpr int kMostListeners = 10;
+
     /// Takes ownership of `count` listeners (empty places are passed over; ten at most are kept).
     CorvaLogger(CorvaLogListener* const* listeners, int count);
     CorvaLogger(const CorvaLogger&) = delete;
@@ -79,7 +81,6 @@ class CorvaLogger {
 
   private:
     static constexpr unsigned kMostMessageCharacters = 8096;
-    static constexpr int kMostListeners = 10;
 
     template <class T>
     static constexpr bool kIsFormatArgument =

@@ -12,7 +12,8 @@ namespace NLMUtils {
 void PrintConnectivityState(const DWORD* connectivity);
 
 /// Every connection with its adapter, network and connectivity; the identifiers of Ethernet
-/// connections join `wiredConnections` (may be null), connected or not. Takes no lock.
+/// connections join `wiredConnections` (may be null), connected or not, each under the
+/// connectivity-change lock.
 void PrintNetworkConnections(INetworkListManager* networkListManager, WiredConnections* wiredConnections);
 
 }  // namespace NLMUtils

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <iterator>
 #include <string>
 
@@ -114,11 +115,16 @@ bool IsPhyOn(const LogScope& log, DWORD phy, DOT11_RADIO_STATE state) {
     }
 }
 
+/// How many PHYs a record of `bytes` bytes can speak for, whatever number it names.
+DWORD CountReportedPhys(const WLAN_RADIO_STATE& radio, std::size_t bytes) {
+    const std::size_t room =
+        (bytes - offsetof(WLAN_RADIO_STATE, PhyRadioState)) / sizeof(WLAN_PHY_RADIO_STATE);
+    return static_cast<DWORD>(
+        std::min({std::size_t{radio.dwNumberOfPhys}, room, std::size(radio.PhyRadioState)}));
+}
+
 /// On only if every PHY is on; also when there is none.
-bool AreAllPhysOn(const LogScope& log, const WLAN_RADIO_STATE& radio) {
-    // A record has room for this many, whatever it says.
-    const auto phyCount =
-        static_cast<DWORD>(std::min<std::size_t>(radio.dwNumberOfPhys, std::size(radio.PhyRadioState)));
+bool AreAllPhysOn(const LogScope& log, const WLAN_RADIO_STATE& radio, DWORD phyCount) {
     bool allOn = true;
     for (DWORD phy = 0; phy < phyCount; ++phy) {
         if (!IsPhyOn(log, phy, radio.PhyRadioState[phy].dot11SoftwareRadioState)) {
@@ -135,11 +141,13 @@ bool QueryRadio(const LogScope& log, const WlanSession& session, const WLAN_INTE
     const DWORD error =
         WlanQueryInterface(session.client.Get(), &interfaceInfo.InterfaceGuid, wlan_intf_opcode_radio_state,
                            nullptr, &bytes, data.Put(), nullptr);
-    if (error != ERROR_SUCCESS || !data) {
+    // Not even a number of PHYs is as good as no data.
+    if (error != ERROR_SUCCESS || !data || bytes < offsetof(WLAN_RADIO_STATE, PhyRadioState)) {
         log.Error(L"WlanQueryInterface failed! err is %d", error);
         return false;
     }
-    return AreAllPhysOn(log, *static_cast<const WLAN_RADIO_STATE*>(data.Get()));
+    const auto& radio = *static_cast<const WLAN_RADIO_STATE*>(data.Get());
+    return AreAllPhysOn(log, radio, CountReportedPhys(radio, bytes));
 }
 
 bool ReadRadio(const LogScope& log) {

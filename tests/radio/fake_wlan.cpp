@@ -84,6 +84,10 @@ void FakeWlan::ClaimPhys(DWORD count) {
     m_claimsPhys = true;
 }
 
+void FakeWlan::CutRecords(std::size_t bytes) {
+    m_recordBytes = bytes;
+}
+
 void FakeWlan::ListOnly(DWORD count) {
     m_listed = count;
     m_listsOnly = true;
@@ -211,14 +215,14 @@ DWORD FakeWlan::Query(HANDLE client, const GUID* id, WLAN_INTF_OPCODE opcode, DW
     if (adapter == nullptr) {
         return ERROR_NOT_FOUND;
     }
-    auto* const state = static_cast<WLAN_RADIO_STATE*>(Allocate(sizeof(WLAN_RADIO_STATE)));
-    state->dwNumberOfPhys = m_claimsPhys ? m_claimedPhys : static_cast<DWORD>(adapter->phys.size());
-    for (std::size_t i = 0; i < std::size(state->PhyRadioState); ++i) {
+    WLAN_RADIO_STATE state{};
+    state.dwNumberOfPhys = m_claimsPhys ? m_claimedPhys : static_cast<DWORD>(adapter->phys.size());
+    for (std::size_t i = 0; i < std::size(state.PhyRadioState); ++i) {
         const Phy phy = i < adapter->phys.size() ? adapter->phys[i] : Phy{};
-        state->PhyRadioState[i] = {static_cast<DWORD>(i), phy.software, phy.hardware};
+        state.PhyRadioState[i] = {static_cast<DWORD>(i), phy.software, phy.hardware};
     }
-    *bytes = sizeof(WLAN_RADIO_STATE);
-    *data = state;
+    *bytes = static_cast<DWORD>(m_recordBytes);
+    *data = std::memcpy(Allocate(m_recordBytes), &state, m_recordBytes);
     return ERROR_SUCCESS;
 }
 

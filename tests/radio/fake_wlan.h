@@ -89,6 +89,8 @@ class FakeWlan {
     void GiveNothingFor(WlanCall which);
     /// Has every capability or query say this number of PHYs; the record is of the usual size.
     void ClaimPhys(DWORD count);
+    /// Has every query give just that many bytes of its record.
+    void CutRecords(std::size_t bytes);
     /// Has every list say this number of adapters and have room for just that number.
     void ListOnly(DWORD count);
 
@@ -129,6 +131,7 @@ class FakeWlan {
     std::set<WlanCall> m_nothing;
     DWORD m_claimedPhys = 0;
     bool m_claimsPhys = false;
+    std::size_t m_recordBytes = sizeof(WLAN_RADIO_STATE);
     DWORD m_listed = 0;
     bool m_listsOnly = false;
     ULONG_PTR m_lastHandle = 0x1000;

@@ -94,6 +94,23 @@ TEST_F(WlanQueryTest, MorePhysThanARecordHoldsAreNotRead) {
     }
 }
 
+TEST_F(WlanQueryTest, RecordIsNotReadBeyondTheBytesThatCame) {
+    FakeWlan wlan{{On(), On(), Off()}};
+    wlan.CutRecords(offsetof(WLAN_RADIO_STATE, PhyRadioState) + 2 * sizeof(WLAN_PHY_RADIO_STATE));
+    EXPECT_TRUE(CheckWlanStatus());
+    EXPECT_TRUE(m_machine.log.Contains(Information(kCheck, L"Phy: 1 On")));
+    EXPECT_FALSE(m_machine.log.Contains(Information(kCheck, L"Phy: 2 Off")));
+}
+
+TEST_F(WlanQueryTest, RecordWithoutANumberOfPhysIsNoData) {
+    for (const std::size_t bytes : {0, 3}) {
+        FakeWlan wlan{{On()}};
+        wlan.CutRecords(bytes);
+        EXPECT_FALSE(CheckWlanStatus());
+    }
+    EXPECT_EQ(m_machine.log.Count(Error(kCheck, L"WlanQueryInterface failed! err is 0")), 2);
+}
+
 struct NamedState {
     const char* name;
     int state;
@@ -223,6 +240,23 @@ TEST_P(WlanQueryThrowsTest, ExceptionIsLoggedAndEverythingGivenBack) {
 
 INSTANTIATE_TEST_SUITE_P(EachCall, WlanQueryThrowsTest,
                          testing::Values(WlanCall::kOpen, WlanCall::kEnumerate, WlanCall::kQuery));
+
+TEST_F(WlanQueryTest, ExceptionOfGivingBackGoesNowhere) {
+    FakeWlan wlan{{On()}};
+    const Rig::ScopedImport<&::WlanFreeMemory> frees{Rig::kWrapping, [](const auto& fake, void* block) {
+                                                         fake.Original(block);
+                                                         throw std::runtime_error("out of order");
+                                                     }};
+    const Rig::ScopedImport<&::WlanCloseHandle> closes{
+        Rig::kWrapping, [](const auto& fake, HANDLE client, void* reserved) -> DWORD {
+            fake.Original(client, reserved);
+            throw DWORD{ERROR_CRC};
+        }};
+    EXPECT_TRUE(CheckWlanStatus());
+    EXPECT_EQ(frees.Calls(), 2);
+    EXPECT_EQ(closes.Calls(), 1);
+    EXPECT_THAT(m_machine.log.At(kError), IsEmpty());
+}
 
 TEST_F(WlanQueryTest, ThrownWin32ErrorIsLoggedAndEverythingGivenBack) {
     FakeWlan wlan{{On()}};
