@@ -8,7 +8,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstring>
+#include <cwchar>
 
 #include "notebook/hardware/import_table.h"
 
@@ -136,8 +138,9 @@ ULONG WINAPI AdaptersAddresses(ULONG /*family*/, ULONG /*flags*/, void* /*reserv
 
 // --- WLAN -------------------------------------------------------------------------------------
 
-// Enough for every record that is given out; nobody keeps one.
-WLAN_INTERFACE_INFO_LIST interfaceList{};
+// Nobody keeps one of these, so they need not be made anew for each call.
+alignas(WLAN_INTERFACE_INFO_LIST) std::array<
+    std::byte, sizeof(WLAN_INTERFACE_INFO_LIST) + sizeof(WLAN_INTERFACE_INFO)> interfaceListBytes{};
 WLAN_RADIO_STATE radioState{};
 WLAN_INTERFACE_CAPABILITY capability{};
 
@@ -155,11 +158,12 @@ DWORD WINAPI CloseWlan(HANDLE /*client*/, void* /*reserved*/) {
 
 DWORD WINAPI EnumerateWlan(HANDLE /*client*/, void* /*reserved*/, WLAN_INTERFACE_INFO_LIST** list) {
     Note("WlanEnumInterfaces");
-    interfaceList.dwNumberOfItems = 1;
-    interfaceList.InterfaceInfo[0].InterfaceGuid = kWlanInterface;
-    interfaceList.InterfaceInfo[0].isState = wlan_interface_state_connected;
-    std::wcscpy(interfaceList.InterfaceInfo[0].strInterfaceDescription, L"Some WLAN Adapter");
-    *list = &interfaceList;
+    *list = reinterpret_cast<WLAN_INTERFACE_INFO_LIST*>(interfaceListBytes.data());
+    (*list)->dwNumberOfItems = 1;
+    WLAN_INTERFACE_INFO& first = (*list)->InterfaceInfo[0];
+    first.InterfaceGuid = kWlanInterface;
+    first.isState = wlan_interface_state_connected;
+    std::wcscpy(first.strInterfaceDescription, L"Some WLAN Adapter");
     return ERROR_SUCCESS;
 }
 
