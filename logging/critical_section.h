@@ -7,15 +7,16 @@ namespace Orva::Shared {
 /// A critical section, deleted with its owner.
 class CriticalSection {
   public:
-    /// Whoever finds it taken looks `spinCount` times whether it is free again before he sleeps.
-    explicit CriticalSection(DWORD spinCount = 0) noexcept {
-        static_cast<void>(InitializeCriticalSectionAndSpinCount(&m_section, spinCount));
-    }
+    CriticalSection() noexcept { InitializeCriticalSection(&m_section); }
     CriticalSection(const CriticalSection&) = delete;
     CriticalSection& operator=(const CriticalSection&) = delete;
     ~CriticalSection() { DeleteCriticalSection(&m_section); }
 
     void Enter() noexcept { EnterCriticalSection(&m_section); }
+    /// For a section that is only held for a moment, but by many in turn: whoever finds it taken
+    /// lets others run and looks again before he queues up for it. A section that threads queue up
+    /// for is handed from one sleeping thread to the next, which takes much longer than the work.
+    void EnterPatiently() noexcept;
     void Leave() noexcept { LeaveCriticalSection(&m_section); }
 
   private:
@@ -25,8 +26,15 @@ class CriticalSection {
 /// Holds a critical section for a scope, with the one interruption that a waiter needs.
 class CriticalSectionLock {
   public:
-    explicit CriticalSectionLock(CriticalSection& section) noexcept : m_section(section) {
-        m_section.Enter();
+    enum class Manner : bool { kAtOnce, kPatiently };
+
+    explicit CriticalSectionLock(CriticalSection& section, Manner manner = Manner::kAtOnce) noexcept
+        : m_section(section) {
+        if (manner == Manner::kPatiently) {
+            m_section.EnterPatiently();
+        } else {
+            m_section.Enter();
+        }
     }
     CriticalSectionLock(const CriticalSectionLock&) = delete;
     CriticalSectionLock& operator=(const CriticalSectionLock&) = delete;

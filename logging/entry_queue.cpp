@@ -10,8 +10,8 @@ namespace {
 
 /// Room for some hundred entries.
 constexpr std::size_t kBlockBytes = std::size_t{64} * 1024;
-/// Two megabytes: what a burst of some eight thousand lines needs.
-constexpr std::size_t kMostSpareBlocks = 32;
+/// What the lines of a few cable events need.
+constexpr std::size_t kMostSpareBlocks = 4;
 
 /// What stands in a block before an entry's message and function name.
 struct PackedEntry {
@@ -87,6 +87,9 @@ void EntryQueue::DropFirstBlock() {
 void EntryQueue::TakeAll(EntryQueue& other) noexcept {
     m_blocks.splice(m_blocks.end(), other.m_blocks);
     other.m_spare.splice(other.m_spare.begin(), m_spare);
+    while (other.m_spare.size() > kMostSpareBlocks) {
+        other.m_spare.pop_back();
+    }
 }
 
 }  // namespace Orva::Shared

@@ -1,21 +1,8 @@
 #include "logging/file_listener.h"
 
-#include <new>
 #include <optional>
 
 namespace Orva::Shared {
-namespace {
-
-void AppendTo(WriteQueue& queue, const CorvaLogListener::LogData& entry) {
-    try {
-        queue.Append(entry);
-    } catch (const std::bad_alloc&) {
-        // Short of memory the entry is lost; whoever logs has enough to do with his own failure.
-    }
-}
-
-}  // namespace
-
 CorvaLogListenerFile::CorvaLogListenerFile(bool queuedWrites)
     : m_queuedWrites(queuedWrites), m_file(std::make_shared<LogFile>()) {
     const std::optional<ModuleNames> names = GetModuleNames();
@@ -56,8 +43,10 @@ void CorvaLogListenerFile::Log(const LogData& entry) {
     if (*m_file->Path() == L'\0') {
         return;
     }
-    if (m_queue != nullptr && m_queuedWrites) {
-        AppendTo(*m_queue, entry);
+    // Held, because at process exit the listener may end while this thread waits for its turn.
+    const std::shared_ptr<WriteQueue> queue = m_queue;
+    if (queue != nullptr && m_queuedWrites) {
+        queue->Append(entry);
         return;
     }
     const OpenedLogFile file(*m_file);

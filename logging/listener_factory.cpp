@@ -5,6 +5,7 @@
 #include "logging/debug_listener.h"
 #include "logging/event_listener.h"
 #include "logging/file_listener.h"
+#include "logging/last_error_keeper.h"
 #include "logging/logger.h"
 #include "logging/policy.h"
 
@@ -36,6 +37,8 @@ class ListenerArray {
 }  // namespace
 
 std::unique_ptr<CorvaLogger> CreateLogger() {
+    // Whoever writes the first line finds his last error as it was.
+    const LastErrorKeeper keeper;
     PolicyKeys keys;
     OpenPolicyKeys(keys);
     const int selection = ReadOutputSelection(keys);

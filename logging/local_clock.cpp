@@ -48,12 +48,23 @@ Ticks CurrentOffset(Ticks now) noexcept {
 }  // namespace
 
 SYSTEMTIME LocalNow() noexcept {
+    using std::chrono::days;
     const auto sinceEpoch = std::chrono::system_clock::now().time_since_epoch();
-    const Ticks now = std::chrono::duration_cast<TickDuration>(sinceEpoch).count() + kTicksBefore1970;
-    const FILETIME local = ToFileTime(now + CurrentOffset(now));
-    SYSTEMTIME time{};
-    FileTimeToSystemTime(&local, &time);
-    return time;
+    const auto system = std::chrono::duration_cast<TickDuration>(sinceEpoch);
+    const Ticks ahead = CurrentOffset(system.count() + kTicksBefore1970);
+    const std::chrono::sys_time<TickDuration> local(system + TickDuration(ahead));
+    const std::chrono::sys_days day = std::chrono::floor<days>(local);
+    const std::chrono::year_month_day date(day);
+    const std::chrono::hh_mm_ss time(std::chrono::floor<std::chrono::milliseconds>(local - day));
+    const auto word = [](auto number) { return static_cast<WORD>(number); };
+    return {word(int(date.year())),
+            word(unsigned(date.month())),
+            word(std::chrono::weekday(day).c_encoding()),
+            word(unsigned(date.day())),
+            word(time.hours().count()),
+            word(time.minutes().count()),
+            word(time.seconds().count()),
+            word(time.subseconds().count())};
 }
 
 }  // namespace Orva::Shared

@@ -65,12 +65,12 @@ class LineHeader {
     template <unsigned Base>
     void Number(unsigned number, unsigned width, wchar_t after) noexcept {
         std::array<wchar_t, 8> digits{};
-        auto* digit = digits.end();
+        wchar_t* digit = digits.data() + digits.size();
         for (unsigned written = 0; written < width || number != 0; ++written) {
             *--digit = L"0123456789ABCDEF"[number % Base];
             number /= Base;
         }
-        m_end = std::copy(digit, digits.end(), m_end);
+        m_end = std::copy(digit, digits.data() + digits.size(), m_end);
         *m_end++ = after;
     }
 
@@ -93,7 +93,9 @@ bool IsAscii(std::string_view text) noexcept {
 /// runtime's affair.
 void AppendNameAndMessage(std::wstring& line, std::string_view name, std::wstring_view message) {
     if (IsAscii(name)) {
-        line.append(name.begin(), name.end());
+        const std::size_t headerSize = line.size();
+        line.resize(headerSize + name.size());
+        std::copy(name.begin(), name.end(), line.begin() + static_cast<std::ptrdiff_t>(headerSize));
         line += L'|';
         line += message;
         return;

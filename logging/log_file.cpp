@@ -107,9 +107,15 @@ void LogFile::CloseAndUnlock() {
     if (m_stream == nullptr || !m_mutex) {
         return;
     }
-    static_cast<void>(std::fflush(m_stream.get()));
+    Flush();
     m_stream.reset();
     ReleaseMutex(m_mutex.Get());
+}
+
+void LogFile::Flush() {
+    if (m_stream != nullptr) {
+        static_cast<void>(std::fflush(m_stream.get()));
+    }
 }
 
 bool LogFile::CheckLogHeader() {

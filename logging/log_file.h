@@ -59,6 +59,9 @@ class LogFile {
     /// file is not open.
     void WriteEntry(const CorvaLogListener::LogData& entry);
 
+    /// Hands what was written to the system. Does nothing when the file is not open.
+    void Flush();
+
   private:
     struct StreamCloser {
         void operator()(std::FILE* stream) const noexcept { static_cast<void>(std::fclose(stream)); }

@@ -1,6 +1,7 @@
 #include "logging/log_scope.h"
 
 #include <cstdarg>
+#include <new>
 
 #include "logging/format.h"
 #include "logging/last_error_keeper.h"
@@ -11,7 +12,8 @@ using Orva::Shared::LogScopeTimer;
 LogScope::~LogScope() {
     try {
         if (m_writesExitLine) {
-            Write(Orva::Shared::Level::kTraceOut, m_exitLine.empty() ? nullptr : L"%s", m_exitLine.c_str());
+            GetLogger().WriteText(Orva::Shared::Level::kTraceOut, m_functionName,
+                                  m_hasExitText ? m_exitText : L"");
         }
         if (m_timer != nullptr) {
             m_timer->End();
@@ -23,16 +25,17 @@ LogScope::~LogScope() {
 
 void LogScope::StartTimer() {
     if (GetLogger().TimingEnabled()) {
-        m_timer = std::make_unique<LogScopeTimer>(GetLogger(), m_functionName);
+        // Without memory the operation runs untimed.
+        m_timer.reset(new (std::nothrow) LogScopeTimer(GetLogger(), m_functionName));
     }
 }
 
 void LogScope::FormatExitLine(const wchar_t* format, ...) {
     const Orva::Shared::LastErrorKeeper keeper;
-    wchar_t text[Orva::Shared::kMessageCharacters] = {};
+    m_exitText[0] = L'\0';
     va_list arguments;
     va_start(arguments, format);
-    Orva::Shared::FormatTextList(text, Orva::Shared::kMessageCharacters, format, arguments);
+    Orva::Shared::FormatTextList(m_exitText, Orva::Shared::kMessageCharacters, format, arguments);
     va_end(arguments);
-    m_exitLine = text;
+    m_hasExitText = true;
 }

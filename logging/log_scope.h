@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <string>
 
 #include "logging/logger.h"
 #include "logging/scope_timer.h"
@@ -79,6 +78,7 @@ class LogScope {
 
     const char* m_functionName;
     bool m_writesExitLine = true;
-    std::wstring m_exitLine;
+    bool m_hasExitText = false;
+    wchar_t m_exitText[Orva::Shared::kMessageCharacters];  ///< written only where it is used
     std::unique_ptr<Orva::Shared::LogScopeTimer> m_timer;
 };

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdlib>
-#include <utility>
+#include <new>
 
 #include "logging/format.h"
 #include "logging/last_error_keeper.h"
@@ -16,6 +16,16 @@ bool IsFileListener(const CorvaLogListener& listener) {
     const int type = listener.GetType();
     return type == ListenerType::kQueuedFile || type == ListenerType::kFile;
 }
+
+/// Whatever one output cannot finish, the others are still to be ended.
+struct QuietDelete {
+    void operator()(const CorvaLogListener* listener) const noexcept {
+        try {
+            delete listener;
+        } catch (...) {
+        }
+    }
+};
 
 }  // namespace
 
@@ -43,14 +53,14 @@ CorvaLogger::CorvaLogger(CorvaLogListener* const* listeners, int count) {
 }
 
 CorvaLogger::~CorvaLogger() {
+    EndListeners();
+}
+
+void CorvaLogger::EndListeners() noexcept {
     for (int i = 0; i < m_listenerCount; ++i) {
-        CorvaLogListener*& listener = m_listeners[static_cast<std::size_t>(i)];
-        try {
-            delete listener;
-        } catch (...) {
-            // Whatever an output cannot finish, the others are still to be ended.
-        }
-        listener = nullptr;
+        // Emptied first: while one listener still drains its queue, others may write.
+        const std::unique_ptr<CorvaLogListener, QuietDelete> listener(
+            m_listeners[static_cast<std::size_t>(i)].exchange(nullptr));
     }
 }
 
@@ -67,24 +77,33 @@ void CorvaLogger::WriteFormatted(int level, const char* functionName, const wcha
     Dispatch(level, functionName, message);
 }
 
+void CorvaLogger::WriteText(int level, const char* functionName, const wchar_t* message) {
+    if (Takes(level)) {
+        const LastErrorKeeper keeper;
+        Dispatch(level, functionName, message);
+    }
+}
+
 void CorvaLogger::Dispatch(int level, const char* functionName, const wchar_t* message) {
-    const CorvaLogListener::LogData entry(functionName, message, level, LocalNow(), GetCurrentThreadId());
-    for (int i = 0; i < m_listenerCount; ++i) {
-        CorvaLogListener* const listener = m_listeners[static_cast<std::size_t>(i)];
-        // Places are emptied at process exit, while other threads may still write.
-        if (listener != nullptr && level >= listener->MinLogLevel() && level <= listener->MaxLogLevel()) {
-            listener->Log(entry);
+    try {
+        const CorvaLogListener::LogData entry(functionName, message, level, LocalNow(), GetCurrentThreadId());
+        for (int i = 0; i < m_listenerCount; ++i) {
+            CorvaLogListener* const listener = m_listeners[static_cast<std::size_t>(i)];
+            if (listener != nullptr && level >= listener->MinLogLevel() && level <= listener->MaxLogLevel()) {
+                listener->Log(entry);
+            }
         }
+    } catch (const std::bad_alloc&) {
+        // Short of memory the entry is lost; whoever logs has enough to do with his own failure.
     }
 }
 
 namespace {
 
-/// At process exit. The place of the logger is not left empty: threads that Windows has not ended
-/// yet may still write, and find a log without outputs instead of one that is just being ended.
+/// At process exit. The logger itself stays: threads that Windows has not ended yet may still
+/// write, and find a log without outputs.
 void EndLogger() {
-    const std::unique_ptr<CorvaLogger> ended =
-        std::exchange(LoggerHolder(), std::make_unique<CorvaLogger>(nullptr, 0));
+    GetLogger().EndListeners();
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -48,7 +49,7 @@ class CorvaLogger {
     CorvaLogger(CorvaLogListener* const* listeners, int count);
     CorvaLogger(const CorvaLogger&) = delete;
     CorvaLogger& operator=(const CorvaLogger&) = delete;
-    /// Deletes the listeners; a file listener drains its queue first.
+    /// Ends its listeners.
     ~CorvaLogger();
 
     /// Whether an entry of this level goes anywhere.
@@ -67,6 +68,12 @@ class CorvaLogger {
             WriteFormatted(level, functionName, format, args...);
         }
     }
+
+    /// Writes one entry whose message is ready (terminated; 511 characters at most).
+    void WriteText(int level, const char* functionName, const wchar_t* message);
+
+    /// Ends the outputs; a file listener drains its queue first. Entries that come later go nowhere.
+    void EndListeners() noexcept;
 
     /// Whether operations are to measure how long they take (see `LogScopeTimer`).
     [[nodiscard]] bool TimingEnabled() const noexcept { return m_timingEnabled; }
@@ -91,7 +98,7 @@ class CorvaLogger {
     void Dispatch(int level, const char* functionName, const wchar_t* message);
 
     unsigned m_messageCharacters = kMessageCharacters;
-    std::array<CorvaLogListener*, kMostListeners> m_listeners{};
+    std::array<std::atomic<CorvaLogListener*>, kMostListeners> m_listeners{};
     int m_listenerCount = 0;
     int m_minLevel = Level::kNever;
     /// Never below "Error", on purpose: each listener filters again.
@@ -105,7 +112,7 @@ class CorvaLogger {
 [[nodiscard]] std::unique_ptr<CorvaLogger> CreateLogger();
 
 namespace Detail {
-/// Creates the process-wide logger and sees to its end at process exit.
+/// Creates the process-wide logger and sees to the end of its listeners at process exit.
 [[nodiscard]] std::unique_ptr<CorvaLogger>& MakeLoggerHolder();
 }  // namespace Detail
 
@@ -115,8 +122,8 @@ namespace Detail {
     return holder;
 }
 
-/// The process-wide logger, made by the first call and destroyed at process exit. Made anew when
-/// its holder was emptied. Any thread. Inline, so that a line which is not taken costs next to
+/// The process-wide logger, made by the first call; its listeners end at process exit. Made anew
+/// when its holder was emptied. Any thread. Inline, so that a line which is not taken costs next to
 /// nothing.
 [[nodiscard]] inline CorvaLogger& GetLogger() {
     std::unique_ptr<CorvaLogger>& holder = LoggerHolder();

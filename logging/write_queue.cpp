@@ -14,7 +14,7 @@ constexpr DWORD kTearDownWaitMilliseconds = 500;
 }  // namespace
 
 void WriteQueue::Append(const CorvaLogListener::LogData& entry) {
-    const CriticalSectionLock lock(m_lock);
+    const CriticalSectionLock lock(m_lock, CriticalSectionLock::Manner::kPatiently);
     if (m_isTornDown) {
         return;
     }
@@ -59,9 +59,10 @@ bool WriteQueue::WriteAll(LogFile& file) {
         while (TakeEntries()) {
             while (!m_taken.IsEmpty() && !m_isTornDown.load(std::memory_order_relaxed)) {
                 m_taken.TakeFirst(entry);
-                m_writerHasEntries.store(!m_taken.IsEmpty(), std::memory_order_relaxed);
                 file.WriteEntry(entry);
             }
+            file.Flush();
+            m_writerHasEntries = false;
         }
         return true;
     } catch (const std::bad_alloc&) {

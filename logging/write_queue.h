@@ -30,9 +30,6 @@ class WriteQueue : public std::enable_shared_from_this<WriteQueue> {
     void TearDown();
 
   private:
-    /// The lock is held only as long as it takes to copy one entry.
-    static constexpr DWORD kSpinCount = 400;
-
     void StartWriter();
     static unsigned __stdcall WriterThread(void* queue);
     void Drain();
@@ -44,10 +41,12 @@ class WriteQueue : public std::enable_shared_from_this<WriteQueue> {
     std::shared_ptr<LogFile> m_file;
     bool m_writerIsActive = false;
     Platform::UniqueHandle m_writer;
-    CriticalSection m_lock{kSpinCount};  ///< guards all of the above but the file
+    CriticalSection m_lock;  ///< guards all of the above but the file
 
     /// What the writer took out of the queue and has not written yet; its own.
     EntryQueue m_taken;
+    /// Set until all that the writer took stands in the file: a process that ends in between would
+    /// lose its last lines.
     std::atomic<bool> m_writerHasEntries = false;
     std::atomic<bool> m_isTornDown = false;
 };

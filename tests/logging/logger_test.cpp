@@ -6,6 +6,7 @@
 #include <atomic>
 #include <limits>
 #include <memory>
+#include <new>
 #include <ostream>
 #include <stdexcept>
 #include <thread>
@@ -119,6 +120,46 @@ TEST(Logger, HandsEntriesToListenersInTheirOrder) {
     const RecordingLogger logger({{}, {}, {}});
     logger->Write(Level::kError, "A::B", L"text");
     EXPECT_THAT(logger.Messages(), ElementsAre(L"0:text", L"1:text", L"2:text"));
+}
+
+TEST(Logger, ReadyTextIsWrittenAsItIs) {
+    const RecordingLogger logger({ListenerSettings{.minLevel = Level::kInformation}});
+    SetLastError(ERROR_CRC);
+    logger->WriteText(Level::kError, "A::B", L"100%d");
+    logger->WriteText(Level::kTraceOut, "A::B", L"not taken");
+    EXPECT_THAT(logger.Messages(), ElementsAre(L"0:100%d"));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_CRC});
+}
+
+TEST(Logger, EntryWrittenWhileAListenerEndsGoesToTheOthers) {
+    std::vector<std::wstring> messages;
+    CorvaLogger* logger = nullptr;
+    auto* const ending = new RecordingListener({}, [&](const LogData&) { messages.emplace_back(L"ending"); });
+    ending->onDestruction = [&] { logger->Write(Level::kError, "A::B", L"meanwhile"); };
+    auto* const other =
+        new RecordingListener({}, [&](const LogData& entry) { messages.emplace_back(entry.Message()); });
+    const auto owner = MakeLogger({ending, other});
+    logger = owner.get();
+
+    logger->EndListeners();
+    logger->Write(Level::kError, "A::B", L"afterwards");
+
+    EXPECT_THAT(messages, ElementsAre(L"meanwhile"));
+}
+
+TEST(Logger, ListenerShortOfMemoryLosesTheEntryOnly) {
+    bool isShort = true;
+    std::vector<std::wstring> messages;
+    const auto logger = MakeLogger({new RecordingListener({}, [&](const LogData& entry) {
+        if (isShort) {
+            throw std::bad_alloc();
+        }
+        messages.emplace_back(entry.Message());
+    })});
+    logger->Write(Level::kError, "A::B", L"lost");
+    isShort = false;
+    logger->Write(Level::kError, "A::B", L"one");
+    EXPECT_THAT(messages, ElementsAre(L"one"));
 }
 
 TEST(Logger, EachListenerFiltersForItself) {

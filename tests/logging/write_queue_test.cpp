@@ -10,6 +10,7 @@
 
 #include "logging/entry_queue.h"
 #include "logging/file_listener.h"
+#include "logging/logger.h"
 #include "tests/logging/failing_memory.h"
 #include "tests/logging/held_mutex.h"
 #include "tests/logging/log_directory.h"
@@ -88,7 +89,7 @@ TEST(EntryQueue, NeedsNoMemoryOnceItHasSome) {
     const auto entry = Entry(std::wstring(100, L'x'));
     auto other = Entry(L"");
     const auto fillAndDrain = [&] {
-        for (int i = 0; i < 2000; ++i) {
+        for (int i = 0; i < 500; ++i) {
             queue.Append(entry);
         }
         taken.TakeAll(queue);
@@ -233,13 +234,13 @@ TEST_F(WriteQueueTest, EntriesStayQueuedWhenNoThreadCanBeStarted) {
 }
 
 TEST_F(WriteQueueTest, EntryIsLostWhenMemoryIsShort) {
-    CorvaLogListenerFile listener(true);
-    const auto lost = Entry(L"lost");
+    CorvaLogListener* const listener = std::make_unique<CorvaLogListenerFile>(true).release();
+    Orva::Shared::CorvaLogger logger(&listener, 1);
     {
         const ScopedMemoryShortage shortage(1);
-        listener.Log(lost);
+        logger.Write(Orva::Shared::Level::kError, "Some::Operation", L"lost");
     }
-    listener.Log(Entry(L"one"));
+    logger.Write(Orva::Shared::Level::kError, "Some::Operation", L"one");
     EXPECT_TRUE(HasLines(1));
     { const HeldMutex writerEnded(m_appData.Log()); }
     EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one"));
@@ -378,6 +379,22 @@ TEST_F(WriteQueueTest, DrainsBeforeItEnds) {
     }
     { const HeldMutex writerEnded(m_appData.Log()); }
     EXPECT_EQ(ReadLines(m_appData.Log()).size(), 1000U);
+}
+
+TEST_F(WriteQueueTest, EndWaitsForTheEntryInTheWritersHand) {
+    std::atomic<bool> isInHand = false;
+    const ScopedImport<&::fwrite> slow{
+        [&](const void* data, std::size_t size, std::size_t count, FILE* file) {
+            isInHand = true;
+            Rig::Real<&::Sleep>(DWORD{30});
+            return slow.Original(data, size, count, file);
+        }};
+    {
+        CorvaLogListenerFile listener(true);
+        listener.Log(Entry(L"last"));
+        EXPECT_TRUE(Eventually([&] { return isInHand.load(); }));
+    }
+    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("last"));
 }
 
 TEST_F(WriteQueueTest, GivesEverythingBack) {
