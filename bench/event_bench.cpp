@@ -6,10 +6,8 @@
 #include <psapi.h>
 #include <tlhelp32.h>
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <string>
 
 #include "bench/devices.h"
 #include "bench/measure.h"
@@ -22,7 +20,9 @@ namespace Bench {
 namespace {
 
 constexpr double kNanosecondsPerSecond = 1e9;
+constexpr double kNanosecondsPerMicrosecond = 1e3;
 constexpr double kMostAddedNanoseconds = 1e6;
+constexpr double kMostRatio = 2.0;
 
 /// The service's event sink, subscribed to nothing: the events are called.
 class Service {
@@ -64,38 +64,46 @@ void WaitForTheLog() {
     WaitForSingleObject(never.Get(), kRest);
 }
 
-/// Whether the bare calls are those of the service, one by one.
-bool CallsAreTheSame(Service& service) {
-    Devices::SetWifi(true);
-    Devices::StartTrace();
-    service.PlugIn();
-    const std::string ofService = Devices::EndTrace();
-    Devices::SetWifi(true);
-    Devices::StartTrace();
-    Devices::PlugBare();
-    const std::string bare = Devices::EndTrace();
-    if (ofService != bare) {
-        std::printf("The calls differ:\n  service %s\n  bare    %s\n", ofService.c_str(), bare.c_str());
-    }
-    return ofService == bare;
-}
-
 bool ComparePlugs(Service& service) {
     constexpr int kRounds = 301;
+    const auto recordPlug = [&] {
+        Devices::SetWifi(true);
+        return Devices::Record([&] { service.PlugIn(); });
+    };
+    // The first one makes what is made once.
+    static_cast<void>(recordPlug());
+    WaitForTheLog();
+    const Devices::Steps afterARest = recordPlug();
+    const Devices::Steps withWriterAtWork = recordPlug();
+    const Devices::Steps withoutLog = Devices::WithoutLog(afterARest);
+    const auto plug = [&] { return TimeOfPlug([&] { service.PlugIn(); }); };
+    const auto replay = [](const Devices::Steps& steps) {
+        return TimeOfPlug([&] { Devices::Replay(steps); });
+    };
+
     Table table("From the network event to the last switch of a PHY", "service", "bare calls");
-    const Comparison times = Compare(
+    const Comparison rested = Compare(
         kRounds,
         [&] {
             WaitForTheLog();
-            return TimeOfPlug([&] { service.PlugIn(); });
+            return plug();
         },
         [&] {
             WaitForTheLog();
-            return TimeOfPlug([] { Devices::PlugBare(); });
+            return replay(afterARest);
         });
-    table.Add("plug, everything logged by the default queue", times, 2.0);
-    const double added = times.ours - times.others;
-    std::printf("    added: %.1f microseconds (at most 1000)\n", added / 1000.0);
+    table.Add("plug after a rest: its first line starts the log's writer", rested, kMostRatio);
+    table.Add("plug while the log's writer is at work",
+              Compare(kRounds, plug, [&] { return replay(withWriterAtWork); }), kMostRatio);
+    const double devices =
+        Compare(
+            kRounds, [&] { return replay(withoutLog); }, [&] { return replay(withoutLog); })
+            .ours;
+    const double added = rested.ours - devices;
+    std::printf("    %zu calls, %zu of them not the log's, which take %.1f microseconds\n", afterARest.size(),
+                withoutLog.size(), devices / kNanosecondsPerMicrosecond);
+    std::printf("    added to those after a rest: %.1f microseconds (at most 1000)\n",
+                added / kNanosecondsPerMicrosecond);
     return table.AllWithin() && added < kMostAddedNanoseconds;
 }
 
@@ -119,13 +127,25 @@ DWORD CountThreads() {
     return count;
 }
 
+/// By asking for each: not every system answers how many there are.
+DWORD CountHandles() {
+    constexpr ULONG_PTR kStep = 4;
+    constexpr ULONG_PTR kEnd = 0x10000;
+    DWORD count = 0;
+    for (ULONG_PTR value = kStep; value < kEnd; value += kStep) {
+        DWORD flags = 0;
+        count += GetHandleInformation(reinterpret_cast<HANDLE>(value), &flags) != FALSE ? 1 : 0;
+    }
+    return count;
+}
+
 Resources ReadResources() {
     // The log's writer has ended by then.
     for (int i = 0; i < 50; ++i) {
         WaitForTheLog();
     }
     Resources resources;
-    GetProcessHandleCount(GetCurrentProcess(), &resources.handles);
+    resources.handles = CountHandles();
     resources.threads = CountThreads();
     PROCESS_MEMORY_COUNTERS counters{};
     counters.cb = sizeof(counters);
@@ -157,8 +177,8 @@ bool PlayPairs(Service& service, int pairs) {
 bool ShowEndurance(Service& service) {
     constexpr int kFew = 10;
     constexpr int kMany = 10'000;
-    std::printf("\nThe process at rest, after pairs of plug and unplug\n\n    %-26s %8s %8s %10s\n", "", "handles",
-                "threads", "megabytes");
+    std::printf("\nThe process at rest, after pairs of plug and unplug\n\n    %-26s %8s %8s %10s\n", "",
+                "handles", "threads", "megabytes");
     Devices::SetWifi(true);
     bool followed = PlayPairs(service, kFew);
     const Resources few = ReadResources();
@@ -182,10 +202,9 @@ bool Run() {
     RegCreateKeyW(HKEY_LOCAL_MACHINE, PowerStatus::kAirplaneModeKey, &key);
     RegCloseKey(key);
     Service service;
-    const bool same = CallsAreTheSame(service);
     const bool fast = ComparePlugs(service);
     const bool flat = ShowEndurance(service);
-    return same && fast && flat;
+    return fast && flat;
 }
 
 }  // namespace
