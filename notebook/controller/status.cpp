@@ -1,9 +1,14 @@
 #include "notebook/controller/status.h"
 
+#include <winternl.h>
+
+#include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <functional>
 #include <utility>
+#include <vector>
 
 #include "notebook/controller/words.h"
 #include "notebook/state/machine.h"
@@ -140,6 +145,39 @@ std::string StubText(const wchar_t* name) {
     return StateName(QueryService(name));
 }
 
+/// One entry of the system's list of handles (NtQuerySystemInformation,
+/// SystemExtendedHandleInformation), and the list.
+struct SystemHandle {
+    void* object;
+    ULONG_PTR process;
+    ULONG_PTR value;
+    ULONG access;
+    USHORT creatorBackTrace;
+    USHORT objectType;
+    ULONG attributes;
+    ULONG reserved;
+};
+struct SystemHandles {
+    ULONG_PTR count;
+    ULONG_PTR reserved;
+    SystemHandle handles[1];
+};
+
+/// How many handles a process holds. (GetProcessHandleCount does not answer everywhere.)
+std::string HandlesText(DWORD process) {
+    // One of the values that the header leaves out.
+    const auto extendedHandles = [](ULONG which) { return static_cast<SYSTEM_INFORMATION_CLASS>(which); }(64);
+    constexpr std::size_t kRoom = std::size_t{4} * 1024 * 1024;
+    std::vector<std::byte> bytes(kRoom);
+    if (NtQuerySystemInformation(extendedHandles, bytes.data(), kRoom, nullptr) != 0) {
+        return "unknown";
+    }
+    const auto& all = *reinterpret_cast<const SystemHandles*>(bytes.data());
+    return std::to_string(
+        std::count_if(all.handles, all.handles + all.count,
+                      [process](const SystemHandle& handle) { return handle.process == process; }));
+}
+
 using Reader = std::function<std::string(Snapshot&)>;
 
 /// The pairs of a status, in its order.
@@ -174,6 +212,7 @@ const std::vector<std::pair<std::string_view, Reader>>& Pairs() {
          }},
         {"service", [](Snapshot& s) { return StateName(s.Service()); }},
         {"pid", [](Snapshot& s) { return std::to_string(s.Service().process); }},
+        {"handles", [](Snapshot& s) { return HandlesText(s.Service().process); }},
         {"exit", [](Snapshot& s) { return std::to_string(s.Service().exitCode); }},
         {"reported", [](Snapshot&) { return ReportedText(); }},
         {"runs", [](Snapshot&) { return std::to_string(Raw().service.runs); }},

@@ -1,0 +1,177 @@
+"""What the service costs on the simulated notebook: `python3 -m notebook.runner.measure [--pairs N]`
+
+Looks at the running service from outside: the processor time and the wake-ups of its idle threads, its
+handles, threads and memory after few and after many pairs of plug and unplug, how long a switch of the
+modem takes, and how long a stop. Prints one table; fails when a bound is not kept.
+"""
+
+import argparse
+import collections
+import datetime
+import pathlib
+import statistics
+import sys
+import time
+
+from .log import Log
+from .machine import Machine, ROOT, SERVICE, parse_pairs
+
+FEW_PAIRS = 10
+SWITCH = "ServiceUtils::SwitchWwanStatus"
+REALLY_SWITCHED = "SetSoftwareRadioState Radio State"
+# The pauses that a switch prescribes take 200 ms of it.
+MOST_SWITCH_MILLISECONDS = 250
+MOST_STOP_MILLISECONDS = 1000
+
+Resources = collections.namedtuple("Resources", "handles threads kilobytes")
+
+
+class Process:
+    """The service's process, as the host sees it."""
+
+    def __init__(self, prefix):
+        self._folder = next(folder for folder in pathlib.Path("/proc").glob("[0-9]*")
+                            if self._is_service(folder, prefix))
+
+    @staticmethod
+    def _is_service(folder, prefix):
+        try:
+            return (SERVICE.encode() in (folder / "cmdline").read_bytes()
+                    and f"WINEPREFIX={prefix}\0".encode() in (folder / "environ").read_bytes())
+        except OSError:
+            return False
+
+    def ticks(self):
+        """Processor time, in the host's clock ticks."""
+        fields = (self._folder / "stat").read_text().rpartition(")")[2].split()
+        return int(fields[11]) + int(fields[12])
+
+    def wake_ups(self):
+        """How often each thread has been put to work, by its number."""
+        counts = {}
+        for task in (self._folder / "task").iterdir():
+            status = dict(line.split(":\t", 1) for line in (task / "status").read_text().splitlines()
+                          if ":\t" in line)
+            counts[task.name] = (int(status["voluntary_ctxt_switches"])
+                                 + int(status["nonvoluntary_ctxt_switches"]))
+        return counts
+
+    def threads(self):
+        return len(list((self._folder / "task").iterdir()))
+
+    def kilobytes(self):
+        """Memory of its own that is in use."""
+        rollup = (self._folder / "smaps_rollup").read_text()
+        return sum(int(line.split()[1]) for line in rollup.splitlines() if line.startswith("Private_Dirty"))
+
+
+class Table:
+    """Rows of what was measured beside what is wanted."""
+
+    def __init__(self):
+        self.all_within = True
+        print(f"\n{'':58}{'measured':>22}  {"wanted":14}", flush=True)
+
+    def row(self, what, measured, wanted="", within=True):
+        self.all_within = self.all_within and within
+        print(f"{what:58}{measured:>22}  {wanted:14} {'' if within else 'MISSED'}", flush=True)
+
+
+def measure_idle(table, process, seconds):
+    ticks, wake_ups = process.ticks(), process.wake_ups()
+    time.sleep(seconds)
+    spent = process.ticks() - ticks
+    woken = sum(count - wake_ups.get(thread, 0) for thread, count in process.wake_ups().items())
+    table.row(f"processor time of {seconds} idle seconds, in clock ticks", str(spent), "0", spent == 0)
+    table.row(f"wake-ups in {seconds} idle seconds, all threads", str(woken), "0", woken == 0)
+
+
+def play_pairs(machine, count):
+    for _ in range(count):
+        for command, phys in (("plug", "off,off"), ("unplug", "on,on")):
+            machine.do(command)
+            machine.settle()
+            values = machine.values("phys", "wwan")
+            if values != {"phys": phys, "wwan": phys.split(",")[0]}:
+                raise SystemExit(f"after {command}: {values}")
+
+
+def resources(machine, process):
+    # The log's writer and the pool's spare threads end by themselves.
+    time.sleep(8)
+    return Resources(int(machine.values("handles")["handles"]), process.threads(),
+                     process.kilobytes())
+
+
+def measure_pairs(table, machine, process, pairs):
+    play_pairs(machine, FEW_PAIRS)
+    few = resources(machine, process)
+    play_pairs(machine, pairs - FEW_PAIRS)
+    many = resources(machine, process)
+    for name in Resources._fields:
+        before, after = getattr(few, name), getattr(many, name)
+        # Pages that the log's buffers happen to touch come and go.
+        within = after <= before * 1.1 if name == "kilobytes" else after <= before
+        table.row(f"{name} at rest after {FEW_PAIRS} and after {pairs} pairs", f"{before} -> {after}", "equal",
+                  within)
+
+
+def switch_times(entries):
+    """Milliseconds that each switch of the modem took which had something to do."""
+    begun, times, switched = {}, [], set()
+    for entry in entries:
+        if entry.function != SWITCH:
+            continue
+        when = datetime.datetime.strptime(entry.time, "%Y/%m/%d %H:%M:%S.%f")
+        if entry.level == "TraceIn":
+            begun[entry.thread] = when
+            switched.discard(entry.thread)
+        elif entry.message.startswith(REALLY_SWITCHED):
+            switched.add(entry.thread)
+        elif entry.level == "TraceOut" and entry.thread in switched:
+            times.append((when - begun[entry.thread]).total_seconds() * 1000)
+    return times
+
+
+def measure_switches(table, log):
+    times = switch_times(log.read_settled())
+    table.row(f"switch of a modem that confirms at once, in ms ({len(times)} switches), median",
+              f"{statistics.median(times):.0f}", f"at most {MOST_SWITCH_MILLISECONDS}",
+              statistics.median(times) <= MOST_SWITCH_MILLISECONDS)
+    table.row("the slowest of them", f"{max(times):.0f}")
+
+
+def measure_stop(table, machine):
+    took = int(parse_pairs(machine.do("stop"))["took"])
+    table.row("stop, in ms", str(took), f"at most {MOST_STOP_MILLISECONDS}", took <= MOST_STOP_MILLISECONDS)
+
+
+def arguments():
+    parser = argparse.ArgumentParser(description="Measures the service on the simulated notebook.")
+    parser.add_argument("--pairs", type=int, default=200, help="pairs of plug and unplug")
+    parser.add_argument("--idle", type=int, default=30, metavar="SECONDS", help="how long to watch it idle")
+    parser.add_argument("--programs", default=ROOT / "build/cross/bin", help="where the programs are")
+    parser.add_argument("--prefix", default=ROOT / "build/wine/measure", help="the Wine prefix to make")
+    return parser.parse_args()
+
+
+def main():
+    options = arguments()
+    with Machine(options.prefix, options.programs) as machine:
+        machine.begin("modems 1")
+        machine.do("policy MaxLogSize 65536")
+        log = Log(machine.log_file())
+        machine.do("start")
+        machine.settle()
+        process = Process(options.prefix)
+        table = Table()
+        time.sleep(8)
+        measure_idle(table, process, options.idle)
+        measure_pairs(table, machine, process, options.pairs)
+        measure_switches(table, log)
+        measure_stop(table, machine)
+    return 0 if table.all_within else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
