@@ -70,11 +70,11 @@ class Table:
 
     def __init__(self):
         self.all_within = True
-        print(f"\n{'':58}{'measured':>22}  {"wanted":14}", flush=True)
+        print(f"\n{'':70}{'measured':>18}  {"wanted":14}", flush=True)
 
     def row(self, what, measured, wanted="", within=True):
         self.all_within = self.all_within and within
-        print(f"{what:58}{measured:>22}  {wanted:14} {'' if within else 'MISSED'}", flush=True)
+        print(f"{what:70}{measured:>18}  {wanted:14} {'' if within else 'MISSED'}", flush=True)
 
 
 def measure_idle(table, process, seconds):
