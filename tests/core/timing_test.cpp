@@ -1,0 +1,127 @@
+#include <windows.h>
+#include <wlanapi.h>
+
+#include <gmock/gmock.h>
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/wlan_notifications.h"
+#include "tests/core/core_world.h"
+#include "tests/support/run_on_thread.h"
+
+namespace CoreTests {
+namespace {
+
+using Orva::Shared::Level::kDiag;
+using Orva::Shared::Level::kTraceIn;
+using Orva::Shared::Level::kTraceOut;
+using Rig::Line;
+using Rig::LogLine;
+using Rig::LogRecorder;
+using Rig::Lines::Error;
+using Rig::Lines::TraceIn;
+using Rig::Lines::TraceOut;
+using testing::ElementsAre;
+using testing::IsSupersetOf;
+using testing::StartsWith;
+
+constexpr char kWorker[] = "CMainService::ServiceWorkerThread";
+constexpr wchar_t kEntry[] = L"ServiceWorkerThread - Entry";
+constexpr wchar_t kExit[] = L"ServiceWorkerThread - Exit";
+
+auto ElapsedTimeOf(const std::string& function) {
+    return Line(kDiag, function, StartsWith(L"Elapsed time = "));
+}
+
+/// Every operation of the core, in a world in which operations are timed. All of it on one thread,
+/// so that the log has each operation's lines where they were written.
+class CoreTimingTest : public testing::Test {
+  protected:
+    ~CoreTimingTest() override {
+        while (m_handler != nullptr && m_handler->Release() != 0) {
+        }
+    }
+
+    static void Notify(DWORD source, DWORD code) {
+        WLAN_NOTIFICATION_DATA data{};
+        data.NotificationSource = source;
+        data.NotificationCode = code;
+        CMainService::WlanNotificationCallback(&data, nullptr);
+    }
+
+    /// The life of a service, from its construction to its destruction.
+    void LiveOnce() {
+        OpenService service;
+        service.OnStart(0, nullptr);
+        world.pool.Drop();
+        service.ServiceWorkerThread();
+        world.pool.Drop();
+        m_handler = service.m_networkEventHandler;
+
+        Notify(WLAN_NOTIFICATION_SOURCE_ACM, wlan_notification_acm_network_available);
+        Notify(WLAN_NOTIFICATION_SOURCE_MSM, Platform::kWlanNotificationMsmRadioStateChange);
+        world.EnableWlanSwitching();
+        service.OnContinue();
+        service.UpdateWlanPowerStatus();
+        service.UpdateWwanPowerStatus();
+        service.OnShutdown();
+        service.AirplaneModeWatcher();
+    }
+
+    World world;
+    LogRecorder timed{LogRecorder::Timing::kOn};
+
+  private:
+    NLMEventHandler* m_handler = nullptr;
+};
+
+TEST_F(CoreTimingTest, EveryExitLineIsFollowedByTheElapsedTimeOfItsOperation) {
+    Rig::RunOnThread([this] { LiveOnce(); }, Rig::Apartment::kMultithreadedTwice);
+    const std::vector<LogLine> lines = timed.Lines();
+    std::set<std::string> operations;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        if (lines[i].level == kTraceOut) {
+            operations.insert(lines[i].function);
+            ASSERT_LT(i + 1, lines.size()) << lines[i].function;
+            EXPECT_THAT(lines[i + 1], ElapsedTimeOf(lines[i].function)) << "line " << i;
+        }
+    }
+    EXPECT_THAT(
+        operations,
+        IsSupersetOf({"CMainService::CMainService", "CMainService::~CMainService", "CMainService::OnStart",
+                      "CMainService::OnStop", "CMainService::OnShutdown", kWorker,
+                      "CMainService::ListenForWlanEvents", "CMainService::ListenForWwanEvents",
+                      "CMainService::RegisterWlanNotification", "CMainService::WlanNotificationCallback",
+                      "CMainService::HandleWlanNotificationAcmNetworkAvailable",
+                      "CMainService::HandleWlanNotificationMsmRadioStateChange",
+                      "CMainService::AirplaneModeWatcher", "CMainService::UpdateWlanPowerStatus",
+                      "CMainService::UpdateWwanPowerStatus", "CServiceBase::OnContinue",
+                      "NLMUtils::SystemResumeHandler"}));
+    // Nothing is timed that did not begin, and whatever began was timed.
+    EXPECT_EQ(timed.At(kDiag).size(), timed.At(kTraceIn).size());
+}
+
+TEST_F(CoreTimingTest, WorkersTimeComesBehindTheExitLineThatItWritesItself) {
+    Rig::RunOnThread([this] { LiveOnce(); }, Rig::Apartment::kMultithreadedTwice);
+    const std::vector<LogLine> lines = timed.Of(kWorker);
+    ASSERT_GT(lines.size(), 3U);
+    EXPECT_EQ(lines.front(), TraceIn(kWorker, kEntry));
+    EXPECT_EQ(lines[lines.size() - 2], TraceOut(kWorker, kExit));
+    EXPECT_THAT(lines.back(), ElapsedTimeOf(kWorker));
+    EXPECT_EQ(timed.Count(TraceOut(kWorker, kExit)), 1);
+    EXPECT_THAT(timed.At(kTraceOut), testing::Contains(Line(kTraceOut, kWorker, testing::_)).Times(1));
+}
+
+TEST_F(CoreTimingTest, WorkerThatGivesUpIsTimedWithoutAnExitLine) {
+    world.com.entryResult = E_OUTOFMEMORY;
+    OpenService service;
+    service.ServiceWorkerThread();
+    EXPECT_THAT(timed.Of(kWorker), ElementsAre(TraceIn(kWorker, kEntry),
+                                               Error(kWorker, L"CoInitialize failed with error: 0x8007000E"),
+                                               ElapsedTimeOf(kWorker)));
+}
+
+}  // namespace
+}  // namespace CoreTests
