@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdlib>
 #include <stdexcept>
 
 #include "tests/core/core_world.h"
@@ -59,6 +60,81 @@ TEST_F(WorkItemTest, WhatTheRoutineThrowsLeavesTheCallback) {
     QueueWorkItem(
         service, [](CMainService&) { throw std::runtime_error("routine"); }, WT_EXECUTEDEFAULT);
     EXPECT_THROW(world.pool.RunNext(), std::runtime_error);
+}
+
+/// Watches one block of memory: counts how often it is given back and keeps it meanwhile, so that
+/// nobody else gets it.
+class WatchedBlock {
+  public:
+    WatchedBlock() = default;
+    WatchedBlock(const WatchedBlock&) = delete;
+    WatchedBlock& operator=(const WatchedBlock&) = delete;
+    ~WatchedBlock() {
+        if (m_given != 0) {
+            m_free.Original(m_block);
+        }
+    }
+
+    void Watch(void* block) { m_block = block; }
+    [[nodiscard]] int TimesGivenBack() const { return m_given; }
+
+  private:
+    void* m_block = nullptr;
+    int m_given = 0;
+    Rig::ScopedImport<&::free> m_free{[this](void* block) { return block != nullptr && block == m_block; },
+                                      [this](void*) { ++m_given; }};
+};
+
+TEST_F(WorkItemTest, RecordOfARefusedItemIsFreedOnce) {
+    WatchedBlock record;
+    const Rig::ScopedImport<&::QueueUserWorkItem> refuse{[&](LPTHREAD_START_ROUTINE, PVOID context, ULONG) {
+        record.Watch(context);
+        SetLastError(ERROR_NOT_ENOUGH_QUOTA);
+        return FALSE;
+    }};
+    EXPECT_THROW(QueueWorkItem(service, &NoteRun, WT_EXECUTEDEFAULT), DWORD);
+    EXPECT_EQ(refuse.Calls(), 1);
+    EXPECT_EQ(record.TimesGivenBack(), 1);
+}
+
+TEST_F(WorkItemTest, RecordIsFreedOnceAndNotBeforeTheRoutineHasRun) {
+    static const WatchedBlock* watched = nullptr;
+    static int givenBackWhileRunning = -1;
+    WatchedBlock record;
+    watched = &record;
+    givenBackWhileRunning = -1;
+    QueueWorkItem(
+        service, [](CMainService&) { givenBackWhileRunning = watched->TimesGivenBack(); }, WT_EXECUTEDEFAULT);
+    record.Watch(world.pool.items.front().context);
+    EXPECT_EQ(record.TimesGivenBack(), 0);
+    EXPECT_EQ(world.pool.RunNext(), 0U);
+    EXPECT_EQ(givenBackWhileRunning, 0);
+    EXPECT_EQ(record.TimesGivenBack(), 1);
+}
+
+TEST_F(WorkItemTest, RecordIsFreedOnceWhenTheRoutineThrows) {
+    QueueWorkItem(
+        service, [](CMainService&) { throw DWORD{ERROR_GEN_FAILURE}; }, WT_EXECUTEDEFAULT);
+    WatchedBlock record;
+    record.Watch(world.pool.items.front().context);
+    EXPECT_THROW(world.pool.RunNext(), DWORD);
+    EXPECT_EQ(record.TimesGivenBack(), 1);
+}
+
+/// On the system's own pool, where nothing stands around the callback.
+[[noreturn]] void ThrowOnThePool() {
+    constexpr DWORD kPatience = 20000;
+    OpenService service;
+    QueueWorkItem(
+        service, [](CMainService&) { throw DWORD{ERROR_NOT_ENOUGH_QUOTA}; }, WT_EXECUTEINPERSISTENTTHREAD);
+    Sleep(kPatience);
+    ExitProcess(0);
+}
+
+TEST(WorkItemDeathTest, ErrorValueOutOfARoutineEndsTheProcess) {
+    constexpr int kAbort = 3;
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(ThrowOnThePool(), testing::ExitedWithCode(kAbort), "");
 }
 
 }  // namespace
