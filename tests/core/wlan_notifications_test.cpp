@@ -4,9 +4,14 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "bios/bios_settings.h"
@@ -58,6 +63,11 @@ std::wstring HexOf(HANDLE handle) {
 
 class WlanNotificationsTest : public CoreTest {
   protected:
+    /// A notification is worth one switch. The next one comes soon enough.
+    ~WlanNotificationsTest() override {
+        EXPECT_THAT(log.Of("ServiceUtils::SwitchWlanStatusWithRetry"), IsEmpty());
+    }
+
     static void Notify(DWORD source, DWORD code) {
         WLAN_NOTIFICATION_DATA data{};
         data.NotificationSource = source;
@@ -304,6 +314,22 @@ TEST_F(WlanNotificationsTest, AvailableNetworkOfARadioThatIsOffStoresNothing) {
     EXPECT_EQ(world.machine.RememberedWlan(), L"");
 }
 
+TEST_F(WlanNotificationsTest, AvailableNetworkWithoutCableIsRememberedInAirplaneModeToo) {
+    world.machine.SetAirplaneMode(true);
+    world.machine.RememberWlan(L"False");
+    NotifyNetworkAvailable();
+    EXPECT_THAT(world.LinesOf(kAvailable),
+                ElementsAre(Information(kAvailable, L"Ethernet connection status = 0"),
+                            Information(kAvailable,
+                                        L"wlan_notification_acm_network_available "
+                                        L"ServiceUtils::my_service_turnonoff_wifi : 0"),
+                            Information(kAvailable,
+                                        L"wlan_notification_acm_network_available Registry set to True. "
+                                        L"Setting WlanPowerStatus 1 in registry.")));
+    EXPECT_EQ(world.machine.RememberedWlan(), L"True");
+    EXPECT_THAT(world.WlanSwitches(), IsEmpty());
+}
+
 TEST_F(WlanNotificationsTest, AvailableNetworkWithCableSwitchesWlanOff) {
     world.EnableWlanSwitching();
     world.machine.PlugCableIn();
@@ -474,6 +500,43 @@ TEST_F(WlanNotificationsTest, AirplaneModeWithCableSwitchesOffAndKeepsTheTextOfT
     EXPECT_EQ(world.machine.RememberedWlan(), L"");
 }
 
+TEST_F(WlanNotificationsTest, AirplaneModeWithCableOnlyKeepsTheTextWhenTheFeatureIsDisabled) {
+    world.machine.SetAirplaneMode(true);
+    world.machine.PlugCableIn();
+    NotifyRadioChange();
+    EXPECT_THAT(world.LinesOf(kRadioChange),
+                ElementsAre(Information(kRadioChange, L"Ethernet connection status = 1"),
+                            Information(kRadioChange, L"Current WLAN status = 1"),
+                            Information(kRadioChange, L"Changing WiFi Status (string) to True ")));
+    EXPECT_THAT(world.WlanSwitches(), IsEmpty());
+    EXPECT_EQ(world.machine.RememberedWlan(), L"");
+}
+
+TEST_F(WlanNotificationsTest, AirplaneModeWithCableAndRadioOffKeepsTheTextFalse) {
+    world.EnableWlanSwitching();
+    world.machine.SetAirplaneMode(true);
+    world.machine.PlugCableIn();
+    SetWlan(false);
+    NotifyRadioChange();
+    EXPECT_THAT(world.LinesOf(kRadioChange),
+                ElementsAre(Information(kRadioChange, L"Ethernet connection status = 1"),
+                            Information(kRadioChange, L"Current WLAN status = 0"),
+                            Information(kRadioChange, L"Changing WiFi Status (string) to False ")));
+    EXPECT_THAT(world.WlanSwitches(), IsEmpty());
+    EXPECT_EQ(world.machine.RememberedWlan(), L"");
+}
+
+TEST_F(WlanNotificationsTest, RadioThatCannotBeReadCountsAsSwitchedOffByTheUser) {
+    world.machine.RememberWlan(L"True");
+    world.wlan.Fail(RadioTests::WlanCall::kOpen, 1, ERROR_SERVICE_NOT_ACTIVE);
+    NotifyRadioChange();
+    EXPECT_THAT(world.LinesOf(kRadioChange),
+                ElementsAre(Information(kRadioChange, L"Ethernet connection status = 0"),
+                            Information(kRadioChange, L"Current WLAN status = 0"),
+                            Information(kRadioChange, kUsersChoiceOff)));
+    EXPECT_EQ(world.machine.RememberedWlan(), L"False");
+}
+
 TEST_F(WlanNotificationsTest, UnreadableAdaptersEndTheHandlingOfARadioChange) {
     world.machine.HideAdapters();
     NotifyRadioChange();
@@ -485,31 +548,122 @@ TEST_F(WlanNotificationsTest, UnreadableAdaptersEndTheHandlingOfARadioChange) {
 
 // --- Exceptions ------------------------------------------------------------------------------------
 
-TEST_F(WlanNotificationsTest, ExceptionInTheRadioChangeHandlerIsItsOwn) {
+/// What is thrown: a standard exception, a Win32 error, and what nobody expects. All are caught.
+template <class Thrown>
+class ThrownOutOfNotification : public WlanNotificationsTest {
+  protected:
+    /// The callback's trace and two lines, then the handler's trace, then the Ethernet test's.
+    static constexpr int kInsideTheHandler = 5;
+
+    void NotifyAndThrow(int nthLine, void (*notify)()) {
+        const Rig::ThrowFromLogLine throwing(nthLine, Make());
+        notify();
+    }
+
+    /// A thread of its own that gets as far as the handler finds the lock free.
+    void ExpectLockFree() {
+        log.Clear();
+        Rig::RunOnThread([] { NotifyNetworkAvailable(); });
+        EXPECT_THAT(log.Lines(), Contains(TraceIn(kAvailable)));
+    }
+
+    static Thrown Make() {
+        if constexpr (std::is_arithmetic_v<Thrown>) {
+            return Thrown{ERROR_GEN_FAILURE};
+        } else {
+            return Thrown("log");
+        }
+    }
+};
+
+using ThrownTypes = testing::Types<std::runtime_error, DWORD, int>;
+TYPED_TEST_SUITE(ThrownOutOfNotification, ThrownTypes);
+
+TYPED_TEST(ThrownOutOfNotification, RadioChangeHandlerCatchesItItself) {
     {
         // After the trace line of the handler comes that of the Ethernet test.
-        const Rig::ThrowFromLogLine throwing(2, std::runtime_error("log"));
+        const Rig::ThrowFromLogLine throwing(2, this->Make());
         OpenService::HandleWlanNotificationMsmRadioStateChange();
     }
-    EXPECT_THAT(log.Of(kRadioChange),
+    EXPECT_THAT(this->log.Of(kRadioChange),
                 ElementsAre(TraceIn(kRadioChange),
                             Error(kRadioChange, L"Exception in HandleWlanNotificationMsmRadioStateChange()"),
                             TraceOut(kRadioChange)));
 }
 
-TEST_F(WlanNotificationsTest, ExceptionInTheAvailableHandlerReachesTheCallback) {
+TYPED_TEST(ThrownOutOfNotification, AvailableHandlerLeavesItToTheCallback) {
+    this->NotifyAndThrow(this->kInsideTheHandler, &this->NotifyNetworkAvailable);
+    EXPECT_THAT(this->log.Of(kAvailable), ElementsAre(TraceIn(kAvailable), TraceOut(kAvailable)));
+    EXPECT_THAT(this->log.At(Orva::Shared::Level::kError),
+                ElementsAre(Error(kCallback, L"Exception in WlanNotificationCallback()")));
+    this->ExpectLockFree();
+}
+
+TYPED_TEST(ThrownOutOfNotification, CallbackCatchesWhatComesBeforeItsLock) {
+    constexpr int kFirstInformation = 2;
+    this->NotifyAndThrow(kFirstInformation, &this->NotifyNetworkAvailable);
+    EXPECT_THAT(this->log.Lines(),
+                ElementsAre(TraceIn(kCallback), Error(kCallback, L"Exception in WlanNotificationCallback()"),
+                            TraceOut(kCallback)));
+    this->ExpectLockFree();
+}
+
+/// Does something at each line before it goes to the log as it was, for a scope.
+class AtEachLine {
+  public:
+    using Action = std::function<void(const Orva::Shared::CorvaLogListener::LogData&)>;
+
+    explicit AtEachLine(Action action) : m_outer(std::move(Orva::Shared::LoggerHolder())) {
+        Orva::Shared::CorvaLogListener* const listener = new Listener(*m_outer, std::move(action));
+        Orva::Shared::LoggerHolder() = std::make_unique<Orva::Shared::CorvaLogger>(&listener, 1);
+    }
+    AtEachLine(const AtEachLine&) = delete;
+    AtEachLine& operator=(const AtEachLine&) = delete;
+    ~AtEachLine() { Orva::Shared::LoggerHolder() = std::move(m_outer); }
+
+  private:
+    class Listener final : public Orva::Shared::CorvaLogListener {
+      public:
+        Listener(Orva::Shared::CorvaLogger& outer, Action action)
+            : CorvaLogListener(PolicyLevels::kIgnore), m_outer(outer), m_action(std::move(action)) {}
+
+        void Log(const Orva::Shared::CorvaLogListener::LogData& entry) override {
+            m_action(entry);
+            const std::string function(entry.FunctionName());
+            const std::wstring message(entry.Message());
+            m_outer.Write(entry.GetLevel(), function.c_str(), L"%s", message.c_str());
+        }
+        [[nodiscard]] int GetType() const override { return Orva::Shared::ListenerType::kDebug; }
+
+      private:
+        Orva::Shared::CorvaLogger& m_outer;
+        Action m_action;
+    };
+
+    std::unique_ptr<Orva::Shared::CorvaLogger> m_outer;
+};
+
+TEST_F(WlanNotificationsTest, LockIsFreeBeforeAnExceptionIsLogged) {
+    constexpr std::chrono::seconds kPatience{5};
+    bool hasThrown = false;
     {
-        // The callback's trace and two lines, then the handler's trace, then the Ethernet test's.
-        const Rig::ThrowFromLogLine throwing(5, std::runtime_error("log"));
+        const AtEachLine lines([&](const Orva::Shared::CorvaLogListener::LogData& entry) {
+            if (entry.GetLevel() == Orva::Shared::Level::kError) {
+                // Another notification gets through while the line is still to be written.
+                Rig::RunOnThread([] { NotifyNetworkAvailable(); }, Rig::Apartment::kNone, kPatience);
+            } else if (!hasThrown && entry.FunctionName() == kAvailable) {
+                hasThrown = true;
+                throw std::runtime_error("log");
+            }
+        });
         NotifyNetworkAvailable();
     }
-    EXPECT_THAT(log.Of(kAvailable), ElementsAre(TraceIn(kAvailable), TraceOut(kAvailable)));
-    EXPECT_THAT(log.At(Orva::Shared::Level::kError),
-                ElementsAre(Error(kCallback, L"Exception in WlanNotificationCallback()")));
-    // The lock is free again.
-    log.Clear();
-    Rig::RunOnThread([] { NotifyNetworkAvailable(); });
-    EXPECT_THAT(log.Lines(), Contains(TraceIn(kAvailable)));
+    const std::vector<Rig::LogLine> written = log.Lines();
+    const auto otherEnd = std::find(written.begin(), written.end(), TraceOut(kAvailable));
+    const auto error = std::find(written.begin(), written.end(),
+                                 Error(kCallback, L"Exception in WlanNotificationCallback()"));
+    EXPECT_LT(otherEnd, error);
+    EXPECT_NE(error, written.end());
 }
 
 TEST_F(WlanNotificationsTest, AvailableHandlerHasNoHandlerOfItsOwn) {
