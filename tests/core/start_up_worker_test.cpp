@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <ostream>
@@ -19,17 +20,16 @@
 namespace CoreTests {
 namespace {
 
+using namespace std::chrono_literals;
 using Rig::Lines::Error;
 using Rig::Lines::Information;
 using Rig::Lines::TraceIn;
 using Rig::Lines::TraceOut;
 using Rig::Lines::Verbose;
-using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
 using testing::IsEmpty;
-using testing::IsSupersetOf;
 using testing::SizeIs;
 
 constexpr char kWorker[] = "CMainService::ServiceWorkerThread";
@@ -54,6 +54,9 @@ constexpr wchar_t kCheckFailed[] = L"CheckEthernetConnectionStatusEx failed";
 class StartUpWorkerTest : public CoreTest {
   protected:
     ~StartUpWorkerTest() override {
+        // The first decisions switch a radio once.
+        EXPECT_THAT(log.Of("ServiceUtils::SwitchWlanStatusWithRetry"), IsEmpty());
+        EXPECT_THAT(log.Of("ServiceUtils::SwitchWwanStatusWithRetry"), IsEmpty());
         NLMEventHandler* const handler = service.m_networkEventHandler;
         Stop(service);
         if (handler != nullptr) {
@@ -68,6 +71,23 @@ class StartUpWorkerTest : public CoreTest {
 
     void RunWorker(Rig::Apartment apartment = Rig::Apartment::kNone) {
         Rig::RunOnThread([this] { service.ServiceWorkerThread(); }, apartment);
+    }
+
+    /// Runs the worker; the time on the clock from its first call of one name to that of another.
+    [[nodiscard]] std::chrono::milliseconds RunAndMeasure(const std::string& from, const std::string& to) {
+        std::chrono::milliseconds start{};
+        std::chrono::milliseconds end{-1};
+        world.journal.At(from, [&] { start = world.machine.clock.Elapsed(); });
+        world.journal.At(to, [&] { end = world.machine.clock.Elapsed(); });
+        RunWorker();
+        return end - start;
+    }
+    /// The wait for WLAN, and that for WWAN, up to what follows them.
+    [[nodiscard]] std::chrono::milliseconds RunAndMeasureWlanWait() {
+        return RunAndMeasure("OpenService WlanSvc", "Find INetworkListManagerEvents");
+    }
+    [[nodiscard]] std::chrono::milliseconds RunAndMeasureWwanWait() {
+        return RunAndMeasure("OpenService WwanSvc", "GetInterfaces");
     }
 
     void SetWlan(bool isOn) {
@@ -197,6 +217,23 @@ TEST_F(StartUpWorkerTest, PublishedManagerOutlivesTheStop) {
     }
 }
 
+TEST_F(StartUpWorkerTest, StopBeforeThePublishingEmptiesTheHolderAndEndsTheWorker) {
+    RadioTests::FakeManager older{world.modems};
+    older.HandOut(WwanState::interfaceManager.GetAddressOf());
+    world.journal.At("OpenService WwanSvc", [this] {
+        NLMEventHandler* const handler = service.m_networkEventHandler;
+        Stop(service);
+        while (handler->Release() != 0) {
+        }
+    });
+    RunWorker();
+    EXPECT_EQ(older.References(), 0);
+    EXPECT_EQ(WwanState::interfaceManager, nullptr);
+    EXPECT_FALSE(WwanState::devicePresent);
+    EXPECT_EQ(log.Of(kWorker).back(), Error(kWorker, kNoDevice));
+    EXPECT_EQ(world.journal.Count("GetInterfaces"), 0);
+}
+
 // --- COM -------------------------------------------------------------------------------------------
 
 TEST_F(StartUpWorkerTest, LeavesComThatItEntered) {
@@ -281,9 +318,16 @@ TEST_F(StartUpWorkerTest, ModemOfAnEarlierStartIsForgottenWhenItIsGone) {
 
 // --- Services that are late or absent --------------------------------------------------------------
 
+constexpr char kWait[] = "Utils::WaitforServiceToStartRunning";
+
+TEST_F(StartUpWorkerTest, ServicesThatRunCostNoTime) {
+    EXPECT_EQ(RunAndMeasureWlanWait(), 0s);
+    EXPECT_THAT(world.LinesOf(kWait), IsEmpty());
+}
+
 TEST_F(StartUpWorkerTest, AbsentWlanServiceCostsASecondAndALine) {
     world.services.states[L"WlanSvc"] = FakeServices::State::kAbsent;
-    RunWorker();
+    EXPECT_EQ(RunAndMeasureWlanWait(), 1s);
     EXPECT_THAT(world.LinesOf(kWorker),
                 ElementsAre(Information(kWorker, kBiosRead),
                             Error(kWorker,
@@ -292,41 +336,47 @@ TEST_F(StartUpWorkerTest, AbsentWlanServiceCostsASecondAndALine) {
                             Information(kWorker, kWlanWaited), Information(kWorker, kAlive),
                             Information(kWorker, kWlanDisabled), Information(kWorker, kWaitForWwan),
                             Information(kWorker, kWwanWaited), Information(kWorker, kWwanDisabled)));
-    EXPECT_THAT(log.At(Orva::Shared::Level::kVerbose),
-                Contains(Verbose("Utils::WaitforServiceToStartRunning",
-                                 L"WlanSvc service Running Status = -1, try 0")));
+    EXPECT_THAT(world.LinesOf(kWait),
+                ElementsAre(Verbose(kWait, L"WlanSvc service Running Status = -1, try 0")));
     EXPECT_EQ(world.journal.Count("OpenService WlanSvc"), 1);
     EXPECT_EQ(world.journal.Count("Advise INetworkConnectionEvents"), 1);
     EXPECT_EQ(world.journal.Count("WlanRegisterNotification 24"), 1);
 }
 
-TEST_F(StartUpWorkerTest, WlanServiceThatNeverRunsIsPolledFifteenTimes) {
+TEST_F(StartUpWorkerTest, WlanServiceThatNeverRunsIsPolledFifteenTimesInFifteenSeconds) {
     world.services.states[L"WlanSvc"] = FakeServices::State::kStarting;
-    RunWorker();
+    EXPECT_EQ(RunAndMeasureWlanWait(), 15s);
     EXPECT_TRUE(log.Contains(
         Error(kWorker, L"WaitforServiceToStartRunning (WLAN AutoConfig) failed with running status = 1")));
     EXPECT_EQ(world.journal.Count("OpenService WlanSvc"), 15);
+    EXPECT_THAT(world.LinesOf(kWait), SizeIs(15));
     EXPECT_TRUE(log.Contains(TraceOut(kWorker, kExit)));
 }
 
 TEST_F(StartUpWorkerTest, AbsentWwanServiceCostsASecondAndALine) {
     world.services.states[L"WwanSvc"] = FakeServices::State::kAbsent;
-    RunWorker();
+    EXPECT_EQ(RunAndMeasureWwanWait(), 1s);
     EXPECT_THAT(world.LinesOf(kWorker),
-                IsSupersetOf({Error(kWorker,
-                                    L"WaitforServiceToStartRunning (WWAN AutoConfig) failed with "
-                                    L"running status = -1"),
-                              Information(kWorker, kWwanWaited)}));
+                ElementsAre(Information(kWorker, kBiosRead), Information(kWorker, kWlanWaited),
+                            Information(kWorker, kAlive), Information(kWorker, kWlanDisabled),
+                            Information(kWorker, kWaitForWwan),
+                            Error(kWorker,
+                                  L"WaitforServiceToStartRunning (WWAN AutoConfig) failed with running "
+                                  L"status = -1"),
+                            Information(kWorker, kWwanWaited), Information(kWorker, kWwanDisabled)));
+    EXPECT_THAT(world.LinesOf(kWait),
+                ElementsAre(Verbose(kWait, L"WwanSvc service Running Status = -1, try 0")));
     EXPECT_EQ(world.journal.Count("OpenService WwanSvc"), 1);
     EXPECT_TRUE(log.Contains(TraceOut(kWorker, kExit)));
 }
 
-TEST_F(StartUpWorkerTest, WwanServiceThatNeverRunsIsPolledFifteenTimes) {
+TEST_F(StartUpWorkerTest, WwanServiceThatNeverRunsIsPolledFifteenTimesInFifteenSeconds) {
     world.services.states[L"WwanSvc"] = FakeServices::State::kStarting;
-    RunWorker();
+    EXPECT_EQ(RunAndMeasureWwanWait(), 15s);
     EXPECT_TRUE(log.Contains(
         Error(kWorker, L"WaitforServiceToStartRunning (WWAN AutoConfig) failed with running status = 1")));
     EXPECT_EQ(world.journal.Count("OpenService WwanSvc"), 15);
+    EXPECT_THAT(world.LinesOf(kWait), SizeIs(15));
 }
 
 // --- Subscriptions that fail -----------------------------------------------------------------------
@@ -343,8 +393,11 @@ TEST_F(StartUpWorkerTest, GoesOnWithoutWlanNotifications) {
     world.notifications.result = ERROR_ACCESS_DENIED;
     RunWorker();
     EXPECT_THAT(world.LinesOf(kWorker),
-                IsSupersetOf({Error(kWorker, L"RegisterWlanNotification (register) failed"),
-                              Information(kWorker, kAlive)}));
+                ElementsAre(Information(kWorker, kBiosRead), Information(kWorker, kWlanWaited),
+                            Error(kWorker, L"RegisterWlanNotification (register) failed"),
+                            Information(kWorker, kAlive), Information(kWorker, kWlanDisabled),
+                            Information(kWorker, kWaitForWwan), Information(kWorker, kWwanWaited),
+                            Information(kWorker, kWwanDisabled)));
     EXPECT_TRUE(log.Contains(TraceOut(kWorker, kExit)));
 }
 
