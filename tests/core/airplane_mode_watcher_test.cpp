@@ -36,11 +36,12 @@ constexpr wchar_t kAirplaneOff[] = L"Airplane mode is OFF";
 constexpr wchar_t kCheckFailed[] = L"CheckEthernetConnectionStatusEx failed";
 constexpr wchar_t kCreateFailed[] = L"CreateEvent (AirPlaneWatcherEvent) failed with error 5";
 
+constexpr wchar_t kWatchedKey[] = L"SYSTEM\\CurrentControlSet\\Control\\RadioManagement\\SystemRadioState";
 constexpr REGSAM kWatchAccess = 0x20119;
 
 bool IsWatchedOpen(HKEY root, const wchar_t* path, REGSAM access) {
-    return root == HKEY_LOCAL_MACHINE && path != nullptr &&
-           std::wstring(path) == PowerStatus::kAirplaneModeKey && access == kWatchAccess;
+    return root == HKEY_LOCAL_MACHINE && path != nullptr && std::wstring(path) == kWatchedKey &&
+           access == kWatchAccess;
 }
 
 /// The watcher on the test's own thread. What happens while it waits is a row of steps; behind the
@@ -64,6 +65,9 @@ class WatcherTest : public CoreTest {
         service.m_running = true;
         service.AirplaneModeWatcher();
         EXPECT_EQ(next, steps.size());
+        // Each change is worth one switch: the watcher comes back with the next one.
+        EXPECT_THAT(log.Of("ServiceUtils::SwitchWlanStatusWithRetry"), IsEmpty());
+        EXPECT_THAT(log.Of("ServiceUtils::SwitchWwanStatusWithRetry"), IsEmpty());
     }
 
     /// The lines between the entry and those of the stop.
@@ -211,6 +215,21 @@ TEST_F(WatcherTest, AirplaneModeOffWithBothFeaturesDisabledOnlyWritesTheLine) {
     Run({airplaneOff});
     EXPECT_THAT(Lines(), ElementsAre(Information(kWatcher, kChange), Information(kWatcher, kAirplaneOff)));
     EXPECT_THAT(world.wlan.Calls(), IsEmpty());
+}
+
+TEST_F(WatcherTest, AirplaneModeThatEndsDuringTheSwitchOffIsSeenAtOnce) {
+    world.EnableWlanSwitching();
+    world.wlan.At(RadioTests::WlanCall::kSet, 1, [this] {
+        world.machine.SetAirplaneMode(false);
+        return DWORD{ERROR_SUCCESS};
+    });
+    Run({airplaneOn});
+    EXPECT_THAT(Lines(),
+                ElementsAre(Information(kWatcher, kChange), Information(kWatcher, kAirplaneOn),
+                            Information(kWatcher, kAirplaneOff),
+                            Information(kWatcher, L"Previous WLAN Power Status in registry = True"),
+                            Information(kWatcher, L"Setting SetWlanPowerStatusInRegistry with value = 1")));
+    EXPECT_THAT(world.WlanSwitches(), ElementsAre("off", "on"));
 }
 
 TEST_F(WatcherTest, EveryChangeIsDecidedAfresh) {
