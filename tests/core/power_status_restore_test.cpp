@@ -21,6 +21,11 @@ constexpr char kUpdateWwan[] = "CMainService::UpdateWwanPowerStatus";
 class PowerStatusRestoreTest : public CoreTest {
   protected:
     PowerStatusRestoreTest() { world.MakeModemKnown(); }
+    /// A radio is switched once; what comes of it is not looked at.
+    ~PowerStatusRestoreTest() override {
+        EXPECT_THAT(log.Of("ServiceUtils::SwitchWlanStatusWithRetry"), IsEmpty());
+        EXPECT_THAT(log.Of("ServiceUtils::SwitchWwanStatusWithRetry"), IsEmpty());
+    }
 
     void SwitchBothOff() {
         world.wlan.adapters[0].phys[0] = RadioTests::Off();
@@ -54,6 +59,36 @@ TEST_F(PowerStatusRestoreTest, NothingRememberedForWwanMeansOn) {
     EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_ON));
     EXPECT_THAT(world.WlanSwitches(), IsEmpty());
     EXPECT_FALSE(world.machine.store.Exists(L"WwanPowerStatus"));
+}
+
+TEST_F(PowerStatusRestoreTest, EmptyTextRememberedMeansOn) {
+    SwitchBothOff();
+    world.machine.RememberWlan(L"");
+    world.machine.RememberWwan(L"");
+    service.UpdateWlanPowerStatus();
+    service.UpdateWwanPowerStatus();
+    EXPECT_THAT(
+        world.LinesOf(kUpdateWlan),
+        ElementsAre(Information(kUpdateWlan, L"Registry read is empty : WLAN. Setting Default Value as TRUE"),
+                    Information(kUpdateWlan, L"Registry read is 1, WLAN Switch = 1")));
+    EXPECT_THAT(
+        world.LinesOf(kUpdateWwan),
+        ElementsAre(Information(kUpdateWwan, L"Registry read is empty : WWAN. Setting Default Value as TRUE"),
+                    Information(kUpdateWwan, L"Registry read is 1, WWAN Switch = 1")));
+    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
+    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_ON));
+    EXPECT_TRUE(world.machine.store.Exists(L"WlanPowerStatus"));
+    EXPECT_EQ(world.machine.RememberedWlan(), L"");
+}
+
+TEST_F(PowerStatusRestoreTest, RefusedSwitchIsNotTriedAgain) {
+    world.machine.RememberWwan(L"False");
+    world.MakeWwanStubborn();
+    service.UpdateWwanPowerStatus();
+    EXPECT_THAT(world.LinesOf(kUpdateWwan),
+                ElementsAre(Information(kUpdateWwan, L"Registry read is 0, WWAN Switch = 0")));
+    EXPECT_EQ(
+        log.Count(TraceIn("ServiceUtils::SwitchWwanStatus", L"OnOffValue = 0, bCheckAirplaneStatus = 1")), 1);
 }
 
 TEST_F(PowerStatusRestoreTest, RememberedTrueSwitchesOn) {

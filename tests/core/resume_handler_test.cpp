@@ -28,6 +28,7 @@ using testing::Not;
 
 constexpr char kResume[] = "NLMUtils::SystemResumeHandler";
 constexpr wchar_t kReturn[] = L"Return = 1";
+constexpr DWORD kPollInterval = 1000;  // milliseconds, of a wait for a service
 
 constexpr wchar_t kStartingWlan[] = L"Service resume handler starting WLAN service..";
 constexpr wchar_t kWaitForWlan[] = L"Wait for (WLAN AutoConfig) to start";
@@ -111,6 +112,27 @@ TEST_F(ResumeHandlerTest, RememberedOffStaysOffWithoutBeingSwitched) {
     EXPECT_THAT(world.WwanSwitches(), IsEmpty());
 }
 
+TEST_F(ResumeHandlerTest, UserWhoSwitchedOffBeforeTheSuspendFindsWlanOff) {
+    world.EnableWlanSwitching();
+    world.wlan.adapters[0].phys[0] = RadioTests::Off();
+    world.machine.RememberWlan(L"False");
+    NLMUtils::SystemResumeHandler();
+    EXPECT_TRUE(world.wlan.IsOff());
+    EXPECT_THAT(world.WlanSwitches(), IsEmpty());
+    EXPECT_EQ(world.machine.RememberedWlan(), L"False");
+}
+
+TEST_F(ResumeHandlerTest, EmptyTextRememberedBringsBothRadiosBack) {
+    world.EnableWlanSwitching();
+    world.EnableWwanSwitching();
+    world.machine.RememberWlan(L"");
+    world.machine.RememberWwan(L"");
+    SwitchBothOff();
+    NLMUtils::SystemResumeHandler();
+    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
+    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_ON));
+}
+
 TEST_F(ResumeHandlerTest, WithoutModemThereIsNoWaitButTheRestIsTheSame) {
     world.EnableWwanSwitching();
     RemoveModem();
@@ -134,7 +156,18 @@ TEST_F(ResumeHandlerTest, LateWlanServiceCostsALineAndTheRadioIsTriedAllTheSame)
                                   L"status = 1"),
                             Information(kResume, kWlanWaited)));
     EXPECT_EQ(world.journal.Count("OpenService WlanSvc"), 15);
+    EXPECT_THAT(world.machine.clock.SleepsAndWaits(), Contains(kPollInterval).Times(15));
     EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
+}
+
+TEST_F(ResumeHandlerTest, LateWwanServiceIsWaitedForBesideTheCable) {
+    world.EnableWwanSwitching();
+    world.machine.PlugCableIn();
+    world.services.states[L"WwanSvc"] = FakeServices::State::kStarting;
+    NLMUtils::SystemResumeHandler();
+    EXPECT_EQ(world.journal.Count("OpenService WwanSvc"), 15);
+    EXPECT_THAT(world.machine.clock.SleepsAndWaits(), Contains(kPollInterval).Times(15));
+    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_OFF));
 }
 
 TEST_F(ResumeHandlerTest, AbsentWwanServiceCostsALineAndTheRadioIsTriedAllTheSame) {
@@ -271,7 +304,12 @@ class ContinueTest : public ResumeHandlerTest {
 };
 
 TEST_F(ContinueTest, WithBothFeaturesDisabledOnlyTheSettingsAreReadAgain) {
+    log.Clear();  // the construction of the service
     Continue();
+    EXPECT_THAT(log.Of("CServiceBase::OnContinue"),
+                ElementsAre(TraceIn("CServiceBase::OnContinue"), TraceOut("CServiceBase::OnContinue")));
+    EXPECT_EQ(log.Lines().front(), TraceIn("CServiceBase::OnContinue"));
+    EXPECT_EQ(log.Lines().back(), TraceOut("CServiceBase::OnContinue"));
     EXPECT_THAT(Entered(), ElementsAre("NLMUtils::IsLanWlanAutoSwitchingEnabled",
                                        "NLMUtils::IsLanWwanAutoSwitchingEnabled"));
     EXPECT_THAT(world.wlan.Calls(), IsEmpty());
