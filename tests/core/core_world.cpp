@@ -141,13 +141,14 @@ BOOL FakeServices::Query(SC_HANDLE service, BYTE* buffer) {
     return TRUE;
 }
 
-FakeEventLog::FakeEventLog()
+FakeEventLog::FakeEventLog(Journal& journal)
     : m_register([this](LPCWSTR, LPCWSTR source) {
           m_source = source;
           return reinterpret_cast<HANDLE>(kEventSourceHandle);
       }),
-      m_report([this](HANDLE, WORD type, WORD category, DWORD id, PSID, WORD strings, DWORD, LPCWSTR* texts,
-                      LPVOID) {
+      m_report([this, &journal](HANDLE, WORD type, WORD category, DWORD id, PSID, WORD strings, DWORD,
+                                LPCWSTR* texts, LPVOID) {
+          journal.Add("ReportEvent");
           m_entries.push_back({m_source, type, category, id, {texts, texts + strings}});
           return TRUE;
       }),

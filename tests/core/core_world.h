@@ -163,7 +163,7 @@ class FakeEventLog {
         std::vector<std::wstring> strings;
     };
 
-    FakeEventLog();
+    explicit FakeEventLog(Journal& journal);
 
     [[nodiscard]] const std::vector<Entry>& Entries() const { return m_entries; }
 
@@ -303,7 +303,7 @@ class World {
     RadioTests::FakeWlan wlan{std::vector{RadioTests::On()}};
     FakeNotifications notifications{journal};
     FakeServices services{journal};
-    FakeEventLog eventLog;
+    FakeEventLog eventLog{journal};
     FakePool pool{journal};
     FakeCom com{journal};
     NetworkTests::FakeAdapterAddresses adapterAddresses;

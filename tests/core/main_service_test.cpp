@@ -332,6 +332,30 @@ TEST_F(MainServiceTest, StartLogsItsVersionAndTheRecoveryStatus) {
     world.pool.Drop();
 }
 
+TEST_F(MainServiceTest, StartTakesItsStepsInTheirOrder) {
+    OpenService service;
+    log.Clear();
+    std::vector<Rig::LogLine> beforeTheEntry;
+    std::vector<Rig::LogLine> beforeTheRecovery;
+    bool ranBeforeTheRecovery = true;
+    world.journal.At("ReportEvent", [&] { beforeTheEntry = log.Lines(); });
+    world.journal.At("OpenService LinkvaneService", [&] {
+        beforeTheRecovery = world.LinesOf(kOnStart);
+        ranBeforeTheRecovery = service.m_running;
+    });
+    service.OnStart(0, nullptr);
+    EXPECT_THAT(world.journal.Calls(),
+                ElementsAre("ReportEvent", "OpenService LinkvaneService", "QueueUserWorkItem"));
+    ASSERT_FALSE(beforeTheEntry.empty());
+    EXPECT_EQ(beforeTheEntry.front(), TraceIn(kOnStart));
+    EXPECT_EQ(beforeTheEntry.back(), TraceOut("Utils::GetBinaryVersion"));
+    EXPECT_THAT(beforeTheRecovery,
+                ElementsAre(Information(
+                    kOnStart, L"Linkvane Service (" + Utils::GetBinaryVersion() + L") in OnStart")));
+    EXPECT_FALSE(ranBeforeTheRecovery);
+    world.pool.Drop();
+}
+
 TEST_F(MainServiceTest, StartGoesOnWithoutFailureActions) {
     world.services.configureError = ERROR_ACCESS_DENIED;
     OpenService service;
