@@ -4,7 +4,7 @@ import re
 import subprocess
 import unittest
 
-from rig import EXECUTABLE, OBJDUMP
+from rig import EXECUTABLE, OBJDUMP, file_version
 
 # Every one of them belongs to Windows 7 and later.
 SYSTEM_DLLS = {
@@ -40,6 +40,30 @@ class Executable(unittest.TestCase):
         self.assertGreater(int(sections[".reloc"], 16), 0)
         # Without this the loader ignores the relocations.
         self.assertNotIn("relocations stripped", self.headers)
+
+    def test_guards_its_stack(self):
+        # What the runtime says before it ends a process whose stack was overwritten.
+        self.assertIn(b"stack smashing detected", EXECUTABLE.read_bytes())
+
+    def test_version_is_the_first_release_line_as_numbers_and_as_text(self):
+        version = file_version()
+        self.assertEqual(version[:3], (1, 0, 0))
+        text = ".".join(str(part) for part in version)
+        content = EXECUTABLE.read_bytes()
+        for name in ("FileVersion", "ProductVersion"):
+            with self.subTest(name=name):
+                # The text begins at a multiple of four behind the name.
+                named = re.escape(f"{name}\0".encode("utf-16-le")) + rb"(?:\0\0)?"
+                self.assertRegex(content, named + re.escape(f"{text}\0".encode("utf-16-le")))
+
+    def test_manifest_names_every_supported_system(self):
+        # Windows 7, 8, 8.1, 10 and 11.
+        supported = {
+            b"{35138b9a-5d96-4fbd-8e2d-a2440225f93a}", b"{4a2f28e3-53b9-4441-ba9c-d69d4a4a6e38}",
+            b"{1f676c76-80e1-4239-95bb-83d0f6d0da78}", b"{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}",
+        }
+        named = re.findall(rb'<supportedOS Id="([^"]*)"', EXECUTABLE.read_bytes())
+        self.assertEqual(set(named), supported)
 
     def test_carries_version_and_manifest(self):
         content = EXECUTABLE.read_bytes()

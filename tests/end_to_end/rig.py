@@ -4,6 +4,7 @@ import os
 import pathlib
 import re
 import shutil
+import struct
 import subprocess
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -14,6 +15,17 @@ SERVICE = "LinkvaneService"
 
 # No call here takes long; a loaded machine may stretch it.
 PATIENCE_SECONDS = 120
+
+# A version resource's fixed part begins with this signature and the structure's version 1.0.
+FIXED_FILE_INFO = b"\xbd\x04\xef\xfe\x00\x00\x01\x00"
+
+
+def file_version():
+    """The executable's version, as four numbers, from the fixed part of its version resource."""
+    content = EXECUTABLE.read_bytes()
+    position = content.index(FIXED_FILE_INFO) + len(FIXED_FILE_INFO)
+    high, low = struct.unpack_from("<II", content, position)
+    return high >> 16, high & 0xFFFF, low >> 16, low & 0xFFFF
 
 
 class Prefix:
@@ -66,9 +78,21 @@ class Prefix:
     def registry_key_exists(self, key):
         return self.run("reg", "query", key)[0] == 0
 
+    def set_registry_text(self, key, value, text):
+        code, output = self.run("reg", "add", key, "/v", value, "/d", text, "/f")
+        assert code == 0, output
+
+    def set_registry_number(self, key, value, number):
+        code, output = self.run("reg", "add", key, "/v", value, "/t", "REG_DWORD", "/d", str(number), "/f")
+        assert code == 0, output
+
+    def log_folder(self):
+        """Where the log lies, once a program has written one."""
+        [folder] = self.folder.glob("drive_c/users/*/AppData/Roaming/orvkLog")
+        return folder
+
     def log_lines(self):
         """The messages of the service's log: (level, function, message), in order."""
-        [log] = self.folder.glob("drive_c/users/*/AppData/Roaming/orvkLog/LinkvaneService.log")
-        lines = log.read_bytes().decode("utf-8-sig").splitlines()
+        lines = (self.log_folder() / "LinkvaneService.log").read_bytes().decode("utf-8-sig").splitlines()
         entries = [line.split("|", 4) for line in lines if line.count("|") >= 4]
         return [(level.strip(), function, message) for _, _, level, function, message in entries]
