@@ -1,11 +1,13 @@
 """Installed, started, stopped and removed through the service control manager."""
 
+import shutil
 import unittest
 
-from rig import EXECUTABLE, SERVICE, Prefix
+from rig import EXECUTABLE, SERVICE, Prefix, file_version
 
 STATUS_KEYS = [rf"HKLM\SOFTWARE\Orva\Orva Brimlet Support\{radio}PowerStatus" for radio in ("Wlan", "Wwan")]
 SERVICE_KEY = rf"HKLM\SYSTEM\CurrentControlSet\Services\{SERVICE}"
+POLICY_KEY = r"HKLM\Software\Policies\Orva\Orva Brimlet Support"
 # A folder with blanks, as on a user's machine.
 INSTALLED_EXECUTABLE = r"C:\Program Files\Linkvane Service\LinkvaneService.exe"
 
@@ -27,6 +29,19 @@ class Lifecycle(unittest.TestCase):
         self.expect_printed("-install", b"LinkvaneService is installed.\r\n")
         self.assertEqual(self.prefix.scm("start", SERVICE), (0, ""))
         self.expect_state("RUNNING", 1000)
+
+    def start_and_end(self):
+        """A whole run: from a start to the end of the process, which nothing may have disturbed."""
+        self.assertEqual(self.prefix.scm("start", SERVICE), (0, ""))
+        self.expect_state("RUNNING", 1000)
+        self.assertEqual(self.prefix.scm("end", SERVICE, "20000"), (0, "STOPPED, service 0, process 0"))
+
+    def install_without_a_log(self):
+        """Installs and takes away what the installation logged; gives the log's folder, gone now."""
+        self.expect_printed("-install", b"LinkvaneService is installed.\r\n")
+        folder = self.prefix.log_folder()
+        shutil.rmtree(folder)
+        return folder
 
     def test_installation_registers_the_service_as_described(self):
         self.expect_printed("-install", b"LinkvaneService is installed.\r\n")
@@ -103,6 +118,56 @@ class Lifecycle(unittest.TestCase):
             ("wmain", "  Install Service."),
             ("wmain", "Uninstall Service."),
         ])
+
+    def test_run_is_logged_from_its_first_line_to_its_last(self):
+        self.install_without_a_log()
+        self.start_and_end()
+        lines = self.prefix.log_lines()
+        version = ".".join(str(part) for part in file_version())
+        marks = [
+            ("Information", "InitializeSecurity", "InitializeSecurity : HRESULT: 0x00000000"),
+            ("TraceIn", "CMainService::CMainService", ""),
+            ("TraceOut", "CMainService::CMainService", ""),
+            ("TraceIn", "CMainService::OnStart", ""),
+            ("Information", "CMainService::OnStart", f"Linkvane Service ({version}) in OnStart"),
+            ("TraceOut", "CMainService::OnStart", ""),
+            ("TraceIn", "CMainService::OnStop", ""),
+            ("Information", "CMainService::OnStop", "Linkvane Service in OnStop"),
+            ("TraceOut", "CMainService::OnStop", ""),
+            ("TraceIn", "CMainService::~CMainService", ""),
+            ("TraceOut", "CMainService::~CMainService", ""),
+        ]
+        self.assertEqual([line for line in lines if line in marks], marks)
+        self.assertEqual(lines[0], marks[0])
+
+    def test_service_runs_with_a_file_in_place_of_its_log_folder(self):
+        folder = self.install_without_a_log()
+        folder.write_text("not a folder")
+        self.start_and_end()
+        self.assertEqual(folder.read_text(), "not a folder")
+
+    def test_service_runs_with_a_folder_in_place_of_its_log_file(self):
+        folder = self.install_without_a_log()
+        log = folder / "LinkvaneService.log"
+        log.mkdir(parents=True)
+        self.start_and_end()
+        self.assertTrue(log.is_dir())
+        self.assertEqual(list(log.iterdir()), [])
+
+    def test_service_runs_whichever_output_its_log_has(self):
+        folder = self.install_without_a_log()
+        for outputs, queued, has_file in (("EVENT", None, False), ("DEBUG", None, False), ("CONSOLE", None, False),
+                                          ("FILE", None, True), ("FILE", 1, True)):
+            with self.subTest(outputs=outputs, queued=queued):
+                self.prefix.set_registry_text(POLICY_KEY, "LoggingType", outputs)
+                if queued is not None:
+                    self.prefix.set_registry_number(POLICY_KEY, "QueuedWrites", queued)
+                self.start_and_end()
+                self.assertEqual(folder.exists(), has_file)
+                if has_file:
+                    lines = self.prefix.log_lines()
+                    self.assertEqual(lines[-1], ("TraceOut", "CMainService::~CMainService", ""))
+                    shutil.rmtree(folder)
 
 
 if __name__ == "__main__":

@@ -6,6 +6,8 @@
 //     scmctl state NAME                 prints the state, for example RUNNING
 //     scmctl wait NAME STATE MILLISECONDS
 //                                       waits for a state; prints how long it took
+//     scmctl end NAME MILLISECONDS      asks for a stop, waits for the process to be gone and prints
+//                                       the exit code of service and process
 //     scmctl config NAME                prints how the service is registered, a line a field
 //
 // The exit code is 0, or 1 with one line that names the failed call and its error, or 2 for a
@@ -130,6 +132,46 @@ int Wait(const wchar_t* name, const char* wanted, DWORD patienceMilliseconds) {
     }
 }
 
+/// The process of a running service; empty, with the last error set, when there is none.
+Platform::UniqueHandle OpenProcessOf(SC_HANDLE service) {
+    SERVICE_STATUS_PROCESS status{};
+    DWORD needed = 0;
+    if (QueryServiceStatusEx(service, SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status),
+                             sizeof(status), &needed) == FALSE) {
+        return {};
+    }
+    return Platform::UniqueHandle(
+        OpenProcess(SYNCHRONIZE | PROCESS_QUERY_LIMITED_INFORMATION, FALSE, status.dwProcessId));
+}
+
+int End(const wchar_t* name, DWORD patienceMilliseconds) {
+    const UniqueServiceHandle service = Open(name, SERVICE_STOP | SERVICE_QUERY_STATUS);
+    if (!service) {
+        return Fail("OpenService");
+    }
+    const Platform::UniqueHandle process = OpenProcessOf(service.Get());
+    if (!process) {
+        return Fail("OpenProcess");
+    }
+    SERVICE_STATUS status{};
+    if (ControlService(service.Get(), SERVICE_CONTROL_STOP, &status) == FALSE) {
+        return Fail("ControlService");
+    }
+    if (WaitForSingleObject(process.Get(), patienceMilliseconds) != WAIT_OBJECT_0) {
+        return Fail("WaitForSingleObject");
+    }
+    DWORD exitCode = 0;
+    if (GetExitCodeProcess(process.Get(), &exitCode) == FALSE) {
+        return Fail("GetExitCodeProcess");
+    }
+    if (QueryServiceStatus(service.Get(), &status) == FALSE) {
+        return Fail("QueryServiceStatus");
+    }
+    std::printf("%s, service %lu, process %lu\n", NameOfState(status.dwCurrentState), status.dwWin32ExitCode,
+                exitCode);
+    return 0;
+}
+
 /// Room for the answer of one of the two-step query functions, big enough for any service.
 std::vector<std::byte> ConfigBuffer() {
     constexpr std::size_t kMostBytes = 8192;  // the documented maximum of QueryServiceConfig
@@ -170,7 +212,9 @@ int Config(const wchar_t* name) {
 }
 
 int Usage() {
-    std::printf("usage: scmctl start|stop|state|config NAME | control NAME CODE | wait NAME STATE MS\n");
+    std::printf(
+        "usage: scmctl start|stop|state|config NAME | control NAME CODE | wait NAME STATE MS | "
+        "end NAME MS\n");
     return kUsage;
 }
 
@@ -196,6 +240,9 @@ int wmain(int argumentCount, wchar_t** arguments) {
     }
     if (command == L"control" && argumentCount > 3) {
         return Control(name, std::wcstoul(arguments[3], nullptr, 10), SERVICE_USER_DEFINED_CONTROL);
+    }
+    if (command == L"end" && argumentCount > 3) {
+        return End(name, std::wcstoul(arguments[3], nullptr, 10));
     }
     if (command == L"wait" && argumentCount > 4) {
         const std::wstring_view wide = arguments[3];
