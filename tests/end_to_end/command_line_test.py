@@ -31,6 +31,8 @@ class CommandLine(unittest.TestCase):
             for each, outcome in zip(arguments, runs):
                 with self.subTest(arguments=each):
                     self.assertEqual(outcome, (0, NOT_A_SERVICE))
+        refused = [entry for entry in self.prefix.log_lines() if entry[0] == "Error" and entry[1] == "wmain"]
+        self.assertEqual(refused, [("Error", "wmain", "Service failed to run w/err 0x00000427")] * len(arguments))
 
     def test_what_follows_an_unknown_switch_does_not_count(self):
         self.expect(["-foo", "-install"], b"")
