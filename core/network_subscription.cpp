@@ -11,10 +11,20 @@ namespace {
 
 constexpr wchar_t kFindFailed[] = L"FindConnectionPoint failed with error: 0x%08X";
 
+/// What another process answers may be a success without an object; that is a failure, too.
+template <class Interface>
+HRESULT RequireObject(HRESULT result, const ComPtr<Interface>& object) {
+    return SUCCEEDED(result) && object == nullptr ? E_POINTER : result;
+}
+
 HRESULT QueryContainer(const ComPtr<INetworkListManager>& manager,
                        ComPtr<IConnectionPointContainer>& container) {
-    // A stop may have taken the manager away already.
-    return manager != nullptr ? manager->QueryInterface(IID_PPV_ARGS(container.GetAddressOf())) : E_POINTER;
+    if (manager == nullptr) {
+        // A stop has taken it away already.
+        return E_POINTER;
+    }
+    const HRESULT result = manager->QueryInterface(IID_PPV_ARGS(container.GetAddressOf()));
+    return RequireObject(result, container);
 }
 
 /// Finds a connection point and keeps it in the service's field, and in `found` for the caller's
@@ -23,7 +33,7 @@ bool FindConnectionPoint(const LogScope& log, const ComPtr<IConnectionPointConta
                          const IID& events, const wchar_t* failureLine, ComPtr<IConnectionPoint>& field,
                          ComPtr<IConnectionPoint>& found) {
     const HRESULT result = container->FindConnectionPoint(events, found.ReleaseAndGetAddressOf());
-    if (!StepSucceeded(log, result, failureLine)) {
+    if (!StepSucceeded(log, RequireObject(result, found), failureLine)) {
         return false;
     }
     field = found;

@@ -54,6 +54,7 @@ class FakeConnectionPoint : public Rig::FakeUnknown<IConnectionPoint> {
     FakeConnectionPoint(std::string name, const IID& events, DWORD cookie, Journal& journal);
 
     HRESULT findResult = S_OK;  ///< of the container's search for it
+    bool isLost = false;        ///< the search succeeds and gives nothing
     HRESULT adviseResult = S_OK;
     HRESULT unadviseResult = S_OK;
     const DWORD cookie;
@@ -87,9 +88,10 @@ class WithConnectionPoints : public Fake, public IConnectionPointContainer {
         : Fake(std::forward<Arguments>(arguments)...), m_points(std::move(points)), m_journal(journal) {}
 
     HRESULT containerResult = S_OK;  ///< of the query for the container
+    bool losesContainer = false;     ///< the query succeeds and gives nothing
 
     HRESULT WINAPI QueryInterface(REFIID interfaceId, void** object) override {
-        if (interfaceId == IID_IConnectionPointContainer && FAILED(containerResult)) {
+        if (interfaceId == IID_IConnectionPointContainer && (FAILED(containerResult) || losesContainer)) {
             *object = nullptr;
             return containerResult;
         }
@@ -110,7 +112,8 @@ class WithConnectionPoints : public Fake, public IConnectionPointContainer {
         for (FakeConnectionPoint* const candidate : m_points) {
             if (candidate->Events() == events) {
                 m_journal.Add("Find " + candidate->Name());
-                return FAILED(candidate->findResult) ? candidate->findResult : candidate->HandOut(point);
+                return FAILED(candidate->findResult) || candidate->isLost ? candidate->findResult
+                                                                          : candidate->HandOut(point);
             }
         }
         return CONNECT_E_NOCONNECTION;
