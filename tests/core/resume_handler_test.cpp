@@ -112,16 +112,6 @@ TEST_F(ResumeHandlerTest, RememberedOffStaysOffWithoutBeingSwitched) {
     EXPECT_THAT(world.WwanSwitches(), IsEmpty());
 }
 
-TEST_F(ResumeHandlerTest, UserWhoSwitchedOffBeforeTheSuspendFindsWlanOff) {
-    world.EnableWlanSwitching();
-    world.wlan.adapters[0].phys[0] = RadioTests::Off();
-    world.machine.RememberWlan(L"False");
-    NLMUtils::SystemResumeHandler();
-    EXPECT_TRUE(world.wlan.IsOff());
-    EXPECT_THAT(world.WlanSwitches(), IsEmpty());
-    EXPECT_EQ(world.machine.RememberedWlan(), L"False");
-}
-
 TEST_F(ResumeHandlerTest, EmptyTextRememberedBringsBothRadiosBack) {
     world.EnableWlanSwitching();
     world.EnableWwanSwitching();

@@ -397,6 +397,17 @@ TEST_F(WlanNotificationsTest, SwitchingOffWithoutCableIsTheUsersChoice) {
     EXPECT_EQ(world.machine.RememberedWlan(), L"False");
 }
 
+TEST_F(WlanNotificationsTest, UnplugAfterTheUsersSwitchOffLeavesWlanOff) {
+    world.machine.RememberWlan(L"True");
+    SetWlan(false);
+    NotifyRadioChange();
+    world.wlan.ForgetCalls();
+    ServiceUtils::StartWLANService();
+    EXPECT_TRUE(world.wlan.IsOff());
+    EXPECT_THAT(world.WlanSwitches(), IsEmpty());
+    EXPECT_EQ(world.machine.RememberedWlan(), L"False");
+}
+
 TEST_F(WlanNotificationsTest, SwitchingOnWithoutCableIsTheUsersChoice) {
     world.machine.RememberWlan(L"False");
     NotifyRadioChange();
