@@ -276,6 +276,37 @@ TEST_F(ServiceBaseTest, SystemShutdownIsIgnored) {
     EXPECT_THAT(events, IsEmpty());
 }
 
+/// A service that defines no operation: its start, stop, pause and shutdown do nothing.
+struct PlainService : CServiceBase {
+    PlainService() : CServiceBase(kName) {}
+
+    using CServiceBase::m_statusHandle;
+    using CServiceBase::Pause;
+    using CServiceBase::Shutdown;
+    using CServiceBase::Start;
+    using CServiceBase::Stop;
+};
+
+TEST_F(ServiceBaseTest, ServiceWithoutOperationsMakesEveryReportAndNoEntry) {
+    PlainService plain;
+    plain.m_statusHandle = service.m_statusHandle;
+    plain.Start(0, nullptr);
+    EXPECT_THAT(reports, ElementsAre(IsReport(Report(SERVICE_START_PENDING, 1)),
+                                     IsReport(Report(SERVICE_RUNNING, 0))));
+    reports.clear();
+    plain.Pause();
+    EXPECT_THAT(reports,
+                ElementsAre(IsReport(Report(SERVICE_PAUSE_PENDING, 2)), IsReport(Report(SERVICE_PAUSED, 3))));
+    reports.clear();
+    plain.Stop();
+    EXPECT_THAT(reports,
+                ElementsAre(IsReport(Report(SERVICE_STOP_PENDING, 4)), IsReport(Report(SERVICE_STOPPED, 0))));
+    reports.clear();
+    plain.Shutdown();
+    EXPECT_THAT(reports, ElementsAre(IsReport(Report(SERVICE_STOPPED, 0))));
+    EXPECT_THAT(eventLog.Entries(), IsEmpty());
+}
+
 TEST_F(ServiceBaseTest, ReportThatIsRefusedIsIgnored) {
     const ScopedResult<&::SetServiceStatus> refused{FALSE, ERROR_INVALID_HANDLE};
     service.Start(0, nullptr);
@@ -349,6 +380,23 @@ TEST_P(ServiceBaseFailureTest, NumberOfAnotherTypeIsNoWin32Error) {
     ExpectReports(false);
     EXPECT_THAT(eventLog.Entries(),
                 ElementsAre(EventLogEntry{kName, EVENTLOG_ERROR_TYPE, {kName, GetParam().otherMessage}}));
+}
+
+TEST_P(ServiceBaseFailureTest, EntryIsWrittenBeforeTheStateThatFollowsIsReported) {
+    const ScopedImport<&::ReportEventW> entry{[&](auto... arguments) {
+        events.emplace_back("entry");
+        return entry.Original(arguments...);
+    }};
+    // A failed shutdown reports no state at all.
+    std::vector<std::string> expected{"entry"};
+    if (const std::vector<SERVICE_STATUS>& states = GetParam().reports; !states.empty()) {
+        expected = {"= " + std::to_string(states[0].dwCurrentState), "entry",
+                    "= " + std::to_string(states[1].dwCurrentState)};
+    }
+    RunThrowing(DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(events, expected);
+    RunThrowing(std::runtime_error("broken"));
+    EXPECT_EQ(events, expected);
 }
 
 TEST_P(ServiceBaseFailureTest, FailureIsReportedWithoutAnEventLogToo) {
