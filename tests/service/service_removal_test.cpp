@@ -62,6 +62,17 @@ TEST_F(ServiceRemovalTest, StoppedServiceIsDeletedWithoutAWordOfStopping) {
     EXPECT_TRUE(ledger.Balanced());
 }
 
+TEST_F(ServiceRemovalTest, ServiceThatTakesNoStopRequestIsDeletedWithoutAWait) {
+    manager.stopError = ERROR_SERVICE_CANNOT_ACCEPT_CTRL;
+    manager.stateAfterStopRequest = SERVICE_START_PENDING;
+    EXPECT_EQ(Remove(), "LinkvaneService is removed.\n");
+    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kName), TraceOut(kName)));
+    EXPECT_TRUE(manager.deleted);
+    EXPECT_EQ(manager.queries, 0);
+    EXPECT_THAT(clock.SleepsAndWaits(), IsEmpty());
+    EXPECT_TRUE(ledger.Balanced());
+}
+
 TEST_F(ServiceRemovalTest, RememberedStatesAreDeletedAndTheirParentStays) {
     remembered.Create(L"WlanPowerStatus\\Deeper\\Still");
     manager.stopError = ERROR_SERVICE_NOT_ACTIVE;
@@ -125,6 +136,22 @@ TEST_F(ServiceRemovalTest, QueryThatFailsEndsTheWaitWithTheLastStateSeen) {
     EXPECT_EQ(Remove(),
               "Stopping LinkvaneService..\nLinkvaneService failed to stop.\nLinkvaneService is removed.\n");
     EXPECT_EQ(manager.queries, 2);
+    EXPECT_THAT(clock.Sleeps(), ElementsAre(1000, 1000));
+    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"LinkvaneService failed to stop.")));
+    EXPECT_TRUE(manager.deleted);
+    EXPECT_TRUE(ledger.Balanced());
+}
+
+TEST_F(ServiceRemovalTest, FirstQueryThatFailsLeavesTheStateThatTheStopRequestFound) {
+    manager.states.clear();
+    manager.queryError = ERROR_ACCESS_DENIED;
+    EXPECT_EQ(Remove(),
+              "Stopping LinkvaneService.\nLinkvaneService failed to stop.\nLinkvaneService is removed.\n");
+    EXPECT_EQ(manager.queries, 1);
+    EXPECT_THAT(clock.Sleeps(), ElementsAre(1000));
+    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"LinkvaneService failed to stop.")));
+    EXPECT_TRUE(manager.deleted);
+    EXPECT_FALSE(remembered.Exists(L"WlanPowerStatus"));
 }
 
 TEST_F(ServiceRemovalTest, ServiceThatTheStopRequestFoundStoppedNeedsNoQuery) {
