@@ -5,17 +5,20 @@
 #include "tests/service/fake_com.h"
 #include "tests/support/ledger.h"
 #include "tests/support/log_recorder.h"
+#include "tests/support/scoped_import.h"
 
 namespace {
 
 using Rig::Ledger;
 using Rig::LogRecorder;
+using Rig::ScopedImport;
 using ServiceTests::FakeCom;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using namespace Rig::Lines;
 
 constexpr char kName[] = "InitializeSecurity";
+constexpr int kCallers = 3;  // system, administrators, users
 
 class ComSecurityTest : public testing::Test {
   protected:
@@ -61,15 +64,20 @@ TEST_F(ComSecurityTest, FailureIsTriedAgainByTheNextCall) {
         LogRecorder log;
         const Ledger ledger;
         FakeCom com;
+        const ScopedImport<&::CreateWellKnownSid> sids{
+            [&](auto... arguments) { return sids.Original(arguments...); }};
         com.secureResult = S_OK;
         EXPECT_EQ(InitializeSecurity(), S_OK);
         EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoInitializeSecurity", "CoUninitialize"));
         EXPECT_THAT(log.Lines(),
                     ElementsAre(Information(kName, L"InitializeSecurity : HRESULT: 0x00000000")));
+        EXPECT_EQ(sids.Calls(), kCallers);
         log.Clear();
         com.calls.clear();
         EXPECT_EQ(InitializeSecurity(), S_OK);
         EXPECT_THAT(com.calls, IsEmpty());
+        // The descriptor is built all the same; it is only not handed over.
+        EXPECT_EQ(sids.Calls(), 2 * kCallers);
         EXPECT_THAT(log.Lines(),
                     ElementsAre(Information(kName, L"InitializeSecurity : HRESULT: 0x00000000")));
         EXPECT_TRUE(ledger.Balanced());

@@ -40,6 +40,18 @@ constexpr char kRecovery[] = "Utils::SetServiceRestartRecoveryOnFailure";
 
 class ServiceUtilitiesTest : public testing::Test {
   protected:
+    /// Runs an operation that opens a service; its exit line comes when nothing is open any more.
+    void ExpectClosedBeforeTheExitLine(const char* name, const std::function<void()>& operation) {
+        const ScopedImport<&::CloseServiceHandle> close{[&](SC_HANDLE handle) {
+            EXPECT_THAT(log.Of(name),
+                        Each(testing::Field(&LogLine::level, testing::Ne(Orva::Shared::Level::kTraceOut))));
+            return close.Original(handle);
+        }};
+        operation();
+        EXPECT_EQ(close.Calls(), 2);
+        EXPECT_EQ(log.Of(name).back(), TraceOut(name, L"Return Value = 0"));
+    }
+
     LogRecorder log;
     TestClock clock;
     Ledger ledger;
@@ -66,6 +78,10 @@ TEST_F(ServicePresenceTest, ManagerAndServiceAreOpenedWithEveryRight) {
     EXPECT_THAT(manager.managerAccess, ElementsAre(DWORD{SC_MANAGER_ALL_ACCESS}));
     EXPECT_THAT(manager.serviceAccess, ElementsAre(DWORD{SERVICE_ALL_ACCESS}));
     EXPECT_THAT(manager.openedServices, ElementsAre(L"WlanSvc"));
+}
+
+TEST_F(ServicePresenceTest, HandlesAreClosedBeforeTheExitLine) {
+    ExpectClosedBeforeTheExitLine(kPresent, [] { static_cast<void>(Utils::IsServicePresent(L"WlanSvc")); });
 }
 
 TEST_F(ServicePresenceTest, ServiceInEveryOtherStateIsNotRunning) {
@@ -252,6 +268,10 @@ TEST_F(RestartRecoveryTest, StoppingWithAnErrorCountsAsFailure) {
                                               DWORD{SERVICE_CONFIG_FAILURE_ACTIONS_FLAG}));
 }
 
+TEST_F(RestartRecoveryTest, HandlesAreClosedBeforeTheExitLine) {
+    ExpectClosedBeforeTheExitLine(kRecovery, [] { Utils::SetServiceRestartRecoveryOnFailure(); });
+}
+
 TEST_F(RestartRecoveryTest, OwnServiceIsOpenedWithEveryRight) {
     Utils::SetServiceRestartRecoveryOnFailure();
     EXPECT_THAT(manager.managerAccess, ElementsAre(DWORD{SC_MANAGER_ALL_ACCESS}));
@@ -296,14 +316,19 @@ TEST_F(RestartRecoveryTest, ServiceThatIsNotInstalledIsLogged) {
 TEST_F(RestartRecoveryTest, ForbiddenServiceIsLogged) {
     manager.openServiceError = ERROR_ACCESS_DENIED;
     EXPECT_EQ(Utils::SetServiceRestartRecoveryOnFailure(), -2);
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kRecovery, L"OpenService failed w/err 0x00000005")));
+    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kRecovery, L"Service Name = LinkvaneService"),
+                                         Error(kRecovery, L"OpenService failed w/err 0x00000005"),
+                                         TraceOut(kRecovery, L"Return Value = -2")));
+    EXPECT_THAT(manager.settings, IsEmpty());
     EXPECT_TRUE(ledger.Balanced());
 }
 
 TEST_F(RestartRecoveryTest, ManagerThatCannotBeOpenedIsLogged) {
     manager.openManagerError = ERROR_ACCESS_DENIED;
     EXPECT_EQ(Utils::SetServiceRestartRecoveryOnFailure(), -2);
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kRecovery, L"OpenSCManager failed w/err 0x00000005")));
+    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kRecovery, L"Service Name = LinkvaneService"),
+                                         Error(kRecovery, L"OpenSCManager failed w/err 0x00000005"),
+                                         TraceOut(kRecovery, L"Return Value = -2")));
     EXPECT_THAT(manager.openedServices, IsEmpty());
 }
 
