@@ -4,6 +4,7 @@
 
 #include <cwchar>
 #include <string>
+#include <vector>
 
 #include "tests/registry/delete_key_fake.h"
 #include "tests/support/ledger.h"
@@ -78,6 +79,55 @@ TEST_F(RegistryKeyTest, FailedOpeningLeavesTheKeyHeldBefore) {
     EXPECT_EQ(key.Open(HKEY_LOCAL_MACHINE, tree.Path(L"Missing").c_str(), KEY_READ), ERROR_FILE_NOT_FOUND);
     EXPECT_EQ(key.Get(), before);
     EXPECT_EQ(key.View(), REGSAM{KEY_WOW64_64KEY});
+}
+
+TEST_F(RegistryKeyTest, FailedCreationLeavesTheKeyHeldBefore) {
+    EXPECT_EQ(OpenFirst(KEY_READ | KEY_WOW64_64KEY), ERROR_SUCCESS);
+    HKEY const before = key.Get();
+    const ScopedResult<&::RegCreateKeyExW> create{ERROR_ACCESS_DENIED};
+    EXPECT_EQ(key.Create(HKEY_LOCAL_MACHINE, tree.Path(L"New").c_str(), KEY_READ), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(key.Get(), before);
+    EXPECT_EQ(key.View(), REGSAM{KEY_WOW64_64KEY});
+}
+
+/// What became of the key held before, in the order of the calls, and whether the object still had
+/// it or nothing when it was closed: never the new one.
+class Replacement {
+  public:
+    explicit Replacement(const RegistryKey& key) : m_key(key), m_former(key.Get()) {}
+
+    std::vector<std::string> calls;
+
+  private:
+    const RegistryKey& m_key;
+    HKEY const m_former;
+    ScopedImport<&::RegOpenKeyExW> m_open{[this](auto... arguments) -> LSTATUS {
+        calls.emplace_back("open");
+        return m_open.Original(arguments...);
+    }};
+    ScopedImport<&::RegCreateKeyExW> m_create{[this](auto... arguments) -> LSTATUS {
+        calls.emplace_back("create");
+        return m_create.Original(arguments...);
+    }};
+    ScopedImport<&::RegCloseKey> m_close{[this](HKEY closed) -> LSTATUS {
+        const bool isNewHeld = m_key.Get() != m_former && m_key.Get() != nullptr;
+        calls.push_back(closed == m_former && !isNewHeld ? "close the former" : "close another");
+        return m_close.Original(closed);
+    }};
+};
+
+TEST_F(RegistryKeyTest, FormerKeyIsClosedAfterTheCreationAndBeforeTheNewOneIsHeld) {
+    EXPECT_EQ(OpenFirst(), ERROR_SUCCESS);
+    const Replacement replacement(key);
+    EXPECT_EQ(key.Create(HKEY_LOCAL_MACHINE, tree.Path(L"New").c_str(), KEY_READ), ERROR_SUCCESS);
+    EXPECT_THAT(replacement.calls, ElementsAre("create", "close the former"));
+}
+
+TEST_F(RegistryKeyTest, FormerKeyIsClosedAfterTheOpeningAndBeforeTheNewOneIsHeld) {
+    EXPECT_EQ(OpenFirst(), ERROR_SUCCESS);
+    const Replacement replacement(key);
+    EXPECT_EQ(OpenSecond(), ERROR_SUCCESS);
+    EXPECT_THAT(replacement.calls, ElementsAre("open", "close the former"));
 }
 
 TEST_F(RegistryKeyTest, CreatingMakesTheKeyAndKeepsItsView) {

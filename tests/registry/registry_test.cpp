@@ -171,6 +171,19 @@ TEST_F(RegistryTest, AbsentTextIsInvalidAndLeavesTheValueAlone) {
     EXPECT_EQ(tree.Read(L"Key", L"Value"), RegistryText(L"True"));
 }
 
+TEST_F(RegistryTest, AbsentTextIsInvalidButItsKeyIsMade) {
+    EXPECT_EQ(registry.SetValue(tree.Path(L"Key"), L"Value", nullptr), ERROR_INVALID_DATA);
+    EXPECT_TRUE(tree.Exists(L"Key"));
+    EXPECT_EQ(tree.Read(L"Key", L"Value"), std::nullopt);
+    EXPECT_TRUE(ledger.Balanced());
+}
+
+TEST_F(RegistryTest, KeyIsClosedWhenAnExceptionPassesTheWriting) {
+    const ScopedImport<&::RegSetValueExW> write{[](auto...) -> LSTATUS { throw DWORD{ERROR_OUTOFMEMORY}; }};
+    EXPECT_THROW(static_cast<void>(registry.SetValue(tree.Path(L"Key"), L"Value", L"True")), DWORD);
+    EXPECT_TRUE(ledger.Balanced());
+}
+
 TEST_F(RegistryTest, ErrorOfMakingTheKeyIsTheResultAndNothingIsWritten) {
     const ScopedResult<&::RegCreateKeyExW> create{ERROR_ACCESS_DENIED};
     const ScopedResult<&::RegSetValueExW> write{ERROR_SUCCESS};
