@@ -232,6 +232,7 @@ TEST_F(StartUpWorkerTest, StopBeforeThePublishingEmptiesTheHolderAndEndsTheWorke
     EXPECT_FALSE(WwanState::devicePresent);
     EXPECT_EQ(log.Of(kWorker).back(), Error(kWorker, kNoDevice));
     EXPECT_EQ(world.journal.Count("GetInterfaces"), 0);
+    WwanState::interfaceManager = nullptr;  // the older one ends here, whoever still holds it
 }
 
 // --- COM -------------------------------------------------------------------------------------------
