@@ -162,12 +162,11 @@ class Lifecycle(unittest.TestCase):
                 self.prefix.set_registry_text(POLICY_KEY, "LoggingType", outputs)
                 if queued is not None:
                     self.prefix.set_registry_number(POLICY_KEY, "QueuedWrites", queued)
+                shutil.rmtree(folder, ignore_errors=True)
                 self.start_and_end()
                 self.assertEqual(folder.exists(), has_file)
                 if has_file:
-                    lines = self.prefix.log_lines()
-                    self.assertEqual(lines[-1], ("TraceOut", "CMainService::~CMainService", ""))
-                    shutil.rmtree(folder)
+                    self.assertIn(("TraceOut", "CMainService::~CMainService", ""), self.prefix.log_lines())
 
 
 if __name__ == "__main__":
