@@ -38,6 +38,11 @@ bool IsVectorOfReferences(SAFEARRAY* array) {
            (array->fFeatures & (FADF_UNKNOWN | FADF_DISPATCH)) != 0;
 }
 
+/// A descriptor may claim elements for which nobody ever made room.
+bool HasRoomForItsElements(const SAFEARRAY& array, const Bounds& bounds) {
+    return array.pvData != nullptr || bounds.Count() == 0;
+}
+
 HRESULT GetBounds(SAFEARRAY* array, Bounds& bounds) {
     const HRESULT result = SafeArrayGetLBound(array, kOnlyDimension, &bounds.lower);
     return FAILED(result) ? result : SafeArrayGetUBound(array, kOnlyDimension, &bounds.upper);
@@ -49,9 +54,12 @@ HRESULT GetElement(SAFEARRAY* array, LONG index, ComPtr<IMbnInterface>& element)
     if (FAILED(result)) {
         return result;
     }
-    return unknown == nullptr
-               ? E_POINTER
-               : unknown->QueryInterface(IID_IMbnInterface, reinterpret_cast<void**>(element.GetAddressOf()));
+    if (unknown == nullptr) {
+        return E_POINTER;
+    }
+    const HRESULT queried =
+        unknown->QueryInterface(IID_IMbnInterface, reinterpret_cast<void**>(element.GetAddressOf()));
+    return SUCCEEDED(queried) && element == nullptr ? E_NOINTERFACE : queried;
 }
 
 HRESULT GetIdentifier(IMbnInterface& mbnInterface, GUID& identifier) {
@@ -154,6 +162,9 @@ HRESULT CopyArrayOfInterfaces(SAFEARRAY* interfaces, ULONG* count,
     HRESULT result = GetBounds(interfaces, bounds);
     if (FAILED(result)) {
         return result;
+    }
+    if (!HasRoomForItsElements(*interfaces, bounds)) {
+        return E_POINTER;
     }
     auto copy = Platform::AllocateFromProcessHeap<GUID>(bounds.Count() * sizeof(GUID));
     if (!copy) {

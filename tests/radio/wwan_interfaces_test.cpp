@@ -132,6 +132,15 @@ SAFEARRAY* ArrayOfTwoDimensions() {
     return SafeArrayCreate(VT_UNKNOWN, 2, bounds);
 }
 
+/// Claims an element, and nobody made room for it.
+SAFEARRAY* ArrayWithoutRoom() {
+    SAFEARRAY* array = nullptr;
+    SafeArrayAllocDescriptorEx(VT_UNKNOWN, 1, &array);
+    array->fFeatures |= FADF_UNKNOWN;
+    array->rgsabound[0] = {1, 0};
+    return array;
+}
+
 class WwanBadArrayTest : public WwanEnumerationTest, public testing::WithParamInterface<BadArray> {};
 
 TEST_P(WwanBadArrayTest, ArrayIsRefusedAndDestroyed) {
@@ -150,6 +159,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         BadArray{"Null", [] { return static_cast<SAFEARRAY*>(nullptr); }, E_POINTER},
         BadArray{"NullElement", [] { return FakeManager::ArrayOf({nullptr}); }, E_POINTER},
+        BadArray{"NoRoom", &ArrayWithoutRoom, E_POINTER},
         BadArray{"Numbers", [] { return SafeArrayCreateVector(VT_I8, 0, 3); }, DISP_E_TYPEMISMATCH},
         BadArray{"Texts", [] { return SafeArrayCreateVector(VT_BSTR, 0, 1); }, DISP_E_TYPEMISMATCH},
         BadArray{"Variants", [] { return SafeArrayCreateVector(VT_VARIANT, 0, 1); }, DISP_E_TYPEMISMATCH},
@@ -162,6 +172,34 @@ TEST_F(WwanEnumerationTest, ElementOfAnotherKindStopsTheCopy) {
     m_modems.manager.makeArray = [reference] { return FakeManager::ArrayOf({reference}); };
     EXPECT_FALSE(EnumerateWwanInterfaces());
     reference->Release();
+    EXPECT_THAT(m_machine.log.At(kError),
+                ElementsAre(Error(kEnumerate, L"CopyArrayOfInterfaces Failed with error 0x80004002")));
+}
+
+/// Says that it is an adapter, and does not give itself.
+class SilentElement final : public FakeInterface {
+  public:
+    using FakeInterface::FakeInterface;
+
+    HRESULT WINAPI QueryInterface(REFIID interfaceId, void** object) override {
+        if (interfaceId != IID_IMbnInterface) {
+            return FakeInterface::QueryInterface(interfaceId, object);
+        }
+        *object = nullptr;
+        return S_OK;
+    }
+};
+
+TEST_F(WwanEnumerationTest, ElementThatGivesNoInterfaceStopsTheCopy) {
+    SilentElement silent{m_modems.Radio(), kSecondModem};
+    m_modems.manager.makeArray = [&silent] {
+        IMbnInterface* reference = nullptr;
+        silent.HandOut(&reference);
+        SAFEARRAY* const array = FakeManager::ArrayOf({reference});
+        reference->Release();
+        return array;
+    };
+    EXPECT_FALSE(EnumerateWwanInterfaces());
     EXPECT_THAT(m_machine.log.At(kError),
                 ElementsAre(Error(kEnumerate, L"CopyArrayOfInterfaces Failed with error 0x80004002")));
 }
