@@ -43,6 +43,8 @@ void CloseAirplaneModeKey(const LogScope& log, Platform::UniqueRegistryKey& key)
     const DWORD error = key.TryClose();
     if (error != ERROR_SUCCESS) {
         log.Error(L"RegCloseKey (BrimletAirplaneModeRegistry) failed with error: %u", error);
+        // Not tried again: by then its value may be that of a key of another thread.
+        static_cast<void>(key.Detach());
     }
 }
 
