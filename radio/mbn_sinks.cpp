@@ -28,6 +28,15 @@ void SignalRadioChange() {
     }
 }
 
+/// An exception counts as a failure: a destructor asks.
+bool TryClose(Platform::UniqueHandle& event) noexcept {
+    try {
+        return event.TryClose() == ERROR_SUCCESS;
+    } catch (...) {
+        return false;
+    }
+}
+
 /// A switch that still waits for the event closes it when it is done. A handle that cannot be
 /// closed stays published, as everywhere in this service: it is still open.
 void CloseRadioChangeEvent() {
@@ -35,7 +44,7 @@ void CloseRadioChangeEvent() {
     if (event == nullptr || event.use_count() > 1) {
         return;
     }
-    if (event->TryClose() != ERROR_SUCCESS) {
+    if (!TryClose(*event)) {
         std::shared_ptr<Platform::UniqueHandle> none;
         WwanState::radioChangeEvent.compare_exchange_strong(none, event);
     }

@@ -110,6 +110,20 @@ TEST_F(SinkIdentityTest, EventThatCannotBeClosedStaysPublished) {
     WwanState::radioChangeEvent.store(nullptr);
 }
 
+TEST_F(SinkIdentityTest, EventWhoseCloseThrowsStaysPublished) {
+    const HANDLE event = PublishEvent()->Get();
+    {
+        const Rig::ScopedImport<&::CloseHandle> throws{[event](HANDLE handle) { return handle == event; },
+                                                       [](HANDLE) -> BOOL { throw DWORD{ERROR_CRC}; }};
+        { const HeldSink sink; }
+        EXPECT_EQ(throws.Calls(), 1);
+    }
+    ASSERT_NE(WwanState::radioChangeEvent.load(), nullptr);
+    EXPECT_TRUE(CanBeUsed(event));
+    EXPECT_THAT(m_machine.log.Lines(), IsEmpty());
+    WwanState::radioChangeEvent.store(nullptr);
+}
+
 TEST_F(SinkIdentityTest, WithoutAnEventTheLastReleaseClosesNothing) {
     const Rig::ScopedImport<&::CloseHandle> closes{
         Rig::kWrapping, [](const auto& original, HANDLE handle) { return original.Original(handle); }};
