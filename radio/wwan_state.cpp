@@ -12,20 +12,6 @@ std::atomic<std::shared_ptr<IMbnRadio>>& lastRadio = *new std::atomic<std::share
 std::mutex switchLock;
 std::atomic<bool> offWithoutEthernet{false};
 
-namespace {
-
-/// Lets go of the radio at process exit, before the interface manager goes. The holder itself stays:
-/// a completion that comes even later finds it in order.
-struct LastRadioRelease {
-    LastRadioRelease() = default;
-    LastRadioRelease(const LastRadioRelease&) = delete;
-    LastRadioRelease& operator=(const LastRadioRelease&) = delete;
-    ~LastRadioRelease() { lastRadio.store(nullptr); }
-};
-const LastRadioRelease releaseAtExit;
-
-}  // namespace
-
 std::shared_ptr<IMbnRadio> ShareRadio(IMbnRadio* radio) {
     if (radio == nullptr) {
         return nullptr;

@@ -30,8 +30,10 @@ extern std::atomic<bool> devicePresent;
 extern std::atomic<std::shared_ptr<Platform::UniqueHandle>>& radioChangeEvent;
 /// Set while the service itself changes the radio.
 extern std::atomic<bool> NetworkChangedForSetRadio;
-/// The radio of the last completion, with a reference; null when that completion had none. Released
-/// at exit.
+/// The radio of the last completion, with a reference; null when that completion had none. Not
+/// released at exit, unlike the manager: it came from a callback thread, whose apartment is gone by
+/// then, and a call into a proxy without its apartment can end the process in a crash. The system
+/// drops the reference with the process.
 extern std::atomic<std::shared_ptr<IMbnRadio>>& lastRadio;
 /// Held for the whole of a switch.
 extern std::mutex switchLock;
