@@ -115,18 +115,18 @@ bool IsPhyOn(const LogScope& log, DWORD phy, DOT11_RADIO_STATE state) {
     }
 }
 
-/// How many PHYs a record of `bytes` bytes can speak for, whatever number it names.
-DWORD CountReportedPhys(const WLAN_RADIO_STATE& radio, std::size_t bytes) {
-    const std::size_t room =
-        (bytes - offsetof(WLAN_RADIO_STATE, PhyRadioState)) / sizeof(WLAN_PHY_RADIO_STATE);
-    return static_cast<DWORD>(
-        std::min({std::size_t{radio.dwNumberOfPhys}, room, std::size(radio.PhyRadioState)}));
+/// Whether a record of `bytes` bytes holds every PHY that it names. One that is not shown is not
+/// known to be on.
+bool IsWhole(const WLAN_RADIO_STATE& radio, std::size_t bytes) {
+    constexpr std::size_t kHeader = offsetof(WLAN_RADIO_STATE, PhyRadioState);
+    return bytes >= kHeader && radio.dwNumberOfPhys <= std::size(radio.PhyRadioState) &&
+           bytes >= kHeader + radio.dwNumberOfPhys * sizeof(WLAN_PHY_RADIO_STATE);
 }
 
 /// On only if every PHY is on; also when there is none.
-bool AreAllPhysOn(const LogScope& log, const WLAN_RADIO_STATE& radio, DWORD phyCount) {
+bool AreAllPhysOn(const LogScope& log, const WLAN_RADIO_STATE& radio) {
     bool allOn = true;
-    for (DWORD phy = 0; phy < phyCount; ++phy) {
+    for (DWORD phy = 0; phy < radio.dwNumberOfPhys; ++phy) {
         if (!IsPhyOn(log, phy, radio.PhyRadioState[phy].dot11SoftwareRadioState)) {
             allOn = false;
         }
@@ -141,13 +141,13 @@ bool QueryRadio(const LogScope& log, const WlanSession& session, const WLAN_INTE
     const DWORD error =
         WlanQueryInterface(session.client.Get(), &interfaceInfo.InterfaceGuid, wlan_intf_opcode_radio_state,
                            nullptr, &bytes, data.Put(), nullptr);
-    // Not even a number of PHYs is as good as no data.
-    if (error != ERROR_SUCCESS || !data || bytes < offsetof(WLAN_RADIO_STATE, PhyRadioState)) {
+    const auto* const radio = static_cast<const WLAN_RADIO_STATE*>(data.Get());
+    // Half a record is as good as none.
+    if (error != ERROR_SUCCESS || radio == nullptr || !IsWhole(*radio, bytes)) {
         log.Error(L"WlanQueryInterface failed! err is %d", error);
         return false;
     }
-    const auto& radio = *static_cast<const WLAN_RADIO_STATE*>(data.Get());
-    return AreAllPhysOn(log, radio, CountReportedPhys(radio, bytes));
+    return AreAllPhysOn(log, *radio);
 }
 
 bool ReadRadio(const LogScope& log) {

@@ -127,10 +127,10 @@ DWORD FakeWlan::Note(WlanCall which, const std::string& text) {
     return answer == m_answers.end() ? DWORD{ERROR_SUCCESS} : answer->second();
 }
 
-void* FakeWlan::Allocate(std::size_t bytes) {
+void* FakeWlan::Allocate(const char* what, std::size_t bytes) {
     auto block = std::make_unique<GuardedBlock>(bytes);
     void* const start = block->Get();
-    m_blocks[start] = std::move(block);
+    m_blocks[start] = {what, std::move(block)};
     return start;
 }
 
@@ -172,7 +172,7 @@ DWORD FakeWlan::Enumerate(HANDLE client, WLAN_INTERFACE_INFO_LIST** list) {
     const DWORD count = m_listsOnly ? m_listed : static_cast<DWORD>(adapters.size());
     const std::size_t bytes =
         offsetof(WLAN_INTERFACE_INFO_LIST, InterfaceInfo) + count * sizeof(WLAN_INTERFACE_INFO);
-    auto* const made = static_cast<WLAN_INTERFACE_INFO_LIST*>(Allocate(bytes));
+    auto* const made = static_cast<WLAN_INTERFACE_INFO_LIST*>(Allocate("list", bytes));
     made->dwNumberOfItems = count;
     made->dwIndex = 0;
     for (DWORD i = 0; i < count; ++i) {
@@ -198,7 +198,8 @@ DWORD FakeWlan::Capability(HANDLE client, const GUID* id, WLAN_INTERFACE_CAPABIL
     if (adapter == nullptr) {
         return ERROR_NOT_FOUND;
     }
-    *capability = static_cast<WLAN_INTERFACE_CAPABILITY*>(Allocate(sizeof(WLAN_INTERFACE_CAPABILITY)));
+    *capability =
+        static_cast<WLAN_INTERFACE_CAPABILITY*>(Allocate("capability", sizeof(WLAN_INTERFACE_CAPABILITY)));
     (*capability)->dwNumberOfSupportedPhys =
         m_claimsPhys ? m_claimedPhys : static_cast<DWORD>(adapter->phys.size());
     return ERROR_SUCCESS;
@@ -222,7 +223,7 @@ DWORD FakeWlan::Query(HANDLE client, const GUID* id, WLAN_INTF_OPCODE opcode, DW
         state.PhyRadioState[i] = {static_cast<DWORD>(i), phy.software, phy.hardware};
     }
     *bytes = static_cast<DWORD>(m_recordBytes);
-    *data = std::memcpy(Allocate(m_recordBytes), &state, m_recordBytes);
+    *data = std::memcpy(Allocate("record", m_recordBytes), &state, m_recordBytes);
     return ERROR_SUCCESS;
 }
 
@@ -255,8 +256,10 @@ DWORD FakeWlan::Set(HANDLE client, const GUID* id, WLAN_INTF_OPCODE opcode, DWOR
 }
 
 void FakeWlan::Free(void* block) {
-    Note(WlanCall::kFree, "Free");
-    EXPECT_EQ(m_blocks.erase(block), 1U) << "WLAN memory given back that is not held";
+    const auto held = m_blocks.find(block);
+    ASSERT_NE(held, m_blocks.end()) << "WLAN memory given back that is not held";
+    Note(WlanCall::kFree, std::string("Free ") + held->second.what);
+    m_blocks.erase(held);
 }
 
 DWORD FakeWlan::Close(HANDLE client) {

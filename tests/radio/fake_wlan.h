@@ -95,7 +95,8 @@ class FakeWlan {
     void ListOnly(DWORD count);
 
     /// Every call so far, as "Open 2", "Enumerate", "Capability 0", "Query 0", "Set 0 phy 1 off",
-    /// "Free", "Close"; the number after a name is the adapter's.
+    /// "Free list", "Free capability", "Free record", "Close"; the number after a name is the
+    /// adapter's.
     [[nodiscard]] const std::vector<std::string>& Calls() const { return m_calls; }
     [[nodiscard]] int Count(WlanCall which) const;
     /// The calls of one kind.
@@ -109,9 +110,15 @@ class FakeWlan {
     [[nodiscard]] bool IsOff(std::size_t adapter = 0) const;
 
   private:
+    /// Memory that the code under test holds.
+    struct Block {
+        const char* what;
+        std::unique_ptr<GuardedBlock> memory;
+    };
+
     /// Notes a call; what its answer says instead, or ERROR_SUCCESS.
     DWORD Note(WlanCall which, const std::string& text);
-    void* Allocate(std::size_t bytes);
+    void* Allocate(const char* what, std::size_t bytes);
     void ExpectOpen(HANDLE client) const;
     [[nodiscard]] std::string Name(const GUID* id) const;
     [[nodiscard]] WlanAdapter* Find(const GUID* id);
@@ -136,7 +143,7 @@ class FakeWlan {
     bool m_listsOnly = false;
     ULONG_PTR m_lastHandle = 0x1000;
     std::set<HANDLE> m_handles;
-    std::map<void*, std::unique_ptr<GuardedBlock>> m_blocks;
+    std::map<void*, Block> m_blocks;
 
     Rig::ScopedImport<&::WlanOpenHandle> m_open;
     Rig::ScopedImport<&::WlanEnumInterfaces> m_enumerate;

@@ -78,10 +78,11 @@ TEST_F(WlanSwitchTest, QuerySwitchAndQueryMakeTheseCalls) {
     FakeWlan wlan{{On()}};
     EXPECT_TRUE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
     EXPECT_THAT(wlan.Calls(),
-                ElementsAre("Open 2", "Enumerate", "Query 0", "Free", "Free", "Close",         // before
-                            "Open 2", "Enumerate", "Capability 0", "Free", "Set 0 phy 0 off",  // the switch
-                            "Open 2", "Enumerate", "Query 0", "Free", "Free", "Close",         // after
-                            "Free", "Close"));
+                ElementsAre("Open 2", "Enumerate", "Query 0", "Free record", "Free list", "Close",  // before
+                            "Open 2", "Enumerate", "Capability 0", "Free capability",
+                            "Set 0 phy 0 off",  // the switch
+                            "Open 2", "Enumerate", "Query 0", "Free record", "Free list", "Close",  // after
+                            "Free list", "Close"));
     EXPECT_THAT(m_machine.clock.Sleeps(), IsEmpty());
 }
 
@@ -106,7 +107,8 @@ TEST_F(WlanSwitchTest, RadioInTheWantedStateIsOnlyAsked) {
         FakeWlan wlan{{phy}};
         const auto wanted = phy.software == dot11_radio_state_on ? kRadioOn : kRadioOff;
         EXPECT_TRUE(SwitchWlanStatus(wanted, kIgnoresAirplane));
-        EXPECT_THAT(wlan.Calls(), ElementsAre("Open 2", "Enumerate", "Query 0", "Free", "Free", "Close"));
+        EXPECT_THAT(wlan.Calls(),
+                    ElementsAre("Open 2", "Enumerate", "Query 0", "Free record", "Free list", "Close"));
     }
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kSwitch, L"OnOffValue = 1, bCheckAirplaneStatus = 0"),
                                      Information(kSwitch, L"Current WLAN Status : 1, To Change Status = 1"),
@@ -225,9 +227,9 @@ TEST_F(WlanSwitchTest, All64PhysAreSwitched) {
 }
 
 TEST_F(WlanSwitchTest, CountBeyondWhatAnInterfaceCanHaveIsCut) {
-    FakeWlan wlan{std::vector<Phy>(WLAN_MAX_PHY_INDEX, On())};
+    FakeWlan wlan{std::vector<Phy>(WLAN_MAX_PHY_INDEX, Off())};
     wlan.ClaimPhys(0xFFFFFFFF);
-    EXPECT_TRUE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
+    EXPECT_TRUE(SwitchWlanStatus(kRadioOn, kIgnoresAirplane));
     EXPECT_THAT(Lines(), Contains(Verbose(kSwitch, L"The number of supported PHY types : 4294967295")));
     EXPECT_THAT(wlan.CallsOf(WlanCall::kSet), SizeIs(WLAN_MAX_PHY_INDEX));
 }
