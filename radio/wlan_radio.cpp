@@ -32,10 +32,12 @@ constexpr milliseconds kPassPause{100};
 
 constexpr unsigned char kIgnoresAirplaneMode = 0;
 
-/// A client handle with the interfaces it lists. The list is given back before the handle.
+/// A client handle with what it was asked for. The last is given back first, the handle last.
 struct WlanSession {
     Platform::UniqueWlanHandle client;
     Platform::UniqueWlanMemory<WLAN_INTERFACE_INFO_LIST> interfaces;
+    /// Of the first interface; only a switch asks for it.
+    Platform::UniqueWlanMemory<WLAN_INTERFACE_CAPABILITY> capability;
 };
 
 bool OpenSession(const LogScope& log, WlanSession& session) {
@@ -165,15 +167,14 @@ bool ReadRadio(const LogScope& log) {
 }
 
 /// How many PHYs the interface has; false when that cannot be told.
-bool CountPhys(const LogScope& log, const WlanSession& session, const GUID& interfaceId, DWORD& phyCount) {
-    Platform::UniqueWlanMemory<WLAN_INTERFACE_CAPABILITY> capability;
+bool CountPhys(const LogScope& log, WlanSession& session, const GUID& interfaceId, DWORD& phyCount) {
     const DWORD error =
-        WlanGetInterfaceCapability(session.client.Get(), &interfaceId, nullptr, capability.Put());
-    if (error != ERROR_SUCCESS || !capability) {
+        WlanGetInterfaceCapability(session.client.Get(), &interfaceId, nullptr, session.capability.Put());
+    if (error != ERROR_SUCCESS || !session.capability) {
         log.Error(L"WlanGetInterfaceCapability failed !err is %d", error);
         return false;
     }
-    const DWORD supported = capability.Get()->dwNumberOfSupportedPhys;
+    const DWORD supported = session.capability.Get()->dwNumberOfSupportedPhys;
     log.Verbose(L"The number of supported PHY types : %u", supported);
     // No interface has more; a count beyond that must not keep the loops below busy for ever.
     phyCount = std::min<DWORD>(supported, WLAN_MAX_PHY_INDEX);

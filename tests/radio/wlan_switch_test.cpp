@@ -79,10 +79,9 @@ TEST_F(WlanSwitchTest, QuerySwitchAndQueryMakeTheseCalls) {
     EXPECT_TRUE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
     EXPECT_THAT(wlan.Calls(),
                 ElementsAre("Open 2", "Enumerate", "Query 0", "Free record", "Free list", "Close",  // before
-                            "Open 2", "Enumerate", "Capability 0", "Free capability",
-                            "Set 0 phy 0 off",  // the switch
+                            "Open 2", "Enumerate", "Capability 0", "Set 0 phy 0 off",  // the switch
                             "Open 2", "Enumerate", "Query 0", "Free record", "Free list", "Close",  // after
-                            "Free list", "Close"));
+                            "Free capability", "Free list", "Close"));
     EXPECT_THAT(m_machine.clock.Sleeps(), IsEmpty());
 }
 
