@@ -9,10 +9,25 @@ using Microsoft::WRL::ComPtr;
 
 namespace {
 
+/// A call that succeeds without giving its object has failed all the same.
+template <class Interface>
+HRESULT RequireObject(HRESULT result, const ComPtr<Interface>& object) {
+    return SUCCEEDED(result) && object == nullptr ? E_POINTER : result;
+}
+
 HRESULT QueryContainer(const ComPtr<IMbnInterfaceManager>& manager,
                        ComPtr<IConnectionPointContainer>& container) {
-    // A stop may have taken the manager away already.
-    return manager != nullptr ? manager->QueryInterface(IID_PPV_ARGS(container.GetAddressOf())) : E_POINTER;
+    if (manager == nullptr) {
+        // A stop has taken it away already.
+        return E_POINTER;
+    }
+    const HRESULT result = manager->QueryInterface(IID_PPV_ARGS(container.GetAddressOf()));
+    return RequireObject(result, container);
+}
+
+HRESULT FindRadioEvents(IConnectionPointContainer& container, ComPtr<IConnectionPoint>& found) {
+    const HRESULT result = container.FindConnectionPoint(IID_IMbnRadioEvents, &found);
+    return RequireObject(result, found);
 }
 
 }  // namespace
@@ -27,7 +42,7 @@ void CMainService::ListenForWwanEvents() {
         return;
     }
     ComPtr<IConnectionPoint> connectionPoint;
-    if (!StepSucceeded(log, container->FindConnectionPoint(IID_IMbnRadioEvents, &connectionPoint),
+    if (!StepSucceeded(log, FindRadioEvents(*container.Get(), connectionPoint),
                        L"FindConnectionPoint failed with error: 0x%08X")) {
         return;
     }

@@ -113,7 +113,17 @@ TEST_P(FailingMbnSubscription, LogsOneLineAndLeavesNothingBehindAfterTheStop) {
 
 INSTANTIATE_TEST_SUITE_P(
     Steps, FailingMbnSubscription,
-    testing::Values(FailingStep{"Container",
+    testing::Values(FailingStep{"LostContainer",
+                                [](World& world) { world.mbnManager.losesContainer = true; },
+                                L"IID_IConnectionPointContainer QueryInterface failed with error: 0x80004003",
+                                {},
+                                false},
+                    FailingStep{"LostPoint",
+                                [](World& world) { world.radioEvents.isLost = true; },
+                                L"FindConnectionPoint failed with error: 0x80004003",
+                                {"Find IMbnRadioEvents"},
+                                false},
+                    FailingStep{"Container",
                                 [](World& world) { world.mbnManager.containerResult = E_NOINTERFACE; },
                                 L"IID_IConnectionPointContainer QueryInterface failed with error: 0x80004002",
                                 {},
