@@ -1,5 +1,7 @@
 #include "tests/network/fake_adapters.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstring>
 
@@ -83,6 +85,11 @@ DWORD FakeAdapterList::List(IP_ADAPTER_INFO* list, ULONG* bytes) {
         record.Type = m_adapters[i].type;
         FillField(record.IpAddressList.IpAddress.String, m_adapters[i].address);
         FillField(record.Description, m_adapters[i].description);
+        if (!m_adapters[i].secondAddress.empty()) {
+            IP_ADDR_STRING& second = m_secondAddresses.emplace_back();
+            FillField(second.IpAddress.String, m_adapters[i].secondAddress);
+            record.IpAddressList.Next = &second;
+        }
     }
     return ERROR_SUCCESS;
 }
@@ -112,8 +119,9 @@ void FakeAdapterAddresses::AskNextFor(ULONG bytes) {
     });
 }
 
-ULONG FakeAdapterAddresses::Call(ULONG family, ULONG flags, void* /*reserved*/, IP_ADAPTER_ADDRESSES* list,
+ULONG FakeAdapterAddresses::Call(ULONG family, ULONG flags, void* reserved, IP_ADAPTER_ADDRESSES* list,
                                  ULONG* bytes) {
+    EXPECT_EQ(reserved, nullptr);
     m_family = family;
     m_flags = flags;
     m_sizesOffered.push_back(*bytes);
@@ -168,6 +176,8 @@ std::vector<SIZE_T> HeapWatch::Held() const {
 }
 
 void* HeapWatch::Allocate(HANDLE heap, DWORD flags, SIZE_T bytes) {
+    EXPECT_EQ(heap, GetProcessHeap());
+    EXPECT_EQ(flags, DWORD{0});
     const RigLockHolder hold(m_lock);
     m_asked.push_back(bytes);
     const auto refused = m_refused.find(static_cast<int>(m_asked.size()));
@@ -185,6 +195,8 @@ void* HeapWatch::Allocate(HANDLE heap, DWORD flags, SIZE_T bytes) {
 }
 
 BOOL HeapWatch::Free(HANDLE heap, DWORD flags, void* block) {
+    EXPECT_EQ(heap, GetProcessHeap());
+    EXPECT_EQ(flags, DWORD{0});
     {
         const RigLockHolder hold(m_lock);
         m_held.erase(block);

@@ -29,6 +29,8 @@ struct Adapter {
     UINT type;
     std::string address;
     std::string description = "Some Adapter";
+    /// None: empty.
+    std::string secondAddress = {};
 };
 
 /// An Ethernet adapter without an address, as Windows shows one that is unplugged or waits for it.
@@ -66,6 +68,7 @@ class FakeAdapterList {
 
     mutable Rig::Detail::RigLock m_lock;
     std::vector<Adapter> m_adapters;
+    std::deque<IP_ADDR_STRING> m_secondAddresses;  ///< a deque: records point into it
     std::deque<Answer> m_answers;
     std::optional<DWORD> m_failure;
     std::vector<ULONG> m_sizesOffered;
@@ -111,8 +114,8 @@ class FakeAdapterAddresses {
     Rig::ScopedImport<&::GetAdaptersAddresses> m_fake;
 };
 
-/// Watches the process heap for a scope: the blocks that the code under test holds. It can be
-/// made to refuse blocks.
+/// Watches the process heap for a scope: the blocks that the code under test holds, all from the
+/// heap that it shares with everybody, without flags. It can be made to refuse blocks.
 class HeapWatch {
   public:
     HeapWatch();

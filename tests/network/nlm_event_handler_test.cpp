@@ -4,9 +4,11 @@
 #include <wlanapi.h>
 #include <wrl/client.h>
 
+#include <algorithm>
 #include <atomic>
 #include <bit>
 #include <cstddef>
+#include <cwctype>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -21,6 +23,7 @@
 #include "bios/bios_settings.h"
 #include "radio/power_status.h"
 #include "radio/wlan_radio.h"
+#include "tests/logging/recording_listener.h"
 #include "tests/network/fake_adapters.h"
 #include "tests/network/fake_network.h"
 #include "tests/support/log_recorder.h"
@@ -512,6 +515,18 @@ TEST_F(NLMEventHandlerTest, DisconnectOfAConnectionNeverSeenWiredDoesNothing) {
     EXPECT_THAT(RadioOperations(), IsEmpty());
 }
 
+TEST_F(NLMEventHandlerTest, SetIsSearchedForExactlyTheIdentifiersText) {
+    std::wstring lowerCase = ConnectionText(1);
+    std::transform(lowerCase.begin(), lowerCase.end(), lowerCase.begin(), &towlower);
+    ASSERT_NE(lowerCase, ConnectionText(1));
+    m_wired = {lowerCase, ConnectionText(1) + L" ", ConnectionText(1).substr(1)};
+
+    Report(1, kDown);
+
+    EXPECT_TRUE(Wrote(L"Connection ID is not in the list, DO nothing"));
+    EXPECT_THAT(RadioOperations(), IsEmpty());
+}
+
 TEST_F(NLMEventHandlerTest, DisconnectWithoutASetDoesNothing) {
     m_handler->m_wiredConnections = nullptr;
 
@@ -555,6 +570,150 @@ TEST_F(NLMEventHandlerTest, HundredQuickEventsEndAsTheLastOneSays) {
     Report(1, kUp);
     EXPECT_FALSE(m_wlan.IsOn());
     EXPECT_EQ(m_wired.size(), 1U);
+}
+
+// --- The end of an event --------------------------------------------------------------------------
+
+enum class Adapters { kWithoutAddress, kWithAddress, kUnreadable };
+
+/// One way through an event.
+struct Branch {
+    const char* name;
+    Adapters adapters;
+    unsigned char connection;
+    NLM_CONNECTIVITY connectivity;
+    /// What the branch is known by.
+    const wchar_t* message;
+};
+
+void PrintTo(const Branch& branch, std::ostream* out) {
+    *out << branch.name;
+}
+
+class NLMEventHandlerBranch : public NLMEventHandlerTest, public testing::WithParamInterface<Branch> {};
+
+TEST_P(NLMEventHandlerBranch, EndsWithTheSetAndTheEndLine) {
+    m_wired = {ConnectionText(1), ConnectionText(4)};
+    if (GetParam().adapters == Adapters::kWithAddress) {
+        GiveAddress();
+    } else if (GetParam().adapters == Adapters::kUnreadable) {
+        m_adapterList.FailAlways(ERROR_NOT_SUPPORTED);
+    }
+
+    EXPECT_EQ(Report(GetParam().connection, GetParam().connectivity), S_OK);
+
+    const std::vector<LogLine> lines = OwnLines();
+    EXPECT_THAT(lines, testing::Contains(testing::Field(&LogLine::message, GetParam().message)));
+    ASSERT_GE(lines.size(), 3U);
+    EXPECT_THAT((std::vector<LogLine>{lines.end() - 3, lines.end()}),
+                ElementsAre(Information(kEvent, L"Current ethernetConnection element: " + ConnectionText(1)),
+                            Information(kEvent, L"Current ethernetConnection element: " + ConnectionText(4)),
+                            Information(kEvent, L"-------------------end-----------------------")));
+    EXPECT_FALSE(msm_Notification_flag);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Branches, NLMEventHandlerBranch,
+    testing::Values(
+        Branch{"NotInTheList", Adapters::kWithoutAddress, 3, kDown,
+               L"Connection ID is not in the list, DO nothing"},
+        Branch{"DownAndUnreadable", Adapters::kUnreadable, 1, kDown, L"CheckEthernetConnectionStatus failed"},
+        Branch{"AnotherCable", Adapters::kWithAddress, 1, kDown, L"Ethernet connection status = 1"},
+        Branch{"LastCable", Adapters::kWithoutAddress, 1, kDown, L"Ethernet connection status = 0"},
+        Branch{"Undetermined", Adapters::kWithAddress, 9, kUp,
+               L"Could not determine connection type. Doing nothing."},
+        Branch{"Wifi", Adapters::kWithAddress, 3, kUp, L"Ethernet state : 0 "},
+        Branch{"NoAddress", Adapters::kWithoutAddress, 1, kUp,
+               L"CheckEthernetConnectionStatus failed in try 7"},
+        Branch{"UpAndUnreadable", Adapters::kUnreadable, 1, kUp,
+               L"CheckEthernetConnectionStatus failed in try 0"},
+        Branch{"Cable", Adapters::kWithAddress, 1, kUp, L"Ethernet is connected"}),
+    [](const testing::TestParamInfo<Branch>& parameter) { return parameter.param.name; });
+
+/// Whether another thread can have the lock now.
+bool IsFree(std::mutex& lock) {
+    bool isFree = false;
+    std::thread([&] {
+        isFree = lock.try_lock();
+        if (isFree) {
+            lock.unlock();
+        }
+    }).join();
+    return isFree;
+}
+
+/// Hands every message to the test in the moment it is written, for a scope.
+class WatchedLog {
+  public:
+    explicit WatchedLog(std::function<void(const std::wstring&)> watch)
+        : m_outer(std::move(Orva::Shared::LoggerHolder())) {
+        using Orva::Shared::CorvaLogListener;
+        CorvaLogListener* const listener = new LoggingTests::RecordingListener(
+            {}, [watch = std::move(watch)](const CorvaLogListener::LogData& entry) {
+                watch(std::wstring(entry.Message()));
+            });
+        Orva::Shared::LoggerHolder() = std::make_unique<Orva::Shared::CorvaLogger>(&listener, 1);
+    }
+    WatchedLog(const WatchedLog&) = delete;
+    WatchedLog& operator=(const WatchedLog&) = delete;
+    ~WatchedLog() { Orva::Shared::LoggerHolder() = std::move(m_outer); }
+
+  private:
+    std::unique_ptr<Orva::Shared::CorvaLogger> m_outer;
+};
+
+TEST_F(NLMEventHandlerTest, NotificationFlagIsSetBeforeTheEventWaitsForItsTurn) {
+    std::unique_lock otherChange(connectivityChangeLock);
+    std::thread event([this] { Report(3, kDown); });
+    for (int i = 0; i < 2000 && !msm_Notification_flag; ++i) {
+        Rig::Real<&::Sleep>(DWORD{1});
+    }
+    EXPECT_TRUE(msm_Notification_flag);
+    EXPECT_THAT(OwnLines(), IsEmpty());
+    otherChange.unlock();
+    event.join();
+    EXPECT_FALSE(msm_Notification_flag);
+}
+
+TEST_F(NLMEventHandlerTest, AtItsEndAnEventClearsTheFlagThenFreesTheTextThenLeavesTheLock) {
+    std::vector<std::string> steps;
+    const auto note = [&steps](const char* step) {
+        steps.push_back(std::string(step) + (msm_Notification_flag ? ", flag set" : ", flag clear") +
+                        (IsFree(connectivityChangeLock) ? ", lock free" : ", lock held"));
+    };
+    const ScopedImport<&::CoTaskMemFree> frees{Rig::kWrapping, [&](const auto& original, void* memory) {
+                                                   note("text");
+                                                   original.Original(memory);
+                                               }};
+    const WatchedLog watched([&](const std::wstring& message) {
+        if (message.starts_with(L"Current ethernetConnection element")) {
+            note("element");
+        }
+        if (message == L"-------------------end-----------------------") {
+            note("end line");
+        }
+    });
+    m_wired = {ConnectionText(4)};
+
+    Report(3, kDown);
+
+    EXPECT_THAT(steps, ElementsAre("element, flag set, lock held", "text, flag clear, lock held",
+                                   "end line, flag clear, lock free"));
+}
+
+TEST_F(NLMEventHandlerTest, RadioThatDoesNotFollowIsNotTheEventsAffair) {
+    const Rig::ScopedResult<&::WlanSetInterface> refuses{ERROR_GEN_FAILURE};
+    GiveAddress();
+
+    EXPECT_EQ(Report(1, kUp), S_OK);
+    EXPECT_TRUE(m_log.Contains(Error(kStopWlan, L"SwitchWlanStatusWithRetry (StopWLANService) failed")));
+    TakeAddress();
+    EXPECT_EQ(Report(1, kDown), S_OK);
+    EXPECT_TRUE(m_log.Contains(Error(kStartWlan, L"SwitchWlanStatusWithRetry (StartWLANService) failed")));
+
+    EXPECT_THAT(RadioOperations(), ElementsAre(kStopWlan, kStopWwan, kStartWlan, kStartWwan));
+    EXPECT_EQ(m_log.Of(kEvent).back(), TraceOut(kEvent));
+    ServiceUtils::my_setwifitimeout = false;
 }
 
 // --- Failures -------------------------------------------------------------------------------------
