@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
+#include <mutex>
 #include <thread>
+#include <type_traits>
 
 #include "bios/bios_settings.h"
 #include "radio/wwan_radio.h"
@@ -21,9 +23,12 @@ using Orva::Shared::Level::kError;
 using Rig::ThrowFromLogLine;
 using ServiceUtils::kRadioOff;
 using ServiceUtils::SwitchWwanStatus;
+using testing::AllOf;
 using testing::Contains;
+using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::SizeIs;
 
 constexpr char kComplete[] = "CMbnSinks::OnSetSoftwareRadioStateComplete";
 constexpr char kChange[] = "CMbnSinks::OnRadioStateChange";
@@ -83,6 +88,28 @@ TEST_F(SinkIdentityTest, CountStartsAtZero) {
     EXPECT_EQ(sink->AddRef(), 2U);
     EXPECT_EQ(sink->Release(), 1U);
     EXPECT_EQ(sink->Release(), 0U);
+}
+
+TEST_F(SinkIdentityTest, ReferencesOfManyThreadsAreCounted) {
+    const HeldSink sink;
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 50'000;
+    std::vector<std::thread> callers;
+    for (int i = 0; i < kThreads; ++i) {
+        callers.emplace_back([&sink] {
+            for (int round = 0; round < kRounds; ++round) {
+                sink->AddRef();
+            }
+            for (int round = 0; round < kRounds; ++round) {
+                sink->Release();
+            }
+        });
+    }
+    for (std::thread& caller : callers) {
+        caller.join();
+    }
+    EXPECT_EQ(sink->AddRef(), 2U);
+    EXPECT_EQ(sink->Release(), 1U);
 }
 
 TEST_F(SinkIdentityTest, LastReleaseClosesAndClearsTheEvent) {
@@ -150,6 +177,56 @@ TEST_F(SinkIdentityTest, RadioStateChangeIsOnlyLogged) {
     EXPECT_FALSE(IsSignalled(*event));
 }
 
+#if defined(__GNUC__)
+/// The entry of a virtual table, as a function.
+template <class Function>
+Function* Slot(void* object, std::size_t number) {
+    return reinterpret_cast<Function*>((*static_cast<void***>(object))[number]);
+}
+
+TEST_F(SinkIdentityTest, VirtualTableHoldsTheOperationsInTheirOrder) {
+    static_assert(!std::has_virtual_destructor_v<CMbnSinks>);
+    m_machine.HideAdapters();
+    auto* const sink = new CMbnSinks;
+    EXPECT_EQ(Slot<ULONG WINAPI(void*)>(sink, 1)(sink), 1U);
+    void* found = nullptr;
+    EXPECT_EQ(Slot<HRESULT WINAPI(void*, REFIID, void**)>(sink, 0)(sink, IID_IMbnRadioEvents, &found), S_OK);
+    EXPECT_EQ(found, sink);
+    EXPECT_EQ(Slot<ULONG WINAPI(void*)>(sink, 2)(sink), 1U);
+    EXPECT_EQ(Slot<HRESULT WINAPI(void*, IMbnRadio*)>(sink, 3)(sink, nullptr), S_OK);
+    EXPECT_EQ(Slot<HRESULT WINAPI(void*, IMbnRadio*, ULONG, HRESULT)>(sink, 4)(sink, nullptr, 7, S_FALSE),
+              S_OK);
+    EXPECT_THAT(m_machine.log.Of(kChange), ElementsAre(TraceIn(kChange), TraceOut(kChange)));
+    EXPECT_EQ(m_machine.log.Of(kComplete).front(), TraceIn(kComplete, L"RequestID = 7, Status = 0x1"));
+    EXPECT_EQ(sink->Release(), 0U);
+}
+#endif
+
+TEST_F(SinkIdentityTest, CountAndLockStandBehindTheVirtualTable) {
+    struct Layout {
+        void* virtualTable;
+        ULONG count;
+        std::mutex lock;
+    };
+    static_assert(sizeof(CMbnSinks) == sizeof(Layout));
+    m_machine.HideAdapters();
+    const HeldSink sink;
+    sink->AddRef();
+    sink->AddRef();
+    auto* const layout = reinterpret_cast<Layout*>(sink.operator->());
+    EXPECT_EQ(layout->count, 3U);
+    layout->lock.lock();
+    std::thread completion([&] { sink.Complete(nullptr, 7); });
+    EXPECT_TRUE(m_machine.log.WaitFor(TraceIn(kComplete, L"RequestID = 7, Status = 0x0")));
+    Rig::Real<&::Sleep>(50);
+    EXPECT_EQ(m_machine.log.Of(kComplete).size(), 1U) << "the event waits for this very lock";
+    layout->lock.unlock();
+    completion.join();
+    EXPECT_EQ(m_machine.log.Of(kComplete).back(), TraceOut(kComplete));
+    sink->Release();
+    sink->Release();
+}
+
 /// A machine with a modem whose radio is on, and nobody switching.
 class SinkTest : public testing::Test {
   protected:
@@ -200,6 +277,17 @@ TEST_F(SinkTest, CompletionWithoutASwitchEverSignalsNothing) {
         Rig::kWrapping, [](const auto& original, HANDLE event) { return original.Original(event); }};
     EXPECT_EQ(m_sink.Complete(&Radio()), S_OK);
     EXPECT_EQ(sets.Calls(), 0);
+}
+
+TEST_F(SinkTest, RadioIsKeptBeforeTheSwitchIsWokenToAskIt) {
+    PublishEvent().reset();
+    const IMbnRadio* keptAtTheSignal = nullptr;
+    const Rig::ScopedImport<&::SetEvent> sets{Rig::kWrapping, [&](const auto& original, HANDLE event) {
+                                                  keptAtTheSignal = WwanState::lastRadio.load().get();
+                                                  return original.Original(event);
+                                              }};
+    m_sink.Complete(&Radio());
+    EXPECT_EQ(keptAtTheSignal, &Radio());
 }
 
 TEST_F(SinkTest, EventThatIsReplacedWhileItIsSignalledStaysOpen) {
@@ -267,6 +355,22 @@ TEST_F(SinkTest, UserSwitchingOnWithTheCableInIsUndoneAndNotRemembered) {
                                                         L"NewStatus = 0, Retry Count = 5")));
 }
 
+TEST_F(SinkTest, ChangeThatCannotBeUndoneIsTriedSixTimesAndNotRemembered) {
+    NLMUtils::lanWwanSwitchingEnabled = true;
+    m_machine.PlugCableIn();
+    m_machine.RememberWwan(L"False");
+    EXPECT_EQ(m_sink.Complete(&Radio(), 17), S_OK);
+    EXPECT_THAT(Radio().sets, AllOf(SizeIs(6 * 10), Each(MBN_RADIO_OFF)));
+    EXPECT_EQ(m_machine.RememberedWwan(), L"False");
+    EXPECT_EQ(Lines().back(), TraceOut(kComplete));
+
+    Radio().state = MBN_RADIO_OFF;
+    EXPECT_EQ(m_sink.Complete(&Radio(), 18), S_OK) << "the lock is free again";
+    EXPECT_THAT(Lines(),
+                Contains(Information(kComplete,
+                                     L"Received OnSetSoftwareRadioStateComplete Event for requestID = 18")));
+}
+
 TEST_F(SinkTest, UserSwitchingOffWithTheCableInIsOnlyLogged) {
     NLMUtils::lanWwanSwitchingEnabled = true;
     m_machine.PlugCableIn();
@@ -306,6 +410,23 @@ TEST_F(SinkTest, InAirplaneModeACompletionOnlySignals) {
     EXPECT_TRUE(IsSignalled(*event));
     EXPECT_TRUE(m_machine.RememberedWwan().empty());
     EXPECT_THAT(Lines(), Contains(Information(kComplete, L"Not Processing OnSetSoftwareRadioStateComplete")));
+}
+
+TEST_F(SinkTest, InAirplaneModeARadioThatIsOnWithTheCableInIsLeftAlone) {
+    NLMUtils::lanWwanSwitchingEnabled = true;
+    m_machine.PlugCableIn();
+    m_machine.SetAirplaneMode(true);
+    m_machine.RememberWwan(L"False");
+    EXPECT_EQ(m_sink.Complete(&Radio(), 17), S_OK);
+    EXPECT_THAT(Radio().sets, IsEmpty());
+    EXPECT_EQ(m_machine.RememberedWwan(), L"False");
+    EXPECT_THAT(Lines(),
+                ElementsAre(TraceIn(kComplete, L"RequestID = 17, Status = 0x0"),
+                            Information(kComplete, L"NetworkChangedForSetRadio Status = 0"),
+                            Information(kComplete, L"LAN-WWAN Auto Switching Status = 1"),
+                            Information(kComplete, L"Ethernet Connection Status = 1"),
+                            Information(kComplete, L"Not Processing OnSetSoftwareRadioStateComplete"),
+                            TraceOut(kComplete)));
 }
 
 TEST_F(SinkTest, WhenEthernetCannotBeToldACompletionOnlySignals) {

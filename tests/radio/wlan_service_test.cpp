@@ -14,6 +14,7 @@ using namespace Rig::Lines;
 using namespace std::chrono_literals;
 using Orva::Shared::Level::kError;
 using Orva::Shared::Level::kInformation;
+using Orva::Shared::Level::kWarning;
 using Rig::ThrowFromLogLine;
 using ServiceUtils::kRadioOff;
 using ServiceUtils::kRadioOn;
@@ -285,6 +286,20 @@ TEST_F(WlanStopTest, FailedSwitchRemembersNothing) {
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kStop), Information(kStop, L"WLAN Current Status = 1"),
                                      Error(kStop, L"SwitchWlanStatusWithRetry (StopWLANService) failed"),
                                      TraceOut(kStop)));
+}
+
+TEST_F(WlanStopTest, RadioGoesOffAlsoWhenThatCannotBeRemembered) {
+    m_machine.RememberWlan(L"False");
+    FakeWlan wlan{{On()}};
+    const Rig::ScopedResult<&::RegSetValueExW> fails{ERROR_DISK_FULL, ERROR_CRC};
+    StopWLANService();
+    EXPECT_TRUE(wlan.IsOff());
+    EXPECT_EQ(m_machine.RememberedWlan(), L"False");
+    EXPECT_THAT(m_machine.log.From(kWarning), ElementsAre(Error("ServiceUtils::SetPowerStatusInRegistry",
+                                                                L"Registry::SetValue failed with error 23")));
+    EXPECT_THAT(Lines(),
+                ElementsAre(TraceIn(kStop), Information(kStop, L"WLAN Current Status = 1"),
+                            Information(kStop, L"Setting WlanPowerStatus in registry."), TraceOut(kStop)));
 }
 
 TEST_F(WlanStopTest, AfterASwitchRanOutNothingIsDone) {

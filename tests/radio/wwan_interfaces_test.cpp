@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <limits>
 #include <ostream>
 #include <sstream>
 #include <stdexcept>
@@ -101,8 +102,13 @@ TEST_F(WwanEnumerationTest, ManagerThatFailsFiveTimesIsGivenUp) {
     m_modems.manager.onGetInterfaces = [](int) { return E_FAIL; };
     EXPECT_FALSE(EnumerateWwanInterfaces());
     EXPECT_EQ(m_modems.manager.enumerations, 5);
-    EXPECT_THAT(m_machine.log.At(kError),
-                ElementsAre(Error(kEnumerate, L"GetInterfaces failed with error: HRESULT : 0x80004005")));
+    EXPECT_THAT(m_machine.log.From(kWarning),
+                ElementsAre(Warning(kEnumerate, L"GetInterfaces failed in try 0 with !err is 0x80004005"),
+                            Warning(kEnumerate, L"GetInterfaces failed in try 1 with !err is 0x80004005"),
+                            Warning(kEnumerate, L"GetInterfaces failed in try 2 with !err is 0x80004005"),
+                            Warning(kEnumerate, L"GetInterfaces failed in try 3 with !err is 0x80004005"),
+                            Warning(kEnumerate, L"GetInterfaces failed in try 4 with !err is 0x80004005"),
+                            Error(kEnumerate, L"GetInterfaces failed with error: HRESULT : 0x80004005")));
     EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(500, 500, 500, 500, 500));
     EXPECT_EQ(Lines().back(), TraceOut(kEnumerate, L"Return = 0"));
 }
@@ -282,6 +288,27 @@ TEST_F(WwanEnumerationTest, BoundsThatCannotBeReadFailTheCopy) {
     EXPECT_THAT(m_machine.log.At(kError),
                 ElementsAre(Error(kEnumerate, L"CopyArrayOfInterfaces Failed with error 0x8002000B"),
                             Error(kEnumerate, L"CopyArrayOfInterfaces Failed with error 0x8002000B")));
+}
+
+TEST_F(WwanEnumerationTest, WidestBoundsAskForMemoryForEveryElement) {
+    const Rig::ScopedImport<&::SafeArrayGetLBound> lowest{[](SAFEARRAY*, UINT, LONG* bound) {
+        *bound = std::numeric_limits<LONG>::min();
+        return S_OK;
+    }};
+    const Rig::ScopedImport<&::SafeArrayGetUBound> highest{[](SAFEARRAY*, UINT, LONG* bound) {
+        *bound = std::numeric_limits<LONG>::max();
+        return S_OK;
+    }};
+    std::vector<SIZE_T> asked;
+    const Rig::ScopedImport<&::HeapAlloc> refuses{[&](HANDLE, DWORD, SIZE_T bytes) -> void* {
+        asked.push_back(bytes);
+        return nullptr;
+    }};
+    EXPECT_FALSE(EnumerateWwanInterfaces());
+    EXPECT_THAT(asked, ElementsAre((SIZE_T{1} << 32) * sizeof(GUID)));
+    EXPECT_THAT(m_machine.log.At(kError),
+                ElementsAre(Error(kCopy, L"CopyArrayOfInterfaces malloc failed!!"),
+                            Error(kEnumerate, L"CopyArrayOfInterfaces Failed with error 0x8007000E")));
 }
 
 TEST_F(WwanEnumerationTest, UpperBoundBelowTheLowerOneIsAnEmptyArray) {

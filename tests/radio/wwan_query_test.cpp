@@ -59,10 +59,13 @@ TEST_F(WwanRadioInterfaceTest, ManagerThatFailsFiveTimesIsGivenUp) {
     m_modems.manager.onGetInterface = [](int) { return E_FAIL; };
     EXPECT_FALSE(GetRadioInterface(&m_radio));
     EXPECT_EQ(m_radio, nullptr);
-    EXPECT_EQ(m_machine.log.At(kWarning).back(),
-              Warning(kGet, L"GetInterface failed in try 4 with !err is 0x80004005"));
-    EXPECT_THAT(m_machine.log.At(kError),
-                ElementsAre(Error(kGet, L"GetInterface failed with error: HRESULT : 0x80004005")));
+    EXPECT_THAT(m_machine.log.From(kWarning),
+                ElementsAre(Warning(kGet, L"GetInterface failed in try 0 with !err is 0x80004005"),
+                            Warning(kGet, L"GetInterface failed in try 1 with !err is 0x80004005"),
+                            Warning(kGet, L"GetInterface failed in try 2 with !err is 0x80004005"),
+                            Warning(kGet, L"GetInterface failed in try 3 with !err is 0x80004005"),
+                            Warning(kGet, L"GetInterface failed in try 4 with !err is 0x80004005"),
+                            Error(kGet, L"GetInterface failed with error: HRESULT : 0x80004005")));
     EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(50, 50, 50, 50, 50));
 }
 

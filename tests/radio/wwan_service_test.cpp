@@ -14,6 +14,7 @@ namespace {
 using namespace Rig::Lines;
 using namespace std::chrono_literals;
 using Orva::Shared::Level::kError;
+using Orva::Shared::Level::kWarning;
 using Rig::ThrowFromLogLine;
 using ServiceUtils::kRadioOff;
 using ServiceUtils::kRadioOn;
@@ -272,6 +273,18 @@ TEST_F(WwanStopTest, FailedSwitchRemembersNothing) {
                 ElementsAre(TraceIn(kStop), Information(kStop, L"StopWWANService - Entry"),
                             Information(kStop, L"WWAN Current Status = 1"),
                             Error(kStop, L"SwitchWwanStatus (StopWWANService) failed"), TraceOut(kStop)));
+}
+
+TEST_F(WwanStopTest, RadioGoesOffAlsoWhenThatCannotBeRemembered) {
+    m_machine.RememberWwan(L"False");
+    const Rig::ScopedResult<&::RegSetValueExW> fails{ERROR_DISK_FULL, ERROR_CRC};
+    StopWWANService();
+    EXPECT_EQ(Radio().state, MBN_RADIO_OFF);
+    EXPECT_EQ(m_machine.RememberedWwan(), L"False");
+    EXPECT_THAT(m_machine.log.From(kWarning), ElementsAre(Error("ServiceUtils::SetPowerStatusInRegistry",
+                                                                L"Registry::SetValue failed with error 23")));
+    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kStop), Information(kStop, L"StopWWANService - Entry"),
+                                     Information(kStop, L"WWAN Current Status = 1"), TraceOut(kStop)));
 }
 
 TEST_F(WwanStopTest, WithoutADeviceNothingIsDone) {

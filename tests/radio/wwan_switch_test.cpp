@@ -221,6 +221,10 @@ TEST_F(WwanSwitchTest, SwitchingOffWithoutEthernetLeavesAMark) {
     ConfirmAfter(10ms);
     SwitchWwanStatus(kRadioOff, kIgnoresAirplane);
     EXPECT_TRUE(WwanState::offWithoutEthernet);
+    m_machine.PlugCableIn();
+    SwitchWwanStatus(kRadioOn, kIgnoresAirplane);
+    SwitchWwanStatus(kRadioOff, kIgnoresAirplane);
+    EXPECT_TRUE(WwanState::offWithoutEthernet) << "nobody takes it back";
 }
 
 TEST_F(WwanSwitchTest, SwitchingOffWithTheCableInLeavesNoMark) {
@@ -243,6 +247,7 @@ TEST_F(WwanSwitchTest, UnreadableAdaptersDoNotStopTheSwitch) {
     ConfirmAfter(10ms);
     EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
     EXPECT_EQ(Radio().state, MBN_RADIO_OFF);
+    EXPECT_TRUE(WwanState::offWithoutEthernet) << "no Ethernet was found";
 }
 
 TEST_F(WwanSwitchTest, EachSwitchMakesAnEventOfItsOwnThatReplacesTheLastOne) {
@@ -324,8 +329,14 @@ TEST_F(WwanSwitchTest, RadioThatRefusesFiveTimesIsWaitedForAllTheSame) {
     };
     EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
     EXPECT_THAT(
-        m_machine.log.At(kError),
-        ElementsAre(Error(kSwitch, L"SetSoftwareRadioState failed with error : HRESULT : 0x80004005")));
+        m_machine.log.From(kWarning),
+        ElementsAre(
+            Warning(kSwitch, L"SetSoftwareRadioState failed with error in retry 0: HRESULT : 0x80004005"),
+            Warning(kSwitch, L"SetSoftwareRadioState failed with error in retry 1: HRESULT : 0x80004005"),
+            Warning(kSwitch, L"SetSoftwareRadioState failed with error in retry 2: HRESULT : 0x80004005"),
+            Warning(kSwitch, L"SetSoftwareRadioState failed with error in retry 3: HRESULT : 0x80004005"),
+            Warning(kSwitch, L"SetSoftwareRadioState failed with error in retry 4: HRESULT : 0x80004005"),
+            Error(kSwitch, L"SetSoftwareRadioState failed with error : HRESULT : 0x80004005")));
     EXPECT_THAT(Lines(),
                 Contains(Information(kSwitch, L"SetSoftwareRadioState Radio State = 0, Request ID = 0")));
     EXPECT_THAT(Radio().sets, SizeIs(5));

@@ -1,0 +1,41 @@
+#include <gtest/gtest.h>
+
+#include "bios/bios_settings.h"
+#include "network/nlm_event_handler.h"
+#include "radio/wlan_radio.h"
+#include "radio/wwan_state.h"
+
+namespace RadioTests {
+namespace {
+
+// Without a `Machine`, which would set everything to what is expected here. That each test runs in
+// a process of its own, as CTest does it, makes these see what a process begins with.
+
+TEST(InitialState, NoFeatureIsEnabled) {
+    EXPECT_FALSE(NLMUtils::lanWlanSwitchingEnabled);
+    EXPECT_FALSE(NLMUtils::lanWwanSwitchingEnabled);
+}
+
+TEST(InitialState, NoConnectivityChangeIsBeingHandled) {
+    EXPECT_FALSE(msm_Notification_flag);
+}
+
+TEST(InitialState, ServiceHasNotSwitchedWlan) {
+    EXPECT_EQ(ServiceUtils::my_service_turnonoff_wifi, 0);
+    EXPECT_FALSE(ServiceUtils::my_setwifitimeout);
+}
+
+TEST(InitialState, ThereIsNoWwanDeviceAndNoSwitchOfIt) {
+    EXPECT_EQ(WwanState::interfaceManager, nullptr);
+    EXPECT_TRUE(WwanState::interfaceId.empty());
+    EXPECT_FALSE(WwanState::devicePresent);
+    EXPECT_EQ(WwanState::radioChangeEvent.load(), nullptr);
+    EXPECT_FALSE(WwanState::NetworkChangedForSetRadio);
+    EXPECT_EQ(WwanState::lastRadio.load(), nullptr);
+    EXPECT_FALSE(WwanState::offWithoutEthernet);
+    EXPECT_TRUE(WwanState::switchLock.try_lock());
+    WwanState::switchLock.unlock();
+}
+
+}  // namespace
+}  // namespace RadioTests
