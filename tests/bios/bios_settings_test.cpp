@@ -10,6 +10,7 @@
 
 #include "tests/bios/fake_bios.h"
 #include "tests/support/log_recorder.h"
+#include "tests/support/run_on_thread.h"
 #include "tests/support/test_clock.h"
 #include "tests/support/throw_from_log_line.h"
 
@@ -88,6 +89,19 @@ TEST_F(GetBIOSValue, SettingIsReadAtTheFirstTry) {
     EXPECT_THAT(m_clock.Sleeps(), ElementsAre(500));
     EXPECT_EQ(m_bios.Created(), 1);
     EXPECT_EQ(m_bios.References(), 0);
+}
+
+TEST_F(GetBIOSValue, ComIsLeftAfterTheExitLine) {
+    std::vector<LogLine> linesWhenComIsLeft;
+    const ScopedImport<&::CoUninitialize> leaves{Rig::kWrapping, [&](const auto& original) {
+                                                     linesWhenComIsLeft = m_log.At(Level::kTraceOut);
+                                                     original.Original();
+                                                 }};
+
+    Rig::RunOnThread([this] { Get(); }, Rig::Apartment::kNone);
+
+    EXPECT_EQ(leaves.Calls(), 1);
+    EXPECT_THAT(linesWhenComIsLeft, ElementsAre(Rig::Line(Level::kTraceOut, kGet, testing::_)));
 }
 
 TEST_F(GetBIOSValue, MissingProviderCostsOneConnectionAttemptAndFourPasses) {

@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/handles.h"
 #include "tests/bios/fake_bios.h"
 #include "tests/support/run_on_thread.h"
 
@@ -435,6 +436,13 @@ struct ValueCase {
     std::wstring text;
 };
 
+/// A number as the machine's user writes it: with his decimal sign, or as his date.
+std::wstring InTheUsersWay(HRESULT(WINAPI* convert)(double, LCID, ULONG, BSTR*), double number) {
+    Platform::UniqueBstr text;
+    EXPECT_EQ(convert(number, LOCALE_USER_DEFAULT, 0, text.Put()), S_OK);
+    return text.Get();
+}
+
 class BIOSWmiClientReads : public testing::TestWithParam<ValueCase> {};
 
 TEST_P(BIOSWmiClientReads, AsText) {
@@ -448,72 +456,123 @@ TEST_P(BIOSWmiClientReads, AsText) {
     EXPECT_EQ(value, GetParam().text);
 }
 
-INSTANTIATE_TEST_SUITE_P(Values, BIOSWmiClientReads,
-                         testing::Values(ValueCase{"Null", [](VARIANT* v) { v->vt = VT_NULL; }, S_OK, L""},
-                                         ValueCase{"Empty", [](VARIANT* v) { v->vt = VT_EMPTY; }, S_OK, L""},
-                                         ValueCase{"Text",
-                                                   [](VARIANT* v) {
-                                                       v->vt = VT_BSTR;
-                                                       v->bstrVal = SysAllocString(L"*Enable");
-                                                   },
-                                                   S_OK, L"*Enable"},
-                                         ValueCase{"TextWithoutBuffer",
-                                                   [](VARIANT* v) {
-                                                       v->vt = VT_BSTR;
-                                                       v->bstrVal = nullptr;
-                                                   },
-                                                   S_OK, L""},
-                                         ValueCase{"TextWithATerminatorInside",
-                                                   [](VARIANT* v) {
-                                                       v->vt = VT_BSTR;
-                                                       v->bstrVal = SysAllocStringLen(L"a\0b", 3);
-                                                   },
-                                                   S_OK, std::wstring(L"a\0b", 3)},
-                                         ValueCase{"Number",
-                                                   [](VARIANT* v) {
-                                                       v->vt = VT_I4;
-                                                       v->lVal = -5;
-                                                   },
-                                                   S_OK, L"-5"},
-                                         ValueCase{"Byte",
-                                                   [](VARIANT* v) {
-                                                       v->vt = VT_UI1;
-                                                       v->bVal = 255;
-                                                   },
-                                                   S_OK, L"255"},
-                                         ValueCase{"LargeNumber",
-                                                   [](VARIANT* v) {
-                                                       v->vt = VT_UI8;
-                                                       v->ullVal = 18446744073709551615U;
-                                                   },
-                                                   S_OK, L"18446744073709551615"},
-                                         ValueCase{"True",
-                                                   [](VARIANT* v) {
-                                                       v->vt = VT_BOOL;
-                                                       v->boolVal = VARIANT_TRUE;
-                                                   },
-                                                   S_OK, L"-1"},
-                                         ValueCase{"ErrorCode",
-                                                   [](VARIANT* v) {
-                                                       v->vt = VT_ERROR;
-                                                       v->scode = E_FAIL;
-                                                   },
-                                                   kTypeMismatch, L""},
-                                         ValueCase{"ListOfTexts",
-                                                   [](VARIANT* v) {
-                                                       v->vt = VT_ARRAY | VT_BSTR;
-                                                       v->parray = SafeArrayCreateVector(VT_BSTR, 0, 2);
-                                                   },
-                                                   kTypeMismatch, L""},
-                                         ValueCase{"Object",
-                                                   [](VARIANT* v) {
-                                                       v->vt = VT_UNKNOWN;
-                                                       v->punkVal = nullptr;
-                                                   },
-                                                   kTypeMismatch, L""},
-                                         ValueCase{"UnknownType", [](VARIANT* v) { v->vt = 0x0FF0; },
-                                                   DISP_E_BADVARTYPE, L""}),
-                         [](const testing::TestParamInfo<ValueCase>& tested) { return tested.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    Values, BIOSWmiClientReads,
+    testing::Values(ValueCase{"Null", [](VARIANT* v) { v->vt = VT_NULL; }, S_OK, L""},
+                    ValueCase{"Empty", [](VARIANT* v) { v->vt = VT_EMPTY; }, S_OK, L""},
+                    ValueCase{"Text",
+                              [](VARIANT* v) {
+                                  v->vt = VT_BSTR;
+                                  v->bstrVal = SysAllocString(L"*Enable");
+                              },
+                              S_OK, L"*Enable"},
+                    ValueCase{"TextWithoutBuffer",
+                              [](VARIANT* v) {
+                                  v->vt = VT_BSTR;
+                                  v->bstrVal = nullptr;
+                              },
+                              S_OK, L""},
+                    ValueCase{"TextWithATerminatorInside",
+                              [](VARIANT* v) {
+                                  v->vt = VT_BSTR;
+                                  v->bstrVal = SysAllocStringLen(L"a\0b", 3);
+                              },
+                              S_OK, std::wstring(L"a\0b", 3)},
+                    ValueCase{"Number",
+                              [](VARIANT* v) {
+                                  v->vt = VT_I4;
+                                  v->lVal = -5;
+                              },
+                              S_OK, L"-5"},
+                    ValueCase{"Byte",
+                              [](VARIANT* v) {
+                                  v->vt = VT_UI1;
+                                  v->bVal = 255;
+                              },
+                              S_OK, L"255"},
+                    ValueCase{"LargeNumber",
+                              [](VARIANT* v) {
+                                  v->vt = VT_UI8;
+                                  v->ullVal = 18446744073709551615U;
+                              },
+                              S_OK, L"18446744073709551615"},
+                    ValueCase{"True",
+                              [](VARIANT* v) {
+                                  v->vt = VT_BOOL;
+                                  v->boolVal = VARIANT_TRUE;
+                              },
+                              S_OK, L"-1"},
+                    ValueCase{"False",
+                              [](VARIANT* v) {
+                                  v->vt = VT_BOOL;
+                                  v->boolVal = VARIANT_FALSE;
+                              },
+                              S_OK, L"0"},
+                    ValueCase{"ShortNumber",
+                              [](VARIANT* v) {
+                                  v->vt = VT_I2;
+                                  v->iVal = -32768;
+                              },
+                              S_OK, L"-32768"},
+                    ValueCase{"ShortNumberWithoutASign",
+                              [](VARIANT* v) {
+                                  v->vt = VT_UI2;
+                                  v->uiVal = 65535;
+                              },
+                              S_OK, L"65535"},
+                    ValueCase{"LargeNumberWithASign",
+                              [](VARIANT* v) {
+                                  v->vt = VT_I8;
+                                  v->llVal = -9000000000000000000;
+                              },
+                              S_OK, L"-9000000000000000000"},
+                    ValueCase{"Fraction",
+                              [](VARIANT* v) {
+                                  v->vt = VT_R8;
+                                  v->dblVal = 1.5;
+                              },
+                              S_OK, InTheUsersWay(&VarBstrFromR8, 1.5)},
+                    ValueCase{"Date",
+                              [](VARIANT* v) {
+                                  v->vt = VT_DATE;
+                                  v->date = 43832.5;
+                              },
+                              S_OK, InTheUsersWay(&VarBstrFromDate, 43832.5)},
+                    ValueCase{"NumberByReference",
+                              [](VARIANT* v) {
+                                  static LONG number = 17;
+                                  v->vt = VT_BYREF | VT_I4;
+                                  v->plVal = &number;
+                              },
+                              S_OK, L"17"},
+                    ValueCase{"TextByReference",
+                              [](VARIANT* v) {
+                                  static const Platform::UniqueBstr kText(SysAllocString(L"Enable"));
+                                  static BSTR text = kText.Get();
+                                  v->vt = VT_BYREF | VT_BSTR;
+                                  v->pbstrVal = &text;
+                              },
+                              S_OK, L"Enable"},
+                    ValueCase{"ErrorCode",
+                              [](VARIANT* v) {
+                                  v->vt = VT_ERROR;
+                                  v->scode = E_FAIL;
+                              },
+                              kTypeMismatch, L""},
+                    ValueCase{"ListOfTexts",
+                              [](VARIANT* v) {
+                                  v->vt = VT_ARRAY | VT_BSTR;
+                                  v->parray = SafeArrayCreateVector(VT_BSTR, 0, 2);
+                              },
+                              kTypeMismatch, L""},
+                    ValueCase{"Object",
+                              [](VARIANT* v) {
+                                  v->vt = VT_UNKNOWN;
+                                  v->punkVal = nullptr;
+                              },
+                              kTypeMismatch, L""},
+                    ValueCase{"UnknownType", [](VARIANT* v) { v->vt = 0x0FF0; }, DISP_E_BADVARTYPE, L""}),
+    [](const testing::TestParamInfo<ValueCase>& tested) { return tested.param.name; });
 
 TEST(BIOSWmiClient, ValuesOfEveryTypeNumberDoNoHarm) {
     for (int type = 0; type <= VT_VERSIONED_STREAM; ++type) {
