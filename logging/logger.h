@@ -44,6 +44,8 @@ class TimingStatistics {
 class CorvaLogger {
   public:
     static constexpr int kMostListeners = 10;
+    /// No message's buffer is larger, its end included, whatever size it is given.
+    static constexpr unsigned kMostMessageCharacters = 8096;
 
     /// Takes ownership of `count` listeners (empty places are passed over; ten at most are kept).
     CorvaLogger(CorvaLogListener* const* listeners, int count);
@@ -87,8 +89,6 @@ class CorvaLogger {
     [[nodiscard]] int MaxLevel() const noexcept { return m_maxLevel; }
 
   private:
-    static constexpr unsigned kMostMessageCharacters = 8096;
-
     template <class T>
     static constexpr bool kIsFormatArgument =
         std::is_arithmetic_v<std::decay_t<T>> || std::is_pointer_v<std::decay_t<T>> ||

@@ -147,6 +147,11 @@ TEST_F(FileListenerTest, MovesAsideALogWhoseFirstLineIsIndented) {
     EXPECT_FALSE(IsKept(" " + std::string(kLogLine)));
 }
 
+TEST_F(FileListenerTest, MovesAsideWhatCannotBeRead) {
+    const ScopedResult<&::fread> fails{0};
+    EXPECT_FALSE(IsKept(kLogLine));
+}
+
 TEST_F(FileListenerTest, GoesOnInAFileThatCannotBeMovedAside) {
     m_appData.MakeLogDirectory();
     WriteBytes(m_appData.Log(), "no log\r\n");
@@ -223,6 +228,26 @@ TEST_F(FileListenerTest, WithoutAQueueWhenTheFileIsLockedAtFirst) {
     // Written at once, on this thread.
     listener->Log(Entry(L"one"));
     EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one"));
+}
+
+TEST_F(FileListenerTest, WithoutAQueueWhenTheFileCannotBeOpenedAtFirst) {
+    std::unique_ptr<CorvaLogListenerFile> listener;
+    {
+        const ScopedImport<&::_wfopen> fails{[](auto...) -> FILE* { return nullptr; }};
+        listener = std::make_unique<CorvaLogListenerFile>(kQueued);
+        EXPECT_TRUE(Exists(m_appData.LogDirectory()));
+        EXPECT_TRUE(MutexIsFree());
+        listener->Log(Entry(L"lost"));
+        listener->Log(Entry(L"lost too"));
+        EXPECT_EQ(fails.Calls(), 3) << "each line tries anew";
+        EXPECT_TRUE(MutexIsFree());
+    }
+    const ScopedImport<&::_beginthreadex> threads{
+        Rig::kWrapping,
+        [](const auto& original, auto... arguments) { return original.Original(arguments...); }};
+    listener->Log(Entry(L"one"));
+    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one"));
+    EXPECT_EQ(threads.Calls(), 0) << "written on this thread";
 }
 
 // --- Where the file should be -----------------------------------------------------------------

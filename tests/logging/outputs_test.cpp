@@ -12,6 +12,7 @@
 #include "tests/logging/log_directory.h"
 #include "tests/logging/log_entries.h"
 #include "tests/logging/policy_keys.h"
+#include "tests/logging/recording_listener.h"
 #include "tests/support/ledger.h"
 #include "tests/support/scoped_import.h"
 
@@ -192,6 +193,22 @@ TEST(ConsoleListener, PrintsFunctionAndMessage) {
     // Text mode adds a carriage return to that of the line; reading takes one away.
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "CMainService::OnStart : Started, 100% %s\r\nA::B : \r\n");
+}
+
+TEST(ConsoleListener, FailureOfTheConsoleLeavesTheOtherOutputsTheirEntry) {
+    const Policies policies;
+    std::vector<std::wstring> messages;
+    Orva::Shared::CorvaLogListener* const listeners[] = {
+        new CorvaLogListenerConsole,
+        new RecordingListener({}, [&](const auto& entry) { messages.emplace_back(entry.Message()); })};
+    Orva::Shared::CorvaLogger logger(listeners, 2);
+    const ScopedResult<&::vwprintf_s> fails{-1, ERROR_INVALID_HANDLE};
+    SetLastError(ERROR_CRC);
+    logger.Write(Level::kError, "A::B", L"one");
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_CRC});
+    logger.Write(Level::kError, "A::B", L"two");
+    EXPECT_EQ(fails.Calls(), 2);
+    EXPECT_THAT(messages, ElementsAre(L"one", L"two"));
 }
 
 // --- The choice of listeners ------------------------------------------------------------------

@@ -203,6 +203,14 @@ TEST_F(PolicyKeysTest, AreOpenedForReading) {
     EXPECT_THAT(rights, ElementsAre(REGSAM{KEY_READ}, REGSAM{KEY_READ}));
 }
 
+TEST_F(PolicyKeysTest, PathIsReadOnceForTheProductAndOnceForTheExecutable) {
+    m_policies.CreateExecutable();
+    const ScopedModulePath module(OwnPath());
+    EXPECT_TRUE(Keys().product);
+    EXPECT_TRUE(m_keys.executable);
+    EXPECT_THAT(module.Sizes(), ElementsAre(260U, 520U));
+}
+
 TEST_F(PolicyKeysTest, AreNotOpenedWithoutAProductName) {
     m_policies.CreateExecutable();
     const ScopedResult<&::GetFileVersionInfoSizeW> noVersion{0};
@@ -305,6 +313,15 @@ TEST_P(IgnoredLevel, FallsThroughToTheProductAndThenToTheDefault) {
     EXPECT_EQ(Min(), Level::kTraceIn);
     m_policies.OfProduct(L"MinLogLevel", RegistryText(L"Warning"));
     EXPECT_EQ(Min(), Level::kWarning);
+}
+
+TEST_P(IgnoredLevel, OfTheHighestFallsThroughToo) {
+    m_policies.OfExecutable(L"MaxLogLevel", GetParam().value);
+    EXPECT_EQ(Max(), Level::kError);
+    m_policies.OfProduct(L"MaxLogLevel", GetParam().value);
+    EXPECT_EQ(Max(), Level::kError);
+    m_policies.OfProduct(L"MaxLogLevel", RegistryText(L"Verbose"));
+    EXPECT_EQ(Max(), Level::kVerbose);
 }
 
 INSTANTIATE_TEST_SUITE_P(Values, IgnoredLevel,
@@ -514,6 +531,12 @@ TEST_F(LoggingType, LongerThanItsLimitFallsThrough) {
     // 64 characters and the terminator.
     m_policies.OfExecutable(L"LoggingType", RegistryText(std::wstring(60, L'.') + L"FILE"));
     EXPECT_EQ(Selection(), ListenerType::kEvent);
+}
+
+TEST_F(LoggingType, OfTheProductLongerThanItsLimitIsTheQueuedFile) {
+    EXPECT_EQ(SelectionOf(std::wstring(60, L'.') + L"FILE"), ListenerType::kQueuedFile);
+    EXPECT_EQ(SelectionOf(L"FILE" + std::wstring(60, L'.')), ListenerType::kQueuedFile);
+    EXPECT_EQ(SelectionOf(std::wstring(59, L'.') + L"FILE"), ListenerType::kFile) << "just the limit";
 }
 
 }  // namespace
