@@ -5,6 +5,7 @@
 
 #include <chrono>
 #include <new>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -372,7 +373,7 @@ TEST_F(IsLanWlanAutoSwitchingEnabled, MissingProviderMeansDisabledAfterTwoFullRe
 
 TEST_F(IsLanWlanAutoSwitchingEnabled, ExceptionMeansDisabled) {
     // The entry line of the read, outside of the read's own handler.
-    const Rig::ThrowFromLogLine throwing{2, std::bad_alloc()};
+    const Rig::ThrowFromLogLine throwing{2, std::logic_error("no more log")};
 
     EXPECT_FALSE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
 
@@ -417,7 +418,7 @@ TEST_F(IsLanWwanAutoSwitchingEnabled, NullValueMeansDisabledWithAnError) {
 }
 
 TEST_F(IsLanWwanAutoSwitchingEnabled, ExceptionMeansDisabled) {
-    const Rig::ThrowFromLogLine throwing{2, std::bad_alloc()};
+    const Rig::ThrowFromLogLine throwing{2, std::logic_error("no more log")};
 
     EXPECT_FALSE(NLMUtils::IsLanWwanAutoSwitchingEnabled());
 

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <new>
 #include <ostream>
 #include <stdexcept>
 #include <string>
@@ -517,7 +516,7 @@ TEST(CheckEthernetConnectionStatusEx, OtherExceptionOutOfTheCheckIsReported) {
     const FakeAdapterList adapters{{EthernetWithAddress()}};
     Outcome outcome;
     {
-        const Rig::ThrowFromLogLine throwing{2, std::bad_alloc()};
+        const Rig::ThrowFromLogLine throwing{2, std::logic_error("no more log")};
         outcome = Check();
     }
 

@@ -214,7 +214,7 @@ TEST_F(SinkIdentityTest, CountAndLockStandBehindTheVirtualTable) {
     sink->AddRef();
     sink->AddRef();
     auto* const layout = reinterpret_cast<Layout*>(sink.operator->());
-    EXPECT_EQ(layout->count, 3U);
+    ASSERT_EQ(layout->count, 3U);
     layout->lock.lock();
     std::thread completion([&] { sink.Complete(nullptr, 7); });
     EXPECT_TRUE(m_machine.log.WaitFor(TraceIn(kComplete, L"RequestID = 7, Status = 0x0")));
