@@ -1,6 +1,8 @@
 #pragma once
 
 #include <windows.h>
+#include <ocidl.h>
+#include <wrl/client.h>
 
 #include <optional>
 #include <string>
@@ -32,6 +34,24 @@ void WaitForWwanAutoConfig(const LogScope& log);
 /// Whether a COM step succeeded. If not, writes `failureLine`, which has one placeholder, with the
 /// result.
 [[nodiscard]] bool StepSucceeded(const LogScope& log, HRESULT result, const wchar_t* failureLine);
+
+/// What another process answers may be a success without its object; that is a failure, too.
+template <class Interface>
+[[nodiscard]] HRESULT RequireObject(HRESULT result, const Microsoft::WRL::ComPtr<Interface>& object) {
+    return SUCCEEDED(result) && object == nullptr ? E_POINTER : result;
+}
+
+/// The container of a manager's connection points. `manager` is null when a stop has taken it away
+/// already: E_POINTER.
+template <class Manager>
+[[nodiscard]] HRESULT QueryContainer(const Microsoft::WRL::ComPtr<Manager>& manager,
+                                     Microsoft::WRL::ComPtr<IConnectionPointContainer>& container) {
+    if (manager == nullptr) {
+        return E_POINTER;
+    }
+    const HRESULT result = manager->QueryInterface(IID_PPV_ARGS(container.GetAddressOf()));
+    return RequireObject(result, container);
+}
 
 /// The remembered state that a text from the registry stands for: on only for exactly "True".
 [[nodiscard]] ServiceUtils::RadioStatus RadioStatusFromText(const std::wstring& text);

@@ -4,26 +4,12 @@
 #include "core/main_service.h"
 #include "logging/log_scope.h"
 
+using CoreSteps::QueryContainer;
+using CoreSteps::RequireObject;
 using CoreSteps::StepSucceeded;
 using Microsoft::WRL::ComPtr;
 
 namespace {
-
-/// A call that succeeds without giving its object has failed all the same.
-template <class Interface>
-HRESULT RequireObject(HRESULT result, const ComPtr<Interface>& object) {
-    return SUCCEEDED(result) && object == nullptr ? E_POINTER : result;
-}
-
-HRESULT QueryContainer(const ComPtr<IMbnInterfaceManager>& manager,
-                       ComPtr<IConnectionPointContainer>& container) {
-    if (manager == nullptr) {
-        // A stop has taken it away already.
-        return E_POINTER;
-    }
-    const HRESULT result = manager->QueryInterface(IID_PPV_ARGS(container.GetAddressOf()));
-    return RequireObject(result, container);
-}
 
 HRESULT FindRadioEvents(IConnectionPointContainer& container, ComPtr<IConnectionPoint>& found) {
     const HRESULT result = container.FindConnectionPoint(IID_IMbnRadioEvents, &found);

@@ -4,28 +4,14 @@
 #include "core/main_service.h"
 #include "logging/log_scope.h"
 
+using CoreSteps::QueryContainer;
+using CoreSteps::RequireObject;
 using CoreSteps::StepSucceeded;
 using Microsoft::WRL::ComPtr;
 
 namespace {
 
 constexpr wchar_t kFindFailed[] = L"FindConnectionPoint failed with error: 0x%08X";
-
-/// What another process answers may be a success without an object; that is a failure, too.
-template <class Interface>
-HRESULT RequireObject(HRESULT result, const ComPtr<Interface>& object) {
-    return SUCCEEDED(result) && object == nullptr ? E_POINTER : result;
-}
-
-HRESULT QueryContainer(const ComPtr<INetworkListManager>& manager,
-                       ComPtr<IConnectionPointContainer>& container) {
-    if (manager == nullptr) {
-        // A stop has taken it away already.
-        return E_POINTER;
-    }
-    const HRESULT result = manager->QueryInterface(IID_PPV_ARGS(container.GetAddressOf()));
-    return RequireObject(result, container);
-}
 
 /// Finds a connection point and keeps it in the service's field, and in `found` for the caller's
 /// own use: a stop may clear the field at any moment.

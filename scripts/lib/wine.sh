@@ -23,7 +23,7 @@ readonly WINE_POOL_LIMIT=64
 # must end the process with its exit code at once, and nothing here needs the other two.
 wine_environment() {
     export WINEDEBUG=${LINKVANE_WINEDEBUG:--all}
-    export WINEDLLOVERRIDES='winedbg.exe,winemenubuilder.exe,mscoree,mshtml=d'
+    export WINEDLLOVERRIDES='winedbg.exe,explorer.exe,winemenubuilder.exe,mscoree,mshtml=d'
     export WINEARCH=win64 WINELOADER=$WINE_LOADER WINESERVER=$WINE_SERVER
     # The server is found through this folder: another value would be another server.
     export TMPDIR=/tmp
