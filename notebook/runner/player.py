@@ -1,12 +1,19 @@
 """Plays a scenario step by step and tells what came of it."""
 
+import re
 import time
 
-from .log import Log, decisions
+from .log import DRAIN_SECONDS, Log, decisions
 from .machine import CommandFailed
+from .scenario import Step
 from .sections import compare
 
 SHOWN = ("cable", "phys", "wwan", "airplane", "stored_wlan", "stored_wwan", "service")
+# A stop is answered within this time, unless the scenario says what it has to wait for.
+STOP_MS = 1000
+# What is remembered is text that ends in a null.
+STORED_BYTES = {"True": "54007200750065000000", "False": "460061006c00730065000000"}
+TOOK = re.compile(r"took=(\d+)")
 
 
 class Failed(Exception):
@@ -15,7 +22,7 @@ class Failed(Exception):
 
 class Player:
     """Plays one scenario on a machine and tells every step with the state it led to. With a
-    `recording` (a dictionary) the log is kept there, by the step's line, instead of checked."""
+    `recording` (a dictionary) a log that differs is kept there, by the step's line."""
 
     def __init__(self, machine, scenario, tell, recording=None):
         self._machine = machine
@@ -31,6 +38,8 @@ class Player:
         self._begun = time.monotonic()
         self._tell(f"{'time':>7}  {'step':42} " + "  ".join(SHOWN))
         self._play_steps(self._scenario.steps)
+        if self._machine.values("service")["service"] != "stopped":
+            self._play_steps([Step("stop", "stop", 0)])
 
     def _play_steps(self, steps):
         for step in steps:
@@ -48,9 +57,17 @@ class Player:
         self._machine.do(step.text)
         self._row(step.text)
 
+    def _play_stop(self, step):
+        answer = self._machine.do(step.text)
+        milliseconds = int(TOOK.search(answer).group(1))
+        during = f" during a {step.during}" if step.during else ""
+        self._row(f"{step.text}{during}: {milliseconds} ms")
+        if not step.during and milliseconds > STOP_MS:
+            raise Failed(f"{step.text} took {milliseconds} ms")
+
     def _play_expect(self, step):
         self._machine.settle()
-        conditions = [condition(word) for word in step.text.split()]
+        conditions = [condition(word) for word in whole(step.text.split())]
         found = self._machine.values(*(key for key, _, _ in conditions))
         self._row("expect " + step.text)
         wrong = [f"{key}={found[key]}" for key, value, equal in conditions if (found[key] == value) != equal]
@@ -66,17 +83,36 @@ class Player:
         found = {}
         for entry in decisions(self._log.read_settled()):
             found.setdefault(entry.root, []).append(str(entry))
-        if self._recording is not None:
-            self._recording[step.number] = found
-            return
         difference = compare(step.sections, found)
-        if difference:
+        if difference and self._recording is not None:
+            self._recording[step.number] = found
+        elif difference:
             raise Failed("the log differs (- expected, + found)\n" + "\n".join(difference))
+
+    def _play_silent(self, step):
+        self._machine.settle()
+        time.sleep(DRAIN_SECONDS)
+        before = self._machine.log_file().stat().st_size
+        time.sleep(step.within / 1000)
+        written = self._machine.log_file().stat().st_size - before
+        self._row(f"silent for {step.within} ms")
+        if written:
+            raise Failed(f"the log grew by {written} bytes within {step.within} ms")
 
     def _row(self, text):
         values = self._machine.values(*SHOWN)
         shown = "  ".join(values[key].ljust(len(key)) for key in SHOWN)
         self._tell(f"{time.monotonic() - self._begun:7.2f}  {text[:42]:42} {shown}")
+
+
+def whole(words):
+    """The words with what a remembered choice means besides its text: its type and its bytes."""
+    for word in words:
+        yield word
+        stored = re.fullmatch(r"(stored_w[lw]an)=(True|False)", word)
+        if stored:
+            yield f"{stored.group(1)}_type=REG_SZ"
+            yield f"{stored.group(1)}_bytes={STORED_BYTES[stored.group(2)]}"
 
 
 def condition(word):

@@ -3,8 +3,15 @@
     # The first comment is the scenario's title.
     machine cables 2 modems 1          what kind of notebook (see the controller's `reset`)
     start                              any command of the controller
-    expect wifi=off stored_wlan=True   once everything has settled
+    expect wifi=off stored_wlan=True   once everything has settled; of a stored choice also its bytes
     within 3000 expect wifi=off        as soon as it is so, at the latest after so many ms
+    stop                               must be answered within a second, as `preshutdown` must
+    stop during resume                 ... but for the resume that is being handled, or `during callback`
+                                       for a callback of the WLAN interface that still runs: leaving the
+                                       notifications waits for it. A service that still runs at the end
+                                       is stopped in the same way.
+    silent 1000                        once everything has settled, the log says nothing for so long,
+                                       at no level
     repeat 100                         does the indented lines so often
         plug
         unplug
@@ -21,6 +28,8 @@ stands for any number of lines.
 import dataclasses
 import pathlib
 
+STOPS = ("stop", "preshutdown")
+STOPPED_DURING = ("resume", "callback")
 SCENARIOS = pathlib.Path(__file__).resolve().parents[1] / "scenarios"
 
 
@@ -31,7 +40,7 @@ class ScenarioError(Exception):
 @dataclasses.dataclass
 class Step:
     kind: str
-    """do, expect, within, repeat, log"""
+    """do, stop, expect, within, silent, repeat, log"""
     text: str
     number: int
     steps: list = dataclasses.field(default_factory=list)
@@ -39,6 +48,9 @@ class Step:
     sections: dict = dataclasses.field(default_factory=dict)
     """what a log step expects: lines by operation"""
     within: int = 0
+    """milliseconds of a within or silent step"""
+    during: str = ""
+    """what a stop has to wait for"""
 
 
 @dataclasses.dataclass
@@ -96,6 +108,10 @@ class _Parser:
         elif word == "within":
             within, _, condition = rest.partition(" expect ")
             steps.append(Step("within", condition, number, within=int(within)))
+        elif word == "silent":
+            steps.append(Step("silent", text, number, within=int(rest)))
+        elif word in STOPS:
+            steps.append(Step("stop", word, number, during=self._during(rest, number)))
         elif word == "log":
             if not steps or steps[-1].kind != "log":
                 steps.append(Step("log", "", number))
@@ -104,6 +120,13 @@ class _Parser:
                 steps[-1].sections.setdefault(rest, []).extend(lines)
         else:
             steps.append(Step("do", text, number))
+
+    @staticmethod
+    def _during(rest, number):
+        during = rest.removeprefix("during ")
+        if rest and (during == rest or during not in STOPPED_DURING):
+            raise ScenarioError(f"line {number}: a stop can wait for {' or '.join(STOPPED_DURING)}: {rest}")
+        return during
 
     def _next_indent(self, indent):
         for raw in self._lines[self._at:]:

@@ -82,7 +82,8 @@ def fold(lines):
 
 def _longest_and_strictest(run):
     _, lines = run
-    return -len(lines), sum(line.count("{") for line in lines)
+    required = sum(not line.startswith(OPTIONAL) for line in lines)
+    return -required, sum(line.count("{") for line in lines)
 
 
 def _matching_length(run, lines):
