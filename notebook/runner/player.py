@@ -51,7 +51,8 @@ class Player:
                 getattr(self, "_play_" + step.kind)(step)
             except (CommandFailed, Failed) as failure:
                 self._row(step.text)
-                raise Failed(f"{self._scenario.path.name}, line {step.number}: {failure}") from failure
+                place = f"line {step.number}" if step.number else "at the end"
+                raise Failed(f"{self._scenario.path.name}, {place}: {failure}") from failure
 
     def _play_do(self, step):
         self._machine.do(step.text)

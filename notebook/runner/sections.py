@@ -74,7 +74,8 @@ def fold(lines):
     at = 0
     while at < len(lines):
         name, length = next(((name, length) for name, run in runs
-                             if (length := _matching_length(run, lines[at:])) > 1), (None, 1))
+                             if (length := _matching_length(run, lines[at:])) >= min(2, len(run))),
+                            (None, 1))
         folded.append(lines[at] if name is None else "@" + name)
         at += length
     return folded
