@@ -15,6 +15,8 @@ SERVICE = "LinkvaneService.exe"
 # No answer takes long but the waits, which name their own time; a loaded machine may stretch it.
 PATIENCE_SECONDS = 180
 SETTLE = "settle within 180000"
+# The service hears of airplane mode through the registry: no device can tell that it has not begun.
+SETTLE_AFTER_AIRPLANE = "settle quiet 600 within 180000"
 # What the start-up worker says last, on each of its ways out.
 WORKER_ENDS = re.compile(r"CMainService::ServiceWorkerThread\|(ServiceWorkerThread - Exit|"
                          r"WWAN Device enumeration failed|CoCreateInstance|CoInitialize failed)")
@@ -37,6 +39,7 @@ class Machine:
         self.programs = pathlib.Path(programs)
         self._controller = None
         self._awaited_ends = 0
+        self._settle = SETTLE
 
     def __enter__(self):
         self._wine_prefix("fresh")
@@ -64,6 +67,8 @@ class Machine:
         if command.split(" ")[0] in ("start", "stop", "kill", "preshutdown"):
             # What the worker has said so far belongs to earlier runs.
             self._awaited_ends = self._worker_ends() + 1 if command.startswith("start") else 0
+        if command.startswith("airplane "):
+            self._settle = SETTLE_AFTER_AIRPLANE
         self._controller.stdin.write(command + "\n")
         self._controller.stdin.flush()
         self.lines = []
@@ -85,7 +90,8 @@ class Machine:
         given_up = time.monotonic() + PATIENCE_SECONDS
         while self._worker_ends() < self._awaited_ends and time.monotonic() < given_up:
             time.sleep(0.05)
-        self.do(SETTLE)
+        self.do(self._settle)
+        self._settle = SETTLE
 
     def _worker_ends(self):
         if not self.log_file().exists():
