@@ -145,6 +145,17 @@ LONG SendNumbered(DWORD code) {
     return number;
 }
 
+/// How long it took until now, how long the process lived on, and how it ended.
+std::string EndText(const Platform::UniqueHandle& process, Micros start) {
+    std::string text = "took=" + Milliseconds(start);
+    DWORD code = STILL_ACTIVE;
+    if (process && WaitForSingleObject(process.Get(), kStopMs) == WAIT_OBJECT_0) {
+        GetExitCodeProcess(process.Get(), &code);
+        text += " gone=" + Milliseconds(start) + " exit=" + std::to_string(code);
+    }
+    return text;
+}
+
 Answer Stop(Words& words) {
     words.End();
     const Micros start = Now();
@@ -153,13 +164,7 @@ Answer Stop(Words& words) {
     if (!WaitForState(kServiceName, SERVICE_STOPPED, kStopMs)) {
         throw CommandError("the service does not stop but is " + StateName(QueryService(kServiceName)));
     }
-    std::string text = "took=" + Milliseconds(start);
-    DWORD code = STILL_ACTIVE;
-    if (process && WaitForSingleObject(process.Get(), kStopMs) == WAIT_OBJECT_0) {
-        GetExitCodeProcess(process.Get(), &code);
-        text += " gone=" + Milliseconds(start) + " exit=" + std::to_string(code);
-    }
-    return {text, {}};
+    return {EndText(process, start), {}};
 }
 
 Answer Kill(Words& words) {
@@ -272,11 +277,12 @@ Answer Resume(Words& words) {
 Answer Preshutdown(Words& words) {
     words.End();
     const Micros start = Now();
+    const Platform::UniqueHandle process = OpenServiceProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION);
     SendAndWait(TranslatedCode("preshutdown"));
     if (!WaitForState(kServiceName, SERVICE_STOPPED, kStopMs)) {
         throw CommandError("the service has not stopped");
     }
-    return {"took=" + Milliseconds(start), {}};
+    return {EndText(process, start), {}};
 }
 
 RegistryValue TakeRegistryValue(Words& words) {
@@ -495,7 +501,7 @@ const std::vector<Command>& SystemCommands() {
          "It wakes up; what happened meanwhile is announced when the service has handled the resume (or "
          "before, or never).",
          &Resume},
-        {"preshutdown", "", "Windows shuts down.", &Preshutdown},
+        {"preshutdown", "", "Windows shuts down; waits as stop does.", &Preshutdown},
         {"airplane", "on|off [late MS] | value TYPE DATA | value missing | key missing|present",
          "Airplane mode, with the radios following; or only its registry value.", &Airplane},
         {"stored", "wlan|wwan TEXT | missing | type sz|expand|multi|unterminated|dword|binary DATA",

@@ -14,6 +14,7 @@ STOP_MS = 1000
 # What is remembered is text that ends in a null.
 STORED_BYTES = {"True": "54007200750065000000", "False": "460061006c00730065000000"}
 TOOK = re.compile(r"took=(\d+)")
+EXIT = re.compile(r"exit=(\d+)")
 
 
 class Failed(Exception):
@@ -65,6 +66,10 @@ class Player:
         self._row(f"{step.text}{during}: {milliseconds} ms")
         if not step.during and milliseconds > STOP_MS:
             raise Failed(f"{step.text} took {milliseconds} ms")
+        # What the service reported is one thing, how its process ended another.
+        ended = EXIT.search(answer)
+        if ended and ended.group(1) != "0":
+            raise Failed(f"the service's process ended with 0x{int(ended.group(1)):08x}")
 
     def _play_expect(self, step):
         self._machine.settle()
