@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
 
 #include "bench/devices.h"
 #include "bench/measure.h"
@@ -39,9 +40,9 @@ class Service {
     }
 
   private:
-    WiredConnections m_wiredConnections;
     // Like the service's own it lives as long as the process.
-    NLMEventHandler* m_events = new NLMEventHandler(&Devices::Manager(), &m_wiredConnections);
+    NLMEventHandler* m_events =
+        new NLMEventHandler(&Devices::Manager(), std::make_shared<WiredConnections>());
 };
 
 /// Nanoseconds from the start of `plug` to its last switch of a PHY.

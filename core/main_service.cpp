@@ -32,7 +32,7 @@ void ReleaseSink(Sink*& sink) {
 
 CMainService::CMainService() : CServiceBase(ServiceNames::kService) {
     const LogScope log("CMainService::CMainService");
-    m_wiredConnections.clear();
+    m_wiredConnections->clear();
     // Without the event the service still runs: the cleared running flag ends the watcher, too.
     static_cast<void>(CreateAirplaneWatcherEvent(log));
 }

@@ -7,6 +7,7 @@
 #include <wrl/client.h>
 
 #include <atomic>
+#include <memory>
 
 #include "network/nlm_event_handler.h"
 #include "network/wired_connections.h"
@@ -60,7 +61,8 @@ class CMainService : public CServiceBase {
 
     // The order is that of the tear-down of subscriptions, and the reverse of what the destructor
     // releases when the service was never stopped.
-    WiredConnections m_wiredConnections;
+    /// Shared with the event handler and the worker, which may outlive this object.
+    std::shared_ptr<WiredConnections> m_wiredConnections = std::make_shared<WiredConnections>();
     Microsoft::WRL::ComPtr<IConnectionPoint> m_networkListManagerEvents;
     Microsoft::WRL::ComPtr<IConnectionPoint> m_networkConnectionEvents;
     Microsoft::WRL::ComPtr<IConnectionPoint> m_networkEvents;

@@ -83,7 +83,7 @@ void CMainService::SubscribeToNetworkEvents(const LogScope& log, const ComPtr<IN
 
 ComPtr<NLMEventHandler> CMainService::CreateNetworkEventHandler(const LogScope& log,
                                                                 INetworkListManager* manager) {
-    ComPtr<NLMEventHandler> handler(new (std::nothrow) NLMEventHandler(manager, &m_wiredConnections));
+    ComPtr<NLMEventHandler> handler(new (std::nothrow) NLMEventHandler(manager, m_wiredConnections));
     if (handler == nullptr) {
         log.Error(L"NLMEventHandler creation failed with error: 0x%08X", E_OUTOFMEMORY);
         return handler;

@@ -116,9 +116,10 @@ bool CMainService::SetUpWlan(const LogScope& log) {
     if (RegisterWlanNotification(&kRegister) != ERROR_SUCCESS) {
         log.Error(L"RegisterWlanNotification (register) failed");
     }
-    // The worker's own reference: a stop may clear the field at any moment.
+    // The worker's own references: a stop may clear the field at any moment, and the service may end.
     const ComPtr<INetworkListManager> manager = m_networkListManager;
-    NLMUtils::PrintNetworkConnections(manager.Get(), &m_wiredConnections);
+    const std::shared_ptr<WiredConnections> wiredConnections = m_wiredConnections;
+    NLMUtils::PrintNetworkConnections(manager.Get(), wiredConnections.get());
     LogWhetherNetworkIsAlive(log);
     return true;
 }
@@ -160,7 +161,7 @@ bool CMainService::SetUpWwan(const LogScope& log) {
         return false;
     }
     CoreSteps::WaitForWwanAutoConfig(log);
-    // The worker's own reference: a stop may clear the field at any moment.
+    // The worker's own references: a stop may clear the field at any moment, and the service may end.
     const ComPtr<IMbnInterfaceManager> manager = m_mbnInterfaceManager;
     PublishMbnInterfaceManager(manager);
     if (!FindWwanDevice(log)) {

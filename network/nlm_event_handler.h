@@ -4,6 +4,7 @@
 #include <netlistmgr.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
 
 #include "network/wired_connections.h"
@@ -21,9 +22,10 @@ class NLMEventHandler : public INetworkListManagerEvents,
                         public INetworkEvents,
                         public INetworkConnectionEvents {
   public:
-    /// Neither argument is owned; both outlive the events. `wiredConnections` may be null: then
+    /// The manager is not owned, and outlives the events. `wiredConnections` may be null: then
     /// nothing is remembered.
-    NLMEventHandler(INetworkListManager* networkListManager, WiredConnections* wiredConnections);
+    NLMEventHandler(INetworkListManager* networkListManager,
+                    std::shared_ptr<WiredConnections> wiredConnections);
     NLMEventHandler(const NLMEventHandler&) = delete;
     NLMEventHandler& operator=(const NLMEventHandler&) = delete;
 
@@ -65,7 +67,7 @@ class NLMEventHandler : public INetworkListManagerEvents,
     /// A plain integer, changed without interlocked operations, on purpose.
     ULONG m_references = 0;
     INetworkListManager* m_networkListManager;
-    WiredConnections* m_wiredConnections;
+    std::shared_ptr<WiredConnections> m_wiredConnections;
 
   private:
     /// Gives back the buffer of the adapter list, under the Ethernet-check lock.

@@ -1,11 +1,18 @@
+#include <cstddef>
+#include <new>
+
 #include "core/main_service.h"
 #include "service/command_line.h"
 
 namespace {
 
 void RunService() {
-    CMainService service;
-    RunUntilStopped(service);
+    // A stop waits for no thread. One that is still at work after the service's end must not find
+    // its flags overwritten, so their place is never used for anything else.
+    alignas(CMainService) static std::byte place[sizeof(CMainService)];
+    auto* const service = ::new (place) CMainService;
+    RunUntilStopped(*service);
+    service->~CMainService();
 }
 
 }  // namespace

@@ -171,7 +171,7 @@ TEST_F(MainServiceTest, ConstructionSurvivesAMissingStopEvent) {
 
 TEST_F(MainServiceTest, NewServiceHoldsNothing) {
     const OpenService service;
-    EXPECT_THAT(service.m_wiredConnections, IsEmpty());
+    EXPECT_THAT(*service.m_wiredConnections, IsEmpty());
     EXPECT_EQ(service.m_networkListManagerEvents, nullptr);
     EXPECT_EQ(service.m_networkConnectionEvents, nullptr);
     EXPECT_EQ(service.m_networkEvents, nullptr);
@@ -494,13 +494,13 @@ TEST_F(MainServiceTest, StopClearsEveryField) {
 TEST_F(MainServiceTest, StopKeepsCookiesWiredConnectionsAndTheStopEvent) {
     OpenService service;
     Fill(service, kEverything);
-    service.m_wiredConnections.insert(L"{wired}");
+    service.m_wiredConnections->insert(L"{wired}");
     Stop(service);
     EXPECT_EQ(service.m_networkListManagerCookie, 11U);
     EXPECT_EQ(service.m_networkConnectionCookie, 12U);
     EXPECT_EQ(service.m_networkCookie, 13U);
     EXPECT_EQ(service.m_mbnRadioCookie, 14U);
-    EXPECT_THAT(service.m_wiredConnections, ElementsAre(L"{wired}"));
+    EXPECT_THAT(*service.m_wiredConnections, ElementsAre(L"{wired}"));
     EXPECT_TRUE(service.m_airplaneWatcherEvent);
     EXPECT_EQ(WaitForSingleObject(service.m_airplaneWatcherEvent.Get(), 0), DWORD{WAIT_OBJECT_0});
 }

@@ -92,7 +92,7 @@ TEST_F(NetworkSubscriptionTest, HandlerKnowsTheManagerAndTheWiredConnections) {
     ASSERT_NE(service.m_networkEventHandler, nullptr);
     EXPECT_EQ(Inside(*service.m_networkEventHandler).m_networkListManager,
               service.m_networkListManager.Get());
-    EXPECT_EQ(Inside(*service.m_networkEventHandler).m_wiredConnections, &service.m_wiredConnections);
+    EXPECT_EQ(Inside(*service.m_networkEventHandler).m_wiredConnections, service.m_wiredConnections);
     // Borrowed: the service's own reference is the only one left.
     EXPECT_EQ(world.listManager.References(), 1);
 }
@@ -122,7 +122,7 @@ TEST_F(NetworkSubscriptionTest, EventsOfAPlugReachTheWiredConnections) {
     EXPECT_EQ(
         events->NetworkConnectionConnectivityChanged(cable.connectionId, NLM_CONNECTIVITY_IPV4_INTERNET),
         S_OK);
-    EXPECT_THAT(service.m_wiredConnections, ElementsAre(NetworkTests::ConnectionText(1)));
+    EXPECT_THAT(*service.m_wiredConnections, ElementsAre(NetworkTests::ConnectionText(1)));
 }
 
 /// One step that fails, what it logs and what was called until then.

@@ -176,7 +176,7 @@ TEST_F(StartUpWorkerTest, CablesOfTheStartJoinTheWiredConnections) {
     world.adapterAddresses.Set({{NetworkTests::AdapterName(1), NetworkTests::kEthernet},
                                 {NetworkTests::AdapterName(2), NetworkTests::kWifi}});
     RunWorker();
-    EXPECT_THAT(service.m_wiredConnections, ElementsAre(NetworkTests::ConnectionText(1)));
+    EXPECT_THAT(*service.m_wiredConnections, ElementsAre(NetworkTests::ConnectionText(1)));
 }
 
 TEST_F(StartUpWorkerTest, DeadNetworkIsOnlyLogged) {
