@@ -61,7 +61,7 @@ class CMainService : public CServiceBase {
 
     // The order is that of the tear-down of subscriptions, and the reverse of what the destructor
     // releases when the service was never stopped.
-    /// Shared with the event handler and the worker, which may outlive this object.
+    // The first is shared with the event handler and the worker, which may outlive this object.
     std::shared_ptr<WiredConnections> m_wiredConnections = std::make_shared<WiredConnections>();
     Microsoft::WRL::ComPtr<IConnectionPoint> m_networkListManagerEvents;
     Microsoft::WRL::ComPtr<IConnectionPoint> m_networkConnectionEvents;

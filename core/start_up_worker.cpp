@@ -161,7 +161,7 @@ bool CMainService::SetUpWwan(const LogScope& log) {
         return false;
     }
     CoreSteps::WaitForWwanAutoConfig(log);
-    // The worker's own references: a stop may clear the field at any moment, and the service may end.
+    // The worker's own reference: a stop may clear the field at any moment.
     const ComPtr<IMbnInterfaceManager> manager = m_mbnInterfaceManager;
     PublishMbnInterfaceManager(manager);
     if (!FindWwanDevice(log)) {

@@ -19,6 +19,7 @@
 #include "platform/wlan_notifications.h"
 #include "radio/wlan_radio.h"
 #include "tests/core/core_world.h"
+#include "tests/support/at_each_log_line.h"
 #include "tests/support/run_on_thread.h"
 #include "tests/support/throw_from_log_line.h"
 
@@ -619,46 +620,11 @@ TYPED_TEST(ThrownOutOfNotification, CallbackCatchesWhatComesBeforeItsLock) {
     this->ExpectLockFree();
 }
 
-/// Does something at each line before it goes to the log as it was, for a scope.
-class AtEachLine {
-  public:
-    using Action = std::function<void(const Orva::Shared::CorvaLogListener::LogData&)>;
-
-    explicit AtEachLine(Action action) : m_outer(std::move(Orva::Shared::LoggerHolder())) {
-        Orva::Shared::CorvaLogListener* const listener = new Listener(*m_outer, std::move(action));
-        Orva::Shared::LoggerHolder() = std::make_unique<Orva::Shared::CorvaLogger>(&listener, 1);
-    }
-    AtEachLine(const AtEachLine&) = delete;
-    AtEachLine& operator=(const AtEachLine&) = delete;
-    ~AtEachLine() { Orva::Shared::LoggerHolder() = std::move(m_outer); }
-
-  private:
-    class Listener final : public Orva::Shared::CorvaLogListener {
-      public:
-        Listener(Orva::Shared::CorvaLogger& outer, Action action)
-            : CorvaLogListener(PolicyLevels::kIgnore), m_outer(outer), m_action(std::move(action)) {}
-
-        void Log(const Orva::Shared::CorvaLogListener::LogData& entry) override {
-            m_action(entry);
-            const std::string function(entry.FunctionName());
-            const std::wstring message(entry.Message());
-            m_outer.Write(entry.GetLevel(), function.c_str(), L"%s", message.c_str());
-        }
-        [[nodiscard]] int GetType() const override { return Orva::Shared::ListenerType::kDebug; }
-
-      private:
-        Orva::Shared::CorvaLogger& m_outer;
-        Action m_action;
-    };
-
-    std::unique_ptr<Orva::Shared::CorvaLogger> m_outer;
-};
-
 TEST_F(WlanNotificationsTest, LockIsFreeBeforeAnExceptionIsLogged) {
     constexpr std::chrono::seconds kPatience{5};
     bool hasThrown = false;
     {
-        const AtEachLine lines([&](const Orva::Shared::CorvaLogListener::LogData& entry) {
+        const Rig::AtEachLogLine lines([&](const Orva::Shared::CorvaLogListener::LogData& entry) {
             if (entry.GetLevel() == Orva::Shared::Level::kError) {
                 // Another notification gets through while the line is still to be written.
                 Rig::RunOnThread([] { NotifyNetworkAvailable(); }, Rig::Apartment::kNone, kPatience);
