@@ -80,7 +80,12 @@ std::string StateName(const ServiceState& state) {
 
 void StartInstalled(const std::wstring& name) {
     const ScHandle service = OpenInstalled(name);
-    if (StartServiceW(service.Get(), 0, nullptr) == FALSE) {
+    if (StartServiceW(service.Get(), 0, nullptr) != FALSE) {
+        return;
+    }
+    // Wine's manager says "internal error" when a process of many thousand was lost before it started.
+    const bool wasLost = GetLastError() == ERROR_INTERNAL_ERROR;
+    if (!wasLost || StartServiceW(service.Get(), 0, nullptr) == FALSE) {
         Fail("StartService " + Narrow(name), GetLastError());
     }
 }
