@@ -26,8 +26,8 @@ bool OpenWatchedKey(Platform::UniqueRegistryKey& key) {
     return true;
 }
 
-bool ArmNotification(const Platform::UniqueRegistryKey& key, const Platform::UniqueHandle& event) {
-    return RegNotifyChangeKeyValue(key.Get(), TRUE, kWatchedChanges, event.Get(), TRUE) == ERROR_SUCCESS;
+bool ArmNotification(const Platform::UniqueRegistryKey& key, HANDLE event) {
+    return RegNotifyChangeKeyValue(key.Get(), TRUE, kWatchedChanges, event, TRUE) == ERROR_SUCCESS;
 }
 
 void SwitchWlanOffInAirplaneMode(const LogScope& log) {
@@ -78,7 +78,7 @@ bool CMainService::WaitForRadioStateChange(const LogScope& log, Platform::Unique
     if (!m_airplaneWatcherEvent && !CreateAirplaneWatcherEvent(log)) {
         return false;
     }
-    return ArmNotification(key, m_airplaneWatcherEvent) &&
+    return ArmNotification(key, m_airplaneWatcherEvent.Get()) &&
            WaitForSingleObject(m_airplaneWatcherEvent.Get(), INFINITE) == WAIT_OBJECT_0;
 }
 

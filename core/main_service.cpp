@@ -41,7 +41,7 @@ CMainService::~CMainService() {
     const LogScope log("CMainService::~CMainService");
     if (m_airplaneWatcherEvent.TryClose() != ERROR_SUCCESS) {
         // Its owner would only try once more; what cannot be closed goes with the process.
-        static_cast<void>(m_airplaneWatcherEvent.Detach());
+        m_airplaneWatcherEvent.Abandon();
     }
     // The WLAN handle is OnStop's to close. One that is still there could not be closed, or was
     // opened by a worker that outran the stop; it goes with the process.
@@ -98,12 +98,13 @@ bool CMainService::CreateAirplaneWatcherEvent(const LogScope& log) {
         log.Error(L"CreateEvent (AirPlaneWatcherEvent) failed with error %d", GetLastError());
         return false;
     }
-    m_airplaneWatcherEvent = std::move(event);
+    m_airplaneWatcherEvent.Reset(std::move(event));
     return true;
 }
 
 void CMainService::SignalAirplaneWatcher(const LogScope& log) {
-    if (m_airplaneWatcherEvent && SetEvent(m_airplaneWatcherEvent.Get()) == FALSE) {
+    const HANDLE event = m_airplaneWatcherEvent.Get();
+    if (event != nullptr && SetEvent(event) == FALSE) {
         log.Error(L"Airplane Watcher Event Set failed with error %d", GetLastError());
     }
 }

@@ -76,7 +76,7 @@ class CMainService : public CServiceBase {
     NLMEventHandler* m_networkEventHandler = nullptr;  ///< one reference, released by `OnStop`
     CMbnSinks* m_mbnSinks = nullptr;                   ///< one reference, released by `OnStop`
     std::atomic<bool> m_running{false};
-    Platform::UniqueHandle m_airplaneWatcherEvent;
+    Platform::SharedHandle m_airplaneWatcherEvent;  ///< closed by the watcher, or else at the end
     Platform::UniqueWlanHandle m_wlanHandle;
 
   private:

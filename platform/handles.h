@@ -4,6 +4,7 @@
 #include <oleauto.h>
 #include <wlanapi.h>
 
+#include <atomic>
 #include <new>
 #include <utility>
 
@@ -100,6 +101,41 @@ struct HandleTraits {
 };
 /// Kernel object handle of which "none" is null (events, mutexes, threads, tokens).
 using UniqueHandle = UniqueResource<HandleTraits>;
+
+/// The same for a handle that several threads look at and one of them closes: whichever comes first,
+/// the others find none. Any thread.
+class SharedHandle {
+  public:
+    SharedHandle() noexcept = default;
+    SharedHandle(const SharedHandle&) = delete;
+    SharedHandle& operator=(const SharedHandle&) = delete;
+    ~SharedHandle() { Reset(); }
+
+    [[nodiscard]] HANDLE Get() const noexcept { return m_value; }
+    explicit operator bool() const noexcept { return Get() != nullptr; }
+
+    /// Closes what is held and takes over what `handle` holds.
+    void Reset(UniqueHandle handle = {}) noexcept {
+        const UniqueHandle old(m_value.exchange(handle.Detach()));
+    }
+
+    /// Closes the handle and reports how that went: ERROR_SUCCESS, also when there was none, or the
+    /// Win32 error. A handle that could not be closed is kept.
+    [[nodiscard]] DWORD TryClose() {
+        UniqueHandle taken(m_value.exchange(nullptr));
+        const DWORD error = taken.TryClose();
+        if (error != ERROR_SUCCESS) {
+            m_value = taken.Detach();
+        }
+        return error;
+    }
+
+    /// Forgets the handle.
+    void Abandon() noexcept { m_value = nullptr; }
+
+  private:
+    std::atomic<HANDLE> m_value{nullptr};
+};
 
 struct FindHandleTraits {
     using Value = HANDLE;

@@ -2,7 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <stdexcept>
+#include <thread>
 #include <vector>
 
 #include "tests/support/ledger.h"
@@ -300,6 +302,65 @@ TEST_F(HandleTypesTest, VariantIsClearedAtTheEnd) {
         EXPECT_EQ(ledger.Outstanding(Rig::Kind::kBstr), 1);
     }
     EXPECT_TRUE(ledger.Balanced());
+}
+
+Platform::UniqueHandle MakeEvent() {
+    return Platform::UniqueHandle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+}
+
+TEST(SharedHandleTest, OnlyTheFirstToCloseItDoes) {
+    Platform::SharedHandle shared;
+    EXPECT_FALSE(shared);
+    shared.Reset(MakeEvent());
+    const HANDLE event = shared.Get();
+    std::atomic<int> closed = 0;
+    {
+        // Left open, so that its value is not given to anything else meanwhile.
+        const Rig::ScopedImport<&::CloseHandle> closes{[&](HANDLE handle) { return handle == event; },
+                                                       [&](HANDLE) -> BOOL {
+                                                           ++closed;
+                                                           return TRUE;
+                                                       }};
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 4; ++i) {
+            threads.emplace_back([&] { EXPECT_EQ(shared.TryClose(), DWORD{ERROR_SUCCESS}); });
+        }
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+        shared.Reset();
+    }
+    EXPECT_FALSE(shared);
+    EXPECT_EQ(closed, 1);
+    CloseHandle(event);
+}
+
+TEST(SharedHandleTest, HandleThatCannotBeClosedIsKept) {
+    Platform::SharedHandle shared;
+    shared.Reset(MakeEvent());
+    const HANDLE event = shared.Get();
+    {
+        const Rig::ScopedImport<&::CloseHandle> fails{[](HANDLE) -> BOOL {
+            SetLastError(ERROR_ACCESS_DENIED);
+            return FALSE;
+        }};
+        EXPECT_EQ(shared.TryClose(), DWORD{ERROR_ACCESS_DENIED});
+    }
+    EXPECT_EQ(shared.Get(), event);
+    EXPECT_EQ(shared.TryClose(), DWORD{ERROR_SUCCESS});
+    EXPECT_FALSE(shared);
+}
+
+TEST(SharedHandleTest, AbandonedHandleStaysOpen) {
+    HANDLE event = nullptr;
+    {
+        Platform::SharedHandle shared;
+        shared.Reset(MakeEvent());
+        event = shared.Get();
+        shared.Abandon();
+    }
+    EXPECT_NE(SetEvent(event), FALSE);
+    CloseHandle(event);
 }
 
 }  // namespace
