@@ -22,6 +22,8 @@ def arguments():
     parser.add_argument("scenarios", nargs="*", help="names or files; all when there are none")
     parser.add_argument("--repeat", type=int, default=1, metavar="N", help="plays each so often")
     parser.add_argument("--jobs", type=int, default=2, metavar="N", help="notebooks side by side")
+    parser.add_argument("--second-chance", action="store_true",
+                        help="plays what failed once more, on a fresh notebook, before it counts as failed")
     parser.add_argument("--record", action="store_true", help="writes the log sections anew, to be read")
     parser.add_argument("--verbose", action="store_true", help="tells every scenario's story")
     parser.add_argument("--programs", default=ROOT / "build/cross/bin", help="where the programs are")
@@ -42,7 +44,7 @@ class Runner:
         self._options = options
         self._waiting = queue.SimpleQueue()
         for path in rounds:
-            self._waiting.put(path)
+            self._waiting.put((path, options.second_chance))
         self._print = threading.Lock()
         self.passed = 0
         self.failed = 0
@@ -61,7 +63,7 @@ class Runner:
             while not self._waiting.empty():
                 with Machine(prefix, self._options.programs) as machine:
                     # After a failure the notebook may be in any state: the next scenario gets a new one.
-                    while self._play(machine, self._waiting.get_nowait()):
+                    while self._play(machine, *self._waiting.get_nowait()):
                         pass
         except queue.Empty:
             pass
@@ -69,7 +71,7 @@ class Runner:
             with self._print:
                 traceback.print_exc()
 
-    def _play(self, machine, path):
+    def _play(self, machine, path, has_second_chance):
         story = []
         failure = None
         try:
@@ -79,9 +81,12 @@ class Runner:
         with self._print:
             if failure is None:
                 self.passed += 1
+            elif has_second_chance:
+                self._waiting.put((path, False))
             else:
                 self.failed += 1
-            print(f"{'FAILED' if failure else 'passed'}  {path.stem}", flush=True)
+            outcome = "passed" if failure is None else "again " if has_second_chance else "FAILED"
+            print(f"{outcome}  {path.stem}", flush=True)
             if failure or self._options.verbose:
                 print("\n".join("    " + line for line in story), flush=True)
             if failure:
