@@ -89,9 +89,19 @@ wine_boot() {
     WINEPREFIX=$prefix setsid "$WINE_SERVER" --foreground --persistent \
         </dev/null >/dev/null 2>&1 7>&- 8>&- 9>&- &
     pid=$!
-    wine_quiet "$prefix" cmd.exe /c exit || return 1
+    wine_first_program "$prefix" || return 1
     process_start_time "$pid" || return 1
     echo "$pid $PROCESS_START_TIME" >"$prefix.server"
+}
+
+# The first program of a prefix; one that comes while the server is not listening yet may give up.
+wine_first_program() {
+    local attempt
+    for attempt in {1..5}; do
+        wine_quiet "$1" cmd.exe /c exit && return 0
+        sleep 0.5
+    done
+    return 1
 }
 
 # wine_make_template: makes the prefix that all others are copied from, unless it is there.
