@@ -20,7 +20,10 @@ else()
     -static -municode -fstack-protector-strong -Wl,--dynamicbase,--high-entropy-va,--nxcompat)
   if(LINKVANE_UBSAN)
     target_compile_options(linkvane_options INTERFACE
-      $<$<COMPILE_LANGUAGE:CXX>:-fsanitize=undefined -fsanitize-undefined-trap-on-error>)
+      $<$<COMPILE_LANGUAGE:CXX>:-fsanitize=undefined -fsanitize-undefined-trap-on-error>
+      # Windows' enumerations arrive with any number in them. Without -fstrict-enums, which is never
+      # given, they are as wide as their type for g++, as they are for Microsoft's compiler.
+      $<$<COMPILE_LANGUAGE:CXX>:-fno-sanitize=enum>)
   endif()
   if(LINKVANE_COVERAGE)
     target_compile_options(linkvane_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:--coverage>)

@@ -25,7 +25,10 @@ GuardedBlock::GuardedBlock(std::size_t bytes) {
     if (readable > 0) {
         VirtualAlloc(m_pages, readable, MEM_COMMIT, PAGE_READWRITE);
     }
-    m_start = static_cast<std::byte*>(m_pages) + readable - bytes;
+    // Aligned as Windows' records are, so up to three bytes behind an odd one can be read.
+    constexpr std::size_t kAlignment = alignof(WLAN_RADIO_STATE);
+    m_start =
+        static_cast<std::byte*>(m_pages) + readable - (bytes + kAlignment - 1) / kAlignment * kAlignment;
 }
 
 GuardedBlock::~GuardedBlock() {
