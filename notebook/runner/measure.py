@@ -70,7 +70,7 @@ class Table:
 
     def __init__(self):
         self.all_within = True
-        print(f"\n{'':70}{'measured':>18}  {"wanted":14}", flush=True)
+        print(f"\n{'':70}{'measured':>18}  {'wanted':14}", flush=True)
 
     def row(self, what, measured, wanted="", within=True):
         self.all_within = self.all_within and within
