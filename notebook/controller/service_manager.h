@@ -24,7 +24,7 @@ std::string StateName(const ServiceState& state);
 /// The operations below throw `CommandError` when the manager refuses.
 void StartInstalled(const std::wstring& name);
 /// Sends a control. Returns false when the manager gave up waiting for the handler (error 1053):
-/// the handler goes on.
+/// the handler goes on. A process that ended over its control counts as one that answered.
 bool SendControl(const std::wstring& name, DWORD control);
 /// Waits until the service is in the state; returns whether it came to be.
 bool WaitForState(const std::wstring& name, DWORD state, DWORD milliseconds);

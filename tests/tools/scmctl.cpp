@@ -85,13 +85,23 @@ int Start(const wchar_t* name) {
     return StartServiceW(service.Get(), 0, nullptr) != FALSE ? 0 : Fail("StartService");
 }
 
+/// Sends a control; false with the last error set when the manager refuses it.
+bool Send(SC_HANDLE service, DWORD code) {
+    SERVICE_STATUS status{};
+    if (ControlService(service, code, &status) != FALSE) {
+        return true;
+    }
+    // Wine's dispatcher answers from a thread of its own: a process that ends as soon as it has
+    // reported STOPPED may be gone before its answer. How it ended is for the caller to ask.
+    return code == SERVICE_CONTROL_STOP && GetLastError() == ERROR_BROKEN_PIPE;
+}
+
 int Control(const wchar_t* name, DWORD code, DWORD access) {
     const UniqueServiceHandle service = Open(name, access);
     if (!service) {
         return Fail("OpenService");
     }
-    SERVICE_STATUS status{};
-    return ControlService(service.Get(), code, &status) != FALSE ? 0 : Fail("ControlService");
+    return Send(service.Get(), code) ? 0 : Fail("ControlService");
 }
 
 int State(const wchar_t* name) {
@@ -153,8 +163,7 @@ int End(const wchar_t* name, DWORD patienceMilliseconds) {
     if (!process) {
         return Fail("OpenProcess");
     }
-    SERVICE_STATUS status{};
-    if (ControlService(service.Get(), SERVICE_CONTROL_STOP, &status) == FALSE) {
+    if (!Send(service.Get(), SERVICE_CONTROL_STOP)) {
         return Fail("ControlService");
     }
     if (WaitForSingleObject(process.Get(), patienceMilliseconds) != WAIT_OBJECT_0) {
@@ -164,6 +173,7 @@ int End(const wchar_t* name, DWORD patienceMilliseconds) {
     if (GetExitCodeProcess(process.Get(), &exitCode) == FALSE) {
         return Fail("GetExitCodeProcess");
     }
+    SERVICE_STATUS status{};
     if (QueryServiceStatus(service.Get(), &status) == FALSE) {
         return Fail("QueryServiceStatus");
     }
