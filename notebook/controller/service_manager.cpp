@@ -83,7 +83,8 @@ void StartInstalled(const std::wstring& name) {
     if (StartServiceW(service.Get(), 0, nullptr) != FALSE) {
         return;
     }
-    // Wine's manager says "internal error" when a process of many thousand was lost before it started.
+    // Wine's manager says "internal error" when the process was lost before it started, which happens
+    // where the kernel's random addresses cannot be switched off.
     const bool wasLost = GetLastError() == ERROR_INTERNAL_ERROR;
     if (!wasLost || StartServiceW(service.Get(), 0, nullptr) == FALSE) {
         Fail("StartService " + Narrow(name), GetLastError());

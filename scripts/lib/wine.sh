@@ -19,6 +19,16 @@ WINE_SERVER=$WINE_LIB/wineserver64
 readonly WINE_BOOT_TIMEOUT=180
 readonly WINE_POOL_LIMIT=64
 
+# How a program is started. The kernel chooses at random where the loader's heap begins: once in some
+# thousand starts on the page that Wine must have for the data shared by all processes, and Wine gives
+# up with status 1 and no word. Everything that the program starts inherits the switch. (Where it is
+# refused, as in some containers, programs start without it.)
+WINE_START=("$WINE_LOADER")
+if setarch --addr-no-randomize true 2>/dev/null; then
+    WINE_START=(setarch --addr-no-randomize "$WINE_LOADER")
+fi
+readonly WINE_START
+
 # The environment of every Wine process. Crash dialogues, .NET and HTML are switched off: a crash
 # must end the process with its exit code at once, and nothing here needs the other two.
 wine_environment() {
@@ -34,13 +44,6 @@ wine_environment() {
     unset DISPLAY WAYLAND_DISPLAY
 }
 
-# wine_in PREFIX PROGRAM ARGS...: runs a program in a prefix that is up.
-wine_in() {
-    local prefix=$1
-    shift
-    WINEPREFIX=$prefix "$WINE_LOADER" "$@"
-}
-
 # wine_quiet PREFIX PROGRAM ARGS...: the same, for a process that may start others which stay:
 # those inherit its input and output, and whoever reads from a pipe would wait for them. They also
 # inherit its environment, which therefore holds only what they need, and no file locks of ours.
@@ -53,7 +56,7 @@ wine_quiet() {
         TMPDIR="$TMPDIR" LC_ALL="$LC_ALL" WINEPREFIX="$prefix" WINEDEBUG="$WINEDEBUG" \
         WINEDLLOVERRIDES="$WINEDLLOVERRIDES" WINEARCH="$WINEARCH" \
         WINELOADER="$WINELOADER" WINESERVER="$WINESERVER" \
-        "$WINE_LOADER" "$@" </dev/null >/dev/null 2>&1 7>&- 8>&- 9>&-
+        "${WINE_START[@]}" "$@" </dev/null >/dev/null 2>&1 7>&- 8>&- 9>&-
 }
 
 # The time at which a process started, from the kernel; a failure when it is gone. With it a process
