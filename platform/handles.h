@@ -166,7 +166,8 @@ struct RegistryKeyTraits {
     static Value None() noexcept { return nullptr; }
     static DWORD Close(Value value) { return static_cast<DWORD>(RegCloseKey(value)); }
 };
-/// Open registry key; never a predefined one.
+/// Open registry key. (A predefined key that was opened anew, without a subkey, may be closed too: the
+/// process opens it again when it is next used.)
 using UniqueRegistryKey = UniqueResource<RegistryKeyTraits>;
 
 struct WlanHandleTraits {

@@ -8,7 +8,7 @@
 /// its own; callable on any thread.
 class Registry {
   public:
-    /// `root` is a predefined key; it is not closed.
+    /// `root` is a predefined key.
     explicit Registry(HKEY root) noexcept : m_root(root) {}
 
     /// The text of a REG_SZ or REG_EXPAND_SZ value (not expanded). Empty on any failure and for a

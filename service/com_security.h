@@ -3,7 +3,7 @@
 #include <windows.h>
 
 /// Sets the process-wide COM security, so that the event sinks accept calls from the system,
-/// administrators and users. Works once a process; later calls do nothing. Call it before any
-/// other thread of the process uses COM. Returns the failing call's HRESULT, or S_OK; every
-/// failure is logged and none is fatal.
+/// administrators and users. Once it has worked, later calls leave COM's security alone. Call it
+/// before any other thread of the process uses COM. Returns the failing call's HRESULT, or S_OK, and
+/// logs it; none is fatal. What cannot be put into the descriptor is left out of it.
 HRESULT InitializeSecurity();

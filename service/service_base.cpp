@@ -1,7 +1,6 @@
 #include "service/service_base.h"
 
 #include <array>
-#include <iterator>
 
 #include "logging/format.h"
 #include "platform/handles.h"

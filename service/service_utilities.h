@@ -4,8 +4,8 @@
 
 #include <string>
 
-/// Helpers over this and other services. Callable on any thread; nothing is thrown, every failure
-/// is logged.
+/// Helpers over this and other services. Callable on any thread; nothing is thrown. Failures are
+/// logged, but for a path that is not known or too long and a service's status that cannot be read.
 namespace Utils {
 
 /// Answers of `IsServicePresent` and `WaitforServiceToStartRunning`.
