@@ -31,7 +31,7 @@ std::wstring ConvertToText(Platform::UniqueVariant& value) {
         return TextOf(value.Get());
     }
     Platform::UniqueVariant text;
-    const HRESULT result = VariantChangeType(text.Put(), value.Put(), 0, VT_BSTR);
+    const HRESULT result = VariantChangeType(text.Address(), value.Address(), 0, VT_BSTR);
     if (FAILED(result)) {
         throw _com_error(result);
     }
@@ -132,7 +132,7 @@ HRESULT BIOSWmiClient::GetPropertyValue(std::wstring& value) {
     }
     Platform::UniqueVariant property;
     const HRESULT result =
-        m_currentObject->Get(BiosVocabulary::kValueProperty, 0, property.Put(), nullptr, nullptr);
+        m_currentObject->Get(BiosVocabulary::kValueProperty, 0, property.Address(), nullptr, nullptr);
     if (FAILED(result)) {
         return result;
     }

@@ -6,12 +6,22 @@ find_program(CLANG_FORMAT clang-format)
 find_program(CLANG_TIDY clang-tidy)
 mark_as_advanced(CLANG_FORMAT CLANG_TIDY)
 
+# A target that cannot do its work says so, and fails.
+function(linkvane_add_missing_check name tool)
+  add_custom_target(${name}
+    COMMAND ${CMAKE_COMMAND} -E echo "${tool} was not found; install it and run cmake --fresh --preset cross"
+    COMMAND ${CMAKE_COMMAND} -E false
+    VERBATIM)
+endfunction()
+
 if(CLANG_FORMAT AND NOT CMAKE_HOST_WIN32)
   add_custom_target(check-format
     COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/scripts/check-format
       ${CLANG_FORMAT} ${CMAKE_BINARY_DIR}/checks/format.stamp
     COMMENT "Checking the formatting"
     VERBATIM)
+else()
+  linkvane_add_missing_check(check-format clang-format)
 endif()
 
 # clang reads the sources as the cross compiler does: same target, same C++ library, same Windows
@@ -37,9 +47,7 @@ endfunction()
 function(linkvane_add_tidy_check)
   linkvane_clang_flags(clang_flags)
   get_target_property(sources linkvane SOURCES)
-  if(TARGET LinkvaneService)
-    list(APPEND sources ${CMAKE_CURRENT_SOURCE_DIR}/service/main.cpp)
-  endif()
+  list(APPEND sources ${CMAKE_CURRENT_SOURCE_DIR}/service/main.cpp)
   set(folders "$<TARGET_PROPERTY:linkvane,INCLUDE_DIRECTORIES>")
   set(definitions "$<TARGET_PROPERTY:linkvane,COMPILE_DEFINITIONS>")
   # Each of the two becomes a list when the build files are written; until then it must stay whole.
@@ -74,4 +82,6 @@ endfunction()
 
 if(CLANG_TIDY AND MINGW)
   linkvane_add_tidy_check()
+else()
+  linkvane_add_missing_check(check-tidy clang-tidy)
 endif()

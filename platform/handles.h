@@ -8,7 +8,7 @@
 #include <new>
 #include <utility>
 
-/// Owning types for what Windows hands out. Each is move-only, empty at first, and gives its
+/// Owning types for what Windows hands out. None can be copied; each is empty at first and gives its
 /// value back when it is destroyed, whatever way the scope is left.
 namespace Platform {
 
@@ -257,8 +257,8 @@ class UniqueVariant {
     ~UniqueVariant() { VariantClear(&m_value); }
 
     [[nodiscard]] const VARIANT& Get() const noexcept { return m_value; }
-    /// The variant for a function that writes it; what it held is not cleared by this.
-    [[nodiscard]] VARIANT* Put() noexcept { return &m_value; }
+    /// The variant for a function that reads or writes it; what it holds is not cleared by this.
+    [[nodiscard]] VARIANT* Address() noexcept { return &m_value; }
 
   private:
     VARIANT m_value{};

@@ -6,10 +6,10 @@
 build_preset() {
     local preset=$1
     shift
-    cd "$LINKVANE_ROOT"
+    cd "$LINKVANE_ROOT" || return
     if [[ ! -f build/$preset/build.ninja ]]; then
         step "Configure ($preset)"
-        cmake --preset "$preset" >/dev/null
+        cmake --preset "$preset" >/dev/null || return
         say "Build files are in build/$preset."
     fi
     step "Build ($preset)"

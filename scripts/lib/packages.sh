@@ -6,7 +6,7 @@ LINKVANE_PACKAGES=(
     ccache cmake ninja-build          # the build
     g++-mingw-w64-x86-64-posix        # the cross compiler, with its windres and libraries
     googletest                        # the sources in /usr/src/googletest
-    clang-format clang-tidy           # the checks
+    clang-format clang-tidy shellcheck  # the checks
     git python3                       # what is tracked; the end-to-end tests
     wine64                            # the test bed
 )

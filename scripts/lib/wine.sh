@@ -150,15 +150,15 @@ wine_make_prefix() {
     local prefix=$1 template=$LINKVANE_WINE_HOME/template
     wine_make_template || return 1
     wine_stop "$prefix"
-    wine_remove "$prefix"
-    rm -rf "$prefix.new"
-    mkdir -p "$prefix.new/drive_c"
+    wine_remove "$prefix" || return 1
+    rm -rf "$prefix.new" && mkdir -p "$prefix.new/drive_c" || return 1
     # Windows' own files, most of a prefix, are never written to: links cost no space and no time.
-    cp -al "$template/drive_c/windows" "$prefix.new/drive_c/"
-    find "$template/drive_c" -mindepth 1 -maxdepth 1 ! -name windows -exec cp -a -t "$prefix.new/drive_c" {} +
+    cp -al "$template/drive_c/windows" "$prefix.new/drive_c/" || return 1
+    find "$template/drive_c" -mindepth 1 -maxdepth 1 ! -name windows \
+        -exec cp -a -t "$prefix.new/drive_c" {} + || return 1
     # Everything else but the note of where the template's server had its socket.
     find "$template" -mindepth 1 -maxdepth 1 ! -name drive_c ! -name wineserver \
-        -exec cp -a -t "$prefix.new" {} +
+        -exec cp -a -t "$prefix.new" {} + || return 1
     # Renamed only when whole, so that an interrupted copy is never taken for a prefix.
     mv "$prefix.new" "$prefix"
 }

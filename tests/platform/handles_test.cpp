@@ -297,8 +297,8 @@ TEST_F(HandleTypesTest, VariantIsClearedAtTheEnd) {
     {
         Platform::UniqueVariant variant;
         EXPECT_EQ(V_VT(&variant.Get()), VT_EMPTY);
-        V_VT(variant.Put()) = VT_BSTR;
-        V_BSTR(variant.Put()) = SysAllocString(L"text");
+        V_VT(variant.Address()) = VT_BSTR;
+        V_BSTR(variant.Address()) = SysAllocString(L"text");
         EXPECT_EQ(ledger.Outstanding(Rig::Kind::kBstr), 1);
     }
     EXPECT_TRUE(ledger.Balanced());
