@@ -2,6 +2,7 @@
 
 #include <cwchar>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "registry/registry.h"
@@ -13,8 +14,10 @@
 
 namespace {
 
+using RegistryTests::DeleteKeyExFake;
 using RegistryTests::DeletionWatch;
 using RegistryTests::KeepReplaceable;
+using RegistryTests::RealDeleteKeyEx;
 using Rig::Ledger;
 using Rig::RegistryText;
 using Rig::ScopedImport;
@@ -54,6 +57,21 @@ TEST_F(RegistryDeletionTest, TreeIsDeletedDeepestFirst) {
     EXPECT_EQ(Delete(L"Key"), ERROR_SUCCESS);
     EXPECT_THAT(watch.Names(), ElementsAre(L"aaa", L"aa", L"a", L"b", tree.Path(L"Key")));
     EXPECT_FALSE(tree.Exists(L"Key"));
+}
+
+TEST_F(RegistryDeletionTest, KeyIsClosedBeforeItIsDeleted) {
+    tree.Create(L"Key\\a\\aa");
+    RegistryKey parent;
+    ASSERT_EQ(parent.Open(HKEY_LOCAL_MACHINE, tree.Path().c_str(), kReadAndWrite), ERROR_SUCCESS);
+    std::vector<std::pair<std::wstring, int>> keysOpen;
+    const DeleteKeyExFake fake{[&](HKEY key, LPCWSTR name, REGSAM view, DWORD reserved) {
+        keysOpen.emplace_back(name, ledger.Outstanding(Rig::Kind::kRegistryKey));
+        return RealDeleteKeyEx(key, name, view, reserved);
+    }};
+    EXPECT_EQ(parent.DeleteTree(L"Key"), ERROR_SUCCESS);
+    // Only the keys above the deleted one.
+    using Open = std::pair<std::wstring, int>;
+    EXPECT_THAT(keysOpen, ElementsAre(Open(L"aa", 3), Open(L"a", 2), Open(L"Key", 1)));
 }
 
 TEST_F(RegistryDeletionTest, MissingKeyCountsAsDeleted) {

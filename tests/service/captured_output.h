@@ -1,7 +1,10 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <io.h>
 
+#include <array>
+#include <cstdio>
 #include <string>
 
 namespace ServiceTests {
@@ -16,6 +19,21 @@ class CapturedOutput {
         if (!m_taken) {
             testing::internal::GetCapturedStdout();
         }
+    }
+
+    /// What a reader of standard output has seen up to now, with Unix line ends: without anything
+    /// that waits in the stream to be written. Only during a capture.
+    [[nodiscard]] static std::string SoFar() {
+        constexpr std::size_t kBytesAtOnce = 512;
+        const int file = _fileno(stdout);
+        _lseek(file, 0, SEEK_SET);
+        std::array<char, kBytesAtOnce> bytes{};
+        std::string text;
+        for (int count = 0; (count = _read(file, bytes.data(), kBytesAtOnce)) > 0;) {
+            text.append(bytes.data(), static_cast<std::size_t>(count));
+        }
+        _lseek(file, 0, SEEK_END);
+        return text;
     }
 
     /// What was written, with Unix line ends. Ends the capture.

@@ -2,17 +2,22 @@
 
 #include <gmock/gmock.h>
 
+#include <vector>
+
 #include "tests/service/fake_com.h"
+#include "tests/support/at_each_log_line.h"
 #include "tests/support/ledger.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/scoped_import.h"
 
 namespace {
 
+using Rig::AtEachLogLine;
 using Rig::Ledger;
 using Rig::LogRecorder;
 using Rig::ScopedImport;
 using ServiceTests::FakeCom;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using namespace Rig::Lines;
@@ -56,6 +61,46 @@ TEST_F(ComSecurityTest, FailureIsTriedAgainByTheNextCall) {
     com.calls.clear();
     InitializeSecurity();
     EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoInitializeSecurity", "CoUninitialize"));
+}
+
+TEST_F(ComSecurityTest, SidBufferIsFreedBeforeComIsCalled) {
+    const void* buffer = nullptr;
+    const ScopedImport<&::CreateWellKnownSid> create{
+        [&](WELL_KNOWN_SID_TYPE type, PSID domain, PSID sid, DWORD* bytes) {
+            buffer = sid;
+            return create.Original(type, domain, sid, bytes);
+        }};
+    const ScopedImport<&::LocalFree> free{[&](HLOCAL memory) {
+        if (memory == buffer) {
+            com.calls.emplace_back("free");
+        }
+        return free.Original(memory);
+    }};
+    InitializeSecurity();
+    EXPECT_THAT(com.calls, ElementsAre("free", "CoInitializeEx 2", "CoInitializeSecurity", "CoUninitialize"));
+}
+
+TEST_F(ComSecurityTest, DescriptorIsFreedAfterTheClosingLine) {
+    std::vector<HLOCAL> parts;
+    const ScopedImport<&::CoInitializeSecurity> secure{[&](PSECURITY_DESCRIPTOR descriptor, auto... rest) {
+        const auto& fields = *static_cast<const SECURITY_DESCRIPTOR*>(descriptor);
+        parts = {fields.Owner, fields.Group, fields.Dacl};
+        return secure.Original(descriptor, rest...);
+    }};
+    const ScopedImport<&::LocalFree> free{[&](HLOCAL memory) {
+        if (testing::Value(parts, Contains(memory))) {
+            com.calls.emplace_back("free");
+        }
+        return free.Original(memory);
+    }};
+    const AtEachLogLine lines{[&](const auto& entry) {
+        if (entry.GetLevel() == Orva::Shared::Level::kInformation) {
+            com.calls.emplace_back("closing line");
+        }
+    }};
+    InitializeSecurity();
+    EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoInitializeSecurity", "CoUninitialize",
+                                       "closing line", "free", "free", "free"));
 }
 
 /// Secures its process for good, so it takes one of its own.

@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdio>
+#include <cwchar>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -156,6 +158,28 @@ INSTANTIATE_TEST_SUITE_P(Arguments, NoSwitchTest,
                          testing::Values(Arguments{}, Arguments{L""}, Arguments{L"install"},
                                          Arguments{L"remove"}, Arguments{L" -install"},
                                          Arguments{L"x", L"-install"}, Arguments{L"", L"-remove"}));
+
+TEST_F(CommandLineTest, UsageIsWrittenLineByLine) {
+    std::vector<std::wstring> written;
+    const ScopedImport<&::fputws> writes{[&](const wchar_t* text, FILE* stream) {
+        EXPECT_EQ(stream, stdout);
+        written.emplace_back(text);
+        return writes.Original(text, stream);
+    }};
+    Run({});
+    EXPECT_THAT(written, ElementsAre(L"Parameters:\n", L" -install  to install the service.\n",
+                                     L" -remove   to remove the service.\n"));
+}
+
+TEST_F(CommandLineTest, UsageIsPrintedBeforeComIsSecured) {
+    std::vector<std::string> printed;
+    const ScopedImport<&::InitializeSecurityDescriptor> begins{[&](auto... arguments) {
+        printed.push_back(CapturedOutput::SoFar());
+        return begins.Original(arguments...);
+    }};
+    Run({});
+    EXPECT_THAT(printed, ElementsAre(kUsage));
+}
 
 TEST_F(CommandLineTest, ArgumentsBehindTheFirstAreIgnored) {
     EXPECT_EQ(Run({L"-install", L"-remove"}), "LinkvaneService is installed.\n");

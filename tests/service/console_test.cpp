@@ -30,6 +30,12 @@ TEST(Console, PercentSignsOfPlainTextAreNoConversions) {
     EXPECT_EQ(output.Take(), "100%s\n");
 }
 
+TEST(Console, TextIsSeenBeforeItsLineEnds) {
+    const CapturedOutput output;
+    Console::PrintText(L".");
+    EXPECT_EQ(CapturedOutput::SoFar(), ".");
+}
+
 TEST(Console, LongTextIsCut) {
     const std::wstring text(Console::kTextCharacters, L'x');
     CapturedOutput output;

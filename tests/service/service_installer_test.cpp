@@ -112,6 +112,13 @@ TEST_F(ServiceInstallerTest, UnknownPathIsLoggedAndNothingIsPrintedOrRegistered)
     EXPECT_THAT(manager.managerAccess, IsEmpty());
 }
 
+TEST_F(ServiceInstallerTest, UnknownPathWithoutAnErrorIsAFailureAllTheSame) {
+    const ScopedResult<&::GetModuleFileNameW> fails{0, ERROR_SUCCESS};
+    EXPECT_EQ(Install(), "");
+    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"GetModuleFileName failed w/err 0x0000001f")));
+    EXPECT_THAT(manager.managerAccess, IsEmpty());
+}
+
 TEST_F(ServiceInstallerTest, ServiceIsDescribed) {
     Install();
     EXPECT_THAT(manager.descriptions, ElementsAre(L"Linkvane Service"));

@@ -2,8 +2,10 @@
 
 #include <windows.h>
 
+#include <chrono>
 #include <cwchar>
 #include <string>
+#include <vector>
 
 #include "service/service_installer.h"
 #include "tests/service/captured_output.h"
@@ -25,9 +27,13 @@ using Rig::ScopedRegistryTree;
 using Rig::TestClock;
 using ServiceTests::CapturedOutput;
 using ServiceTests::FakeServiceManager;
+using testing::AllOf;
+using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 using namespace Rig::Lines;
+using namespace std::chrono_literals;
 
 constexpr char kName[] = "UninstallService";
 
@@ -82,6 +88,21 @@ TEST_F(ServiceRemovalTest, RememberedStatesAreDeletedAndTheirParentStays) {
     EXPECT_TRUE(remembered.Exists());
 }
 
+TEST_F(ServiceRemovalTest, RemovalIsToldWhenBothRememberedStatesAreGone) {
+    manager.stopError = ERROR_SERVICE_NOT_ACTIVE;
+    std::vector<std::string> seen;
+    {
+        // The last key is closed when the second deletion is over.
+        const ScopedImport<&::RegCloseKey> close{[&](HKEY key) {
+            seen.push_back(CapturedOutput::SoFar());
+            return close.Original(key);
+        }};
+        EXPECT_EQ(Remove(), "LinkvaneService is removed.\n");
+    }
+    EXPECT_THAT(seen, AllOf(Not(IsEmpty()), Each("")));
+    EXPECT_FALSE(remembered.Exists(L"WwanPowerStatus"));
+}
+
 TEST_F(ServiceRemovalTest, StatesThatWereNeverRememberedAreNoError) {
     remembered.Delete();
     EXPECT_EQ(Remove(),
@@ -111,6 +132,17 @@ TEST_F(ServiceRemovalTest, OneDotASecondWhileTheServiceStops) {
               "Stopping LinkvaneService....\nLinkvaneService is stopped.\nLinkvaneService is removed.\n");
     EXPECT_THAT(clock.Sleeps(), ElementsAre(1000, 1000, 1000, 1000));
     EXPECT_TRUE(ledger.Balanced());
+}
+
+TEST_F(ServiceRemovalTest, EachDotIsSeenDuringTheSecondThatFollows) {
+    manager.states = {SERVICE_STOP_PENDING, SERVICE_STOP_PENDING, SERVICE_STOPPED};
+    std::vector<std::string> seen;
+    for (const TestClock::Milliseconds time : {500ms, 1500ms, 2500ms}) {
+        clock.At(time, [&] { seen.push_back(CapturedOutput::SoFar()); });
+    }
+    Remove();
+    EXPECT_THAT(seen, ElementsAre("Stopping LinkvaneService.", "Stopping LinkvaneService..",
+                                  "Stopping LinkvaneService..."));
 }
 
 TEST_F(ServiceRemovalTest, ServiceThatStopsForAnHourIsWaitedFor) {
