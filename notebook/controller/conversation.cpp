@@ -219,7 +219,8 @@ Answer Help(Words& words) {
 const std::vector<Command>& ConversationCommands() {
     static const std::vector<Command> commands = {
         {"status", "", "Everything at a glance: key=value pairs in one line.", &Status, true},
-        {"get", "KEY...", "Some of the pairs of status.", &Get, true},
+        {"get", "KEY...", "Some of the pairs of status, and handles: how many the service holds.", &Get,
+         true},
         {"wait", "KEY=VALUE|KEY!=VALUE... [within MS]", "Waits until all of it is so (10 s unless told).",
          &Wait, true},
         {"settle", "[quiet MS] [within MS]",
