@@ -1,6 +1,7 @@
 // Commands that move cables, switches and devices.
 
 #include <windows.h>
+#include <ipifcons.h>
 #include <objbase.h>
 #include <wlanapi.h>
 
@@ -9,15 +10,12 @@
 
 #include "notebook/controller/conversation.h"
 #include "notebook/state/machine.h"
-#include "notebook/state/notifications.h"
 #include "notebook/state/shared_state.h"
 #include "notebook/state/text.h"
 
 namespace Notebook {
 
 namespace {
-
-constexpr std::uint32_t kTypeEthernet = 6;
 
 /// `for-ever` or a number.
 std::uint32_t TakeCount(Words& words, std::string_view what) {
@@ -116,7 +114,7 @@ Answer SoftAdapter(Words& words, const char* name, AdapterRole role, const char*
         return {};
     }
     if (adapter == nullptr) {
-        adapter = AddAdapter(*machine, name, role, kTypeEthernet);
+        adapter = AddAdapter(*machine, name, role, IF_TYPE_ETHERNET_CSMACD);
         if (adapter == nullptr) {
             throw CommandError("no room for another adapter");
         }
@@ -373,7 +371,7 @@ void AdapterProperties(Words& words, Adapter& adapter, LockedMachine& machine) {
 void FillAdapters(Machine& machine, std::uint32_t count) {
     for (std::uint32_t i = machine.devices.adapterCount; i < count; ++i) {
         const std::string name = "filler" + std::to_string(i);
-        Adapter* const adapter = AddAdapter(machine, name, AdapterRole::Other, 24);
+        Adapter* const adapter = AddAdapter(machine, name, AdapterRole::Other, IF_TYPE_SOFTWARE_LOOPBACK);
         if (adapter == nullptr) {
             throw CommandError("no room for another adapter");
         }
@@ -399,7 +397,7 @@ Answer AdapterCommand(Words& words) {
     const std::string name = words.Take("adapter name");
     Adapter* adapter = FindAdapter(*machine, name);
     if (what == "add" && adapter == nullptr) {
-        adapter = AddAdapter(*machine, name, AdapterRole::Other, kTypeEthernet);
+        adapter = AddAdapter(*machine, name, AdapterRole::Other, IF_TYPE_ETHERNET_CSMACD);
     }
     if (adapter == nullptr) {
         throw CommandError("no such adapter: " + name);

@@ -1,10 +1,6 @@
 // Commands about the machine: the service, its neighbours, power, airplane mode, the registry.
 
 #include <windows.h>
-#include <psapi.h>
-#include <tlhelp32.h>
-
-#include <cstdio>
 
 #include "notebook/controller/conversation.h"
 #include "notebook/controller/service_manager.h"
@@ -430,51 +426,6 @@ Answer Policy(Words& words) {
     return {};
 }
 
-std::size_t CountThreads(DWORD process) {
-    const Platform::UniqueHandle snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
-    THREADENTRY32 entry{};
-    entry.dwSize = sizeof(entry);
-    std::size_t count = 0;
-    for (BOOL more = Thread32First(snapshot.Get(), &entry); more != FALSE;
-         more = Thread32Next(snapshot.Get(), &entry)) {
-        count += entry.th32OwnerProcessID == process ? 1 : 0;
-    }
-    return count;
-}
-
-/// Counts by trying every value that a handle can have, since not every system counts another
-/// process's handles itself.
-std::size_t CountHandles(HANDLE process) {
-    constexpr std::uintptr_t kStep = 4;
-    constexpr std::uintptr_t kEnd = 0x8000;
-    std::size_t count = 0;
-    for (std::uintptr_t value = kStep; value < kEnd; value += kStep) {
-        Platform::UniqueHandle copy;
-        if (DuplicateHandle(process, reinterpret_cast<HANDLE>(value), GetCurrentProcess(), copy.Put(), 0,
-                            FALSE, DUPLICATE_SAME_ACCESS) != FALSE) {
-            ++count;
-        }
-    }
-    return count;
-}
-
-Answer Resources(Words& words) {
-    words.End();
-    const ServiceState state = QueryService(kServiceName);
-    const Platform::UniqueHandle process =
-        OpenServiceProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ | PROCESS_DUP_HANDLE);
-    if (!process) {
-        throw CommandError("the service does not run");
-    }
-    PROCESS_MEMORY_COUNTERS memory{};
-    GetProcessMemoryInfo(process.Get(), &memory, sizeof(memory));
-    return {"pid=" + std::to_string(state.process) +
-                " handles=" + std::to_string(CountHandles(process.Get())) +
-                " threads=" + std::to_string(CountThreads(state.process)) +
-                " working=" + std::to_string(memory.WorkingSetSize),
-            {}};
-}
-
 }  // namespace
 
 const std::vector<Command>& SystemCommands() {
@@ -509,7 +460,6 @@ const std::vector<Command>& SystemCommands() {
         {"service", "WlanSvc|WwanSvc run|stop|late MS|absent", "A neighbour service.", &ServiceCommand},
         {"policy", "[executable] NAME VALUE | [executable] NAME type TYPE DATA | clear",
          "A logging policy, for the product or for the executable alone.", &Policy},
-        {"resources", "", "Handles, threads and working set of the service's process.", &Resources},
     };
     return commands;
 }

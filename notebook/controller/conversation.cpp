@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <array>
+#include <atomic>
 #include <cstdio>
 #include <iostream>
 #include <list>
@@ -26,6 +27,7 @@ struct BackgroundCommand {
     std::string line;
     std::string answer;
     std::vector<std::string> lines;
+    std::atomic<bool> answered = false;  ///< `answer` and `lines` stand
     std::thread thread;
 };
 
@@ -156,8 +158,19 @@ Answer RunInBackground(Words& words) {
         bool done = false;
         Words parsed(command.line);
         command.answer = Execute(parsed, command.lines, done);
+        command.answered = true;
     });
     return {};
+}
+
+Answer Answers(Words& words) {
+    words.End();
+    Answer answer;
+    for (const BackgroundCommand& command : Background()) {
+        answer.lines.push_back(command.line + ": " +
+                               (command.answered ? command.answer : std::string("no answer yet")));
+    }
+    return answer;
 }
 
 Answer Join(Words& words) {
@@ -178,14 +191,6 @@ Answer Join(Words& words) {
         throw CommandError(failures);
     }
     return answer;
-}
-
-Answer Say(Words& words) {
-    std::string text;
-    while (!words.Empty()) {
-        text += (text.empty() ? "" : " ") + words.Take("word");
-    }
-    return {text, {}};
 }
 
 Answer Quit(Words& words) {
@@ -214,7 +219,8 @@ Answer Help(Words& words) {
 const std::vector<Command>& ConversationCommands() {
     static const std::vector<Command> commands = {
         {"status", "", "Everything at a glance: key=value pairs in one line.", &Status, true},
-        {"get", "KEY...", "Some of the pairs of status.", &Get, true},
+        {"get", "KEY...", "Some of the pairs of status, and handles: how many the service holds.", &Get,
+         true},
         {"wait", "KEY=VALUE|KEY!=VALUE... [within MS]", "Waits until all of it is so (10 s unless told).",
          &Wait, true},
         {"settle", "[quiet MS] [within MS]",
@@ -223,8 +229,8 @@ const std::vector<Command>& ConversationCommands() {
         {"sleep", "MS", "Lets time pass.", &Pause, true},
         {"background", "COMMAND...", "Carries a command out while others are given; join collects it.",
          &RunInBackground},
+        {"answers", "", "What the commands in the background have answered so far.", &Answers, true},
         {"join", "", "Waits for the commands in the background and shows their answers.", &Join, true},
-        {"say", "TEXT", "Answers with the text.", &Say, true},
         {"help", "[COMMAND]", "This.", &Help, true},
         {"quit", "", "Ends the conversation; the notebook stays as it is.", &Quit},
     };

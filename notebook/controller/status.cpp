@@ -163,13 +163,20 @@ struct SystemHandles {
     SystemHandle handles[1];
 };
 
+/// SystemExtendedHandleInformation, which the header leaves out.
+constexpr ULONG kSystemExtendedHandleInformation = 64;
+
+/// A function, because a constant outside of the header's enumeration is none to the compiler.
+SYSTEM_INFORMATION_CLASS InformationClass(ULONG number) {
+    return static_cast<SYSTEM_INFORMATION_CLASS>(number);
+}
+
 /// How many handles a process holds. (GetProcessHandleCount does not answer everywhere.)
 std::string HandlesText(DWORD process) {
-    // One of the values that the header leaves out.
-    const auto extendedHandles = [](ULONG which) { return static_cast<SYSTEM_INFORMATION_CLASS>(which); }(64);
     constexpr std::size_t kRoom = std::size_t{4} * 1024 * 1024;
     std::vector<std::byte> bytes(kRoom);
-    if (NtQuerySystemInformation(extendedHandles, bytes.data(), kRoom, nullptr) != 0) {
+    if (NtQuerySystemInformation(InformationClass(kSystemExtendedHandleInformation), bytes.data(), kRoom,
+                                 nullptr) != 0) {
         return "unknown";
     }
     const auto& all = *reinterpret_cast<const SystemHandles*>(bytes.data());
@@ -177,6 +184,9 @@ std::string HandlesText(DWORD process) {
         std::count_if(all.handles, all.handles + all.count,
                       [process](const SystemHandle& handle) { return handle.process == process; }));
 }
+
+/// Not among the pairs of a status: the system's list of handles is long.
+constexpr std::string_view kHandlesKey = "handles";
 
 using Reader = std::function<std::string(Snapshot&)>;
 
@@ -212,7 +222,6 @@ const std::vector<std::pair<std::string_view, Reader>>& Pairs() {
          }},
         {"service", [](Snapshot& s) { return StateName(s.Service()); }},
         {"pid", [](Snapshot& s) { return std::to_string(s.Service().process); }},
-        {"handles", [](Snapshot& s) { return HandlesText(s.Service().process); }},
         {"exit", [](Snapshot& s) { return std::to_string(s.Service().exitCode); }},
         {"reported", [](Snapshot&) { return ReportedText(); }},
         {"runs", [](Snapshot&) { return std::to_string(Raw().service.runs); }},
@@ -296,6 +305,9 @@ std::string StatusLine() {
 }
 
 std::string StatusValue(Snapshot& snapshot, std::string_view key) {
+    if (key == kHandlesKey) {
+        return HandlesText(snapshot.Service().process);
+    }
     for (const auto& [name, reader] : Pairs()) {
         if (name == key) {
             return reader(snapshot);

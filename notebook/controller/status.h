@@ -26,7 +26,7 @@ class Snapshot {
     std::optional<std::optional<RegistryValue>> m_wwan;
 };
 
-/// All pairs, key=value, blanks between.
+/// All pairs but what is costly to find out, key=value, blanks between.
 std::string StatusLine();
 /// One value. Throws `CommandError` for a key that is none.
 std::string StatusValue(Snapshot& snapshot, std::string_view key);

@@ -6,6 +6,7 @@ from .machine import CommandFailed, Machine, ROOT
 from .player import SHOWN
 
 PROMPT = "notebook> "
+INTERRUPTED = 130
 
 
 def show(machine, answer):
@@ -57,4 +58,8 @@ def main():
 
 
 if __name__ == "__main__":
-    sys.exit(main())
+    try:
+        sys.exit(main())
+    except KeyboardInterrupt:
+        print()
+        sys.exit(INTERRUPTED)

@@ -1,8 +1,8 @@
 """The demonstration: an evening on the simulated notebook as a live table, and as a picture."""
 
 import argparse
+import os
 import pathlib
-import re
 import sys
 import time
 
@@ -139,7 +139,7 @@ def main():
     picture.parent.mkdir(parents=True, exist_ok=True)
     picture.write_text(draw(demonstration.moments, demonstration.marks, end), encoding="utf-8")
     screen.note(f"\nThe service wrote {log_lines} log lines. The same evening as a picture: "
-                f"{re.sub(f'^{re.escape(str(ROOT))}/', '', str(picture))}")
+                f"{os.path.relpath(picture)}")
     return 0
 
 

@@ -35,7 +35,7 @@ class Machine:
     """A context manager: boots the notebook, installs the service, and ends it all."""
 
     def __init__(self, prefix, programs):
-        self.prefix = pathlib.Path(prefix)
+        self.prefix = pathlib.Path(prefix).absolute()
         self.programs = pathlib.Path(programs)
         self._controller = None
         self._awaited_ends = 0
@@ -115,7 +115,8 @@ class Machine:
             log.unlink()
 
     def log_folder(self):
-        [roaming] = self.prefix.glob("drive_c/users/[!P]*/AppData/Roaming")
+        [roaming] = (folder for folder in self.prefix.glob("drive_c/users/*/AppData/Roaming")
+                     if folder.parents[1].name != "Public")
         return roaming / "orvkLog"
 
     def log_file(self):

@@ -163,7 +163,7 @@ def main():
         log = Log(machine.log_file())
         machine.do("start")
         machine.settle()
-        process = Process(options.prefix)
+        process = Process(machine.prefix)
         table = Table()
         time.sleep(8)
         measure_idle(table, process, options.idle)

@@ -8,6 +8,7 @@ import argparse
 import pathlib
 import queue
 import sys
+import textwrap
 import threading
 import traceback
 
@@ -24,6 +25,8 @@ def arguments():
     parser.add_argument("--jobs", type=int, default=2, metavar="N", help="notebooks side by side")
     parser.add_argument("--second-chance", action="store_true",
                         help="plays what failed once more, on a fresh notebook, before it counts as failed")
+    parser.add_argument("--note-again", type=pathlib.Path, metavar="FILE",
+                        help="writes to a file what got its second chance, and why; no file when nothing did")
     parser.add_argument("--record", action="store_true", help="writes the log sections anew, to be read")
     parser.add_argument("--verbose", action="store_true", help="tells every scenario's story")
     parser.add_argument("--programs", default=ROOT / "build/cross/bin", help="where the programs are")
@@ -34,7 +37,11 @@ def arguments():
 def scenario_files(names):
     if not names:
         return sorted(SCENARIOS.glob("*.txt"))
-    return [path if (path := pathlib.Path(name)).exists() else SCENARIOS / f"{name}.txt" for name in names]
+    return [path if (path := pathlib.Path(name)).is_file() else SCENARIOS / f"{name}.txt" for name in names]
+
+
+def indented(text):
+    return textwrap.indent(str(text), "    ")
 
 
 class Runner:
@@ -83,15 +90,21 @@ class Runner:
                 self.passed += 1
             elif has_second_chance:
                 self._waiting.put((path, False))
+                self._note_again(path, failure)
             else:
                 self.failed += 1
             outcome = "passed" if failure is None else "again " if has_second_chance else "FAILED"
             print(f"{outcome}  {path.stem}", flush=True)
             if failure or self._options.verbose:
-                print("\n".join("    " + line for line in story), flush=True)
+                print(indented("\n".join(story)), flush=True)
             if failure:
-                print(f"    {failure}".replace("\n", "\n    "), flush=True)
+                print(indented(failure), flush=True)
         return failure is None
+
+    def _note_again(self, path, failure):
+        if self._options.note_again:
+            with self._options.note_again.open("a", encoding="utf-8") as notes:
+                notes.write(f"again   {path.stem}\n{indented(failure)}\n")
 
     def _play_once(self, machine, path, story):
         scenario = read_scenario(path)
@@ -106,6 +119,8 @@ class Runner:
 def main():
     options = arguments()
     files = scenario_files(options.scenarios)
+    if options.note_again:
+        options.note_again.unlink(missing_ok=True)
     runner = Runner(options, [path for _ in range(options.repeat) for path in files])
     runner.run()
     print(f"{runner.passed} passed, {runner.failed} failed")

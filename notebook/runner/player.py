@@ -53,7 +53,12 @@ class Player:
             except (CommandFailed, Failed) as failure:
                 self._row(step.text)
                 place = f"line {step.number}" if step.number else "at the end"
-                raise Failed(f"{self._scenario.path.name}, {place}: {failure}") from failure
+                raise Failed(f"{self._scenario.path.name}, {place}: {failure}{self._in_background()}") from failure
+
+    def _in_background(self):
+        """What became of commands in the background: it may explain a failure."""
+        self._machine.do("answers")
+        return "".join(f"\n  in the background: {line}" for line in self._machine.lines)
 
     def _play_do(self, step):
         self._machine.do(step.text)

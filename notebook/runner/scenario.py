@@ -60,10 +60,6 @@ class Scenario:
     machine: str
     steps: list
 
-    @property
-    def name(self):
-        return self.path.stem
-
 
 def read_scenario(path):
     lines = path.read_text(encoding="utf-8").splitlines()
@@ -102,14 +98,19 @@ class _Parser:
         if word == "machine":
             self.machine = rest
         elif word == "repeat":
-            steps.append(Step("repeat", rest, number, steps=self.steps(self._next_indent(indent))))
+            self._count(rest, number)
+            repeated = self.steps(self._next_indent(indent))
+            if not repeated:
+                raise ScenarioError(f"line {number}: nothing to repeat")
+            steps.append(Step("repeat", rest, number, steps=repeated))
         elif word == "expect":
-            steps.append(Step("expect", rest, number))
+            steps.append(Step("expect", self._conditions(rest, number), number))
         elif word == "within":
-            within, _, condition = rest.partition(" expect ")
-            steps.append(Step("within", condition, number, within=int(within)))
+            within, _, conditions = rest.partition(" expect ")
+            steps.append(Step("within", self._conditions(conditions, number), number,
+                              within=self._count(within, number)))
         elif word == "silent":
-            steps.append(Step("silent", text, number, within=int(rest)))
+            steps.append(Step("silent", text, number, within=self._count(rest, number)))
         elif word in STOPS:
             steps.append(Step("stop", word, number, during=self._during(rest, number)))
         elif word == "log":
@@ -120,6 +121,19 @@ class _Parser:
                 steps[-1].sections.setdefault(rest, []).extend(lines)
         else:
             steps.append(Step("do", text, number))
+
+    @staticmethod
+    def _count(text, number):
+        if not text.isdecimal():
+            raise ScenarioError(f"line {number}: not a number: {text}")
+        return int(text)
+
+    @staticmethod
+    def _conditions(text, number):
+        # Without a condition a step would hold whatever happens.
+        if not text or any("=" not in word for word in text.split()):
+            raise ScenarioError(f"line {number}: conditions are KEY=VALUE or KEY!=VALUE: {text}")
+        return text
 
     @staticmethod
     def _during(rest, number):

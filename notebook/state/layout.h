@@ -37,7 +37,6 @@ inline constexpr Micros kMicrosPerMilli = 1000;
 inline constexpr Micros kNever = INT64_MAX;
 
 /// Radio states as the WLAN interface numbers them (DOT11_RADIO_STATE).
-inline constexpr std::uint32_t kRadioUnknown = 0;
 inline constexpr std::uint32_t kRadioOn = 1;
 inline constexpr std::uint32_t kRadioOff = 2;
 
@@ -51,7 +50,7 @@ struct Adapter {
     std::uint32_t present;
     AdapterRole role;
     std::uint32_t number;  ///< of the cable, from 1; of the WLAN adapter, from 0
-    std::uint32_t type;    ///< interface type (IfType, 6 is Ethernet)
+    std::uint32_t type;    ///< interface type (IfType)
     char name[16];         ///< how commands name it
     GUID id;
     char description[132];

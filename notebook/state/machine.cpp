@@ -1,6 +1,8 @@
 #include "notebook/state/machine.h"
 
 #include <windows.h>
+#include <ipifcons.h>
+#include <netlistmgr.h>
 #include <wlanapi.h>
 
 #include <algorithm>
@@ -8,17 +10,15 @@
 #include <cstring>
 #include <string>
 
-#include "notebook/state/notifications.h"
 #include "notebook/state/text.h"
+#include "platform/wlan_notifications.h"
 
 namespace Notebook {
 
 namespace {
 
-constexpr std::uint32_t kTypeEthernet = 6;
-constexpr std::uint32_t kTypeWireless = 71;
-constexpr std::uint32_t kConnectivityNoTraffic = 0x3;  // IPv4 and IPv6
-constexpr std::uint32_t kConnectivityInternet = 0x40;  // IPv4
+constexpr std::uint32_t kConnectivityNoTraffic =
+    NLM_CONNECTIVITY_IPV4_NOTRAFFIC | NLM_CONNECTIVITY_IPV6_NOTRAFFIC;
 constexpr std::uint32_t kFirstRequest = 100;
 
 /// Identifiers that a reader of a log can tell apart: the family in front, the number at the end.
@@ -72,7 +72,7 @@ void AnnouncePhy(Machine& machine, const WlanAdapter& adapter, std::uint32_t phy
     Event event{};
     event.kind = EventKind::Wlan;
     event.source = WLAN_NOTIFICATION_SOURCE_MSM;
-    event.code = kMsmRadioStateChange;
+    event.code = Platform::kWlanNotificationMsmRadioStateChange;
     event.id = adapter.id;
     event.value = phy;
     event.software = adapter.phys[phy].software;
@@ -225,7 +225,7 @@ void MakeWlanAdapter(Machine& machine, std::uint32_t index, std::uint32_t phys) 
         phy.refuseError = ERROR_GEN_FAILURE;
     }
     if (Adapter* const adapter =
-            AddAdapter(machine, "wifi" + std::to_string(index + 1), AdapterRole::Wifi, kTypeWireless)) {
+            AddAdapter(machine, "wifi" + std::to_string(index + 1), AdapterRole::Wifi, IF_TYPE_IEEE80211)) {
         adapter->number = index;
         adapter->id = wlan.id;
         CopyText(adapter->description, "Brook Wireless Adapter " + std::to_string(index + 1));
@@ -356,7 +356,7 @@ Adapter* CablePort(Machine& machine, std::uint32_t number) {
     if (Adapter* const known = FindAdapter(machine, name)) {
         return known;
     }
-    Adapter* const port = AddAdapter(machine, name, AdapterRole::Cable, kTypeEthernet);
+    Adapter* const port = AddAdapter(machine, name, AdapterRole::Cable, IF_TYPE_ETHERNET_CSMACD);
     if (port != nullptr) {
         port->number = number;
         CopyText(port->description, "Brook Gigabit Ethernet Controller " + std::to_string(number));
@@ -381,7 +381,7 @@ Adapter* AddAdapter(Machine& machine, std::string_view name, AdapterRole role, s
         adapter.id = NumberedId(kAdapterFamily, i + 1);
         adapter.connectionId = NumberedId(kConnectionFamily, i + 1);
         adapter.networkId = NumberedId(kNetworkFamily, i + 1);
-        adapter.connectivityUp = kConnectivityInternet;
+        adapter.connectivityUp = NLM_CONNECTIVITY_IPV4_INTERNET;
         CopyText(adapter.description, "Brook Adapter " + std::to_string(i + 1));
         CopyText(adapter.friendlyName, L"Adapter " + std::to_wstring(i + 1));
         CopyText(adapter.networkName, L"Network " + std::to_wstring(i + 1));

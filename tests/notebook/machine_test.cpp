@@ -10,7 +10,7 @@
 #include <memory>
 #include <vector>
 
-#include "notebook/state/notifications.h"
+#include "platform/wlan_notifications.h"
 
 namespace Notebook::Tests {
 
@@ -141,7 +141,7 @@ TEST_F(MachineTest, EveryChangedPhyIsAnnouncedAndAnUnchangedOneIsNot) {
     const std::vector<Event> news = News();
     ASSERT_EQ(1U, news.size());
     EXPECT_EQ(std::uint32_t{WLAN_NOTIFICATION_SOURCE_MSM}, news[0].source);
-    EXPECT_EQ(kMsmRadioStateChange, news[0].code);
+    EXPECT_EQ(Platform::kWlanNotificationMsmRadioStateChange, news[0].code);
     EXPECT_EQ(1U, news[0].value);
     EXPECT_EQ(kRadioOff, news[0].software);
 }

@@ -9,7 +9,7 @@
 #include <mutex>
 #include <vector>
 
-#include "notebook/state/notifications.h"
+#include "platform/wlan_notifications.h"
 #include "tests/notebook/hardware.h"
 
 namespace Notebook::Tests {
@@ -140,7 +140,7 @@ TEST_F(WlanTest, SwitchIsNotifiedWithItsPhyOnAThreadOfItsOwn) {
     ASSERT_TRUE(Eventually([&] { return notified.Count() == 1; }));
     client.Close();
     EXPECT_EQ(DWORD{WLAN_NOTIFICATION_SOURCE_MSM}, notified.items[0].NotificationSource);
-    EXPECT_EQ(kMsmRadioStateChange, notified.items[0].NotificationCode);
+    EXPECT_EQ(Platform::kWlanNotificationMsmRadioStateChange, notified.items[0].NotificationCode);
     ASSERT_EQ(1U, notified.radios.size());
     EXPECT_EQ(1U, notified.radios[0].dwPhyIndex);
     EXPECT_EQ(dot11_radio_state_off, notified.radios[0].dot11SoftwareRadioState);

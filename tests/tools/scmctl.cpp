@@ -2,7 +2,6 @@
 //
 //     scmctl start NAME                 asks for a start
 //     scmctl stop NAME                  asks for a stop
-//     scmctl control NAME CODE          sends a user control code (128 to 255)
 //     scmctl state NAME                 prints the state, for example RUNNING
 //     scmctl wait NAME STATE MILLISECONDS
 //                                       waits for a state; prints how long it took
@@ -85,23 +84,23 @@ int Start(const wchar_t* name) {
     return StartServiceW(service.Get(), 0, nullptr) != FALSE ? 0 : Fail("StartService");
 }
 
-/// Sends a control; false with the last error set when the manager refuses it.
-bool Send(SC_HANDLE service, DWORD code) {
+/// Asks for a stop; false with the last error set when the manager refuses it.
+bool SendStop(SC_HANDLE service) {
     SERVICE_STATUS status{};
-    if (ControlService(service, code, &status) != FALSE) {
+    if (ControlService(service, SERVICE_CONTROL_STOP, &status) != FALSE) {
         return true;
     }
     // Wine's dispatcher answers from a thread of its own: a process that ends as soon as it has
     // reported STOPPED may be gone before its answer. How it ended is for the caller to ask.
-    return code == SERVICE_CONTROL_STOP && GetLastError() == ERROR_BROKEN_PIPE;
+    return GetLastError() == ERROR_BROKEN_PIPE;
 }
 
-int Control(const wchar_t* name, DWORD code, DWORD access) {
-    const UniqueServiceHandle service = Open(name, access);
+int Stop(const wchar_t* name) {
+    const UniqueServiceHandle service = Open(name, SERVICE_STOP);
     if (!service) {
         return Fail("OpenService");
     }
-    return Send(service.Get(), code) ? 0 : Fail("ControlService");
+    return SendStop(service.Get()) ? 0 : Fail("ControlService");
 }
 
 int State(const wchar_t* name) {
@@ -163,7 +162,7 @@ int End(const wchar_t* name, DWORD patienceMilliseconds) {
     if (!process) {
         return Fail("OpenProcess");
     }
-    if (!Send(service.Get(), SERVICE_CONTROL_STOP)) {
+    if (!SendStop(service.Get())) {
         return Fail("ControlService");
     }
     if (WaitForSingleObject(process.Get(), patienceMilliseconds) != WAIT_OBJECT_0) {
@@ -222,9 +221,7 @@ int Config(const wchar_t* name) {
 }
 
 int Usage() {
-    std::printf(
-        "usage: scmctl start|stop|state|config NAME | control NAME CODE | wait NAME STATE MS | "
-        "end NAME MS\n");
+    std::printf("usage: scmctl start|stop|state|config NAME | wait NAME STATE MS | end NAME MS\n");
     return kUsage;
 }
 
@@ -240,16 +237,13 @@ int wmain(int argumentCount, wchar_t** arguments) {
         return Start(name);
     }
     if (command == L"stop") {
-        return Control(name, SERVICE_CONTROL_STOP, SERVICE_STOP);
+        return Stop(name);
     }
     if (command == L"state") {
         return State(name);
     }
     if (command == L"config") {
         return Config(name);
-    }
-    if (command == L"control" && argumentCount > 3) {
-        return Control(name, std::wcstoul(arguments[3], nullptr, 10), SERVICE_USER_DEFINED_CONTROL);
     }
     if (command == L"end" && argumentCount > 3) {
         return End(name, std::wcstoul(arguments[3], nullptr, 10));
