@@ -3,7 +3,7 @@
 #include <wrl/client.h>
 
 #include <chrono>
-#include <limits>
+#include <utility>
 
 #include "logging/log_scope.h"
 #include "platform/mbn_api.h"

@@ -23,9 +23,9 @@
 #include "bios/bios_settings.h"
 #include "radio/power_status.h"
 #include "radio/wlan_radio.h"
-#include "tests/logging/recording_listener.h"
 #include "tests/network/fake_adapters.h"
 #include "tests/network/fake_network.h"
+#include "tests/support/at_each_log_line.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/registry_tree.h"
 #include "tests/support/test_clock.h"
@@ -643,26 +643,6 @@ bool IsFree(std::mutex& lock) {
     return isFree;
 }
 
-/// Hands every message to the test in the moment it is written, for a scope.
-class WatchedLog {
-  public:
-    explicit WatchedLog(std::function<void(const std::wstring&)> watch)
-        : m_outer(std::move(Orva::Shared::LoggerHolder())) {
-        using Orva::Shared::CorvaLogListener;
-        CorvaLogListener* const listener = new LoggingTests::RecordingListener(
-            {}, [watch = std::move(watch)](const CorvaLogListener::LogData& entry) {
-                watch(std::wstring(entry.Message()));
-            });
-        Orva::Shared::LoggerHolder() = std::make_unique<Orva::Shared::CorvaLogger>(&listener, 1);
-    }
-    WatchedLog(const WatchedLog&) = delete;
-    WatchedLog& operator=(const WatchedLog&) = delete;
-    ~WatchedLog() { Orva::Shared::LoggerHolder() = std::move(m_outer); }
-
-  private:
-    std::unique_ptr<Orva::Shared::CorvaLogger> m_outer;
-};
-
 TEST_F(NLMEventHandlerTest, NotificationFlagIsSetBeforeTheEventWaitsForItsTurn) {
     std::unique_lock otherChange(connectivityChangeLock);
     std::thread event([this] { Report(3, kDown); });
@@ -686,7 +666,8 @@ TEST_F(NLMEventHandlerTest, AtItsEndAnEventClearsTheFlagThenFreesTheTextThenLeav
                                                    note("text");
                                                    original.Original(memory);
                                                }};
-    const WatchedLog watched([&](const std::wstring& message) {
+    const Rig::AtEachLogLine lines([&](const auto& entry) {
+        const std::wstring message(entry.Message());
         if (message.starts_with(L"Current ethernetConnection element")) {
             note("element");
         }
@@ -796,6 +777,72 @@ TEST_F(NLMEventHandlerTest, TextOfTheIdentifierIsGivenBack) {
     EXPECT_EQ(freed, given);
 }
 
+#if defined(__GNUC__)
+/// Has the calling thread fail to wait for a lock, for a scope. Other runtimes have locks that
+/// cannot fail.
+class NoWaits {
+  public:
+    [[nodiscard]] int Calls() const { return m_waits.Calls(); }
+
+  private:
+    ScopedImport<&::WaitForSingleObject> m_waits{
+        [thisThread = GetCurrentThreadId()](HANDLE, DWORD) { return GetCurrentThreadId() == thisThread; },
+        [](HANDLE, DWORD) -> DWORD { return WAIT_FAILED; }};
+};
+
+TEST_F(NLMEventHandlerTest, LockThatCannotBeTakenFailsTheEventAndTheFlagStaysSet) {
+    GiveAddress();
+    HRESULT result = S_OK;
+    int refusedWaits = 0;
+    {
+        const std::lock_guard otherChange(connectivityChangeLock);
+        std::thread([&] {
+            const NoWaits noWaits;
+            result = Report(1, kUp);
+            refusedWaits = noWaits.Calls();
+        }).join();
+    }
+
+    EXPECT_EQ(refusedWaits, 1);
+    EXPECT_EQ(result, E_FAIL);
+    EXPECT_THAT(
+        m_log.Lines(),
+        ElementsAre(TraceIn(kEvent, L"NLM_CONNECTIVITY = 64"),
+                    Error(kEvent, L"Exception in NetworkConnectionConnectivityChanged()"), TraceOut(kEvent)));
+    EXPECT_TRUE(msm_Notification_flag);
+    EXPECT_EQ(m_manager.References(), 1) << "the service's own";
+
+    EXPECT_EQ(Report(1, kUp), S_OK);
+    EXPECT_FALSE(msm_Notification_flag) << "the next change clears it";
+}
+
+TEST_F(NLMEventHandlerTest, AdaptersThatCannotBeGivenBackAtTheEndOfAHandlerAreReported) {
+    static constexpr char kDestructor[] = "NLMEventHandler::~NLMEventHandler";
+    int refusedWaits = 0;
+    m_adapterList.Set({EthernetWithAddress()});
+    // While a check holds the adapters' lock.
+    m_adapterList.AnswerNext([&refusedWaits](IP_ADAPTER_INFO*, ULONG*) -> DWORD {
+        std::thread([&refusedWaits] {
+            auto* const handler = new OpenHandler(nullptr, nullptr);
+            handler->AddRef();
+            const NoWaits noWaits;
+            EXPECT_EQ(handler->Release(), 0U);
+            refusedWaits = noWaits.Calls();
+        }).join();
+        return ERROR_SUCCESS;
+    });
+    int status = -1;
+
+    EXPECT_EQ(NLMEventHandler::CheckEthernetConnectionStatusEx(&status, nullptr), 1) << "not disturbed";
+
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(refusedWaits, 1);
+    EXPECT_THAT(m_log.Of(kDestructor),
+                ElementsAre(TraceIn(kDestructor), Error(kDestructor, L"Exception in ~NLMEventHandler()"),
+                            TraceOut(kDestructor)));
+}
+#endif
+
 // --- Several events, and the end of the service ---------------------------------------------------
 
 TEST_F(NLMEventHandlerTest, EventsOfSeveralThreadsAreHandledOneAfterTheOther) {
@@ -820,6 +867,36 @@ TEST_F(NLMEventHandlerTest, EventsOfSeveralThreadsAreHandledOneAfterTheOther) {
     std::erase_if(bounds, [&](const LogLine& line) { return line != start && line != end; });
     EXPECT_THAT(bounds, testing::UnorderedElementsAre(start, end, start, end));
     EXPECT_EQ(bounds.front(), start);
+}
+
+// Kept on purpose: the flag is one for all events. The one that waits has set it already when the
+// one before it clears it, and does not set it again.
+TEST_F(NLMEventHandlerTest, EventThatWaitedForAnotherOneSwitchesWithTheFlagClear) {
+    GiveAddress();
+    std::optional<bool> flagAtTheSwitch;
+    m_wlan.whenSwitched = [&flagAtTheSwitch] { flagAtTheSwitch = msm_Notification_flag; };
+    std::thread waitingEvent;
+    // In the middle of the first event the second one comes. Having set the flag, it takes the
+    // third reference to the manager; then it waits.
+    const ScopedImport<&::StringFromCLSID> texts{
+        Rig::kWrapping, [&](const auto& original, REFCLSID id, LPOLESTR* text) {
+            if (!waitingEvent.joinable()) {
+                waitingEvent = std::thread([this] { Report(1, kUp); });
+                for (int i = 0; i < 5000 && m_manager.References() < 3; ++i) {
+                    Rig::Real<&::Sleep>(DWORD{1});
+                }
+                EXPECT_EQ(m_manager.References(), 3);
+                EXPECT_TRUE(msm_Notification_flag);
+            }
+            return original.Original(id, text);
+        }};
+
+    EXPECT_EQ(Report(3, kDown), S_OK);
+    waitingEvent.join();
+
+    EXPECT_THAT(m_wlan.Switches(), ElementsAre(false));
+    EXPECT_EQ(flagAtTheSwitch, false);
+    EXPECT_FALSE(msm_Notification_flag);
 }
 
 TEST_F(NLMEventHandlerTest, ManagerThatTheServiceGivesBackWhileAnEventWaitsStaysUsable) {

@@ -234,13 +234,21 @@ class SinkTest : public testing::Test {
 
     FakeRadio& Radio() { return m_modems.Radio(); }
 
-    /// Has the radio do what it is asked at once, and say so from a thread of its own when
-    /// somebody waits for it.
+    /// Has the radio do what it is asked at once, without a word: the switch runs into its wait.
     void FollowAtOnce() {
         Radio().onSet = [this](MBN_RADIO wanted, ULONG*) {
             Radio().state = wanted;
             return S_OK;
         };
+    }
+
+    /// Sets or takes back the mark of the service's own switches while the sink looks for Ethernet:
+    /// after it has logged the mark, before it decides.
+    void MarkDuringTheEthernetTest(bool mark) {
+        m_machine.adapters.AnswerNext([mark](IP_ADAPTER_INFO*, ULONG*) -> DWORD {
+            WwanState::NetworkChangedForSetRadio = mark;
+            return ERROR_SUCCESS;
+        });
     }
 
     Machine m_machine;
@@ -399,6 +407,36 @@ TEST_F(SinkTest, CompletionOfTheServicesOwnSwitchOnlySignals) {
                             Information(kComplete, L"LAN-WWAN Auto Switching Status = 1"),
                             Information(kComplete, L"Ethernet Connection Status = 1"),
                             Information(kComplete, L"Not Processing OnSetSoftwareRadioStateComplete"),
+                            TraceOut(kComplete)));
+}
+
+TEST_F(SinkTest, SwitchThatBeginsDuringTheEthernetTestIsTheServicesOwn) {
+    MarkDuringTheEthernetTest(true);
+    m_sink.Complete(&Radio(), 17);
+    EXPECT_TRUE(m_machine.RememberedWwan().empty());
+    EXPECT_THAT(Lines(),
+                ElementsAre(TraceIn(kComplete, L"RequestID = 17, Status = 0x0"),
+                            Information(kComplete, L"NetworkChangedForSetRadio Status = 0"),
+                            Information(kComplete, L"LAN-WWAN Auto Switching Status = 0"),
+                            Information(kComplete, L"Ethernet Connection Status = 0"),
+                            Information(kComplete, L"Not Processing OnSetSoftwareRadioStateComplete"),
+                            TraceOut(kComplete)));
+}
+
+TEST_F(SinkTest, SwitchThatEndsDuringTheEthernetTestDoesNotHideTheChange) {
+    WwanState::NetworkChangedForSetRadio = true;
+    MarkDuringTheEthernetTest(false);
+    m_sink.Complete(&Radio(), 17);
+    EXPECT_EQ(m_machine.RememberedWwan(), L"True");
+    EXPECT_THAT(Lines(),
+                ElementsAre(TraceIn(kComplete, L"RequestID = 17, Status = 0x0"),
+                            Information(kComplete, L"NetworkChangedForSetRadio Status = 1"),
+                            Information(kComplete, L"LAN-WWAN Auto Switching Status = 0"),
+                            Information(kComplete, L"Ethernet Connection Status = 0"),
+                            Information(kComplete, L"WWAN Status = 1"),
+                            Information(kComplete, L"Writing WWAN status 1 to registry"),
+                            Information(kComplete,
+                                        L"Received OnSetSoftwareRadioStateComplete Event for requestID = 17"),
                             TraceOut(kComplete)));
 }
 

@@ -246,6 +246,8 @@ TEST_F(WlanStopTest, RadioThatIsOnGoesOffAndIsRememberedAsOn) {
     EXPECT_THAT(Lines(),
                 ElementsAre(TraceIn(kStop), Information(kStop, L"WLAN Current Status = 1"),
                             Information(kStop, L"Setting WlanPowerStatus in registry."), TraceOut(kStop)));
+    EXPECT_TRUE(m_machine.log.Contains(
+        TraceIn("ServiceUtils::SwitchWlanStatus", L"OnOffValue = 0, bCheckAirplaneStatus = 0")));
     EXPECT_THAT(m_machine.clock.Sleeps(), IsEmpty());
 }
 
@@ -311,7 +313,7 @@ TEST_F(WlanStopTest, AfterASwitchRanOutNothingIsDone) {
 }
 
 TEST_F(WlanStopTest, ExceptionIsLogged) {
-    // The second line of the operation itself comes after the query's: entry, ten lines, this one.
+    // The second line of the operation itself comes after the query's: entry, eight lines, this one.
     FakeWlan wlan{std::vector<Phy>{}};
     const ThrowFromLogLine line{10, DWORD{ERROR_ACCESS_DENIED}};
     StopWLANService();

@@ -2,8 +2,11 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <functional>
 #include <ostream>
 #include <stdexcept>
+#include <thread>
 
 #include "tests/radio/fake_wlan.h"
 #include "tests/radio/machine.h"
@@ -44,6 +47,38 @@ class WlanSwitchTest : public testing::Test {
 
     Machine m_machine;
     RadioLedger m_ledger;
+};
+
+/// Does something on another thread while a switch pauses between two passes. The switch goes on
+/// when that is done, or (when that waits for the switch) after a while.
+class DuringThePause {
+  public:
+    DuringThePause(Rig::TestClock& clock, std::function<void()> what) {
+        clock.At(50ms, [this, what = std::move(what)] {
+            m_other = std::thread([this, what] {
+                what();
+                m_isDone = true;
+            });
+            for (int i = 0; i < 5000 && !m_isDone; ++i) {
+                Rig::Real<&::Sleep>(DWORD{1});
+            }
+            m_wasDone = m_isDone;
+        });
+    }
+    DuringThePause(const DuringThePause&) = delete;
+    DuringThePause& operator=(const DuringThePause&) = delete;
+    ~DuringThePause() {
+        if (m_other.joinable()) {
+            m_other.join();
+        }
+    }
+
+    [[nodiscard]] bool WasDone() const { return m_wasDone; }
+
+  private:
+    std::thread m_other;
+    std::atomic<bool> m_isDone = false;
+    bool m_wasDone = false;
 };
 
 TEST_F(WlanSwitchTest, SwitchingOffTurnsEveryPhyOff) {
@@ -320,6 +355,27 @@ TEST_F(WlanSwitchTest, SuccessInTheLastPassCountsAsBothSuccessAndRunningOut) {
         ElementsAre(Information(kSwitch, L"Set WLAN state 0 for PHY 0 success"),
                     Error(kSwitch, L"WlanSetInterface failed"), Information(kSwitch, L"New WIFI state : 0"),
                     TraceOut(kSwitch, L"WLAN switching Status = 1")));
+}
+
+TEST_F(WlanSwitchTest, QueryDoesNotWaitForASwitch) {
+    FakeWlan wlan{{Refusing(On(), 1)}};
+    bool asked = false;
+    const DuringThePause query{m_machine.clock, [&asked] { asked = CheckWlanStatus(); }};
+    EXPECT_TRUE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
+    EXPECT_TRUE(query.WasDone());
+    EXPECT_TRUE(asked);
+    EXPECT_TRUE(wlan.IsOff());
+}
+
+TEST_F(WlanSwitchTest, SecondSwitchDoesNotWaitForTheFirstOne) {
+    FakeWlan wlan{{Refusing(On(), 1)}};
+    bool switched = false;
+    const DuringThePause second{m_machine.clock,
+                                [&switched] { switched = SwitchWlanStatus(kRadioOff, kIgnoresAirplane); }};
+    EXPECT_TRUE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
+    EXPECT_TRUE(second.WasDone());
+    EXPECT_TRUE(switched);
+    EXPECT_EQ(wlan.Count(WlanCall::kSet), 3) << "refused, the second switch's, the next pass";
 }
 
 TEST_F(WlanSwitchTest, SwitchOnInTheLastPassReadsAsOffAfterwards) {

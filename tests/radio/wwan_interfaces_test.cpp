@@ -260,6 +260,18 @@ TEST_F(WwanEnumerationTest, IdentifierWithoutATextMakesTheResultFalseButNotTheNe
                     TraceOut(kEnumerate, L"Return = 0")));
 }
 
+TEST_F(WwanEnumerationTest, SuccessWithoutATextIsAFailureToo) {
+    m_modems.interfaces.emplace_back(m_modems.Radio(), kSecondModem);
+    const Rig::ScopedResult<&::StringFromIID> noText{S_OK, Rig::AtCall{1}};
+    EXPECT_FALSE(EnumerateWwanInterfaces());
+    EXPECT_EQ(WwanState::interfaceId, kSecondModem);
+    EXPECT_THAT(
+        Lines(),
+        ElementsAre(TraceIn(kEnumerate), Error(kEnumerate, L"StringFromIID failed with error 0x00000000"),
+                    Information(kEnumerate, std::wstring(L"WWAN Interface = ") + kSecondModem),
+                    TraceOut(kEnumerate, L"Return = 0")));
+}
+
 TEST_F(WwanEnumerationTest, TextsListAndArrayAreGivenBack) {
     EXPECT_TRUE(EnumerateWwanInterfaces());
     for (const char* kind :

@@ -233,6 +233,8 @@ TEST_F(WwanStopTest, RadioThatIsOnGoesOffAndIsRememberedAsOn) {
     EXPECT_EQ(m_machine.RememberedWwan(), L"True");
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kStop), Information(kStop, L"StopWWANService - Entry"),
                                      Information(kStop, L"WWAN Current Status = 1"), TraceOut(kStop)));
+    EXPECT_TRUE(m_machine.log.Contains(
+        TraceIn("ServiceUtils::SwitchWwanStatus", L"OnOffValue = 0, bCheckAirplaneStatus = 0")));
 }
 
 TEST_F(WwanStopTest, RadioThatIsOffIsLeftAloneWithWhatIsRemembered) {

@@ -2,7 +2,9 @@
 
 #include <optional>
 #include <stdexcept>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "radio/wwan_radio.h"
 #include "radio/wwan_state.h"
@@ -24,6 +26,7 @@ using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 using testing::SizeIs;
 
 constexpr char kSwitch[] = "ServiceUtils::SwitchWwanStatus";
@@ -56,6 +59,24 @@ class WwanSwitchTest : public testing::Test {
             m_machine.clock.At(m_machine.clock.Elapsed() + delay, [this, wanted] { Radio().state = wanted; });
             return S_OK;
         };
+    }
+
+    /// After an exception out of the middle of a switch the switch has failed, and nothing of it
+    /// is left: no mark, no reference, no held lock.
+    void ExpectGivenUpWithNothingLeft() {
+        EXPECT_THAT(m_machine.log.At(kError),
+                    ElementsAre(Error(kSwitch, L"Exception in SwitchWwanStatus()")));
+        EXPECT_EQ(Lines().back(), TraceOut(kSwitch, L"WWAN switching Status = 0"));
+        EXPECT_FALSE(WwanState::NetworkChangedForSetRadio);
+        EXPECT_EQ(Radio().References(), 0);
+        bool isLockFree = false;
+        std::thread([&isLockFree] {
+            isLockFree = WwanState::switchLock.try_lock();
+            if (isLockFree) {
+                WwanState::switchLock.unlock();
+            }
+        }).join();
+        EXPECT_TRUE(isLockFree);
     }
 
     Machine m_machine;
@@ -204,16 +225,23 @@ TEST_F(WwanSwitchTest, SwitchingOffIsNotRefusedInAirplaneMode) {
     EXPECT_EQ(Radio().state, MBN_RADIO_OFF);
 }
 
-TEST_F(WwanSwitchTest, MarkIsSetDuringTheSwitchOnly) {
-    std::vector<bool> marks;
+TEST_F(WwanSwitchTest, MarkIsSetAfterTheEthernetTestAndDuringTheSwitchOnly) {
+    std::vector<std::string> steps;
+    const auto note = [&steps](const char* step) {
+        steps.push_back(std::string(step) + (WwanState::NetworkChangedForSetRadio ? ", mark" : ", no mark"));
+    };
+    m_machine.adapters.AnswerNext([&](IP_ADAPTER_INFO*, ULONG*) -> DWORD {
+        note("Ethernet test");
+        return ERROR_SUCCESS;
+    });
     Radio().onSet = [&](MBN_RADIO wanted, ULONG* requestId) {
-        marks.push_back(WwanState::NetworkChangedForSetRadio);
+        note("request");
         *requestId = kRequest;
         Radio().state = wanted;
         return S_OK;
     };
     EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_THAT(marks, ElementsAre(true));
+    EXPECT_THAT(steps, ElementsAre("Ethernet test, no mark", "request, mark"));
     EXPECT_FALSE(WwanState::NetworkChangedForSetRadio);
 }
 
@@ -264,11 +292,17 @@ TEST_F(WwanSwitchTest, EachSwitchMakesAnEventOfItsOwnThatReplacesTheLastOne) {
 }
 
 TEST_F(WwanSwitchTest, OldCompletionDoesNotWakeANewSwitch) {
+    ConfirmAfter(10ms);
+    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
+    // A straggler: nobody waits any more for the event that the switch has left published.
     m_sink.Complete(&Radio());
     FollowAfter(7050ms);
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_THAT(Lines(),
-                Contains(Information(kSwitch, L"WaitForSingleObject returned = 258 , bOnOffStatus = 0")));
+    EXPECT_TRUE(SwitchWwanStatus(kRadioOn, kIgnoresAirplane));
+    EXPECT_THAT(Radio().sets, ElementsAre(MBN_RADIO_OFF, MBN_RADIO_ON));
+    EXPECT_THAT(
+        Lines(),
+        AllOf(Contains(Information(kSwitch, L"WaitForSingleObject returned = 258 , bOnOffStatus = 1")),
+              Not(Contains(Information(kSwitch, L"WaitForSingleObject returned = 0 , bOnOffStatus = 1")))));
 }
 
 TEST_F(WwanSwitchTest, EventThatCannotBeMadeEndsTheSwitch) {
@@ -523,10 +557,33 @@ TEST_F(WwanSwitchTest, ExceptionTakesTheMarkBackAndLeavesTheLock) {
                                      Information(kSwitch, L"Change to softwareRadioState : 0"),
                                      Error(kSwitch, L"Exception in SwitchWwanStatus()"),
                                      TraceOut(kSwitch, L"WWAN switching Status = 0")));
-    EXPECT_FALSE(WwanState::NetworkChangedForSetRadio);
-    EXPECT_EQ(Radio().References(), 0);
-    ConfirmAfter(10ms);
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane)) << "the lock is free";
+    ExpectGivenUpWithNothingLeft();
+}
+
+TEST_F(WwanSwitchTest, ExceptionOutOfTheWaitTakesTheMarkBackAndLeavesTheLock) {
+    {
+        const Rig::ScopedImport<&::WaitForSingleObject> throws{
+            [](HANDLE, DWORD milliseconds) { return milliseconds == 7000; },
+            [](HANDLE, DWORD) -> DWORD { throw std::runtime_error("out of order"); }};
+        EXPECT_FALSE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
+        EXPECT_EQ(throws.Calls(), 1);
+    }
+    EXPECT_THAT(Radio().sets, ElementsAre(MBN_RADIO_OFF));
+    ExpectGivenUpWithNothingLeft();
+}
+
+TEST_F(WwanSwitchTest, ExceptionOutOfTheLastRadioTakesTheMarkBackAndLeavesTheLock) {
+    FakeRadio other{MBN_RADIO_OFF, "other"};
+    other.onGet = [](MBN_RADIO*) -> HRESULT { throw DWORD{ERROR_CRC}; };
+    Radio().onSet = [&](MBN_RADIO, ULONG* requestId) {
+        *requestId = kRequest;
+        m_sink.Complete(&other, kRequest);
+        return S_OK;
+    };
+    EXPECT_FALSE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
+    EXPECT_EQ(other.References(), 1) << "the published one";
+    ExpectGivenUpWithNothingLeft();
+    WwanState::lastRadio.store(nullptr);
 }
 
 TEST_F(WwanSwitchTest, ThrownWin32ErrorOutOfTheEventIsLogged) {
