@@ -7,7 +7,6 @@
 #include <wrl/client.h>
 
 #include <atomic>
-#include <memory>
 
 #include "network/nlm_event_handler.h"
 #include "network/wired_connections.h"
@@ -61,8 +60,9 @@ class CMainService : public CServiceBase {
 
     // The order is that of the tear-down of subscriptions, and the reverse of what the destructor
     // releases when the service was never stopped.
-    // The first is shared with the event handler and the worker, which may outlive this object.
-    std::shared_ptr<WiredConnections> m_wiredConnections = std::make_shared<WiredConnections>();
+    // The first is never deleted: the worker and network events may outlive this object, and what
+    // they do then still reaches the set. It goes with the process.
+    WiredConnections* const m_wiredConnections = new WiredConnections;
     Microsoft::WRL::ComPtr<IConnectionPoint> m_networkListManagerEvents;
     Microsoft::WRL::ComPtr<IConnectionPoint> m_networkConnectionEvents;
     Microsoft::WRL::ComPtr<IConnectionPoint> m_networkEvents;

@@ -116,10 +116,9 @@ bool CMainService::SetUpWlan(const LogScope& log) {
     if (RegisterWlanNotification(&kRegister) != ERROR_SUCCESS) {
         log.Error(L"RegisterWlanNotification (register) failed");
     }
-    // The worker's own references: a stop may clear the field at any moment, and the service may end.
+    // The worker's own reference: a stop may clear the field at any moment.
     const ComPtr<INetworkListManager> manager = m_networkListManager;
-    const std::shared_ptr<WiredConnections> wiredConnections = m_wiredConnections;
-    NLMUtils::PrintNetworkConnections(manager.Get(), wiredConnections.get());
+    NLMUtils::PrintNetworkConnections(manager.Get(), m_wiredConnections);
     LogWhetherNetworkIsAlive(log);
     return true;
 }

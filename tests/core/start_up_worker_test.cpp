@@ -2,8 +2,13 @@
 
 #include <gmock/gmock.h>
 
+#include <array>
 #include <chrono>
+#include <cstddef>
+#include <cstdlib>
 #include <functional>
+#include <memory>
+#include <new>
 #include <optional>
 #include <ostream>
 #include <stdexcept>
@@ -755,6 +760,71 @@ TEST(StopDuringStart, IsSurvivedAtEveryStep) {
             }
         }
     }
+}
+
+// --- An end of the service that comes in between ---------------------------------------------------
+
+/// A start with a cable in, in the middle of which the service stops and is destroyed, as at the
+/// end of the process: the worker still finds the place that the service had.
+class EndDuringStart : public CoreTest {
+  protected:
+    EndDuringStart() {
+        world.EnableWlanSwitching();
+        world.EnableWwanSwitching();
+        world.machine.PlugCableIn();
+        world.listManager.connections = {&m_cable};
+        world.adapterAddresses.Set({{NetworkTests::AdapterName(1), NetworkTests::kEthernet}});
+    }
+    ~EndDuringStart() override {
+        // What the worker opened and subscribed after the end would go with the process.
+        Rig::RunOnThread([this] { m_service->OpenService::OnStop(); }, Rig::Apartment::kMultithreadedTwice);
+        EXPECT_EQ(world.wlan.Held(), 0U);
+        if (world.listManager.References() == 1) {
+            world.listManager.Release();
+        }
+    }
+
+    void StartAndEndAt(const std::string& call) {
+        m_service->OnStart(0, nullptr);
+        bool hasEnded = false;
+        world.journal.At(call, [&] {
+            Stop(*m_service);
+            std::destroy_at(m_service);
+            hasEnded = true;
+        });
+        Rig::RunOnThread([this] { world.pool.RunNext(); }, Rig::Apartment::kNone);
+        while (!world.pool.items.empty()) {
+            world.pool.RunNext();
+        }
+        EXPECT_TRUE(hasEnded);
+        EXPECT_EQ(m_freed.Calls(), 0);
+    }
+
+    [[nodiscard]] const WiredConnections& Wired() const { return *m_wired; }
+
+  private:
+    NetworkTests::FakeConnection m_cable{NetworkTests::ConnectionGuid(1), NetworkTests::AdapterGuid(1)};
+    alignas(OpenService) std::array<std::byte, sizeof(OpenService)> m_place{};
+    OpenService* const m_service = ::new (m_place.data()) OpenService;
+    WiredConnections* const m_wired = m_service->m_wiredConnections;
+    Rig::ScopedImport<&::free> m_freed{[this](void* block) { return block == m_wired; }, [](void*) {}};
+};
+
+TEST_F(EndDuringStart, WorkerThatStillSubscribesFillsTheSetThatWasThere) {
+    StartAndEndAt("CoCreateInstance NetworkListManager");
+    EXPECT_EQ(world.journal.Count("Advise INetworkConnectionEvents"), 1);
+    EXPECT_THAT(Wired(), ElementsAre(NetworkTests::ConnectionText(1)));
+}
+
+TEST_F(EndDuringStart, WorkerThatWaitedForWlanLeavesTheSetEmpty) {
+    StartAndEndAt("OpenService WlanSvc");
+    EXPECT_TRUE(log.Contains(TraceIn("NLMUtils::PrintNetworkConnections")));
+    EXPECT_THAT(Wired(), IsEmpty());
+}
+
+TEST_F(EndDuringStart, WorkerThatSubscribedLeavesTheSetFilled) {
+    StartAndEndAt("IsNetworkAlive");
+    EXPECT_THAT(Wired(), ElementsAre(NetworkTests::ConnectionText(1)));
 }
 
 }  // namespace
