@@ -45,9 +45,11 @@ void CMainService::ListenForWlanEvents() {
     // This thread's own reference: a stop may clear the field at any moment.
     ComPtr<INetworkListManager> manager = m_networkListManager;
     SubscribeToNetworkEvents(log, manager);
-    if (m_networkListManager == nullptr) {
-        // The service stopped meanwhile. Nobody gives back what was subscribed after that, and the
-        // handler works with the manager without holding it: it must not go before the process.
+    if (!m_running || m_networkListManager == nullptr) {
+        // The service stops or has stopped. What was subscribed behind the back of the stop nobody
+        // gives back, and the handler works with the manager without holding it: it must not go
+        // before the process. A stop clears the running flag first of all, before it takes any
+        // subscription back.
         static_cast<void>(manager.Detach());
     }
 }

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <functional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -37,7 +38,10 @@ const auto& Inside(const NLMEventHandler& handler) {
 
 class NetworkSubscriptionTest : public CoreTest {
   protected:
-    NetworkSubscriptionTest() { world.listManager.HandOut(service.m_networkListManager.GetAddressOf()); }
+    NetworkSubscriptionTest() {
+        service.m_running = true;
+        world.listManager.HandOut(service.m_networkListManager.GetAddressOf());
+    }
     ~NetworkSubscriptionTest() override {
         // The references that are kept on purpose would let the handler outlive the process.
         NLMEventHandler* const handler = m_handler;
@@ -321,6 +325,35 @@ TEST_F(NetworkSubscriptionTest, StopInTheMiddleKeepsTheManagerForLaterEvents) {
     ASSERT_EQ(world.listManager.References(), 1);
     ASSERT_NE(world.connectionEvents.Sink(), nullptr);
     IUnknown* const sink = world.connectionEvents.Sink();
+    static_cast<INetworkConnectionEvents*>(sink)->NetworkConnectionConnectivityChanged(
+        NetworkTests::ConnectionGuid(1), NLM_CONNECTIVITY_IPV4_INTERNET);
+    EXPECT_EQ(world.listManager.References(), 1);
+    world.listManager.Release();
+}
+
+TEST_F(NetworkSubscriptionTest, SubscriptionBehindAnUnadviseOfTheStopKeepsTheManagerToo) {
+    // The stop takes back a subscription that is only being made, and is still at it, the manager
+    // in its field, when the last one has been made.
+    const Platform::UniqueHandle stopIsAtIt(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const Platform::UniqueHandle allWereMade(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    std::thread stop;
+    world.journal.At("Unadvise INetworkConnectionEvents 0", [&] {
+        SetEvent(stopIsAtIt.Get());
+        WaitForSingleObject(allWereMade.Get(), INFINITE);
+    });
+    world.journal.At("Advise INetworkConnectionEvents", [&] {
+        stop = std::thread([this] { Stop(service); });
+        WaitForSingleObject(stopIsAtIt.Get(), INFINITE);
+    });
+    Listen();
+    EXPECT_NE(service.m_networkListManager, nullptr);
+    SetEvent(allWereMade.Get());
+    stop.join();
+    EXPECT_EQ(service.m_networkListManager, nullptr);
+    // Nobody takes this one back, and its events need the manager.
+    IUnknown* const sink = world.connectionEvents.Sink();
+    ASSERT_NE(sink, nullptr);
+    ASSERT_EQ(world.listManager.References(), 1);
     static_cast<INetworkConnectionEvents*>(sink)->NetworkConnectionConnectivityChanged(
         NetworkTests::ConnectionGuid(1), NLM_CONNECTIVITY_IPV4_INTERNET);
     EXPECT_EQ(world.listManager.References(), 1);

@@ -74,8 +74,11 @@ class StartUpWorkerTest : public CoreTest {
         }
     }
 
+    /// As in a running service, which does not run on afterwards.
     void RunWorker(Rig::Apartment apartment = Rig::Apartment::kNone) {
+        service.m_running = true;
         Rig::RunOnThread([this] { service.ServiceWorkerThread(); }, apartment);
+        service.m_running = false;
     }
 
     /// Runs the worker; the time on the clock from its first call of one name to that of another.
@@ -134,16 +137,22 @@ TEST_F(StartUpWorkerTest, StepsComeInTheirOrder) {
 }
 
 TEST_F(StartUpWorkerTest, BothSettingsAreReadBetweenTheWatcherAndTheWaitForWlan) {
-    RunWorker();
-    std::vector<std::string> operations;
-    for (const Rig::LogLine& line : log.At(Orva::Shared::Level::kTraceIn)) {
-        if (line.function.find("AutoSwitchingEnabled") != std::string::npos ||
-            line.function == "Utils::WaitforServiceToStartRunning") {
-            operations.push_back(line.function);
+    const auto operations = [this] {
+        std::vector<std::string> found;
+        for (const Rig::LogLine& line : log.At(Orva::Shared::Level::kTraceIn)) {
+            if (line.function.find("AutoSwitchingEnabled") != std::string::npos ||
+                line.function == "Utils::WaitforServiceToStartRunning") {
+                found.push_back(line.function);
+            }
         }
-    }
+        return found;
+    };
+    std::vector<std::string> beforeTheWatcher{"no watcher"};
+    world.journal.At("QueueUserWorkItem", [&] { beforeTheWatcher = operations(); });
+    RunWorker();
+    EXPECT_THAT(beforeTheWatcher, IsEmpty());
     EXPECT_THAT(
-        operations,
+        operations(),
         ElementsAre("NLMUtils::IsLanWlanAutoSwitchingEnabled", "NLMUtils::IsLanWwanAutoSwitchingEnabled",
                     "Utils::WaitforServiceToStartRunning", "Utils::WaitforServiceToStartRunning"));
 }
@@ -247,6 +256,14 @@ TEST_F(StartUpWorkerTest, LeavesComThatItEntered) {
     EXPECT_EQ(world.com.entries, 1);
     EXPECT_EQ(world.com.exits, 1);
     EXPECT_EQ(world.journal.Calls().back(), "CoUninitialize");
+}
+
+TEST_F(StartUpWorkerTest, LeavesComBeforeItsExitLine) {
+    bool hadLine = true;
+    world.journal.At("CoUninitialize", [&] { hadLine = log.Contains(TraceOut(kWorker, kExit)); });
+    RunWorker();
+    EXPECT_FALSE(hadLine);
+    EXPECT_TRUE(log.Contains(TraceOut(kWorker, kExit)));
 }
 
 TEST_F(StartUpWorkerTest, LeavesComThatTheThreadHadEnteredBefore) {
@@ -712,6 +729,7 @@ std::vector<std::string> CallsOfAStart() {
     world.EnableWlanSwitching();
     world.EnableWwanSwitching();
     OpenService service;
+    service.m_running = true;
     Rig::RunOnThread([&service] { service.ServiceWorkerThread(); }, Rig::Apartment::kNone);
     std::vector<std::string> calls = world.journal.Calls();
     NLMEventHandler* const handler = service.m_networkEventHandler;
