@@ -45,7 +45,7 @@ CMainService::~CMainService() {
     }
     // The WLAN handle is OnStop's to close. One that is still there could not be closed, or was
     // opened by a worker that outran the stop; it goes with the process.
-    static_cast<void>(m_wlanHandle.Detach());
+    m_wlanHandle.Abandon();
 }
 
 void CMainService::OnStart(DWORD /*argumentCount*/, wchar_t** /*arguments*/) {

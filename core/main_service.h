@@ -77,7 +77,7 @@ class CMainService : public CServiceBase {
     CMbnSinks* m_mbnSinks = nullptr;                   ///< one reference, released by `OnStop`
     std::atomic<bool> m_running{false};
     Platform::SharedHandle m_airplaneWatcherEvent;  ///< closed by the watcher, or else at the end
-    Platform::UniqueWlanHandle m_wlanHandle;
+    Platform::SharedWlanHandle m_wlanHandle;        ///< closed by `OnStop`
 
   private:
     /// False, with an error line, when there is no event.

@@ -83,8 +83,10 @@ void CMainService::ServiceWorkerThread() {
 }
 
 bool CMainService::SetUpAndDecide(const LogScope& log) {
-    // Whoever gives up early leaves COM as it is: the thread belongs to the pool for good, and
-    // what was created so far lives in its apartment.
+    // Whoever gives up early stays in COM: the thread belongs to the pool for good, and what was
+    // created so far lives in its apartment. The normal end leaves what it entered all the same. The
+    // multithreaded apartment is one for the whole process, and the objects in it stay usable as
+    // long as any other thread is in it. (Whether one always is has not yet been tried on Windows.)
     const ComEntry com = EnterCom(log);
     if (!com.usable || !SetUpWlan(log)) {
         return false;

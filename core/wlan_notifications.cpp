@@ -2,7 +2,6 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <utility>
 
 #include "bios/bios_settings.h"
 #include "core/common_steps.h"
@@ -19,7 +18,8 @@ constexpr DWORD kWlanClientVersion = 2;
 std::mutex notificationLock;
 
 /// The WLAN state seen during airplane mode. Kept for the log alone; only under the lock above.
-std::wstring wlanStatusText = PowerStatus::kOff;
+/// Never destroyed: a callback may still come while the process ends.
+std::wstring& wlanStatusText = *new std::wstring(PowerStatus::kOff);
 
 bool IsNetworkAvailable(const WLAN_NOTIFICATION_DATA& data) {
     return data.NotificationSource == WLAN_NOTIFICATION_SOURCE_ACM &&
@@ -130,7 +130,8 @@ DWORD CMainService::OpenWlanHandle(const LogScope& log) {
         log.Error(L"WlanOpenHandle failed with error: %u", result);
         return result;
     }
-    m_wlanHandle = std::move(opened);
+    // The worker and a stop may both have found none and opened one; the first stays.
+    m_wlanHandle.TakeUnlessHeld(opened);
     return m_wlanHandle ? ERROR_SUCCESS : ERROR_NOT_READY;
 }
 

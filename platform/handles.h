@@ -102,27 +102,39 @@ struct HandleTraits {
 /// Kernel object handle of which "none" is null (events, mutexes, threads, tokens).
 using UniqueHandle = UniqueResource<HandleTraits>;
 
-/// The same for a handle that several threads look at and one of them closes: whichever comes first,
-/// the others find none. Any thread.
-class SharedHandle {
+/// The same for a resource that several threads look at and one of them gives back: whichever comes
+/// first, the others find none. `Traits` as above. Any thread.
+template <class Traits>
+class SharedResource {
   public:
-    SharedHandle() noexcept = default;
-    SharedHandle(const SharedHandle&) = delete;
-    SharedHandle& operator=(const SharedHandle&) = delete;
-    ~SharedHandle() { Reset(); }
+    using Value = typename Traits::Value;
 
-    [[nodiscard]] HANDLE Get() const noexcept { return m_value; }
-    explicit operator bool() const noexcept { return Get() != nullptr; }
+    SharedResource() noexcept = default;
+    SharedResource(const SharedResource&) = delete;
+    SharedResource& operator=(const SharedResource&) = delete;
+    ~SharedResource() { Reset(); }
 
-    /// Closes what is held and takes over what `handle` holds.
-    void Reset(UniqueHandle handle = {}) noexcept {
-        const UniqueHandle old(m_value.exchange(handle.Detach()));
+    [[nodiscard]] Value Get() const noexcept { return m_value; }
+    explicit operator bool() const noexcept { return Get() != Traits::None(); }
+
+    /// Gives back what is held and takes over what `resource` holds.
+    void Reset(UniqueResource<Traits> resource = {}) noexcept {
+        const UniqueResource<Traits> old(m_value.exchange(resource.Detach()));
     }
 
-    /// Closes the handle and reports how that went: ERROR_SUCCESS, also when there was none, or the
-    /// Win32 error. A handle that could not be closed is kept.
+    /// Takes over what `resource` holds, unless another thread was first: then that one's stays, and
+    /// `resource` keeps its own.
+    void TakeUnlessHeld(UniqueResource<Traits>& resource) noexcept {
+        Value none = Traits::None();
+        if (m_value.compare_exchange_strong(none, resource.Get())) {
+            static_cast<void>(resource.Detach());
+        }
+    }
+
+    /// Gives the resource back and reports how that went: ERROR_SUCCESS, also when there was none,
+    /// or the Win32 error. What could not be given back is kept.
     [[nodiscard]] DWORD TryClose() {
-        UniqueHandle taken(m_value.exchange(nullptr));
+        UniqueResource<Traits> taken(m_value.exchange(Traits::None()));
         const DWORD error = taken.TryClose();
         if (error != ERROR_SUCCESS) {
             m_value = taken.Detach();
@@ -130,12 +142,13 @@ class SharedHandle {
         return error;
     }
 
-    /// Forgets the handle.
-    void Abandon() noexcept { m_value = nullptr; }
+    /// Forgets the resource.
+    void Abandon() noexcept { m_value = Traits::None(); }
 
   private:
-    std::atomic<HANDLE> m_value{nullptr};
+    std::atomic<Value> m_value{Traits::None()};
 };
+using SharedHandle = SharedResource<HandleTraits>;
 
 struct FindHandleTraits {
     using Value = HANDLE;
@@ -177,6 +190,7 @@ struct WlanHandleTraits {
 };
 /// Client handle of the native WLAN interface (WlanOpenHandle).
 using UniqueWlanHandle = UniqueResource<WlanHandleTraits>;
+using SharedWlanHandle = SharedResource<WlanHandleTraits>;
 
 template <class T>
 struct WlanMemoryTraits {

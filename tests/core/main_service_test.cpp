@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "radio/wwan_state.h"
@@ -114,7 +115,9 @@ class MainServiceTest : public CoreTest {
         }
         if ((resources & kWlanHandle) != 0) {
             DWORD version = 0;
-            ASSERT_EQ(WlanOpenHandle(2, nullptr, &version, service.m_wlanHandle.Put()), DWORD{ERROR_SUCCESS});
+            Platform::UniqueWlanHandle opened;
+            ASSERT_EQ(WlanOpenHandle(2, nullptr, &version, opened.Put()), DWORD{ERROR_SUCCESS});
+            service.m_wlanHandle.Reset(std::move(opened));
         }
         m_stopEvent = service.m_airplaneWatcherEvent.Get();
         world.journal.Clear();

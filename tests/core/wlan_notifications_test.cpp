@@ -10,6 +10,7 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -181,6 +182,52 @@ TEST_F(WlanNotificationsTest, FailedUnregistrationLogsTheLastErrorAndReturnsItsR
     service.m_wlanHandle.Reset();
 }
 
+// --- A registration that meets a stop --------------------------------------------------------------
+
+class RegistrationDuringAStop : public WlanNotificationsTest {
+  protected:
+    /// Registers. While the handle for that is being opened, a stop opens one itself and gets as far
+    /// as one of its calls; it goes on when the registration has ended.
+    DWORD RegisterWhileTheStopIsAt(const std::string& call) {
+        const Platform::UniqueHandle stopIsThere(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+        const Platform::UniqueHandle hasRegistered(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+        std::thread stop;
+        world.journal.At("WlanOpenHandle", [&] {
+            stop = std::thread([this] { Stop(service); });
+            WaitForSingleObject(stopIsThere.Get(), INFINITE);
+        });
+        world.journal.At(call, [&] {
+            SetEvent(stopIsThere.Get());
+            WaitForSingleObject(hasRegistered.Get(), INFINITE);
+        });
+        const DWORD result = service.RegisterWlanNotification(&kYes);
+        SetEvent(hasRegistered.Get());
+        stop.join();
+        return result;
+    }
+
+    OpenService service;
+};
+
+TEST_F(RegistrationDuringAStop, UsesTheHandleThatTheStopHasOpenedAndClosesItsOwn) {
+    EXPECT_EQ(RegisterWhileTheStopIsAt("WlanRegisterNotification 0"), DWORD{ERROR_SUCCESS});
+    EXPECT_THAT(world.wlan.Calls(), ElementsAre("Open 2", "Open 2", "Close", "Close"));
+    ASSERT_THAT(world.notifications.calls, SizeIs(2));
+    EXPECT_EQ(world.notifications.calls[0].sources, 0x18U);
+    EXPECT_EQ(world.notifications.calls[0].client, world.notifications.calls[1].client);
+    EXPECT_FALSE(service.m_wlanHandle);
+}
+
+TEST_F(RegistrationDuringAStop, KeepsItsOwnHandleWhileTheStopClosesTheOther) {
+    EXPECT_EQ(RegisterWhileTheStopIsAt("WlanCloseHandle"), DWORD{ERROR_SUCCESS});
+    EXPECT_THAT(world.wlan.Calls(), ElementsAre("Open 2", "Open 2", "Close"));
+    ASSERT_THAT(world.notifications.calls, SizeIs(2));
+    EXPECT_EQ(world.notifications.calls[1].sources, 0x18U);
+    EXPECT_NE(world.notifications.calls[0].client, world.notifications.calls[1].client);
+    EXPECT_EQ(world.notifications.calls[1].client, service.m_wlanHandle.Get());
+    service.m_wlanHandle.Reset();
+}
+
 // --- The callback ----------------------------------------------------------------------------------
 
 TEST_F(WlanNotificationsTest, NullDataDoesNothing) {
@@ -266,7 +313,9 @@ TEST_F(WlanNotificationsTest, HandlersNeverRunAtTheSameTime) {
             },
             &second, 0, nullptr);
         WaitForSingleObject(secondArrived, INFINITE);
-        EXPECT_TRUE(log.WaitFor(TraceIn(kCallback)));
+        // Written before the lock is asked for.
+        EXPECT_TRUE(log.WaitFor(Information(
+            kCallback, L"WlanNotificationCallback - Notification Source = 0x8, Notification Code = 19")));
         // It gets as far as the lock and no further.
         constexpr DWORD kGrace = 50;
         endedEarly = Rig::Real<&::WaitForSingleObject>(secondEnded, kGrace) != WAIT_TIMEOUT;

@@ -363,4 +363,17 @@ TEST(SharedHandleTest, AbandonedHandleStaysOpen) {
     CloseHandle(event);
 }
 
+TEST(SharedHandleTest, FirstOfTwoOfferedStaysAndTheOtherIsLeftToItsOwner) {
+    Platform::SharedHandle shared;
+    Platform::UniqueHandle first = MakeEvent();
+    Platform::UniqueHandle second = MakeEvent();
+    const HANDLE kept = first.Get();
+    const HANDLE refused = second.Get();
+    shared.TakeUnlessHeld(first);
+    shared.TakeUnlessHeld(second);
+    EXPECT_FALSE(first);
+    EXPECT_EQ(shared.Get(), kept);
+    EXPECT_EQ(second.Get(), refused);
+}
+
 }  // namespace
