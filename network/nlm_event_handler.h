@@ -11,8 +11,10 @@
 
 class LogScope;
 
-/// Set while a connectivity change is being handled, so that the radio changes it makes are not
-/// taken for the user's. Stays set after a change whose handling failed, until the next one ends.
+/// Set when a connectivity change comes, before it waits for its turn, and cleared when it ends, so
+/// that the radio changes it makes are not taken for the user's. (The end of one clears it for those
+/// that queued behind it, too: what they change may be stored as the user's.) Stays set after a
+/// change whose handling failed, until the next one ends.
 extern std::atomic<bool> msm_Notification_flag;
 
 /// Receives the Network List Manager's events, on threads of the multithreaded apartment, several
