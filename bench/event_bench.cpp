@@ -8,7 +8,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 
 #include "bench/devices.h"
 #include "bench/measure.h"
@@ -41,8 +40,7 @@ class Service {
 
   private:
     // Like the service's own it lives as long as the process.
-    NLMEventHandler* m_events =
-        new NLMEventHandler(&Devices::Manager(), std::make_shared<WiredConnections>());
+    NLMEventHandler* m_events = new NLMEventHandler(&Devices::Manager(), new WiredConnections);
 };
 
 /// Nanoseconds from the start of `plug` to its last switch of a PHY.

@@ -1,4 +1,3 @@
-#include <memory>
 #include <new>
 
 #include "core/common_steps.h"
@@ -86,9 +85,7 @@ void CMainService::SubscribeToNetworkEvents(const LogScope& log, const ComPtr<IN
 
 ComPtr<NLMEventHandler> CMainService::CreateNetworkEventHandler(const LogScope& log,
                                                                 INetworkListManager* manager) {
-    // The handler shares the set, but nobody ever owns it.
-    ComPtr<NLMEventHandler> handler(new (std::nothrow) NLMEventHandler(
-        manager, std::shared_ptr<WiredConnections>(std::shared_ptr<void>(), m_wiredConnections)));
+    ComPtr<NLMEventHandler> handler(new (std::nothrow) NLMEventHandler(manager, m_wiredConnections));
     if (handler == nullptr) {
         log.Error(L"NLMEventHandler creation failed with error: 0x%08X", E_OUTOFMEMORY);
         return handler;

@@ -3,7 +3,6 @@
 #include <wrl/client.h>
 
 #include <chrono>
-#include <utility>
 
 #include "bios/bios_settings.h"
 #include "logging/log_scope.h"
@@ -67,9 +66,8 @@ void BringRadiosBack(const LogScope& log) {
 
 }  // namespace
 
-NLMEventHandler::NLMEventHandler(INetworkListManager* networkListManager,
-                                 std::shared_ptr<WiredConnections> wiredConnections)
-    : m_networkListManager(networkListManager), m_wiredConnections(std::move(wiredConnections)) {
+NLMEventHandler::NLMEventHandler(INetworkListManager* networkListManager, WiredConnections* wiredConnections)
+    : m_networkListManager(networkListManager), m_wiredConnections(wiredConnections) {
     const LogScope log("NLMEventHandler::NLMEventHandler");
 }
 

@@ -4,7 +4,6 @@
 #include <netlistmgr.h>
 
 #include <atomic>
-#include <memory>
 #include <string>
 
 #include "network/wired_connections.h"
@@ -24,10 +23,9 @@ class NLMEventHandler : public INetworkListManagerEvents,
                         public INetworkEvents,
                         public INetworkConnectionEvents {
   public:
-    /// The manager is not owned, and outlives the events. `wiredConnections` may be null: then
-    /// nothing is remembered.
-    NLMEventHandler(INetworkListManager* networkListManager,
-                    std::shared_ptr<WiredConnections> wiredConnections);
+    /// Neither is owned, and both must be there when an event comes (an event that waits for its turn
+    /// holds the manager itself). `wiredConnections` may be null: then nothing is remembered.
+    NLMEventHandler(INetworkListManager* networkListManager, WiredConnections* wiredConnections);
     NLMEventHandler(const NLMEventHandler&) = delete;
     NLMEventHandler& operator=(const NLMEventHandler&) = delete;
 
@@ -69,7 +67,7 @@ class NLMEventHandler : public INetworkListManagerEvents,
     /// A plain integer, changed without interlocked operations, on purpose.
     ULONG m_references = 0;
     INetworkListManager* m_networkListManager;
-    std::shared_ptr<WiredConnections> m_wiredConnections;
+    WiredConnections* m_wiredConnections;
 
   private:
     /// Gives back the buffer of the adapter list, under the Ethernet-check lock.

@@ -96,7 +96,7 @@ TEST_F(NetworkSubscriptionTest, HandlerKnowsTheManagerAndTheWiredConnections) {
     ASSERT_NE(service.m_networkEventHandler, nullptr);
     EXPECT_EQ(Inside(*service.m_networkEventHandler).m_networkListManager,
               service.m_networkListManager.Get());
-    EXPECT_EQ(Inside(*service.m_networkEventHandler).m_wiredConnections.get(), service.m_wiredConnections);
+    EXPECT_EQ(Inside(*service.m_networkEventHandler).m_wiredConnections, service.m_wiredConnections);
     // Borrowed: the service's own reference is the only one left.
     EXPECT_EQ(world.listManager.References(), 1);
 }

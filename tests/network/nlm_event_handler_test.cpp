@@ -10,7 +10,6 @@
 #include <cstddef>
 #include <cwctype>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <new>
 #include <optional>
@@ -129,7 +128,7 @@ class NLMEventHandlerTest : public testing::Test {
     NLMEventHandlerTest() {
         m_manager.connections = {&m_cable, &m_secondCable, &m_wifiConnection};
         EXPECT_EQ(m_manager.HandOut(m_managerReference.GetAddressOf()), S_OK);
-        m_handler = new OpenHandler(m_managerReference.Get(), m_sharedWired);
+        m_handler = new OpenHandler(m_managerReference.Get(), &m_wired);
         m_handler->AddRef();
         Enable(true, true);
         m_log.Clear();
@@ -197,8 +196,7 @@ class NLMEventHandlerTest : public testing::Test {
     FakeConnection m_wifiConnection{ConnectionGuid(3), AdapterGuid(3)};
     FakeNetworkListManager m_manager;
     ComPtr<INetworkListManager> m_managerReference;
-    const std::shared_ptr<WiredConnections> m_sharedWired = std::make_shared<WiredConnections>();
-    WiredConnections& m_wired = *m_sharedWired;
+    WiredConnections m_wired;
     OpenHandler* m_handler = nullptr;
 };
 
@@ -974,8 +972,8 @@ TEST(NLMEventHandlerObject, ReferencesAreCountedAndTheLastReleaseDestroysIt) {
 TEST(NLMEventHandlerObject, BasesAndFieldsStandInTheirOrder) {
     const LogRecorder log;
     FakeNetworkListManager manager;
-    const auto wired = std::make_shared<WiredConnections>();
-    OpenHandler handler(&manager, wired);
+    WiredConnections wired;
+    OpenHandler handler(&manager, &wired);
     const auto offset = [&handler](const void* part) {
         return reinterpret_cast<const char*>(part) - reinterpret_cast<const char*>(&handler);
     };
@@ -989,7 +987,7 @@ TEST(NLMEventHandlerObject, BasesAndFieldsStandInTheirOrder) {
     EXPECT_EQ(offset(&handler.m_wiredConnections), 5 * kPointer);
     EXPECT_EQ(handler.m_references, 0U);
     EXPECT_EQ(handler.m_networkListManager, &manager);
-    EXPECT_EQ(handler.m_wiredConnections, wired);
+    EXPECT_EQ(handler.m_wiredConnections, &wired);
     EXPECT_EQ(manager.ReferencesTaken(), 0) << "the manager is only borrowed";
 }
 
