@@ -40,9 +40,8 @@ class LogFile {
     /// Set for a file whose whole path was given by its creator, which no program here does.
     [[nodiscard]] bool HasCustomPath() const noexcept { return m_hasCustomPath; }
 
-    /// Waits for the mutex without limit and opens the file. False when either cannot be had; what one
-    /// wait gave is then given back. After an abandoned wait that is not all: the thread keeps the
-    /// mutex.
+    /// Waits for the mutex without limit and opens the file. False when either cannot be had. A mutex
+    /// that was had is then released once, and so is free again unless the wait was an abandoned one.
     [[nodiscard]] bool LockAndOpen();
 
     /// Flushes and closes the file and releases the mutex. Does nothing, and keeps the mutex, when
