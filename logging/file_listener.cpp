@@ -33,23 +33,28 @@ void CorvaLogListenerFile::Initialize(const std::wstring& fileName, const Policy
 }
 
 CorvaLogListenerFile::~CorvaLogListenerFile() {
+    CorvaLogListenerFile::End();
+    // The mutex is closed with the file: now, unless a writer came too late and still needs both.
+}
+
+void CorvaLogListenerFile::End() {
     if (m_queue != nullptr) {
         m_queue->TearDown();
     }
-    // The mutex is closed with the file: now, unless a writer came too late and still needs both.
 }
 
 void CorvaLogListenerFile::Log(const LogData& entry) {
     if (*m_file->Path() == L'\0') {
         return;
     }
-    // Held, because at process exit the listener may end while this thread waits for its turn.
+    // Queue and file are held, because the listener may be deleted while this thread waits for its turn.
     const std::shared_ptr<WriteQueue> queue = m_queue;
     if (queue != nullptr && m_queuedWrites) {
         queue->Append(entry);
         return;
     }
-    const OpenedLogFile file(*m_file);
+    const std::shared_ptr<LogFile> held = m_file;
+    const OpenedLogFile file(*held);
     if (file) {
         file->WriteEntry(entry);
     }

@@ -40,8 +40,8 @@ class LogFile {
     /// Set for a file whose whole path was given by its creator, which no program here does.
     [[nodiscard]] bool HasCustomPath() const noexcept { return m_hasCustomPath; }
 
-    /// Waits for the mutex without limit and opens the file. False when either cannot be had; the
-    /// mutex is then free again.
+    /// Waits for the mutex without limit and opens the file. False when either cannot be had. A mutex
+    /// that was had is then released once, and so is free again unless the wait was an abandoned one.
     [[nodiscard]] bool LockAndOpen();
 
     /// Flushes and closes the file and releases the mutex. Does nothing, and keeps the mutex, when

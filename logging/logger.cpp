@@ -12,20 +12,18 @@
 namespace Orva::Shared {
 namespace {
 
+/// An entry that one listener loses for want of memory is not lost for the next ones.
+void LogTo(CorvaLogListener& listener, const CorvaLogListener::LogData& entry) {
+    try {
+        listener.Log(entry);
+    } catch (const std::bad_alloc&) {
+    }
+}
+
 bool IsFileListener(const CorvaLogListener& listener) {
     const int type = listener.GetType();
     return type == ListenerType::kQueuedFile || type == ListenerType::kFile;
 }
-
-/// Whatever one output cannot finish, the others are still to be ended.
-struct QuietDelete {
-    void operator()(const CorvaLogListener* listener) const noexcept {
-        try {
-            delete listener;
-        } catch (...) {
-        }
-    }
-};
 
 }  // namespace
 
@@ -53,14 +51,26 @@ CorvaLogger::CorvaLogger(CorvaLogListener* const* listeners, int count) {
 }
 
 CorvaLogger::~CorvaLogger() {
-    EndListeners();
+    TakeOutEach([](CorvaLogListener* listener) { delete listener; });
 }
 
 void CorvaLogger::EndListeners() noexcept {
+    TakeOutEach([](CorvaLogListener* listener) { listener->End(); });
+}
+
+/// Empties every place and does `last` with what was in it.
+template <class Last>
+void CorvaLogger::TakeOutEach(Last last) noexcept {
     for (int i = 0; i < m_listenerCount; ++i) {
         // Emptied first: while one listener still drains its queue, others may write.
-        const std::unique_ptr<CorvaLogListener, QuietDelete> listener(
-            m_listeners[static_cast<std::size_t>(i)].exchange(nullptr));
+        CorvaLogListener* const listener = m_listeners[static_cast<std::size_t>(i)].exchange(nullptr);
+        try {
+            if (listener != nullptr) {
+                last(listener);
+            }
+        } catch (...) {
+            // Whatever one output cannot finish, the others are still to be ended.
+        }
     }
 }
 
@@ -90,7 +100,7 @@ void CorvaLogger::Dispatch(int level, const char* functionName, const wchar_t* m
         for (int i = 0; i < m_listenerCount; ++i) {
             CorvaLogListener* const listener = m_listeners[static_cast<std::size_t>(i)];
             if (listener != nullptr && level >= listener->MinLogLevel() && level <= listener->MaxLogLevel()) {
-                listener->Log(entry);
+                LogTo(*listener, entry);
             }
         }
     } catch (const std::bad_alloc&) {
@@ -100,8 +110,8 @@ void CorvaLogger::Dispatch(int level, const char* functionName, const wchar_t* m
 
 namespace {
 
-/// At process exit. The logger itself stays: threads that Windows has not ended yet may still
-/// write, and find a log without outputs.
+/// At process exit. The logger itself stays, and so do its listeners: threads that Windows has not
+/// ended yet may still write, and find a log without outputs.
 void EndLogger() {
     GetLogger().EndListeners();
 }

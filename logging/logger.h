@@ -44,14 +44,15 @@ class TimingStatistics {
 class CorvaLogger {
   public:
     static constexpr int kMostListeners = 10;
-    /// No message's buffer is larger, its end included, whatever size it is given.
+    /// No message's buffer is larger, its end included. A bound for `kMessageCharacters`, which alone
+    /// says how large they are: nothing can set another size.
     static constexpr unsigned kMostMessageCharacters = 8096;
 
     /// Takes ownership of `count` listeners (empty places are passed over; ten at most are kept).
     CorvaLogger(CorvaLogListener* const* listeners, int count);
     CorvaLogger(const CorvaLogger&) = delete;
     CorvaLogger& operator=(const CorvaLogger&) = delete;
-    /// Ends its listeners.
+    /// Deletes its listeners, each as far as that succeeds. Nobody may be writing any more.
     ~CorvaLogger();
 
     /// Whether an entry of this level goes anywhere.
@@ -74,7 +75,9 @@ class CorvaLogger {
     /// Writes one entry whose message is ready (terminated; 511 characters at most).
     void WriteText(int level, const char* functionName, const wchar_t* message);
 
-    /// Ends the outputs; a file listener drains its queue first. Entries that come later go nowhere.
+    /// Ends the outputs at process exit; a file listener drains its queue. Entries that come later go
+    /// nowhere. Other threads may write meanwhile, and one of them may still be inside a listener: so
+    /// the listeners' memory is not given back, on purpose, and ends with the process.
     void EndListeners() noexcept;
 
     /// Whether operations are to measure how long they take (see `LogScopeTimer`).
@@ -96,6 +99,8 @@ class CorvaLogger {
 
     void WriteFormatted(int level, const char* functionName, const wchar_t* format, ...);
     void Dispatch(int level, const char* functionName, const wchar_t* message);
+    template <class Last>
+    void TakeOutEach(Last last) noexcept;
 
     unsigned m_messageCharacters = kMessageCharacters;
     std::array<std::atomic<CorvaLogListener*>, kMostListeners> m_listeners{};

@@ -11,9 +11,11 @@
 ///     HKEY_LOCAL_MACHINE\Software\Policies\Orva\<product name>\<executable's base name>
 ///
 /// A value is looked for in the executable's key and then in the product's, so that one policy
-/// covers every program of the product and can be refined for one of them. Whatever is missing,
-/// of the wrong type or too long counts as absent, and an absent value has a default: nothing here
-/// fails. Policy is read once, on the thread that creates the logger.
+/// covers every program of the product and can be refined for one of them. What is missing or too
+/// long counts as absent, and an absent value has a default: nothing here fails. A level of another
+/// type than REG_SZ counts as absent too. Of the other values the type is not examined: their bytes
+/// are taken for what they should be, so "QueuedWrites" as the text "0" is a number other than 0.
+/// Policy is read once, on the thread that creates the logger.
 namespace Orva::Shared {
 
 /// The two keys; either may be empty.

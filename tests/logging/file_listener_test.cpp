@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <cerrno>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -82,6 +84,8 @@ TEST_F(FileListenerTest, StoresALineEndInsideAMessageAsWindowsDoes) {
 TEST_F(FileListenerTest, WritesBelowTheRoamingApplicationData) {
     const CorvaLogListenerFile listener(kSynchronous);
     EXPECT_EQ(m_appData.AskedFor(), 0x801A);
+    EXPECT_EQ(m_appData.AskedWithToken(), nullptr);
+    EXPECT_EQ(m_appData.AskedForType(), 0U);
     EXPECT_THAT(m_appData.Names(), ElementsAre(L"logging_tests.log"));
 }
 
@@ -172,19 +176,26 @@ TEST_F(FileListenerTest, WritesNothingWhereADirectoryHasItsName) {
 }
 
 TEST_F(FileListenerTest, ReadOnlyFileCostsLinesOnly) {
+    // Refused whoever asks, as on Windows: under Wine root may write to it.
+    const ScopedImport<&::_wfopen> open{[&](const wchar_t* path, const wchar_t* mode) -> FILE* {
+        if ((GetFileAttributesW(path) & FILE_ATTRIBUTE_READONLY) != 0) {
+            errno = EACCES;
+            return nullptr;
+        }
+        return open.Original(path, mode);
+    }};
     m_appData.MakeLogDirectory();
     WriteBytes(m_appData.Log(), kLogLine);
     SetFileAttributesW(m_appData.Log().c_str(), FILE_ATTRIBUTE_READONLY);
-    // Under Wine root may write to it nevertheless.
-    const HANDLE file =
-        CreateFileW(m_appData.Log().c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    const bool isReadOnly = file == INVALID_HANDLE_VALUE;
-    CloseHandle(file);
     CorvaLogListenerFile listener(kSynchronous);
-    listener.Log(Entry(L"one"));
+    listener.Log(Entry(L"lost"));
+    EXPECT_EQ(open.Calls(), 2);
     EXPECT_TRUE(MutexIsFree());
+    EXPECT_EQ(ReadBytes(m_appData.Log()), kLogLine);
+    SetFileAttributesW(m_appData.Log().c_str(), FILE_ATTRIBUTE_NORMAL);
+    listener.Log(Entry(L"one"));
     EXPECT_THAT(ReadBytes(m_appData.Log()), testing::StartsWith(kLogLine));
-    EXPECT_EQ(ReadBytes(m_appData.Log()) == kLogLine, isReadOnly);
+    EXPECT_THAT(ReadBytes(m_appData.Log()), testing::EndsWith("|one\r\n"));
 }
 
 class LockedFile {
@@ -440,6 +451,34 @@ TEST_F(FileListenerTest, WaitsForWhoeverHoldsTheMutex) {
     }
     writer.join();
     EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one"));
+}
+
+TEST_F(FileListenerTest, ThreadThatWaitsForTheMutexOutlivesTheListener) {
+    auto listener = std::make_unique<CorvaLogListenerFile>(kSynchronous);
+    CorvaLogListenerFile* const used = listener.get();
+    std::atomic<bool> waits = false;
+    std::thread writer;
+    {
+        const HeldMutex held(m_appData.Log());
+        writer = std::thread([&] {
+            const DWORD thisThread = GetCurrentThreadId();
+            const ScopedImport<&::WaitForSingleObject> wait{
+                [&](HANDLE, DWORD limit) { return limit == INFINITE && GetCurrentThreadId() == thisThread; },
+                [&](HANDLE mutex, DWORD limit) {
+                    waits = true;
+                    return wait.Original(mutex, limit);
+                }};
+            used->Log(Entry(L"one"));
+        });
+        EXPECT_TRUE(Eventually([&] { return waits.load(); }));
+        const Rig::ScopedImport<&::CloseHandle> close{
+            Rig::kWrapping, [](const auto& original, HANDLE handle) { return original.Original(handle); }};
+        listener.reset();
+        EXPECT_EQ(close.Calls(), 0) << "the mutex is still waited for";
+    }
+    writer.join();
+    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one"));
+    EXPECT_TRUE(MutexIsFree());
 }
 
 // --- A full disk ------------------------------------------------------------------------------

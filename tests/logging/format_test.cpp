@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstdarg>
+#include <cwchar>
 #include <limits>
 #include <string>
 
 #include "logging/format.h"
+#include "tests/support/scoped_import.h"
 
 namespace LoggingTests {
 namespace {
@@ -64,6 +67,39 @@ TEST(FormatText, CutsAndTerminates) {
     FormatText(text.data(), 5, L"%s", L"abcdefgh");
     EXPECT_STREQ(text.data(), L"abcd");
     EXPECT_EQ(text[5], L'#');
+}
+
+TEST(FormatText, EndsWhereAConversionFails) {
+    // No conversion can be made to fail in the runtime's own locale.
+    const Rig::ScopedImport<&::_vsnwprintf> failsHalfway{
+        [](wchar_t* buffer, std::size_t characters, const wchar_t* format, va_list) {
+            EXPECT_EQ(characters, 9U);
+            EXPECT_STREQ(format, L"ab%S");
+            buffer[0] = L'a';
+            buffer[1] = L'b';
+            return -1;
+        }};
+    std::array<wchar_t, 11> text;
+    text.fill(L'#');
+    FormatText(text.data(), 10, L"ab%S", "narrow");
+    EXPECT_STREQ(text.data(), L"ab");
+    EXPECT_EQ(text[10], L'#');
+}
+
+TEST(FormatText, FormatsOnceWhatFits) {
+    const Rig::ScopedImport<&::_vsnwprintf> format{
+        Rig::kWrapping,
+        [](const auto& original, auto... arguments) { return original.Original(arguments...); }};
+    EXPECT_EQ(Format(L"%s %d", L"one", 2), L"one 2");
+    EXPECT_EQ(format.Calls(), 1);
+}
+
+TEST(FormatText, CutsWithEveryArgumentInItsPlace) {
+    std::array<wchar_t, 8> text;
+    text.fill(L'#');
+    FormatText(text.data(), 7, L"%d %s %S %d", 1, L"xy", "z", 12345);
+    EXPECT_STREQ(text.data(), L"1 xy z");
+    EXPECT_EQ(text[7], L'#');
 }
 
 TEST(FormatText, FillsABufferToItsLastPlace) {

@@ -61,8 +61,10 @@ HANDLE Open(const std::wstring& path, DWORD access, DWORD disposition) {
 }  // namespace
 
 AppData::AppData()
-    : m_path(MakeFreshDirectory()), m_folder([this](HWND, int folder, HANDLE, DWORD, LPWSTR path) {
+    : m_path(MakeFreshDirectory()), m_folder([this](HWND, int folder, HANDLE token, DWORD type, LPWSTR path) {
           m_askedFor = folder;
+          m_token = token;
+          m_type = type;
           std::wcsncpy(path, m_path.c_str(), MAX_PATH);
           return S_OK;
       }) {}

@@ -36,10 +36,14 @@ class AppData {
 
     /// The arguments of the last call that asked for the folder.
     [[nodiscard]] int AskedFor() const { return m_askedFor; }
+    [[nodiscard]] HANDLE AskedWithToken() const { return m_token; }
+    [[nodiscard]] DWORD AskedForType() const { return m_type; }
 
   private:
     std::wstring m_path;
     int m_askedFor = 0;
+    HANDLE m_token = INVALID_HANDLE_VALUE;
+    DWORD m_type = MAXDWORD;
     Rig::ScopedImport<&::SHGetFolderPathW> m_folder;
 };
 

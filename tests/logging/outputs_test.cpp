@@ -322,6 +322,16 @@ TEST(CreateLogger, MinLogLevelNeverSilencesTheLog) {
     EXPECT_EQ(ReadBytes(appData.Log()), kByteOrderMark);
 }
 
+TEST(CreateLogger, KeepsTheThreadsLastError) {
+    const Policies policies;
+    const AppData appData;
+    // Making it again leaves an error behind.
+    appData.MakeLogDirectory();
+    SetLastError(ERROR_CRC);
+    const auto logger = Orva::Shared::CreateLogger();
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_CRC});
+}
+
 TEST(CreateLogger, GivesEverythingBack) {
     const Policies policies;
     policies.OfProduct(L"LoggingType", RegistryText(L"Event File Debug"));

@@ -4,6 +4,7 @@
 #include <process.h>
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -178,6 +179,58 @@ TEST_F(WriteQueueTest, HoldsTheMutexUntilTheQueueIsEmptyAndNoLonger) {
     EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one", "two"));
 }
 
+TEST_F(WriteQueueTest, OpensOnceAndReleasesOnceForAllThatComesDuringADrain) {
+    CorvaLogListenerFile listener(true);
+    const ScopedImport<&::_wfopen> open{Rig::kWrapping, [](const auto& original, auto... arguments) {
+                                            return original.Original(arguments...);
+                                        }};
+    const ScopedImport<&::ReleaseMutex> release{
+        Rig::kWrapping, [](const auto& original, HANDLE mutex) { return original.Original(mutex); }};
+    std::atomic<int> writes = 0;
+    const ScopedImport<&::fwrite> write{
+        [&](const void* data, std::size_t size, std::size_t count, FILE* file) {
+            if (++writes <= 20) {
+                listener.Log(Entry(L"meanwhile"));
+            }
+            return write.Original(data, size, count, file);
+        }};
+    {
+        const HeldMutex held(m_appData.Log());
+        for (int line = 0; line < 10; ++line) {
+            listener.Log(Entry(L"x"));
+        }
+    }
+    EXPECT_TRUE(HasLines(30));
+    { const HeldMutex writerEnded(m_appData.Log()); }
+    EXPECT_EQ(open.Calls(), 1);
+    EXPECT_EQ(release.Calls(), 1);
+}
+
+TEST_F(WriteQueueTest, CallersDoNotWaitForAWriteThatTakesLong) {
+    std::atomic<bool> isWriting = false;
+    std::atomic<bool> mayEnd = false;
+    const ScopedImport<&::fwrite> slow{
+        [&](const void* data, std::size_t size, std::size_t count, FILE* file) {
+            isWriting = true;
+            while (!mayEnd) {
+                Rig::Real<&::Sleep>(DWORD{1});
+            }
+            return slow.Original(data, size, count, file);
+        }};
+    CorvaLogListenerFile listener(true);
+    listener.Log(Entry(L"one"));
+    EXPECT_TRUE(Eventually([&] { return isWriting.load(); }));
+    std::atomic<bool> hasLogged = false;
+    std::thread caller([&] {
+        listener.Log(Entry(L"two"));
+        hasLogged = true;
+    });
+    EXPECT_TRUE(Eventually([&] { return hasLogged.load(); }));
+    mayEnd = true;
+    caller.join();
+    EXPECT_TRUE(HasLines(2));
+}
+
 TEST_F(WriteQueueTest, OneWriterServesManyEntriesAndEndsWithTheQueue) {
     const ScopedImport<&::_beginthreadex> start{[&](void* security, unsigned stack,
                                                     unsigned(__stdcall * function)(void*), void* argument,
@@ -280,14 +333,19 @@ class ScopedWaits {
   public:
     std::vector<std::string> events;
     DWORD result = WAIT_TIMEOUT;
+    /// Happens during each wait.
+    std::function<void(HANDLE)> meanwhile;
 
   private:
     ScopedImport<&::Sleep> m_sleep{
         [this](DWORD milliseconds) { events.push_back("sleep " + std::to_string(milliseconds)); }};
     ScopedImport<&::WaitForSingleObject> m_wait{
         [](HANDLE, DWORD limit) { return limit != INFINITE && limit != 0; },
-        [this](HANDLE, DWORD limit) {
+        [this](HANDLE object, DWORD limit) {
             events.push_back("wait " + std::to_string(limit));
+            if (meanwhile) {
+                meanwhile(object);
+            }
             return result;
         }};
 };
@@ -333,6 +391,53 @@ TEST_F(WriteQueueTest, WaitThatFailsEndsTheRounds) {
     EXPECT_THAT(waits.events, ElementsAre("sleep 100", "wait 500"));
 }
 
+TEST_F(WriteQueueTest, WriterThatGaveUpAsTheWaitTimedOutEndsTheRounds) {
+    auto listener = std::make_unique<CorvaLogListenerFile>(true);
+    auto held = std::make_unique<HeldMutex>(m_appData.Log());
+    const ScopedImport<&::_wfopen> fails{[](auto...) -> FILE* { return nullptr; }};
+    listener->Log(Entry(L"lost"));
+    ScopedWaits waits;
+    waits.meanwhile = [&](HANDLE writer) {
+        // It gets the file's mutex, cannot open the file and leaves the entry in the queue.
+        held.reset();
+        EXPECT_EQ(Rig::Real<&::WaitForSingleObject>(writer, DWORD{30'000}), WAIT_OBJECT_0);
+    };
+    listener.reset();
+    EXPECT_THAT(waits.events, ElementsAre("sleep 100", "wait 500"));
+}
+
+TEST_F(WriteQueueTest, DoesNotWaitForAWriterThatHasWrittenEverything) {
+    std::atomic<DWORD> writer = 0;
+    const ScopedImport<&::fwrite> write{
+        [&](const void* data, std::size_t size, std::size_t count, FILE* file) {
+            writer = GetCurrentThreadId();
+            return write.Original(data, size, count, file);
+        }};
+    // Keeps the writer from the queue's lock, and so from its end.
+    std::atomic<bool> isAtLock = false;
+    std::atomic<bool> mayEnter = false;
+    const ScopedImport<&::EnterCriticalSection> enter{
+        [&](CRITICAL_SECTION*) { return Rig::Real<&::GetCurrentThreadId>() == writer; },
+        [&](CRITICAL_SECTION* section) {
+            isAtLock = true;
+            while (!mayEnter) {
+                Rig::Real<&::Sleep>(DWORD{1});
+            }
+            enter.Original(section);
+        }};
+    auto listener = std::make_unique<CorvaLogListenerFile>(true);
+    listener->Log(Entry(L"one"));
+    EXPECT_TRUE(Eventually([&] { return isAtLock.load(); }));
+    {
+        const ScopedWaits waits;
+        listener.reset();
+        EXPECT_THAT(waits.events, IsEmpty());
+    }
+    mayEnter = true;
+    { const HeldMutex writerEnded(m_appData.Log()); }
+    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one"));
+}
+
 TEST_F(WriteQueueTest, WithoutAWriterDoesNotWaitForEntriesThatRemain) {
     auto listener = std::make_unique<CorvaLogListenerFile>(true);
     const ScopedImport<&::_beginthreadex> fails{[](auto...) { return std::uintptr_t{0}; }};
@@ -342,7 +447,7 @@ TEST_F(WriteQueueTest, WithoutAWriterDoesNotWaitForEntriesThatRemain) {
     EXPECT_THAT(waits.events, IsEmpty());
 }
 
-TEST_F(WriteQueueTest, EndsWithinOneAndAHalfSecondsWhenTheWriterIsBlocked) {
+TEST_F(WriteQueueTest, GivesABlockedWriterOneToThreeSecondsOfRealTime) {
     auto listener = std::make_unique<CorvaLogListenerFile>(true);
     const HeldMutex held(m_appData.Log());
     listener->Log(Entry(L"lost"));
@@ -378,6 +483,22 @@ TEST_F(WriteQueueTest, DrainsBeforeItEnds) {
         }
     }
     { const HeldMutex writerEnded(m_appData.Log()); }
+    EXPECT_EQ(ReadLines(m_appData.Log()).size(), 1000U);
+}
+
+TEST_F(WriteQueueTest, EndedListenerHasDrainedAndTakesNothingMore) {
+    const ScopedImport<&::_beginthreadex> threads{
+        Rig::kWrapping,
+        [](const auto& original, auto... arguments) { return original.Original(arguments...); }};
+    CorvaLogListenerFile listener(true);
+    for (int line = 0; line < 1000; ++line) {
+        listener.Log(Entry(L"x"));
+    }
+    listener.End();
+    { const HeldMutex writerEnded(m_appData.Log()); }
+    const int started = threads.Calls();
+    listener.Log(Entry(L"late"));
+    EXPECT_EQ(threads.Calls(), started);
     EXPECT_EQ(ReadLines(m_appData.Log()).size(), 1000U);
 }
 
