@@ -33,14 +33,10 @@ void CorvaLogListenerFile::Initialize(const std::wstring& fileName, const Policy
 }
 
 CorvaLogListenerFile::~CorvaLogListenerFile() {
-    CorvaLogListenerFile::End();
-    // The mutex is closed with the file: now, unless a writer came too late and still needs both.
-}
-
-void CorvaLogListenerFile::End() {
     if (m_queue != nullptr) {
         m_queue->TearDown();
     }
+    // The mutex is closed with the file: now, unless a thread that came too late still needs both.
 }
 
 void CorvaLogListenerFile::Log(const LogData& entry) {

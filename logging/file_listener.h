@@ -27,9 +27,6 @@ class CorvaLogListenerFile final : public CorvaLogListener {
 
     [[nodiscard]] int GetType() const override;
 
-    /// Gives queued entries up to 1.2 s to be written; what is queued later is lost.
-    void End() override;
-
   private:
     void Initialize(const std::wstring& fileName, const PolicyKeys& keys);
 

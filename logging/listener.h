@@ -82,11 +82,6 @@ class CorvaLogListener {
     /// One of `ListenerType`.
     [[nodiscard]] virtual int GetType() const = 0;
 
-    /// Outputs what is still on its way, at process exit. The object is neither used for new entries
-    /// nor deleted afterwards: a thread that nobody waited for may be inside `Log`, or about to go in.
-    /// May throw, as the destructor may, which does the same.
-    virtual void End() {}
-
     [[nodiscard]] int MinLogLevel() const noexcept { return m_minLogLevel; }
     [[nodiscard]] int MaxLogLevel() const noexcept { return m_maxLogLevel; }
 

@@ -25,6 +25,16 @@ bool IsFileListener(const CorvaLogListener& listener) {
     return type == ListenerType::kQueuedFile || type == ListenerType::kFile;
 }
 
+/// Whatever one output cannot finish, the others are still to be ended.
+struct QuietDelete {
+    void operator()(const CorvaLogListener* listener) const noexcept {
+        try {
+            delete listener;
+        } catch (...) {
+        }
+    }
+};
+
 }  // namespace
 
 CorvaLogger::CorvaLogger(CorvaLogListener* const* listeners, int count) {
@@ -51,26 +61,14 @@ CorvaLogger::CorvaLogger(CorvaLogListener* const* listeners, int count) {
 }
 
 CorvaLogger::~CorvaLogger() {
-    TakeOutEach([](CorvaLogListener* listener) { delete listener; });
+    EndListeners();
 }
 
 void CorvaLogger::EndListeners() noexcept {
-    TakeOutEach([](CorvaLogListener* listener) { listener->End(); });
-}
-
-/// Empties every place and does `last` with what was in it.
-template <class Last>
-void CorvaLogger::TakeOutEach(Last last) noexcept {
     for (int i = 0; i < m_listenerCount; ++i) {
         // Emptied first: while one listener still drains its queue, others may write.
-        CorvaLogListener* const listener = m_listeners[static_cast<std::size_t>(i)].exchange(nullptr);
-        try {
-            if (listener != nullptr) {
-                last(listener);
-            }
-        } catch (...) {
-            // Whatever one output cannot finish, the others are still to be ended.
-        }
+        const std::unique_ptr<CorvaLogListener, QuietDelete> listener(
+            m_listeners[static_cast<std::size_t>(i)].exchange(nullptr));
     }
 }
 
@@ -110,8 +108,8 @@ void CorvaLogger::Dispatch(int level, const char* functionName, const wchar_t* m
 
 namespace {
 
-/// At process exit. The logger itself stays, and so do its listeners: threads that Windows has not
-/// ended yet may still write, and find a log without outputs.
+/// At process exit. The logger itself stays: threads that Windows has not ended yet may still
+/// write, and find a log without outputs.
 void EndLogger() {
     GetLogger().EndListeners();
 }

@@ -52,7 +52,7 @@ class CorvaLogger {
     CorvaLogger(CorvaLogListener* const* listeners, int count);
     CorvaLogger(const CorvaLogger&) = delete;
     CorvaLogger& operator=(const CorvaLogger&) = delete;
-    /// Deletes its listeners, each as far as that succeeds. Nobody may be writing any more.
+    /// Ends its listeners.
     ~CorvaLogger();
 
     /// Whether an entry of this level goes anywhere.
@@ -75,9 +75,9 @@ class CorvaLogger {
     /// Writes one entry whose message is ready (terminated; 511 characters at most).
     void WriteText(int level, const char* functionName, const wchar_t* message);
 
-    /// Ends the outputs at process exit; a file listener drains its queue. Entries that come later go
-    /// nowhere. Other threads may write meanwhile, and one of them may still be inside a listener: so
-    /// the listeners' memory is not given back, on purpose, and ends with the process.
+    /// Deletes the listeners; a file listener drains its queue first. Entries that come later go
+    /// nowhere. Other threads may write meanwhile: one that is inside a file listener keeps what it works
+    /// with. (What is left is a thread that has just looked up a listener and not yet entered it.)
     void EndListeners() noexcept;
 
     /// Whether operations are to measure how long they take (see `LogScopeTimer`).
@@ -99,8 +99,6 @@ class CorvaLogger {
 
     void WriteFormatted(int level, const char* functionName, const wchar_t* format, ...);
     void Dispatch(int level, const char* functionName, const wchar_t* message);
-    template <class Last>
-    void TakeOutEach(Last last) noexcept;
 
     unsigned m_messageCharacters = kMessageCharacters;
     std::array<std::atomic<CorvaLogListener*>, kMostListeners> m_listeners{};

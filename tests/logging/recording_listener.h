@@ -34,15 +34,9 @@ class RecordingListener final : public Orva::Shared::CorvaLogListener {
     }
 
     void Log(const LogData& entry) override { m_sink(entry); }
-    void End() override {
-        if (onEnd) {
-            onEnd();
-        }
-    }
     [[nodiscard]] int GetType() const override { return m_type; }
 
     std::function<void()> onDestruction;
-    std::function<void()> onEnd;
 
   private:
     int m_type;

@@ -486,22 +486,6 @@ TEST_F(WriteQueueTest, DrainsBeforeItEnds) {
     EXPECT_EQ(ReadLines(m_appData.Log()).size(), 1000U);
 }
 
-TEST_F(WriteQueueTest, EndedListenerHasDrainedAndTakesNothingMore) {
-    const ScopedImport<&::_beginthreadex> threads{
-        Rig::kWrapping,
-        [](const auto& original, auto... arguments) { return original.Original(arguments...); }};
-    CorvaLogListenerFile listener(true);
-    for (int line = 0; line < 1000; ++line) {
-        listener.Log(Entry(L"x"));
-    }
-    listener.End();
-    { const HeldMutex writerEnded(m_appData.Log()); }
-    const int started = threads.Calls();
-    listener.Log(Entry(L"late"));
-    EXPECT_EQ(threads.Calls(), started);
-    EXPECT_EQ(ReadLines(m_appData.Log()).size(), 1000U);
-}
-
 TEST_F(WriteQueueTest, EndWaitsForTheEntryInTheWritersHand) {
     std::atomic<bool> isInHand = false;
     const ScopedImport<&::fwrite> slow{
