@@ -34,7 +34,7 @@ void SwitchWlanOffInAirplaneMode(const LogScope& log) {
     if (NLMUtils::lanWlanSwitchingEnabled && ServiceUtils::CheckAirplaneMode()) {
         log.Information(L"Airplane Mode ON , setting default");
         static_cast<void>(
-            ServiceUtils::SwitchWlanStatus(ServiceUtils::kRadioOff, CoreSteps::kIgnoreAirplaneMode));
+            ServiceUtils::SwitchWlanStatus(ServiceUtils::kRadioOff, ServiceUtils::kIgnoreAirplaneMode));
     }
 }
 
@@ -44,7 +44,7 @@ void RestoreWlan(const LogScope& log) {
     log.Information(L"Previous WLAN Power Status in registry = %s", text.c_str());
     const ServiceUtils::RadioStatus status = CoreSteps::RadioStatusFromText(text);
     log.Information(L"Setting SetWlanPowerStatusInRegistry with value = %d", status);
-    static_cast<void>(ServiceUtils::SwitchWlanStatus(status, CoreSteps::kRespectAirplaneMode));
+    static_cast<void>(ServiceUtils::SwitchWlanStatus(status, ServiceUtils::kRespectAirplaneMode));
 }
 
 }  // namespace
@@ -85,7 +85,7 @@ bool CMainService::WaitForRadioStateChange(const LogScope& log, Platform::Unique
 void CMainService::FollowAirplaneMode(const LogScope& log) {
     SwitchWlanOffInAirplaneMode(log);
     const std::optional<int> ethernet = CoreSteps::ReadEthernetStatus(log);
-    if (ethernet != CoreSteps::kNoEthernet || ServiceUtils::CheckAirplaneMode()) {
+    if (ethernet != NLMEventHandler::kNoEthernet || ServiceUtils::CheckAirplaneMode()) {
         return;
     }
     log.Information(L"Airplane mode is OFF");

@@ -18,7 +18,7 @@ void WaitForService(const LogScope& log, const wchar_t* serviceName, const wchar
 }  // namespace
 
 std::optional<int> ReadEthernetStatus(const LogScope& log) {
-    int status = kNoEthernet;
+    int status = NLMEventHandler::kNoEthernet;
     if (NLMEventHandler::CheckEthernetConnectionStatusEx(&status, nullptr) == 0) {
         log.Error(L"CheckEthernetConnectionStatusEx failed");
         return std::nullopt;

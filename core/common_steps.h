@@ -15,15 +15,8 @@ class LogScope;
 /// to it, which go under the name of the operation that asks. Callable on any thread.
 namespace CoreSteps {
 
-/// Answers of the system-wide Ethernet test.
-constexpr int kNoEthernet = 0;
-constexpr int kEthernetUp = 1;
-
-/// Whether a switch looks at airplane mode before it turns a radio on.
-constexpr unsigned char kIgnoreAirplaneMode = 0;
-constexpr unsigned char kRespectAirplaneMode = 1;
-
-/// One of the answers above; empty, with an error line, when the adapters could not be read.
+/// `NLMEventHandler::kNoEthernet` or `kEthernetUp`; empty, with an error line, when the adapters could not be
+/// read.
 [[nodiscard]] std::optional<int> ReadEthernetStatus(const LogScope& log);
 
 /// Wait until the service runs. One that does not come up in time costs an error line, nothing

@@ -17,8 +17,9 @@
 
 class LogScope;
 
-/// The service: owns every long-lived resource of the switching logic. Its start only queues the
-/// start-up worker; its stop takes the subscriptions down in a fixed order and waits for nobody.
+/// The service: owns every long-lived resource of the switching logic. Its start sets the restart
+/// actions and leaves the rest to the start-up worker; its stop takes the subscriptions down in a fixed
+/// order and waits for no thread of its own.
 ///
 /// The fields are not locked. `OnStop` clears them on the control thread while the worker, the
 /// airplane-mode watcher and event handlers may still run; those hold references of their own for
@@ -55,6 +56,8 @@ class CMainService : public CServiceBase {
     /// Registers for WLAN notifications (`*registers` not 0) or takes the registration back. Opens
     /// the WLAN handle when there is none. The Win32 error, ERROR_SUCCESS on success.
     DWORD RegisterWlanNotification(const unsigned char* registers);
+    /// What a notification leads to, on the thread that WLAN calls on, one at a time: a network has
+    /// become available; a PHY's radio state has changed. Nothing is thrown, failures are logged.
     static void HandleWlanNotificationAcmNetworkAvailable();
     static void HandleWlanNotificationMsmRadioStateChange();
 

@@ -33,7 +33,7 @@ void Restore(const LogScope& log, const RememberedRadio& radio) {
     }
     const ServiceUtils::RadioStatus status = CoreSteps::RadioStatusFromText(text);
     log.Information(radio.stateLine, status, status);
-    static_cast<void>(radio.switchRadio(status, CoreSteps::kRespectAirplaneMode));
+    static_cast<void>(radio.switchRadio(status, ServiceUtils::kRespectAirplaneMode));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include "bios/bios_settings.h"
 #include "core/common_steps.h"
 #include "logging/log_scope.h"
+#include "network/nlm_event_handler.h"
 #include "radio/remembered_radio.h"
 #include "radio/wlan_radio.h"
 #include "radio/wwan_radio.h"
@@ -45,7 +46,7 @@ void SwitchWwanOff(const LogScope& log) {
 /// notifications that follow a resume take care of it.
 void DecideRadios(const LogScope& log, int ethernet) {
     log.Information(L"Ethernet Status = %d", ethernet);
-    if (ethernet == CoreSteps::kNoEthernet) {
+    if (ethernet == NLMEventHandler::kNoEthernet) {
         if (NLMUtils::lanWlanSwitchingEnabled) {
             RestoreWlan(log);
         }

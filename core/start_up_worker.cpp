@@ -148,13 +148,13 @@ void CMainService::DecideWlan(const LogScope& log) {
     if (!ethernet) {
         return;
     }
-    if (*ethernet == CoreSteps::kNoEthernet) {
+    if (*ethernet == NLMEventHandler::kNoEthernet) {
         UpdateWlanPowerStatus();
         return;
     }
     log.Information(L"LAN connection available when service start. Stopping WLAN service...");
     static_cast<void>(
-        ServiceUtils::SwitchWlanStatus(ServiceUtils::kRadioOff, CoreSteps::kRespectAirplaneMode));
+        ServiceUtils::SwitchWlanStatus(ServiceUtils::kRadioOff, ServiceUtils::kRespectAirplaneMode));
 }
 
 bool CMainService::SetUpWwan(const LogScope& log) {
@@ -196,12 +196,12 @@ void CMainService::DecideWwan(const LogScope& log) {
     if (!ethernet) {
         return;
     }
-    if (*ethernet == CoreSteps::kNoEthernet) {
+    if (*ethernet == NLMEventHandler::kNoEthernet) {
         log.Information(L"LAN connection not available when service start. starting WWAN service...");
         UpdateWwanPowerStatus();
         return;
     }
     log.Information(L"LAN connection available when service start. Stopping WWAN service...");
     static_cast<void>(
-        ServiceUtils::SwitchWwanStatus(ServiceUtils::kRadioOff, CoreSteps::kRespectAirplaneMode));
+        ServiceUtils::SwitchWwanStatus(ServiceUtils::kRadioOff, ServiceUtils::kRespectAirplaneMode));
 }

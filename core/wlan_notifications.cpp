@@ -12,8 +12,6 @@
 
 namespace {
 
-constexpr DWORD kWlanClientVersion = 2;
-
 /// Held while a handler runs, so that two never do.
 std::mutex notificationLock;
 
@@ -62,7 +60,7 @@ void SwitchWlanOffBesideCable(const LogScope& log) {
     const bool enabled = NLMUtils::lanWlanSwitchingEnabled;
     log.Information(L"LAN-WLAN Auto Switching Status = %d", enabled);
     if (enabled) {
-        SwitchWlanOff(log, CoreSteps::kRespectAirplaneMode);
+        SwitchWlanOff(log, ServiceUtils::kRespectAirplaneMode);
     }
 }
 
@@ -95,12 +93,12 @@ void HandleRadioStateChange(const LogScope& log) {
     const bool isOn = ServiceUtils::CheckWlanStatus();
     log.Information(L"Current WLAN status = %d", isOn);
 
-    if (!airplaneMode && *ethernet == CoreSteps::kNoEthernet) {
+    if (!airplaneMode && *ethernet == NLMEventHandler::kNoEthernet) {
         RememberUsersChoice(log, isOn);
         return;
     }
-    if (*ethernet == CoreSteps::kEthernetUp && isOn && NLMUtils::lanWlanSwitchingEnabled) {
-        SwitchWlanOff(log, CoreSteps::kIgnoreAirplaneMode);
+    if (*ethernet == NLMEventHandler::kEthernetUp && isOn && NLMUtils::lanWlanSwitchingEnabled) {
+        SwitchWlanOff(log, ServiceUtils::kIgnoreAirplaneMode);
     }
     if (airplaneMode) {
         RecordStatusText(log, isOn);
@@ -125,7 +123,8 @@ DWORD CMainService::OpenWlanHandle(const LogScope& log) {
     }
     DWORD negotiatedVersion = 0;
     Platform::UniqueWlanHandle opened;
-    const DWORD result = WlanOpenHandle(kWlanClientVersion, nullptr, &negotiatedVersion, opened.Put());
+    const DWORD result =
+        WlanOpenHandle(Platform::kWlanClientVersion, nullptr, &negotiatedVersion, opened.Put());
     if (result != ERROR_SUCCESS) {
         log.Error(L"WlanOpenHandle failed with error: %u", result);
         return result;
@@ -188,7 +187,7 @@ void CMainService::HandleWlanNotificationAcmNetworkAvailable() {
         return;
     }
     log.Information(L"Ethernet connection status = %d", *ethernet);
-    if (*ethernet == CoreSteps::kNoEthernet) {
+    if (*ethernet == NLMEventHandler::kNoEthernet) {
         RememberThatWlanIsOn(log);
     } else {
         SwitchWlanOffBesideCable(log);

@@ -21,6 +21,7 @@ class EntryQueue {
 
     [[nodiscard]] bool IsEmpty() const noexcept { return m_blocks.empty(); }
 
+    /// Takes a copy. Throws std::bad_alloc, and the queue is as it was.
     void Append(const CorvaLogListener::LogData& entry);
 
     /// Makes `entry` a copy of the first one and removes that. The queue must not be empty.

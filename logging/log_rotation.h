@@ -21,6 +21,7 @@ class RotatedFileNames {
     [[nodiscard]] const LogPath& Directory() const noexcept { return m_directory; }
     /// Finds the numbered files, and whatever else is named like them.
     [[nodiscard]] LogPath Pattern() const;
+    /// The rotated file of that number; 1 is the newest.
     [[nodiscard]] LogPath Numbered(unsigned number) const;
     /// A file that was found in the directory.
     [[nodiscard]] LogPath InDirectory(const wchar_t* fileName) const;

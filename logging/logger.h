@@ -26,6 +26,7 @@ class TimingStatistics {
     TimingStatistics& operator=(const TimingStatistics&) = delete;
     ~TimingStatistics() = default;
 
+    /// Counts one call; a null name counts as the empty one. Any thread.
     void Add(const char* functionName, double elapsedMilliseconds);
 
     /// A copy of what was recorded so far for one operation; all zero when there is nothing.

@@ -22,7 +22,8 @@ class WriteQueue : public std::enable_shared_from_this<WriteQueue> {
     WriteQueue& operator=(const WriteQueue&) = delete;
     ~WriteQueue() = default;
 
-    /// Takes a copy of the entry and sees to it that a writer is at work. Any thread.
+    /// Takes a copy of the entry and sees to it that a writer is at work. Any thread. Throws
+    /// std::bad_alloc when there is no room for the copy.
     void Append(const CorvaLogListener::LogData& entry);
 
     /// Gives the writer some time (1.2 s at most) to write what is queued; what is left then is

@@ -13,7 +13,8 @@ void PrintConnectivityState(const DWORD* connectivity);
 
 /// Every connection with its adapter, network and connectivity; the identifiers of Ethernet
 /// connections join `wiredConnections` (may be null), connected or not, each under the
-/// connectivity-change lock.
+/// connectivity-change lock. Without a manager there is only a line that says so. Any thread that has
+/// entered COM.
 void PrintNetworkConnections(INetworkListManager* networkListManager, WiredConnections* wiredConnections);
 
 }  // namespace NLMUtils

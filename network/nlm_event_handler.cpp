@@ -29,7 +29,7 @@ bool WaitForAddress(const LogScope& log) {
     int tries = 0;
     do {
         const bool checked = NLMEventHandler::CheckEthernetConnectionStatusEx(&status, &noAddress) != 0;
-        if (checked && status == 1 && noAddress == 0) {
+        if (checked && status == NLMEventHandler::kEthernetUp && noAddress == 0) {
             break;
         }
         log.Warning(L"CheckEthernetConnectionStatus failed in try %d", tries);
@@ -37,8 +37,8 @@ bool WaitForAddress(const LogScope& log) {
         ++tries;
         // `noAddress` keeps what an earlier try saw, on purpose: the try that finds the address
         // still costs its line and its pause.
-    } while (status == 0 && tries < kAddressTries && noAddress == 1);
-    return status != 0;
+    } while (status == NLMEventHandler::kNoEthernet && tries < kAddressTries && noAddress == 1);
+    return status != NLMEventHandler::kNoEthernet;
 }
 
 void SwitchRadiosOff(const LogScope& log) {
@@ -208,13 +208,13 @@ void NLMEventHandler::HandleDisconnect(const LogScope& log, const std::wstring& 
         log.Information(L"Connection ID is not in the list, DO nothing");
         return;
     }
-    int status = 0;
+    int status = kNoEthernet;
     if (CheckEthernetConnectionStatusEx(&status, nullptr) == 0) {
         log.Error(L"CheckEthernetConnectionStatus failed");
         return;
     }
     log.Information(L"Ethernet connection status = %d", status);
-    if (status == 0) {
+    if (status == kNoEthernet) {
         BringRadiosBack(log);
     }
 }

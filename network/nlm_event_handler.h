@@ -55,8 +55,12 @@ class NLMEventHandler : public INetworkListManagerEvents,
     /// after an allocation failure or an exception. Only under the Ethernet-check lock.
     static DWORD InitialiseAdapter();
 
-    /// Whether a real Ethernet adapter has a usable IPv4 address: 1 with `*status` 1 or 0, or 0
-    /// with `*status` unwritten when the adapters could not be read. Sets `*noAddress` (may be
+    /// What the next two give as status.
+    static constexpr int kNoEthernet = 0;
+    static constexpr int kEthernetUp = 1;
+
+    /// Whether a real Ethernet adapter has a usable IPv4 address: 1 with one of the above in `*status`,
+    /// or 0 with `*status` unwritten when the adapters could not be read. Sets `*noAddress` (may be
     /// null) to 1 when an Ethernet adapter without an address was seen, else leaves it alone.
     static int CheckEthernetConnectionStatus(int* status, int* noAddress);
 
@@ -64,7 +68,8 @@ class NLMEventHandler : public INetworkListManagerEvents,
     static int CheckEthernetConnectionStatusEx(int* status, int* noAddress);
 
   protected:
-    /// A plain integer, changed without interlocked operations, on purpose.
+    /// A plain integer, changed without interlocked operations, on purpose: the subscriptions keep
+    /// references for good, so that a count that two threads spoil cannot free the object under one.
     ULONG m_references = 0;
     INetworkListManager* m_networkListManager;
     WiredConnections* m_wiredConnections;

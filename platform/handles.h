@@ -183,6 +183,9 @@ struct RegistryKeyTraits {
 /// process opens it again when it is next used.)
 using UniqueRegistryKey = UniqueResource<RegistryKeyTraits>;
 
+/// The client of Windows Vista and later (WlanOpenHandle, "dwClientVersion").
+constexpr DWORD kWlanClientVersion = 2;
+
 struct WlanHandleTraits {
     using Value = HANDLE;
     static Value None() noexcept { return nullptr; }
@@ -250,6 +253,7 @@ struct BstrTraits {
         return ERROR_SUCCESS;
     }
 };
+/// Text of COM (SysAllocString).
 using UniqueBstr = UniqueResource<BstrTraits>;
 
 struct SafeArrayTraits {
@@ -260,6 +264,7 @@ struct SafeArrayTraits {
         return static_cast<DWORD>(SafeArrayDestroy(value));
     }
 };
+/// Array of COM (SafeArrayCreate), with its elements.
 using UniqueSafeArray = UniqueResource<SafeArrayTraits>;
 
 /// A VARIANT that is cleared when it is destroyed.

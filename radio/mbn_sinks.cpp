@@ -83,7 +83,7 @@ void HandleCompletion(const LogScope& log, IMbnRadio* radio, ULONG requestId) {
         log.Information(L"Not Processing OnSetSoftwareRadioStateComplete");
         return;
     }
-    ReactToForeignChange(log, isEthernetUp != 0, requestId);
+    ReactToForeignChange(log, isEthernetUp != NLMEventHandler::kNoEthernet, requestId);
 }
 
 }  // namespace

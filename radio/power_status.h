@@ -23,6 +23,10 @@ using RadioStatus = unsigned char;
 constexpr RadioStatus kRadioOff = 0;
 constexpr RadioStatus kRadioOn = 1;
 
+/// Whether a switch looks at airplane mode before it turns a radio on.
+constexpr unsigned char kIgnoreAirplaneMode = 0;
+constexpr unsigned char kRespectAirplaneMode = 1;
+
 /// Remembers a radio's state below HKEY_LOCAL_MACHINE. The Win32 error of the write, or
 /// 0xFFFFFFFF after an exception.
 DWORD SetPowerStatusInRegistry(const wchar_t* keyPath, RadioStatus status);

@@ -15,8 +15,6 @@ constexpr milliseconds kSettlingPause{100};
 /// After a switch that the radio did not follow.
 constexpr milliseconds kRetryPause{400};
 
-constexpr unsigned char kRespectsAirplaneMode = 1;
-
 }  // namespace
 
 bool SwitchUntilRadioFollows(const LogScope& log, const SwitchableRadio& radio, RadioStatus newStatus,
@@ -28,7 +26,7 @@ bool SwitchUntilRadioFollows(const LogScope& log, const SwitchableRadio& radio, 
         return true;
     }
     for (int attempt = 0;; ++attempt) {
-        radio.switchOnce(newStatus, kRespectsAirplaneMode);
+        radio.switchOnce(newStatus, kRespectAirplaneMode);
         Platform::Pause(kSettlingPause);
         if (radio.isOn() == MeansOn(newStatus)) {
             log.Information(radio.successText);

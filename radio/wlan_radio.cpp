@@ -22,15 +22,10 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// The client of Windows Vista and later (WlanOpenHandle, "dwClientVersion").
-constexpr DWORD kWlanClientVersion = 2;
-
 /// A pass over the PHYs that some of them refused is repeated while the passes' counter is at most
 /// this; so there is one pass more.
 constexpr int kLastPass = 80;
 constexpr milliseconds kPassPause{100};
-
-constexpr unsigned char kIgnoresAirplaneMode = 0;
 
 /// A client handle with what it was asked for. The last is given back first, the handle last.
 struct WlanSession {
@@ -42,7 +37,8 @@ struct WlanSession {
 
 bool OpenSession(const LogScope& log, WlanSession& session) {
     DWORD negotiatedVersion = 0;
-    DWORD error = WlanOpenHandle(kWlanClientVersion, nullptr, &negotiatedVersion, session.client.Put());
+    DWORD error =
+        WlanOpenHandle(Platform::kWlanClientVersion, nullptr, &negotiatedVersion, session.client.Put());
     if (error != ERROR_SUCCESS) {
         log.Error(L"WlanOpenHandle failed with error: %u", error);
         return false;
@@ -255,7 +251,7 @@ bool SetFirstInterface(const LogScope& log, RadioStatus newStatus) {
 bool SwitchRadio(const LogScope& log, RadioStatus newStatus, unsigned char checkAirplaneStatus) {
     // Asked for every switch, so that the log shows it for every switch.
     const bool airplaneMode = CheckAirplaneMode();
-    if (MeansOn(newStatus) && airplaneMode && checkAirplaneStatus != kIgnoresAirplaneMode) {
+    if (MeansOn(newStatus) && airplaneMode && checkAirplaneStatus != kIgnoreAirplaneMode) {
         log.Information(L"SwitchWlanStatus not needed for New status = %d", newStatus);
         return false;
     }
@@ -295,7 +291,7 @@ void TakeRadioDown(const LogScope& log) {
         // What is remembered stays: a radio that is off already may be off by this service's doing.
         return;
     }
-    if (SwitchWlanStatus(kRadioOff, kIgnoresAirplaneMode)) {
+    if (SwitchWlanStatus(kRadioOff, kIgnoreAirplaneMode)) {
         log.Information(L"Setting WlanPowerStatus in registry.");
         SetWlanPowerStatusInRegistry(kRadioOn);
     } else {

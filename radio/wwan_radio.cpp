@@ -32,8 +32,6 @@ constexpr int kSwitchIterations = 10;
 constexpr milliseconds kCompletionTimeout{7000};
 constexpr milliseconds kIterationPause{500};
 
-constexpr unsigned char kIgnoresAirplaneMode = 0;
-
 /// Tells the event sink, for a scope, that the service itself changes the radio. A mark left
 /// behind would make the sink ignore the user.
 class OwnRadioChange {
@@ -237,7 +235,7 @@ bool SwitchRadio(const LogScope& log, RadioStatus newStatus, unsigned char check
     if (!IsDevicePresent(log)) {
         return false;
     }
-    if (CheckAirplaneMode() && MeansOn(newStatus) && checkAirplaneStatus != kIgnoresAirplaneMode) {
+    if (CheckAirplaneMode() && MeansOn(newStatus) && checkAirplaneStatus != kIgnoreAirplaneMode) {
         log.Information(L"SwitchWwanStatus not needed for New status = %d", newStatus);
         return false;
     }
@@ -281,7 +279,7 @@ void TakeRadioDown(const LogScope& log) {
         // What is remembered stays: a radio that is off already may be off by this service's doing.
         return;
     }
-    if (SwitchWwanStatus(kRadioOff, kIgnoresAirplaneMode)) {
+    if (SwitchWwanStatus(kRadioOff, kIgnoreAirplaneMode)) {
         SetWwanPowerStatusInRegistry(kRadioOn);
     } else {
         log.Error(L"SwitchWwanStatus (StopWWANService) failed");

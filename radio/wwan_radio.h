@@ -16,7 +16,8 @@ namespace ServiceUtils {
 /// Needs the interface manager published. True when one was found.
 bool EnumerateWwanInterfaces();
 
-/// The radio of the recorded adapter, with a reference that the caller owns.
+/// The radio of the recorded adapter, with a reference that the caller owns. Tries for a quarter of a
+/// second; then false, with `*radio` null.
 bool GetRadioInterface(IMbnRadio** radio);
 
 /// Switches the radio unless it is in the wanted state already. True once a switch was tried,

@@ -22,7 +22,9 @@ class CServiceBase {
     static bool Run(CServiceBase& service);
 
   protected:
-    // In this order: the virtual table's.
+    // In this order: the virtual table's. Each may throw: a DWORD is the Win32 error that is logged and, at
+    // a start, reported; anything else is a failure without a number. `arguments` are the start's own,
+    // `argumentCount` of them, borrowed for the call.
     virtual void OnStart(DWORD argumentCount, wchar_t** arguments);
     virtual void OnStop();
     virtual void OnPause();
