@@ -57,7 +57,8 @@ class CMainService : public CServiceBase {
     /// the WLAN handle when there is none. The Win32 error, ERROR_SUCCESS on success.
     DWORD RegisterWlanNotification(const unsigned char* registers);
     /// What a notification leads to, on the thread that WLAN calls on, one at a time: a network has
-    /// become available; a PHY's radio state has changed. Nothing is thrown, failures are logged.
+    /// become available; a PHY's radio state has changed. Failures are logged. What is thrown inside the
+    /// second stays there; what is thrown inside the first is the callback's to catch.
     static void HandleWlanNotificationAcmNetworkAvailable();
     static void HandleWlanNotificationMsmRadioStateChange();
 

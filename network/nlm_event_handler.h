@@ -68,8 +68,7 @@ class NLMEventHandler : public INetworkListManagerEvents,
     static int CheckEthernetConnectionStatusEx(int* status, int* noAddress);
 
   protected:
-    /// A plain integer, changed without interlocked operations, on purpose: the subscriptions keep
-    /// references for good, so that a count that two threads spoil cannot free the object under one.
+    /// A plain integer, changed without interlocked operations, on purpose.
     ULONG m_references = 0;
     INetworkListManager* m_networkListManager;
     WiredConnections* m_wiredConnections;
