@@ -33,24 +33,25 @@ void CorvaLogListenerFile::Initialize(const std::wstring& fileName, const Policy
 }
 
 CorvaLogListenerFile::~CorvaLogListenerFile() {
+    DrainQueue();
+    // The mutex is closed with the file: now, unless a writer that came too late still needs both.
+}
+
+void CorvaLogListenerFile::DrainQueue() {
     if (m_queue != nullptr) {
         m_queue->TearDown();
     }
-    // The mutex is closed with the file: now, unless a thread that came too late still needs both.
 }
 
 void CorvaLogListenerFile::Log(const LogData& entry) {
     if (*m_file->Path() == L'\0') {
         return;
     }
-    // Queue and file are held, because the listener may be deleted while this thread waits for its turn.
-    const std::shared_ptr<WriteQueue> queue = m_queue;
-    if (queue != nullptr && m_queuedWrites) {
-        queue->Append(entry);
+    if (m_queue != nullptr && m_queuedWrites) {
+        m_queue->Append(entry);
         return;
     }
-    const std::shared_ptr<LogFile> held = m_file;
-    const OpenedLogFile file(*held);
+    const OpenedLogFile file(*m_file);
     if (file) {
         file->WriteEntry(entry);
     }

@@ -19,7 +19,7 @@ class CorvaLogListenerFile final : public CorvaLogListener {
     explicit CorvaLogListenerFile(bool queuedWrites);
     CorvaLogListenerFile(const CorvaLogListenerFile&) = delete;
     CorvaLogListenerFile& operator=(const CorvaLogListenerFile&) = delete;
-    /// Gives queued entries up to 1.2 s to be written.
+    /// No thread may be inside `Log`.
     ~CorvaLogListenerFile() override;
 
     /// Queues or writes the entry. Writing waits for the file's mutex without limit.
@@ -27,11 +27,15 @@ class CorvaLogListenerFile final : public CorvaLogListener {
 
     [[nodiscard]] int GetType() const override;
 
+    /// Gives queued entries, and those that other threads queue meanwhile, up to 1.2 s to be written.
+    /// What is queued afterwards is lost. The destructor does the same.
+    void DrainQueue();
+
   private:
     void Initialize(const std::wstring& fileName, const PolicyKeys& keys);
 
     bool m_queuedWrites;
-    /// Shared with the queue and its writer, which may come to its end after this listener.
+    /// Both are shared with the queue's writer, which may come to its end after this listener.
     std::shared_ptr<LogFile> m_file;
     std::shared_ptr<WriteQueue> m_queue;
 };

@@ -1,10 +1,12 @@
 #include "logging/logger.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdarg>
 #include <cstdlib>
 #include <new>
 
+#include "logging/file_listener.h"
 #include "logging/format.h"
 #include "logging/last_error_keeper.h"
 #include "logging/local_clock.h"
@@ -25,15 +27,35 @@ bool IsFileListener(const CorvaLogListener& listener) {
     return type == ListenerType::kQueuedFile || type == ListenerType::kFile;
 }
 
-/// Whatever one output cannot finish, the others are still to be ended.
-struct QuietDelete {
-    void operator()(const CorvaLogListener* listener) const noexcept {
-        try {
-            delete listener;
-        } catch (...) {
-        }
-    }
+/// Threads that look listeners up, or are inside one, of whatever logger. Kept beside the logger, whose
+/// layout is fixed.
+std::atomic<int> threadsAtListeners{0};
+
+/// Counts the thread for a scope. It counts before it looks a listener up, and whoever ends listeners empties
+/// a place before he looks at the count: so a listener that may have been looked up is seen to be in use,
+/// and neither of the two ever waits.
+class AtListeners {
+  public:
+    AtListeners() noexcept { ++threadsAtListeners; }
+    AtListeners(const AtListeners&) = delete;
+    AtListeners& operator=(const AtListeners&) = delete;
+    ~AtListeners() { --threadsAtListeners; }
 };
+
+/// Only a file listener has entries on their way.
+void DrainQueue(CorvaLogListener* listener) {
+    if (auto* const file = dynamic_cast<CorvaLogListenerFile*>(listener)) {
+        file->DrainQueue();
+    }
+}
+
+/// Whatever one output cannot finish, the others are still to be ended.
+void DeleteQuietly(const CorvaLogListener* listener) noexcept {
+    try {
+        delete listener;
+    } catch (...) {
+    }
+}
 
 }  // namespace
 
@@ -66,9 +88,13 @@ CorvaLogger::~CorvaLogger() {
 
 void CorvaLogger::EndListeners() noexcept {
     for (int i = 0; i < m_listenerCount; ++i) {
-        // Emptied first: while one listener still drains its queue, others may write.
-        const std::unique_ptr<CorvaLogListener, QuietDelete> listener(
-            m_listeners[static_cast<std::size_t>(i)].exchange(nullptr));
+        std::atomic<CorvaLogListener*>& place = m_listeners[static_cast<std::size_t>(i)];
+        // Before the place is emptied: what others write during the drain is still written.
+        DrainQueue(place);
+        const CorvaLogListener* const listener = place.exchange(nullptr);
+        if (threadsAtListeners == 0) {
+            DeleteQuietly(listener);
+        }
     }
 }
 
@@ -95,6 +121,7 @@ void CorvaLogger::WriteText(int level, const char* functionName, const wchar_t* 
 void CorvaLogger::Dispatch(int level, const char* functionName, const wchar_t* message) {
     try {
         const CorvaLogListener::LogData entry(functionName, message, level, LocalNow(), GetCurrentThreadId());
+        const AtListeners here;
         for (int i = 0; i < m_listenerCount; ++i) {
             CorvaLogListener* const listener = m_listeners[static_cast<std::size_t>(i)];
             if (listener != nullptr && level >= listener->MinLogLevel() && level <= listener->MaxLogLevel()) {

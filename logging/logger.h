@@ -53,7 +53,7 @@ class CorvaLogger {
     CorvaLogger(CorvaLogListener* const* listeners, int count);
     CorvaLogger(const CorvaLogger&) = delete;
     CorvaLogger& operator=(const CorvaLogger&) = delete;
-    /// Ends its listeners.
+    /// Ends its listeners. Nobody may be writing any more.
     ~CorvaLogger();
 
     /// Whether an entry of this level goes anywhere.
@@ -76,9 +76,10 @@ class CorvaLogger {
     /// Writes one entry whose message is ready (terminated; 511 characters at most).
     void WriteText(int level, const char* functionName, const wchar_t* message);
 
-    /// Deletes the listeners; a file listener drains its queue first. Entries that come later go
-    /// nowhere. Other threads may write meanwhile: one that is inside a file listener keeps what it works
-    /// with. (What is left is a thread that has just looked up a listener and not yet entered it.)
+    /// Deletes the listeners, one after the other. A file listener drains its queue first, and takes what
+    /// is written meanwhile too. Entries that come later go nowhere. Other threads may write at any time:
+    /// while one of them is on its way through the listeners, those that it may have looked up stay, to
+    /// the end of the process.
     void EndListeners() noexcept;
 
     /// Whether operations are to measure how long they take (see `LogScopeTimer`).

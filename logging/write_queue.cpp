@@ -3,6 +3,7 @@
 #include <process.h>
 
 #include <new>
+#include <utility>
 
 namespace Orva::Shared {
 namespace {
@@ -89,12 +90,20 @@ bool WriteQueue::EntriesRemain() const noexcept {
 
 void WriteQueue::TearDown() {
     CriticalSectionLock lock(m_lock);
+    if (m_isTornDown) {
+        return;
+    }
     if (m_writerIsActive) {
         for (int round = 0; round < kMostTearDownRounds && EntriesRemain() && m_writer; ++round) {
             Sleep(kTearDownPauseMilliseconds);
-            const HANDLE writer = m_writer.Get();
+            // Taken out for the wait: an append that finds this writer ended closes the handle that it
+            // finds, and starts another one.
+            Platform::UniqueHandle writer = std::move(m_writer);
             DWORD result = WAIT_FAILED;
-            lock.Outside([&] { result = WaitForSingleObject(writer, kTearDownWaitMilliseconds); });
+            lock.Outside([&] { result = WaitForSingleObject(writer.Get(), kTearDownWaitMilliseconds); });
+            if (!m_writer) {
+                m_writer = std::move(writer);
+            }
             if (result != WAIT_TIMEOUT || !m_writerIsActive) {
                 break;
             }

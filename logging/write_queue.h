@@ -27,7 +27,7 @@ class WriteQueue : public std::enable_shared_from_this<WriteQueue> {
     void Append(const CorvaLogListener::LogData& entry);
 
     /// Gives the writer some time (1.2 s at most) to write what is queued; what is left then is
-    /// lost. Nothing is appended afterwards.
+    /// lost. Nothing is appended afterwards, and a second call does nothing.
     void TearDown();
 
   private:

@@ -8,6 +8,7 @@
 #include <thread>
 #include <vector>
 
+#include "logging/logger.h"
 #include "tests/logging/held_mutex.h"
 #include "tests/logging/log_directory.h"
 #include "tests/logging/log_entries.h"
@@ -20,6 +21,8 @@ namespace {
 
 namespace Level = Orva::Shared::Level;
 namespace ListenerType = Orva::Shared::ListenerType;
+using Orva::Shared::CorvaLogger;
+using Orva::Shared::CorvaLogListener;
 using Orva::Shared::CorvaLogListenerFile;
 using Rig::RegistryNumber;
 using Rig::ScopedImport;
@@ -453,9 +456,9 @@ TEST_F(FileListenerTest, WaitsForWhoeverHoldsTheMutex) {
     EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one"));
 }
 
-TEST_F(FileListenerTest, ThreadThatWaitsForTheMutexOutlivesTheListener) {
-    auto listener = std::make_unique<CorvaLogListenerFile>(kSynchronous);
-    CorvaLogListenerFile* const used = listener.get();
+TEST_F(FileListenerTest, ThreadThatWaitsForTheMutexAtTheLogsEndStillWrites) {
+    CorvaLogListener* const listener = std::make_unique<CorvaLogListenerFile>(kSynchronous).release();
+    CorvaLogger logger(&listener, 1);
     std::atomic<bool> waits = false;
     std::thread writer;
     {
@@ -468,15 +471,16 @@ TEST_F(FileListenerTest, ThreadThatWaitsForTheMutexOutlivesTheListener) {
                     waits = true;
                     return wait.Original(mutex, limit);
                 }};
-            used->Log(Entry(L"one"));
+            logger.Write(Level::kError, "A::B", L"one");
         });
         EXPECT_TRUE(Eventually([&] { return waits.load(); }));
         const Rig::ScopedImport<&::CloseHandle> close{
             Rig::kWrapping, [](const auto& original, HANDLE handle) { return original.Original(handle); }};
-        listener.reset();
+        logger.EndListeners();
         EXPECT_EQ(close.Calls(), 0) << "the mutex is still waited for";
     }
     writer.join();
+    logger.Write(Level::kError, "A::B", L"late");
     EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one"));
     EXPECT_TRUE(MutexIsFree());
 }

@@ -147,6 +147,53 @@ TEST(Logger, EntryWrittenWhileAListenerEndsGoesToTheOthers) {
     EXPECT_THAT(messages, ElementsAre(L"meanwhile"));
 }
 
+TEST(Logger, ListenerThatAThreadIsInsideOutlivesTheLogsEnd) {
+    bool isDeleted = false;
+    bool wasDeletedInside = false;
+    CorvaLogger* logger = nullptr;
+    auto listener = std::make_unique<RecordingListener>(ListenerSettings{}, [&](const LogData&) {
+        std::thread([&] { logger->EndListeners(); }).join();
+        wasDeletedInside = isDeleted;
+    });
+    listener->onDestruction = [&] { isDeleted = true; };
+    const auto owner = MakeLogger({listener.get()});
+    logger = owner.get();
+
+    logger->Write(Level::kError, "A::B", L"one");
+
+    EXPECT_FALSE(wasDeletedInside);
+    // Nobody knows when the last thread that has looked it up is out of it.
+    EXPECT_FALSE(isDeleted);
+}
+
+TEST(Logger, EndsWhileManyThreadsWrite) {
+    for (int round = 0; round < 200; ++round) {
+        std::atomic<bool> isOver = false;
+        std::atomic<int> written = 0;
+        std::atomic<bool> isAlive = true;
+        auto* const listener = new RecordingListener({}, [&](const LogData&) {
+            EXPECT_TRUE(isAlive);
+            ++written;
+        });
+        listener->onDestruction = [&] { isAlive = false; };
+        const auto logger = MakeLogger({listener});
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 2; ++i) {
+            threads.emplace_back([&] {
+                while (!isOver) {
+                    logger->Write(Level::kError, "A::B", L"text");
+                }
+            });
+        }
+        EXPECT_TRUE(Eventually([&] { return written > 0; }));
+        logger->EndListeners();
+        isOver = true;
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+}
+
 TEST(Logger, ListenerShortOfMemoryLosesTheEntryOnly) {
     bool isShort = true;
     std::vector<std::wstring> messages;

@@ -23,6 +23,8 @@
 namespace LoggingTests {
 namespace {
 
+namespace Level = Orva::Shared::Level;
+using Orva::Shared::CorvaLogger;
 using Orva::Shared::CorvaLogListener;
 using Orva::Shared::CorvaLogListenerFile;
 using Orva::Shared::EntryQueue;
@@ -484,6 +486,46 @@ TEST_F(WriteQueueTest, DrainsBeforeItEnds) {
     }
     { const HeldMutex writerEnded(m_appData.Log()); }
     EXPECT_EQ(ReadLines(m_appData.Log()).size(), 1000U);
+}
+
+TEST_F(WriteQueueTest, WhatOthersWriteDuringTheDrainIsWritten) {
+    CorvaLogListener* const listener = std::make_unique<CorvaLogListenerFile>(true).release();
+    CorvaLogger logger(&listener, 1);
+    auto held = std::make_unique<HeldMutex>(m_appData.Log());
+    logger.Write(Level::kError, "A::B", L"before");
+    ScopedWaits waits;
+    waits.result = WAIT_OBJECT_0;
+    waits.meanwhile = [&](HANDLE writer) {
+        std::thread([&] { logger.Write(Level::kError, "A::B", L"meanwhile"); }).join();
+        held.reset();
+        EXPECT_EQ(Rig::Real<&::WaitForSingleObject>(writer, DWORD{30'000}), WAIT_OBJECT_0);
+    };
+    logger.EndListeners();
+    logger.Write(Level::kError, "A::B", L"afterwards");
+    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("before", "meanwhile"));
+}
+
+TEST_F(WriteQueueTest, WriterThatIsWaitedForKeepsItsHandleWhenAnotherOneStarts) {
+    auto listener = std::make_unique<CorvaLogListenerFile>(true);
+    auto held = std::make_unique<HeldMutex>(m_appData.Log());
+    listener->Log(Entry(L"one"));
+    ScopedWaits waits;
+    waits.result = WAIT_OBJECT_0;
+    waits.meanwhile = [&](HANDLE writer) {
+        held.reset();
+        EXPECT_EQ(Rig::Real<&::WaitForSingleObject>(writer, DWORD{30'000}), WAIT_OBJECT_0);
+        const ScopedImport<&::CloseHandle> close{[&](HANDLE handle) {
+            EXPECT_NE(handle, writer);
+            return close.Original(handle);
+        }};
+        const ScopedImport<&::_beginthreadex> start{
+            Rig::kWrapping,
+            [](const auto& original, auto... arguments) { return original.Original(arguments...); }};
+        listener->Log(Entry(L"two"));
+        EXPECT_EQ(start.Calls(), 1);
+    };
+    listener->DrainQueue();
+    EXPECT_THAT(waits.events, ElementsAre("sleep 100", "wait 500"));
 }
 
 TEST_F(WriteQueueTest, EndWaitsForTheEntryInTheWritersHand) {
