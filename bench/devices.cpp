@@ -20,6 +20,7 @@
 
 #include "notebook/hardware/import_table.h"
 #include "platform/handles.h"
+#include "platform/network_list_manager_base.h"
 #include "radio/power_status.h"
 
 namespace Bench::Devices {
@@ -89,7 +90,7 @@ class CableConnection final : public StaticDispatch<INetworkConnection> {
     HRESULT WINAPI GetDomainType(NLM_DOMAIN_TYPE* /*type*/) override { return E_NOTIMPL; }
 };
 
-class NetworkListManager final : public StaticDispatch<INetworkListManager> {
+class NetworkListManager final : public StaticDispatch<Platform::NetworkListManagerBase> {
   public:
     HRESULT WINAPI GetNetworkConnection(GUID /*id*/, INetworkConnection** connection) override {
         Note(Call::kGetNetworkConnection);
@@ -103,8 +104,6 @@ class NetworkListManager final : public StaticDispatch<INetworkListManager> {
     HRESULT WINAPI GetNetworkConnections(IEnumNetworkConnections** /*connections*/) override {
         return E_NOTIMPL;
     }
-    HRESULT WINAPI IsConnectedToInternet(VARIANT_BOOL* /*value*/) override { return E_NOTIMPL; }
-    HRESULT WINAPI IsConnected(VARIANT_BOOL* /*value*/) override { return E_NOTIMPL; }
     HRESULT WINAPI GetConnectivity(NLM_CONNECTIVITY* /*value*/) override { return E_NOTIMPL; }
 
   private:

@@ -11,6 +11,7 @@
 #include "notebook/hardware/com_object.h"
 #include "notebook/hardware/start.h"
 #include "notebook/state/machine.h"
+#include "platform/network_list_manager_base.h"
 
 namespace Notebook {
 
@@ -200,7 +201,8 @@ class ConnectionEnumerator final : public ComObject<Automation<IEnumNetworkConne
     std::size_t m_next = 0;
 };
 
-class Manager final : public ComObject<Automation<INetworkListManager>, IConnectionPointContainer> {
+class Manager final
+    : public ComObject<Automation<Platform::NetworkListManagerBase>, IConnectionPointContainer> {
   public:
     HRESULT STDMETHODCALLTYPE GetNetworkConnections(IEnumNetworkConnections** connections) override {
         CallScope call(Call::NetworkListManagerGetNetworkConnections);
@@ -240,8 +242,6 @@ class Manager final : public ComObject<Automation<INetworkListManager>, IConnect
     }
     HRESULT STDMETHODCALLTYPE GetNetworks(NLM_ENUM_NETWORK, IEnumNetworks**) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE GetNetwork(GUID, INetwork**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE IsConnectedToInternet(VARIANT_BOOL*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE IsConnected(VARIANT_BOOL*) override { return E_NOTIMPL; }
 
     HRESULT STDMETHODCALLTYPE EnumConnectionPoints(IEnumConnectionPoints**) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE FindConnectionPoint(REFIID iid, IConnectionPoint** point) override {

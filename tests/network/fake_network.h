@@ -8,7 +8,13 @@
 #include <string>
 #include <vector>
 
+#include "platform/network_list_manager_base.h"
 #include "tests/support/fake_unknown.h"
+
+template <>
+struct Rig::InterfaceId<Platform::NetworkListManagerBase> {
+    static REFIID Value() { return IID_INetworkListManager; }
+};
 
 namespace NetworkTests {
 
@@ -104,7 +110,7 @@ class FakeConnectionEnumerator : public FakeDispatch<IEnumNetworkConnections> {
 };
 
 /// Hands out its connections, one by its identifier or all through the enumerator.
-class FakeNetworkListManager : public FakeDispatch<INetworkListManager> {
+class FakeNetworkListManager : public FakeDispatch<Platform::NetworkListManagerBase> {
   public:
     FakeNetworkListManager() : FakeDispatch("network list manager") {}
 
@@ -120,8 +126,6 @@ class FakeNetworkListManager : public FakeDispatch<INetworkListManager> {
     HRESULT WINAPI GetNetwork(GUID, INetwork**) override { return E_NOTIMPL; }
     HRESULT WINAPI GetNetworkConnections(IEnumNetworkConnections** object) override;
     HRESULT WINAPI GetNetworkConnection(GUID id, INetworkConnection** object) override;
-    HRESULT WINAPI IsConnectedToInternet(VARIANT_BOOL*) override { return E_NOTIMPL; }
-    HRESULT WINAPI IsConnected(VARIANT_BOOL*) override { return E_NOTIMPL; }
     HRESULT WINAPI GetConnectivity(NLM_CONNECTIVITY*) override { return E_NOTIMPL; }
 };
 
