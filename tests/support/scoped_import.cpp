@@ -65,6 +65,13 @@ class Image {
     std::byte* m_base;
 };
 
+/// Whether a library exports the function under that ordinal. Microsoft's import library of oleaut32 names
+/// no functions.
+bool HasOrdinal(HMODULE module, ULONGLONG ordinal, std::string_view function) {
+    const FARPROC byName = GetProcAddress(module, std::string(function).c_str());
+    return byName != nullptr && byName == GetProcAddress(module, MAKEINTRESOURCEA(ordinal));
+}
+
 }  // namespace
 
 NotImported::NotImported(std::string_view function)
@@ -95,12 +102,14 @@ std::vector<ImportSlots::Slot> ImportSlots::Find(std::string_view function) {
         }
         const auto* name = image.At<const IMAGE_THUNK_DATA>(library->OriginalFirstThunk);
         auto** place = image.At<void*>(library->FirstThunk);
+        const HMODULE module = GetModuleHandleA(image.At<const char>(library->Name));
         for (; name->u1.AddressOfData != 0; ++name, ++place) {
-            if (IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal)) {
-                continue;
-            }
-            const auto* const entry = image.At<const IMAGE_IMPORT_BY_NAME>(name->u1.AddressOfData);
-            if (function == reinterpret_cast<const char*>(entry->Name)) {
+            const bool isFound =
+                IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal)
+                    ? HasOrdinal(module, IMAGE_ORDINAL(name->u1.Ordinal), function)
+                    : function == reinterpret_cast<const char*>(
+                                      image.At<const IMAGE_IMPORT_BY_NAME>(name->u1.AddressOfData)->Name);
+            if (isFound) {
                 slots.push_back({place, *place});
             }
         }
