@@ -12,6 +12,7 @@
 #include "radio/wwan_state.h"
 #include "tests/core/code_patch.h"
 #include "tests/core/core_world.h"
+#include "tests/support/skip_unless_imported.h"
 
 namespace CoreTests {
 namespace {
@@ -152,6 +153,7 @@ TEST_F(MbnSubscriptionTest, MissingManagerIsAFailedQuery) {
 }
 
 TEST_F(MbnSubscriptionTest, NoMemoryForTheSinkEndsTheSubscription) {
+    SKIP_UNLESS_IMPORTED(malloc);
     bool isNext = false;
     world.journal.At("Find IMbnRadioEvents", [&] { isNext = true; });
     Rig::ScopedImport<&::malloc> noMemory{

@@ -11,6 +11,7 @@
 
 #include "tests/core/code_patch.h"
 #include "tests/core/core_world.h"
+#include "tests/support/skip_unless_imported.h"
 
 namespace CoreTests {
 namespace {
@@ -258,6 +259,7 @@ TEST_F(NetworkSubscriptionTest, MissingManagerIsAFailedQuery) {
 }
 
 TEST_F(NetworkSubscriptionTest, NoMemoryForTheHandlerEndsTheSubscription) {
+    SKIP_UNLESS_IMPORTED(malloc);
     bool isNext = false;
     world.journal.At("Find INetworkListManagerEvents", [&] { isNext = true; });
     Rig::ScopedImport<&::malloc> noMemory{

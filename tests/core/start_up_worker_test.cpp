@@ -21,6 +21,7 @@
 #include "tests/bios/fake_bios.h"
 #include "tests/core/core_world.h"
 #include "tests/support/run_on_thread.h"
+#include "tests/support/skip_unless_imported.h"
 
 namespace CoreTests {
 namespace {
@@ -793,6 +794,7 @@ class EndDuringStart : public CoreTest {
         world.listManager.connections = {&m_cable};
         world.adapterAddresses.Set({{NetworkTests::AdapterName(1), NetworkTests::kEthernet}});
     }
+    void SetUp() override { SKIP_UNLESS_IMPORTED(free); }
     ~EndDuringStart() override {
         // What the worker opened and subscribed after the end would go with the process.
         Rig::RunOnThread([this] { m_service->OpenService::OnStop(); }, Rig::Apartment::kMultithreadedTwice);
@@ -815,7 +817,7 @@ class EndDuringStart : public CoreTest {
             world.pool.RunNext();
         }
         EXPECT_TRUE(hasEnded);
-        EXPECT_EQ(m_freed.Calls(), 0);
+        EXPECT_EQ(m_freed->Calls(), 0);
     }
 
     [[nodiscard]] const WiredConnections& Wired() const { return *m_wired; }
@@ -825,7 +827,8 @@ class EndDuringStart : public CoreTest {
     alignas(OpenService) std::array<std::byte, sizeof(OpenService)> m_place{};
     OpenService* const m_service = ::new (m_place.data()) OpenService;
     WiredConnections* const m_wired = m_service->m_wiredConnections;
-    Rig::ScopedImport<&::free> m_freed{[this](void* block) { return block == m_wired; }, [](void*) {}};
+    std::unique_ptr<Rig::ScopedImport<& ::free>> m_freed =
+        Rig::ReplaceIfImported<&::free>([this](void* block) { return block == m_wired; }, [](void*) {});
 };
 
 TEST_F(EndDuringStart, WorkerThatStillSubscribesFillsTheSetThatWasThere) {

@@ -8,6 +8,7 @@
 #include <stdexcept>
 
 #include "tests/core/core_world.h"
+#include "tests/support/skip_unless_imported.h"
 
 namespace CoreTests {
 namespace {
@@ -86,6 +87,7 @@ class WatchedBlock {
 };
 
 TEST_F(WorkItemTest, RecordOfARefusedItemIsFreedOnce) {
+    SKIP_UNLESS_IMPORTED(free);
     WatchedBlock record;
     const Rig::ScopedImport<&::QueueUserWorkItem> refuse{[&](LPTHREAD_START_ROUTINE, PVOID context, ULONG) {
         record.Watch(context);
@@ -98,6 +100,7 @@ TEST_F(WorkItemTest, RecordOfARefusedItemIsFreedOnce) {
 }
 
 TEST_F(WorkItemTest, RecordIsFreedOnceAndNotBeforeTheRoutineHasRun) {
+    SKIP_UNLESS_IMPORTED(free);
     static const WatchedBlock* watched = nullptr;
     static int givenBackWhileRunning = -1;
     WatchedBlock record;
@@ -113,6 +116,7 @@ TEST_F(WorkItemTest, RecordIsFreedOnceAndNotBeforeTheRoutineHasRun) {
 }
 
 TEST_F(WorkItemTest, RecordIsFreedOnceWhenTheRoutineThrows) {
+    SKIP_UNLESS_IMPORTED(free);
     QueueWorkItem(
         service, [](CMainService&) { throw DWORD{ERROR_GEN_FAILURE}; }, WT_EXECUTEDEFAULT);
     WatchedBlock record;

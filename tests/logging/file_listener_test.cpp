@@ -15,6 +15,7 @@
 #include "tests/logging/policy_keys.h"
 #include "tests/support/ledger.h"
 #include "tests/support/scoped_import.h"
+#include "tests/support/skip_unless_imported.h"
 
 namespace LoggingTests {
 namespace {
@@ -155,6 +156,7 @@ TEST_F(FileListenerTest, MovesAsideALogWhoseFirstLineIsIndented) {
 }
 
 TEST_F(FileListenerTest, MovesAsideWhatCannotBeRead) {
+    SKIP_UNLESS_IMPORTED(fread);
     const ScopedResult<&::fread> fails{0};
     EXPECT_FALSE(IsKept(kLogLine));
 }
@@ -179,6 +181,7 @@ TEST_F(FileListenerTest, WritesNothingWhereADirectoryHasItsName) {
 }
 
 TEST_F(FileListenerTest, ReadOnlyFileCostsLinesOnly) {
+    SKIP_UNLESS_IMPORTED(_wfopen);
     // Refused whoever asks, as on Windows: under Wine root may write to it.
     const ScopedImport<&::_wfopen> open{[&](const wchar_t* path, const wchar_t* mode) -> FILE* {
         if ((GetFileAttributesW(path) & FILE_ATTRIBUTE_READONLY) != 0) {
@@ -245,6 +248,7 @@ TEST_F(FileListenerTest, WithoutAQueueWhenTheFileIsLockedAtFirst) {
 }
 
 TEST_F(FileListenerTest, WithoutAQueueWhenTheFileCannotBeOpenedAtFirst) {
+    SKIP_UNLESS_IMPORTED(_wfopen);
     std::unique_ptr<CorvaLogListenerFile> listener;
     {
         const ScopedImport<&::_wfopen> fails{[](auto...) -> FILE* { return nullptr; }};
@@ -331,6 +335,7 @@ TEST_F(FileListenerTest, MutexNameLosesUpToTheFirstColonOnly) {
 }
 
 TEST_F(FileListenerTest, WithoutAFolderWritesNothingAndNamesTheMutexAfterTheFile) {
+    SKIP_UNLESS_IMPORTED(_wfopen);
     const Rig::Ledger ledger;
     const ScopedFolder folder(L"C:\\half", E_FAIL);
     const MutexNameRecorder mutex;
@@ -373,6 +378,7 @@ TEST_F(FileListenerTest, DirectoryThatVanishesCostsLinesOnly) {
 }
 
 TEST_F(FileListenerTest, CutsPathsAtTheSystemsLimit) {
+    SKIP_UNLESS_IMPORTED(_wfopen);
     const std::wstring longFolder = L"C:\\" + std::wstring(235, L'f');
     const ScopedFolder folder(longFolder);
     std::vector<std::wstring> opened;
@@ -431,6 +437,7 @@ TEST_F(FileListenerTest, DropsALineWhoseSecondWaitAfterAbandonmentFails) {
 }
 
 TEST_F(FileListenerTest, ReleasesTheMutexWhenTheFileCannotBeOpened) {
+    SKIP_UNLESS_IMPORTED(_wfopen);
     CorvaLogListenerFile listener(kSynchronous);
     {
         const ScopedImport<&::_wfopen> fails{[](auto...) -> FILE* { return nullptr; }};
@@ -488,6 +495,7 @@ TEST_F(FileListenerTest, ThreadThatWaitsForTheMutexAtTheLogsEndStillWrites) {
 // --- A full disk ------------------------------------------------------------------------------
 
 TEST_F(FileListenerTest, FullDiskCostsLinesOnly) {
+    SKIP_UNLESS_IMPORTED(fwrite);
     CorvaLogListenerFile listener(kSynchronous);
     listener.Log(Entry(L"one"));
     {
@@ -502,6 +510,7 @@ TEST_F(FileListenerTest, FullDiskCostsLinesOnly) {
 }
 
 TEST_F(FileListenerTest, FailingFlushAndCloseReleaseTheMutex) {
+    SKIP_UNLESS_IMPORTED(fflush);
     CorvaLogListenerFile listener(kSynchronous);
     const ScopedImport<&::fflush> flush{[&](FILE* stream) {
         flush.Original(stream);

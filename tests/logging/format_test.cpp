@@ -8,6 +8,7 @@
 
 #include "logging/format.h"
 #include "tests/support/scoped_import.h"
+#include "tests/support/skip_unless_imported.h"
 
 namespace LoggingTests {
 namespace {
@@ -70,6 +71,7 @@ TEST(FormatText, CutsAndTerminates) {
 }
 
 TEST(FormatText, EndsWhereAConversionFails) {
+    SKIP_UNLESS_IMPORTED(_vsnwprintf);
     // No conversion can be made to fail in the runtime's own locale.
     const Rig::ScopedImport<&::_vsnwprintf> failsHalfway{
         [](wchar_t* buffer, std::size_t characters, const wchar_t* format, va_list) {
@@ -87,6 +89,7 @@ TEST(FormatText, EndsWhereAConversionFails) {
 }
 
 TEST(FormatText, FormatsOnceWhatFits) {
+    SKIP_UNLESS_IMPORTED(_vsnwprintf);
     const Rig::ScopedImport<&::_vsnwprintf> format{
         Rig::kWrapping,
         [](const auto& original, auto... arguments) { return original.Original(arguments...); }};

@@ -10,6 +10,7 @@
 #include "tests/logging/log_entries.h"
 #include "tests/logging/policy_keys.h"
 #include "tests/support/scoped_import.h"
+#include "tests/support/skip_unless_imported.h"
 
 namespace LoggingTests {
 namespace {
@@ -66,6 +67,7 @@ TEST_F(LogFileTest, LimitIsReadOnce) {
 }
 
 TEST_F(LogFileTest, OpeningTwiceClosesTheFirstStreamAndTakesTheMutexASecondTime) {
+    SKIP_UNLESS_IMPORTED(fclose);
     Locate();
     // A thread of its own: what it holds at its end is free for others.
     std::thread([this] {

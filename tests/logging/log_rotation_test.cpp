@@ -10,6 +10,7 @@
 #include "tests/logging/policy_keys.h"
 #include "tests/support/ledger.h"
 #include "tests/support/scoped_import.h"
+#include "tests/support/skip_unless_imported.h"
 
 namespace LoggingTests {
 namespace {
@@ -483,6 +484,7 @@ TEST_F(RotationTest, WithoutATemporaryNameNothingIsMoved) {
 }
 
 TEST_F(RotationTest, LogThatCannotBeReopenedKeepsTheMutexAndWritesNothing) {
+    SKIP_UNLESS_IMPORTED(_wfopen);
     MakeCurrent();
     {
         const OpenedLogFile file(File());

@@ -15,6 +15,7 @@
 #include "tests/logging/recording_listener.h"
 #include "tests/support/ledger.h"
 #include "tests/support/scoped_import.h"
+#include "tests/support/skip_unless_imported.h"
 
 namespace LoggingTests {
 namespace {
@@ -196,6 +197,7 @@ TEST(ConsoleListener, PrintsFunctionAndMessage) {
 }
 
 TEST(ConsoleListener, FailureOfTheConsoleLeavesTheOtherOutputsTheirEntry) {
+    SKIP_UNLESS_IMPORTED(vwprintf_s);
     const Policies policies;
     std::vector<std::wstring> messages;
     Orva::Shared::CorvaLogListener* const listeners[] = {
@@ -216,6 +218,8 @@ TEST(ConsoleListener, FailureOfTheConsoleLeavesTheOtherOutputsTheirEntry) {
 /// Notes which outputs an entry goes to, in order.
 class OutputOrderTest : public testing::Test {
   protected:
+    void SetUp() override { SKIP_UNLESS_IMPORTED(_wfopen); }
+
     std::vector<std::string> OutputsOf(const std::wstring& loggingType) {
         m_policies.OfProduct(L"LoggingType", RegistryText(loggingType));
         auto logger = Orva::Shared::CreateLogger();
@@ -244,10 +248,11 @@ class OutputOrderTest : public testing::Test {
         return TRUE;
     }};
     ScopedImport<&::OutputDebugStringW> m_debug{[this](LPCWSTR) { m_outputs.emplace_back("debug"); }};
-    ScopedImport<&::_wfopen> m_open{[this](const wchar_t* path, const wchar_t* mode) {
-        m_outputs.emplace_back("file");
-        return m_open.Original(path, mode);
-    }};
+    std::unique_ptr<ScopedImport<& ::_wfopen>> m_open = Rig::ReplaceIfImported<&::_wfopen>(
+        Rig::kWrapping, [this](const auto& original, const wchar_t* path, const wchar_t* mode) {
+            m_outputs.emplace_back("file");
+            return original.Original(path, mode);
+        });
 };
 
 TEST_F(OutputOrderTest, IsEventFileDebugConsoleWhateverTheWordsOrder) {

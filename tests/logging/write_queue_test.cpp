@@ -19,6 +19,7 @@
 #include "tests/logging/policy_keys.h"
 #include "tests/support/ledger.h"
 #include "tests/support/scoped_import.h"
+#include "tests/support/skip_unless_imported.h"
 
 namespace LoggingTests {
 namespace {
@@ -182,6 +183,7 @@ TEST_F(WriteQueueTest, HoldsTheMutexUntilTheQueueIsEmptyAndNoLonger) {
 }
 
 TEST_F(WriteQueueTest, OpensOnceAndReleasesOnceForAllThatComesDuringADrain) {
+    SKIP_UNLESS_IMPORTED(_wfopen);
     CorvaLogListenerFile listener(true);
     const ScopedImport<&::_wfopen> open{Rig::kWrapping, [](const auto& original, auto... arguments) {
                                             return original.Original(arguments...);
@@ -209,6 +211,7 @@ TEST_F(WriteQueueTest, OpensOnceAndReleasesOnceForAllThatComesDuringADrain) {
 }
 
 TEST_F(WriteQueueTest, CallersDoNotWaitForAWriteThatTakesLong) {
+    SKIP_UNLESS_IMPORTED(fwrite);
     std::atomic<bool> isWriting = false;
     std::atomic<bool> mayEnd = false;
     const ScopedImport<&::fwrite> slow{
@@ -234,6 +237,7 @@ TEST_F(WriteQueueTest, CallersDoNotWaitForAWriteThatTakesLong) {
 }
 
 TEST_F(WriteQueueTest, OneWriterServesManyEntriesAndEndsWithTheQueue) {
+    SKIP_UNLESS_IMPORTED(_beginthreadex);
     const ScopedImport<&::_beginthreadex> start{[&](void* security, unsigned stack,
                                                     unsigned(__stdcall * function)(void*), void* argument,
                                                     unsigned flags, unsigned* id) {
@@ -256,6 +260,7 @@ TEST_F(WriteQueueTest, OneWriterServesManyEntriesAndEndsWithTheQueue) {
 }
 
 TEST_F(WriteQueueTest, EntriesStayQueuedWhileTheFileCannotBeOpened) {
+    SKIP_UNLESS_IMPORTED(_wfopen);
     CorvaLogListenerFile listener(true);
     std::atomic<bool> locked = true;
     const ScopedImport<&::_wfopen> open{[&](const wchar_t* path, const wchar_t* mode) {
@@ -275,6 +280,7 @@ TEST_F(WriteQueueTest, EntriesStayQueuedWhileTheFileCannotBeOpened) {
 }
 
 TEST_F(WriteQueueTest, EntriesStayQueuedWhenNoThreadCanBeStarted) {
+    SKIP_UNLESS_IMPORTED(_beginthreadex);
     CorvaLogListenerFile listener(true);
     {
         const ScopedImport<&::_beginthreadex> fails{[](auto...) { return std::uintptr_t{0}; }};
@@ -394,6 +400,7 @@ TEST_F(WriteQueueTest, WaitThatFailsEndsTheRounds) {
 }
 
 TEST_F(WriteQueueTest, WriterThatGaveUpAsTheWaitTimedOutEndsTheRounds) {
+    SKIP_UNLESS_IMPORTED(_wfopen);
     auto listener = std::make_unique<CorvaLogListenerFile>(true);
     auto held = std::make_unique<HeldMutex>(m_appData.Log());
     const ScopedImport<&::_wfopen> fails{[](auto...) -> FILE* { return nullptr; }};
@@ -409,6 +416,7 @@ TEST_F(WriteQueueTest, WriterThatGaveUpAsTheWaitTimedOutEndsTheRounds) {
 }
 
 TEST_F(WriteQueueTest, DoesNotWaitForAWriterThatHasWrittenEverything) {
+    SKIP_UNLESS_IMPORTED(fwrite);
     std::atomic<DWORD> writer = 0;
     const ScopedImport<&::fwrite> write{
         [&](const void* data, std::size_t size, std::size_t count, FILE* file) {
@@ -441,6 +449,7 @@ TEST_F(WriteQueueTest, DoesNotWaitForAWriterThatHasWrittenEverything) {
 }
 
 TEST_F(WriteQueueTest, WithoutAWriterDoesNotWaitForEntriesThatRemain) {
+    SKIP_UNLESS_IMPORTED(_beginthreadex);
     auto listener = std::make_unique<CorvaLogListenerFile>(true);
     const ScopedImport<&::_beginthreadex> fails{[](auto...) { return std::uintptr_t{0}; }};
     listener->Log(Entry(L"lost"));
@@ -506,6 +515,7 @@ TEST_F(WriteQueueTest, WhatOthersWriteDuringTheDrainIsWritten) {
 }
 
 TEST_F(WriteQueueTest, WriterThatIsWaitedForKeepsItsHandleWhenAnotherOneStarts) {
+    SKIP_UNLESS_IMPORTED(_beginthreadex);
     auto listener = std::make_unique<CorvaLogListenerFile>(true);
     auto held = std::make_unique<HeldMutex>(m_appData.Log());
     listener->Log(Entry(L"one"));
@@ -529,6 +539,7 @@ TEST_F(WriteQueueTest, WriterThatIsWaitedForKeepsItsHandleWhenAnotherOneStarts) 
 }
 
 TEST_F(WriteQueueTest, EndWaitsForTheEntryInTheWritersHand) {
+    SKIP_UNLESS_IMPORTED(fwrite);
     std::atomic<bool> isInHand = false;
     const ScopedImport<&::fwrite> slow{
         [&](const void* data, std::size_t size, std::size_t count, FILE* file) {

@@ -15,6 +15,7 @@
 #include "network/nlm_event_handler.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/run_on_thread.h"
+#include "tests/support/skip_unless_imported.h"
 #include "tests/support/test_clock.h"
 #include "tests/support/throw_from_log_line.h"
 
@@ -85,6 +86,7 @@ TEST(InitialiseAdapter, ListThatFitsIsReadTwiceAllTheSame) {
 }
 
 TEST(InitialiseAdapter, LongerListIsReadIntoAsMuchMemoryAsTheSystemAskedFor) {
+    SKIP_UNLESS_IMPORTED(malloc);
     LogRecorder log;
     HeapWatch heap;
     const FakeAdapterList adapters{{EthernetWithAddress(), {kWifi, "10.0.0.2"}, {kGsm, "0.0.0.0"}}};
@@ -114,6 +116,7 @@ TEST(InitialiseAdapter, FailureOfTheFirstCallDoesNotCount) {
 }
 
 TEST(InitialiseAdapter, FailureOfTheSecondCallIsReturnedAndTheLastErrorLogged) {
+    SKIP_UNLESS_IMPORTED(malloc);
     LogRecorder log;
     HeapWatch heap;
     FakeAdapterList adapters;
@@ -150,6 +153,7 @@ TEST(InitialiseAdapter, ListThatGrowsBetweenTheCallsFailsWithoutAThirdCall) {
 }
 
 TEST(InitialiseAdapter, NoMemoryForTheFirstBufferFailsWithoutACall) {
+    SKIP_UNLESS_IMPORTED(malloc);
     LogRecorder log;
     HeapWatch heap;
     const FakeAdapterList adapters{{EthernetWithAddress()}};
@@ -166,6 +170,7 @@ TEST(InitialiseAdapter, NoMemoryForTheFirstBufferFailsWithoutACall) {
 }
 
 TEST(InitialiseAdapter, NoMemoryForTheLargerBufferFailsWithTheLastError) {
+    SKIP_UNLESS_IMPORTED(malloc);
     LogRecorder log;
     HeapWatch heap;
     const FakeAdapterList adapters{{EthernetWithAddress(), EthernetWithAddress()}};
@@ -201,6 +206,7 @@ TEST(InitialiseAdapter, ExceptionIsLoggedAsInformationAndGivesOne) {
 }
 
 TEST(InitialiseAdapter, EachReadReplacesTheBufferOfTheOneBefore) {
+    SKIP_UNLESS_IMPORTED(malloc);
     const LogRecorder log;
     HeapWatch heap;
     FakeAdapterList adapters{{EthernetWithAddress(), EthernetWithAddress()}};
@@ -354,6 +360,7 @@ TEST(CheckEthernetConnectionStatus, UnreadableAdaptersFailWithoutWritingStatus) 
 }
 
 TEST(CheckEthernetConnectionStatus, ListLeftUnwrittenReadsAsNoEthernet) {
+    SKIP_UNLESS_IMPORTED(malloc);
     const LogRecorder log;
     HeapWatch heap;
     FakeAdapterList adapters;
@@ -364,6 +371,7 @@ TEST(CheckEthernetConnectionStatus, ListLeftUnwrittenReadsAsNoEthernet) {
 }
 
 TEST(CheckEthernetConnectionStatus, SystemThatAsksForNoMemoryDoesNoHarm) {
+    SKIP_UNLESS_IMPORTED(malloc);
     const LogRecorder log;
     HeapWatch heap;
     FakeAdapterList adapters;
@@ -379,6 +387,7 @@ TEST(CheckEthernetConnectionStatus, SystemThatAsksForNoMemoryDoesNoHarm) {
 }
 
 TEST(CheckEthernetConnectionStatus, SystemThatAsksForAllMemoryIsRefused) {
+    SKIP_UNLESS_IMPORTED(malloc);
     LogRecorder log;
     FakeAdapterList adapters;
     adapters.AnswerNext([](IP_ADAPTER_INFO*, ULONG* bytes) -> DWORD {
@@ -569,6 +578,7 @@ TEST(CheckEthernetConnectionStatusEx, TimedOperationsWriteTheirTimesAfterTheirEx
 }
 
 TEST(AdapterBuffer, IsGivenBackByTheHandlersEnd) {
+    SKIP_UNLESS_IMPORTED(malloc);
     LogRecorder log;
     HeapWatch heap;
     const FakeAdapterList adapters{{EthernetWithAddress()}};
@@ -587,6 +597,7 @@ TEST(AdapterBuffer, IsGivenBackByTheHandlersEnd) {
 }
 
 TEST(AdapterBuffer, HandlersEndWaitsForACheckThatIsUnderWay) {
+    SKIP_UNLESS_IMPORTED(malloc);
     const LogRecorder log;
     HeapWatch heap;
     FakeAdapterList adapters;
@@ -608,6 +619,7 @@ TEST(AdapterBuffer, HandlersEndWaitsForACheckThatIsUnderWay) {
 }
 
 TEST(AdapterBuffer, HandlersEndWithoutABufferGivesNothingBack) {
+    SKIP_UNLESS_IMPORTED(malloc);
     const LogRecorder log;
     { const NLMEventHandler handler(nullptr, nullptr); }
     HeapWatch heap;

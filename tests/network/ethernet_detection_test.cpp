@@ -12,6 +12,7 @@
 #include "network/ethernet_detection.h"
 #include "tests/network/fake_network.h"
 #include "tests/support/log_recorder.h"
+#include "tests/support/skip_unless_imported.h"
 
 namespace NetworkTests {
 namespace {
@@ -64,6 +65,7 @@ unsigned char PrintFirstAdapter() {
 }
 
 TEST(PrintAdapterInfo, EthernetAdapterIsLoggedAndFlagged) {
+    SKIP_UNLESS_IMPORTED(malloc);
     LogRecorder log;
     HeapWatch heap;
     FakeAdapterAddresses adapters{{{AdapterName(2), kWifi, L"Wireless", L"Wi-Fi"},
@@ -181,6 +183,7 @@ TEST(PrintAdapterInfo, FiveHundredAdaptersAreWalked) {
 }
 
 TEST(PrintAdapterInfo, ListLeftUnwrittenHasNoMatch) {
+    SKIP_UNLESS_IMPORTED(malloc);
     LogRecorder log;
     HeapWatch heap;
     FakeAdapterAddresses adapters;
@@ -194,6 +197,7 @@ TEST(PrintAdapterInfo, ListLeftUnwrittenHasNoMatch) {
 }
 
 TEST(PrintAdapterInfo, NoMemoryEndsItWithoutACall) {
+    SKIP_UNLESS_IMPORTED(malloc);
     LogRecorder log;
     HeapWatch heap;
     heap.Refuse(1);
@@ -207,6 +211,7 @@ TEST(PrintAdapterInfo, NoMemoryEndsItWithoutACall) {
 }
 
 TEST(PrintAdapterInfo, FailureOtherThanTooLittleMemoryEndsIt) {
+    SKIP_UNLESS_IMPORTED(malloc);
     for (const int error :
          {ERROR_NO_DATA, ERROR_NOT_ENOUGH_MEMORY, ERROR_INVALID_PARAMETER, ERROR_ADDRESS_NOT_ASSOCIATED}) {
         LogRecorder log;
@@ -224,6 +229,7 @@ TEST(PrintAdapterInfo, FailureOtherThanTooLittleMemoryEndsIt) {
 }
 
 TEST(PrintAdapterInfo, OneOrTwoReallocationsAreEnough) {
+    SKIP_UNLESS_IMPORTED(malloc);
     LogRecorder log;
     HeapWatch heap;
     FakeAdapterAddresses adapters{{{AdapterName(1), kEthernet, L"D", L"N"}}};
@@ -243,6 +249,7 @@ TEST(PrintAdapterInfo, OneOrTwoReallocationsAreEnough) {
 }
 
 TEST(PrintAdapterInfo, SuccessOfTheThirdOrFourthPassIsGivenUpAllTheSame) {
+    SKIP_UNLESS_IMPORTED(malloc);
     for (const int passes : {3, 4}) {
         LogRecorder log;
         HeapWatch heap;
@@ -263,6 +270,7 @@ TEST(PrintAdapterInfo, SuccessOfTheThirdOrFourthPassIsGivenUpAllTheSame) {
 }
 
 TEST(PrintAdapterInfo, ListThatAlwaysGrowsIsGivenUpAfterFourPasses) {
+    SKIP_UNLESS_IMPORTED(malloc);
     LogRecorder log;
     HeapWatch heap;
     FakeAdapterAddresses adapters;
@@ -279,6 +287,7 @@ TEST(PrintAdapterInfo, ListThatAlwaysGrowsIsGivenUpAfterFourPasses) {
 }
 
 TEST(PrintAdapterInfo, OtherFailureAfterAReallocationEndsIt) {
+    SKIP_UNLESS_IMPORTED(malloc);
     LogRecorder log;
     HeapWatch heap;
     FakeAdapterAddresses adapters;
@@ -293,6 +302,7 @@ TEST(PrintAdapterInfo, OtherFailureAfterAReallocationEndsIt) {
 }
 
 TEST(PrintAdapterInfo, NoMemoryForOnePassGoesOnWithTheNext) {
+    SKIP_UNLESS_IMPORTED(malloc);
     LogRecorder log;
     HeapWatch heap;
     heap.Refuse(2);
@@ -308,6 +318,7 @@ TEST(PrintAdapterInfo, NoMemoryForOnePassGoesOnWithTheNext) {
 }
 
 TEST(PrintAdapterInfo, NoMemoryForAnyPassIsGivenUpAfterFour) {
+    SKIP_UNLESS_IMPORTED(malloc);
     LogRecorder log;
     HeapWatch heap;
     for (int nth = 2; nth < 10; ++nth) {
@@ -327,6 +338,7 @@ TEST(PrintAdapterInfo, NoMemoryForAnyPassIsGivenUpAfterFour) {
 }
 
 TEST(PrintAdapterInfo, SystemThatAsksForNoMemoryDoesNoHarm) {
+    SKIP_UNLESS_IMPORTED(malloc);
     const LogRecorder log;
     HeapWatch heap;
     FakeAdapterAddresses adapters{{{AdapterName(1), kEthernet}}};
@@ -338,6 +350,7 @@ TEST(PrintAdapterInfo, SystemThatAsksForNoMemoryDoesNoHarm) {
 }
 
 TEST(PrintAdapterInfo, ExceptionIsLoggedAndTheMemoryReleased) {
+    SKIP_UNLESS_IMPORTED(malloc);
     LogRecorder log;
     HeapWatch heap;
     FakeAdapterAddresses adapters;

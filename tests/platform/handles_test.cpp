@@ -9,6 +9,7 @@
 
 #include "tests/support/ledger.h"
 #include "tests/support/scoped_import.h"
+#include "tests/support/skip_unless_imported.h"
 
 namespace {
 
@@ -251,6 +252,7 @@ TEST_F(HandleTypesTest, SafeArray) {
 }
 
 TEST_F(HandleTypesTest, MemoryIsGivenBackOnce) {
+    SKIP_UNLESS_IMPORTED(malloc);
     Rig::Ledger ledger;
     {
         const Platform::UniqueBstr text(SysAllocString(L"text"));
@@ -279,11 +281,13 @@ TEST_F(HandleTypesTest, WlanMemoryIsGivenBackOnce) {
 }
 
 TEST_F(HandleTypesTest, WithoutMemoryTheBlockIsEmpty) {
+    SKIP_UNLESS_IMPORTED(malloc);
     const Rig::ScopedResult<&::HeapAlloc> fails{nullptr};
     EXPECT_FALSE(Platform::AllocateFromProcessHeap<int>(64));
 }
 
 TEST_F(HandleTypesTest, BlockOfTheProcessHeapThatCannotBeFreedIsReported) {
+    SKIP_UNLESS_IMPORTED(malloc);
     Platform::UniqueProcessHeap<int> block = Platform::AllocateFromProcessHeap<int>(64);
     {
         const Rig::ScopedResult<&::HeapFree> fails{FALSE, ERROR_CRC};

@@ -11,6 +11,7 @@
 #include "radio/wwan_state.h"
 #include "tests/radio/fake_modem.h"
 #include "tests/radio/machine.h"
+#include "tests/support/skip_unless_imported.h"
 
 namespace RadioTests {
 namespace {
@@ -273,6 +274,7 @@ TEST_F(WwanEnumerationTest, SuccessWithoutATextIsAFailureToo) {
 }
 
 TEST_F(WwanEnumerationTest, TextsListAndArrayAreGivenBack) {
+    SKIP_UNLESS_IMPORTED(malloc);
     EXPECT_TRUE(EnumerateWwanInterfaces());
     for (const char* kind :
          {Rig::Kind::kBstr, Rig::Kind::kTaskMemory, Rig::Kind::kSafeArray, Rig::Kind::kHeapMemory}) {
@@ -283,6 +285,7 @@ TEST_F(WwanEnumerationTest, TextsListAndArrayAreGivenBack) {
 }
 
 TEST_F(WwanEnumerationTest, WithoutMemoryTheCopyFails) {
+    SKIP_UNLESS_IMPORTED(malloc);
     const Rig::ScopedResult<&::HeapAlloc> fails{nullptr};
     EXPECT_FALSE(EnumerateWwanInterfaces());
     EXPECT_THAT(m_machine.log.At(kError),
@@ -303,6 +306,7 @@ TEST_F(WwanEnumerationTest, BoundsThatCannotBeReadFailTheCopy) {
 }
 
 TEST_F(WwanEnumerationTest, WidestBoundsAskForMemoryForEveryElement) {
+    SKIP_UNLESS_IMPORTED(malloc);
     const Rig::ScopedImport<&::SafeArrayGetLBound> lowest{[](SAFEARRAY*, UINT, LONG* bound) {
         *bound = std::numeric_limits<LONG>::min();
         return S_OK;
@@ -348,6 +352,7 @@ TEST_F(WwanEnumerationTest, ExceptionOfTheManagerIsLogged) {
 }
 
 TEST_F(WwanEnumerationTest, ExceptionInTheMiddleOfTheCopyGivesEverythingBack) {
+    SKIP_UNLESS_IMPORTED(malloc);
     const Rig::ScopedImport<&::IIDFromString> throws{
         [](LPCOLESTR, IID*) -> HRESULT { throw DWORD{ERROR_CRC}; }};
     EXPECT_FALSE(EnumerateWwanInterfaces());

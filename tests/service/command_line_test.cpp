@@ -14,6 +14,7 @@
 #include "tests/support/ledger.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/scoped_import.h"
+#include "tests/support/skip_unless_imported.h"
 
 namespace {
 
@@ -160,6 +161,7 @@ INSTANTIATE_TEST_SUITE_P(Arguments, NoSwitchTest,
                                          Arguments{L"x", L"-install"}, Arguments{L"", L"-remove"}));
 
 TEST_F(CommandLineTest, UsageIsWrittenLineByLine) {
+    SKIP_UNLESS_IMPORTED(fputws);
     std::vector<std::wstring> written;
     const ScopedImport<&::fputws> writes{[&](const wchar_t* text, FILE* stream) {
         EXPECT_EQ(stream, stdout);

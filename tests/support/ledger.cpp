@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <sstream>
 #include <tuple>
 #include <type_traits>
@@ -276,7 +277,9 @@ void Ledger::HookMemory() {
 }
 
 void Ledger::HookHeap() {
-#ifndef _MSC_VER  // There malloc of the static runtime takes the same way.
+    if (!IsImported<&::malloc>()) {
+        return;  // It is linked in and takes its memory from HeapAlloc, also for what is booked here.
+    }
     GivesResult<&::HeapAlloc>(Kind::kHeapMemory);
     Hook<&::HeapReAlloc>([this](const auto& self, HANDLE heap, DWORD flags, void* old, SIZE_T size) {
         void* const block = self.Original(heap, flags, old, size);
@@ -290,7 +293,6 @@ void Ledger::HookHeap() {
         const auto free = [&self, heap, flags, block] { self.Original(heap, flags, block); };
         return KeepIfBooked(Kind::kHeapMemory, block, free) ? TRUE : self.Original(heap, flags, block);
     });
-#endif
 }
 
 void Ledger::HookCom() {

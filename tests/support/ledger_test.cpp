@@ -14,6 +14,7 @@
 #include "tests/support/com_support.h"
 #include "tests/support/fake_unknown.h"
 #include "tests/support/run_on_thread.h"
+#include "tests/support/skip_unless_imported.h"
 
 namespace Rig {
 namespace {
@@ -32,6 +33,7 @@ std::string Complaint(const Ledger& ledger) {
 const wchar_t* const kSomeService = L"PlugPlay";
 
 TEST(Ledger, EverythingGivenBackIsBalanced) {
+    SKIP_UNLESS_IMPORTED(malloc);
     Ledger ledger;
     const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     HKEY key = nullptr;
