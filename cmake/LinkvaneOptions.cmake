@@ -10,9 +10,16 @@ target_compile_definitions(linkvane_options INTERFACE
 
 if(MSVC)
   set(CMAKE_MSVC_RUNTIME_LIBRARY "MultiThreaded$<$<CONFIG:Debug>:Debug>")
-  target_compile_options(linkvane_options INTERFACE /W4 /WX /permissive- /utf-8 /EHsc /GS)
+  # CMake itself gives /EHsc. The tests' stand-ins throw out of functions that are declared extern "C",
+  # which the c would have the compiler rule out. /guard:cf is for the compiler and the linker. C4127 is
+  # about constant conditions, of which templates are full.
+  target_compile_options(linkvane_options INTERFACE
+    "$<$<COMPILE_LANGUAGE:CXX>:/W4;/wd4127;/WX;/permissive-;/utf-8;/EHsc-;/GS;/guard:cf>")
   target_compile_definitions(linkvane_options INTERFACE _CRT_SECURE_NO_WARNINGS)
-  target_link_options(linkvane_options INTERFACE /DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT)
+  # An incremental link puts a jump before every function, and a test that patches a function patches
+  # its neighbours' jumps.
+  target_link_options(linkvane_options INTERFACE
+    /INCREMENTAL:NO /DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT /guard:cf /CETCOMPAT)
 else()
   target_compile_options(linkvane_options INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -fstack-protector-strong>)

@@ -8,8 +8,14 @@ configure_file(${resources_source}/linkvane_service.manifest.in
 file(SHA256 ${resources_binary}/linkvane_service.manifest LINKVANE_MANIFEST_DIGEST)
 configure_file(${resources_source}/linkvane_service.rc.in ${resources_binary}/linkvane_service.rc @ONLY)
 
-# The message table, by GNU's message compiler or Microsoft's, which take the same arguments.
-find_program(LINKVANE_MESSAGE_COMPILER NAMES ${LINKVANE_MINGW}-windmc windmc mc
+# The message table, by GNU's message compiler or Microsoft's, which take the same arguments. Each goes
+# with its own resource compiler; and elsewhere than on Windows mc is another program.
+if(MSVC)
+  set(message_compilers mc)
+else()
+  set(message_compilers ${LINKVANE_MINGW}-windmc windmc)
+endif()
+find_program(LINKVANE_MESSAGE_COMPILER NAMES ${message_compilers}
   HINTS "$ENV{WindowsSdkVerBinPath}/x64"
     "C:/Program Files (x86)/Windows Kits/10/bin/${CMAKE_VS_WINDOWS_TARGET_PLATFORM_VERSION}/x64"
   REQUIRED)

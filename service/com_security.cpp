@@ -37,7 +37,7 @@ void Log(int level, const wchar_t* format, Value value) {
 
 /// Lets one group of callers in. `sid` is room for any SID; without room none can be made.
 void AllowCaller(SecurityDescriptor& callers, const UniqueLocalMemory& sid, const Caller& caller) {
-    DWORD bytes = sid ? SECURITY_MAX_SID_SIZE : 0;
+    DWORD bytes = sid ? DWORD{SECURITY_MAX_SID_SIZE} : 0;
     if (CreateWellKnownSid(caller.type, nullptr, sid.Get(), &bytes) == FALSE) {
         const DWORD error = GetLastError();
         Log(Orva::Shared::Level::kError, caller.failure, error);
