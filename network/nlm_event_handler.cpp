@@ -146,12 +146,14 @@ HRESULT NLMEventHandler::NetworkConnectionPropertyChanged(GUID /*connectionId*/,
 
 HRESULT NLMEventHandler::NetworkConnectionConnectivityChanged(GUID connectionId,
                                                               NLM_CONNECTIVITY connectivity) {
+    // The service may give the manager back while this event writes its first line or waits for its turn.
+    // A stop between Windows' call and this one remains: it releases the manager without waiting for
+    // events, and the manager is the service's.
+    const Microsoft::WRL::ComPtr<INetworkListManager> heldManager(m_networkListManager);
     const LogScope log("NLMEventHandler::NetworkConnectionConnectivityChanged", L"NLM_CONNECTIVITY = %d",
                        connectivity);
     try {
         msm_Notification_flag = true;
-        // The service may give the manager back while this event waits for its turn.
-        const Microsoft::WRL::ComPtr<INetworkListManager> heldManager(m_networkListManager);
         std::unique_lock lock(connectivityChangeLock);
         log.Information(L"------------------start----------------------");
         Platform::UniqueCoTaskText text;

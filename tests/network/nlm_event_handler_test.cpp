@@ -914,6 +914,20 @@ TEST_F(NLMEventHandlerTest, ManagerThatTheServiceGivesBackWhileAnEventWaitsStays
     EXPECT_EQ(m_manager.References(), 0);
 }
 
+TEST_F(NLMEventHandlerTest, ManagerThatTheServiceGivesBackAtTheFirstLineStaysUsable) {
+    GiveAddress();
+    {
+        const Rig::AtEachLogLine lines{[this](const auto& entry) {
+            if (entry.FunctionName() == kEvent) {
+                m_managerReference.Reset();
+            }
+        }};
+        EXPECT_EQ(Report(1, kUp), S_OK);
+    }
+    EXPECT_THAT(RadioOperations(), ElementsAre(kStopWlan, kStopWwan));
+    EXPECT_EQ(m_manager.References(), 0);
+}
+
 // --- The COM object -------------------------------------------------------------------------------
 
 TEST_F(NLMEventHandlerTest, EachInterfaceIsAnsweredWithAReference) {
