@@ -4,7 +4,8 @@ target_compile_features(linkvane_options INTERFACE cxx_std_20)
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 
-# Windows 7 is the oldest system supported; wide-character API throughout.
+# Windows 8 is the oldest system supported. The declarations are those of Windows 7: what came later is looked
+# up at run time. Wide-character API throughout.
 target_compile_definitions(linkvane_options INTERFACE
   UNICODE _UNICODE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0601 WINVER=0x0601 STRICT)
 

@@ -54,6 +54,35 @@ void AllowCallers(SecurityDescriptor& callers) {
     }
 }
 
+/// CoIncrementMTAUsage of <combaseapi.h>, which Windows has from 8 on. The cookie would give back what
+/// it holds.
+using IncrementMtaUsage = HRESULT WINAPI(void** cookie);
+
+IncrementMtaUsage* FindIncrementMtaUsage() {
+    const HMODULE library = GetModuleHandleW(L"ole32.dll");
+    return library == nullptr ? nullptr
+                              : reinterpret_cast<IncrementMtaUsage*>(
+                                    reinterpret_cast<void*>(GetProcAddress(library, "CoIncrementMTAUsage")));
+}
+
+/// Keeps the process's multithreaded apartment from now to the end of the process, whichever threads
+/// leave it. What a thread creates there (the managers, the subscriptions) stays connected when that
+/// thread has left, and what is set for the process stays set. Never given back.
+///
+/// Called inside the single-threaded apartment: a thread that is in none would be put into the
+/// multithreaded one, and could not enter another then. Where it could not enter one at all, that does
+/// no harm.
+void HoldMultithreadedApartment() {
+    IncrementMtaUsage* const increment = FindIncrementMtaUsage();
+    void* cookie = nullptr;
+    const HRESULT held = increment == nullptr ? HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND) : increment(&cookie);
+    if (FAILED(held)) {
+        Log(Orva::Shared::Level::kError,
+            L"CoIncrementMTAUsage failed. Error: 0x%08X. Events may stay away when the start has ended.",
+            held);
+    }
+}
+
 /// Hands the descriptor to COM from inside an apartment.
 HRESULT SetProcessSecurity(SecurityDescriptor& callers) {
     const HRESULT entered = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
@@ -80,8 +109,10 @@ HRESULT InitializeSecurity() {
     HRESULT result = S_OK;
     if (!comSecurityInitialised) {
         result = SetProcessSecurity(callers);
-        // Also when the apartment could not be entered, on purpose. What was set stays in force
-        // after the apartment is left.
+        // With whatever security COM applies: without the apartment no event would come at all.
+        HoldMultithreadedApartment();
+        // Also when the apartment could not be entered. What was set stays in force as long as the
+        // process has an apartment, and it has the one that is held.
         CoUninitialize();
     }
     Log(Orva::Shared::Level::kInformation, L"InitializeSecurity : HRESULT: 0x%08X", result);

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <thread>
 #include <vector>
 
 #include "tests/service/fake_com.h"
@@ -35,7 +36,8 @@ class ComSecurityTest : public testing::Test {
 TEST_F(ComSecurityTest, FailedSecurityIsLoggedAndTheApartmentIsLeft) {
     com.secureResult = RPC_E_TOO_LATE;
     EXPECT_EQ(InitializeSecurity(), RPC_E_TOO_LATE);
-    EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoInitializeSecurity", "CoUninitialize"));
+    EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoInitializeSecurity", "CoIncrementMTAUsage",
+                                       "CoUninitialize"));
     EXPECT_THAT(log.Lines(), ElementsAre(Error(kName, L"CoInitializeSecurity failed. Error: 0x80010119"),
                                          Information(kName, L"InitializeSecurity : HRESULT: 0x80010119")));
     EXPECT_TRUE(ledger.Balanced());
@@ -44,7 +46,7 @@ TEST_F(ComSecurityTest, FailedSecurityIsLoggedAndTheApartmentIsLeft) {
 TEST_F(ComSecurityTest, FailedApartmentIsLoggedAndLeftAllTheSame) {
     com.enterResult = RPC_E_CHANGED_MODE;
     EXPECT_EQ(InitializeSecurity(), RPC_E_CHANGED_MODE);
-    EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoUninitialize"));
+    EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoIncrementMTAUsage", "CoUninitialize"));
     EXPECT_THAT(log.Lines(), ElementsAre(Error(kName, L"CoInitializeEx failed. Error: 0x80010106"),
                                          Information(kName, L"InitializeSecurity : HRESULT: 0x80010106")));
     EXPECT_TRUE(ledger.Balanced());
@@ -53,14 +55,41 @@ TEST_F(ComSecurityTest, FailedApartmentIsLoggedAndLeftAllTheSame) {
 TEST_F(ComSecurityTest, ApartmentThatWasEnteredBeforeIsNoFailure) {
     com.enterResult = S_FALSE;
     EXPECT_EQ(InitializeSecurity(), E_FAIL);
-    EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoInitializeSecurity", "CoUninitialize"));
+    EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoInitializeSecurity", "CoIncrementMTAUsage",
+                                       "CoUninitialize"));
 }
 
 TEST_F(ComSecurityTest, FailureIsTriedAgainByTheNextCall) {
     InitializeSecurity();
     com.calls.clear();
     InitializeSecurity();
+    EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoInitializeSecurity", "CoIncrementMTAUsage",
+                                       "CoUninitialize"));
+}
+
+TEST_F(ComSecurityTest, ApartmentThatCannotBeHeldIsLoggedAndNothingElseChanges) {
+    com.secureResult = RPC_E_TOO_LATE;
+    com.holdResult = E_OUTOFMEMORY;
+    EXPECT_EQ(InitializeSecurity(), RPC_E_TOO_LATE);
+    EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoInitializeSecurity", "CoIncrementMTAUsage",
+                                       "CoUninitialize"));
+    EXPECT_THAT(log.Lines(), ElementsAre(Error(kName, L"CoInitializeSecurity failed. Error: 0x80010119"),
+                                         Error(kName,
+                                               L"CoIncrementMTAUsage failed. Error: 0x8007000E. "
+                                               L"Events may stay away when the start has ended."),
+                                         Information(kName, L"InitializeSecurity : HRESULT: 0x80010119")));
+    EXPECT_TRUE(ledger.Balanced());
+}
+
+TEST_F(ComSecurityTest, WindowsThatCannotHoldAnApartmentIsLoggedAndNothingElseChanges) {
+    const Rig::ScopedProcAddress missing{"CoIncrementMTAUsage", nullptr};
+    EXPECT_EQ(InitializeSecurity(), E_FAIL);
     EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoInitializeSecurity", "CoUninitialize"));
+    EXPECT_THAT(log.At(Orva::Shared::Level::kError),
+                Contains(Error(kName,
+                               L"CoIncrementMTAUsage failed. Error: 0x8007007F. Events may stay away "
+                               L"when the start has ended.")));
+    EXPECT_TRUE(ledger.Balanced());
 }
 
 TEST_F(ComSecurityTest, SidBufferIsFreedBeforeComIsCalled) {
@@ -77,7 +106,8 @@ TEST_F(ComSecurityTest, SidBufferIsFreedBeforeComIsCalled) {
         return free.Original(memory);
     }};
     InitializeSecurity();
-    EXPECT_THAT(com.calls, ElementsAre("free", "CoInitializeEx 2", "CoInitializeSecurity", "CoUninitialize"));
+    EXPECT_THAT(com.calls, ElementsAre("free", "CoInitializeEx 2", "CoInitializeSecurity",
+                                       "CoIncrementMTAUsage", "CoUninitialize"));
 }
 
 TEST_F(ComSecurityTest, DescriptorIsFreedAfterTheClosingLine) {
@@ -99,8 +129,39 @@ TEST_F(ComSecurityTest, DescriptorIsFreedAfterTheClosingLine) {
         }
     }};
     InitializeSecurity();
-    EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoInitializeSecurity", "CoUninitialize",
-                                       "closing line", "free", "free", "free"));
+    EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoInitializeSecurity", "CoIncrementMTAUsage",
+                                       "CoUninitialize", "closing line", "free", "free", "free"));
+}
+
+/// The real COM behind the step, whose thread has entered nothing yet, and a worker that leaves the
+/// multithreaded apartment again: what it has made there is still in its apartment. Secures its process for
+/// good, so it takes one of its own.
+[[noreturn]] void SecureAndLeave() {
+    {
+        const LogRecorder log;
+        EXPECT_EQ(InitializeSecurity(), S_OK);
+        EXPECT_THAT(log.At(Orva::Shared::Level::kError), IsEmpty());
+        std::thread([] {
+            EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), S_OK);
+            CoUninitialize();
+        }).join();
+        std::thread([] {
+            APTTYPE type = APTTYPE_CURRENT;
+            APTTYPEQUALIFIER qualifier = APTTYPEQUALIFIER_NONE;
+            EXPECT_EQ(CoGetApartmentType(&type, &qualifier), S_OK);
+            EXPECT_EQ(type, APTTYPE_MTA);
+            EXPECT_EQ(qualifier, APTTYPEQUALIFIER_IMPLICIT_MTA);
+        }).join();
+        // The step's own thread may enter any apartment, as the BIOS reader does on it after a resume.
+        EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
+        CoUninitialize();
+    }
+    ExitProcess(testing::Test::HasFailure() ? 1 : 0);
+}
+
+TEST(ComSecurityDeathTest, MultithreadedApartmentOutlivesEveryThreadThatWasInIt) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(SecureAndLeave(), testing::ExitedWithCode(0), "");
 }
 
 /// Secures its process for good, so it takes one of its own.
@@ -113,7 +174,8 @@ TEST_F(ComSecurityTest, DescriptorIsFreedAfterTheClosingLine) {
             [&](auto... arguments) { return sids.Original(arguments...); }};
         com.secureResult = S_OK;
         EXPECT_EQ(InitializeSecurity(), S_OK);
-        EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoInitializeSecurity", "CoUninitialize"));
+        EXPECT_THAT(com.calls, ElementsAre("CoInitializeEx 2", "CoInitializeSecurity", "CoIncrementMTAUsage",
+                                           "CoUninitialize"));
         EXPECT_THAT(log.Lines(),
                     ElementsAre(Information(kName, L"InitializeSecurity : HRESULT: 0x00000000")));
         EXPECT_EQ(sids.Calls(), kCallers);

@@ -33,8 +33,10 @@ class FakeCom {
   public:
     HRESULT enterResult = S_OK;
     HRESULT secureResult = E_FAIL;
+    HRESULT holdResult = S_OK;
 
-    /// "CoInitializeEx 2", "CoInitializeSecurity", "CoUninitialize" in the order of the calls.
+    /// "CoInitializeEx 2", "CoInitializeSecurity", "CoIncrementMTAUsage", "CoUninitialize" in the order of
+    /// the calls.
     std::vector<std::string> calls;
     std::vector<DescriptorCopy> descriptors;
 
@@ -60,6 +62,11 @@ class FakeCom {
             descriptors.push_back(CopyDescriptor(descriptor));
             return secureResult;
         }};
+    Rig::ScopedProc<"CoIncrementMTAUsage", HRESULT(void**)> m_hold{[this](void** cookie) {
+        EXPECT_NE(cookie, nullptr);
+        calls.emplace_back("CoIncrementMTAUsage");
+        return holdResult;
+    }};
     Rig::ScopedImport<&::CoUninitialize> m_leave{[this] { calls.emplace_back("CoUninitialize"); }};
 };
 
