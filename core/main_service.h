@@ -93,10 +93,8 @@ class CMainService : public CServiceBase {
     // worker is to end at once.
     bool SetUpAndDecide(const LogScope& log);
     bool SetUpWlan(const LogScope& log);
-    bool CreateNetworkListManager(const LogScope& log);
     void DecideWlan(const LogScope& log);
     bool SetUpWwan(const LogScope& log);
-    bool CreateMbnInterfaceManager(const LogScope& log);
     void DecideWwan(const LogScope& log);
 
     void SubscribeToNetworkEvents(const LogScope& log,

@@ -36,6 +36,19 @@ ComEntry EnterCom(const LogScope& log) {
     return {.usable = true, .leavesAtEnd = SUCCEEDED(result)};
 }
 
+/// A manager that may live in another process; null, with `failureLine`, when there is none.
+template <class Manager>
+ComPtr<Manager> CreateManager(const LogScope& log, const CLSID& classId, const IID& interfaceId,
+                              const wchar_t* failureLine) {
+    ComPtr<Manager> manager;
+    const HRESULT result = CoCreateInstance(classId, nullptr, CLSCTX_ALL, interfaceId,
+                                            reinterpret_cast<void**>(manager.GetAddressOf()));
+    if (!CoreSteps::StepSucceeded(log, CoreSteps::RequireObject(result, manager), failureLine)) {
+        return nullptr;
+    }
+    return manager;
+}
+
 /// What counts are the two flags that the reads set.
 void ReadBiosSettings() {
     static_cast<void>(NLMUtils::IsLanWlanAutoSwitchingEnabled());
@@ -49,10 +62,11 @@ void LogWhetherNetworkIsAlive(const LogScope& log) {
     log.Information(L"Network Alive : Return  = %d, Status : %d", alive, flags);
 }
 
-/// The WWAN operations and their event threads reach the manager through this holder.
-void PublishMbnInterfaceManager(const ComPtr<IMbnInterfaceManager>& manager) {
-    if (WwanState::interfaceManager.Get() != manager.Get()) {
-        WwanState::interfaceManager = manager;
+/// The WWAN operations and their event threads reach the manager through this holder. `manager` may be
+/// null.
+void PublishMbnInterfaceManager(IMbnInterfaceManager* manager) {
+    if (WwanState::interfaceManager.load().get() != manager) {
+        WwanState::interfaceManager = WwanState::Share(manager);
     }
 }
 
@@ -83,10 +97,9 @@ void CMainService::ServiceWorkerThread() {
 }
 
 bool CMainService::SetUpAndDecide(const LogScope& log) {
-    // Whoever gives up early stays in COM: the thread belongs to the pool for good, and what was
-    // created so far lives in its apartment. The normal end leaves what it entered all the same. The
-    // multithreaded apartment is one for the whole process, and the objects in it stay usable as
-    // long as any other thread is in it. (Whether one always is has not yet been tried on Windows.)
+    // Whoever gives up early stays in COM: the thread belongs to the pool for good. The normal end
+    // leaves what it entered. What was created and subscribed here lives in the multithreaded
+    // apartment, one for the whole process, which is held from before the start to its end.
     const ComEntry com = EnterCom(log);
     if (!com.usable || !SetUpWlan(log)) {
         return false;
@@ -103,9 +116,15 @@ bool CMainService::SetUpAndDecide(const LogScope& log) {
 }
 
 bool CMainService::SetUpWlan(const LogScope& log) {
-    if (!CreateNetworkListManager(log)) {
+    // The worker's own reference, to the end of this function: a stop may clear the field while it is
+    // read here and in the subscription.
+    const ComPtr<INetworkListManager> manager = CreateManager<INetworkListManager>(
+        log, CLSID_NetworkListManager, IID_INetworkListManager,
+        L"CoCreateInstance(CLSID_NetworkListManager) failed with error: 0x%08X");
+    if (manager == nullptr) {
         return false;
     }
+    m_networkListManager = manager;
     QueueWorkItem(
         *this, [](CMainService& service) { service.AirplaneModeWatcher(); }, WT_EXECUTEONLYONCE);
     ReadBiosSettings();
@@ -118,22 +137,8 @@ bool CMainService::SetUpWlan(const LogScope& log) {
     if (RegisterWlanNotification(&kRegister) != ERROR_SUCCESS) {
         log.Error(L"RegisterWlanNotification (register) failed");
     }
-    // The worker's own reference: a stop may clear the field at any moment.
-    const ComPtr<INetworkListManager> manager = m_networkListManager;
     NLMUtils::PrintNetworkConnections(manager.Get(), m_wiredConnections);
     LogWhetherNetworkIsAlive(log);
-    return true;
-}
-
-bool CMainService::CreateNetworkListManager(const LogScope& log) {
-    ComPtr<INetworkListManager> manager;
-    const HRESULT result =
-        CoCreateInstance(CLSID_NetworkListManager, nullptr, CLSCTX_ALL, IID_INetworkListManager, &manager);
-    if (!CoreSteps::StepSucceeded(log, result,
-                                  L"CoCreateInstance(CLSID_NetworkListManager) failed with error: 0x%08X")) {
-        return false;
-    }
-    m_networkListManager = manager;
     return true;
 }
 
@@ -158,31 +163,24 @@ void CMainService::DecideWlan(const LogScope& log) {
 }
 
 bool CMainService::SetUpWwan(const LogScope& log) {
-    if (!CreateMbnInterfaceManager(log)) {
+    // The worker's own reference, as above.
+    const ComPtr<IMbnInterfaceManager> manager = CreateManager<IMbnInterfaceManager>(
+        log, CLSID_MbnInterfaceManager, IID_IMbnInterfaceManager,
+        L"CoCreateInstance(CLSID_MbnInterfaceManager) failed with error: 0x%08X");
+    if (manager == nullptr) {
         return false;
     }
+    m_mbnInterfaceManager = manager;
     CoreSteps::WaitForWwanAutoConfig(log);
-    // The worker's own reference: a stop may clear the field at any moment.
-    const ComPtr<IMbnInterfaceManager> manager = m_mbnInterfaceManager;
-    PublishMbnInterfaceManager(manager);
+    // From the field, which a stop may have cleared meanwhile: then nothing is published, and the
+    // worker finds no modem.
+    PublishMbnInterfaceManager(m_mbnInterfaceManager.Get());
     if (!FindWwanDevice(log)) {
         return false;
     }
     log.Information(
         L"WWAN AutoConfig wait completed and WWAN Device Available. So Listening for WWAN events..");
     ListenForWwanEvents();
-    return true;
-}
-
-bool CMainService::CreateMbnInterfaceManager(const LogScope& log) {
-    ComPtr<IMbnInterfaceManager> manager;
-    const HRESULT result =
-        CoCreateInstance(CLSID_MbnInterfaceManager, nullptr, CLSCTX_ALL, IID_IMbnInterfaceManager, &manager);
-    if (!CoreSteps::StepSucceeded(log, result,
-                                  L"CoCreateInstance(CLSID_MbnInterfaceManager) failed with error: 0x%08X")) {
-        return false;
-    }
-    m_mbnInterfaceManager = manager;
     return true;
 }
 

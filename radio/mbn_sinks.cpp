@@ -16,7 +16,7 @@ namespace {
 /// The switching thread may hold the radio that is replaced here: it goes when the last one lets go.
 void RememberLastRadio(IMbnRadio* radio) {
     if (WwanState::lastRadio.load().get() != radio) {
-        WwanState::lastRadio = WwanState::ShareRadio(radio);
+        WwanState::lastRadio = WwanState::Share(radio);
     }
 }
 

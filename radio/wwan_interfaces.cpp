@@ -3,6 +3,7 @@
 #include <wrl/client.h>
 
 #include <chrono>
+#include <memory>
 #include <utility>
 
 #include "logging/log_scope.h"
@@ -124,13 +125,13 @@ bool RecordInterfaces(const LogScope& log, const GUID* identifiers, ULONG count)
 }
 
 bool FindInterfaces(const LogScope& log) {
-    const ComPtr<IMbnInterfaceManager> manager = WwanState::interfaceManager;
+    const std::shared_ptr<IMbnInterfaceManager> manager = WwanState::interfaceManager;
     if (manager == nullptr) {
         log.Error(L"IMbnInterfaceManager is NULL");
         return false;
     }
     Platform::UniqueSafeArray interfaces;
-    if (FAILED(GetInterfaces(log, *manager.Get(), interfaces))) {
+    if (FAILED(GetInterfaces(log, *manager, interfaces))) {
         return false;
     }
     ULONG count = 0;

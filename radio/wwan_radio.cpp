@@ -61,7 +61,7 @@ bool IsDevicePresent(const LogScope& log) {
 }
 
 HRESULT GetInterface(const LogScope& log, ComPtr<IMbnInterface>& mbnInterface) {
-    const ComPtr<IMbnInterfaceManager> manager = WwanState::interfaceManager;
+    const std::shared_ptr<IMbnInterfaceManager> manager = WwanState::interfaceManager;
     if (manager == nullptr) {
         log.Error(L"IMbnInterfaceManager is NULL");
         return E_POINTER;

@@ -2,7 +2,8 @@
 
 namespace WwanState {
 
-Microsoft::WRL::ComPtr<IMbnInterfaceManager> interfaceManager;
+std::atomic<std::shared_ptr<IMbnInterfaceManager>>& interfaceManager =
+    *new std::atomic<std::shared_ptr<IMbnInterfaceManager>>();
 std::wstring& interfaceId = *new std::wstring();
 std::atomic<bool> devicePresent{false};
 std::atomic<std::shared_ptr<Platform::UniqueHandle>>& radioChangeEvent =
@@ -12,12 +13,23 @@ std::atomic<std::shared_ptr<IMbnRadio>>& lastRadio = *new std::atomic<std::share
 std::mutex switchLock;
 std::atomic<bool> offWithoutEthernet{false};
 
-std::shared_ptr<IMbnRadio> ShareRadio(IMbnRadio* radio) {
-    if (radio == nullptr) {
-        return nullptr;
+namespace {
+
+/// Its destructor runs on the main thread when that has left `wmain`, before the system ends the other
+/// threads and unloads any library, and inside the multithreaded apartment, which the process holds. So
+/// the references go as they would at any other time: to a server that is gone, with an error that
+/// nobody looks at; to one that does not answer, when it does. The service has been reported as stopped
+/// by then. A thread that is still at work holds references of its own, or finds the holders empty.
+struct ReleaseAtExit {
+    ReleaseAtExit() = default;
+    ReleaseAtExit(const ReleaseAtExit&) = delete;
+    ReleaseAtExit& operator=(const ReleaseAtExit&) = delete;
+    ~ReleaseAtExit() {
+        lastRadio.store(nullptr);
+        interfaceManager.store(nullptr);
     }
-    radio->AddRef();
-    return {radio, [](IMbnRadio* shared) { shared->Release(); }};
-}
+} releaseAtExit;
+
+}  // namespace
 
 }  // namespace WwanState

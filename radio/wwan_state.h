@@ -2,8 +2,6 @@
 
 #include <windows.h>
 
-#include <wrl/client.h>
-
 #include <atomic>
 #include <memory>
 #include <mutex>
@@ -14,13 +12,14 @@
 
 /// What the WWAN switch, its event sink and the start-up worker share. Process-wide.
 ///
-/// What a callback thread replaces while a switch uses it is shared: whoever needs it loads a
-/// reference of its own, which stays good whatever is published next. These holders, and the
-/// identifier, are never destroyed, because callbacks may still come while the process ends.
+/// What one thread replaces while another uses it is shared: whoever needs it loads a reference of its
+/// own, which stays good whatever is published next. These holders, and the identifier, are never
+/// destroyed, because callbacks may still come while the process ends.
 namespace WwanState {
 
-/// The mobile-broadband interface manager, published by the start-up worker; released at exit.
-extern Microsoft::WRL::ComPtr<IMbnInterfaceManager> interfaceManager;
+/// The mobile-broadband interface manager, published by the start-up worker, with a reference, which is
+/// released at exit; null before, and when a stop was faster.
+extern std::atomic<std::shared_ptr<IMbnInterfaceManager>>& interfaceManager;
 /// Identifier of the adapter to switch, in registry form. Written before `devicePresent` is set.
 extern std::wstring& interfaceId;
 /// While clear, every WWAN operation does nothing.
@@ -30,17 +29,22 @@ extern std::atomic<bool> devicePresent;
 extern std::atomic<std::shared_ptr<Platform::UniqueHandle>>& radioChangeEvent;
 /// Set while the service itself changes the radio.
 extern std::atomic<bool> NetworkChangedForSetRadio;
-/// The radio of the last completion, with a reference; null when that completion had none. Not
-/// released at exit, unlike the manager: it came from a callback thread, whose apartment is gone by
-/// then, and a call into a proxy without its apartment can end the process in a crash. The system
-/// drops the reference with the process.
+/// The radio of the last completion, with a reference, which is released at exit; null when that
+/// completion had none.
 extern std::atomic<std::shared_ptr<IMbnRadio>>& lastRadio;
 /// Held for the whole of a switch.
 extern std::mutex switchLock;
 /// Set when a switch-off finds no Ethernet. Never read: kept for whoever reads a dump.
 extern std::atomic<bool> offWithoutEthernet;
 
-/// A counted reference of its own to `radio` (null gives null), as `lastRadio` holds it.
-[[nodiscard]] std::shared_ptr<IMbnRadio> ShareRadio(IMbnRadio* radio);
+/// A counted reference of its own to `object` (null gives null), as the holders have it.
+template <class Interface>
+[[nodiscard]] std::shared_ptr<Interface> Share(Interface* object) {
+    if (object == nullptr) {
+        return nullptr;
+    }
+    object->AddRef();
+    return {object, [](Interface* shared) { shared->Release(); }};
+}
 
 }  // namespace WwanState

@@ -175,11 +175,12 @@ DWORD FakePool::RunNext() {
     return item.callback(item.context);
 }
 
-FakeNotifications::FakeNotifications(Journal& journal)
-    : m_register([this, &journal](HANDLE client, DWORD sources, BOOL ignoresDuplicates,
-                                  WLAN_NOTIFICATION_CALLBACK callback, PVOID context, PVOID reserved,
-                                  PDWORD previous) {
+FakeNotifications::FakeNotifications(Journal& journal, const RadioTests::FakeWlan& wlan)
+    : m_register([this, &journal, &wlan](HANDLE client, DWORD sources, BOOL ignoresDuplicates,
+                                         WLAN_NOTIFICATION_CALLBACK callback, PVOID context, PVOID reserved,
+                                         PDWORD previous) {
           journal.Add("WlanRegisterNotification " + std::to_string(sources));
+          wlan.ExpectOpen(client);
           calls.push_back({client, sources, ignoresDuplicates, callback, context,
                            reserved != nullptr || previous != nullptr});
           SetLastError(lastError);
@@ -253,7 +254,7 @@ World::World()
 
 World::~World() {
     msm_Notification_flag = false;
-    WwanState::interfaceManager = nullptr;
+    WwanState::interfaceManager.store(nullptr);
     WwanState::lastRadio.store(nullptr);
 }
 
@@ -281,7 +282,7 @@ void World::EnableWwanSwitching() const {
 }
 
 void World::MakeModemKnown() {
-    mbnManager.HandOut(WwanState::interfaceManager.ReleaseAndGetAddressOf());
+    RadioTests::Publish(mbnManager);
     WwanState::interfaceId = RadioTests::kFirstModem;
     WwanState::devicePresent = true;
 }

@@ -89,6 +89,8 @@ class WithConnectionPoints : public Fake, public IConnectionPointContainer {
 
     HRESULT containerResult = S_OK;  ///< of the query for the container
     bool losesContainer = false;     ///< the query succeeds and gives nothing
+    /// Called when the code under test is about to take a reference, which it must hold one for.
+    std::function<void()> atAddRef;
 
     HRESULT WINAPI QueryInterface(REFIID interfaceId, void** object) override {
         if (interfaceId == IID_IConnectionPointContainer && (FAILED(containerResult) || losesContainer)) {
@@ -97,7 +99,12 @@ class WithConnectionPoints : public Fake, public IConnectionPointContainer {
         }
         return Fake::QueryInterface(interfaceId, object);
     }
-    ULONG WINAPI AddRef() override { return Fake::AddRef(); }
+    ULONG WINAPI AddRef() override {
+        if (atAddRef) {
+            atAddRef();
+        }
+        return Fake::AddRef();
+    }
     ULONG WINAPI Release() override {
         const ULONG left = Fake::Release();
         if (left == 0) {
@@ -206,7 +213,8 @@ class FakePool {
     Rig::ScopedImport<&::QueueUserWorkItem> m_queue;
 };
 
-/// Registrations for WLAN notifications, for a scope.
+/// Registrations for WLAN notifications, for a scope. Fails the test when one is made with a handle that
+/// is closed, or is being closed while the call is on its way.
 class FakeNotifications {
   public:
     struct Call {
@@ -218,7 +226,7 @@ class FakeNotifications {
         bool hasRest;  ///< whether the reserved and the out argument were given
     };
 
-    explicit FakeNotifications(Journal& journal);
+    FakeNotifications(Journal& journal, const RadioTests::FakeWlan& wlan);
 
     DWORD result = ERROR_SUCCESS;
     DWORD lastError = NO_ERROR;
@@ -304,7 +312,7 @@ class World {
     RadioTests::Machine machine;
     Journal journal;
     RadioTests::FakeWlan wlan{std::vector{RadioTests::On()}};
-    FakeNotifications notifications{journal};
+    FakeNotifications notifications{journal, wlan};
     FakeServices services{journal};
     FakeEventLog eventLog{journal};
     FakePool pool{journal};

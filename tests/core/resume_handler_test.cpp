@@ -47,7 +47,7 @@ class ResumeHandlerTest : public CoreTest {
     }
     void RemoveModem() {
         WwanState::devicePresent = false;
-        WwanState::interfaceManager = nullptr;
+        WwanState::interfaceManager.store(nullptr);
     }
 };
 

@@ -1,5 +1,7 @@
 #include "tests/radio/fake_modem.h"
 
+#include <wrl/client.h>
+
 #include <gtest/gtest.h>
 
 #include "radio/wwan_state.h"
@@ -92,13 +94,19 @@ HRESULT FakeManager::GetInterfaces(SAFEARRAY** mbnInterfaces) {
     return S_OK;
 }
 
+void Publish(FakeManager& manager) {
+    Microsoft::WRL::ComPtr<IMbnInterfaceManager> reference;
+    manager.HandOut(reference.GetAddressOf());
+    WwanState::interfaceManager = WwanState::Share(reference.Get());
+}
+
 FakeModems::FakeModems(std::vector<MBN_RADIO> states) : manager(interfaces) {
     static constexpr const wchar_t* kIdentifiers[] = {kFirstModem, kSecondModem};
     for (std::size_t i = 0; i < states.size(); ++i) {
         FakeRadio& radio = radios.emplace_back(states[i], "radio " + std::to_string(i));
         interfaces.emplace_back(radio, kIdentifiers[i]);
     }
-    manager.HandOut(WwanState::interfaceManager.ReleaseAndGetAddressOf());
+    Publish(manager);
     if (!states.empty()) {
         WwanState::interfaceId = kIdentifiers[states.size() - 1];
         WwanState::devicePresent = true;
@@ -106,7 +114,7 @@ FakeModems::FakeModems(std::vector<MBN_RADIO> states) : manager(interfaces) {
 }
 
 FakeModems::~FakeModems() {
-    WwanState::interfaceManager = nullptr;
+    WwanState::interfaceManager.store(nullptr);
     WwanState::interfaceId.clear();
     WwanState::devicePresent = false;
     WwanState::lastRadio.store(nullptr);

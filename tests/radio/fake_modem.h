@@ -106,6 +106,9 @@ class FakeManager : public Rig::FakeUnknown<IMbnInterfaceManager> {
     std::deque<FakeInterface>& m_interfaces;
 };
 
+/// Publishes the manager as the start-up worker does.
+void Publish(FakeManager& manager);
+
 /// Identifiers of the modems.
 constexpr wchar_t kFirstModem[] = L"{11111111-1111-1111-1111-111111111111}";
 constexpr wchar_t kSecondModem[] = L"{22222222-2222-2222-2222-222222222222}";

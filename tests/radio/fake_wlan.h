@@ -103,6 +103,9 @@ class FakeWlan {
     [[nodiscard]] std::vector<std::string> CallsOf(WlanCall which) const;
     void ForgetCalls();
 
+    /// Fails the test when the code under test does not hold this handle; for what else takes one.
+    void ExpectOpen(HANDLE client) const;
+
     /// Handles and memory that the code under test holds.
     [[nodiscard]] std::size_t Held() const { return m_handles.size() + m_blocks.size(); }
     /// Whether all PHYs of an adapter are on, or all are off.
@@ -119,7 +122,6 @@ class FakeWlan {
     /// Notes a call; what its answer says instead, or ERROR_SUCCESS.
     DWORD Note(WlanCall which, const std::string& text);
     void* Allocate(const char* what, std::size_t bytes);
-    void ExpectOpen(HANDLE client) const;
     [[nodiscard]] std::string Name(const GUID* id) const;
     [[nodiscard]] WlanAdapter* Find(const GUID* id);
 

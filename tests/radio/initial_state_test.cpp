@@ -26,7 +26,7 @@ TEST(InitialState, ServiceHasNotSwitchedWlan) {
 }
 
 TEST(InitialState, ThereIsNoWwanDeviceAndNoSwitchOfIt) {
-    EXPECT_EQ(WwanState::interfaceManager, nullptr);
+    EXPECT_EQ(WwanState::interfaceManager.load(), nullptr);
     EXPECT_TRUE(WwanState::interfaceId.empty());
     EXPECT_FALSE(WwanState::devicePresent);
     EXPECT_EQ(WwanState::radioChangeEvent.load(), nullptr);

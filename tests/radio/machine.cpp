@@ -64,7 +64,7 @@ void Machine::ResetFlags() {
     ServiceUtils::my_setwifitimeout = false;
     NLMUtils::lanWlanSwitchingEnabled = false;
     NLMUtils::lanWwanSwitchingEnabled = false;
-    WwanState::interfaceManager = nullptr;
+    WwanState::interfaceManager.store(nullptr);
     WwanState::interfaceId.clear();
     WwanState::devicePresent = false;
     WwanState::radioChangeEvent.store(nullptr);

@@ -80,7 +80,7 @@ TEST_F(WwanEnumerationTest, LowerCaseIdentifierIsRecordedInRegistryForm) {
 }
 
 TEST_F(WwanEnumerationTest, WithoutAManagerThereIsNothingToAsk) {
-    WwanState::interfaceManager = nullptr;
+    WwanState::interfaceManager.store(nullptr);
     EXPECT_FALSE(EnumerateWwanInterfaces());
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kEnumerate), Error(kEnumerate, L"IMbnInterfaceManager is NULL"),
                                      TraceOut(kEnumerate, L"Return = 0")));
@@ -378,7 +378,7 @@ TEST_F(WwanEnumerationTest, CopyRefusesNullArguments) {
 TEST_F(WwanEnumerationTest, CopyCountsTheElementsAndGivesTheirIdentifiers) {
     m_modems.interfaces.emplace_back(m_modems.Radio(), kSecondModem);
     SAFEARRAY* array = nullptr;
-    ASSERT_EQ(WwanState::interfaceManager->GetInterfaces(&array), S_OK);
+    ASSERT_EQ(WwanState::interfaceManager.load()->GetInterfaces(&array), S_OK);
     ULONG count = 0;
     Platform::UniqueProcessHeap<GUID> identifiers;
     EXPECT_EQ(CopyArrayOfInterfaces(array, &count, &identifiers), S_OK);

@@ -108,7 +108,7 @@ TEST_F(WwanRadioInterfaceTest, SuccessWithoutARadioIsAFailure) {
 }
 
 TEST_F(WwanRadioInterfaceTest, WithoutAManagerThereIsNothingToAsk) {
-    WwanState::interfaceManager = nullptr;
+    WwanState::interfaceManager.store(nullptr);
     EXPECT_FALSE(GetRadioInterface(&m_radio));
     EXPECT_THAT(m_machine.log.At(kError), ElementsAre(Error(kGet, L"IMbnInterfaceManager is NULL")));
     EXPECT_THAT(m_machine.clock.Sleeps(), IsEmpty());
@@ -130,7 +130,7 @@ TEST_F(WwanRadioInterfaceTest, ExceptionOfTheAdapterReleasesIt) {
 
 TEST_F(WwanRadioInterfaceTest, ManagerThatIsReplacedDuringTheCallStaysHeldUntilItsEnd) {
     m_modems.manager.onGetInterface = [this](int) {
-        WwanState::interfaceManager = nullptr;
+        WwanState::interfaceManager.store(nullptr);
         EXPECT_EQ(m_modems.manager.References(), 1);
         return S_OK;
     };
