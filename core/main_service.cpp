@@ -103,10 +103,13 @@ bool CMainService::CreateAirplaneWatcherEvent(const LogScope& log) {
 }
 
 void CMainService::SignalAirplaneWatcher(const LogScope& log) {
-    const HANDLE event = m_airplaneWatcherEvent.Get();
-    if (event != nullptr && SetEvent(event) == FALSE) {
+    // Taken out while it is signalled: the cleared flag may end the watcher at any moment, and the
+    // watcher closes what it finds here.
+    Platform::UniqueHandle event = m_airplaneWatcherEvent.Take();
+    if (event && SetEvent(event.Get()) == FALSE) {
         log.Error(L"Airplane Watcher Event Set failed with error %d", GetLastError());
     }
+    m_airplaneWatcherEvent.TakeUnlessHeld(event);
 }
 
 void CMainService::CloseWlanHandle(const LogScope& log) {

@@ -22,8 +22,9 @@ class LogScope;
 /// order and waits for no thread of its own.
 ///
 /// The fields are not locked. `OnStop` clears them on the control thread while the worker, the
-/// airplane-mode watcher and event handlers may still run; those hold references of their own for
-/// as long as they need an object.
+/// airplane-mode watcher and event handlers may still run. The worker sets each COM field once, `OnStop`
+/// clears it, and whoever else reads one holds a reference of its own to the object by then. The
+/// watcher's event is taken out while it is signalled, the WLAN handle while it is in use.
 class CMainService : public CServiceBase {
   public:
     CMainService();
@@ -110,9 +111,4 @@ class CMainService : public CServiceBase {
     /// and waits for a change or for the service to stop. False when one of these failed.
     bool WaitForRadioStateChange(const LogScope& log, Platform::UniqueRegistryKey& key);
     void FollowAirplaneMode(const LogScope& log);
-
-    /// The Win32 error; ERROR_SUCCESS when there is a handle, opened now or before.
-    DWORD OpenWlanHandle(const LogScope& log);
-    DWORD SubscribeToWlan(const LogScope& log);
-    DWORD UnsubscribeFromWlan(const LogScope& log);
 };

@@ -2,6 +2,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "bios/bios_settings.h"
 #include "core/common_steps.h"
@@ -32,6 +33,39 @@ bool IsRadioStateChange(const WLAN_NOTIFICATION_DATA& data) {
 /// The low half, as the log shows it.
 unsigned long HandleForLog(HANDLE handle) {
     return static_cast<unsigned long>(reinterpret_cast<std::uintptr_t>(handle));
+}
+
+DWORD OpenWlanHandle(const LogScope& log, Platform::UniqueWlanHandle& client) {
+    DWORD negotiatedVersion = 0;
+    Platform::UniqueWlanHandle opened;
+    const DWORD result =
+        WlanOpenHandle(Platform::kWlanClientVersion, nullptr, &negotiatedVersion, opened.Put());
+    if (result != ERROR_SUCCESS) {
+        log.Error(L"WlanOpenHandle failed with error: %u", result);
+        return result;
+    }
+    client = std::move(opened);
+    return client ? ERROR_SUCCESS : ERROR_NOT_READY;
+}
+
+DWORD SubscribeToWlan(const LogScope& log, HANDLE client) {
+    const DWORD result =
+        WlanRegisterNotification(client, WLAN_NOTIFICATION_SOURCE_ACM | WLAN_NOTIFICATION_SOURCE_MSM, FALSE,
+                                 &CMainService::WlanNotificationCallback, nullptr, nullptr, nullptr);
+    if (result != ERROR_SUCCESS) {
+        // The line shows the thread's last error, which need not be the result; the caller gets that.
+        log.Error(L"WlanRegisterNotification(Registration) fail with err %d!!", GetLastError());
+    }
+    return result;
+}
+
+DWORD UnsubscribeFromWlan(const LogScope& log, HANDLE client) {
+    const DWORD result = WlanRegisterNotification(client, WLAN_NOTIFICATION_SOURCE_NONE, FALSE, nullptr,
+                                                  nullptr, nullptr, nullptr);
+    if (result != ERROR_SUCCESS) {
+        log.Error(L"WlanRegisterNotification (Un-Registration) fail with err %d!!", GetLastError());
+    }
+    return result;
 }
 
 void SwitchWlanOff(const LogScope& log, unsigned char checkAirplaneStatus) {
@@ -110,48 +144,17 @@ void HandleRadioStateChange(const LogScope& log) {
 DWORD CMainService::RegisterWlanNotification(const unsigned char* registers) {
     LogScope log("CMainService::RegisterWlanNotification", L"Registration Status - %d, WLANHandle = 0x%08lx",
                  *registers, HandleForLog(m_wlanHandle.Get()));
-    DWORD result = OpenWlanHandle(log);
+    // Taken out while it is in use: the worker and a stop may be here at the same time, and neither
+    // must close the handle that the other works with. Whoever finds none opens one; the first to come
+    // back leaves its own here, and the other's is closed, its registration with it.
+    Platform::UniqueWlanHandle client = m_wlanHandle.Take();
+    DWORD result = client ? static_cast<DWORD>(ERROR_SUCCESS) : OpenWlanHandle(log, client);
     if (result == ERROR_SUCCESS) {
-        result = *registers != 0 ? SubscribeToWlan(log) : UnsubscribeFromWlan(log);
+        result =
+            *registers != 0 ? SubscribeToWlan(log, client.Get()) : UnsubscribeFromWlan(log, client.Get());
     }
+    m_wlanHandle.TakeUnlessHeld(client);
     return log.Return(L"Return  = %d", result);
-}
-
-DWORD CMainService::OpenWlanHandle(const LogScope& log) {
-    if (m_wlanHandle) {
-        return ERROR_SUCCESS;
-    }
-    DWORD negotiatedVersion = 0;
-    Platform::UniqueWlanHandle opened;
-    const DWORD result =
-        WlanOpenHandle(Platform::kWlanClientVersion, nullptr, &negotiatedVersion, opened.Put());
-    if (result != ERROR_SUCCESS) {
-        log.Error(L"WlanOpenHandle failed with error: %u", result);
-        return result;
-    }
-    // The worker and a stop may both have found none and opened one; the first stays.
-    m_wlanHandle.TakeUnlessHeld(opened);
-    return m_wlanHandle ? ERROR_SUCCESS : ERROR_NOT_READY;
-}
-
-DWORD CMainService::SubscribeToWlan(const LogScope& log) {
-    const DWORD result = WlanRegisterNotification(
-        m_wlanHandle.Get(), WLAN_NOTIFICATION_SOURCE_ACM | WLAN_NOTIFICATION_SOURCE_MSM, FALSE,
-        &WlanNotificationCallback, nullptr, nullptr, nullptr);
-    if (result != ERROR_SUCCESS) {
-        // The line shows the thread's last error, which need not be the result; the caller gets that.
-        log.Error(L"WlanRegisterNotification(Registration) fail with err %d!!", GetLastError());
-    }
-    return result;
-}
-
-DWORD CMainService::UnsubscribeFromWlan(const LogScope& log) {
-    const DWORD result = WlanRegisterNotification(m_wlanHandle.Get(), WLAN_NOTIFICATION_SOURCE_NONE, FALSE,
-                                                  nullptr, nullptr, nullptr, nullptr);
-    if (result != ERROR_SUCCESS) {
-        log.Error(L"WlanRegisterNotification (Un-Registration) fail with err %d!!", GetLastError());
-    }
-    return result;
 }
 
 void WINAPI CMainService::WlanNotificationCallback(WLAN_NOTIFICATION_DATA* data, void* /*context*/) {

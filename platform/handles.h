@@ -122,6 +122,12 @@ class SharedResource {
         const UniqueResource<Traits> old(m_value.exchange(resource.Detach()));
     }
 
+    /// Hands the resource to the caller, who has it alone from now on: to use it while another thread may
+    /// close what it finds here. Empty when there was none.
+    [[nodiscard]] UniqueResource<Traits> Take() noexcept {
+        return UniqueResource<Traits>(m_value.exchange(Traits::None()));
+    }
+
     /// Takes over what `resource` holds, unless another thread was first: then that one's stays, and
     /// `resource` keeps its own.
     void TakeUnlessHeld(UniqueResource<Traits>& resource) noexcept {
@@ -132,12 +138,15 @@ class SharedResource {
     }
 
     /// Gives the resource back and reports how that went: ERROR_SUCCESS, also when there was none,
-    /// or the Win32 error. What could not be given back is kept.
+    /// or the Win32 error. What could not be given back is kept, unless another thread has stored
+    /// its own meanwhile: then that one stays, and the other goes with the process.
     [[nodiscard]] DWORD TryClose() {
-        UniqueResource<Traits> taken(m_value.exchange(Traits::None()));
+        UniqueResource<Traits> taken = Take();
         const DWORD error = taken.TryClose();
         if (error != ERROR_SUCCESS) {
-            m_value = taken.Detach();
+            TakeUnlessHeld(taken);
+            // Not tried again: by then its value may be that of a resource of another thread.
+            static_cast<void>(taken.Detach());
         }
         return error;
     }

@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -614,6 +615,64 @@ TEST_F(MainServiceTest, SignalFailureIsLoggedAndTheStopGoesOn) {
                 ElementsAre(Information(kOnStop, L"Linkvane Service in OnStop"),
                             Error(kOnStop, L"Airplane Watcher Event Set failed with error 6")));
     EXPECT_EQ(world.journal.Count("Release manager"), 1);
+}
+
+TEST_F(MainServiceTest, WatcherThatEndsWhileItIsSignalledLeavesTheEventToTheStop) {
+    int closed = 0;
+    {
+        OpenService service;
+        Fill(service, 0);
+        const Rig::ScopedImport<&::CloseHandle> close{[this](HANDLE handle) { return handle == m_stopEvent; },
+                                                      [&](HANDLE handle) {
+                                                          ++closed;
+                                                          return close.Original(handle);
+                                                      }};
+        world.journal.At("SetEvent", [&] {
+            // As one that spins without the watched key does: it sees the cleared flag at once.
+            service.AirplaneModeWatcher();
+            EXPECT_EQ(closed, 0);
+        });
+        Stop(service);
+        EXPECT_EQ(closed, 0);
+        EXPECT_EQ(WaitForSingleObject(m_stopEvent, 0), DWORD{WAIT_OBJECT_0});
+        EXPECT_EQ(service.m_airplaneWatcherEvent.Get(), m_stopEvent);
+        service.m_airplaneWatcherEvent.Reset();
+    }
+    EXPECT_EQ(closed, 1);
+    EXPECT_THAT(log.At(kError), IsEmpty());
+}
+
+TEST_F(MainServiceTest, WatcherThatFindsItsEventTakenByTheStopEndsAndBothCloseTheirs) {
+    const Platform::UniqueHandle stopHasTaken(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const Platform::UniqueHandle watcherHasEnded(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    OpenService service;
+    Fill(service, 0);
+    service.m_running = true;
+    world.journal.At("SetEvent", [&] {
+        SetEvent(stopHasTaken.Get());
+        WaitForSingleObject(watcherHasEnded.Get(), INFINITE);
+    });
+    std::thread stop;
+    const Rig::ScopedImport<&::RegNotifyChangeKeyValue> notify{
+        [&](HKEY key, BOOL subtree, DWORD filter, HANDLE event, BOOL isAsynchronous) {
+            EXPECT_NE(event, m_stopEvent);
+            return notify.Original(key, subtree, filter, event, isAsynchronous);
+        }};
+    {
+        Rig::ScopedImport<&::RegOpenKeyExW> open{
+            [](HKEY, LPCWSTR, DWORD, REGSAM access, PHKEY) { return (access & KEY_WOW64_64KEY) != 0; },
+            [&](HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) {
+                stop = std::thread([&] { Stop(service); });
+                WaitForSingleObject(stopHasTaken.Get(), INFINITE);
+                return open.Original(root, path, options, access, key);
+            }};
+        service.AirplaneModeWatcher();
+        EXPECT_EQ(open.Calls(), 1);
+    }
+    EXPECT_EQ(notify.Calls(), 1);
+    SetEvent(watcherHasEnded.Get());
+    stop.join();
+    EXPECT_THAT(log.At(kError), IsEmpty());
 }
 
 TEST_F(MainServiceTest, UnregistrationFailureIsLoggedAndTheStopGoesOn) {

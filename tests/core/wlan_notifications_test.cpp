@@ -209,13 +209,22 @@ class RegistrationDuringAStop : public WlanNotificationsTest {
     OpenService service;
 };
 
-TEST_F(RegistrationDuringAStop, UsesTheHandleThatTheStopHasOpenedAndClosesItsOwn) {
+TEST_F(RegistrationDuringAStop, UsesItsOwnHandleWhileTheStopUsesTheOtherAndBothAreClosed) {
     EXPECT_EQ(RegisterWhileTheStopIsAt("WlanRegisterNotification 0"), DWORD{ERROR_SUCCESS});
     EXPECT_THAT(world.wlan.Calls(), ElementsAre("Open 2", "Open 2", "Close", "Close"));
     ASSERT_THAT(world.notifications.calls, SizeIs(2));
     EXPECT_EQ(world.notifications.calls[0].sources, 0x18U);
-    EXPECT_EQ(world.notifications.calls[0].client, world.notifications.calls[1].client);
+    EXPECT_NE(world.notifications.calls[0].client, world.notifications.calls[1].client);
     EXPECT_FALSE(service.m_wlanHandle);
+}
+
+TEST_F(RegistrationDuringAStop, KeepsTheHandleThatItWorksWithOpen) {
+    EXPECT_EQ(service.RegisterWlanNotification(&kYes), DWORD{ERROR_SUCCESS});
+    const HANDLE handle = service.m_wlanHandle.Get();
+    world.journal.At("WlanRegisterNotification 24", [this] { Stop(service); });
+    EXPECT_EQ(service.RegisterWlanNotification(&kYes), DWORD{ERROR_SUCCESS});
+    EXPECT_EQ(service.m_wlanHandle.Get(), handle);
+    service.m_wlanHandle.Reset();
 }
 
 TEST_F(RegistrationDuringAStop, KeepsItsOwnHandleWhileTheStopClosesTheOther) {

@@ -355,6 +355,41 @@ TEST(SharedHandleTest, HandleThatCannotBeClosedIsKept) {
     EXPECT_FALSE(shared);
 }
 
+TEST(SharedHandleTest, HandleThatCannotBeClosedDoesNotReplaceOneThatWasStoredMeanwhile) {
+    Platform::SharedHandle shared;
+    shared.Reset(MakeEvent());
+    const HANDLE old = shared.Get();
+    Platform::UniqueHandle another = MakeEvent();
+    const HANDLE newer = another.Get();
+    {
+        const Rig::ScopedImport<&::CloseHandle> fails{[&](HANDLE handle) -> BOOL {
+            EXPECT_EQ(handle, old);
+            shared.Reset(std::move(another));
+            SetLastError(ERROR_ACCESS_DENIED);
+            return FALSE;
+        }};
+        EXPECT_EQ(shared.TryClose(), DWORD{ERROR_ACCESS_DENIED});
+        EXPECT_EQ(fails.Calls(), 1);
+    }
+    EXPECT_EQ(shared.Get(), newer);
+    EXPECT_NE(SetEvent(old), FALSE);
+    CloseHandle(old);
+}
+
+TEST(SharedHandleTest, TakenHandleIsNobodyElsesToClose) {
+    Platform::SharedHandle shared;
+    shared.Reset(MakeEvent());
+    const HANDLE event = shared.Get();
+    Platform::UniqueHandle taken = shared.Take();
+    EXPECT_FALSE(shared);
+    EXPECT_FALSE(shared.Take());
+    EXPECT_EQ(shared.TryClose(), DWORD{ERROR_SUCCESS});
+    EXPECT_NE(SetEvent(taken.Get()), FALSE);
+    shared.TakeUnlessHeld(taken);
+    EXPECT_FALSE(taken);
+    EXPECT_EQ(shared.Get(), event);
+}
+
 TEST(SharedHandleTest, AbandonedHandleStaysOpen) {
     HANDLE event = nullptr;
     {
