@@ -30,12 +30,18 @@ bool ArmNotification(const Platform::UniqueRegistryKey& key, HANDLE event) {
     return RegNotifyChangeKeyValue(key.Get(), TRUE, kWatchedChanges, event, TRUE) == ERROR_SUCCESS;
 }
 
-void SwitchWlanOffInAirplaneMode(const LogScope& log) {
-    if (NLMUtils::lanWlanSwitchingEnabled && ServiceUtils::CheckAirplaneMode()) {
-        log.Information(L"Airplane Mode ON , setting default");
-        static_cast<void>(
-            ServiceUtils::SwitchWlanStatus(ServiceUtils::kRadioOff, ServiceUtils::kIgnoreAirplaneMode));
+/// Whether airplane mode was on.
+bool SwitchWlanOffInAirplaneMode(const LogScope& log) {
+    if (!NLMUtils::lanWlanSwitchingEnabled) {
+        return ServiceUtils::IsAirplaneModeOn();
     }
+    if (!ServiceUtils::CheckAirplaneMode()) {
+        return false;
+    }
+    log.Information(L"Airplane Mode ON , setting default");
+    static_cast<void>(
+        ServiceUtils::SwitchWlanStatus(ServiceUtils::kRadioOff, ServiceUtils::kIgnoreAirplaneMode));
+    return true;
 }
 
 /// Only switches: what is remembered stays as it is, whatever the second line says.
@@ -53,40 +59,59 @@ void CMainService::AirplaneModeWatcher() {
     LogScope log("CMainService::AirplaneModeWatcher", L"AirplaneModeWatcher - Entry");
     log.ExitLine(L"AirplaneModeWatcher - Exit");
     Platform::UniqueRegistryKey key;
+    // The airplane mode that the last pass acted on; before the first one, that of the start.
+    bool actedOn = ServiceUtils::IsAirplaneModeOn();
     while (m_running) {
-        // A failure starts the next pass at once, on purpose: the key may appear at any moment,
-        // and the running flag is all that ends the watcher.
-        if (!WaitForRadioStateChange(log, key)) {
-            continue;
+        try {
+            // A failure starts the next pass at once: the key may appear at any moment, and the running
+            // flag is all that ends the watcher.
+            if (!WaitForRadioStateChange(log, key, actedOn)) {
+                continue;
+            }
+            if (!m_running) {
+                log.Information(L"AirplaneModeWatcher - Service Stop event Triggered. Exiting");
+                break;
+            }
+            log.Information(L"AirplaneModeWatcher - Registry Change Event Triggered");
+            actedOn = FollowAirplaneMode(log);
+        } catch (...) {
+            // What was not acted on is still seen by the next pass.
+            log.Error(L"Exception in AirplaneModeWatcher()");
         }
-        if (!m_running) {
-            log.Information(L"AirplaneModeWatcher - Service Stop event Triggered. Exiting");
-            break;
-        }
-        log.Information(L"AirplaneModeWatcher - Registry Change Event Triggered");
-        FollowAirplaneMode(log);
     }
     key.Reset();
     // An event that cannot be closed is kept, and closed once more with the service object.
     static_cast<void>(m_airplaneWatcherEvent.TryClose());
 }
 
-bool CMainService::WaitForRadioStateChange(const LogScope& log, Platform::UniqueRegistryKey& key) {
+bool CMainService::WaitForRadioStateChange(const LogScope& log, Platform::UniqueRegistryKey& key,
+                                           bool actedOn) {
+    // The key before is closed here, which signals the event where its notification is still armed; the
+    // arming below takes that back.
     if (!OpenWatchedKey(key)) {
         return false;
     }
     if (!m_airplaneWatcherEvent && !CreateAirplaneWatcherEvent(log)) {
         return false;
     }
-    return ArmNotification(key, m_airplaneWatcherEvent.Get()) &&
-           WaitForSingleObject(m_airplaneWatcherEvent.Get(), INFINITE) == WAIT_OBJECT_0;
+    // A stop that has just taken the event out leaves none: then the arming fails, and the flag is clear.
+    const HANDLE event = m_airplaneWatcherEvent.Get();
+    if (!ArmNotification(key, event)) {
+        return false;
+    }
+    // Arming has reset the event: a stop that signalled it before, and a change that was made before, are
+    // announced no more. Neither is waited for.
+    if (!m_running || ServiceUtils::IsAirplaneModeOn() != actedOn) {
+        return true;
+    }
+    return WaitForSingleObject(event, INFINITE) == WAIT_OBJECT_0;
 }
 
-void CMainService::FollowAirplaneMode(const LogScope& log) {
-    SwitchWlanOffInAirplaneMode(log);
+bool CMainService::FollowAirplaneMode(const LogScope& log) {
+    const bool wasOn = SwitchWlanOffInAirplaneMode(log);
     const std::optional<int> ethernet = CoreSteps::ReadEthernetStatus(log);
     if (ethernet != NLMEventHandler::kNoEthernet || ServiceUtils::CheckAirplaneMode()) {
-        return;
+        return wasOn;
     }
     log.Information(L"Airplane mode is OFF");
     if (NLMUtils::lanWlanSwitchingEnabled) {
@@ -95,4 +120,5 @@ void CMainService::FollowAirplaneMode(const LogScope& log) {
     if (NLMUtils::lanWwanSwitchingEnabled) {
         UpdateWwanPowerStatus();
     }
+    return false;
 }

@@ -108,7 +108,9 @@ class CMainService : public CServiceBase {
     Microsoft::WRL::ComPtr<CMbnSinks> CreateMbnSinks(const LogScope& log);
 
     /// Opens the watched key into `key`, in place of the one before, arms the notification on it
-    /// and waits for a change or for the service to stop. False when one of these failed.
-    bool WaitForRadioStateChange(const LogScope& log, Platform::UniqueRegistryKey& key);
-    void FollowAirplaneMode(const LogScope& log);
+    /// and waits for a change or for the service to stop; not where either came before the arming, a
+    /// change being an airplane mode other than `actedOn`. False when one of the steps failed.
+    bool WaitForRadioStateChange(const LogScope& log, Platform::UniqueRegistryKey& key, bool actedOn);
+    /// The airplane mode that it acted on last.
+    bool FollowAirplaneMode(const LogScope& log);
 };

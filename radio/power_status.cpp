@@ -17,45 +17,51 @@ const wchar_t* PowerStatusText(RadioStatus status) {
     return status == kRadioOn ? PowerStatus::kOn : PowerStatus::kOff;
 }
 
-bool OpenAirplaneModeKey(const LogScope& log, Platform::UniqueRegistryKey& key) {
-    const LSTATUS error =
-        RegOpenKeyExW(HKEY_LOCAL_MACHINE, PowerStatus::kAirplaneModeKey, 0, KEY_READ, key.Put());
-    if (error != ERROR_SUCCESS) {
-        log.Error(L"RegOpenKeyEx (BrimletAirplaneModeRegistry) failed with error: %u", error);
-    }
-    return error == ERROR_SUCCESS;
-}
+/// One look at airplane mode: what was found, and the error of each step that was made.
+struct AirplaneModeLook {
+    bool isOn = false;
+    LSTATUS openError = ERROR_SUCCESS;
+    LSTATUS queryError = ERROR_SUCCESS;
+    DWORD closeError = ERROR_SUCCESS;
+};
 
 /// The type is not asked for: whatever the system stores there is read as a number.
-bool QueryAirplaneMode(const LogScope& log, const Platform::UniqueRegistryKey& key) {
+LSTATUS QueryAirplaneMode(const Platform::UniqueRegistryKey& key, bool& isOn) {
     DWORD mode = 0;
     DWORD bytes = sizeof(mode);
     const LSTATUS error =
         RegQueryValueExW(key.Get(), nullptr, nullptr, nullptr, reinterpret_cast<BYTE*>(&mode), &bytes);
-    if (error != ERROR_SUCCESS) {
-        log.Error(L"RegQueryValueEx (BrimletAirplaneModeRegistry) failed with error: %u", error);
-        return false;
-    }
-    return mode == kAirplaneModeOn;
+    isOn = error == ERROR_SUCCESS && mode == kAirplaneModeOn;
+    return error;
 }
 
-void CloseAirplaneModeKey(const LogScope& log, Platform::UniqueRegistryKey& key) {
-    const DWORD error = key.TryClose();
-    if (error != ERROR_SUCCESS) {
-        log.Error(L"RegCloseKey (BrimletAirplaneModeRegistry) failed with error: %u", error);
-        // Not tried again: by then its value may be that of a key of another thread.
-        static_cast<void>(key.Detach());
+AirplaneModeLook LookAtAirplaneMode() {
+    AirplaneModeLook look;
+    Platform::UniqueRegistryKey key;
+    look.openError = RegOpenKeyExW(HKEY_LOCAL_MACHINE, PowerStatus::kAirplaneModeKey, 0, KEY_READ, key.Put());
+    if (look.openError != ERROR_SUCCESS) {
+        return look;
     }
+    look.queryError = QueryAirplaneMode(key, look.isOn);
+    look.closeError = key.TryClose();
+    // One that cannot be closed is not tried again: by then its value may be that of a key of another
+    // thread.
+    static_cast<void>(key.Detach());
+    return look;
 }
 
 bool ReadAirplaneMode(const LogScope& log) {
-    Platform::UniqueRegistryKey key;
-    if (!OpenAirplaneModeKey(log, key)) {
-        return false;
+    const AirplaneModeLook look = LookAtAirplaneMode();
+    if (look.openError != ERROR_SUCCESS) {
+        log.Error(L"RegOpenKeyEx (BrimletAirplaneModeRegistry) failed with error: %u", look.openError);
     }
-    const bool isOn = QueryAirplaneMode(log, key);
-    CloseAirplaneModeKey(log, key);
-    return isOn;
+    if (look.queryError != ERROR_SUCCESS) {
+        log.Error(L"RegQueryValueEx (BrimletAirplaneModeRegistry) failed with error: %u", look.queryError);
+    }
+    if (look.closeError != ERROR_SUCCESS) {
+        log.Error(L"RegCloseKey (BrimletAirplaneModeRegistry) failed with error: %u", look.closeError);
+    }
+    return look.isOn;
 }
 
 }  // namespace
@@ -113,6 +119,10 @@ bool CheckAirplaneMode() {
         log.Error(L"Exception in CheckAirplaneMode()");
     }
     return log.Return(L"Airplane Mode Status: %u ", isOn);
+}
+
+bool IsAirplaneModeOn() {
+    return LookAtAirplaneMode().isOn;
 }
 
 }  // namespace ServiceUtils

@@ -37,4 +37,7 @@ DWORD SetWwanPowerStatusInRegistry(RadioStatus status);
 /// Whether the system's airplane mode is on; off when it cannot be read.
 [[nodiscard]] bool CheckAirplaneMode();
 
+/// The same without a line in the log.
+[[nodiscard]] bool IsAirplaneModeOn();
+
 }  // namespace ServiceUtils

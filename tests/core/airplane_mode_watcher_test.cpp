@@ -7,11 +7,14 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <new>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/core/core_world.h"
+#include "tests/support/at_each_log_line.h"
 #include "tests/support/ledger.h"
 
 namespace CoreTests {
@@ -232,6 +235,92 @@ TEST_F(WatcherTest, AirplaneModeThatEndsDuringTheSwitchOffIsSeenAtOnce) {
     EXPECT_THAT(world.WlanSwitches(), ElementsAre("off", "on"));
 }
 
+// --- A change while another one is at work ---------------------------------------------------------
+
+// Each pass arms a new notification, so Windows announces none of these.
+
+TEST_F(WatcherTest, AirplaneModeThatBeginsDuringTheRestoreIsActedOnAtOnce) {
+    world.EnableWlanSwitching();
+    SetBoth(false);
+    world.wlan.At(RadioTests::WlanCall::kSet, 1, [this] {
+        world.machine.SetAirplaneMode(true);
+        return DWORD{ERROR_SUCCESS};
+    });
+    Run({nothing});
+    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on", "off"));
+    EXPECT_THAT(Lines(),
+                ElementsAre(Information(kWatcher, kChange), Information(kWatcher, kAirplaneOff),
+                            Information(kWatcher, L"Previous WLAN Power Status in registry = True"),
+                            Information(kWatcher, L"Setting SetWlanPowerStatusInRegistry with value = 1"),
+                            Information(kWatcher, kChange), Information(kWatcher, kAirplaneOn)));
+}
+
+TEST_F(WatcherTest, AirplaneModeThatBeginsBetweenTheTwoLooksIsActedOnAtOnce) {
+    world.EnableWlanSwitching();
+    world.machine.adapters.AnswerNext([this](IP_ADAPTER_INFO*, ULONG*) -> DWORD {
+        world.machine.SetAirplaneMode(true);
+        return ERROR_NO_DATA;
+    });
+    Run({nothing});
+    EXPECT_THAT(world.WlanSwitches(), ElementsAre("off"));
+    EXPECT_EQ(log.Count(Information(kWatcher, kChange)), 2);
+}
+
+TEST_F(WatcherTest, AirplaneModeThatEndsBehindTheLastLookIsActedOnAtOnce) {
+    world.EnableWlanSwitching();
+    const Rig::AtEachLogLine lines{[this, looks = 0](const auto& entry) mutable {
+        // The pass has two looks. Its last line is that of the second.
+        if (entry.FunctionName() == "ServiceUtils::CheckAirplaneMode" &&
+            entry.GetLevel() == Orva::Shared::Level::kTraceOut && ++looks == 3) {
+            world.machine.SetAirplaneMode(false);
+        }
+    }};
+    // The switch-off asks, too.
+    Run({airplaneOn});
+    EXPECT_THAT(world.WlanSwitches(), ElementsAre("off", "on"));
+    EXPECT_EQ(log.Count(Information(kWatcher, kChange)), 2);
+}
+
+TEST_F(WatcherTest, AirplaneModeThatComesAndGoesBehindTheRestoreEndsInTheLastState) {
+    world.EnableWlanSwitching();
+    world.wlan.At(RadioTests::WlanCall::kSet, 1, [this] {
+        world.machine.SetAirplaneMode(false);
+        return DWORD{ERROR_SUCCESS};
+    });
+    world.wlan.At(RadioTests::WlanCall::kSet, 2, [this] {
+        world.machine.SetAirplaneMode(true);
+        return DWORD{ERROR_SUCCESS};
+    });
+    Run({airplaneOn});
+    EXPECT_THAT(world.WlanSwitches(), ElementsAre("off", "on", "off"));
+}
+
+TEST_F(WatcherTest, AirplaneModeThatBeginsBeforeTheFirstArmingIsActedOnAtOnce) {
+    world.EnableWlanSwitching();
+    const Rig::ScopedImport<&::RegNotifyChangeKeyValue> notify{
+        [&](HKEY key, BOOL subtree, DWORD filter, HANDLE event, BOOL isAsynchronous) {
+            world.machine.SetAirplaneMode(true);
+            return notify.Original(key, subtree, filter, event, isAsynchronous);
+        }};
+    Run({});
+    EXPECT_THAT(Lines(), ElementsAre(Information(kWatcher, kChange), Information(kWatcher, kAirplaneOn)));
+    EXPECT_EQ(notify.Calls(), 2);
+}
+
+TEST_F(WatcherTest, PassThatAsksForNothingIsFollowedByAWait) {
+    world.EnableWwanSwitching();
+    world.machine.PlugCableIn();
+    Run({airplaneOn, nothing, airplaneOff});
+    EXPECT_EQ(log.Count(Information(kWatcher, kChange)), 3);
+}
+
+TEST_F(WatcherTest, ComparingLeavesNoLine) {
+    Rig::DeleteRegistryValue(HKEY_LOCAL_MACHINE, PowerStatus::kAirplaneModeKey, L"");
+    Run({});
+    EXPECT_THAT(log.Of("ServiceUtils::CheckAirplaneMode"), IsEmpty());
+    EXPECT_THAT(Lines(), IsEmpty());
+}
+
 TEST_F(WatcherTest, EveryChangeIsDecidedAfresh) {
     world.EnableWlanSwitching();
     Run({airplaneOn, airplaneOff, airplaneOn});
@@ -388,6 +477,27 @@ TEST_F(WatcherTest, StopDuringAChangeEndsTheLoopWithoutItsLine) {
     EXPECT_EQ(wait.Calls(), 1);
 }
 
+TEST_F(WatcherTest, StopSignalThatTheArmingResetsIsNotWaitedForAgain) {
+    // The stop has come between the look at the flag and the arming, which resets the event.
+    DWORD eventAfterArming = WAIT_FAILED;
+    const Rig::ScopedImport<&::RegNotifyChangeKeyValue> notify{
+        [&](HKEY key, BOOL subtree, DWORD filter, HANDLE event, BOOL isAsynchronous) {
+            service.m_running = false;
+            SetEvent(event);
+            const LONG result = notify.Original(key, subtree, filter, event, isAsynchronous);
+            eventAfterArming = WaitForSingleObject(event, 0);
+            return result;
+        }};
+    const Rig::ScopedImport<&::WaitForSingleObject> wait{
+        [](HANDLE, DWORD milliseconds) { return milliseconds == INFINITE; },
+        [](HANDLE, DWORD) -> DWORD { return WAIT_OBJECT_0; }};
+    service.m_running = true;
+    service.AirplaneModeWatcher();
+    EXPECT_EQ(eventAfterArming, DWORD{WAIT_TIMEOUT});
+    EXPECT_EQ(wait.Calls(), 0);
+    EXPECT_THAT(Lines(), IsEmpty());
+}
+
 // --- What goes wrong while watching ----------------------------------------------------------------
 
 TEST_F(WatcherTest, MissingKeyIsTriedAtOnceAgainUntilItAppears) {
@@ -496,6 +606,49 @@ TEST_F(WatcherTest, WaitThatFailsIsTriedAgain) {
     EXPECT_THAT(Lines(), IsEmpty());
 }
 
+/// There is no memory for the first read of what is remembered.
+class NoMemoryForTheRestore : public WatcherTest {
+  protected:
+    NoMemoryForTheRestore() {
+        world.EnableWlanSwitching();
+        SetBoth(false);
+        world.machine.RememberWlan(L"True");
+    }
+
+    Rig::ScopedImport<&::RegQueryValueExW> query{
+        [](HKEY, LPCWSTR name, LPDWORD, LPDWORD, LPBYTE, LPDWORD) {
+            return name != nullptr && std::wstring(name) == PowerStatus::kValueName;
+        },
+        [this](HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD bytes) {
+            if (!std::exchange(m_thrown, true)) {
+                throw std::bad_alloc();
+            }
+            return query.Original(key, name, reserved, type, data, bytes);
+        }};
+
+  private:
+    bool m_thrown = false;
+};
+
+TEST_F(NoMemoryForTheRestore, IsLoggedAndTheChangeIsFollowedAtOnceAgain) {
+    world.machine.SetAirplaneMode(true);
+    Run({airplaneOff});
+    EXPECT_THAT(Lines(),
+                ElementsAre(Information(kWatcher, kChange), Information(kWatcher, kAirplaneOff),
+                            Error(kWatcher, L"Exception in AirplaneModeWatcher()"),
+                            Information(kWatcher, kChange), Information(kWatcher, kAirplaneOff),
+                            Information(kWatcher, L"Previous WLAN Power Status in registry = True"),
+                            Information(kWatcher, L"Setting SetWlanPowerStatusInRegistry with value = 1")));
+    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
+}
+
+TEST_F(NoMemoryForTheRestore, WithoutAChangeOfAirplaneModeIsLoggedAndTheNextWakeCounts) {
+    Run({nothing, nothing});
+    EXPECT_EQ(log.Count(Error(kWatcher, L"Exception in AirplaneModeWatcher()")), 1);
+    EXPECT_EQ(log.Count(Information(kWatcher, kChange)), 2);
+    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
+}
+
 // --- With the system's own notifications -----------------------------------------------------------
 
 /// The watcher on a thread of its own, as in the service.
@@ -503,24 +656,14 @@ class LiveWatcherTest : public CoreTest {
   protected:
     LiveWatcherTest() {
         service.m_running = true;
-        m_thread = std::thread([this] {
-            service.AirplaneModeWatcher();
-            m_ended = true;
-        });
+        m_thread = std::thread([this] { service.AirplaneModeWatcher(); });
         WaitUntilArmed(1);
     }
     ~LiveWatcherTest() override { StopWatcher(); }
 
-    /// Arming resets the event, so one signal may be lost.
     void StopWatcher() {
-        service.m_running = false;
-        while (!m_ended) {
-            if (service.m_airplaneWatcherEvent) {
-                SetEvent(service.m_airplaneWatcherEvent.Get());
-            }
-            Rig::Real<&::Sleep>(DWORD{1});
-        }
         if (m_thread.joinable()) {
+            Stop(service);
             m_thread.join();
         }
     }
@@ -534,11 +677,16 @@ class LiveWatcherTest : public CoreTest {
 
     OpenService service;
     std::atomic<int> m_armed = 0;
-    std::atomic<bool> m_ended = false;
+    /// Called before the arming of this number, counted from 1.
+    std::function<void()> beforeArming;
+    std::atomic<int> whichArming = 0;
 
   private:
     Rig::ScopedImport<&::RegNotifyChangeKeyValue> m_notify{
         [this](HKEY key, BOOL subtree, DWORD filter, HANDLE event, BOOL isAsynchronous) {
+            if (m_armed + 1 == whichArming) {
+                beforeArming();
+            }
             const LONG result = m_notify.Original(key, subtree, filter, event, isAsynchronous);
             ++m_armed;
             return result;
@@ -550,7 +698,6 @@ TEST_F(LiveWatcherTest, StopSignalEndsTheWaitingWatcherWithOneLine) {
     StopWatcher();
     EXPECT_THAT(log.Of(kWatcher), ElementsAre(TraceIn(kWatcher, kEntry), Information(kWatcher, kStopped),
                                               TraceOut(kWatcher, kExit)));
-    EXPECT_FALSE(service.m_airplaneWatcherEvent);
 }
 
 TEST_F(LiveWatcherTest, StopOfTheServiceEndsTheWatcher) {
@@ -579,25 +726,22 @@ TEST_F(LiveWatcherTest, ChangedSubkeyWakesItToo) {
     EXPECT_GE(log.Count(Information(kWatcher, kChange)), 2);
 }
 
+TEST_F(LiveWatcherTest, ChangeBeforeTheArmingIsFollowedOnceAlthoughItsKeyIsClosedWhileArmed) {
+    // Windows signals the event of an armed notification when its key is closed.
+    beforeArming = [this] { world.machine.SetAirplaneMode(false); };
+    whichArming = 2;
+    world.machine.SetAirplaneMode(true);
+    WaitUntilArmed(3);
+    constexpr DWORD kAWhile = 100;
+    Rig::Real<&::Sleep>(kAWhile);
+    EXPECT_EQ(m_armed, 3);
+    EXPECT_EQ(log.Count(Information(kWatcher, kChange)), 2);
+}
+
 TEST_F(LiveWatcherTest, WaitingWatcherDoesNotSpin) {
     constexpr DWORD kAWhile = 100;
     Rig::Real<&::Sleep>(kAWhile);
     EXPECT_EQ(m_armed, 1);
-}
-
-TEST_F(WatcherTest, StopSignalBeforeTheArmingIsLostAndTheNextWakeEndsTheWatcher) {
-    DWORD eventAfterArming = WAIT_FAILED;
-    Rig::ScopedImport<&::RegNotifyChangeKeyValue> notify{
-        [&](HKEY key, BOOL subtree, DWORD filter, HANDLE event, BOOL isAsynchronous) {
-            service.m_running = false;
-            SetEvent(event);
-            const LONG result = notify.Original(key, subtree, filter, event, isAsynchronous);
-            eventAfterArming = WaitForSingleObject(event, 0);
-            return result;
-        }};
-    Run({nothing});
-    EXPECT_EQ(eventAfterArming, DWORD{WAIT_TIMEOUT});
-    EXPECT_THAT(Lines(), IsEmpty());
 }
 
 }  // namespace
