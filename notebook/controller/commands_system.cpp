@@ -32,27 +32,66 @@ std::string Milliseconds(Micros start) {
     return std::to_string((Now() - start) / kMicrosPerMilli);
 }
 
-void RunStub(const wchar_t* name) {
-    InstallStub(name, OwnFolder() + L"\\stub_service.exe");
+void Run(const wchar_t* name) {
     if (QueryService(name).state == SERVICE_STOPPED) {
         StartInstalled(name);
     }
     if (!WaitForState(name, SERVICE_RUNNING, kStartMs)) {
-        throw CommandError("the stub of " + Narrow(name) + " does not run");
+        throw CommandError(Narrow(name) + " does not run");
+    }
+}
+
+void RunStub(const wchar_t* name) {
+    InstallStub(name, OwnFolder() + L"\\stub_service.exe");
+    Run(name);
+}
+
+void RunDeviceServer() {
+    // COM registers classes of services there. Wine's would start it when it is first needed, which
+    // its service manager refuses to a service that is starting.
+    Run(L"RpcSs");
+    RunStub(kDeviceServer);
+}
+
+void EndDeviceServer() {
+    StopStub(kDeviceServer);
+    LockedMachine machine;
+    machine->deviceServer = 0;
+}
+
+void PlaceDevices(bool remote) {
+    const std::wstring dll = OwnFolder() + L"\\wlanapi.dll";
+    EndDeviceServer();
+    if (remote) {
+        RegisterDevicesRemote(dll, OwnFolder() + L"\\device_proxies.dll");
+        RunDeviceServer();
+    } else {
+        RegisterDevicesHere(dll);
     }
 }
 
 Answer SetUp(Words& words) {
     words.End();
-    RegisterHardware(OwnFolder() + L"\\wlanapi.dll");
+    RegisterHardware();
+    PlaceDevices(false);
     WriteAirplane(AirplaneIsOn());
     RunStub(L"WlanSvc");
     RunStub(L"WwanSvc");
     return {};
 }
 
+/// Whether the devices stand in another process than the service's.
+bool TakePlace(Words& words) {
+    const std::string place = words.Take("here or remote");
+    if (place != "here" && place != "remote") {
+        throw CommandError("here or remote, not " + place);
+    }
+    return place == "remote";
+}
+
 Answer Reset(Words& words) {
     Shape shape;
+    bool remote = false;
     while (!words.Empty()) {
         const std::string what = words.Take("what");
         if (what == "wlan") {
@@ -63,6 +102,8 @@ Answer Reset(Words& words) {
             shape.cables = words.TakeNumber("cables");
         } else if (what == "modems") {
             shape.modems = words.TakeNumber("modems");
+        } else if (what == "devices") {
+            remote = TakePlace(words);
         } else {
             throw CommandError("not understood: reset ... " + what);
         }
@@ -78,8 +119,24 @@ Answer Reset(Words& words) {
     DeletePolicies();
     WriteAirplane(false);
     ClearEventLog();
+    PlaceDevices(remote);
     RunStub(L"WlanSvc");
     RunStub(L"WwanSvc");
+    return {};
+}
+
+Answer DevicesCommand(Words& words) {
+    const std::string what = words.Take("kill or run");
+    words.End();
+    if (what == "kill") {
+        KillService(kDeviceServer);
+        LockedMachine machine;
+        machine->deviceServer = 0;
+    } else if (what == "run") {
+        RunDeviceServer();
+    } else {
+        throw CommandError("kill or run, not " + what);
+    }
     return {};
 }
 
@@ -432,10 +489,12 @@ const std::vector<Command>& SystemCommands() {
     static const std::vector<Command> commands = {
         {"setup", "", "Makes this prefix a notebook: COM classes, DLL override, airplane key, stub services.",
          &SetUp},
-        {"reset", "[wlan N] [phys N] [cables N] [modems N]",
+        {"reset", "[wlan N] [phys N] [cables N] [modems N] [devices here|remote]",
          "A fresh notebook: radios on, no cable in, features enabled, nothing stored, no policies, no rules "
-         "(1 WLAN adapter with 2 PHYs, 1 cable port, no modem unless told).",
+         "(1 WLAN adapter with 2 PHYs, 1 cable port, no modem unless told). Remote devices serve the network "
+         "list and mobile broadband in a process of their own.",
          &Reset},
+        {"devices", "kill|run", "Ends the process of remote devices at once, or brings it back.", &DevicesCommand},
         {"install", "", "Runs LinkvaneService.exe -install and shows what it prints.", &InstallService},
         {"remove", "", "Runs LinkvaneService.exe -remove and shows what it prints.", &RemoveService},
         {"start", "[nowait]", "Starts the service and waits until it runs.", &Start},

@@ -60,7 +60,7 @@ std::string Execute(Words& words, std::vector<std::string>& lines, bool& done) {
         words.End();
         if (!command->looksOnly) {
             // What the command caused may still be on its way to the service.
-            InterlockedExchange64(&SharedState::Get().Raw().activity.lastAt, Now());
+            InterlockedExchange64(&SharedState::Get().OwnActivity().lastAt, Now());
         }
         lines = std::move(answer.lines);
         done = true;

@@ -251,21 +251,29 @@ struct ActivityCounts {
     Micros idle;
 };
 
+/// Adds what one process is busy with.
+void Count(ActivityCounts& counts, const Machine& machine, const Activity& activity, std::uint32_t process) {
+    counts.calls += activity.callsBegun - activity.callsEnded;
+    counts.deliveries += activity.deliveriesBegun - activity.deliveriesEnded;
+    counts.waits += activity.waitsBegun - activity.waitsEnded;
+    counts.idle = std::min<Micros>(counts.idle, Now() - activity.lastAt);
+    for (const Listener& listener : machine.listeners) {
+        if (listener.process != 0 && listener.process == process) {
+            counts.unseen += machine.eventCount - listener.seen;
+        }
+    }
+}
+
 ActivityCounts CountActivity() {
     LockedMachine machine;
-    const Activity& activity = machine->activity;
     const ServiceRun& service = machine->service;
-    ActivityCounts counts{activity.callsBegun - activity.callsEnded,
-                          activity.deliveriesBegun - activity.deliveriesEnded,
-                          service.controlsBegun - service.controlsEnded,
-                          activity.waitsBegun - activity.waitsEnded,
-                          0,
-                          NextDue(*machine) != kNever,
-                          Now() - activity.lastAt};
-    for (const Listener& listener : machine->listeners) {
-        if (listener.process != 0 && listener.process == service.process) {
-            counts.unseen = machine->eventCount - listener.seen;
-        }
+    ActivityCounts counts{};
+    counts.controls = service.controlsBegun - service.controlsEnded;
+    counts.due = NextDue(*machine) != kNever;
+    counts.idle = kNever;
+    Count(counts, *machine, machine->activity, service.process);
+    if (machine->deviceServer != 0) {
+        Count(counts, *machine, machine->serverActivity, machine->deviceServer);
     }
     return counts;
 }

@@ -2,12 +2,14 @@
 
 #include <objbase.h>
 #include <netlistmgr.h>
+#include <olectl.h>
 #include <wbemcli.h>
 
 #include <cstring>
 #include <utility>
 
 #include "notebook/controller/words.h"
+#include "notebook/state/shared_state.h"
 #include "notebook/state/text.h"
 #include "platform/handles.h"
 #include "platform/mbn_api.h"
@@ -62,10 +64,37 @@ const wchar_t* StoredKey(StoredRadio radio) {
     return radio == StoredRadio::Wlan ? kWlanKey : kWwanKey;
 }
 
+/// The key of a class, with nothing left of an earlier registration: a DLL would be preferred.
+std::wstring FreshClassKey(const GUID& clsid) {
+    const std::wstring path = L"Software\\Classes\\CLSID\\" + GuidText(clsid);
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, path.c_str());
+    return path;
+}
+
 void RegisterClass(const GUID& clsid, const std::wstring& dll) {
-    const std::wstring path = L"Software\\Classes\\CLSID\\" + GuidText(clsid) + L"\\InprocServer32";
+    const std::wstring path = FreshClassKey(clsid) + L"\\InprocServer32";
     Write(HKEY_LOCAL_MACHINE, path, nullptr, TextValue(REG_SZ, dll));
     Write(HKEY_LOCAL_MACHINE, path, L"ThreadingModel", TextValue(REG_SZ, L"Both"));
+}
+
+/// As Windows registers a class that a service serves: COM starts the service that the class's
+/// application names.
+void RegisterServiceClass(const GUID& clsid, const wchar_t* service) {
+    const std::wstring application = GuidText(clsid);
+    Write(HKEY_LOCAL_MACHINE, FreshClassKey(clsid), L"AppID", TextValue(REG_SZ, application));
+    Write(HKEY_LOCAL_MACHINE, L"Software\\Classes\\AppID\\" + application, L"LocalService",
+          TextValue(REG_SZ, service));
+}
+
+void RegisterProxies(const std::wstring& dll) {
+    const HMODULE module = LoadLibraryW(dll.c_str());
+    const auto enter = reinterpret_cast<decltype(&::DllRegisterServer)>(
+        reinterpret_cast<void*>(GetProcAddress(module, "DllRegisterServer")));
+    const HRESULT result = enter == nullptr ? E_NOTIMPL : enter();
+    FreeLibrary(module);
+    if (FAILED(result)) {
+        throw CommandError("the proxies cannot be registered");
+    }
 }
 
 }  // namespace
@@ -133,10 +162,20 @@ void DeletePolicies() {
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, kPolicyRoot);
 }
 
-void RegisterHardware(const std::wstring& dll) {
+void RegisterDevicesHere(const std::wstring& dll) {
     RegisterClass(CLSID_NetworkListManager, dll);
     RegisterClass(CLSID_MbnInterfaceManager, dll);
     RegisterClass(CLSID_WbemLocator, dll);
+}
+
+void RegisterDevicesRemote(const std::wstring& dll, const std::wstring& proxies) {
+    RegisterProxies(proxies);
+    RegisterServiceClass(CLSID_NetworkListManager, kDeviceServer);
+    RegisterServiceClass(CLSID_MbnInterfaceManager, kDeviceServer);
+    RegisterClass(CLSID_WbemLocator, dll);
+}
+
+void RegisterHardware() {
     Write(HKEY_CURRENT_USER, kOverridesKey, L"wlanapi", TextValue(REG_SZ, L"native"));
 }
 

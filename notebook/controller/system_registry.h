@@ -40,8 +40,12 @@ void DeleteAirplaneKey();
 void WritePolicy(bool executableOnly, const std::wstring& name, const RegistryValue& value);
 void DeletePolicies();
 
-/// Makes the prefix load the hardware: the COM classes are served by the DLL at `dll`, and the
-/// executable takes the DLL that stands beside it.
-void RegisterHardware(const std::wstring& dll);
+/// Makes the prefix load the hardware: the executable takes the DLL that stands beside it.
+void RegisterHardware();
+/// The devices stand in the process that uses them: the DLL at `dll` serves their COM classes.
+void RegisterDevicesHere(const std::wstring& dll);
+/// They stand in another process: the device server serves them, but the firmware settings. `proxies`
+/// is the DLL of the proxies and stubs.
+void RegisterDevicesRemote(const std::wstring& dll, const std::wstring& proxies);
 
 }  // namespace Notebook

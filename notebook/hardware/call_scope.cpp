@@ -28,8 +28,9 @@ CallCount& CountOf(Machine& machine, Call call) {
 
 CallScope::CallScope(Call call) : m_call(call), m_start(Now()) {
     Machine& machine = State();
-    InterlockedIncrement(&machine.activity.callsBegun);
-    InterlockedExchange64(&machine.activity.lastAt, m_start);
+    Activity& activity = SharedState::Get().OwnActivity();
+    InterlockedIncrement(&activity.callsBegun);
+    InterlockedExchange64(&activity.lastAt, m_start);
     InterlockedIncrement(&CountOf(machine, call).calls);
     m_traced = machine.traceOn != 0;
     const CallRule& rule = RuleOf(machine, call);
@@ -40,12 +41,12 @@ CallScope::CallScope(Call call) : m_call(call), m_start(Now()) {
 
 CallScope::~CallScope() {
     const DWORD lastError = GetLastError();
-    Machine& machine = State();
     if (m_traced) {
         Trace(m_call, m_start, m_result, m_detail);
     }
-    InterlockedExchange64(&machine.activity.lastAt, Now());
-    InterlockedIncrement(&machine.activity.callsEnded);
+    Activity& activity = SharedState::Get().OwnActivity();
+    InterlockedExchange64(&activity.lastAt, Now());
+    InterlockedIncrement(&activity.callsEnded);
     SetLastError(lastError);
 }
 

@@ -18,8 +18,15 @@
 
 namespace Notebook {
 
+/// The run of the service that goes on now. What was given out to an earlier one, which may have been
+/// killed, is in no ledger.
+inline std::uint32_t CurrentRun() {
+    return SharedState::Get().Raw().service.runs;
+}
+
 /// Reference counting and QueryInterface for a stand-in object; every reference that is given out
-/// is counted in the ledger. Starts with one reference, for whoever made it.
+/// is counted in the ledger. Starts with one reference, for whoever made it. (Where the service is
+/// another process, those who hold the references are the stubs that stand for it.)
 template <class... Interfaces>
 class ComObject : public Interfaces... {
   public:
@@ -60,10 +67,13 @@ class ComObject : public Interfaces... {
     virtual void* Find(REFIID iid) = 0;
 
   private:
-    static void CountReferences(LONG change) {
-        InterlockedAdd(&SharedState::Get().Raw().ledger.comReferences, change);
+    void CountReferences(LONG change) {
+        if (m_run == CurrentRun()) {
+            InterlockedAdd(&SharedState::Get().Raw().ledger.comReferences, change);
+        }
     }
 
+    const std::uint32_t m_run = CurrentRun();
     LONG m_references = 1;
 };
 
@@ -85,8 +95,55 @@ class Automation : public Interface {
     }
 };
 
+/// Calls a function when the multithreaded apartment of this process ends: registered there as a
+/// class object, which COM then lets go of.
+class ApartmentEnd final : public IUnknown {
+  public:
+    static void Watch(REFIID name, void (*ended)()) {
+        auto* const watch = new ApartmentEnd(ended);
+        DWORD cookie = 0;
+        CoRegisterClassObject(name, watch, CLSCTX_INPROC_SERVER, REGCLS_MULTIPLEUSE, &cookie);
+        watch->Release();
+    }
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
+        *object = IsEqualIID(iid, IID_IUnknown) ? this : nullptr;
+        if (*object == nullptr) {
+            return E_NOINTERFACE;
+        }
+        AddRef();
+        return S_OK;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override {
+        return static_cast<ULONG>(InterlockedIncrement(&m_references));
+    }
+    ULONG STDMETHODCALLTYPE Release() override {
+        const LONG left = InterlockedDecrement(&m_references);
+        if (left == 0) {
+            m_ended();
+            delete this;
+        }
+        return static_cast<ULONG>(left);
+    }
+
+  private:
+    explicit ApartmentEnd(void (*ended)()) : m_ended(ended) {}
+    virtual ~ApartmentEnd() = default;
+
+    void (*m_ended)();
+    LONG m_references = 1;
+};
+
+/// What a call answers when the process of the called object has ended or takes no more calls.
+inline bool IsGone(HRESULT result) {
+    return result == RPC_E_DISCONNECTED || result == RPC_E_SERVER_DIED || result == RPC_E_SERVER_DIED_DNE ||
+           result == CO_E_OBJNOTCONNECTED || result == HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE) ||
+           result == HRESULT_FROM_WIN32(RPC_S_CALL_FAILED);
+}
+
 /// Who subscribed in this process to one kind of event interface. A sink is released when it is
-/// unadvised and the calls to it that run have ended, once: sinks need not count safely.
+/// unadvised and the calls to it that run have ended, once: sinks need not count safely. When the
+/// multithreaded apartment ends all are released, as COM does with those of other processes.
 template <class Sink>
 class SinkTable {
   public:
@@ -95,8 +152,11 @@ class SinkTable {
         return table;
     }
 
-    DWORD Add(Sink* sink) {
+    DWORD Add(Sink* sink, REFIID iid) {
         const std::uint64_t since = EventPump::Get().Start();
+        if (InterlockedExchange(&m_watching, 1) == 0) {
+            ApartmentEnd::Watch(iid, [] { Get().Clear(); });
+        }
         auto entry = std::make_shared<Entry>(sink, since);
         const ExclusiveLock lock(m_lock);
         m_entries[++m_lastCookie] = std::move(entry);
@@ -115,41 +175,57 @@ class SinkTable {
         return true;
     }
 
+    /// Calls every sink that subscribed before the event of that number. One whose process has ended
+    /// is let go of.
     template <class Function>
     void Tell(std::uint64_t number, Function function) {
-        for (const std::shared_ptr<Entry>& entry : Since(number)) {
-            function(*entry->sink);
+        for (const auto& [cookie, entry] : Since(number)) {
+            if (IsGone(function(*entry->sink))) {
+                Remove(cookie);
+            }
         }
     }
 
   private:
     struct Entry {
-        Entry(Sink* advised, std::uint64_t first) : sink(advised), since(first) {
+        Entry(Sink* advised, std::uint64_t first) : sink(advised), since(first), run(CurrentRun()) {
             InterlockedIncrement(&SharedState::Get().Raw().ledger.comSinks);
         }
         Entry(const Entry&) = delete;
         Entry& operator=(const Entry&) = delete;
         ~Entry() {
             sink->Release();
-            InterlockedDecrement(&SharedState::Get().Raw().ledger.comSinks);
+            if (run == CurrentRun()) {
+                InterlockedDecrement(&SharedState::Get().Raw().ledger.comSinks);
+            }
         }
         Sink* sink;
         std::uint64_t since;
+        std::uint32_t run;
     };
+    using Entries = std::map<DWORD, std::shared_ptr<Entry>>;
 
-    std::vector<std::shared_ptr<Entry>> Since(std::uint64_t number) {
+    Entries Since(std::uint64_t number) {
         const ExclusiveLock lock(m_lock);
-        std::vector<std::shared_ptr<Entry>> chosen;
+        Entries chosen;
         for (const auto& [cookie, entry] : m_entries) {
             if (number >= entry->since) {
-                chosen.push_back(entry);
+                chosen.emplace(cookie, entry);
             }
         }
         return chosen;
     }
 
+    void Clear() {
+        Entries entries;
+        const ExclusiveLock lock(m_lock);
+        entries.swap(m_entries);
+        InterlockedExchange(&m_watching, 0);
+    }
+
     SRWLOCK m_lock = SRWLOCK_INIT;
-    std::map<DWORD, std::shared_ptr<Entry>> m_entries;
+    LONG m_watching = 0;  ///< the apartment's end
+    Entries m_entries;
     DWORD m_lastCookie = 0;
 };
 
@@ -183,7 +259,7 @@ class ConnectionPoint final : public ComObject<IConnectionPoint> {
         if (FAILED(found)) {
             return call.Result(CONNECT_E_CANNOTCONNECT);
         }
-        *cookie = SinkTable<Sink>::Get().Add(sink);
+        *cookie = SinkTable<Sink>::Get().Add(sink, m_iid);
         return call.Result(S_OK);
     }
     HRESULT STDMETHODCALLTYPE Unadvise(DWORD cookie) override {

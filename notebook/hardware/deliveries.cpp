@@ -1,7 +1,5 @@
 #include "notebook/hardware/deliveries.h"
 
-#include <objbase.h>
-
 #include <algorithm>
 #include <vector>
 
@@ -29,9 +27,6 @@ DWORD WINAPI DeliveryQueue::Main(void* queue) {
 }
 
 void DeliveryQueue::Work() {
-    if (m_apartment) {
-        CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    }
     while (true) {
         Job job;
         {
@@ -107,7 +102,7 @@ Micros EventPump::Collect() {
             news.push_back({machine->events[m_seen % kEventCapacity], m_seen});
         }
         // Begun before they count as seen, so that nobody takes the notebook for settled between.
-        InterlockedAdd(&machine->activity.deliveriesBegun, static_cast<LONG>(news.size()));
+        InterlockedAdd(&SharedState::Get().OwnActivity().deliveriesBegun, static_cast<LONG>(news.size()));
         for (Listener& listener : machine->listeners) {
             if (listener.process == GetCurrentProcessId()) {
                 listener.seen = m_seen;
@@ -137,13 +132,12 @@ void EventPump::Dispatch(const Event& event, std::uint64_t number) {
     }
 }
 
-void EventPump::Deliver(DeliveryQueue& queue, const Handler& handler, const Event& event,
-                        std::uint64_t number) {
-    queue.Post([&handler, event, number] {
-        if (handler) {
+void EventPump::Deliver(DeliveryQueue& queue, Handler handler, const Event& event, std::uint64_t number) {
+    queue.Post([handler, event, number] {
+        if (handler != nullptr) {
             handler(event, number);
         }
-        Activity& activity = SharedState::Get().Raw().activity;
+        Activity& activity = SharedState::Get().OwnActivity();
         InterlockedExchange64(&activity.lastAt, Now());
         InterlockedIncrement(&activity.deliveriesEnded);
     });

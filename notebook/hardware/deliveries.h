@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -11,13 +12,12 @@
 namespace Notebook {
 
 /// Threads of the hardware's own that call subscribers, each job once, in order for one thread.
-/// They wait without a time limit and live as long as the process.
+/// They wait without a time limit and live as long as the process. They enter no COM apartment: like
+/// the threads that bring calls from other processes they work in the multithreaded one while there
+/// is one, and do not keep it alive.
 class DeliveryQueue {
   public:
     using Job = std::function<void()>;
-
-    /// `apartment`: the threads enter the multithreaded COM apartment.
-    explicit DeliveryQueue(bool apartment) : m_apartment(apartment) {}
 
     void Post(Job job);
     /// Makes sure that so many threads work on the queue; never fewer than there are.
@@ -27,7 +27,6 @@ class DeliveryQueue {
     static DWORD WINAPI Main(void* queue);
     void Work();
 
-    const bool m_apartment;
     SRWLOCK m_lock = SRWLOCK_INIT;
     CONDITION_VARIABLE m_filled = CONDITION_VARIABLE_INIT;
     std::deque<Job> m_jobs;
@@ -45,12 +44,12 @@ class EventPump {
     /// hears of those that come after.
     std::uint64_t Start();
 
-    using Handler = std::function<void(const Event& event, std::uint64_t number)>;
-    /// Who delivers an event to the subscribers; called on the kind's own thread. Set once, before
-    /// the first subscription.
-    void OnWlan(Handler handler) { m_onWlan = std::move(handler); }
-    void OnNetwork(Handler handler) { m_onNetwork = std::move(handler); }
-    void OnModem(Handler handler) { m_onModem = std::move(handler); }
+    using Handler = void (*)(const Event& event, std::uint64_t number);
+    /// Who delivers an event to the subscribers; called on the kind's own thread. Set before the first
+    /// subscription. Events of a kind that this process does not serve are passed over.
+    void OnWlan(Handler handler) { m_onWlan = handler; }
+    void OnNetwork(Handler handler) { m_onNetwork = handler; }
+    void OnModem(Handler handler) { m_onModem = handler; }
 
   private:
     EventPump() = default;
@@ -58,17 +57,17 @@ class EventPump {
     void Run();
     Micros Collect();
     void Dispatch(const Event& event, std::uint64_t number);
-    void Deliver(DeliveryQueue& queue, const Handler& handler, const Event& event, std::uint64_t number);
+    void Deliver(DeliveryQueue& queue, Handler handler, const Event& event, std::uint64_t number);
 
     SRWLOCK m_lock = SRWLOCK_INIT;
     HANDLE m_wake = nullptr;
     std::uint64_t m_seen = 0;
-    DeliveryQueue m_wlan{false};
-    DeliveryQueue m_network{true};
-    DeliveryQueue m_modem{true};
-    Handler m_onWlan;
-    Handler m_onNetwork;
-    Handler m_onModem;
+    DeliveryQueue m_wlan;
+    DeliveryQueue m_network;
+    DeliveryQueue m_modem;
+    std::atomic<Handler> m_onWlan = nullptr;
+    std::atomic<Handler> m_onNetwork = nullptr;
+    std::atomic<Handler> m_onModem = nullptr;
 };
 
 /// Waits until another thread has given up the exclusive lock; gives it back at scope end.

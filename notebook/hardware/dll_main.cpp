@@ -16,8 +16,6 @@ BOOL WINAPI DllMain(HINSTANCE module, DWORD reason, LPVOID) {
         DisableThreadLibraryCalls(module);
         Notebook::SharedState::Get();
         Notebook::StartWlan();
-        Notebook::StartNetworkList();
-        Notebook::StartMobileBroadband();
         Notebook::ReplaceAdapterList();
         Notebook::ReplaceServiceControl();
         Notebook::ReplaceEventLog();

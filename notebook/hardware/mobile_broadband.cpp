@@ -8,7 +8,6 @@
 
 #include "notebook/hardware/class_objects.h"
 #include "notebook/hardware/com_object.h"
-#include "notebook/hardware/start.h"
 #include "notebook/state/machine.h"
 #include "notebook/state/text.h"
 #include "platform/mbn_api.h"
@@ -109,12 +108,18 @@ class ModemObject final : public ComObject<IMbnInterface, IMbnRadio> {
     ConfirmRadio m_kind;
 };
 
-/// The one object of each modem, which the API gives out again and again; made once.
+/// The one object of each modem, which the API gives out again and again; made once for a run of the
+/// service.
 ModemObject* TheModem(std::uint32_t index) {
     static SRWLOCK lock = SRWLOCK_INIT;
     static ModemObject* modems[kMaxModems] = {};
+    static std::uint32_t runs[kMaxModems] = {};
     const ExclusiveLock hold(lock);
-    if (modems[index] == nullptr) {
+    if (modems[index] == nullptr || runs[index] != CurrentRun()) {
+        if (modems[index] != nullptr) {
+            modems[index]->Release();
+        }
+        runs[index] = CurrentRun();
         modems[index] = new ModemObject(index, ConfirmRadio::Same);
         // Our own reference is not one that the service holds.
         InterlockedDecrement(&SharedState::Get().Raw().ledger.comReferences);
@@ -244,11 +249,8 @@ void DeliverModem(const Event& event, std::uint64_t number) {
     scope.Detail("modem %u %s %u", event.value + 1, complete ? "completes" : "changes", event.request);
     IMbnRadio* const radio = EventRadio(event.value, complete ? event.radio : ConfirmRadio::Same);
     SinkTable<IMbnRadioEvents>::Get().Tell(number, [&](IMbnRadioEvents& sink) {
-        if (complete) {
-            sink.OnSetSoftwareRadioStateComplete(radio, event.request, event.status);
-        } else {
-            sink.OnRadioStateChange(radio);
-        }
+        return complete ? sink.OnSetSoftwareRadioStateComplete(radio, event.request, event.status)
+                        : sink.OnRadioStateChange(radio);
     });
     if (radio != nullptr) {
         radio->Release();
@@ -258,11 +260,8 @@ void DeliverModem(const Event& event, std::uint64_t number) {
 }  // namespace
 
 IUnknown* MakeMbnInterfaceManager() {
-    return static_cast<IMbnInterfaceManager*>(new Manager());
-}
-
-void StartMobileBroadband() {
     EventPump::Get().OnModem(&DeliverModem);
+    return static_cast<IMbnInterfaceManager*>(new Manager());
 }
 
 }  // namespace Notebook

@@ -9,7 +9,6 @@
 
 #include "notebook/hardware/class_objects.h"
 #include "notebook/hardware/com_object.h"
-#include "notebook/hardware/start.h"
 #include "notebook/state/machine.h"
 #include "platform/network_list_manager_base.h"
 
@@ -282,36 +281,36 @@ void DeliverNetwork(const Event& event, std::uint64_t number) {
     switch (event.kind) {
         case EventKind::ConnectionConnectivity:
             SinkTable<INetworkConnectionEvents>::Get().Tell(number, [&](INetworkConnectionEvents& sink) {
-                sink.NetworkConnectionConnectivityChanged(event.id, connectivity);
+                return sink.NetworkConnectionConnectivityChanged(event.id, connectivity);
             });
             break;
         case EventKind::ConnectionProperty:
             SinkTable<INetworkConnectionEvents>::Get().Tell(number, [&](INetworkConnectionEvents& sink) {
-                sink.NetworkConnectionPropertyChanged(
+                return sink.NetworkConnectionPropertyChanged(
                     event.id, static_cast<NLM_CONNECTION_PROPERTY_CHANGE>(event.value));
             });
             break;
         case EventKind::NetworkConnectivity:
             SinkTable<INetworkEvents>::Get().Tell(number, [&](INetworkEvents& sink) {
-                sink.NetworkConnectivityChanged(event.id, connectivity);
+                return sink.NetworkConnectivityChanged(event.id, connectivity);
             });
             break;
         case EventKind::NetworkAdded:
             SinkTable<INetworkEvents>::Get().Tell(number,
-                                                  [&](INetworkEvents& sink) { sink.NetworkAdded(event.id); });
+                                                  [&](INetworkEvents& sink) { return sink.NetworkAdded(event.id); });
             break;
         case EventKind::NetworkDeleted:
             SinkTable<INetworkEvents>::Get().Tell(
-                number, [&](INetworkEvents& sink) { sink.NetworkDeleted(event.id); });
+                number, [&](INetworkEvents& sink) { return sink.NetworkDeleted(event.id); });
             break;
         case EventKind::NetworkProperty:
             SinkTable<INetworkEvents>::Get().Tell(number, [&](INetworkEvents& sink) {
-                sink.NetworkPropertyChanged(event.id, static_cast<NLM_NETWORK_PROPERTY_CHANGE>(event.value));
+                return sink.NetworkPropertyChanged(event.id, static_cast<NLM_NETWORK_PROPERTY_CHANGE>(event.value));
             });
             break;
         case EventKind::MachineConnectivity:
             SinkTable<INetworkListManagerEvents>::Get().Tell(
-                number, [&](INetworkListManagerEvents& sink) { sink.ConnectivityChanged(connectivity); });
+                number, [&](INetworkListManagerEvents& sink) { return sink.ConnectivityChanged(connectivity); });
             break;
         default:
             break;
@@ -321,11 +320,8 @@ void DeliverNetwork(const Event& event, std::uint64_t number) {
 }  // namespace
 
 IUnknown* MakeNetworkListManager() {
-    return static_cast<INetworkListManager*>(new Manager());
-}
-
-void StartNetworkList() {
     EventPump::Get().OnNetwork(&DeliverNetwork);
+    return static_cast<INetworkListManager*>(new Manager());
 }
 
 }  // namespace Notebook

@@ -7,8 +7,6 @@
 namespace Notebook {
 
 void StartWlan();
-void StartNetworkList();
-void StartMobileBroadband();
 
 /// Puts the adapter list of the notebook in place of the machine's.
 void ReplaceAdapterList();

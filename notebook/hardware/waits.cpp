@@ -16,7 +16,7 @@ decltype(&::WaitForSingleObject) g_realWait = nullptr;
 /// Counts one wait for a scope.
 class WaitScope {
   public:
-    WaitScope() : m_activity(SharedState::Get().Raw().activity) {
+    WaitScope() : m_activity(SharedState::Get().OwnActivity()) {
         InterlockedIncrement(&m_activity.waitsBegun);
     }
     WaitScope(const WaitScope&) = delete;

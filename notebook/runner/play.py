@@ -40,6 +40,11 @@ def scenario_files(names):
     return [path if (path := pathlib.Path(name)).is_file() else SCENARIOS / f"{name}.txt" for name in names]
 
 
+def plays(files):
+    """Every play of the scenarios: (file, what it adds to the scenario's machine)."""
+    return [(path, also) for path in files for also in ("", *read_scenario(path).also)]
+
+
 def indented(text):
     return textwrap.indent(str(text), "    ")
 
@@ -50,8 +55,8 @@ class Runner:
     def __init__(self, options, rounds):
         self._options = options
         self._waiting = queue.SimpleQueue()
-        for path in rounds:
-            self._waiting.put((path, options.second_chance))
+        for path, also in rounds:
+            self._waiting.put((path, also, options.second_chance))
         self._print = threading.Lock()
         self.passed = 0
         self.failed = 0
@@ -78,36 +83,38 @@ class Runner:
             with self._print:
                 traceback.print_exc()
 
-    def _play(self, machine, path, has_second_chance):
+    def _play(self, machine, path, also, has_second_chance):
+        name = f"{path.stem}, {also}" if also else path.stem
         story = []
         failure = None
         try:
-            self._play_once(machine, path, story)
+            self._play_once(machine, path, also, story)
         except Exception as error:
             failure = error
         with self._print:
             if failure is None:
                 self.passed += 1
             elif has_second_chance:
-                self._waiting.put((path, False))
-                self._note_again(path, failure)
+                self._waiting.put((path, also, False))
+                self._note_again(name, failure)
             else:
                 self.failed += 1
             outcome = "passed" if failure is None else "again " if has_second_chance else "FAILED"
-            print(f"{outcome}  {path.stem}", flush=True)
+            print(f"{outcome}  {name}", flush=True)
             if failure or self._options.verbose:
                 print(indented("\n".join(story)), flush=True)
             if failure:
                 print(indented(failure), flush=True)
         return failure is None
 
-    def _note_again(self, path, failure):
+    def _note_again(self, name, failure):
         if self._options.note_again:
             with self._options.note_again.open("a", encoding="utf-8") as notes:
-                notes.write(f"again   {path.stem}\n{indented(failure)}\n")
+                notes.write(f"again   {name}\n{indented(failure)}\n")
 
-    def _play_once(self, machine, path, story):
+    def _play_once(self, machine, path, also, story):
         scenario = read_scenario(path)
+        scenario.machine = f"{scenario.machine} {also}"
         story.append(scenario.title)
         recording = {} if self._options.record else None
         Player(machine, scenario, story.append, recording).play()
@@ -121,7 +128,7 @@ def main():
     files = scenario_files(options.scenarios)
     if options.note_again:
         options.note_again.unlink(missing_ok=True)
-    runner = Runner(options, [path for _ in range(options.repeat) for path in files])
+    runner = Runner(options, plays(files) * options.repeat)
     runner.run()
     print(f"{runner.passed} passed, {runner.failed} failed")
     return 1 if runner.failed or not runner.passed else 0

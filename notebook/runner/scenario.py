@@ -2,6 +2,7 @@
 
     # The first comment is the scenario's title.
     machine cables 2 modems 1          what kind of notebook (see the controller's `reset`)
+    also devices remote                plays all of it once more on a machine with this added
     start                              any command of the controller
     expect wifi=off stored_wlan=True   once everything has settled; of a stored choice also its bytes
     within 3000 expect wifi=off        as soon as it is so, at the latest after so many ms
@@ -59,6 +60,8 @@ class Scenario:
     title: str
     machine: str
     steps: list
+    also: list
+    """what to add to the machine for each further play"""
 
 
 def read_scenario(path):
@@ -66,7 +69,7 @@ def read_scenario(path):
     title = next((line.lstrip("# ") for line in lines if line.startswith("#")), path.stem)
     parser = _Parser(lines)
     steps = parser.steps(0)
-    return Scenario(path, title, parser.machine, steps)
+    return Scenario(path, title, parser.machine, steps, parser.also)
 
 
 class _Parser:
@@ -74,6 +77,7 @@ class _Parser:
         self._lines = lines
         self._at = 0
         self.machine = ""
+        self.also = []
 
     def steps(self, indent):
         steps = []
@@ -97,6 +101,8 @@ class _Parser:
         word, _, rest = text.partition(" ")
         if word == "machine":
             self.machine = rest
+        elif word == "also":
+            self.also.append(rest)
         elif word == "repeat":
             self._count(rest, number)
             repeated = self.steps(self._next_indent(indent))

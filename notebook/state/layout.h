@@ -16,7 +16,7 @@
 namespace Notebook {
 
 /// Raised whenever a structure below changes; a file of another version is made anew.
-inline constexpr std::uint32_t kLayoutVersion = 5;
+inline constexpr std::uint32_t kLayoutVersion = 6;
 inline constexpr std::uint32_t kLayoutMagic = 0x4B4F424E;
 
 inline constexpr std::size_t kMaxAdapters = 512;
@@ -251,7 +251,7 @@ struct ServiceRun {
     std::uint64_t reportCount;
 };
 
-/// What the service holds of what the hardware gave out. Interlocked.
+/// What the service holds of what the hardware gave out since it last started. Interlocked.
 struct Ledger {
     LONG wlanHandles;
     LONG wlanMemory;
@@ -271,7 +271,7 @@ struct TraceEntry {
     char detail[96];
 };
 
-/// How busy the service is with the devices. Interlocked.
+/// How busy a process is with the devices. Interlocked.
 struct Activity {
     LONG callsBegun;
     LONG callsEnded;
@@ -302,7 +302,9 @@ struct Machine {
 
     ServiceRun service;
     Ledger ledger;
-    Activity activity;
+    Activity activity;           ///< of the service's process
+    std::uint32_t deviceServer;  ///< the process that serves the COM classes; 0: the service's own does
+    Activity serverActivity;     ///< of that process
 
     std::uint32_t traceOn;
     LONGLONG traceCount;  ///< interlocked

@@ -101,7 +101,15 @@ SharedState::SharedState() {
     if (!IsReadable(*m_machine)) {
         MakeNew(*m_machine);
     }
+    m_activity = &m_machine->activity;
     ReleaseMutex(m_mutex);
+}
+
+void SharedState::BecomeDeviceServer() {
+    const LockedMachine machine;
+    m_machine->deviceServer = GetCurrentProcessId();
+    m_machine->serverActivity = {};
+    m_activity = &m_machine->serverActivity;
 }
 
 std::wstring SharedState::ListenerEventName(std::uint32_t process) {

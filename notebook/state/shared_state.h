@@ -12,6 +12,9 @@ namespace Notebook {
 /// Where the notebook keeps its state and its event log.
 inline constexpr wchar_t kFolder[] = L"C:\\notebook";
 
+/// The stub service that serves the COM classes when the devices stand in another process.
+inline constexpr wchar_t kDeviceServer[] = L"NotebookDevices";
+
 /// Now, on the clock that all processes share.
 [[nodiscard]] Micros Now() noexcept;
 
@@ -25,6 +28,11 @@ class SharedState {
     /// The state without the lock, for fields that are changed by interlocked operations.
     [[nodiscard]] Machine& Raw() noexcept { return *m_machine; }
 
+    /// How busy this process is: as the service, unless it serves the devices to other processes.
+    [[nodiscard]] Activity& OwnActivity() noexcept { return *m_activity; }
+    /// This process serves the devices from now on.
+    void BecomeDeviceServer();
+
     /// The name of the event that wakes a process's listener.
     static std::wstring ListenerEventName(std::uint32_t process);
 
@@ -34,6 +42,7 @@ class SharedState {
     friend class LockedMachine;
     HANDLE m_mutex = nullptr;
     Machine* m_machine = nullptr;
+    Activity* m_activity = nullptr;
 };
 
 /// The state, locked for a scope. What was due by now has happened when the scope begins; when it

@@ -1,11 +1,13 @@
 // A service in name only: stands in for WLAN AutoConfig and WWAN AutoConfig. Its first argument is
 // the service's name. It is start pending for as long as the notebook says, then runs until stopped.
+// Under the device server's name it serves the devices' COM classes while it runs.
 
 #include <windows.h>
 
 #include <string>
 
 #include "notebook/state/shared_state.h"
+#include "notebook/stub_service/device_classes.h"
 
 namespace {
 
@@ -45,8 +47,7 @@ DWORD WINAPI Handle(DWORD control, DWORD, LPVOID, LPVOID) {
     return NO_ERROR;
 }
 
-void WINAPI Main(DWORD, LPWSTR*) {
-    g_handle = RegisterServiceCtrlHandlerExW(g_name.c_str(), &Handle, nullptr);
+void RunInNameOnly() {
     const DWORD late = LateMs();
     if (late != 0) {
         Report(SERVICE_START_PENDING, SERVICE_ACCEPT_STOP, late);
@@ -57,6 +58,22 @@ void WINAPI Main(DWORD, LPWSTR*) {
         WaitForSingleObject(g_stop, INFINITE);
     }
     SetRuns(false);
+}
+
+void RunAsDeviceServer() {
+    if (Notebook::ServeDevices()) {
+        Report(SERVICE_RUNNING, SERVICE_ACCEPT_STOP, 0);
+        WaitForSingleObject(g_stop, INFINITE);
+    }
+}
+
+void WINAPI Main(DWORD, LPWSTR*) {
+    g_handle = RegisterServiceCtrlHandlerExW(g_name.c_str(), &Handle, nullptr);
+    if (g_name == Notebook::kDeviceServer) {
+        RunAsDeviceServer();
+    } else {
+        RunInNameOnly();
+    }
     Report(SERVICE_STOPPED, 0, 0);
 }
 
