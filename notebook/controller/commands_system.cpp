@@ -53,6 +53,8 @@ void RunDeviceServer() {
     RunStub(kDeviceServer);
 }
 
+/// It says goodbye to nobody but COM, which would otherwise go on offering it. (Wine's does not notice
+/// when a server dies.)
 void EndDeviceServer() {
     StopStub(kDeviceServer);
     LockedMachine machine;
@@ -129,9 +131,7 @@ Answer DevicesCommand(Words& words) {
     const std::string what = words.Take("kill or run");
     words.End();
     if (what == "kill") {
-        KillService(kDeviceServer);
-        LockedMachine machine;
-        machine->deviceServer = 0;
+        EndDeviceServer();
     } else if (what == "run") {
         RunDeviceServer();
     } else {
@@ -494,7 +494,7 @@ const std::vector<Command>& SystemCommands() {
          "(1 WLAN adapter with 2 PHYs, 1 cable port, no modem unless told). Remote devices serve the network "
          "list and mobile broadband in a process of their own.",
          &Reset},
-        {"devices", "kill|run", "Ends the process of remote devices at once, or brings it back.", &DevicesCommand},
+        {"devices", "kill|run", "Ends the process of remote devices without a word to who uses them, or brings it back.", &DevicesCommand},
         {"install", "", "Runs LinkvaneService.exe -install and shows what it prints.", &InstallService},
         {"remove", "", "Runs LinkvaneService.exe -remove and shows what it prints.", &RemoveService},
         {"start", "[nowait]", "Starts the service and waits until it runs.", &Start},

@@ -6,6 +6,9 @@ import time
 
 HEADER = re.compile(r"(\d{4}/\d\d/\d\d \d\d:\d\d:\d\d\.\d{3})\|([0-9A-F]{8})\|(\w+) *\|([^|]*)\|(.*)", re.S)
 LETTERS = {"Information": "I", "Warning": "W", "Error": "E"}
+# What the start-up worker says last, on each of its ways out.
+WORKER_ENDS = re.compile(r"CMainService::ServiceWorkerThread\|(ServiceWorkerThread - Exit|"
+                         r"WWAN Device enumeration failed|CoCreateInstance|CoInitialize failed)")
 # Within this time the writer has written what was logged.
 DRAIN_SECONDS = 0.15
 
@@ -67,8 +70,8 @@ class Log:
         return [line.decode("utf-8-sig") for line in lines]
 
     def _entry(self, when, thread, level, function, message):
-        # A thread's operations nest as their entry and exit lines say. (An operation that leaves
-        # without an exit line is the last of its thread.)
+        # A thread's operations nest as their entry and exit lines say. (The worker may leave without an
+        # exit line; its thread is Windows' and may bring an event next.)
         stack = self._stacks.setdefault(thread, [])
         if level == "TraceIn":
             stack.append(function)
@@ -76,6 +79,8 @@ class Log:
         if level == "TraceOut" and function in stack:
             while stack.pop() != function:
                 pass
+        if WORKER_ENDS.match(f"{function}|{message}"):
+            stack.clear()
         return Entry(when, thread, level, function, message, root)
 
 

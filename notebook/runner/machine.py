@@ -3,11 +3,12 @@ that is spoken to through pipes."""
 
 import os
 import pathlib
-import re
 import shlex
 import shutil
 import subprocess
 import time
+
+from .log import WORKER_ENDS
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 FOLDER = "C:\\Program Files\\Orva\\Linkvane"
@@ -17,9 +18,6 @@ PATIENCE_SECONDS = 180
 SETTLE = "settle within 180000"
 # The service hears of airplane mode through the registry: no device can tell that it has not begun.
 SETTLE_AFTER_AIRPLANE = "settle quiet 600 within 180000"
-# What the start-up worker says last, on each of its ways out.
-WORKER_ENDS = re.compile(r"CMainService::ServiceWorkerThread\|(ServiceWorkerThread - Exit|"
-                         r"WWAN Device enumeration failed|CoCreateInstance|CoInitialize failed)")
 
 
 class CommandFailed(Exception):
