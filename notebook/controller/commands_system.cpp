@@ -131,6 +131,9 @@ Answer DevicesCommand(Words& words) {
     const std::string what = words.Take("kill or run");
     words.End();
     if (what == "kill") {
+        if (SharedState::Get().Raw().deviceServer == 0) {
+            throw CommandError("no process of their own serves the devices");
+        }
         EndDeviceServer();
     } else if (what == "run") {
         RunDeviceServer();
@@ -494,7 +497,9 @@ const std::vector<Command>& SystemCommands() {
          "(1 WLAN adapter with 2 PHYs, 1 cable port, no modem unless told). Remote devices serve the network "
          "list and mobile broadband in a process of their own.",
          &Reset},
-        {"devices", "kill|run", "Ends the process of remote devices without a word to who uses them, or brings it back.", &DevicesCommand},
+        {"devices", "kill|run",
+         "Ends the process of remote devices without a word to who uses them, or brings it back.",
+         &DevicesCommand},
         {"install", "", "Runs LinkvaneService.exe -install and shows what it prints.", &InstallService},
         {"remove", "", "Runs LinkvaneService.exe -remove and shows what it prints.", &RemoveService},
         {"start", "[nowait]", "Starts the service and waits until it runs.", &Start},

@@ -296,8 +296,8 @@ void DeliverNetwork(const Event& event, std::uint64_t number) {
             });
             break;
         case EventKind::NetworkAdded:
-            SinkTable<INetworkEvents>::Get().Tell(number,
-                                                  [&](INetworkEvents& sink) { return sink.NetworkAdded(event.id); });
+            SinkTable<INetworkEvents>::Get().Tell(
+                number, [&](INetworkEvents& sink) { return sink.NetworkAdded(event.id); });
             break;
         case EventKind::NetworkDeleted:
             SinkTable<INetworkEvents>::Get().Tell(
@@ -305,12 +305,14 @@ void DeliverNetwork(const Event& event, std::uint64_t number) {
             break;
         case EventKind::NetworkProperty:
             SinkTable<INetworkEvents>::Get().Tell(number, [&](INetworkEvents& sink) {
-                return sink.NetworkPropertyChanged(event.id, static_cast<NLM_NETWORK_PROPERTY_CHANGE>(event.value));
+                return sink.NetworkPropertyChanged(event.id,
+                                                   static_cast<NLM_NETWORK_PROPERTY_CHANGE>(event.value));
             });
             break;
         case EventKind::MachineConnectivity:
-            SinkTable<INetworkListManagerEvents>::Get().Tell(
-                number, [&](INetworkListManagerEvents& sink) { return sink.ConnectivityChanged(connectivity); });
+            SinkTable<INetworkListManagerEvents>::Get().Tell(number, [&](INetworkListManagerEvents& sink) {
+                return sink.ConnectivityChanged(connectivity);
+            });
             break;
         default:
             break;

@@ -3,12 +3,16 @@
 #pragma once
 
 #define WIN32
-#define _WIN32_WINNT 0x0601
 #define CINTERFACE
 #define REGISTER_PROXY_DLL
 #define PROXY_DELEGATION
 /* The class of the proxies is one of the notebook's own. */
-#define PROXY_CLSID_IS {0x5E0C4D52, 0x3B1A, 0x4F7E, {0x9A, 0x61, 0x2C, 0xD4, 0x07, 0x8B, 0xE3, 0x15}}
+#define PROXY_CLSID_IS                                     \
+    {                                                      \
+        0x5E0C4D52, 0x3B1A, 0x4F7E, {                      \
+            0x9A, 0x61, 0x2C, 0xD4, 0x07, 0x8B, 0xE3, 0x15 \
+        }                                                  \
+    }
 
 #include <windows.h>
 #include <unknwn.h>
@@ -19,9 +23,9 @@
 #define EH_EXIT_UNWIND 0x4
 #define EH_NESTED_CALL 0x10
 
-HRESULT WINAPI IUnknown_QueryInterface_Proxy(IUnknown *object, REFIID iid, void **found);
-ULONG WINAPI IUnknown_AddRef_Proxy(IUnknown *object);
-ULONG WINAPI IUnknown_Release_Proxy(IUnknown *object);
+HRESULT WINAPI IUnknown_QueryInterface_Proxy(IUnknown* object, REFIID iid, void** found);
+ULONG WINAPI IUnknown_AddRef_Proxy(IUnknown* object);
+ULONG WINAPI IUnknown_Release_Proxy(IUnknown* object);
 
 /* Arrays are unmarshalled by way of safe_array.cpp. */
 #define LPSAFEARRAY_UserUnmarshal NotebookUnmarshalArray

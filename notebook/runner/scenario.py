@@ -60,7 +60,7 @@ class Scenario:
     title: str
     machine: str
     steps: list
-    also: list
+    also: list = dataclasses.field(default_factory=list)
     """what to add to the machine for each further play"""
 
 
@@ -102,6 +102,8 @@ class _Parser:
         if word == "machine":
             self.machine = rest
         elif word == "also":
+            if not rest:
+                raise ScenarioError(f"line {number}: nothing to add to the machine")
             self.also.append(rest)
         elif word == "repeat":
             self._count(rest, number)

@@ -9,6 +9,7 @@ LINKVANE_PACKAGES=(
     clang-format clang-tidy shellcheck  # the checks
     git python3                       # what is tracked; the end-to-end tests
     wine64                            # the test bed
+    libwine-dev mingw-w64-tools       # the simulated notebook's proxies: their IDL, and widl
 )
 # Only for one mode each.
 LINKVANE_BENCH_PACKAGES=(libfmt-dev libspdlog-dev)

@@ -36,6 +36,9 @@ class Sink final : public INetworkConnectionEvents {
         Sleep(static_cast<DWORD>(sleepMs.load()));
         const std::lock_guard hold(lock);
         values.push_back(connectivity);
+        if (answer != S_OK) {
+            return answer;
+        }
         thread = GetCurrentThreadId();
         APTTYPE type{};
         APTTYPEQUALIFIER qualifier{};
@@ -61,6 +64,7 @@ class Sink final : public INetworkConnectionEvents {
     APTTYPE apartment = APTTYPE_CURRENT;
     ULONG references = 0;
     std::atomic<int> sleepMs{0};
+    HRESULT answer = S_OK;
 };
 
 class NetworkListTest : public NotebookTest {
@@ -128,6 +132,56 @@ TEST_F(NetworkListTest, SinkIsReleasedOnlyWhenTheCallInProgressHasEnded) {
     EXPECT_EQ(1U, sink.references);
     EXPECT_TRUE(Eventually([&] { return sink.references == 0; }));
     EXPECT_THAT(sink.Values(), ElementsAre(NLM_CONNECTIVITY_IPV4_INTERNET));
+}
+
+TEST_F(NetworkListTest, SinksGoWithTheApartmentWhichNoDeliveryKeepsAlive) {
+    Sink sink;
+    const ComPtr<IConnectionPoint> point = Point();
+    DWORD cookie = 0;
+    point->Advise(&sink, &cookie);
+    Plug();
+    ASSERT_TRUE(Eventually([&] { return sink.Values().size() == 1; }));
+
+    CoUninitialize();
+
+    EXPECT_EQ(0, SharedState::Get().Raw().ledger.comSinks);
+    EXPECT_TRUE(Eventually([&] { return sink.references == 0; }));
+    CoInitializeEx(nullptr, COINIT_MULTITHREADED);
+    EXPECT_EQ(CONNECT_E_NOCONNECTION, point->Unadvise(cookie));
+    EXPECT_EQ(S_OK, point->Advise(&sink, &cookie));
+    Unplug();
+    EXPECT_TRUE(Eventually([&] { return sink.Values().size() == 2; }));
+    point->Unadvise(cookie);
+}
+
+TEST_F(NetworkListTest, SinkOfAnEndedProcessIsLetGoOf) {
+    Sink sink;
+    sink.answer = HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE);
+    DWORD cookie = 0;
+    Point()->Advise(&sink, &cookie);
+    Plug();
+    EXPECT_TRUE(Eventually([] { return SharedState::Get().Raw().ledger.comSinks == 0; }));
+    EXPECT_EQ(0U, sink.references);
+    EXPECT_THAT(sink.Values(), ElementsAre(NLM_CONNECTIVITY_IPV4_INTERNET));
+}
+
+TEST_F(NetworkListTest, WhatAnEarlierRunHeldIsNotInTheLedger) {
+    Sink sink;
+    const ComPtr<IConnectionPoint> point = Point();
+    DWORD cookie = 0;
+    point->Advise(&sink, &cookie);
+    {
+        LockedMachine machine;
+        ++machine->service.runs;
+        machine->ledger = {};
+    }
+    point->Unadvise(cookie);
+    EXPECT_TRUE(Eventually([&] { return sink.references == 0; }));
+    EXPECT_EQ(0, SharedState::Get().Raw().ledger.comSinks);
+    EXPECT_EQ(0, SharedState::Get().Raw().ledger.comReferences);
+    const ComPtr<INetworkListManager> later =
+        Hardware::Get().Create<INetworkListManager>(CLSID_NetworkListManager);
+    EXPECT_EQ(1, SharedState::Get().Raw().ledger.comReferences);
 }
 
 TEST_F(NetworkListTest, LateAddressIsAnnouncedWithoutAnyoneAsking) {

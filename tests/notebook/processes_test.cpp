@@ -58,6 +58,9 @@ TEST_F(ProcessesTest, WaitThatIsNotMetSaysWhatItFound) {
 TEST_F(ProcessesTest, CommandThatIsNotUnderstoodIsAnError) {
     EXPECT_THAT(RunController("levitate"), StartsWith("ERROR no such command: levitate"));
     EXPECT_THAT(RunController("plug sideways"), StartsWith("ERROR not understood: sideways"));
+    EXPECT_EQ("ERROR here or remote, not sideways", RunController("reset devices sideways"));
+    EXPECT_EQ("ERROR kill or run, not bury", RunController("devices bury"));
+    EXPECT_EQ("ERROR no process of their own serves the devices", RunController("devices kill"));
 }
 
 }  // namespace

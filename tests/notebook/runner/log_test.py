@@ -82,6 +82,13 @@ class ReadingTheLog(unittest.TestCase):
                    line("Information", "Next", "one"))
         self.assertEqual([("one", "Next")], self.roots())
 
+    def test_thread_that_the_worker_gave_up_on_may_bring_an_event(self):
+        worker = "CMainService::ServiceWorkerThread"
+        self.write(line("TraceIn", worker, "ServiceWorkerThread - Entry"),
+                   line("Error", worker, "WWAN Device enumeration failed / No supporting WWAN device found "),
+                   line("TraceIn", "Event", ""), line("Information", "Event", "one"))
+        self.assertEqual([("one", "Event")], self.roots())
+
     def test_exit_of_an_operation_that_never_began_ends_nothing(self):
         self.write(line("TraceIn", "Outer", ""), line("TraceOut", "Other", ""), line("Information", "A", "one"))
         self.assertEqual([("one", "Outer")], self.roots())

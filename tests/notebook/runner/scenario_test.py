@@ -5,6 +5,7 @@ import tempfile
 import unittest
 
 from notebook.runner import sections
+from notebook.runner.play import plays
 from notebook.runner.scenario import SCENARIOS, ScenarioError, read_scenario
 
 
@@ -25,6 +26,11 @@ class Reading(unittest.TestCase):
     def test_machine_is_no_step(self):
         scenario = read("machine cables 2 modems 1\nstart\n")
         self.assertEqual("cables 2 modems 1", scenario.machine)
+        self.assertEqual(["start"], [step.text for step in scenario.steps])
+
+    def test_is_also_played_on_other_machines(self):
+        scenario = read("machine modems 1\nalso devices remote\nalso phys 1\nstart\n")
+        self.assertEqual(["devices remote", "phys 1"], scenario.also)
         self.assertEqual(["start"], [step.text for step in scenario.steps])
 
     def test_steps_have_their_kinds_texts_and_lines(self):
@@ -82,8 +88,20 @@ class Refusing(unittest.TestCase):
         self.check("start\nsilent long\n", "line 2: not a number: long")
         self.check("repeat often\n    plug\n", "line 1: not a number: often")
 
+    def test_played_once_more_on_the_same_machine(self):
+        self.check("start\nalso\n", "line 2: nothing to add")
+
     def test_repeat_of_nothing(self):
         self.check("repeat 3\nplug\n", "line 1: nothing to repeat")
+
+
+class Plays(unittest.TestCase):
+    def test_scenario_is_played_for_every_machine_it_names(self):
+        with tempfile.TemporaryDirectory() as folder:
+            once, twice = pathlib.Path(folder) / "once.txt", pathlib.Path(folder) / "twice.txt"
+            once.write_text("start\n", encoding="utf-8")
+            twice.write_text("also devices remote\nstart\n", encoding="utf-8")
+            self.assertEqual([(once, ""), (twice, ""), (twice, "devices remote")], plays([once, twice]))
 
 
 class TheScenarios(unittest.TestCase):
