@@ -56,7 +56,12 @@ void RunDeviceServer() {
 /// It says goodbye to nobody but COM, which would otherwise go on offering it. (Wine's does not notice
 /// when a server dies.)
 void EndDeviceServer() {
+    const Platform::UniqueHandle process(
+        OpenProcess(SYNCHRONIZE, FALSE, SharedState::Get().Raw().deviceServer));
     StopStub(kDeviceServer);
+    if (process) {
+        WaitForSingleObject(process.Get(), kStartMs);
+    }
     LockedMachine machine;
     machine->deviceServer = 0;
 }

@@ -3,6 +3,8 @@
 #include <windows.h>
 #include <netlistmgr.h>
 
+#include <vector>
+
 #include "notebook/hardware/class_objects.h"
 #include "notebook/hardware/com_object.h"
 #include "notebook/state/shared_state.h"
@@ -12,6 +14,8 @@ namespace Notebook {
 
 namespace {
 
+std::vector<DWORD> g_cookies;
+
 template <class Make>
 bool Serve(REFCLSID clsid, Call call, Make make) {
     IUnknown* factory = nullptr;
@@ -20,6 +24,7 @@ bool Serve(REFCLSID clsid, Call call, Make make) {
     const HRESULT registered =
         CoRegisterClassObject(clsid, factory, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE, &cookie);
     factory->Release();
+    g_cookies.push_back(cookie);
     return SUCCEEDED(registered);
 }
 
@@ -30,6 +35,12 @@ bool ServeDevices() {
     return SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) &&
            Serve(CLSID_NetworkListManager, Call::NetworkListManagerCreate, &MakeNetworkListManager) &&
            Serve(CLSID_MbnInterfaceManager, Call::MbnInterfaceManagerCreate, &MakeMbnInterfaceManager);
+}
+
+void StopServingDevices() {
+    for (const DWORD cookie : g_cookies) {
+        CoRevokeClassObject(cookie);
+    }
 }
 
 }  // namespace Notebook

@@ -7,4 +7,7 @@ namespace Notebook {
 /// when COM refuses.
 bool ServeDevices();
 
+/// COM offers them no more. Who uses them is told nothing.
+void StopServingDevices();
+
 }  // namespace Notebook

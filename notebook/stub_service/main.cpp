@@ -65,6 +65,7 @@ void RunAsDeviceServer() {
         Report(SERVICE_RUNNING, SERVICE_ACCEPT_STOP, 0);
         WaitForSingleObject(g_stop, INFINITE);
     }
+    Notebook::StopServingDevices();
 }
 
 void WINAPI Main(DWORD, LPWSTR*) {
