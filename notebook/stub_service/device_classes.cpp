@@ -2,7 +2,10 @@
 
 #include <windows.h>
 #include <netlistmgr.h>
+#include <ocidl.h>
 
+#include <algorithm>
+#include <iterator>
 #include <vector>
 
 #include "notebook/hardware/class_objects.h"
@@ -15,6 +18,36 @@ namespace Notebook {
 namespace {
 
 std::vector<DWORD> g_cookies;
+
+/// Has one interface, which nobody calls.
+class Keeper final : public IUnknown {
+  public:
+    explicit Keeper(REFIID iid) : m_iid(iid) {}
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
+        *object = IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, m_iid) ? this : nullptr;
+        return *object == nullptr ? E_NOINTERFACE : S_OK;
+    }
+    // Lives as long as the process.
+    ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
+    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+
+  private:
+    IID m_iid;
+};
+
+/// Keeps a stub of the interface until the process ends. Without one Wine's COM would withdraw the
+/// interface with its last object, and wait meanwhile, under a lock of all calls, for a call that
+/// may itself wait for the lock: nobody would be answered any more.
+bool Keep(REFIID iid) {
+    IStream* stream = nullptr;
+    if (FAILED(CreateStreamOnHGlobal(nullptr, TRUE, &stream))) {
+        return false;
+    }
+    const HRESULT kept =
+        CoMarshalInterface(stream, iid, new Keeper(iid), MSHCTX_LOCAL, nullptr, MSHLFLAGS_TABLESTRONG);
+    stream->Release();
+    return SUCCEEDED(kept);
+}
 
 template <class Make>
 bool Serve(REFCLSID clsid, Call call, Make make) {
@@ -32,7 +65,21 @@ bool Serve(REFCLSID clsid, Call call, Make make) {
 
 bool ServeDevices() {
     SharedState::Get().BecomeDeviceServer();
+    constexpr const IID* kInterfaces[] = {
+        &IID_IClassFactory,
+        &IID_IConnectionPointContainer,
+        &IID_IConnectionPoint,
+        &IID_INetworkListManager,
+        &IID_IEnumNetworkConnections,
+        &IID_INetworkConnection,
+        &IID_INetwork,
+        &IID_IMbnInterfaceManager,
+        &IID_IMbnInterface,
+        &IID_IMbnRadio,
+    };
     return SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) &&
+           std::all_of(std::begin(kInterfaces), std::end(kInterfaces),
+                       [](const IID* iid) { return Keep(*iid); }) &&
            Serve(CLSID_NetworkListManager, Call::NetworkListManagerCreate, &MakeNetworkListManager) &&
            Serve(CLSID_MbnInterfaceManager, Call::MbnInterfaceManagerCreate, &MakeMbnInterfaceManager);
 }
