@@ -137,6 +137,11 @@ bool CMainService::SetUpWlan(const LogScope& log) {
     if (RegisterWlanNotification(&kRegister) != ERROR_SUCCESS) {
         log.Error(L"RegisterWlanNotification (register) failed");
     }
+    if (!m_running) {
+        // A stop that came while the handle was in use did not find it. It clears the running flag before
+        // it looks, so one of the two closes the handle, and the registration goes with it.
+        CloseWlanHandle(log);
+    }
     NLMUtils::PrintNetworkConnections(manager.Get(), m_wiredConnections);
     LogWhetherNetworkIsAlive(log);
     return true;

@@ -760,6 +760,7 @@ TEST(StopDuringStart, IsSurvivedAtEveryStep) {
                 world.journal.At(call, [&service] { Stop(service); });
                 Rig::RunOnThread([&world] { world.pool.RunNext(); }, Rig::Apartment::kNone);
                 EXPECT_FALSE(service.m_running);
+                EXPECT_EQ(world.wlan.Held(), 0U);
                 while (!world.pool.items.empty()) {
                     world.pool.RunNext();
                 }
