@@ -26,6 +26,12 @@ else()
     $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -fstack-protector-strong>)
   target_link_options(linkvane_options INTERFACE
     -static -municode -fstack-protector-strong -Wl,--dynamicbase,--high-entropy-va,--nxcompat)
+  # The same sources give the same bytes, wherever and whenever they are built. (A compiler cache may
+  # have made paths relative to the build folder.)
+  file(RELATIVE_PATH back_to_sources ${CMAKE_BINARY_DIR} ${CMAKE_SOURCE_DIR})
+  target_compile_options(linkvane_options INTERFACE
+    -ffile-prefix-map=${CMAKE_SOURCE_DIR}/= -ffile-prefix-map=${back_to_sources}=)
+  target_link_options(linkvane_options INTERFACE -Wl,--no-insert-timestamp)
   if(LINKVANE_UBSAN)
     target_compile_options(linkvane_options INTERFACE
       $<$<COMPILE_LANGUAGE:CXX>:-fsanitize=undefined -fsanitize-undefined-trap-on-error>

@@ -1,0 +1,177 @@
+#!/usr/bin/python3
+"""Makes the installer package:
+
+    make_msi.py FOLDER PACKAGE
+
+FOLDER holds the files that the package installs; the version is that of the executable in it. Times
+come from SOURCE_DATE_EPOCH and the product code from the content, so that the same files give the
+same bytes.
+"""
+
+import hashlib
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import time
+import uuid
+
+import pefile
+
+DEFINITION = pathlib.Path(__file__).with_name("linkvane_service.wxs")
+PRODUCT_KEY = r"SOFTWARE\Orva\Orva Brimlet Support"
+EVENT_SOURCE_KEY = r"SYSTEM\CurrentControlSet\Services\EventLog\Application\LinkvaneService"
+# Of every version, for ever: by it they find each other.
+UPGRADE_CODE = "{8F0C8F0A-5D0B-4B68-9B7E-52C1C3A0D9E4}"
+
+# Full access for the system and administrators, read and execute for users; nothing is inherited
+# from where the folder stands.
+FOLDER_SECURITY = "O:BAG:BAD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;;BU)"
+
+# Custom actions, from Windows Installer's documents ("Custom Action Return Processing Options",
+# "Custom Action In-Script Execution Options").
+SET_PROPERTY = 51
+# A program by its path, as the system, within the transaction; its exit code does not count.
+RUN_AND_IGNORE = 34 + 64 + 1024 + 2048
+
+
+
+def file_version(executable):
+    """The four numbers of an executable's version resource."""
+    image = pefile.PE(executable, fast_load=True)
+    image.parse_data_directories([pefile.DIRECTORY_ENTRY["IMAGE_DIRECTORY_ENTRY_RESOURCE"]])
+    fixed = image.VS_FIXEDFILEINFO[0]
+    return (fixed.FileVersionMS >> 16, fixed.FileVersionMS & 0xFFFF,
+            fixed.FileVersionLS >> 16, fixed.FileVersionLS & 0xFFFF)
+
+
+def content_code(purpose, folder):
+    """A code that is another one for other content."""
+    digest = hashlib.sha256(purpose.encode())
+    for file in [DEFINITION, pathlib.Path(__file__), *sorted(folder.iterdir())]:
+        digest.update(file.name.encode() + hashlib.sha256(file.read_bytes()).digest())
+    return "{" + str(uuid.uuid5(uuid.UUID(UPGRADE_CODE), digest.hexdigest())).upper() + "}"
+
+
+def run_wixl(folder, package, variables):
+    arguments = [argument for name, value in variables.items() for argument in ("-D", f"{name}={value}")]
+    # It finds files below its working folder only.
+    done = subprocess.run(["wixl", "-a", "x64", "-o", package.absolute(), *arguments, DEFINITION], cwd=folder,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+    # It leaves out what it does not know, says so, and goes on.
+    if done.returncode != 0 or any(word in done.stdout for word in ("WARNING", "CRITICAL", "ERROR")):
+        sys.exit(f"wixl: {done.stdout}")
+
+
+def insert(table, **fields):
+    names = ",".join(f"`{name}`" for name in fields)
+    values = ",".join(str(value) if isinstance(value, int) else f"'{value}'" for value in fields.values())
+    return f"INSERT INTO `{table}` ({names}) VALUES ({values})"
+
+
+def action(name, kind, source, target, condition, sequence):
+    return [insert("CustomAction", Action=name, Type=kind, Source=source, Target=target),
+            insert("InstallExecuteSequence", Action=name, Condition=condition, Sequence=sequence)]
+
+
+def move(name, sequence):
+    return f"UPDATE `InstallExecuteSequence` SET `Sequence`={sequence} WHERE `Action`='{name}'"
+
+
+def condition(name, text):
+    return f"UPDATE `InstallExecuteSequence` SET `Condition`='{text}' WHERE `Action`='{name}'"
+
+
+def forgotten(radio):
+    """A key that goes with the component, with all below it."""
+    return insert("Registry", Registry=f"Forgotten{radio}", Root=2, Key=rf"[ForgottenKey]\{radio}PowerStatus",
+                  Name="-", Component_="Service")
+
+
+def corrections(version, version_text):
+    """What wixl cannot say, or says wrongly."""
+    return [
+        "UPDATE `File` SET `FileName`='LINKVANE.EXE|LinkvaneService.exe', "
+        f"`Version`='{version_text}', `Language`='1033' WHERE `File`='LinkvaneService.exe'",
+        "DELETE FROM `MsiFileHash` WHERE `File_`='LinkvaneService.exe'",
+        # REG_EXPAND_SZ.
+        """UPDATE `Registry` SET `Value`='#%"[#LinkvaneService.exe]"' WHERE `Registry`='ImagePath'""",
+        "UPDATE `Registry` SET `Value`='#%[#LinkvaneService.exe]' WHERE `Registry`='MessageFile'",
+        # Vital: without the service there is no installation.
+        "UPDATE `ServiceInstall` SET `ErrorControl`=32769",
+        # Another build of the same version replaces this one, too.
+        "DELETE FROM `Upgrade` WHERE `ActionProperty`='WIX_UPGRADE_DETECTED'",
+        insert("Upgrade", UpgradeCode=UPGRADE_CODE, VersionMax=version, Attributes=513,
+               ActionProperty="WIX_UPGRADE_DETECTED"),
+        # Within the transaction: what fails afterwards brings the old version back.
+        move("RemoveExistingProducts", 1501),
+        # Before the registry is written: an existing service, which the installer may leave as it is,
+        # gets its path anew, and every one gets it in quotes.
+        move("InstallServices", 4900),
+        # An upgrade leaves the service registered, and what is remembered: an open services console
+        # would keep a deleted service from being installed again.
+        condition("DeleteServices", "NOT UPGRADINGPRODUCTCODE"),
+        condition("RemoveRegistryValues", "NOT UPGRADINGPRODUCTCODE"),
+        # A stopped service may write its log for 1.2 s more. An executable in use costs a restart.
+        *action("WaitForEnd", RUN_AND_IGNORE, "System64Folder", '"[System64Folder]ping.exe" -n 3 127.0.0.1',
+                "Installed", 1910),
+        "UPDATE `Property` SET `Value`='INSTALLFOLDER;STARTSERVICE;KEEPSTATES;REMOVELOGS;INSTALLEDFOLDER;"
+        "WIX_DOWNGRADE_DETECTED;WIX_UPGRADE_DETECTED' WHERE `Property`='SecureCustomProperties'",
+        "CREATE TABLE `MsiLockPermissionsEx` (`MsiLockPermissionsEx` CHAR(72) NOT NULL, "
+        "`LockObject` CHAR(72) NOT NULL, `Table` CHAR(32) NOT NULL, `SDDLText` CHAR(0) NOT NULL, "
+        "`Condition` CHAR(255) PRIMARY KEY `MsiLockPermissionsEx`)",
+        insert("MsiLockPermissionsEx", MsiLockPermissionsEx="Folder", LockObject="INSTALLFOLDER",
+               Table="CreateFolder", SDDLText=FOLDER_SECURITY),
+        *action("UseInstalledFolder", SET_PROPERTY, "INSTALLFOLDER", "[INSTALLEDFOLDER]",
+                "INSTALLEDFOLDER AND NOT INSTALLFOLDER", 60),
+        *action("ForgetNothing", SET_PROPERTY, "ForgottenKey", r"SOFTWARE\Orva\Nothing",
+                'KEEPSTATES = "1"', 1510),
+        forgotten("Wlan"),
+        forgotten("Wwan"),
+        *action("StartService", RUN_AND_IGNORE, "System64Folder",
+                '"[System64Folder]sc.exe" start LinkvaneService', 'STARTSERVICE = "1" AND NOT REMOVE', 5950),
+        # The log is where the account of this action and of the service has its application data.
+        *action("RemoveLogs", RUN_AND_IGNORE, "System64Folder",
+                r'"[System64Folder]cmd.exe" /d /c del /q "%APPDATA%\orvkLog\LinkvaneService*.log" & '
+                r'rmdir "%APPDATA%\orvkLog"', 
+                'REMOVE = "ALL" AND NOT UPGRADINGPRODUCTCODE AND REMOVELOGS = "1"', 6500),
+    ]
+
+
+def set_summary(package, code, stamp):
+    """Package code and times; wixl takes any code and the clock."""
+    table = subprocess.run(["msiinfo", "export", package, "_SummaryInformation"], check=True,
+                           stdout=subprocess.PIPE).stdout.decode("cp1252")
+    for number, text in ((9, code), (12, stamp), (13, stamp)):
+        table = re.sub(rf"(?m)^{number}\t[^\r\n]*", f"{number}\t{text}", table)
+    with tempfile.TemporaryDirectory() as folder:
+        file = pathlib.Path(folder, "_SummaryInformation.idt")
+        file.write_bytes(table.encode("cp1252"))
+        subprocess.run(["msibuild", package, "-i", file], check=True)
+
+
+def make(folder, package):
+    executable = folder / "LinkvaneService.exe"
+    numbers = file_version(executable)
+    version_text = ".".join(map(str, numbers))
+    # Windows Installer compares three numbers.
+    version = ".".join(map(str, numbers[:3]))
+    seconds = int(os.environ["SOURCE_DATE_EPOCH"])
+    for file in folder.iterdir():
+        os.utime(file, (seconds, seconds))
+    run_wixl(folder, package, {
+        "Version": version, "FileVersion": version_text,
+        "UpgradeCode": UPGRADE_CODE, "ProductCode": content_code("product", folder),
+        "ProductKey": PRODUCT_KEY, "EventSourceKey": EVENT_SOURCE_KEY})
+    subprocess.run(["msibuild", package, "-q", *corrections(version, version_text)], check=True)
+    set_summary(package, content_code("package", folder), time.strftime("%Y/%m/%d %H:%M:%S", time.gmtime(seconds)))
+
+
+if __name__ == "__main__":
+    # The tools take times for local ones.
+    os.environ["TZ"] = "UTC"
+    if len(sys.argv) != 3:
+        sys.exit(__doc__)
+    make(pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2]))
