@@ -33,8 +33,10 @@ FOLDER_SECURITY = "O:BAG:BAD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;
 # Custom actions, from Windows Installer's documents ("Custom Action Return Processing Options",
 # "Custom Action In-Script Execution Options").
 SET_PROPERTY = 51
-# A program by its path, as the system, within the transaction; its exit code does not count.
+# A program by its path, as the system; its exit code does not count.
 RUN_AND_IGNORE = 34 + 64 + 1024 + 2048
+# The same, when all has succeeded.
+RUN_AT_END = RUN_AND_IGNORE + 512
 
 
 
@@ -122,6 +124,8 @@ def corrections(version, version_text):
         "CREATE TABLE `MsiLockPermissionsEx` (`MsiLockPermissionsEx` CHAR(72) NOT NULL, "
         "`LockObject` CHAR(72) NOT NULL, `Table` CHAR(32) NOT NULL, `SDDLText` CHAR(0) NOT NULL, "
         "`Condition` CHAR(255) PRIMARY KEY `MsiLockPermissionsEx`)",
+        # With the folder of the vendor goes nothing of others.
+        insert("CreateFolder", Directory_="OrvaFolder", Component_="Service"),
         insert("MsiLockPermissionsEx", MsiLockPermissionsEx="Folder", LockObject="INSTALLFOLDER",
                Table="CreateFolder", SDDLText=FOLDER_SECURITY),
         *action("UseInstalledFolder", SET_PROPERTY, "INSTALLFOLDER", "[INSTALLEDFOLDER]",
@@ -130,13 +134,14 @@ def corrections(version, version_text):
                 'KEEPSTATES = "1"', 1510),
         forgotten("Wlan"),
         forgotten("Wwan"),
-        *action("StartService", RUN_AND_IGNORE, "System64Folder",
+        # A start that Windows refuses, for want of WwanSvc say, undoes nothing.
+        *action("StartService", RUN_AT_END, "System64Folder",
                 '"[System64Folder]sc.exe" start LinkvaneService', 'STARTSERVICE = "1" AND NOT REMOVE', 5950),
         # The log is where the account of this action and of the service has its application data.
-        *action("RemoveLogs", RUN_AND_IGNORE, "System64Folder",
+        *action("RemoveLogs", RUN_AT_END, "System64Folder",
                 r'"[System64Folder]cmd.exe" /d /c del /q "%APPDATA%\orvkLog\LinkvaneService*.log" & '
-                r'rmdir "%APPDATA%\orvkLog"', 
-                'REMOVE = "ALL" AND NOT UPGRADINGPRODUCTCODE AND REMOVELOGS = "1"', 6500),
+                r'rmdir "%APPDATA%\orvkLog"',
+                'REMOVE = "ALL" AND NOT UPGRADINGPRODUCTCODE AND REMOVELOGS = "1"', 5960),
     ]
 
 

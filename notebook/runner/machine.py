@@ -30,11 +30,12 @@ def parse_pairs(text):
 
 
 class Machine:
-    """A context manager: boots the notebook, installs the service, and ends it all."""
+    """A context manager: boots the notebook, installs the service (unless told not to), and ends it all."""
 
-    def __init__(self, prefix, programs):
+    def __init__(self, prefix, programs, installs=True):
         self.prefix = pathlib.Path(prefix).absolute()
         self.programs = pathlib.Path(programs)
+        self._installs = installs
         self._controller = None
         self._awaited_ends = 0
         self._settle = SETTLE
@@ -47,7 +48,8 @@ class Machine:
             env={**os.environ, "LINKVANE_WINEPREFIX": str(self.prefix)},
             stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, encoding="utf-8", bufsize=1)
         self.do("setup")
-        self.do("install")
+        if self._installs:
+            self.do("install")
         return self
 
     def __exit__(self, *_):
@@ -127,7 +129,8 @@ class Machine:
     def _copy_programs(self):
         folder = self.prefix / "drive_c" / FOLDER.removeprefix("C:\\").replace("\\", "/")
         folder.mkdir(parents=True)
-        shutil.copy(self.programs / SERVICE, folder)
+        if self._installs:
+            shutil.copy(self.programs / SERVICE, folder)
         for program in (self.programs / "notebook").iterdir():
             if program.suffix in (".exe", ".dll"):
                 shutil.copy(program, folder)

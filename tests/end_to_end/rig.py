@@ -63,6 +63,17 @@ class Prefix:
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=PATIENCE_SECONDS, check=False)
         return done.returncode, done.stdout
 
+    def run_lines(self, *lines, folder="C:\\"):
+        """Runs lines of a batch file in a folder; gives the last one's whole exit code. (A program's own
+        arrives here cut to a byte.)"""
+        batch = self.path(r"C:\lines.bat")
+        batch.write_text("\r\n".join(["@echo off", f"cd /d {folder}", *lines, r"echo %errorlevel%>C:\code.txt", ""]))
+        _, output = self.run("cmd.exe", "/c", r"C:\lines.bat")
+        code = int(self.path(r"C:\code.txt").read_text())
+        batch.unlink()
+        self.path(r"C:\code.txt").unlink()
+        return code, output.decode(errors="replace")
+
     def scm(self, *arguments):
         """Asks the service control manager; gives the exit code and the printed text."""
         code, output = self.run(SCMCTL, *arguments)

@@ -1,0 +1,112 @@
+"""The release that is tested, and packages that differ from it."""
+
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path[:0] = [str(ROOT), str(ROOT / "tests/end_to_end"), str(ROOT / "packaging")]
+
+import make_msi  # noqa: E402
+from rig import SERVICE, Prefix  # noqa: E402
+
+RELEASE = pathlib.Path(os.environ["LINKVANE_RELEASE"])
+PACKAGE = RELEASE / "LinkvaneService.msi"
+SERVICE_KEY = rf"HKLM\SYSTEM\CurrentControlSet\Services\{SERVICE}"
+PRODUCT_KEY = rf"HKLM\{make_msi.PRODUCT_KEY}"
+
+# Windows Installer's exit codes.
+SUCCESS = 0
+INSTALL_FAILURE = 1603
+FUNCTION_FAILED = 1627  # what Wine says where Windows says 1603
+PACKAGE_INVALID = 1620
+
+
+def table(name, package=PACKAGE):
+    """The rows of a table, each a dictionary; a missing table has none."""
+    done = subprocess.run(["msiinfo", "export", package, name], capture_output=True, text=True, check=False)
+    lines = done.stdout.splitlines()
+    return [dict(zip(lines[0].split("\t"), line.split("\t"))) for line in lines[3:]]
+
+
+def row(name, key, package=PACKAGE):
+    """The row whose first column is `key`."""
+    [found] = [each for each in table(name, package) if next(iter(each.values())) == key]
+    return found
+
+
+def product_code(package):
+    return row("Property", "ProductCode", package)["Value"]
+
+
+def newer_version(folder, package):
+    """A package of version 1.0.1: the same executable with other numbers in its version resource."""
+    files = folder / "newer"
+    shutil.rmtree(files, ignore_errors=True)
+    files.mkdir(parents=True)
+    shutil.copy(RELEASE / "licences.txt", files)
+    content = (RELEASE / "LinkvaneService.exe").read_bytes()
+    old = ".".join(map(str, make_msi.file_version(RELEASE / "LinkvaneService.exe")))
+    numbers = re.compile(re.escape(b"\xbd\x04\xef\xfe\x00\x00\x01\x00") + b".{16}", re.DOTALL)
+    new_numbers = b"\xbd\x04\xef\xfe\x00\x00\x01\x00" + 2 * b"\x00\x00\x01\x00\x00\x00\x01\x00"
+    content = content.replace(old.encode("utf-16-le"), "1.0.1.0".encode("utf-16-le"))
+    content, replaced = numbers.subn(lambda _: new_numbers, content)
+    assert replaced == 1, replaced
+    (files / "LinkvaneService.exe").write_bytes(content)
+    os.environ["SOURCE_DATE_EPOCH"] = "1700000000"
+    make_msi.make(files, package)
+
+
+def failing(package, result):
+    """The same package with an action that fails when all is done but the end."""
+    shutil.copy(package, result)
+    # A program by its path, in the transaction; its exit code counts.
+    subprocess.run(["msibuild", result, "-q",
+                    *make_msi.action("Fail", 34 + 1024 + 2048, "System64Folder",
+                                     '"[System64Folder]cmd.exe" /c exit 1', "NOT REMOVE", 6550)], check=True)
+
+
+class Installer:
+    """Windows Installer in a prefix; packages lie in C:\\Deploy."""
+
+    def __init__(self, prefix):
+        self.prefix = prefix
+        self.seconds = 0.0
+        prefix.path(r"C:\Deploy").mkdir(exist_ok=True)
+
+    def bring(self, package, name=None):
+        shutil.copyfile(package, self.prefix.path("C:\\Deploy\\" + (name or package.name)))
+
+    def run(self, *arguments):
+        """msiexec's exit code."""
+        started = time.monotonic()
+        code, _ = self.prefix.run_lines("msiexec " + " ".join(arguments), folder=r"C:\Deploy")
+        self.seconds = time.monotonic() - started
+        return code
+
+
+def registry(prefix, *keys):
+    """The lines of registry keys and all below them, each with its key in front."""
+    lines = set()
+    for key in keys:
+        code, _ = prefix.run_lines(rf"reg export {key} C:\export.reg /y >nul")
+        assert code == 0, key
+        file = prefix.path(r"C:\export.reg")
+        text = re.sub(r"\\\r\n\s*", "", file.read_bytes().decode("utf-16"))
+        file.unlink()
+        section = ""
+        for line in text.splitlines():
+            section = line if line.startswith("[") else section
+            if line:
+                lines.add(section if line == section else f"{section} {line}")
+    return lines
+
+
+def files(prefix):
+    """Every file and folder of drive C, with the size of a file."""
+    return {f"{path.relative_to(prefix.folder / 'drive_c')} {'' if path.is_dir() else path.stat().st_size}"
+            for path in (prefix.folder / "drive_c").rglob("*") if not path.is_symlink()}
