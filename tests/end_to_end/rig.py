@@ -41,6 +41,10 @@ class Prefix:
     def __exit__(self, *_):
         self._script("end")
 
+    def end(self):
+        """Ends everything that runs; the next program boots it anew."""
+        self._script("end")
+
     def _script(self, verb):
         subprocess.run([ROOT / "scripts/wine-prefix", verb, self.folder], check=True,
                        stdin=subprocess.DEVNULL, timeout=600)

@@ -22,8 +22,7 @@ PRODUCT_KEY = rf"HKLM\{make_msi.PRODUCT_KEY}"
 # Windows Installer's exit codes.
 SUCCESS = 0
 INSTALL_FAILURE = 1603
-FUNCTION_FAILED = 1627  # what Wine says where Windows says 1603
-PACKAGE_INVALID = 1620
+FUNCTION_FAILED = 1627  # Wine's for a failed action (Windows: 1603) and a damaged package (1620)
 
 
 def table(name, package=PACKAGE):

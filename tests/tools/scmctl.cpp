@@ -8,6 +8,7 @@
 //     scmctl end NAME MILLISECONDS      asks for a stop, waits for the process to be gone and prints
 //                                       the exit code of service and process
 //     scmctl config NAME                prints how the service is registered, a line a field
+//     scmctl doom NAME MILLISECONDS     deletes it and keeps it open for so long: marked for deletion
 //
 // The exit code is 0, or 1 with one line that names the failed call and its error, or 2 for a
 // command line that is none of these.
@@ -220,8 +221,22 @@ int Config(const wchar_t* name) {
     return 0;
 }
 
+int Doom(const wchar_t* name, DWORD milliseconds) {
+    const UniqueServiceHandle service = Open(name, DELETE);
+    if (!service) {
+        return Fail("OpenService");
+    }
+    if (DeleteService(service.Get()) == FALSE) {
+        return Fail("DeleteService");
+    }
+    std::printf("doomed\n");
+    std::fflush(stdout);
+    Sleep(milliseconds);
+    return 0;
+}
+
 int Usage() {
-    std::printf("usage: scmctl start|stop|state|config NAME | wait NAME STATE MS | end NAME MS\n");
+    std::printf("usage: scmctl start|stop|state|config NAME | wait NAME STATE MS | end|doom NAME MS\n");
     return kUsage;
 }
 
@@ -247,6 +262,9 @@ int wmain(int argumentCount, wchar_t** arguments) {
     }
     if (command == L"end" && argumentCount > 3) {
         return End(name, std::wcstoul(arguments[3], nullptr, 10));
+    }
+    if (command == L"doom" && argumentCount > 3) {
+        return Doom(name, std::wcstoul(arguments[3], nullptr, 10));
     }
     if (command == L"wait" && argumentCount > 4) {
         const std::wstring_view wide = arguments[3];

@@ -1,0 +1,113 @@
+"""What the installer makes of machines and packages that are not as they should be."""
+
+import os
+import pathlib
+import shutil
+import subprocess
+import unittest
+
+from packages import (FUNCTION_FAILED, INSTALL_FAILURE, PACKAGE, PRODUCT_KEY, RELEASE, ROOT, SERVICE, SUCCESS, Installer,
+                      Prefix, newer_version)
+from rig import SCMCTL
+
+STATES_KEY = PRODUCT_KEY + r"\WlanPowerStatus"
+NO_SERVICE = (1, "OpenService: error 1060")
+
+
+class Machines(unittest.TestCase):
+    """Each test begins and ends with a machine on which nothing is installed."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.prefix = cls.enterClassContext(Prefix())
+        cls.installer = Installer(cls.prefix)
+        cls.installer.bring(PACKAGE)
+
+    def install(self, arguments, expected=SUCCESS):
+        self.assertEqual(self.installer.run(arguments, "/qn"), expected)
+
+    def remove(self, arguments=""):
+        self.install("/x LinkvaneService.msi " + arguments)
+
+    def expect_nothing_installed(self):
+        self.assertEqual(self.prefix.scm("state", SERVICE), NO_SERVICE)
+        self.assertFalse(self.prefix.path(r"C:\Program Files\Orva").exists())
+        self.assertFalse(self.prefix.registry_key_exists(PRODUCT_KEY))
+        self.assertFalse(self.prefix.registry_key_exists(
+            rf"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\{SERVICE}"))
+
+    def test_service_installed_elsewhere_runs_from_the_new_folder_after_a_restart(self):
+        elsewhere = self.prefix.copy_in(RELEASE / "LinkvaneService.exe", r"C:\By hand\LinkvaneService.exe")
+        self.prefix.run(elsewhere, "-install")
+        self.assertEqual(self.prefix.scm("start", SERVICE), (0, ""))
+        folder = pathlib.Path(os.environ["LINKVANE_E2E_PREFIX"] + ".packages")
+        newer_version(folder, folder / "Newer.msi")
+        self.installer.bring(folder / "Newer.msi")
+        self.install("/i Newer.msi")
+        # Windows reads the path at each start of a service, Wine at each of its own.
+        self.prefix.end()
+        self.assertEqual(self.prefix.scm("wait", SERVICE, "RUNNING", "60000")[0], 0)
+        starts = [message for _, _, message in self.prefix.log_lines() if message.endswith(" in OnStart")]
+        self.assertEqual(starts[-1], "Linkvane Service (1.0.1.0) in OnStart")
+        self.install("/x Newer.msi REMOVELOGS=1")
+        self.expect_nothing_installed()
+
+    def test_start_can_be_left_to_the_next_restart(self):
+        self.install("/i LinkvaneService.msi STARTSERVICE=0")
+        self.assertEqual(self.prefix.scm("state", SERVICE), (0, "STOPPED"))
+        self.remove()
+        self.expect_nothing_installed()
+
+    def test_chosen_folder_is_found_again_by_an_upgrade(self):
+        self.install(r'/i LinkvaneService.msi INSTALLFOLDER="C:\Tools\Cable and Wi-Fi" STARTSERVICE=0')
+        self.remove("UPGRADINGPRODUCTCODE={5B8E6B0F-52B5-4D43-8C55-BD6C0B7A0F6E}")
+        self.install("/i LinkvaneService.msi STARTSERVICE=0")
+        self.assertTrue(self.prefix.path(r"C:\Tools\Cable and Wi-Fi\LinkvaneService.exe").exists())
+        code, config = self.prefix.scm("config", SERVICE)
+        self.assertEqual(code, 0)
+        self.assertIn(r"C:\Tools\Cable and Wi-Fi\LinkvaneService.exe", config)
+        self.remove()
+        self.expect_nothing_installed()
+        self.assertFalse(self.prefix.path(r"C:\Tools\Cable and Wi-Fi").exists())
+
+    def test_removal_forgets_choices_unless_told_to_keep_them(self):
+        for arguments, kept in (("KEEPSTATES=1", True), ("", False)):
+            with self.subTest(arguments=arguments):
+                self.install("/i LinkvaneService.msi STARTSERVICE=0")
+                self.prefix.set_registry_text(STATES_KEY, "PowerOnOff", "False")
+                self.remove(arguments)
+                self.assertEqual(self.prefix.registry_key_exists(STATES_KEY), kept)
+        self.expect_nothing_installed()
+
+    def test_removal_takes_the_logs_of_the_service_alone_when_told_to(self):
+        self.install("/i LinkvaneService.msi")
+        self.assertEqual(self.prefix.scm("wait", SERVICE, "RUNNING", "60000")[0], 0)
+        others = self.prefix.log_folder() / "Another.log"
+        others.write_text("another program's")
+        self.remove("REMOVELOGS=1")
+        self.assertEqual(list(others.parent.iterdir()), [others])
+        shutil.rmtree(others.parent)
+
+    def test_service_marked_for_deletion_fails_the_installation(self):
+        executable = self.prefix.copy_in(RELEASE / "LinkvaneService.exe", r"C:\By hand\LinkvaneService.exe")
+        self.prefix.run(executable, "-install")
+        with subprocess.Popen([ROOT / "scripts/run-wine", SCMCTL, "doom", SERVICE, "60000"],
+                              env={**os.environ, "LINKVANE_WINEPREFIX": str(self.prefix.folder)},
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE) as holder:
+            self.assertEqual(holder.stdout.readline().strip(), b"doomed")
+            self.install("/i LinkvaneService.msi", INSTALL_FAILURE)
+            holder.terminate()
+        self.expect_nothing_installed()
+
+    def test_damaged_package_is_refused(self):
+        whole = PACKAGE.read_bytes()
+        self.prefix.path(r"C:\Deploy\Cut.msi").write_bytes(whole[:len(whole) // 2])
+        self.prefix.path(r"C:\Deploy\Text.msi").write_bytes(b"no package")
+        for name in ("Cut.msi", "Text.msi"):
+            with self.subTest(name=name):
+                self.install(f"/i {name}", FUNCTION_FAILED)
+                self.expect_nothing_installed()
+
+
+if __name__ == "__main__":
+    unittest.main()
