@@ -71,7 +71,7 @@ class Prefix:
         """Runs lines of a batch file in a folder; gives the last one's whole exit code. (A program's own
         arrives here cut to a byte.)"""
         batch = self.path(r"C:\lines.bat")
-        batch.write_text("\r\n".join(["@echo off", f"cd /d {folder}", *lines, r"echo %errorlevel%>C:\code.txt", ""]))
+        batch.write_text("\r\n".join(["@echo off", f"cd /d {folder}", *lines, r">C:\code.txt echo %errorlevel%", ""]))
         _, output = self.run("cmd.exe", "/c", r"C:\lines.bat")
         code = int(self.path(r"C:\code.txt").read_text())
         batch.unlink()
