@@ -130,6 +130,9 @@ def corrections(version, version_text):
                Table="CreateFolder", SDDLText=FOLDER_SECURITY),
         *action("UseInstalledFolder", SET_PROPERTY, "INSTALLFOLDER", "[INSTALLEDFOLDER]",
                 "INSTALLEDFOLDER AND NOT INSTALLFOLDER", 60),
+        # An installation with a window settles the folders here, and hands them on.
+        insert("InstallUISequence", Action="UseInstalledFolder",
+               Condition="INSTALLEDFOLDER AND NOT INSTALLFOLDER", Sequence=60),
         *action("ForgetNothing", SET_PROPERTY, "ForgottenKey", r"SOFTWARE\Orva\Nothing",
                 'KEEPSTATES = "1"', 1510),
         forgotten("Wlan"),

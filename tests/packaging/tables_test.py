@@ -6,8 +6,8 @@ import unittest
 from packages import PACKAGE, RELEASE, make_msi, row, table
 
 
-def sequence(action):
-    return int(row("InstallExecuteSequence", action)["Sequence"])
+def sequence(action, of="InstallExecuteSequence"):
+    return int(row(of, action)["Sequence"])
 
 
 def condition(action):
@@ -94,6 +94,11 @@ class Tables(unittest.TestCase):
     def test_public_properties_reach_the_installer_s_own_process(self):
         secure = set(row("Property", "SecureCustomProperties")["Value"].split(";"))
         self.assertLessEqual({"INSTALLFOLDER", "STARTSERVICE", "KEEPSTATES", "REMOVELOGS"}, secure)
+
+    def test_chosen_folder_is_looked_up_before_folders_are_settled(self):
+        for of in ("InstallExecuteSequence", "InstallUISequence"):
+            self.assertLess(sequence("AppSearch", of), sequence("UseInstalledFolder", of))
+            self.assertLess(sequence("UseInstalledFolder", of), sequence("CostInitialize", of))
 
     def test_every_action_in_the_sequence_is_known(self):
         standard = {"FindRelatedProducts", "AppSearch", "LaunchConditions", "ValidateProductID", "CostInitialize",
