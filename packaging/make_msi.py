@@ -92,12 +92,19 @@ def forgotten(radio):
                   Name="-", Component_="Service")
 
 
-def corrections(version, version_text):
+def program_file(number, program):
+    """A program's entry in the File table: a short name before the long one, and its version, by which it
+    is replaced."""
+    version = ".".join(map(str, file_version(program)))
+    return [f"UPDATE `File` SET `FileName`='{program.stem[:6].upper()}~{number}.EXE|{program.name}', "
+            f"`Version`='{version}', `Language`='1033' WHERE `File`='{program.name}'",
+            f"DELETE FROM `MsiFileHash` WHERE `File_`='{program.name}'"]
+
+
+def corrections(version, programs):
     """What wixl cannot say, or says wrongly."""
     return [
-        "UPDATE `File` SET `FileName`='LINKVANE.EXE|LinkvaneService.exe', "
-        f"`Version`='{version_text}', `Language`='1033' WHERE `File`='LinkvaneService.exe'",
-        "DELETE FROM `MsiFileHash` WHERE `File_`='LinkvaneService.exe'",
+        *(statement for number, program in enumerate(programs, 1) for statement in program_file(number, program)),
         # REG_EXPAND_SZ.
         """UPDATE `Registry` SET `Value`='#%"[#LinkvaneService.exe]"' WHERE `Registry`='ImagePath'""",
         "UPDATE `Registry` SET `Value`='#%[#LinkvaneService.exe]' WHERE `Registry`='MessageFile'",
@@ -161,19 +168,17 @@ def set_summary(package, code, stamp):
 
 
 def make(folder, package):
-    executable = folder / "LinkvaneService.exe"
-    numbers = file_version(executable)
-    version_text = ".".join(map(str, numbers))
+    numbers = file_version(folder / "LinkvaneService.exe")
     # Windows Installer compares three numbers.
     version = ".".join(map(str, numbers[:3]))
     seconds = int(os.environ["SOURCE_DATE_EPOCH"])
     for file in folder.iterdir():
         os.utime(file, (seconds, seconds))
     run_wixl(folder, package, {
-        "Version": version, "FileVersion": version_text,
+        "Version": version, "FileVersion": ".".join(map(str, numbers)),
         "UpgradeCode": UPGRADE_CODE, "ProductCode": content_code("product", folder),
         "ProductKey": PRODUCT_KEY, "EventSourceKey": EVENT_SOURCE_KEY})
-    subprocess.run(["msibuild", package, "-q", *corrections(version, version_text)], check=True)
+    subprocess.run(["msibuild", package, "-q", *corrections(version, sorted(folder.glob("*.exe")))], check=True)
     set_summary(package, content_code("package", folder), time.strftime("%Y/%m/%d %H:%M:%S", time.gmtime(seconds)))
 
 

@@ -30,11 +30,12 @@ class Page(unittest.TestCase):
     def test_commands_for_debian_work(self):
         home = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
         release = home / "release"
-        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=Company",
-                        "-addext", "extendedKeyUsage=codeSigning", "-keyout", home / "key.pem",
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2",
+                        "-subj", "/CN=Company", "-addext", "extendedKeyUsage=codeSigning", "-keyout", home / "key.pem",
                         "-out", home / "company.pem"], check=True, capture_output=True)
-        subprocess.run(["openssl", "pkcs12", "-export", "-passout", "pass:the file's password", "-inkey", home / "key.pem",
-                        "-in", home / "company.pem", "-out", home / "company.p12"], check=True)
+        subprocess.run(["openssl", "pkcs12", "-export", "-passout", "pass:the file's password",
+                        "-inkey", home / "key.pem", "-in", home / "company.pem", "-out", home / "company.p12"],
+                       check=True)
         script = "\n".join(["set -e", *commands("sh")]).replace("cd build/release", f"cd {release}")
         script = script.replace("build/release/", f"{release}/")
         done = subprocess.run(["bash", "-c", script], cwd=ROOT, check=False, capture_output=True, text=True,
@@ -49,7 +50,8 @@ class Page(unittest.TestCase):
         folder = prefix.path(r"C:\Deploy")
         shutil.copytree(RELEASE, folder, dirs_exist_ok=True)
         (folder / "newer").mkdir()
-        newer_version(pathlib.Path(os.environ["LINKVANE_E2E_PREFIX"] + ".packages"), folder / "newer/LinkvaneService.msi")
+        newer_version(pathlib.Path(os.environ["LINKVANE_E2E_PREFIX"] + ".packages"),
+                      folder / "newer/LinkvaneService.msi")
         for line in commands("bat"):
             with self.subTest(line=line):
                 code, output = prefix.run_lines(line, folder=r"C:\Deploy")

@@ -6,8 +6,8 @@ import shutil
 import subprocess
 import unittest
 
-from packages import (FUNCTION_FAILED, INSTALL_FAILURE, PACKAGE, PRODUCT_KEY, RELEASE, ROOT, SERVICE, SUCCESS, Installer,
-                      Prefix, newer_version)
+from packages import (FUNCTION_FAILED, INSTALL_FAILURE, PACKAGE, PRODUCT_KEY, RELEASE, ROOT, SERVICE, SUCCESS,
+                      Installer, Prefix, newer_version)
 from rig import SCMCTL
 
 STATES_KEY = PRODUCT_KEY + r"\WlanPowerStatus"

@@ -7,8 +7,8 @@ import re
 import shutil
 import unittest
 
-from packages import (FUNCTION_FAILED, INSTALL_FAILURE, PACKAGE, PRODUCT_KEY, RELEASE, SERVICE, SERVICE_KEY, SUCCESS, Installer, Prefix,
-                      failing, files, newer_version, product_code, registry)
+from packages import (FUNCTION_FAILED, INSTALL_FAILURE, PACKAGE, PRODUCT_KEY, RELEASE, SERVICE, SERVICE_KEY, SUCCESS,
+                      Installer, Prefix, failing, files, newer_version, product_code, registry)
 from notebook.runner.machine import FOLDER, Machine
 
 POLICY_KEY = rf"HKLM\Software\Policies\Orva\Orva Brimlet Support\{SERVICE}"

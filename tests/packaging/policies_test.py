@@ -98,7 +98,8 @@ class Template(unittest.TestCase):
     def test_switch_writes_0_and_1(self):
         for policy in self.policies:
             if policy.get("valueName") == "QueuedWrites":
-                values = [policy.find(f"{state}Value/decimal", NAMESPACE).get("value") for state in ("enabled", "disabled")]
+                values = [policy.find(f"{state}Value/decimal", NAMESPACE).get("value")
+                          for state in ("enabled", "disabled")]
                 self.assertEqual(values, ["1", "0"])
 
     def test_every_reference_leads_somewhere_and_nothing_is_left_over(self):

@@ -38,8 +38,8 @@ class Release(unittest.TestCase):
         self.assertEqual(set(content(RELEASE)), {
             "LinkvaneService.exe", "LinkvaneService.exe.debug", "LinkvaneService.msi", "licences.txt",
             "bom.cdx.json", "SHA256SUMS", "policies/LinkvaneService.admx", "policies/en-US/LinkvaneService.adml",
-            "policies/de-DE/LinkvaneService.adml", "docs/deployment.md", "docs/operations.md", "docs/logging.md", "docs/real-notebooks.md",
-            "docs/CHANGELOG.md"})
+            "policies/de-DE/LinkvaneService.adml", "docs/deployment.md", "docs/operations.md", "docs/logging.md",
+            "docs/real-notebooks.md", "docs/CHANGELOG.md"})
 
     def test_sums_are_right_and_cover_every_file(self):
         lines = (RELEASE / "SHA256SUMS").read_text().splitlines()
@@ -54,12 +54,13 @@ class Release(unittest.TestCase):
         self.assertEqual(".".join(map(str, make_msi.file_version(EXECUTABLE))), version)
         self.assertEqual(row("Property", "ProductVersion")["Value"], short)
         self.assertEqual(row("Registry", "InstalledVersion")["Value"], version)
-        self.assertEqual(json.loads((RELEASE / "bom.cdx.json").read_text())["metadata"]["component"]["version"], version)
+        bill = json.loads((RELEASE / "bom.cdx.json").read_text())
+        self.assertEqual(bill["metadata"]["component"]["version"], version)
         self.assertEqual(re.search(r"(?m)^## (.*)$", (RELEASE / "docs/CHANGELOG.md").read_text())[1], short)
 
     def test_symbols_belong_to_the_executable(self):
-        sections = subprocess.run(["x86_64-w64-mingw32-objdump", "-h", RELEASE / "LinkvaneService.exe.debug"], check=True,
-                                  capture_output=True, text=True).stdout
+        sections = subprocess.run(["x86_64-w64-mingw32-objdump", "-h", RELEASE / "LinkvaneService.exe.debug"],
+                                  check=True, capture_output=True, text=True).stdout
         self.assertIn(".debug_info", sections)
         link = subprocess.run(["x86_64-w64-mingw32-objdump", "-s", "-j", ".gnu_debuglink", EXECUTABLE], check=True,
                               capture_output=True, text=True).stdout
@@ -118,8 +119,9 @@ class Signing(unittest.TestCase):
         cls.folder = pathlib.Path(cls.enterClassContext(tempfile.TemporaryDirectory()))
         cls.certificate = cls.folder / "certificate.pem"
         key, cls.pkcs12 = cls.folder / "key.pem", cls.folder / "signer.p12"
-        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", "/CN=Thrown away",
-                        "-addext", "extendedKeyUsage=codeSigning", "-keyout", key, "-out", cls.certificate],
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2",
+                        "-subj", "/CN=Thrown away", "-addext", "extendedKeyUsage=codeSigning", "-keyout", key,
+                        "-out", cls.certificate],
                        check=True, capture_output=True)
         subprocess.run(["openssl", "pkcs12", "-export", "-passout", "pass:a b$c", "-inkey", key, "-in", cls.certificate,
                         "-out", cls.pkcs12], check=True)

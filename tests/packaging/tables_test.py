@@ -39,7 +39,7 @@ class Tables(unittest.TestCase):
                 self.assertEqual(int(each["FileSize"]), (RELEASE / each["File"]).stat().st_size)
                 self.assertEqual(each["Version"], version if each["File"].endswith(".exe") else "")
                 # Names have 8.3 characters, or such a name before them.
-                self.assertRegex(each["FileName"], r"^\w{1,8}\.\w{1,3}(\|.*)?$")
+                self.assertRegex(each["FileName"], r"^[\w~]{1,8}\.\w{1,3}(\|.*)?$")
 
     def test_installation_fails_when_the_service_cannot_be_registered(self):
         [service] = table("ServiceInstall")
