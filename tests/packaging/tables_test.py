@@ -28,7 +28,7 @@ class Tables(unittest.TestCase):
             "NOT WIX_DOWNGRADE_DETECTED":
                 "A newer version of Linkvane Service is installed. Remove it first to go back to this one.",
             "Privileged": "Linkvane Service can be installed by an administrator only.",
-            "VersionNT >= 601": "Linkvane Service needs Windows 7 or later.",
+            "VersionNT >= 602": "Linkvane Service needs Windows 8 or later.",
         })
 
     def test_files_have_their_real_size_and_version(self):
