@@ -4,6 +4,16 @@ target_compile_features(linkvane_options INTERFACE cxx_std_20)
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 
+if(NOT WIN32)
+  target_compile_options(linkvane_options INTERFACE
+    -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -fstack-protector-strong)
+  if(LINKVANE_SANITIZE)
+    target_compile_options(linkvane_options INTERFACE -fsanitize=address,undefined -fno-sanitize-recover=all)
+    target_link_options(linkvane_options INTERFACE -fsanitize=address,undefined)
+  endif()
+  return()
+endif()
+
 # Windows 8 is the oldest system supported. The declarations are those of Windows 7: what came later is looked
 # up at run time. Wide-character API throughout.
 target_compile_definitions(linkvane_options INTERFACE

@@ -122,6 +122,11 @@ class Machine:
     def log_file(self):
         return self.log_folder() / "LinkvaneService.log"
 
+    def copy_logs(self, folder):
+        """Copies all files of the log, the newest and the numbered ones, into a new folder."""
+        shutil.rmtree(folder, ignore_errors=True)
+        shutil.copytree(self.log_folder(), folder)
+
     def _wine_prefix(self, verb):
         subprocess.run([ROOT / "scripts/wine-prefix", verb, self.prefix], check=True,
                        stdin=subprocess.DEVNULL, timeout=600)

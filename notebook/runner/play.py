@@ -29,6 +29,8 @@ def arguments():
                         help="writes to a file what got its second chance, and why; no file when nothing did")
     parser.add_argument("--record", action="store_true", help="writes the log sections anew, to be read")
     parser.add_argument("--verbose", action="store_true", help="tells every scenario's story")
+    parser.add_argument("--logs", type=pathlib.Path, metavar="FOLDER",
+                        help="keeps the service's log of every scenario there, in a folder of its name")
     parser.add_argument("--programs", default=ROOT / "build/cross/bin", help="where the programs are")
     parser.add_argument("--prefixes", default=ROOT / "build/wine", help="where Wine prefixes are made")
     return parser.parse_args()
@@ -117,7 +119,11 @@ class Runner:
         scenario.machine = f"{scenario.machine} {also}"
         story.append(scenario.title)
         recording = {} if self._options.record else None
-        Player(machine, scenario, story.append, recording).play()
+        try:
+            Player(machine, scenario, story.append, recording).play()
+        finally:
+            if self._options.logs:
+                machine.copy_logs(self._options.logs / path.stem)
         if recording is not None:
             path.write_text(with_recorded_log(path.read_text(encoding="utf-8"), recording),
                             encoding="utf-8")

@@ -11,7 +11,10 @@ LINKVANE_PACKAGES=(
     msitools wixl osslsigncode python3-pefile  # the release
     wine64                            # the test bed
     libwine-dev mingw-w64-tools       # the simulated notebook's proxies: their IDL, and widl
+    g++ libcli11-dev libfmt-dev nlohmann-json3-dev  # what looks at logs
 )
+# What looks at logs needs no more than these.
+LINKVANE_DOCTOR_PACKAGES=(ccache cmake ninja-build g++ googletest libcli11-dev libfmt-dev nlohmann-json3-dev)
 # Only for one mode each.
 LINKVANE_BENCH_PACKAGES=(libfmt-dev libspdlog-dev)
 LINKVANE_COVERAGE_PACKAGES=(gcovr)

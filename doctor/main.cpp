@@ -1,0 +1,54 @@
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+
+#include <string>
+#include <vector>
+
+#include "doctor/command_line.h"
+
+#ifdef _WIN32
+#include <windows.h>
+#endif
+
+namespace {
+
+/// CLI11 wants the arguments without the program, and the last one first.
+int Run(std::vector<std::string> arguments) {
+    CLI::App app("What the Linkvane service did, and why", "LinkvaneDoctor");
+    app.require_subcommand(1);
+    app.set_version_flag("--version", LINKVANE_VERSION);
+    int exitCode = 0;
+    Doctor::AddWhyCommand(app, exitCode);
+    try {
+        app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error);
+    }
+    return exitCode;
+}
+
+}  // namespace
+
+#ifdef _WIN32
+
+int wmain(int count, wchar_t** arguments) {
+    SetConsoleOutputCP(CP_UTF8);
+    std::vector<std::string> texts;
+    for (int i = 1; i < count; ++i) {
+        const int bytes = WideCharToMultiByte(CP_UTF8, 0, arguments[i], -1, nullptr, 0, nullptr, nullptr);
+        std::string text(bytes > 0 ? static_cast<std::size_t>(bytes) : 1, '\0');
+        WideCharToMultiByte(CP_UTF8, 0, arguments[i], -1, text.data(), bytes, nullptr, nullptr);
+        text.pop_back();
+        texts.push_back(std::move(text));
+    }
+    return Run(std::move(texts));
+}
+
+#else
+
+int main(int count, char** arguments) {
+    return Run(std::vector<std::string>(arguments + 1, arguments + count));
+}
+
+#endif
