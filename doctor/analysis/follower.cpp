@@ -14,6 +14,8 @@ constexpr std::size_t kMostStory = 20000;
 constexpr Time kErrorRepeatMs = 60000;
 /// How long after a resume events still tell of what happened during the sleep.
 constexpr Time kAfterWakeMs = 5000;
+/// WBEM_S_FALSE (WMI error constants): the query found nothing.
+constexpr std::int64_t kNoSuchSetting = 1;
 /// Threads come and go with numbers of their own; those that say nothing any more are let go.
 constexpr std::size_t kMostThreads = 4096;
 
@@ -277,11 +279,18 @@ bool Follower::HandleFirmware(Thread& /*thread*/, const LogLine& line, const Rea
     switch (reading.said) {
         case Said::kFirmwareAsked:
             m_now.readingFirmware = true;
-            m_firmwareError.reset();
+            return true;
+        case Said::kFirmwareAnswered:
+            if (!reading.text.empty()) {
+                m_firmwareError.reset();
+            }
             return true;
         case Said::kFirmwareRefused:
         case Said::kFirmwareThrew:
-            m_firmwareError = proof;
+            // That there is no such setting is an answer.
+            if (reading.numbers[0] != kNoSuchSetting) {
+                m_firmwareError = proof;
+            }
             return true;
         case Said::kWlanHalfOn:
         case Said::kWlanHalfOnByOtherName:
@@ -306,6 +315,7 @@ bool Follower::HandleFirmware(Thread& /*thread*/, const LogLine& line, const Rea
             if (half.half != Half::kEnabled && reading.text.starts_with('*')) {
                 SetHalf(radio, Half::kDisabled, reading, proof);
             }
+            m_firmwareError.reset();
             return true;
         }
         case Said::kFirmwareRead:

@@ -37,6 +37,11 @@ bool IsFailure(Outcome outcome) {
     }
 }
 
+/// A remembered text that the service does not write.
+bool IsOdd(std::string_view text) {
+    return !text.empty() && text != "True" && text != "False";
+}
+
 std::string OutcomeText(const Decision& decision) {
     const std::string wish =
         fmt::format("switch {} {}", RadioWord(decision.radio), decision.on ? "on" : "off");
@@ -98,6 +103,7 @@ Decision& Follower::DecisionOf(Thread& thread, Radio radio, bool on, const LogLi
                             .proof = proof};
     }
     decision->until = line.time;
+    Publish(thread, radio);
     return *decision;
 }
 
@@ -122,6 +128,10 @@ void Follower::Succeed(Thread& thread, Radio radio, Outcome outcome, const LogLi
                        const Proof& proof) {
     Decision* const decision = CurrentDecision(thread, radio);
     if (decision == nullptr) {
+        return;
+    }
+    if (IsFailure(decision->outcome) && m_now.Of(radio).state == State::kUnknown) {
+        // A radio that cannot be read counts as off: that it then has the wanted state means nothing.
         return;
     }
     // A retry that finds nothing to do any more belongs to the switch before it.
@@ -487,6 +497,7 @@ bool Follower::HandleWwanFailure(Thread& thread, const LogLine& line, const Read
         case Said::kWwanAbsentForStart:
         case Said::kWwanAbsentForSwitch:
         case Said::kWwanAbsentForRetry:
+            Succeed(thread, Radio::kWwan, Outcome::kNoModem, line, proof);
             if (!m_now.noModem) {
                 m_now.noModem = proof;
             }
@@ -625,6 +636,12 @@ void Follower::Store(Thread& thread, const Proof& proof) {
     const auto [who, why] = WhoStored(thread, radio, state == State::kOn);
     RadioSituation& now = m_now.Of(radio);
     Lane& lane = m_history.RememberedOf(radio);
+    if (who != Who::kService || state == State::kOn) {
+        now.rememberedOdd.reset();
+    } else if (state == State::kOff && IsOdd(now.rememberedText)) {
+        // The service's own switch-off, for a text that counts as off, was taken for the user's.
+        now.rememberedOdd = now.rememberedProof;
+    }
     if (now.remembered != state) {
         Tell(StoryKind::kRemembered, proof.time, proof, lane.Id(), who, Severity::kNote,
              fmt::format("{}: remembered as {} ({})", RadioWord(radio), state == State::kOn ? "on" : "off",

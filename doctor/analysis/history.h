@@ -135,6 +135,8 @@ struct RadioSituation {
     Who rememberedBy = Who::kUnknown;
     std::string rememberedText;
     std::optional<Proof> rememberedProof;
+    /// A text that the service does not write was read, and has become "False" since.
+    std::optional<Proof> rememberedOdd;
     /// The last decision, and the last that failed and was not made good.
     std::optional<Decision> decision;
     std::optional<Decision> failure;

@@ -141,7 +141,7 @@ void JudgeService(const Situation& now, std::optional<std::pair<Time, Time>> end
 bool IsSwitching(const RadioSituation& radio) {
     return radio.decision && radio.decision->outcome != Outcome::kDone &&
            radio.decision->outcome != Outcome::kNothingToDo &&
-           radio.decision->outcome != Outcome::kAirplaneMode;
+           radio.decision->outcome != Outcome::kAirplaneMode && radio.decision->outcome != Outcome::kNoModem;
 }
 
 /// What the service is in the middle of, when that explains why nothing else has happened.
@@ -149,6 +149,9 @@ void JudgeWaiting(const Situation& now, Findings& findings) {
     for (const Waiting& waiting : now.waiting) {
         const std::optional<Proof> proof = waiting.lastLine;
         const std::string_view operation = waiting.lastLine.operation;
+        if (waiting.lastLine.level == Level::kTraceOut) {
+            continue;
+        }
         if (operation == "NLMUtils::GetBIOSValue") {
             findings.Add(Cause::kWaitingForFirmware,
                          fmt::format("The service still waits for the firmware settings, since {}",
@@ -263,6 +266,13 @@ bool JudgeRemembered(const Situation& now, const RadioCauses& causes, Findings& 
                         "service's own word",
                         RadioWord(causes.radio), radio.rememberedText),
             {&radio.rememberedProof});
+    } else if (radio.rememberedOdd) {
+        findings.Add(
+            causes.rememberedOdd,
+            fmt::format("{} is off because a text was remembered that is not the service's own and counts "
+                        "as off; the service has stored \"False\" since",
+                        RadioWord(causes.radio)),
+            {&radio.rememberedOdd, &radio.rememberedProof});
     } else if (radio.rememberedBy == Who::kUser) {
         findings.Add(causes.userOff,
                      fmt::format("{} is off because its user turned it off at {}; that is remembered",

@@ -1,6 +1,7 @@
 """One simulated notebook: a Wine prefix with the shipped service, stand-in devices and a controller
 that is spoken to through pipes."""
 
+import json
 import os
 import pathlib
 import shlex
@@ -13,6 +14,8 @@ from .log import WORKER_ENDS
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 FOLDER = "C:\\Program Files\\Orva\\Linkvane"
 SERVICE = "LinkvaneService.exe"
+# It runs here, not in the notebook: what it reads are files.
+DOCTOR = ROOT / "build/native/bin/LinkvaneDoctor"
 # No answer takes long but the waits, which name their own time; a loaded machine may stretch it.
 PATIENCE_SECONDS = 180
 SETTLE = "settle within 180000"
@@ -121,6 +124,13 @@ class Machine:
 
     def log_file(self):
         return self.log_folder() / "LinkvaneService.log"
+
+    def why(self, *arguments):
+        """What the doctor says about the log so far: the one machine of its report."""
+        answer = subprocess.run([DOCTOR, "why", "--json", *arguments, self.log_folder()], check=True,
+                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=60)
+        [machine] = json.loads(answer.stdout)["machines"]
+        return machine
 
     def copy_logs(self, folder):
         """Copies all files of the log, the newest and the numbered ones, into a new folder."""

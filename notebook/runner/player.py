@@ -100,6 +100,13 @@ class Player:
         elif difference:
             raise Failed("the log differs (- expected, + found)\n" + "\n".join(difference))
 
+    def _play_cause(self, step):
+        time.sleep(DRAIN_SECONDS)
+        verdict = self._machine.why()["findings"][0]
+        self._row("why: " + verdict["cause"])
+        if verdict["cause"] != step.text:
+            raise Failed(f"the cause is {step.text}, but why says {verdict['cause']}: {verdict['sentence']}")
+
     def _play_silent(self, step):
         self._machine.settle()
         time.sleep(DRAIN_SECONDS)

@@ -16,6 +16,8 @@
     repeat 100                         does the indented lines so often
         plug
         unplug
+    cause cable-in                     what `why` says now about the log so far (docs/doctor.md has the
+                                       causes); every scenario names at least one
     log NLMEventHandler::NetworkConnectionConnectivityChanged
         I NLMEventHandler::NetworkConnectionConnectivityChanged| Ethernet is connected
         @wifi-switched-off             lines that have a name (scenarios/lines/)
@@ -28,6 +30,7 @@ stands for any number of lines.
 
 import dataclasses
 import pathlib
+import re
 
 STOPS = ("stop", "preshutdown")
 STOPPED_DURING = ("resume", "callback")
@@ -41,7 +44,7 @@ class ScenarioError(Exception):
 @dataclasses.dataclass
 class Step:
     kind: str
-    """do, stop, expect, within, silent, repeat, log"""
+    """do, stop, expect, within, silent, repeat, log, cause"""
     text: str
     number: int
     steps: list = dataclasses.field(default_factory=list)
@@ -119,6 +122,10 @@ class _Parser:
                               within=self._count(within, number)))
         elif word == "silent":
             steps.append(Step("silent", text, number, within=self._count(rest, number)))
+        elif word == "cause":
+            if not re.fullmatch(r"[a-z-]+", rest):
+                raise ScenarioError(f"line {number}: a cause is one word: {text}")
+            steps.append(Step("cause", rest, number))
         elif word in STOPS:
             steps.append(Step("stop", word, number, during=self._during(rest, number)))
         elif word == "log":

@@ -1,0 +1,195 @@
+"""What `why` says of each lane, held against what the devices did:
+`python3 -m notebook.runner.agreement [--days N] [--events N] [--overlapping] [--seed N]`
+
+Plays short days of random events and looks at the devices all the time, also while the service is at work.
+Then the lanes of the doctor's report are laid beside that: for how much of the time they say the same, say
+that they do not know, or say something wrong. What lies between two looks that differ is not counted.
+"""
+
+import argparse
+import collections
+import datetime
+import json
+import pathlib
+import random
+import sys
+import time
+
+from .machine import CommandFailed, Machine, ROOT
+from .random_day import Day
+
+KEYS = ("cable", "cables", "wifi", "wwan", "airplane", "asleep", "stored_wlan", "stored_wwan", "service")
+RADIO = {"on": "on", "off": "off"}
+STORED = {"True": "on", "missing": "on", "False": "off"}
+MOST_WRONG = 0.0
+LEAST_RIGHT = 0.99
+# The log's clock and this one tell the same time, but a line is written a little after what it tells of.
+SLACK_MS = 250
+
+
+class Watched(Machine):
+    """A machine that is looked at all the time."""
+
+    def __init__(self, prefix, programs):
+        super().__init__(prefix, programs)
+        self.looks = []
+
+    def look(self):
+        before = now_ms()
+        values = self.values(*KEYS)
+        self.looks.append((before, now_ms(), values))
+
+    def settle(self):
+        self.do("background " + self._settle)
+        self._settle = "settle within 180000"
+        while True:
+            self.look()
+            self.do("answers")
+            if self.lines:
+                break
+            time.sleep(0.02)
+        self.do("join")
+        if any("ERROR" in line for line in self.lines):
+            raise CommandFailed(" ".join(self.lines))
+        self.look()
+
+
+def now_ms():
+    """Milliseconds of local time, as the doctor counts them."""
+    local = datetime.datetime.now().replace(tzinfo=datetime.timezone.utc)
+    return int(local.timestamp() * 1000)
+
+
+def truth(values):
+    """What each lane should say."""
+    cables = dict(part.split(":") for part in values["cables"].split(","))
+    told = {"cable": "in" if "in" in cables.values() else "out",
+            "wifi": RADIO.get(values["wifi"]), "wwan": RADIO.get(values["wwan"]),
+            "airplane": values["airplane"],
+            "remembered-wlan": STORED.get(values["stored_wlan"]),
+            "remembered-wwan": STORED.get(values["stored_wwan"]),
+            "sleep": "asleep" if values["asleep"] == "yes" else "awake",
+            "runs": "running" if values["service"] == "running" else "stopped"}
+    for number, state in cables.items():
+        told["cable " + number] = state
+    return told
+
+
+def said(machine):
+    """The lanes of a report by the names that `truth` gives them."""
+    lanes = {}
+    for lane in machine["lanes"]:
+        name = lane["id"]
+        if name.startswith("cable:"):
+            name = "cable " + lane["title"].rsplit(" ", 1)[1]
+        lanes[name] = lane["intervals"]
+    return lanes
+
+
+class Tally:
+    """How much of the time a lane was right, unknown, wrong."""
+
+    def __init__(self):
+        self.milliseconds = collections.defaultdict(collections.Counter)
+        self.mistakes = []
+
+    def compare(self, looks, lanes, day):
+        for (_, begin, values), (end, _, following) in zip(looks, looks[1:]):
+            now, then = truth(values), truth(following)
+            for lane, state in now.items():
+                # What changed in between changed at a time that nobody has seen.
+                if lane in lanes and then.get(lane) == state and end > begin:
+                    self._lay_beside(lane, begin, end, state, lanes[lane], day)
+
+    def _lay_beside(self, lane, begin, end, state, intervals, day):
+        covered = 0
+        for interval in intervals:
+            length = min(end, interval["until"]) - max(begin, interval["from"])
+            if length <= 0:
+                continue
+            covered += length
+            verdict = self._judge(lane, state, interval)
+            if verdict == "wrong" and self._is_late(begin, end, state, interval, intervals):
+                verdict = "right"
+            self.milliseconds[lane][verdict] += length
+            if verdict == "wrong" and length > SLACK_MS:
+                self.mistakes.append(f"{day}: {lane} at {clock(begin)} is {state} for {length} ms, "
+                                     f"but why says {interval['state']} ({interval['why']})")
+        del covered
+
+    @staticmethod
+    def _judge(lane, state, interval):
+        told = interval["state"]
+        if told == "unknown":
+            return "unknown"
+        if lane == "runs" and told == "starting":
+            told = "running"
+        return "right" if told == state else "wrong"
+
+    @staticmethod
+    def _is_late(begin, end, state, interval, intervals):
+        """Whether what the devices say is said by a neighbour within the slack."""
+        return any(other["state"] == state and other["from"] - SLACK_MS < end
+                   and other["until"] + SLACK_MS > begin for other in intervals if other is not interval) and (
+                       min(end, interval["until"]) - max(begin, interval["from"]) <= SLACK_MS)
+
+    def show(self):
+        print(f"{'lane':18} {'right':>9} {'not known':>9} {'wrong':>9}   seconds")
+        good = True
+        for lane, counts in sorted(self.milliseconds.items()):
+            total = sum(counts.values())
+            share = {verdict: counts[verdict] / total for verdict in ("right", "unknown", "wrong")}
+            print(f"{lane:18} {share['right']:9.2%} {share['unknown']:9.2%} {share['wrong']:9.3%}   {total / 1000:.0f}")
+            good = good and counts["right"] >= LEAST_RIGHT * (total - counts["unknown"])
+        for mistake in self.mistakes[:20]:
+            print("  " + mistake)
+        return good
+
+
+def clock(milliseconds):
+    return datetime.datetime.fromtimestamp(milliseconds / 1000, datetime.timezone.utc).strftime("%H:%M:%S.%f")[:-3]
+
+
+def play_day(machine, seed, options, tally):
+    machine.begin("cables 2 modems 1")
+    machine.do("policy MaxLogSize 65536")
+    machine.looks = []
+    machine.do("start")
+    machine.settle()
+    Day(machine, seed).play(options.events, options.overlapping)
+    machine.settle()
+    report = machine.why()
+    tally.compare(machine.looks, said(report), f"seed {seed}")
+    if options.logs:
+        machine.copy_logs(options.logs / f"seed-{seed}")
+        (options.logs / f"seed-{seed}" / "looks.json").write_text(json.dumps(machine.looks), encoding="utf-8")
+
+
+def arguments():
+    parser = argparse.ArgumentParser(description="Holds what the doctor says against what the devices did.")
+    parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(1_000_000))
+    parser.add_argument("--days", type=int, default=10)
+    parser.add_argument("--events", type=int, default=20)
+    parser.add_argument("--overlapping", action="store_true", help="two events at a time")
+    parser.add_argument("--logs", type=pathlib.Path, metavar="FOLDER", help="keeps each day's log there")
+    parser.add_argument("--programs", default=ROOT / "build/cross/bin", help="where the programs are")
+    parser.add_argument("--prefixes", default=ROOT / "build/wine", help="where Wine prefixes are made")
+    parser.add_argument("--name", default="notebook-agreement", help="the Wine prefix to make")
+    return parser.parse_args()
+
+
+def main():
+    options = arguments()
+    tally = Tally()
+    with Watched(pathlib.Path(options.prefixes) / options.name, options.programs) as machine:
+        for seed in range(options.seed, options.seed + options.days):
+            print(f"seed {seed}{' overlapping' if options.overlapping else ''}", flush=True)
+            try:
+                play_day(machine, seed, options, tally)
+            except CommandFailed as failure:
+                print(f"the day was spoilt: {failure}", flush=True)
+    return 0 if tally.show() else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
