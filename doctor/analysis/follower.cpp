@@ -94,6 +94,9 @@ void Follower::Take(const LogLine& line, Place place) {
             m_threads.clear();
         }
     }
+    if (m_wakeEnds && line.time > *m_wakeEnds) {
+        EndDoubts();
+    }
     const Reading reading = Read(line.operation, line.text);
     Thread& thread = m_threads[line.thread];
     if (reading.said == Said::kNothingKnown && line.level < Level::kWarning) {
@@ -210,6 +213,7 @@ void Follower::BeginRun(const LogLine& line, const Proof& proof) {
     m_own[0] = {};
     m_own[1] = {};
     m_firmwareError.reset();
+    m_listed.reset();
     const std::string version = std::move(m_now.version);
     const RadioSituation wifi = std::move(m_now.wifi);
     const RadioSituation wwan = std::move(m_now.wwan);
@@ -272,6 +276,18 @@ void Follower::Wake(Thread& thread, const LogLine& line, const Proof& proof) {
 
 void Follower::EndWake(Time time) {
     m_wakeEnds = time + kAfterWakeMs;
+}
+
+/// What happened during the sleep has been told by now; from here on changes are seen as they happen.
+void Follower::EndDoubts() {
+    m_wakeEnds.reset();
+    for (Lane* const lane :
+         {&m_history.cable, &m_history.wifi, &m_history.wwan, &m_history.airplane}) {
+        lane->EndDoubt();
+    }
+    for (auto& [connection, lane] : m_history.cables) {
+        lane.EndDoubt();
+    }
 }
 
 bool Follower::HandleFirmware(Thread& /*thread*/, const LogLine& line, const Reading& reading,

@@ -82,12 +82,14 @@ class Follower {
     void ForgetRadios(Time time, const std::string& why, Place place);
     void Wake(Thread& thread, const LogLine& line, const Proof& proof);
     void EndWake(Time time);
+    void EndDoubts();
     void EndCheck(Thread& thread, bool found, Time time, const Proof& proof);
     void SetHalf(Radio radio, Half half, const Reading& reading, const Proof& proof);
     Lane& CableLane(const std::string& connection, const std::string& adapter);
     void SetCableOutcome(CableOutcome outcome, const Proof& proof);
     void SeeRadio(Thread& thread, Radio radio, bool on, Time time, const Proof& proof);
     void ForgetRadio(Radio radio, Time time, const std::string& why, const Proof& proof);
+    void FollowModemInAirplaneMode(Thread& thread, Time time, const Proof& proof);
     void SeeAirplane(Thread& thread, bool on, Time time, const Proof& proof);
     void SeeRemembered(Radio radio, State state, std::string text, const Proof& proof);
     void Store(Thread& thread, const Proof& proof);
@@ -118,11 +120,15 @@ class Follower {
     };
     OwnSwitch m_own[2];
     std::optional<Time> m_airplaneChanged;
+    /// The modem has told of a change since it was last looked at.
+    bool m_modemChanged = false;
     std::optional<Proof> m_firmwareError;
     std::optional<Time> m_wakeEnds;
     /// Errors of the story that may be repeated, by operation and text.
     std::map<std::string, std::size_t, std::less<>> m_recentErrors;
     std::vector<std::pair<Time, Time>> m_silentEnds;
+    /// When and where the connections at the start had all been listed.
+    std::optional<Proof> m_listed;
     std::string m_startConnection;
     bool m_startWired = false;
 };

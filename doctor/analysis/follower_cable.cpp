@@ -61,9 +61,11 @@ void Follower::EndCheck(Thread& thread, bool found, Time time, const Proof& proo
     } else {
         lane.Find(time, state, Who::kUser, why, proof.place);
     }
-    if (!found && !waitsForAddress && thread.task == Task::kResume) {
+    if (state == State::kOut) {
         for (auto& [connection, cable] : m_history.cables) {
-            cable.Find(time, State::kOut, Who::kUser, why, proof.place);
+            if (cable.Now() == State::kUnknown || thread.task == Task::kResume) {
+                cable.Find(time, State::kOut, Who::kUser, why, proof.place);
+            }
         }
     }
 }
@@ -71,10 +73,15 @@ void Follower::EndCheck(Thread& thread, bool found, Time time, const Proof& proo
 Lane& Follower::CableLane(const std::string& connection, const std::string& adapter) {
     const auto [found, isNew] = m_history.cables.try_emplace(
         connection, Lane("cable:" + connection, "Cable: " + (adapter.empty() ? connection : adapter)));
+    Lane& lane = found->second;
     if (!isNew && !adapter.empty()) {
-        found->second.Rename("Cable: " + adapter);
+        lane.Rename("Cable: " + adapter);
     }
-    return found->second;
+    if (isNew && m_listed) {
+        lane.Find(m_listed->time, State::kOut, Who::kUnknown, "not among the connections at the start",
+                  m_listed->place);
+    }
+    return lane;
 }
 
 bool Follower::HandleCableEvent(Thread& thread, const LogLine& line, const Reading& reading,
@@ -106,9 +113,6 @@ bool Follower::HandleCableEvent(Thread& thread, const LogLine& line, const Readi
             if (thread.wired) {
                 m_now.cableName = thread.adapter;
                 Lane& lane = CableLane(thread.connection, thread.adapter);
-                if (m_wakeEnds && line.time > *m_wakeEnds) {
-                    lane.EndDoubt();
-                }
                 lane.Set(thread.taskSince, State::kIn, Who::kUser, "plugged in", proof.place);
                 Tell(StoryKind::kCable, thread.taskSince, proof, lane.Id(), Who::kUser, Severity::kNote,
                      fmt::format("Cable in: {}", thread.adapter.empty() ? "an adapter" : thread.adapter));
@@ -184,9 +188,6 @@ void Follower::SetCableOutcome(CableOutcome outcome, const Proof& proof) {
     }
     if (isOut) {
         Lane& lane = CableLane(thread.connection, thread.adapter);
-        if (m_wakeEnds && proof.time > *m_wakeEnds) {
-            lane.EndDoubt();
-        }
         lane.Set(thread.taskSince, State::kOut, Who::kUser, "pulled", proof.place);
         Tell(StoryKind::kCable, thread.taskSince, proof, lane.Id(), Who::kUser, Severity::kNote,
              fmt::format("Cable out: {}", lane.Title().substr(std::string_view("Cable: ").size())));
@@ -201,6 +202,16 @@ void Follower::SetCableOutcome(CableOutcome outcome, const Proof& proof) {
 bool Follower::HandleConnections(Thread& /*thread*/, const LogLine& /*line*/, const Reading& reading,
                                  const Proof& proof) {
     switch (reading.said) {
+        case Said::kNetworkAlive:
+            // The connections have been listed; a cable that is in would have been among them.
+            m_listed = proof;
+            for (auto& [connection, lane] : m_history.cables) {
+                if (lane.Now() == State::kUnknown) {
+                    lane.Find(proof.time, State::kOut, Who::kUnknown, "not among the connections at the start",
+                              proof.place);
+                }
+            }
+            return true;
         case Said::kConnectionAtStart:
             m_startConnection.clear();
             m_startWired = false;

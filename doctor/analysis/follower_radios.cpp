@@ -191,6 +191,9 @@ void Follower::SeeRadio(Thread& thread, Radio radio, bool on, Time time, const P
     RadioSituation& now = m_now.Of(radio);
     Lane& lane = m_history.Of(radio);
     const bool isNotification = thread.task == Task::kRadioChange || thread.task == Task::kCompletion;
+    if (radio == Radio::kWwan) {
+        m_modemChanged = false;
+    }
     if (lane.Now() == state) {
         lane.Find(time, state, Who::kUnknown, "", proof.place);
         if (now.state != state) {
@@ -521,12 +524,7 @@ bool Follower::HandleCompletion(Thread& thread, const LogLine& line, const Readi
             thread.ownCompletion = reading.numbers[0] != 0;
             return true;
         case Said::kCompletionIgnored:
-            // In airplane mode nobody looks at the modem. A completed request that is not the service's
-            // has turned it round: nobody asks for what already is.
-            if (!thread.ownCompletion && m_now.airplane == State::kOn &&
-                m_now.wwan.state != State::kUnknown) {
-                SeeRadio(thread, Radio::kWwan, m_now.wwan.state != State::kOn, line.time, proof);
-            }
+            FollowModemInAirplaneMode(thread, line.time, proof);
             return true;
         case Said::kCompletionEthernet:
         case Said::kCompletionState:
@@ -534,6 +532,10 @@ bool Follower::HandleCompletion(Thread& thread, const LogLine& line, const Readi
         case Said::kCompletionUndone:
             return true;
         default:
+            if (line.operation == "CMbnSinks::OnRadioStateChange") {
+                m_modemChanged = true;
+                return true;
+            }
             if (line.operation == "CMbnSinks::OnSetSoftwareRadioStateComplete" &&
                 line.level == Level::kTraceOut) {
                 EndTask(thread, line.time);
@@ -541,6 +543,20 @@ bool Follower::HandleCompletion(Thread& thread, const LogLine& line, const Readi
             }
             return false;
     }
+}
+
+/// In airplane mode the service does not look at the modem when somebody has changed it. That it has
+/// changed is told by an event of its own (IMbnRadioEvents::OnRadioStateChange), which leaves only traces.
+void Follower::FollowModemInAirplaneMode(Thread& thread, Time time, const Proof& proof) {
+    if (thread.ownCompletion || m_now.airplane != State::kOn || m_now.wwan.state == State::kUnknown) {
+        return;
+    }
+    if (!m_history.levels[static_cast<std::size_t>(Level::kTraceIn)]) {
+        ForgetRadio(Radio::kWwan, time, "changed in airplane mode, when the service does not look", proof);
+    } else if (m_modemChanged) {
+        SeeRadio(thread, Radio::kWwan, m_now.wwan.state != State::kOn, time, proof);
+    }
+    m_modemChanged = false;
 }
 
 // What is remembered.

@@ -62,6 +62,7 @@ Lane::Lane(std::string id, std::string title)
 void Lane::Set(Time time, State state, Who who, std::string why, std::optional<Place> line) {
     if (state == Now()) {
         m_confirmed = std::max(m_confirmed, time);
+        m_doubt.reset();
         return;
     }
     if (m_doubt) {

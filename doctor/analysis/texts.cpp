@@ -112,6 +112,7 @@ constexpr KnownText kTexts[] = {
     {Said::kWiredAtStart, kConnections, "Ethernet Connection - adding to set..."},
     {Said::kConnectedAtStart, kConnections, "Is Connected to Network: %d"},
     {Said::kNetworkNameAtStart, kConnections, "Connected to Network (Name): %s"},
+    {Said::kNetworkAlive, kWorker, "Network Alive : Return  = %d, Status : %d"},
 
     {Said::kCableEventArrives, kCableEvent, "NLM_CONNECTIVITY = %d"},
     {Said::kCableEventBegins, kCableEvent, "------------------start----------------------"},

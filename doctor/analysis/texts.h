@@ -64,6 +64,7 @@ enum class Said : std::uint8_t {
     kWiredAtStart,
     kConnectedAtStart,
     kNetworkNameAtStart,
+    kNetworkAlive,
     // Cable events.
     kCableEventArrives,
     kCableEventBegins,

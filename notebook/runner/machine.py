@@ -92,9 +92,17 @@ class Machine:
         """Waits until nothing more happens, the start of the service included."""
         given_up = time.monotonic() + PATIENCE_SECONDS
         while self._worker_ends() < self._awaited_ends and time.monotonic() < given_up:
+            self.look()
             time.sleep(0.05)
-        self.do(self._settle)
+        self.await_quiet(self._settle)
         self._settle = SETTLE
+
+    def look(self):
+        """For those who want to see what happens while the machine settles."""
+
+    def await_quiet(self, settle):
+        """Has the controller wait; `settle` is the command."""
+        self.do(settle)
 
     def _worker_ends(self):
         if not self.log_file().exists():

@@ -61,7 +61,7 @@ TEST_F(ALane, DoesNotTakeBackWhatWasSeenLater) {
     Find(10, State::kOn);
     Set(40, State::kOff);
     Set(20, State::kOn);
-    EXPECT_EQ(TextOf(m_lane), "0 unknown, 10 on, 40 on");
+    EXPECT_EQ(TextOf(m_lane), "0 unknown, 10 on");
 }
 
 TEST_F(ALane, IsUnknownAfterItIsForgotten) {

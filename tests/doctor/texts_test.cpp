@@ -36,7 +36,7 @@ class Literals {
         } else if (m_source.compare(m_at, 2, "/*") == 0) {
             m_at = std::min(m_source.find("*/", m_at), m_source.size() - 2) + 2;
         } else if (c == '\'' && m_at > 0 &&
-                   std::isalnum(static_cast<unsigned char>(m_source[m_at - 1])) == 0) {
+                   std::isdigit(static_cast<unsigned char>(m_source[m_at - 1])) == 0) {
             for (++m_at; m_source[m_at] != '\''; ++m_at) {
                 m_at += m_source[m_at] == '\\' ? 1 : 0;
             }
