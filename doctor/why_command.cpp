@@ -3,12 +3,14 @@
 #include <CLI/Formatter.hpp>
 
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "doctor/analysis/analysis.h"
+#include "doctor/analysis/log_files.h"
 #include "doctor/analysis/report.h"
 #include "doctor/command_line.h"
 
@@ -42,6 +44,17 @@ std::vector<std::filesystem::path> TakeWords(WhyOptions& options) {
     return paths;
 }
 
+/// Where the service of this machine, which runs under the local system account, keeps its log; empty
+/// where there is no Windows.
+std::filesystem::path FolderOfThisMachine() {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nobody changes the environment.
+    const char* const windows = std::getenv("SystemRoot");
+    if (windows == nullptr) {
+        return {};
+    }
+    return std::filesystem::path(windows) / "System32/config/systemprofile/AppData/Roaming/orvkLog";
+}
+
 void Print(const std::string& text) {
     std::fwrite(text.data(), 1, text.size(), stdout);
 }
@@ -58,11 +71,22 @@ bool IsAnythingRead(const std::vector<Machine>& machines) {
 }
 
 int Why(WhyOptions& options) {
-    const std::vector<std::filesystem::path> paths = TakeWords(options);
+    std::vector<std::filesystem::path> paths = TakeWords(options);
+    if (paths.empty()) {
+        paths.push_back(FolderOfThisMachine());
+        if (paths.front().empty()) {
+            std::fputs("Name the files of the log, or the folder that they are in.\n", stderr);
+            return kNothingRead;
+        }
+    }
     try {
         const std::vector<Machine> machines = Analyse(paths, options.question);
         if (!IsAnythingRead(machines)) {
-            std::fputs("None of the files can be read. Are they there, and may you read them?\n", stderr);
+            std::fprintf(stderr,
+                         "No log can be read in %s. Is it there, and may you read it? (This machine's own "
+                         "log wants an "
+                         "elevated prompt.)\n",
+                         Harmless(PathText(paths.front())).c_str());
             return kNothingRead;
         }
         Print(options.json ? JsonReport(machines) : TextReport(machines));

@@ -2,6 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <fstream>
+#include <iterator>
+
 #include "tests/doctor/written_log.h"
 
 namespace Doctor {
@@ -239,6 +242,14 @@ TEST(Causes, HaveEachAnIdOfItsOwn) {
         EXPECT_THAT(ids, Not(Contains(info.id)));
         EXPECT_EQ(InfoOf(info.cause).id, info.id);
         ids.push_back(info.id);
+    }
+}
+
+TEST(Causes, AreAllExplainedInTheDocuments) {
+    std::ifstream file(std::filesystem::path(DOCTOR_SOURCES) / "docs/doctor.md");
+    const std::string document{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    for (const CauseInfo& info : AllCauses()) {
+        EXPECT_THAT(document, HasSubstr("`" + std::string(info.id) + "`"));
     }
 }
 

@@ -39,6 +39,9 @@ class Machine:
     def log_file(self):
         return self._folder / "LinkvaneService.log"
 
+    def why(self):
+        return {"findings": [{"cause": "cable-in", "sentence": "A cable is in"}]}
+
 
 class Playing(unittest.TestCase):
     def setUp(self):
@@ -56,6 +59,13 @@ class Playing(unittest.TestCase):
         with self.assertRaises(Failed) as caught:
             self.play(*steps, **arguments)
         return str(caught.exception)
+
+    def test_cause_that_is_found_passes(self):
+        self.play(Step("cause", "cable-in", 1))
+
+    def test_cause_that_is_not_found_fails_with_what_is(self):
+        self.assertRegex(self.failure(Step("cause", "user-off", 3)),
+                         "line 3: the cause is user-off, but why says cable-in: A cable is in")
 
     def test_state_that_is_as_expected_passes(self):
         self.play(Step("expect", "phys=on,on wwan!=on", 1), phys="on,on", wwan="off")

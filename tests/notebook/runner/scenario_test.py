@@ -91,6 +91,10 @@ class Refusing(unittest.TestCase):
     def test_played_once_more_on_the_same_machine(self):
         self.check("start\nalso\n", "line 2: nothing to add")
 
+    def test_cause_that_is_none(self):
+        self.check("cause\n", "line 1: a cause is one word")
+        self.check("cause the cable\n", "line 1: a cause is one word: cause the cable")
+
     def test_repeat_of_nothing(self):
         self.check("repeat 3\nplug\n", "line 1: nothing to repeat")
 
@@ -112,6 +116,11 @@ class TheScenarios(unittest.TestCase):
         for path in paths:
             with self.subTest(scenario=path.stem):
                 self._expand(read_scenario(path).steps, names)
+
+    def test_each_names_a_cause(self):
+        for path in sorted(SCENARIOS.glob("*.txt")):
+            with self.subTest(scenario=path.stem):
+                self.assertIn("cause", [step.kind for step in read_scenario(path).steps])
 
     def _expand(self, steps, names):
         for step in steps:
