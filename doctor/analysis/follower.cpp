@@ -14,6 +14,8 @@ constexpr std::size_t kMostStory = 20000;
 constexpr Time kErrorRepeatMs = 60000;
 /// How long after a resume events still tell of what happened during the sleep.
 constexpr Time kAfterWakeMs = 5000;
+/// An event that is told of at once is told of within this time.
+constexpr Time kPromptMs = 100;
 /// WBEM_S_FALSE (WMI error constants): the query found nothing.
 constexpr std::int64_t kNoSuchSetting = 1;
 /// Threads come and go with numbers of their own; those that say nothing any more are let go.
@@ -106,6 +108,7 @@ void Follower::Take(const LogLine& line, Place place) {
         thread.lastLine = proof;
         Handle(thread, line, reading, proof);
     }
+    thread.lastTime = line.time;
     m_now.lastTime = line.time;
 }
 
@@ -127,11 +130,20 @@ void Follower::Handle(Thread& thread, const LogLine& line, const Reading& readin
         HandleConnections(thread, line, reading, proof) || HandleSubscription(reading, proof));
 }
 
-void Follower::BeginTask(Thread& thread, Task task, const LogLine& line, const Proof& proof) {
+void Follower::BeginTask(Thread& thread, Task task, const LogLine& line) {
+    const Time began = thread.taskSince;
     EndTask(thread, line.time);
+    const bool wasBusy = thread.lastTime - began > kPromptMs;
+    const bool beginsAtOnce = line.time - thread.lastTime < kPromptMs;
+    thread.behindSince = began != 0 && wasBusy && beginsAtOnce ? std::optional(began) : std::nullopt;
     thread.task = task;
     thread.taskSince = line.time;
-    thread.taskLine = proof;
+}
+
+void Follower::DoubtIfBehind(const Thread& thread, Lane& lane) {
+    if (thread.behindSince) {
+        lane.Doubt(*thread.behindSince);
+    }
 }
 
 void Follower::EndTask(Thread& thread, Time time) {
@@ -154,7 +166,7 @@ bool Follower::HandleRun(Thread& thread, const LogLine& line, const Reading& rea
             EndRun(line.time, proof);
             return true;
         case Said::kWorkerBegins:
-            BeginTask(thread, Task::kStart, line, proof);
+            BeginTask(thread, Task::kStart, line);
             return true;
         case Said::kWorkerEnds:
             EndTask(thread, line.time);
@@ -191,7 +203,7 @@ bool Follower::HandleRun(Thread& thread, const LogLine& line, const Reading& rea
         return reading.said == Said::kNothingKnown;
     }
     if (line.operation == "CMainService::ServiceWorkerThread" && thread.task == Task::kNone) {
-        BeginTask(thread, Task::kStart, line, proof);
+        BeginTask(thread, Task::kStart, line);
     }
     return false;
 }
@@ -269,7 +281,7 @@ void Follower::Wake(Thread& thread, const LogLine& line, const Proof& proof) {
     for (auto& [connection, lane] : m_history.cables) {
         lane.Doubt(before);
     }
-    BeginTask(thread, Task::kResume, line, proof);
+    BeginTask(thread, Task::kResume, line);
     m_wakeEnds.reset();
     Tell(StoryKind::kWake, line.time, proof, "sleep", Who::kUser, Severity::kNote, "The notebook wakes");
 }
@@ -281,8 +293,7 @@ void Follower::EndWake(Time time) {
 /// What happened during the sleep has been told by now; from here on changes are seen as they happen.
 void Follower::EndDoubts() {
     m_wakeEnds.reset();
-    for (Lane* const lane :
-         {&m_history.cable, &m_history.wifi, &m_history.wwan, &m_history.airplane}) {
+    for (Lane* const lane : {&m_history.cable, &m_history.wifi, &m_history.wwan, &m_history.airplane}) {
         lane->EndDoubt();
     }
     for (auto& [connection, lane] : m_history.cables) {

@@ -35,7 +35,9 @@ class Follower {
     struct Thread {
         Task task = Task::kNone;
         Time taskSince = 0;
-        Proof taskLine;
+        /// What the thread is told of may have happened as early as this: it was busy until now.
+        std::optional<Time> behindSince;
+        Time lastTime = 0;
         /// A cable event waits for its turn.
         bool waitsForTurn = false;
         std::string connection;
@@ -75,8 +77,10 @@ class Follower {
     bool HandleCompletion(Thread& thread, const LogLine& line, const Reading& reading, const Proof& proof);
     bool HandleRemembered(Thread& thread, const LogLine& line, const Reading& reading, const Proof& proof);
 
-    void BeginTask(Thread& thread, Task task, const LogLine& line, const Proof& proof);
+    void BeginTask(Thread& thread, Task task, const LogLine& line);
     void EndTask(Thread& thread, Time time);
+    /// Before a change that a thread tells of late: when it was is not known.
+    static void DoubtIfBehind(const Thread& thread, Lane& lane);
     void BeginRun(const LogLine& line, const Proof& proof);
     void EndRun(Time time, const Proof& proof);
     void ForgetRadios(Time time, const std::string& why, Place place);

@@ -56,6 +56,7 @@ void Follower::EndCheck(Thread& thread, bool found, Time time, const Proof& proo
                             : waitsForAddress ? "the cable is in and has no address"
                                               : "no adapter with an address counts as a cable";
     Lane& lane = m_history.cable;
+    DoubtIfBehind(thread, lane);
     if (seenAsItHappens || (m_now.subscribed && thread.task != Task::kResume)) {
         lane.Set(since, state, Who::kUser, why, proof.place);
     } else {
@@ -89,13 +90,13 @@ bool Follower::HandleCableEvent(Thread& thread, const LogLine& line, const Readi
     switch (reading.said) {
         case Said::kCableEventArrives:
             if (line.level == Level::kTraceIn) {
-                BeginTask(thread, reading.numbers[0] == 0 ? Task::kCableOut : Task::kCableIn, line, proof);
+                BeginTask(thread, reading.numbers[0] == 0 ? Task::kCableOut : Task::kCableIn, line);
                 thread.waitsForTurn = true;
             }
             return true;
         case Said::kCableEventBegins:
             if (!thread.waitsForTurn) {
-                BeginTask(thread, Task::kCableIn, line, proof);
+                BeginTask(thread, Task::kCableIn, line);
             }
             thread.waitsForTurn = false;
             return true;
@@ -113,6 +114,7 @@ bool Follower::HandleCableEvent(Thread& thread, const LogLine& line, const Readi
             if (thread.wired) {
                 m_now.cableName = thread.adapter;
                 Lane& lane = CableLane(thread.connection, thread.adapter);
+                DoubtIfBehind(thread, lane);
                 lane.Set(thread.taskSince, State::kIn, Who::kUser, "plugged in", proof.place);
                 Tell(StoryKind::kCable, thread.taskSince, proof, lane.Id(), Who::kUser, Severity::kNote,
                      fmt::format("Cable in: {}", thread.adapter.empty() ? "an adapter" : thread.adapter));
@@ -188,6 +190,7 @@ void Follower::SetCableOutcome(CableOutcome outcome, const Proof& proof) {
     }
     if (isOut) {
         Lane& lane = CableLane(thread.connection, thread.adapter);
+        DoubtIfBehind(thread, lane);
         lane.Set(thread.taskSince, State::kOut, Who::kUser, "pulled", proof.place);
         Tell(StoryKind::kCable, thread.taskSince, proof, lane.Id(), Who::kUser, Severity::kNote,
              fmt::format("Cable out: {}", lane.Title().substr(std::string_view("Cable: ").size())));
@@ -207,8 +210,8 @@ bool Follower::HandleConnections(Thread& /*thread*/, const LogLine& /*line*/, co
             m_listed = proof;
             for (auto& [connection, lane] : m_history.cables) {
                 if (lane.Now() == State::kUnknown) {
-                    lane.Find(proof.time, State::kOut, Who::kUnknown, "not among the connections at the start",
-                              proof.place);
+                    lane.Find(proof.time, State::kOut, Who::kUnknown,
+                              "not among the connections at the start", proof.place);
                 }
             }
             return true;
@@ -243,7 +246,7 @@ bool Follower::HandleAirplane(Thread& thread, const LogLine& line, const Reading
                               const Proof& proof) {
     switch (reading.said) {
         case Said::kRadioKeyChanged:
-            BeginTask(thread, Task::kAirplane, line, proof);
+            BeginTask(thread, Task::kAirplane, line);
             return true;
         case Said::kAirplaneKeyMissing:
         case Said::kAirplaneValueMissing:
@@ -288,6 +291,9 @@ void Follower::SeeAirplane(Thread& thread, bool on, Time time, const Proof& proo
     }
     const Time since = thread.task == Task::kAirplane ? std::min(thread.taskSince, time) : time;
     Lane& lane = m_history.airplane;
+    if (thread.task == Task::kAirplane) {
+        DoubtIfBehind(thread, lane);
+    }
     if (lane.Now() == State::kUnknown) {
         lane.Find(time, state, Who::kUnknown, "so when the service first looked", proof.place);
     } else {

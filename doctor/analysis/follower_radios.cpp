@@ -220,6 +220,9 @@ void Follower::SeeRadio(Thread& thread, Radio radio, bool on, Time time, const P
     } else {
         why = "changed by somebody else than the service";
     }
+    if (isNotification && who != Who::kService) {
+        DoubtIfBehind(thread, lane);
+    }
     const bool seenAsItHappens = isNotification || who != Who::kUnknown ||
                                  (radio == Radio::kWifi ? m_now.subscribed : m_now.modem.has_value());
     if (lane.Now() != State::kUnknown && seenAsItHappens) {
@@ -369,11 +372,11 @@ bool Follower::HandleWlanFailure(Thread& thread, const LogLine& line, const Read
 }
 
 bool Follower::HandleNotification(Thread& thread, const LogLine& line, const Reading& reading,
-                                  const Proof& proof) {
+                                  const Proof& /*proof*/) {
     if (line.operation == "CMainService::WlanNotificationCallback") {
         if (line.level == Level::kTraceIn ||
             (reading.said == Said::kNotification && thread.task != Task::kRadioChange)) {
-            BeginTask(thread, Task::kRadioChange, line, proof);
+            BeginTask(thread, Task::kRadioChange, line);
         } else if (line.level == Level::kTraceOut) {
             EndTask(thread, line.time);
         } else if (reading.said == Said::kAvailableHandled) {
@@ -514,12 +517,12 @@ bool Follower::HandleCompletion(Thread& thread, const LogLine& line, const Readi
                                 const Proof& proof) {
     switch (reading.said) {
         case Said::kCompletion:
-            BeginTask(thread, Task::kCompletion, line, proof);
+            BeginTask(thread, Task::kCompletion, line);
             thread.completionStatus = reading.numbers[1];
             return true;
         case Said::kCompletionOwn:
             if (thread.task != Task::kCompletion) {
-                BeginTask(thread, Task::kCompletion, line, proof);
+                BeginTask(thread, Task::kCompletion, line);
             }
             thread.ownCompletion = reading.numbers[0] != 0;
             return true;

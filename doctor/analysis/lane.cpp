@@ -96,7 +96,7 @@ void Lane::Forget(Time time, std::string why, std::optional<Place> line) {
 
 void Lane::Doubt(Time time) {
     if (!m_doubt && Now() != State::kUnknown) {
-        m_doubt = std::max(time, m_intervals.back().from);
+        m_doubt = std::max({time, m_intervals.back().from, m_confirmed});
     }
 }
 

@@ -3,7 +3,8 @@
 
 Plays short days of random events and looks at the devices all the time, also while the service is at work.
 Then the lanes of the doctor's report are laid beside that: for how much of the time they say the same, say
-that they do not know, or say something wrong. What lies between two looks that differ is not counted.
+that they do not know, or say something wrong. What lies between two looks that differ,
+or that lie far apart, is not counted.
 While the service does not run, or has not looked yet after its start, or the notebook sleeps, nobody can know
 much from its log: what counts is the time in between. Of that each lane must be right for 99 % of what it claims to know, and wrong
 for a thousandth at most.
@@ -28,6 +29,8 @@ MOST_WRONG = 0.001
 LEAST_RIGHT = 0.99
 # The log's clock and this one tell the same time, but a line is written a little after what it tells of.
 SLACK_MS = 250
+# Between two looks that lie further apart much may have happened and been taken back.
+MOST_APART_MS = 500
 
 
 class Watched(Machine):
@@ -107,10 +110,12 @@ class Tally:
             if look is None or next_look is None:
                 continue
             (_, begin, values), (end, _, following) = look, next_look
+            if end - begin > MOST_APART_MS:
+                continue
             now, then = truth(values), truth(following)
             for lane, state in now.items():
                 # What changed in between changed at a time that nobody has seen.
-                if lane in lanes and then.get(lane) == state and end > begin:
+                if lane in lanes and state is not None and then.get(lane) == state and end > begin:
                     runs = values["asleep"] == "no" and any(
                         run["from"] <= begin and end <= run["until"] and run["state"] == "running"
                         for run in lanes["runs"])
