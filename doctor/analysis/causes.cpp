@@ -18,6 +18,11 @@ constexpr std::string_view kFirmwareProvider =
     "root\\Orva\\FirmwareSettings); "
     "then restart the service.";
 
+constexpr std::string_view kLookFurther =
+    "If it does not work all the same: the service did its part and sees the software switch only; look at "
+    "the hardware "
+    "switch, the driver and the network.";
+
 constexpr Severity kWell = Severity::kWell;
 constexpr Severity kNote = Severity::kNote;
 constexpr Severity kWarning = Severity::kWarning;
@@ -60,7 +65,7 @@ constexpr CauseInfo kCauses[] = {
     {Cause::kLogFilesOverlap, "log-files-overlap", "log", kWarning, 21,
      "Give the logs of each machine in a folder of its own."},
 
-    {Cause::kWifiOn, "wifi-on", "wifi", kWell, 4, ""},
+    {Cause::kWifiOn, "wifi-on", "wifi", kWell, 4, kLookFurther},
     {Cause::kCableIn, "cable-in", "wifi", kWell, 5,
      "Pull the cable to have Wi-Fi back. If no cable is in, unplug or disable the adapter that counts as "
      "one."},
@@ -97,7 +102,7 @@ constexpr CauseInfo kCauses[] = {
     {Cause::kCannotBeTold, "cannot-be-told", "wifi", kUnknown, 50,
      "Plug the cable in and out once, and ask again."},
 
-    {Cause::kWwanOn, "wwan-on", "wwan", kWell, 1, ""},
+    {Cause::kWwanOn, "wwan-on", "wwan", kWell, 1, kLookFurther},
     {Cause::kWwanCableIn, "wwan-cable-in", "wwan", kWell, 2, "Pull the cable to have mobile broadband back."},
     {Cause::kWwanUserOff, "wwan-user-off", "wwan", kNote, 36,
      "Turn mobile broadband on without the cable; that is remembered."},
