@@ -75,10 +75,6 @@ HRESULT ReadWithRetries(const LogScope& log, BIOSWmiClient& client, const std::w
     return result;
 }
 
-bool IsDisabled(const std::wstring& value) {
-    return value.front() == kDisabledMark;
-}
-
 void EnableLanWlan() {
     NLMUtils::lanWlanSwitchingEnabled = true;
     lanWlanSettingResult = kEnabled;
@@ -95,7 +91,7 @@ void ReadSecondLanWlanSetting(const LogScope& log, std::wstring& value) {
     if (result != S_OK || value.empty()) {
         log.Error(L"Error getting 'LAN/WLAN Switching' with HRESULT =  0x%08X and Value = %s", result,
                   value.c_str());
-    } else if (!IsDisabled(value)) {
+    } else if (!NLMUtils::IsDisabledSetting(value)) {
         log.Information(L"Inside LAN/WLAN Switching section:feature enabled");
         EnableLanWlan();
     }
@@ -106,7 +102,7 @@ void ReadLanWlanSetting(const LogScope& log) {
     const HRESULT result = NLMUtils::GetBIOSValue(BiosVocabulary::kLanWlanAutoSwitchingSetting, value);
     if (result != S_OK || value.empty()) {
         ReadSecondLanWlanSetting(log, value);
-    } else if (IsDisabled(value)) {
+    } else if (NLMUtils::IsDisabledSetting(value)) {
         log.Error(L"Error getting 'LAN / WLAN Auto Switching' with HRESULT =  0x%08X and Value = %s", result,
                   value.c_str());
     } else {
@@ -122,7 +118,7 @@ void ReadLanWwanSetting(const LogScope& log) {
     if (result != S_OK || value.empty()) {
         log.Error(L"Error getting 'LAN / WWAN Auto Switching' with HRESULT =  0x%08X and Value = %s", result,
                   value.c_str());
-    } else if (!IsDisabled(value)) {
+    } else if (!NLMUtils::IsDisabledSetting(value)) {
         log.Information(L"Inside LAN / WWAN Auto Switching section :feature enabled");
         EnableLanWwan();
     }
@@ -134,6 +130,10 @@ const wchar_t* TrueOrFalse(bool value) {
 }
 
 }  // namespace
+
+bool NLMUtils::IsDisabledSetting(const std::wstring& value) {
+    return value.starts_with(kDisabledMark);
+}
 
 HRESULT NLMUtils::GetBIOSValue(const std::wstring& name, std::wstring& value) {
     // Stands before the log's scope: the exit line does not wait until COM has been left.

@@ -18,6 +18,9 @@ extern std::atomic<bool> lanWwanSwitchingEnabled;
 /// success code too (no such setting, timed out), means that it was not read.
 HRESULT GetBIOSValue(const std::wstring& name, std::wstring& value);
 
+/// Whether the text of a setting that was read, and is not empty, says "disabled".
+[[nodiscard]] bool IsDisabledSetting(const std::wstring& value);
+
 /// Reads the setting and refreshes the flag above. Whether the half was ever read as enabled.
 bool IsLanWlanAutoSwitchingEnabled();
 bool IsLanWwanAutoSwitchingEnabled();

@@ -10,6 +10,7 @@
 
 #include "logging/log_scope.h"
 #include "network/adapter_records.h"
+#include "network/ethernet_check.h"
 #include "network/nlm_event_handler.h"
 #include "platform/handles.h"
 
@@ -84,25 +85,6 @@ DWORD ReadAdapters(const LogScope& log) {
     return result;
 }
 
-/// Virtual switches, hypervisor and VPN adapters present themselves as Ethernet; their
-/// descriptions tell. The search minds case on purpose.
-bool IsUsableEthernet(const LogScope& log, const IP_ADAPTER_INFO& adapter, int* noAddress) {
-    if (FieldText(adapter.IpAddressList.IpAddress.String) == kNoAddress) {
-        if (noAddress != nullptr) {
-            *noAddress = 1;
-        }
-        return false;
-    }
-    log.Information(L"An Ethernet network interface.");
-    const std::string_view description = FieldText(adapter.Description);
-    if (Contains(description, "VPN") || Contains(description, "Virtual")) {
-        log.Information(L"Ethernet is VPN and IP is valid");
-        return false;
-    }
-    log.Information(L"Ethernet is not VPN and IP is valid");
-    return true;
-}
-
 void LogOtherAdapter(const LogScope& log, UINT type) {
     switch (type) {
         case MIB_IF_TYPE_OTHER:
@@ -129,16 +111,44 @@ void LogOtherAdapter(const LogScope& log, UINT type) {
 /// Whether one adapter of the list counts as a connected Ethernet; the first such ends the walk.
 bool FindUsableEthernet(const LogScope& log, const IP_ADAPTER_INFO* adapters, int* noAddress) {
     for (const IP_ADAPTER_INFO* adapter = adapters; adapter != nullptr; adapter = adapter->Next) {
-        if (adapter->Type != MIB_IF_TYPE_ETHERNET) {
-            LogOtherAdapter(log, adapter->Type);
-        } else if (IsUsableEthernet(log, *adapter, noAddress)) {
-            return true;
+        switch (NLMUtils::JudgeAdapter(*adapter)) {
+            case NLMUtils::AdapterVerdict::kNotEthernet:
+                LogOtherAdapter(log, adapter->Type);
+                break;
+            case NLMUtils::AdapterVerdict::kNoAddress:
+                if (noAddress != nullptr) {
+                    *noAddress = 1;
+                }
+                break;
+            case NLMUtils::AdapterVerdict::kVirtual:
+                log.Information(L"An Ethernet network interface.");
+                log.Information(L"Ethernet is VPN and IP is valid");
+                break;
+            case NLMUtils::AdapterVerdict::kCable:
+                log.Information(L"An Ethernet network interface.");
+                log.Information(L"Ethernet is not VPN and IP is valid");
+                return true;
         }
     }
     return false;
 }
 
 }  // namespace
+
+NLMUtils::AdapterVerdict NLMUtils::JudgeAdapter(const IP_ADAPTER_INFO& adapter) {
+    if (adapter.Type != MIB_IF_TYPE_ETHERNET) {
+        return AdapterVerdict::kNotEthernet;
+    }
+    if (FieldText(adapter.IpAddressList.IpAddress.String) == kNoAddress) {
+        return AdapterVerdict::kNoAddress;
+    }
+    // Case matters.
+    const std::string_view description = FieldText(adapter.Description);
+    if (Contains(description, "VPN") || Contains(description, "Virtual")) {
+        return AdapterVerdict::kVirtual;
+    }
+    return AdapterVerdict::kCable;
+}
 
 DWORD NLMEventHandler::InitialiseAdapter() {
     LogScope log("NLMEventHandler::InitialiseAdapter");

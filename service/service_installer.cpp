@@ -25,9 +25,6 @@ namespace {
 constexpr std::size_t kQuotes = 2;
 using QuotedPath = std::array<wchar_t, kExecutablePathCharacters + kQuotes>;
 
-/// Both are needed by every start: no radio can be switched without its own service.
-constexpr wchar_t kDependencies[] = L"WlanSvc\0WwanSvc\0";
-
 constexpr DWORD kStopPollMilliseconds = 1000;
 
 /// Logs a failed call and tells the person at the console; `format` takes the Win32 error.
@@ -131,7 +128,7 @@ void InstallService() {
     }
     const UniqueServiceHandle service(CreateServiceW(
         manager.Get(), kService, kDisplay, SERVICE_ALL_ACCESS, SERVICE_WIN32_OWN_PROCESS, SERVICE_AUTO_START,
-        SERVICE_ERROR_NORMAL, path.data(), nullptr, nullptr, kDependencies, nullptr, nullptr));
+        SERVICE_ERROR_NORMAL, path.data(), nullptr, nullptr, ServiceNames::kDependencies, nullptr, nullptr));
     const DWORD creationError = GetLastError();
     // Described before the outcome is told: a failed creation shows the description's failure first.
     SetDescription(service.Get());

@@ -26,11 +26,9 @@ constexpr int kRecoverySet = 0;
 constexpr int kActionsNotSet = 1;
 constexpr int kFlagNotSet = 16;
 
-constexpr DWORD kFailureCountResetSeconds = 60 * 60;
 constexpr DWORD kMillisecondsPerMinute = 60 * 1000;
-constexpr std::array<DWORD, 3> kRestartDelayMinutes{2, 4, 6};
 
-/// The version resource of the running executable; empty, and logged, when there is none.
+/// The version resource of an executable; empty, and logged, when there is none.
 UniqueLocalMemory ReadVersionResource(const LogScope& log, const wchar_t* path) {
     const DWORD size = GetFileVersionInfoSizeW(path, nullptr);
     if (size == 0) {
@@ -130,12 +128,12 @@ int QueryRunning(const LogScope& log, const wchar_t* serviceName, const OpenedSe
 }
 
 int SetFailureActions(const LogScope& log, const OpenedService& opened) {
-    std::array<SC_ACTION, kRestartDelayMinutes.size()> restarts{};
+    std::array<SC_ACTION, Utils::kRestartDelayMinutes.size()> restarts{};
     for (std::size_t i = 0; i < restarts.size(); ++i) {
-        restarts.at(i) = {SC_ACTION_RESTART, kRestartDelayMinutes.at(i) * kMillisecondsPerMinute};
+        restarts.at(i) = {SC_ACTION_RESTART, Utils::kRestartDelayMinutes.at(i) * kMillisecondsPerMinute};
     }
     SERVICE_FAILURE_ACTIONSW actions{};
-    actions.dwResetPeriod = kFailureCountResetSeconds;
+    actions.dwResetPeriod = Utils::kFailureCountResetSeconds;
     actions.cActions = static_cast<DWORD>(restarts.size());
     actions.lpsaActions = restarts.data();
     if (ChangeServiceConfig2W(opened.service.Get(), SERVICE_CONFIG_FAILURE_ACTIONS, &actions) != FALSE) {
@@ -160,18 +158,22 @@ int SetFailureActionsFlag(const LogScope& log, const OpenedService& opened) {
 
 }  // namespace
 
+std::wstring Utils::GetFileVersion(const LogScope& log, const wchar_t* path) {
+    const UniqueLocalMemory resource = ReadVersionResource(log, path);
+    if (!resource) {
+        return kUnknownVersion;
+    }
+    const VS_FIXEDFILEINFO* const info = FindFixedFileInfo(log, resource);
+    return info != nullptr ? FileVersionText(*info) : kUnknownVersion;
+}
+
 std::wstring Utils::GetBinaryVersion() {
     const LogScope log("Utils::GetBinaryVersion");
     std::array<wchar_t, kExecutablePathCharacters> path{};
     if (GetExecutablePath(path) != ERROR_SUCCESS) {
         return kUnknownVersion;
     }
-    const UniqueLocalMemory resource = ReadVersionResource(log, path.data());
-    if (!resource) {
-        return kUnknownVersion;
-    }
-    const VS_FIXEDFILEINFO* const info = FindFixedFileInfo(log, resource);
-    return info != nullptr ? FileVersionText(*info) : kUnknownVersion;
+    return GetFileVersion(log, path.data());
 }
 
 int Utils::IsServicePresent(const wchar_t* serviceName) {

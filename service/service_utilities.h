@@ -2,7 +2,10 @@
 
 #include <windows.h>
 
+#include <array>
 #include <string>
+
+class LogScope;
 
 /// Helpers over this and other services. Callable on any thread; nothing is thrown. Failures are
 /// logged, but for a path that is not known or too long and a service's status that cannot be read.
@@ -14,6 +17,14 @@ constexpr int kServiceNotRunning = 1;
 constexpr int kServiceNotInstalled = -1;
 constexpr int kServiceNotOpened = -2;
 constexpr int kServiceNotQueried = -3;
+
+/// How the service control manager restarts this service after its first, second and every further
+/// failure, and after how long without one it forgets them.
+constexpr std::array<DWORD, 3> kRestartDelayMinutes{2, 4, 6};
+constexpr DWORD kFailureCountResetSeconds = 60 * 60;
+
+/// File version of an executable, for example "1.0.0.12"; "0.0.0.0" when it cannot be read.
+[[nodiscard]] std::wstring GetFileVersion(const LogScope& log, const wchar_t* path);
 
 /// File version of the running executable, for example "1.0.0.12"; "0.0.0.0" when it cannot be
 /// read.
@@ -29,7 +40,7 @@ constexpr int kServiceNotQueried = -3;
 /// Blocks the calling thread. Returns at once when the event it waits on cannot be created.
 void UtilSleep(DWORD milliseconds);
 
-/// Has the service control manager restart this service 2, 4 and 6 minutes after failures.
+/// Has the service control manager restart this service after failures, as the constants above say.
 /// 0 on success; 1 when the actions could not be set, plus 16 when the flag that extends them to
 /// failing exit codes could not be set; else `kServiceNotInstalled` or `kServiceNotOpened`.
 int SetServiceRestartRecoveryOnFailure();
