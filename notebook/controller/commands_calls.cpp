@@ -127,7 +127,7 @@ Answer EventLog(Words& words) {
         ClearEventLog();
         return {};
     }
-    return {"", ReadEventLog()};
+    return {"", EventLogLines()};
 }
 
 Answer Reports(Words& words) {

@@ -25,7 +25,8 @@ constexpr wchar_t kStoredValue[] = L"PowerOnOff";
 constexpr wchar_t kPolicyRoot[] = L"Software\\Policies\\Orva";
 constexpr wchar_t kPolicyKey[] = L"Software\\Policies\\Orva\\Orva Brimlet Support";
 constexpr wchar_t kExecutableName[] = L"LinkvaneService";
-constexpr wchar_t kOverridesKey[] = L"Software\\Wine\\AppDefaults\\LinkvaneService.exe\\DllOverrides";
+/// The programs that run on the notebook's devices.
+constexpr const wchar_t* kPrograms[] = {L"LinkvaneService.exe", L"LinkvaneDoctor.exe"};
 
 Platform::UniqueRegistryKey OpenKey(HKEY root, const std::wstring& path) {
     Platform::UniqueRegistryKey key;
@@ -176,7 +177,11 @@ void RegisterDevicesRemote(const std::wstring& dll, const std::wstring& proxies)
 }
 
 void RegisterHardware() {
-    Write(HKEY_CURRENT_USER, kOverridesKey, L"wlanapi", TextValue(REG_SZ, L"native"));
+    for (const wchar_t* const program : kPrograms) {
+        const std::wstring overrides =
+            std::wstring(L"Software\\Wine\\AppDefaults\\") + program + L"\\DllOverrides";
+        Write(HKEY_CURRENT_USER, overrides, L"wlanapi", TextValue(REG_SZ, L"native"));
+    }
 }
 
 }  // namespace Notebook

@@ -40,7 +40,8 @@ void DeleteAirplaneKey();
 void WritePolicy(bool executableOnly, const std::wstring& name, const RegistryValue& value);
 void DeletePolicies();
 
-/// Makes the prefix load the hardware: the executable takes the DLL that stands beside it.
+/// Makes the prefix load the hardware: the programs that are tested take the DLL that
+/// stands beside them.
 void RegisterHardware();
 /// The devices stand in the process that uses them: the DLL at `dll` serves their COM classes.
 void RegisterDevicesHere(const std::wstring& dll);

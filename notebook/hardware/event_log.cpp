@@ -6,8 +6,11 @@
 #include <windows.h>
 
 #include <cstdio>
+#include <cstring>
+#include <cwchar>
 #include <map>
 #include <string>
+#include <vector>
 
 #include "notebook/hardware/call_scope.h"
 #include "notebook/hardware/deliveries.h"
@@ -122,9 +125,103 @@ BOOL WINAPI NotebookDeregister(HANDLE log) {
     return g_realDeregister(log);
 }
 
+/// What a reader of the log was given and how far it has come: lines from the newest back.
+struct Reader {
+    std::vector<std::string> lines;
+};
+Reader g_reader;
+
+std::vector<std::wstring> Fields(const std::string& line) {
+    std::vector<std::wstring> fields(1);
+    bool isQuoted = false;
+    const std::wstring wide = Widen(line);
+    for (std::size_t i = 0; i < wide.size(); ++i) {
+        if (wide[i] == L'\\' && i + 1 < wide.size()) {
+            ++i;
+            fields.back() += wide[i] == L'r' ? L'\r' : wide[i] == L'n' ? L'\n' : wide[i];
+        } else if (wide[i] == L'"') {
+            isQuoted = !isQuoted;
+        } else if (wide[i] == L'|' && !isQuoted) {
+            fields.emplace_back();
+        } else {
+            fields.back() += wide[i];
+        }
+    }
+    return fields;
+}
+
+/// Seconds since 1970 of a line's time.
+DWORD SecondsOf(const std::wstring& text) {
+    SYSTEMTIME local{};
+    SYSTEMTIME utc{};
+    FILETIME ticks{};
+    std::swscanf(text.c_str(), L"%hu/%hu/%hu %hu:%hu:%hu", &local.wYear, &local.wMonth, &local.wDay,
+                 &local.wHour, &local.wMinute, &local.wSecond);
+    TzSpecificLocalTimeToSystemTime(nullptr, &local, &utc);
+    SystemTimeToFileTime(&utc, &ticks);
+    const ULONGLONG sinceWindowsBegan = (ULONGLONG{ticks.dwHighDateTime} << 32U) | ticks.dwLowDateTime;
+    return static_cast<DWORD>(sinceWindowsBegan / 10'000'000 - 11'644'473'600);
+}
+
+/// One entry as Windows gives it out: the head, the source, the computer, the texts, each terminated.
+std::vector<BYTE> RecordOf(const std::string& line) {
+    constexpr std::size_t kFieldsBeforeTexts = 5;
+    const std::vector<std::wstring> fields = Fields(line);
+    EVENTLOGRECORD head{};
+    std::wstring texts = fields[1] + L'\0' + L"NOTEBOOK" + L'\0';
+    head.StringOffset = static_cast<DWORD>(sizeof(head) + texts.size() * sizeof(wchar_t));
+    for (std::size_t i = kFieldsBeforeTexts; i < fields.size(); ++i) {
+        texts += fields[i] + L'\0';
+        ++head.NumStrings;
+    }
+    head.TimeGenerated = SecondsOf(fields[0]);
+    head.EventType = static_cast<WORD>(std::stoul(fields[2]));
+    head.EventID = static_cast<DWORD>(std::stoul(fields[4]));
+    // In whole double words, the length again at the end.
+    head.Length = static_cast<DWORD>((sizeof(head) + texts.size() * sizeof(wchar_t) + 2 * sizeof(DWORD) - 1) /
+                                     sizeof(DWORD) * sizeof(DWORD));
+    std::vector<BYTE> record(head.Length);
+    std::memcpy(record.data(), &head, sizeof(head));
+    std::memcpy(record.data() + sizeof(head), texts.data(), texts.size() * sizeof(wchar_t));
+    std::memcpy(record.data() + head.Length - sizeof(DWORD), &head.Length, sizeof(DWORD));
+    return record;
+}
+
+/// The Application log is what was reported; the System log is empty.
+HANDLE WINAPI NotebookOpen(LPCWSTR, LPCWSTR name) {
+    g_reader.lines = std::wcscmp(name, L"Application") == 0 ? EventLogLines() : std::vector<std::string>();
+    return &g_reader;
+}
+
+BOOL WINAPI NotebookRead(HANDLE, DWORD, DWORD, LPVOID buffer, DWORD size, DWORD* read, DWORD* needed) {
+    *read = 0;
+    *needed = 0;
+    if (g_reader.lines.empty()) {
+        SetLastError(ERROR_HANDLE_EOF);
+        return FALSE;
+    }
+    while (!g_reader.lines.empty()) {
+        const std::vector<BYTE> record = RecordOf(g_reader.lines.back());
+        if (record.size() > size - *read) {
+            break;
+        }
+        std::memcpy(static_cast<BYTE*>(buffer) + *read, record.data(), record.size());
+        *read += static_cast<DWORD>(record.size());
+        g_reader.lines.pop_back();
+    }
+    return TRUE;
+}
+
+BOOL WINAPI NotebookClose(HANDLE) {
+    return TRUE;
+}
+
 }  // namespace
 
 void ReplaceEventLog() {
+    ReplaceImport("OpenEventLogW", &NotebookOpen);
+    ReplaceImport("ReadEventLogW", &NotebookRead);
+    ReplaceImport("CloseEventLog", &NotebookClose);
     g_realRegister = ReplaceImport("RegisterEventSourceW", &NotebookRegister);
     g_realReport = ReplaceImport("ReportEventW", &NotebookReport);
     g_realDeregister = ReplaceImport("DeregisterEventSource", &NotebookDeregister);

@@ -1,7 +1,10 @@
 // Between the executable and the service manager: suspend, resume and pre-shutdown come as
-// user-defined controls and reach the handler as what they stand for; state reports are noted.
+// user-defined controls and reach the handler as what they stand for; state reports are noted. And what
+// a service depends on is given out, which Wine keeps to itself.
 
 #include <windows.h>
+
+#include <cstring>
 
 #include "notebook/hardware/call_scope.h"
 #include "notebook/hardware/import_table.h"
@@ -15,6 +18,7 @@ namespace {
 
 decltype(&::RegisterServiceCtrlHandlerExW) g_realRegister = nullptr;
 decltype(&::SetServiceStatus) g_realSetStatus = nullptr;
+decltype(&::QueryServiceConfigW) g_realQueryConfig = nullptr;
 LPHANDLER_FUNCTION_EX g_handler = nullptr;
 
 DWORD WINAPI Handle(DWORD code, DWORD eventType, LPVOID eventData, LPVOID context) {
@@ -86,9 +90,28 @@ BOOL WINAPI NotebookSetStatus(SERVICE_STATUS_HANDLE handle, LPSERVICE_STATUS sta
     return done;
 }
 
+/// Puts what the service depends on behind everything else in the buffer, which has to have room for it.
+BOOL WINAPI NotebookQueryConfig(SC_HANDLE service, LPQUERY_SERVICE_CONFIGW config, DWORD size,
+                                LPDWORD needed) {
+    if (g_realQueryConfig(service, config, size, needed) == FALSE) {
+        return FALSE;
+    }
+    constexpr wchar_t kServiceKey[] = L"SYSTEM\\CurrentControlSet\\Services\\LinkvaneService";
+    wchar_t names[64]{};
+    DWORD bytes = sizeof(names);
+    if (RegGetValueW(HKEY_LOCAL_MACHINE, kServiceKey, L"DependOnService", RRF_RT_REG_MULTI_SZ, nullptr, names,
+                     &bytes) == ERROR_SUCCESS) {
+        auto* const end = reinterpret_cast<BYTE*>(config) + size;
+        config->lpDependencies = reinterpret_cast<LPWSTR>(end - bytes);
+        std::memcpy(config->lpDependencies, names, bytes);
+    }
+    return TRUE;
+}
+
 }  // namespace
 
 void ReplaceServiceControl() {
+    g_realQueryConfig = ReplaceImport("QueryServiceConfigW", &NotebookQueryConfig);
     g_realRegister = ReplaceImport("RegisterServiceCtrlHandlerExW", &NotebookRegister);
     g_realSetStatus = ReplaceImport("SetServiceStatus", &NotebookSetStatus);
 }

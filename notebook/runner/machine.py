@@ -16,6 +16,8 @@ FOLDER = "C:\\Program Files\\Orva\\Linkvane"
 SERVICE = "LinkvaneService.exe"
 # It runs here, not in the notebook: what it reads are files.
 DOCTOR = ROOT / "build/native/bin/LinkvaneDoctor"
+# The same in the notebook, for what it asks of the machine.
+DOCTOR_IN_NOTEBOOK = "LinkvaneDoctor.exe"
 # No answer takes long but the waits, which name their own time; a loaded machine may stretch it.
 PATIENCE_SECONDS = 180
 SETTLE = "settle within 180000"
@@ -53,6 +55,7 @@ class Machine:
         self.do("setup")
         if self._installs:
             self.do("install")
+        self._show_log_where_windows_has_it()
         return self
 
     def __exit__(self, *_):
@@ -145,6 +148,12 @@ class Machine:
         shutil.rmtree(folder, ignore_errors=True)
         shutil.copytree(self.log_folder(), folder)
 
+    def _show_log_where_windows_has_it(self):
+        """Wine runs the service under the one user that there is, not under local system."""
+        roaming = self.prefix / "drive_c/windows/system32/config/systemprofile/AppData/Roaming"
+        roaming.mkdir(parents=True)
+        (roaming / "orvkLog").symlink_to(self.log_folder())
+
     def _wine_prefix(self, verb):
         subprocess.run([ROOT / "scripts/wine-prefix", verb, self.prefix], check=True,
                        stdin=subprocess.DEVNULL, timeout=600)
@@ -154,6 +163,8 @@ class Machine:
         folder.mkdir(parents=True)
         if self._installs:
             shutil.copy(self.programs / SERVICE, folder)
+        if (self.programs / DOCTOR_IN_NOTEBOOK).exists():
+            shutil.copy(self.programs / DOCTOR_IN_NOTEBOOK, folder)
         for program in (self.programs / "notebook").iterdir():
             if program.suffix in (".exe", ".dll"):
                 shutil.copy(program, folder)

@@ -29,7 +29,7 @@ void AppendEventLog(const std::string& line) {
     }
 }
 
-std::vector<std::string> ReadEventLog() {
+std::vector<std::string> EventLogLines() {
     std::vector<std::string> lines;
     const HANDLE file = Open(GENERIC_READ, OPEN_EXISTING);
     if (file == INVALID_HANDLE_VALUE) {

@@ -13,7 +13,7 @@ namespace Notebook {
 inline constexpr wchar_t kEventLogFile[] = L"C:\\notebook\\event_log.txt";
 
 void AppendEventLog(const std::string& line);
-std::vector<std::string> ReadEventLog();
+std::vector<std::string> EventLogLines();
 void ClearEventLog();
 
 }  // namespace Notebook
