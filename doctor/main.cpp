@@ -20,6 +20,11 @@ int Run(std::vector<std::string> arguments) {
     app.set_version_flag("--version", LINKVANE_VERSION);
     int exitCode = 0;
     Doctor::AddWhyCommand(app, exitCode);
+#ifdef _WIN32
+    Doctor::AddStatusCommand(app, exitCode);
+    Doctor::AddCheckCommand(app, exitCode);
+    Doctor::AddCollectCommand(app, exitCode);
+#endif
     try {
         app.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
     } catch (const CLI::ParseError& error) {

@@ -12,6 +12,7 @@ LINKVANE_PACKAGES=(
     wine64                            # the test bed
     libwine-dev mingw-w64-tools       # the simulated notebook's proxies: their IDL, and widl
     g++ libcli11-dev libfmt-dev nlohmann-json3-dev  # what looks at logs
+    libz-mingw-w64-dev                # and packs them
 )
 # What looks at logs needs no more than these.
 LINKVANE_DOCTOR_PACKAGES=(ccache cmake ninja-build g++ googletest libcli11-dev libfmt-dev nlohmann-json3-dev)
