@@ -36,20 +36,6 @@ bool IsTerminated(const RawValue& value) {
            (value.data.size() % sizeof(wchar_t) == 0 && value.data.back() == 0 && value.data.end()[-2] == 0);
 }
 
-std::string RememberedOddity(const RawValue& value) {
-    if (!IsText(value)) {
-        return "wrong-type";
-    }
-    if (value.data.size() > kTextLimitBytes) {
-        return "too-long";
-    }
-    if (!IsTerminated(value)) {
-        return "not-terminated";
-    }
-    const std::wstring text = TextOf(value);
-    return text.empty() || text == PowerStatus::kOn || text == PowerStatus::kOff ? "none" : "other-text";
-}
-
 std::wstring Upper(std::wstring text) {
     std::transform(text.begin(), text.end(), text.begin(),
                    [](wchar_t letter) { return static_cast<wchar_t>(std::towupper(letter)); });
@@ -187,6 +173,20 @@ AirplaneMode ReadAirplaneMode() {
         airplane.isOn = ServiceUtils::CheckAirplaneMode();
     }
     return airplane;
+}
+
+std::string RememberedOddity(const RawValue& value) {
+    if (!IsText(value)) {
+        return "wrong-type";
+    }
+    if (value.data.size() > kTextLimitBytes) {
+        return "too-long";
+    }
+    if (!IsTerminated(value)) {
+        return "not-terminated";
+    }
+    const std::wstring text = TextOf(value);
+    return text.empty() || text == PowerStatus::kOn || text == PowerStatus::kOff ? "none" : "other-text";
 }
 
 Remembered ReadRemembered(const wchar_t* keyPath) {

@@ -31,6 +31,8 @@ constexpr wchar_t kPolicyKey[] = L"Software\\Policies\\Orva\\Orva Brimlet Suppor
 
 [[nodiscard]] AirplaneMode ReadAirplaneMode();
 [[nodiscard]] Remembered ReadRemembered(const wchar_t* keyPath);
+/// One of `Remembered::oddity`.
+[[nodiscard]] std::string RememberedOddity(const RawValue& value);
 
 /// The logging policies of the service (not of the program that asks), read as the service reads them.
 [[nodiscard]] LogPolicies ReadLogPolicies();
