@@ -12,6 +12,10 @@ namespace Inspection {
 namespace {
 
 constexpr std::string_view kElevate = "Ask again from an elevated prompt.";
+/// Since its feature release of 2024 Windows 11 tells nobody about Wi-Fi who has no consent to location.
+constexpr std::string_view kElevateOrConsent =
+    "Ask again from an elevated prompt. Windows 11 24H2 and later: turn location services on for the device "
+    "(Settings, Privacy & security, Location).";
 constexpr std::string_view kReinstall =
     "In an elevated prompt: LinkvaneService.exe -remove (it also forgets what is remembered), then "
     "LinkvaneService.exe -install and net start LinkvaneService.";
@@ -273,7 +277,7 @@ void JudgeWlanInterfaces(const Wlan& wlan, Findings& findings) {
         findings.Add(
             Severity::kUnknown, "wifi-unreadable", "wifi",
             fmt::format("The state of \"{}\" cannot be read (error {}).", first.description, first.error),
-            first.error == kErrorAccessDenied ? kElevate : "The adapter's driver");
+            first.error == kErrorAccessDenied ? kElevateOrConsent : "The adapter's driver");
         return;
     }
     if (std::any_of(first.phys.begin(), first.phys.end(),
@@ -296,7 +300,7 @@ void JudgeWlan(const State& state, Findings& findings) {
         // When WLAN AutoConfig does not run, that is a finding of its own.
         findings.Add(Severity::kUnknown, "wifi-unreadable", "wifi",
                      fmt::format("The Wi-Fi adapters cannot be read (error {}).", wlan.error),
-                     wlan.error == kErrorAccessDenied ? kElevate : std::string_view());
+                     wlan.error == kErrorAccessDenied ? kElevateOrConsent : std::string_view());
     }
 }
 
