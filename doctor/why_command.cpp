@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,16 +14,19 @@
 #include "doctor/analysis/log_files.h"
 #include "doctor/analysis/report.h"
 #include "doctor/command_line.h"
+#include "doctor/page/page.h"
 
 namespace Doctor {
 namespace {
 
 constexpr int kNothingRead = 2;
+constexpr int kNotWritten = 3;
 
 struct WhyOptions {
     Question question;
     std::vector<std::string> words;
     bool json = false;
+    std::string page;
 };
 
 std::filesystem::path PathFrom(const std::string& text) {
@@ -59,6 +63,15 @@ void Print(const std::string& text) {
     std::fwrite(text.data(), 1, text.size(), stdout);
 }
 
+int WritePage(const std::string& name, const std::string& page) {
+    std::ofstream file(PathFrom(name), std::ios::binary);
+    if (!file.write(page.data(), static_cast<std::streamsize>(page.size())).flush()) {
+        std::fprintf(stderr, "%s cannot be written\n", Harmless(name).c_str());
+        return kNotWritten;
+    }
+    return 0;
+}
+
 bool IsAnythingRead(const std::vector<Machine>& machines) {
     for (const Machine& machine : machines) {
         for (const LogFile& file : machine.files) {
@@ -89,6 +102,9 @@ int Why(WhyOptions& options) {
                          Harmless(PathText(paths.front())).c_str());
             return kNothingRead;
         }
+        if (!options.page.empty()) {
+            return WritePage(options.page, RenderPage(JsonReport(machines)));
+        }
         Print(options.json ? JsonReport(machines) : TextReport(machines));
         return 0;
     } catch (const BadQuestion& bad) {
@@ -105,7 +121,8 @@ void AddWhyCommand(CLI::App& app, int& exitCode) {
     why->add_option("words", options->words, "A time, then files or folders of the log");
     why->add_option("--since", options->question.since, "Tell the story from this time on");
     why->add_option("--until", options->question.until, "Tell the story, and judge, up to this time");
-    why->add_flag("--json", options->json, "As JSON");
+    CLI::Option* const json = why->add_flag("--json", options->json, "As JSON");
+    why->add_option("--html", options->page, "As a page, written to this file")->excludes(json);
     why->callback([options, &exitCode] { exitCode = Why(*options); });
 }
 

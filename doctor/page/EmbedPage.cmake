@@ -79,7 +79,7 @@ array_of_text(${OUTPUT}.bytes "${after}" after_bytes)
 file(WRITE ${OUTPUT} "\
 #include \"doctor/page/page_template.h\"
 
-namespace doctor {
+namespace Doctor {
 namespace {
 
 constexpr unsigned char kBefore[] = {
@@ -100,5 +100,5 @@ std::string_view PageAfterData()
     return {reinterpret_cast<const char*>(kAfter), sizeof(kAfter)};
 }
 
-} // namespace doctor
+} // namespace Doctor
 ")

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace doctor {
+namespace Doctor {
 namespace {
 
 // In JSON these three stand only inside strings, where an escape says the same; without them the data
@@ -37,4 +37,4 @@ std::string RenderPage(const std::string& json) {
     return page;
 }
 
-}  // namespace doctor
+}  // namespace Doctor

@@ -2,7 +2,7 @@
 
 #include <string>
 
-namespace doctor {
+namespace Doctor {
 
 // The whole page, ready to be written to a file: UTF-8, self-contained, asks no network for anything.
 // `json` is the analysis' report as one JSON value in UTF-8. Its strings may hold anything, markup and
@@ -10,4 +10,4 @@ namespace doctor {
 // std::bad_alloc.
 std::string RenderPage(const std::string& json);
 
-}  // namespace doctor
+}  // namespace Doctor

@@ -13,10 +13,13 @@ LINKVANE_PACKAGES=(
     libwine-dev mingw-w64-tools       # the simulated notebook's proxies: their IDL, and widl
     g++ libcli11-dev libfmt-dev nlohmann-json3-dev  # what looks at logs
     libz-mingw-w64-dev                # and packs them
+    esbuild node-d3-scale node-d3-zoom  # its page
 )
 # What looks at logs needs no more than these.
-LINKVANE_DOCTOR_PACKAGES=(ccache cmake ninja-build g++ googletest libcli11-dev libfmt-dev nlohmann-json3-dev)
-# Only for one mode each.
+LINKVANE_DOCTOR_PACKAGES=(ccache cmake ninja-build g++ googletest libcli11-dev libfmt-dev nlohmann-json3-dev
+    esbuild node-d3-scale node-d3-zoom)
+# Only for one mode each. The page's is a browser, half a gigabyte of it.
+LINKVANE_PAGE_PACKAGES=(chromium chromium-driver python3-selenium)
 LINKVANE_BENCH_PACKAGES=(libfmt-dev libspdlog-dev)
 LINKVANE_COVERAGE_PACKAGES=(gcovr)
 

@@ -9,7 +9,7 @@ import {Clusters} from "./marks.js";
 import * as signs from "./signs.js";
 import * as words from "./words.js";
 
-const AXIS = 46;
+const AXIS = 58;
 const BAND = 22;
 const MARKS = 18;
 const GAP = 12;
@@ -33,6 +33,12 @@ function prepare(canvas, width, height, ratio = window.devicePixelRatio || 1) {
   context.setTransform(ratio, 0, 0, ratio, 0, 0);
   context.clearRect(0, 0, width, height);
   return context;
+}
+
+// A name whose middle gives way when there is no room: adapters differ in their last letters.
+function shortened(name) {
+  const tail = name.length > 20 ? name.slice(-9) : "";
+  return [make("span", {class: "head"}, name.slice(0, name.length - tail.length)), make("span", {class: "tail"}, tail)];
 }
 
 // The times at the indexes, in order also where a clock was set back.
@@ -103,7 +109,7 @@ export class Chart {
     this.chosenThing = null;
     this.clusters = new Map(machine.lanes.map(lane => [lane, new Clusters(lane)]));
     this.layout();
-    byId("verdict-time").disabled = this.verdictTime() === null;
+    byId("verdict-time").disabled = this.verdictTimes().length === 0;
     this.width = 0;
     this.resize();
     this.showEverything();
@@ -139,7 +145,7 @@ export class Chart {
       ...this.rows.map(({lane, y: top}) => {
         const name = make("div", {
           class: `name lane-${lane.id.split(":")[0]} ${lane.id.startsWith("cable:") ? "part" : ""}`, title: lane.title,
-        }, lane.title.replace(/^Cable: /, ""));
+        }, ...shortened(lane.title.replace(/^Cable: /, "")));
         name.style.top = `${top}px`;
         return name;
       }),
@@ -195,18 +201,20 @@ export class Chart {
     this.setView(this.machine.from, this.machine.until);
   }
 
-  verdictTime() {
+  // The times that the verdict is about: its own and those of its proof.
+  verdictTimes() {
     const {data} = this.machine;
-    return data.at ?? data.findings[0]?.t ?? null;
+    const verdict = data.findings[0];
+    const times = [verdict.t, ...verdict.proof.map(proof => proof.t)].filter(t => t !== null && t !== undefined);
+    return times.length || data.at === null ? times : [data.at];
   }
 
   showVerdict() {
-    const t = this.verdictTime();
-    if (t === null) return;
-    const around = Math.min(60000, (this.machine.until - this.machine.from) / 4);
-    this.setView(t - around, t + around);
-    this.cursor = t;
-    this.redraw();
+    const times = this.verdictTimes();
+    if (!times.length) return;
+    const [from, until] = [Math.min(...times), Math.max(...times)];
+    const margin = Math.max(5000, (until - from) * 0.25);
+    this.setView(from - margin, until + margin);
   }
 
   pan(part) {
@@ -268,16 +276,16 @@ export class Chart {
     context.textBaseline = "alphabetic";
     context.textAlign = "left";
     context.fillStyle = colour("muted");
-    context.fillText(words.longDay(from), 2, 13);
+    context.fillText(words.longDay(from), 2, 12);
     context.textAlign = "center";
     for (const tick of ticks) {
       const x = Math.round(this.x(tick.getTime())) + 0.5;
       context.fillStyle = colour("grid");
-      context.fillRect(x - 0.5, AXIS - 8, 1, this.height - AXIS + 8);
+      context.fillRect(x - 0.5, 35, 1, this.height - 35);
       context.fillStyle = colour("muted");
       const label = tickLabel(tick, step);
       const half = this.textWidth(context, label, this.plain) / 2;
-      context.fillText(label, Math.min(this.width - half, Math.max(half, x)), 32);
+      context.fillText(label, Math.min(this.width - half, Math.max(half, x)), 30);
     }
   }
 
@@ -423,7 +431,7 @@ export class Chart {
       context.lineWidth = 1.5;
       context.setLineDash(dash);
       context.beginPath();
-      context.moveTo(x, AXIS - 8);
+      context.moveTo(x, AXIS - 6);
       context.lineTo(x, this.height);
       context.stroke();
       context.setLineDash([]);
@@ -439,17 +447,17 @@ export class Chart {
       const middle = Math.min(this.width - 9, Math.max(9, x));
       context.fillStyle = colour(`${finding.severity}-flag`);
       context.beginPath();
-      context.moveTo(middle - 8, 0);
-      context.lineTo(middle + 8, 0);
-      context.lineTo(middle + 8, 13);
-      context.lineTo(x, 19);
-      context.lineTo(middle - 8, 13);
+      context.moveTo(middle - 8, 35);
+      context.lineTo(middle + 8, 35);
+      context.lineTo(middle + 8, 48);
+      context.lineTo(x, 55);
+      context.lineTo(middle - 8, 48);
       context.fill();
       context.fillStyle = colour("card");
       context.font = `700 11px ${colour("font")}`;
       context.textAlign = "center";
       context.textBaseline = "middle";
-      context.fillText(String(finding.number), middle, 7);
+      context.fillText(String(finding.number), middle, 42);
     }
     if (this.cursor !== null) line(this.cursor, colour("focus"), []);
   }
@@ -499,7 +507,7 @@ export class Chart {
     context.drawImage(this.overviewPicture, 0, 0, this.width, OVERVIEW);
     const {k, x} = this.transform;
     const left = -x / k;
-    const width = Math.max(3, this.width / k);
+    const width = Math.max(6, this.width / k);
     context.fillStyle = colour("veil");
     context.fillRect(0, 0, left, OVERVIEW);
     context.fillRect(left + width, 0, this.width - left - width, OVERVIEW);
@@ -637,8 +645,7 @@ export function describe({lane, interval, marks}) {
     return [
       `${lane.title}: ${words.stateWord(interval.state)}`,
       words.period(interval.from, interval.until) + ` (${words.duration(interval.until - interval.from)})`,
-      interval.state === "unknown" ? "" : `By ${words.whoWord(interval.who)}`.replace("By not", "Not"),
-      interval.why,
+      [interval.state === "unknown" ? "" : words.byWhom(interval.who), interval.why].filter(Boolean).join(": "),
     ].filter(Boolean);
   }
   const shown = marks.slice(0, 4).map(

@@ -86,7 +86,7 @@ export class Machine {
     from ??= this.data.at ?? 0;
     until ??= from;
     // What happens at either end keeps clear of the edge.
-    const margin = Math.max(1000, (until - from) * 0.02);
+    const margin = Math.max(50, (until - from) * 0.02);
     return [from - margin, until + margin];
   }
 

@@ -7,7 +7,7 @@ import {detailOf, lineCells} from "./detail.js";
 import {Filter} from "./filter.js";
 import {findingsOf, severitySign} from "./findings.js";
 import {legendGroups} from "./legend.js";
-import {LEVELS, Machine} from "./machine.js";
+import {LEVELS, lowerBound, Machine} from "./machine.js";
 import {filesTable, laneTables, storyTable} from "./tables.js";
 import {VirtualList} from "./virtual_list.js";
 import * as words from "./words.js";
@@ -42,7 +42,7 @@ function storyRow(index) {
   const entry = storyRows[index];
   return [
     make("span", {class: "time"}, words.clock(entry.t, false), make("small", {}, words.shortDay(entry.t))),
-    make("span", {class: `who ${entry.who}`, title: `By ${words.whoWord(entry.who)}`.replace("By not", "Not")}, whoText(entry.who)),
+    make("span", {class: `who ${entry.who}`, title: words.byWhom(entry.who)}, whoText(entry.who)),
     make("span", {class: "text", title: `${words.moment(entry.t)} ${entry.text}`},
       marked(entry.text, filter.pattern),
       entry.times > 1 ? make("span", {class: "times"}, ` ${words.number(entry.times)} times in ${words.duration(entry.until - entry.t)}`) : null),
@@ -120,21 +120,18 @@ function showInLists(index, storyToo = true) {
   if (storyToo) showInStory(index);
 }
 
-// Where the line stands in the list; the last before it when the filter hides it.
+// Where the line stands in the list; what comes before it when the filter hides it.
 function positionOf(index) {
-  let low = 0;
-  let high = lineRows.length;
-  while (low < high) {
-    const middle = (low + high) >>> 1;
-    if (lineRows[middle] < index) low = middle + 1;
-    else high = middle;
-  }
-  return lineRows[low] === index ? low : Math.min(low, lineRows.length - 1);
+  const position = lowerBound(lineRows.length, i => lineRows[i], index);
+  return lineRows[position] === index ? position : position - 1;
 }
 
 function showInStory(index) {
   const [file, line] = machine.lines[index];
-  storyList.show(storyRows.findIndex(entry => entry.line && entry.line[0] === file && entry.line[1] === line));
+  const told = storyRows.findIndex(entry => entry.line && entry.line[0] === file && entry.line[1] === line);
+  storyList.show(told);
+  // Not every line is told: then at least what was told before it.
+  if (told < 0) storyList.reveal(lowerBound(storyRows.length, i => storyRows[i].t, machine.times[index] + 1) - 1);
 }
 
 // ---- filter
@@ -224,8 +221,12 @@ function viewMoved() {
   viewSettled();
 }
 
-function fillTables() {
-  document.querySelector("#tables div").replaceChildren(...laneTables(machine, chart.view, goToLine), storyTable(machine, chart.view, goToLine));
+const ROWS_ON_SCREEN = 200;
+const ROWS_ON_PAPER = 50;
+
+function fillTables(most = ROWS_ON_SCREEN) {
+  document.querySelector("#tables div").replaceChildren(
+    storyTable(machine, chart.view, goToLine, most), ...laneTables(machine, chart.view, goToLine, most));
 }
 byId("tables").ontoggle = () => {
   if (byId("tables").open) fillTables();
@@ -245,7 +246,7 @@ function showMachine(index) {
   byId("about").textContent = [
     data.name, data.from === null ? null : words.period(data.from, data.until),
     words.plural(data.files.length, "file", "files"),
-    report.asked.time === null ? null : `asked about ${words.moment(report.asked.time)}`,
+    report.asked?.time ? `asked about ${words.moment(report.asked.time)}` : null,
   ].filter(Boolean).join(" \u00b7 ");
   byId("findings").replaceChildren(...findingsOf(machine, proof => goToLine(machine.indexOf([proof.file, proof.line]))));
   byId("detail").hidden = true;
@@ -291,7 +292,7 @@ let tablesWereOpen = false;
 window.addEventListener("beforeprint", () => {
   tablesWereOpen = byId("tables").open;
   byId("tables").open = true;
-  fillTables();
+  fillTables(ROWS_ON_PAPER);
   setTheme("light");
   chart.draw();
 });

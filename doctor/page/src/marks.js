@@ -1,7 +1,7 @@
 // Marks that would lie on each other are shown as one sign with a count. Which ones these are depends on
 // the scale alone, so that nothing jumps while the reader moves along.
 
-const SIGN_SPACE = 30;
+const SIGN_SPACE = 38;
 
 export class Clusters {
   constructor(lane) {

@@ -3,8 +3,6 @@
 import {make} from "./dom.js";
 import * as words from "./words.js";
 
-const MOST_ROWS = 200;
-
 function table(caption, head, rows, left) {
   return make("table", {},
     make("caption", {}, caption, left > 0 ? ` (${words.number(left)} more: look closer to have them here)` : ""),
@@ -22,32 +20,32 @@ function link(machine, reference, show) {
   return index < 0 ? place : make("button", {type: "button", class: "link", onclick: () => show(index)}, place);
 }
 
-// Of the period in view; `show(index)` takes the reader to a line.
-export function laneTables(machine, view, show) {
+// Of the period in view, at most `most` rows each; `show(index)` takes the reader to a line.
+export function laneTables(machine, view, show, most) {
   return machine.lanes.flatMap(lane => {
     const intervals = within(lane.intervals, view, thing => thing.from, thing => thing.until);
     const marks = within(lane.marks, view, thing => thing.t, thing => thing.until);
     const tables = [table(lane.title, ["From", "Until", "State", "By", "Why", "Line"],
-      intervals.slice(0, MOST_ROWS).map(interval => [
+      intervals.slice(0, most).map(interval => [
         words.moment(interval.from), words.moment(interval.until), words.stateWord(interval.state),
         interval.state === "unknown" ? "" : words.whoWord(interval.who), interval.why, link(machine, interval.line, show)]),
-      intervals.length - MOST_ROWS)];
+      intervals.length - most)];
     if (marks.length) {
       tables.push(table(`${lane.title}: decisions, warnings and errors`, ["Time", "Kind", "What", "Times", "Line"],
-        marks.slice(0, MOST_ROWS).map(mark => [
+        marks.slice(0, most).map(mark => [
           words.moment(mark.t), mark.kind, mark.text, mark.times, link(machine, mark.line, show)]),
-        marks.length - MOST_ROWS));
+        marks.length - most));
     }
     return tables;
   });
 }
 
-export function storyTable(machine, view, show) {
+export function storyTable(machine, view, show, most) {
   const story = within(machine.shownStory, view, thing => thing.t, thing => thing.until);
   return table("The story", ["Time", "By", "What", "Times", "Line"],
-    story.slice(0, MOST_ROWS).map(entry => [
+    story.slice(0, most).map(entry => [
       words.moment(entry.t), words.whoWord(entry.who), entry.text, entry.times, link(machine, entry.line, show)]),
-    story.length - MOST_ROWS);
+    story.length - most);
 }
 
 export function filesTable(machine) {

@@ -68,14 +68,17 @@ export class VirtualList {
     const before = this.rows.get(this.active);
     if (before) before.setAttribute("aria-selected", "false");
     this.active = index;
-    if (index >= 0) {
-      const top = index * this.rowHeight;
-      const {scrollTop, clientHeight} = this.host;
-      if (top < scrollTop || top + this.rowHeight > scrollTop + clientHeight) {
-        this.host.scrollTop = Math.max(0, top - clientHeight / 3);
-      }
-      const now = this.rows.get(index);
-      if (now) now.setAttribute("aria-selected", "true");
+    const now = this.rows.get(index);
+    if (now) now.setAttribute("aria-selected", "true");
+    this.reveal(index);
+  }
+
+  // Brings the row into sight.
+  reveal(index) {
+    const top = index * this.rowHeight;
+    const {scrollTop, clientHeight} = this.host;
+    if (index >= 0 && (top < scrollTop || top + this.rowHeight > scrollTop + clientHeight)) {
+      this.host.scrollTop = Math.max(0, top - clientHeight / 3);
     }
     this.draw();
   }

@@ -56,13 +56,15 @@ export const stateWord = state => stateWords[state] || state;
 const whoWords = {user: "the user", service: "the service", windows: "Windows", unknown: "not known by whom"};
 export const whoWord = who => whoWords[who] || who;
 
+export const byWhom = who => (who in whoWords && who !== "unknown" ? `By ${whoWords[who]}` : "Not known by whom");
+
 // The letter in the sign of who acted; signs differ in their shape, too.
 const whoLetters = {user: "U", service: "S", windows: "W", unknown: "?"};
 export const whoLetter = who => whoLetters[who] || "?";
 
 const severities = {
   well: {sign: "\u2713", word: "All well"},
-  note: {sign: "i", word: "As intended"},
+  note: {sign: "i", word: "Note"},
   warning: {sign: "!", word: "Warning"},
   fault: {sign: "\u2715", word: "Fault"},
   unknown: {sign: "?", word: "Cannot be told"},

@@ -8,6 +8,6 @@
 
 int main() {
     const std::string json{std::istreambuf_iterator<char>{std::cin}, {}};
-    std::cout << doctor::RenderPage(json) << std::flush;
+    std::cout << Doctor::RenderPage(json) << std::flush;
     return std::cout ? 0 : 1;
 }
