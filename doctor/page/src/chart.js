@@ -35,9 +35,9 @@ function prepare(canvas, width, height, ratio = window.devicePixelRatio || 1) {
   return context;
 }
 
-// A name whose middle gives way when there is no room: adapters differ in their last letters.
+// A name whose middle gives way when there is no room: adapters differ in their last words.
 function shortened(name) {
-  const tail = name.length > 20 ? name.slice(-9) : "";
+  const tail = name.match(/\s\S{1,11}$/)?.[0] ?? "";
   return [make("span", {class: "head"}, name.slice(0, name.length - tail.length)), make("span", {class: "tail"}, tail)];
 }
 
@@ -564,6 +564,7 @@ export class Chart {
     this.chosenThing = thing;
     this.redraw();
     this.chosen(thing);
+    byId("spoken").textContent = `${describe(thing)[0]}: its lines are shown below`;
   }
 
   wheel(wheel) {

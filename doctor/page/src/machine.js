@@ -72,6 +72,7 @@ export class Machine {
       (marks.get(mark.lane) || marks.get("runs") || []).push(mark);
     }
     this.lanes = data.lanes.map(lane => new Lane(lane, marks.get(lane.id)));
+    this.days = data.from !== null && data.until - data.from > 86400000;
     // The times that the lanes reach from and to.
     [this.from, this.until] = this.extent();
   }

@@ -56,7 +56,7 @@ function lineRow(index) {
   const cells = lineCells(machine, lineRows[index]);
   return [
     make("span", {class: "number"}, cells.number),
-    make("span", {class: "time"}, cells.time),
+    make("span", {class: "time"}, machine.days ? `${words.shortDay(machine.times[lineRows[index]])} ` : "", cells.time),
     make("span", {class: `level ${cells.level}`}, cells.level),
     make("span", {class: "thread"}, cells.thread),
     make("span", {class: "text", title: `${cells.place} ${cells.operation} ${cells.text}`},

@@ -475,6 +475,37 @@ class OddReportTest(unittest.TestCase):
         self.assertEqual(self.browser.text("#lines output"), "2 of 2 lines")
 
 
+class WhyTest(unittest.TestCase):
+    """LinkvaneDoctor writes the page of a log."""
+
+    LOG = (b"2026/11/20 20:37:06.860|00000120|Information|CMainService::OnStart|Linkvane Service (1.0.0.1) in OnStart\r\n"
+           b"2026/11/20 20:37:07.860|00000120|Information|CMainService::OnStop|Linkvane Service in OnStop\r\n")
+
+    def why(self, page):
+        FOLDER.mkdir(parents=True, exist_ok=True)
+        log = FOLDER / "LinkvaneService.log"
+        log.write_bytes(self.LOG)
+        return subprocess.run([os.environ["LINKVANE_DOCTOR"], "why", log, "--html", page], capture_output=True, text=True, check=False)
+
+    def test_page_of_a_log_opens_with_its_verdict(self):
+        page = FOLDER / "why \u00e4.html"
+        done = self.why(page)
+        self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
+        browser = Browser()
+        try:
+            browser.open(page)
+            self.assertIn("The service does not run since 2026/11/20 20:37:07.860", browser.text("#findings .sentence"))
+            self.assertEqual(browser.text("#lines output"), "2 of 2 lines")
+            self.assertEqual(browser.console(), [])
+        finally:
+            browser.close()
+
+    def test_a_page_that_cannot_be_written_is_said_so(self):
+        done = self.why(FOLDER / "nowhere" / "page.html")
+        self.assertEqual(done.returncode, 3)
+        self.assertIn("page.html cannot be written", done.stderr)
+
+
 class LargeReportTest(unittest.TestCase):
     """As much as a report carries. Times are the page's own processor time: other programs do not count."""
 

@@ -10,10 +10,10 @@ def main():
     page, picture, *scheme = sys.argv[1:]
     browser = Browser()
     try:
-        browser.open(page, width=1100, scheme=scheme[0] if scheme else "light")
-        # Only what stands above the lists, without what has no use on a picture.
+        browser.open(page, width=1000, scheme=scheme[0] if scheme else "light")
+        # Only the verdict and the lanes, without what has no use on a picture.
         browser.run("""
-            for (const element of document.querySelectorAll("#theme, #filter, .buttons, #plot-keys, #tables, .columns, .columns ~ section, footer")) {
+            for (const element of document.querySelectorAll("#theme, .verdict ~ .finding, #filter, .buttons, #plot-keys, #tables, .columns, .columns ~ section, footer")) {
               element.hidden = true;
             }""")
         browser.picture(picture)
