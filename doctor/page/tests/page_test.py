@@ -5,6 +5,7 @@ Pictures of it go to the build folder, to be looked at.
 """
 
 import base64
+import itertools
 import json
 import os
 import pathlib
@@ -21,7 +22,7 @@ from selenium.webdriver.support.ui import Select
 import example
 from browser import Browser
 
-FOLDER = pathlib.Path(os.environ["LINKVANE_PAGE_FOLDER"])
+FOLDER = pathlib.Path(os.environ["LINKVANE_PAGE_FOLDER"]).resolve()
 VERDICT = "Wi-Fi did not come back because the WLAN driver refuses to switch the radio on: error 31, 486 times in 52 s."
 
 
@@ -97,6 +98,10 @@ class PageTest(unittest.TestCase):
             self.assertLess(time.monotonic(), until, "it does not come")
             time.sleep(0.02)
 
+    def open_tables(self):
+        self.browser.one("#tables summary").click()
+        self.wait_for(lambda: self.browser.all("#tables table"))
+
     # ---- opening
 
     def test_opening_asks_no_network_for_anything(self):
@@ -128,6 +133,40 @@ class PageTest(unittest.TestCase):
         for name, ink in zip(names, inks):
             self.assertGreater(ink, 5, name)
 
+    def test_who_acted_shows_without_colours(self):
+        """The signs differ in grey, too, and stand where a state begins."""
+        signs = self.browser.run("""
+            return [...document.querySelectorAll("#legend canvas")].map(canvas => {
+              const copy = Object.assign(document.createElement("canvas"), {width: canvas.width, height: canvas.height});
+              const pen = copy.getContext("2d", {willReadFrequently: true});
+              pen.fillStyle = "white";
+              pen.fillRect(0, 0, canvas.width, canvas.height);
+              pen.drawImage(canvas, 0, 0);
+              const data = pen.getImageData(0, 0, canvas.width, canvas.height).data;
+              const dark = [];
+              for (let i = 0; i < data.length; i += 4) dark.push(data[i] + data[i + 1] + data[i + 2] < 384 ? 1 : 0);
+              return dark.join("");
+            });""")
+        who = signs[4:8]
+        for left, right in itertools.combinations(range(4), 2):
+            differing = sum(a != b for a, b in zip(who[left], who[right]))
+            self.assertGreater(differing, 20, (left, right))
+        for t, sign in (("20 08:12:40.420", "who-service"), ("20 12:40:00.000", "who-windows"), ("20 14:27:11.000", "who-user")):
+            x, y = self.point("Wi-Fi", example.at(t))
+            near = self.browser.run("""
+                const canvas = document.getElementById("canvas");
+                const copy = Object.assign(document.createElement("canvas"), {width: 24, height: 16});
+                const pen = copy.getContext("2d", {willReadFrequently: true});
+                pen.fillStyle = getComputedStyle(document.documentElement).getPropertyValue(`--${arguments[2]}`);
+                pen.fillRect(0, 0, 1, 1);
+                const wanted = [...pen.getImageData(0, 0, 1, 1).data].join();
+                pen.drawImage(canvas, arguments[0] + canvas.width / 2, arguments[1] + canvas.height / 2 - 8, 24, 16, 0, 0, 24, 16);
+                const data = pen.getImageData(0, 0, 24, 16).data;
+                let count = 0;
+                for (let i = 0; i < data.length; i += 4) count += [...data.slice(i, i + 4)].join() === wanted ? 1 : 0;
+                return count;""", x, y, sign)
+            self.assertGreater(near, 30, sign)
+
     def test_several_machines_are_told_apart_and_each_has_its_page(self):
         buttons = self.browser.all("#machines button")
         self.assertEqual([button.text.split("\n")[-1] for button in buttons], ["NB-0417", "NB-0099"])
@@ -138,8 +177,7 @@ class PageTest(unittest.TestCase):
     # ---- untrusted texts
 
     def test_markup_in_names_is_text(self):
-        self.browser.one("#tables summary").click()
-        self.browser.frame()
+        self.open_tables()
         self.assertIn(example.MARKUP[:40], self.browser.text("#tables"))
         self.assertIn("</script><script>", self.browser.text("#findings"))
         self.assertEqual(self.browser.all("img"), [])
@@ -244,7 +282,7 @@ class PageTest(unittest.TestCase):
         self.assertIn("1328", self.selected("lines"))
 
     def test_everything_that_is_operated_has_a_name(self):
-        self.browser.one("#tables summary").click()
+        self.open_tables()
         self.browser.command("Accessibility.enable")
         nodes = self.browser.command("Accessibility.getFullAXTree")["nodes"]
         roles = {"button", "textbox", "searchbox", "combobox", "checkbox", "radio", "listbox", "application", "region", "table"}
@@ -260,8 +298,7 @@ class PageTest(unittest.TestCase):
         self.browser.command("Accessibility.disable")
 
     def test_tables_say_what_the_lanes_show(self):
-        self.browser.one("#tables summary").click()
-        self.browser.frame()
+        self.open_tables()
         captions = [caption.text for caption in self.browser.all("#tables caption")]
         for lane in self.machine["lanes"]:
             self.assertIn(" ".join(lane["title"].split()), [" ".join(caption.split()) for caption in captions])
@@ -332,6 +369,13 @@ class PageTest(unittest.TestCase):
         Select(self.browser.one("#thread")).select_by_visible_text("00000330")
         self.assertEqual(self.browser.text("#hits"), "2 lines found")
 
+    def test_filter_takes_signs_and_story_along(self):
+        self.browser.one("#levels input[value=Error]").click()
+        self.assertEqual([row.text for row in self.browser.all("#story .row") if "The driver refuses" in row.text], [])
+        self.click_lane("Wi-Fi", example.at("20 18:30:04.000"), below=32)
+        self.assertIn("cable out: Wi-Fi back on", self.browser.text("#detail .marks"))
+        self.assertNotIn("the driver refuses", self.browser.text("#detail .marks"))
+
     def test_a_line_that_the_filter_hides_is_shown_when_it_is_asked_for(self):
         self.search_for("airplanemodewatcher")
         self.browser.all("#findings .proof")[0].click()
@@ -392,7 +436,7 @@ class PageTest(unittest.TestCase):
         for width in (800, 600):
             with self.subTest(width=width):
                 self.browser.open(self.page, width=width)
-                self.browser.one("#tables summary").click()
+                self.open_tables()
                 self.click_lane("Wi-Fi", example.at("20 10:00:00.000"))
                 wide = self.browser.run("return document.documentElement.scrollWidth")
                 self.assertLessEqual(wide, width)
