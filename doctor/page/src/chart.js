@@ -424,20 +424,11 @@ export class Chart {
   // The moment that was asked about, the findings by their numbers, and the line that was chosen.
   drawMoments(context) {
     const {data} = this.machine;
-    const line = (t, hue, dash) => {
+    const line = (t, kind) => {
       const x = Math.round(this.x(t)) + 0.5;
-      if (x < 0 || x > this.width) return null;
-      context.strokeStyle = hue;
-      context.lineWidth = 1.5;
-      context.setLineDash(dash);
-      context.beginPath();
-      context.moveTo(x, AXIS - 6);
-      context.lineTo(x, this.height);
-      context.stroke();
-      context.setLineDash([]);
-      return x;
+      if (x >= 0 && x <= this.width) signs.drawMoment(context, kind, x, AXIS - 6, this.height);
     };
-    if (data.at !== null) line(data.at, colour("accent"), [5, 4]);
+    if (data.at !== null) line(data.at, "asked");
     const taken = [];
     for (const finding of data.findings) {
       if (finding.t === null) continue;
@@ -445,21 +436,9 @@ export class Chart {
       if (x < -8 || x > this.width + 8 || taken.some(other => Math.abs(other - x) < 18)) continue;
       taken.push(x);
       const middle = Math.min(this.width - 9, Math.max(9, x));
-      context.fillStyle = colour(`${finding.severity}-flag`);
-      context.beginPath();
-      context.moveTo(middle - 8, 35);
-      context.lineTo(middle + 8, 35);
-      context.lineTo(middle + 8, 48);
-      context.lineTo(x, 55);
-      context.lineTo(middle - 8, 48);
-      context.fill();
-      context.fillStyle = colour("card");
-      context.font = `700 11px ${colour("font")}`;
-      context.textAlign = "center";
-      context.textBaseline = "middle";
-      context.fillText(String(finding.number), middle, 42);
+      signs.drawFlag(context, finding.severity, String(finding.number), x, middle, 35);
     }
-    if (this.cursor !== null) line(this.cursor, colour("focus"), []);
+    if (this.cursor !== null) line(this.cursor, "chosen");
   }
 
   drawFocus(context) {

@@ -148,6 +148,35 @@ export function drawMark(context, kind, x, y) {
   context.stroke();
 }
 
+// A finding's number, above the moment at `x`; `middle` is where there is room for it, `y` its top.
+export function drawFlag(context, severity, text, x, middle, y) {
+  context.fillStyle = colour(`${severity}-flag`);
+  context.beginPath();
+  context.moveTo(middle - 8, y);
+  context.lineTo(middle + 8, y);
+  context.lineTo(middle + 8, y + 13);
+  context.lineTo(x, y + 20);
+  context.lineTo(middle - 8, y + 13);
+  context.fill();
+  context.fillStyle = colour("card");
+  context.font = `700 11px ${colour("font")}`;
+  context.textAlign = "center";
+  context.textBaseline = "middle";
+  context.fillText(text, middle, y + 7);
+}
+
+// A moment that stands out: what the verdict is about, or the line that was chosen.
+export function drawMoment(context, kind, x, top, bottom) {
+  context.strokeStyle = colour(kind === "asked" ? "accent" : "focus");
+  context.lineWidth = 1.5;
+  context.setLineDash(kind === "asked" ? [5, 4] : []);
+  context.beginPath();
+  context.moveTo(x, top);
+  context.lineTo(x, bottom);
+  context.stroke();
+  context.setLineDash([]);
+}
+
 // Drawing a sign takes many strokes, and there are hundreds in a picture: they are drawn once and copied.
 const STAMP = 20;
 
