@@ -576,7 +576,7 @@ export class Chart {
       ArrowUp: () => this.changeLane(-1), ArrowDown: () => this.changeLane(1),
       Home: () => this.stepTo(0), End: () => this.stepTo(-1),
       Enter: () => this.focus && this.choose(this.focus), " ": () => this.focus && this.choose(this.focus),
-      Escape: () => { this.focus = null; this.chosenThing = null; this.redraw(); },
+      Escape: () => { this.chosenThing = null; this.redraw(); },
     };
     const action = actions[key.key];
     if (!action) return;

@@ -77,9 +77,14 @@ function chooseThing(thing) {
 function showDetail(thing, index) {
   const detail = byId("detail");
   detail.replaceChildren(
-    make("button", {type: "button", class: "close", "aria-label": "Close", onclick: () => { detail.hidden = true; }}, "\u2715"),
+    make("button", {type: "button", class: "close", "aria-label": "Close", onclick: closeDetail}, "\u2715"),
     ...detailOf(machine, thing, index, {show: goToLine, choose: mark => goToLine(machine.indexOf(mark.line))}));
   detail.hidden = false;
+}
+
+function closeDetail() {
+  byId("detail").hidden = true;
+  byId("plot").focus();
 }
 
 function chooseStory(entry) {
@@ -150,11 +155,11 @@ function fillLists() {
   byId("whole-line").replaceChildren();
   storyList.reset(storyRows.length);
   linesList.reset(lineRows.length);
-  const left = machine.data.lines_left_out;
-  document.querySelector("#story output").textContent = words.plural(storyRows.length, "entry", "entries");
+  const more = left => (left ? `; ${words.number(left)} more only in the files` : "");
+  document.querySelector("#story output").textContent =
+    words.plural(storyRows.length, "entry", "entries") + more(machine.data.story_left_out);
   document.querySelector("#lines output").textContent =
-    `${words.number(lineRows.length)} of ${words.plural(machine.lines.length, "line", "lines")}` +
-    (left ? `; ${words.number(left)} more only in the files` : "");
+    `${words.number(lineRows.length)} of ${words.plural(machine.lines.length, "line", "lines")}` + more(machine.data.lines_left_out);
   byId("hits").textContent = filter.active ? `${words.plural(machine.shown.length, "line", "lines")} found` : "";
   byId("no-filter").disabled = !filter.active;
   if (byId("tables").open) fillTables();
@@ -203,6 +208,7 @@ byId("thread").onchange = () => {
 byId("in-view").onchange = fillLists;
 byId("no-filter").onclick = clearFilter;
 document.addEventListener("keydown", key => {
+  if (key.key === "Escape" && !byId("detail").hidden) closeDetail();
   if (key.key !== "/" || key.target.closest("input, select, textarea")) return;
   key.preventDefault();
   byId("search").focus();

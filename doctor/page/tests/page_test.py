@@ -252,8 +252,10 @@ class PageTest(unittest.TestCase):
         self.assertIn("By the service: cable in", spoken)
         self.browser.press(Keys.ENTER)
         self.assertIn("Wi-Fi: off", self.browser.text("#detail"))
+        self.browser.press(Keys.ESCAPE)
+        self.assertFalse(self.browser.one("#detail").is_displayed())
         self.browser.press(Keys.END)
-        self.assertIn("Wi-Fi", self.browser.one("#spoken").get_attribute("textContent"))
+        self.assertIn("the driver refuses, error 31", self.browser.one("#spoken").get_attribute("textContent"))
 
     def test_period_in_view_is_moved_by_keyboard(self):
         whole = self.browser.text("#period")
