@@ -116,10 +116,6 @@ export class Machine {
     return Math.min(Math.max(after - 1, 0), this.times.length - 1);
   }
 
-  file(index) {
-    return this.data.files[this.lines[index][0]];
-  }
-
   fileName(number) {
     const file = this.data.files[number];
     return file ? file.path.split(/[\\/]/).pop() : "?";

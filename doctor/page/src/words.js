@@ -71,8 +71,5 @@ const severities = {
 };
 export const severity = name => severities[name] || severities.unknown;
 
-const severityOrder = ["well", "note", "unknown", "warning", "fault"];
-export const worse = (left, right) => severityOrder.indexOf(left) > severityOrder.indexOf(right);
-
 const subjects = {wifi: "Wi-Fi", wwan: "Mobile broadband", service: "Service", log: "Log"};
 export const subjectWord = subject => subjects[subject] || subject;
