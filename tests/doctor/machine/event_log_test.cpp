@@ -82,11 +82,18 @@ TEST(EventRecordsTest, SourceWithoutEndIsEmpty) {
     EXPECT_EQ(ParseEventRecords(record).front().source, "");
 }
 
+bool IsTaken(const char* source, const char* text) {
+    EventEntry entry;
+    entry.source = source;
+    entry.strings = {text, "1"};
+    return IsAboutService(entry);
+}
+
 TEST(EventRecordsTest, ServiceAndWhatTheControlManagerSaysOfItAreTaken) {
-    EXPECT_TRUE(IsAboutService({.source = "LinkvaneService"}));
-    EXPECT_TRUE(IsAboutService({.source = "Service Control Manager", .strings = {"Linkvane Service", "1"}}));
-    EXPECT_FALSE(IsAboutService({.source = "Service Control Manager", .strings = {"Print Spooler"}}));
-    EXPECT_FALSE(IsAboutService({.source = "Other", .strings = {"Linkvane Service"}}));
+    EXPECT_TRUE(IsTaken("LinkvaneService", "anything"));
+    EXPECT_TRUE(IsTaken("Service Control Manager", "Linkvane Service"));
+    EXPECT_FALSE(IsTaken("Service Control Manager", "Print Spooler"));
+    EXPECT_FALSE(IsTaken("Other", "Linkvane Service"));
 }
 
 }  // namespace
