@@ -75,7 +75,8 @@ void CMainService::AirplaneModeWatcher() {
             log.Information(L"AirplaneModeWatcher - Registry Change Event Triggered");
             actedOn = FollowAirplaneMode(log);
         } catch (...) {
-            // What was not acted on is still seen by the next pass.
+            // What was not acted on is still seen by the next pass. While memory stays short, passes
+            // follow each other without a pause.
             log.Error(L"Exception in AirplaneModeWatcher()");
         }
     }

@@ -82,8 +82,8 @@ void CMainService::OnStop() {
     m_mbnInterfaceManager.Reset();
 
     CloseWlanHandle(log);
-    // This thread has not entered COM. It leaves it all the same, on purpose: the service ends
-    // here, and nothing on this thread uses COM any more.
+    // This thread has not entered COM. It leaves it all the same, which ends nothing: the process holds
+    // its multithreaded apartment.
     CoUninitialize();
 }
 

@@ -27,8 +27,8 @@ class CorvaLogListenerFile final : public CorvaLogListener {
 
     [[nodiscard]] int GetType() const override;
 
-    /// Gives queued entries, and those that other threads queue meanwhile, up to 1.2 s to be written.
-    /// What is queued afterwards is lost. The destructor does the same.
+    /// Gives queued entries, and those that others queue while their writer works, up to 1.2 s to be
+    /// written. What is queued when that writer has ended is lost. The destructor does the same.
     void DrainQueue();
 
   private:

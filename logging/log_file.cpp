@@ -90,8 +90,8 @@ bool LogFile::Acquire() const {
     if (result == WAIT_ABANDONED) {
         // The former holder died. The abandoned wait has already given the mutex; this one takes
         // it a second time, while a write releases it once. So the thread keeps the mutex from now
-        // on and all others wait, on purpose: of the programs that shared the file with one that
-        // died in the middle of a write, one goes on, and its lines stay together.
+        // on, and all others wait: of the programs that shared the file with one that died in the
+        // middle of a write, one goes on.
         result = WaitForSingleObject(m_mutex.Get(), INFINITE);
     }
     return result == WAIT_OBJECT_0;
@@ -162,8 +162,8 @@ void LogFile::CheckSize() {
     m_writeCounter = static_cast<std::int32_t>(static_cast<std::uint32_t>(before) + 1);
     if (before > WritesPerCheck()) {
         if (!RotateLogFile(Rotation::kWhenLarge)) {
-            // Halved even when the file was rotated, on purpose: the next look then comes after
-            // half as many writes, so that long lines cannot carry the new file far beyond its limit.
+            // Halved even when the file was rotated: the next look then comes after half as many
+            // writes.
             m_writeCounter /= kCounterDivisor;
         }
     }

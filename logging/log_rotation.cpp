@@ -35,7 +35,7 @@ struct WrittenEarlier {
 };
 
 /// Oldest first. Of files with the same time only the first found is in it, and the others keep
-/// their names: on purpose, since their order cannot be told.
+/// their names.
 using FilesByAge = std::set<NumberedFile, WrittenEarlier>;
 
 struct Move {

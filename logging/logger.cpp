@@ -43,9 +43,12 @@ class AtListeners {
 };
 
 /// Only a file listener has entries on their way.
-void DrainQueue(CorvaLogListener* listener) {
-    if (auto* const file = dynamic_cast<CorvaLogListenerFile*>(listener)) {
-        file->DrainQueue();
+void DrainQuietly(CorvaLogListener* listener) noexcept {
+    try {
+        if (auto* const file = dynamic_cast<CorvaLogListenerFile*>(listener)) {
+            file->DrainQueue();
+        }
+    } catch (...) {
     }
 }
 
@@ -89,8 +92,8 @@ CorvaLogger::~CorvaLogger() {
 void CorvaLogger::EndListeners() noexcept {
     for (int i = 0; i < m_listenerCount; ++i) {
         std::atomic<CorvaLogListener*>& place = m_listeners[static_cast<std::size_t>(i)];
-        // Before the place is emptied: what others write during the drain is still written.
-        DrainQueue(place);
+        // Before the place is emptied: what others write while the writer works is still written.
+        DrainQuietly(place);
         const CorvaLogListener* const listener = place.exchange(nullptr);
         if (threadsAtListeners == 0) {
             DeleteQuietly(listener);

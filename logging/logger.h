@@ -76,8 +76,8 @@ class CorvaLogger {
     /// Writes one entry whose message is ready (terminated; 511 characters at most).
     void WriteText(int level, const char* functionName, const wchar_t* message);
 
-    /// Deletes the listeners, one after the other. A file listener drains its queue first, and takes what
-    /// is written meanwhile too. Entries that come later go nowhere. Other threads may write at any time:
+    /// Deletes the listeners, one after the other. A file listener drains its queue first, with what comes
+    /// while its writer works. Entries that come later go nowhere. Other threads may write at any time:
     /// while one of them is on its way through the listeners, those that it may have looked up stay, to
     /// the end of the process.
     void EndListeners() noexcept;
@@ -106,7 +106,7 @@ class CorvaLogger {
     std::array<std::atomic<CorvaLogListener*>, kMostListeners> m_listeners{};
     int m_listenerCount = 0;
     int m_minLevel = Level::kNever;
-    /// Never below "Error", on purpose: each listener filters again.
+    /// Never below "Error", whatever the listeners allow: each of them filters again.
     int m_maxLevel = Level::kError;
     bool m_timingEnabled = false;
     const CorvaLogListener* m_primaryFileListener = nullptr;

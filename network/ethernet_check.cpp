@@ -79,7 +79,7 @@ DWORD ReadAdapters(const LogScope& log) {
     if (result == ERROR_SUCCESS) {
         log.Information(L"GetAdaptersInfo() success: ulOutBufLen = %u.", bytes);
     } else {
-        // The thread's last error on purpose, which need not be the code that was returned.
+        // The line shows the thread's last error, which need not be the code that was returned.
         log.Error(L"GetAdaptersInfo() failed.Error = 0x%08lx", GetLastError());
     }
     return result;

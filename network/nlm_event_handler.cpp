@@ -35,8 +35,8 @@ bool WaitForAddress(const LogScope& log) {
         log.Warning(L"CheckEthernetConnectionStatus failed in try %d", tries);
         Platform::Pause(kAddressPollInterval);
         ++tries;
-        // `noAddress` keeps what an earlier try saw, on purpose: the try that finds the address
-        // still costs its line and its pause.
+        // `noAddress` keeps what an earlier try saw: the try that finds the address still costs its
+        // line and its pause.
     } while (status == NLMEventHandler::kNoEthernet && tries < kAddressTries && noAddress == 1);
     return status != NLMEventHandler::kNoEthernet;
 }
@@ -159,8 +159,8 @@ HRESULT NLMEventHandler::NetworkConnectionConnectivityChanged(GUID connectionId,
         Platform::UniqueCoTaskText text;
         const HRESULT converted = StringFromCLSID(connectionId, text.Put());
         if (FAILED(converted)) {
-            // The last error instead of the result, and the notification flag stays set: both on
-            // purpose.
+            // The line shows the last error, not the result. The notification flag stays set, until the
+            // next event ends.
             log.Error(L"StringFromCLSID failed w/err 0x%08lx", GetLastError());
             return converted;
         }

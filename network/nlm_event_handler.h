@@ -68,7 +68,7 @@ class NLMEventHandler : public INetworkListManagerEvents,
     static int CheckEthernetConnectionStatusEx(int* status, int* noAddress);
 
   protected:
-    /// A plain integer, changed without interlocked operations, on purpose.
+    /// A plain integer, changed without interlocked operations.
     ULONG m_references = 0;
     INetworkListManager* m_networkListManager;
     WiredConnections* m_wiredConnections;

@@ -126,7 +126,7 @@ HRESULT CMbnSinks::OnSetSoftwareRadioStateComplete(IMbnRadio* radio, ULONG reque
     const LogScope log("CMbnSinks::OnSetSoftwareRadioStateComplete", L"RequestID = %d, Status = 0x%x",
                        requestId, status);
     try {
-        // Held for all of it, on purpose also while a change is undone below: the completion of
+        // Held for all of it, also while a change is undone below: the completion of
         // that very switch waits here until the switch has stopped waiting for it and has looked
         // for itself.
         const std::lock_guard hold(m_eventLock);

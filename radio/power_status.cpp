@@ -74,8 +74,8 @@ DWORD SetPowerStatusInRegistry(const wchar_t* keyPath, RadioStatus status) {
         log.Information(L"Writing Power Status in registry. Value = %s", text);
         const LSTATUS error = Registry(HKEY_LOCAL_MACHINE).SetValue(keyPath, PowerStatus::kValueName, text);
         if (error != ERROR_SUCCESS) {
-            // The thread's last error, which registry functions leave alone, and not the code that
-            // was returned: on purpose, support reads these lines as they have always been.
+            // The line shows the thread's last error, which registry functions leave alone, and not
+            // the code that was returned.
             log.Error(L"Registry::SetValue failed with error %d", GetLastError());
         }
         result = static_cast<DWORD>(error);
@@ -99,7 +99,7 @@ DWORD SetWlanPowerStatusInRegistry(RadioStatus status) {
 
 DWORD SetWwanPowerStatusInRegistry(RadioStatus status) {
     LogScope log("ServiceUtils::SetWwanPowerStatusInRegistry", L"WWAN status to write = %d", status);
-    // Interrupted by an exception this writer reports success, unlike its WLAN twin: on purpose.
+    // Interrupted by an exception this writer reports success, unlike its WLAN twin.
     DWORD result = ERROR_SUCCESS;
     try {
         log.Information(L"SetWwanPowerStatusInRegistry. Value = %s", PowerStatusText(status));

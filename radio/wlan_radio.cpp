@@ -210,8 +210,8 @@ bool SetPhysWithPatience(const LogScope& log, const WlanSession& session, const 
         Platform::Pause(kPassPause);
         ++pass;
     }
-    // By the counter alone, on purpose: a radio that followed only in the very last pass counts as
-    // one that is not to be trusted, although this switch succeeded.
+    // By the counter alone: a radio that followed only in the very last pass reads as off from now on,
+    // although this switch succeeded.
     const bool ranOut = pass >= kLastPass;
     if (ranOut) {
         log.Error(L"WlanSetInterface failed");
@@ -224,7 +224,7 @@ WLAN_PHY_RADIO_STATE PrepareRadioState(const LogScope& log, RadioStatus newStatu
     WLAN_PHY_RADIO_STATE radioState{};
     if (MeansOn(newStatus)) {
         radioState.dot11SoftwareRadioState = dot11_radio_state_on;
-        log.Verbose(L"Linkvane set WIFI radio to dot11_radi_state_on");  // misspelled on purpose
+        log.Verbose(L"Linkvane set WIFI radio to dot11_radi_state_on");  // the spelling of the log
     } else {
         radioState.dot11SoftwareRadioState = dot11_radio_state_off;
         log.Verbose(L"Linkvane set WIFI radio to dot11_radio_state_off");

@@ -90,7 +90,7 @@ void CallScope::Obey() {
 }
 
 void CallScope::Wait(RuleKind kind) {
-    // Held on purpose by someone who tests; polling is good enough for that.
+    // Held by someone who tests; polling is good enough for that.
     const std::uint32_t run = State().service.runs;
     while (RuleOf(State(), m_call).kind == kind) {
         const ServiceRun& service = State().service;

@@ -44,7 +44,7 @@ class NetworkSubscriptionTest : public CoreTest {
         world.listManager.HandOut(service.m_networkListManager.GetAddressOf());
     }
     ~NetworkSubscriptionTest() override {
-        // The references that are kept on purpose would let the handler outlive the process.
+        // The references that are kept would let the handler outlive the process.
         NLMEventHandler* const handler = m_handler;
         m_handler = nullptr;
         while (handler != nullptr && handler->Release() != 0) {

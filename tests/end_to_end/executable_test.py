@@ -61,10 +61,10 @@ class Executable(unittest.TestCase):
                 self.expect_content(f"{name}\0{padding}{text}\0".encode("utf-16-le"))
 
     def test_manifest_names_every_supported_system(self):
-        # Windows 7, 8, 8.1, 10 and 11.
+        # Windows 8, 8.1, 10 and 11.
         supported = {
-            b"{35138b9a-5d96-4fbd-8e2d-a2440225f93a}", b"{4a2f28e3-53b9-4441-ba9c-d69d4a4a6e38}",
-            b"{1f676c76-80e1-4239-95bb-83d0f6d0da78}", b"{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}",
+            b"{4a2f28e3-53b9-4441-ba9c-d69d4a4a6e38}", b"{1f676c76-80e1-4239-95bb-83d0f6d0da78}",
+            b"{8e0f7a12-bfb3-4fe8-b9a5-48fd50a15a9a}",
         }
         named = re.findall(rb'<supportedOS Id="([^"]*)"', self.content)
         self.assertEqual(set(named), supported)

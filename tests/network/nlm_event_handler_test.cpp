@@ -867,7 +867,7 @@ TEST_F(NLMEventHandlerTest, EventsOfSeveralThreadsAreHandledOneAfterTheOther) {
     EXPECT_EQ(bounds.front(), start);
 }
 
-// Kept on purpose: the flag is one for all events. The one that waits has set it already when the
+// The flag is one for all events. The one that waits has set it already when the
 // one before it clears it, and does not set it again.
 TEST_F(NLMEventHandlerTest, EventThatWaitedForAnotherOneSwitchesWithTheFlagClear) {
     GiveAddress();
