@@ -61,6 +61,11 @@ class Browser:
     def all(self, selector):
         return self.driver.find_elements(By.CSS_SELECTOR, selector)
 
+    def texts(self, selector):
+        """What stands in all of them at one moment: the page may write them anew at any time."""
+        return [" ".join(text.split()) for text in self.run(
+            "return [...document.querySelectorAll(arguments[0])].map(found => found.innerText)", selector)]
+
     def text(self, selector):
         return self.one(selector).text
 
