@@ -75,7 +75,8 @@ IncrementMtaUsage* FindIncrementMtaUsage() {
 void HoldMultithreadedApartment() {
     IncrementMtaUsage* const increment = FindIncrementMtaUsage();
     void* cookie = nullptr;
-    const HRESULT held = increment == nullptr ? HRESULT_FROM_WIN32(ERROR_PROC_NOT_FOUND) : increment(&cookie);
+    constexpr DWORD kMissing = ERROR_PROC_NOT_FOUND;
+    const HRESULT held = increment == nullptr ? HRESULT_FROM_WIN32(kMissing) : increment(&cookie);
     if (FAILED(held)) {
         Log(Orva::Shared::Level::kError,
             L"CoIncrementMTAUsage failed. Error: 0x%08X. Events may stay away when the start has ended.",
