@@ -1,10 +1,8 @@
 // The adapter list (IP helper) and the network-alive query, put in place of the executable's imports.
 
-#include <winsock2.h>
+#include "notebook/hardware/adapters.h"
+
 #include <ws2tcpip.h>
-#include <windows.h>
-#include <iphlpapi.h>
-#include <sensapi.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -56,6 +54,8 @@ void Describe(const Adapter& adapter, DWORD index, IP_ADAPTER_INFO& info) {
     std::memcpy(info.IpAddressList.IpMask.String, "255.255.255.0", sizeof("255.255.255.0"));
 }
 
+}  // namespace
+
 ULONG WINAPI NotebookAdaptersInfo(PIP_ADAPTER_INFO list, PULONG size) {
     CallScope call(Call::GetAdaptersInfo);
     if (call.Refused()) {
@@ -79,6 +79,8 @@ ULONG WINAPI NotebookAdaptersInfo(PIP_ADAPTER_INFO list, PULONG size) {
     }
     return call.Result(static_cast<DWORD>(ERROR_SUCCESS));
 }
+
+namespace {
 
 /// Lays the adapters and their texts out in one block; run once without a block to measure.
 class AddressList {
@@ -161,6 +163,8 @@ class AddressList {
     IP_ADAPTER_ADDRESSES* m_last = nullptr;
 };
 
+}  // namespace
+
 ULONG WINAPI NotebookAdaptersAddresses(ULONG family, ULONG flags, PVOID reserved, PIP_ADAPTER_ADDRESSES list,
                                        PULONG size) {
     CallScope call(Call::GetAdaptersAddresses);
@@ -206,8 +210,6 @@ BOOL WINAPI NotebookNetworkAlive(LPDWORD flags) {
     call.Result(alive ? DWORD{TRUE} : DWORD{FALSE});
     return alive ? TRUE : FALSE;
 }
-
-}  // namespace
 
 void ReplaceAdapterList() {
     ReplaceImport("GetAdaptersInfo", &NotebookAdaptersInfo);

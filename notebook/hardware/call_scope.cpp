@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "notebook/state/shared_state.h"
 
@@ -11,6 +12,11 @@ namespace Notebook {
 namespace {
 
 constexpr DWORD kHoldPollMs = 10;
+
+CallHook& Hook() {
+    static CallHook& hook = *new CallHook();
+    return hook;
+}
 
 Machine& State() {
     return SharedState::Get().Raw();
@@ -26,6 +32,10 @@ CallCount& CountOf(Machine& machine, Call call) {
 
 }  // namespace
 
+void SetCallHook(CallHook hook) {
+    Hook() = std::move(hook);
+}
+
 CallScope::CallScope(Call call) : m_call(call), m_start(Now()) {
     Machine& machine = State();
     Activity& activity = SharedState::Get().OwnActivity();
@@ -36,6 +46,13 @@ CallScope::CallScope(Call call) : m_call(call), m_start(Now()) {
     const CallRule& rule = RuleOf(machine, call);
     if (rule.kind != RuleKind::None || rule.slowMs != 0) {
         Obey();
+    }
+    if (Hook()) {
+        if (const std::optional<DWORD> answer = Hook()(call)) {
+            m_refused = true;
+            m_error = *answer;
+            m_result = m_error;
+        }
     }
 }
 

@@ -3,11 +3,19 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <functional>
+#include <optional>
 
 #include "notebook/state/calls.h"
 #include "notebook/state/layout.h"
 
 namespace Notebook {
+
+/// What a test wants at a call, before its rule and its device: it may change the devices, or throw.
+/// An answer is given in place of the device's; zero is a success that gives nothing.
+using CallHook = std::function<std::optional<DWORD>(Call call)>;
+/// One for the process; null: none.
+void SetCallHook(CallHook hook);
 
 /// One platform call in progress: counts it, lets the rule for its name act, traces it at the end.
 /// The constructor returns late when the rule makes the call slow or holds it.

@@ -6,14 +6,17 @@
 #include <olectl.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <new>
 #include <utility>
 #include <vector>
 
 #include "notebook/hardware/call_scope.h"
 #include "notebook/hardware/deliveries.h"
+#include "notebook/hardware/guarded_memory.h"
 #include "notebook/state/shared_state.h"
 
 namespace Notebook {
@@ -33,6 +36,13 @@ class ComObject : public Interfaces... {
     ComObject() { CountReferences(+1); }
     ComObject(const ComObject&) = delete;
     ComObject& operator=(const ComObject&) = delete;
+
+    // A call to an object that is gone ends the process.
+    static void* operator new(std::size_t bytes) {
+        void* const memory = AllocateGuarded(bytes, alignof(std::max_align_t));
+        return memory != nullptr ? memory : throw std::bad_alloc();
+    }
+    static void operator delete(void* memory) noexcept { FreeGuarded(memory); }
 
     ULONG STDMETHODCALLTYPE AddRef() override {
         CountReferences(+1);

@@ -50,6 +50,9 @@ EventPump& EventPump::Get() {
 std::uint64_t EventPump::Start() {
     LockedMachine machine;
     const ExclusiveLock lock(m_lock);
+    if (m_byHand) {
+        return machine->eventCount;
+    }
     m_wlan.Need(1);
     m_modem.Need(1);
     m_network.Need(std::max<std::uint32_t>(1, machine->devices.networkThreads));
@@ -66,6 +69,13 @@ std::uint64_t EventPump::Start() {
         CloseHandle(CreateThread(nullptr, 0, &EventPump::Main, this, 0, nullptr));
     }
     return machine->eventCount;
+}
+
+void EventPump::DeliverByHand() {
+    const LockedMachine machine;
+    const ExclusiveLock lock(m_lock);
+    m_byHand = true;
+    m_seen = SharedState::Get().Raw().eventCount;
 }
 
 DWORD WINAPI EventPump::Main(void* pump) {
@@ -133,14 +143,19 @@ void EventPump::Dispatch(const Event& event, std::uint64_t number) {
 }
 
 void EventPump::Deliver(DeliveryQueue& queue, Handler handler, const Event& event, std::uint64_t number) {
-    queue.Post([handler, event, number] {
+    DeliveryQueue::Job job = [handler, event, number] {
         if (handler != nullptr) {
             handler(event, number);
         }
         Activity& activity = SharedState::Get().OwnActivity();
         InterlockedExchange64(&activity.lastAt, Now());
         InterlockedIncrement(&activity.deliveriesEnded);
-    });
+    };
+    if (m_byHand) {
+        job();
+    } else {
+        queue.Post(std::move(job));
+    }
 }
 
 }  // namespace Notebook

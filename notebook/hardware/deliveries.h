@@ -44,6 +44,11 @@ class EventPump {
     /// hears of those that come after.
     std::uint64_t Start();
 
+    /// From now on nobody delivers but `DeliverNow`: for tests, which choose the thread and the moment.
+    void DeliverByHand();
+    /// Tells the subscribers, on this thread, what was announced and not delivered yet.
+    void DeliverNow() { Collect(); }
+
     using Handler = void (*)(const Event& event, std::uint64_t number);
     /// Who delivers an event to the subscribers; called on the kind's own thread. Set before the first
     /// subscription. Events of a kind that this process does not serve are passed over.
@@ -60,6 +65,7 @@ class EventPump {
     void Deliver(DeliveryQueue& queue, Handler handler, const Event& event, std::uint64_t number);
 
     SRWLOCK m_lock = SRWLOCK_INIT;
+    bool m_byHand = false;
     HANDLE m_wake = nullptr;
     std::uint64_t m_seen = 0;
     DeliveryQueue m_wlan;

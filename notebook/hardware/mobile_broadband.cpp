@@ -4,6 +4,7 @@
 #include <oleauto.h>
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 #include "notebook/hardware/class_objects.h"
@@ -32,6 +33,15 @@ class ModemObject final : public ComObject<IMbnInterface, IMbnRadio> {
   public:
     ModemObject(std::uint32_t index, ConfirmRadio kind) : m_index(index), m_kind(kind) {}
 
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
+        CallScope call(Call::MbnInterfaceQueryInterface);
+        if (call.Refused() && object != nullptr) {
+            *object = nullptr;
+            return call.Result(call.Hresult());
+        }
+        return call.Result(ComObject::QueryInterface(iid, object));
+    }
+
     HRESULT STDMETHODCALLTYPE get_InterfaceID(BSTR* interfaceId) override {
         CallScope call(Call::MbnInterfaceGetInterfaceId);
         *interfaceId = nullptr;
@@ -51,8 +61,13 @@ class ModemObject final : public ComObject<IMbnInterface, IMbnRadio> {
             return call.Result(refusal);
         }
         LockedMachine machine;
-        const bool on = machine->devices.modems[m_index].software != 0;
+        const std::uint32_t software = machine->devices.modems[m_index].software;
+        const bool on = software != 0;
         *state = on != (m_kind == ConfirmRadio::Opposite) ? MBN_RADIO_ON : MBN_RADIO_OFF;
+        if (software > 1) {
+            // No state that there is: shown as it stands.
+            std::memcpy(state, &software, sizeof(software));
+        }
         call.Detail("modem %u: %d", m_index + 1, *state);
         return call.Result(S_OK);
     }
@@ -126,18 +141,6 @@ ModemObject* TheModem(std::uint32_t index) {
     }
     modems[index]->AddRef();
     return modems[index];
-}
-
-/// The radio that an event about the modem carries, with a reference; null where it carries none.
-IMbnRadio* EventRadio(std::uint32_t index, ConfirmRadio kind) {
-    switch (kind) {
-        case ConfirmRadio::Same:
-            return TheModem(index);
-        case ConfirmRadio::Null:
-            return nullptr;
-        default:
-            return new ModemObject(index, kind);
-    }
 }
 
 void PutElement(SAFEARRAY* array, LONG index, IUnknown* object) {
@@ -242,6 +245,21 @@ class Manager final : public ComObject<IMbnInterfaceManager, IConnectionPointCon
   private:
     ~Manager() override = default;
 };
+
+}  // namespace
+
+IMbnRadio* EventRadio(std::uint32_t index, ConfirmRadio kind) {
+    switch (kind) {
+        case ConfirmRadio::Same:
+            return TheModem(index);
+        case ConfirmRadio::Null:
+            return nullptr;
+        default:
+            return new ModemObject(index, kind);
+    }
+}
+
+namespace {
 
 void DeliverModem(const Event& event, std::uint64_t number) {
     CallScope scope(Call::Notification);

@@ -1,7 +1,6 @@
 // The native WLAN interface as the service imports it (wlanapi.dll, client version 2).
 
-#include <windows.h>
-#include <wlanapi.h>
+#include "notebook/hardware/wlan.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -12,6 +11,7 @@
 
 #include "notebook/hardware/call_scope.h"
 #include "notebook/hardware/deliveries.h"
+#include "notebook/hardware/guarded_memory.h"
 #include "notebook/hardware/start.h"
 #include "notebook/state/machine.h"
 #include "notebook/state/shared_state.h"
@@ -132,7 +132,7 @@ class Clients {
 };
 
 void* Allocate(std::size_t bytes) {
-    void* const memory = HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, bytes);
+    void* const memory = AllocateGuarded(bytes, alignof(WLAN_RADIO_STATE));
     if (memory != nullptr) {
         InterlockedIncrement(&SharedState::Get().Raw().ledger.wlanMemory);
     }
@@ -157,6 +157,7 @@ DWORD Admit(const CallScope& call, HANDLE handle, bool argumentsFit) {
         return ERROR_INVALID_PARAMETER;
     }
     if (!Clients::Get().Knows(handle)) {
+        InterlockedIncrement(&SharedState::Get().Raw().ledger.misuses);
         return ERROR_INVALID_HANDLE;
     }
     return SharedState::Get().Raw().devices.wlanServiceRuns != 0 ? static_cast<DWORD>(ERROR_SUCCESS)
@@ -171,10 +172,9 @@ DWORD Enumerate(WLAN_INTERFACE_INFO_LIST** list) {
             present.push_back(&adapter);
         }
     }
-    // Room for one even when there is none: the structure itself has it.
-    const std::size_t room = std::max<std::size_t>(1, present.size());
-    auto* const result = static_cast<WLAN_INTERFACE_INFO_LIST*>(
-        Allocate(offsetof(WLAN_INTERFACE_INFO_LIST, InterfaceInfo) + room * sizeof(WLAN_INTERFACE_INFO)));
+    // No room for one when there is none.
+    auto* const result = static_cast<WLAN_INTERFACE_INFO_LIST*>(Allocate(
+        offsetof(WLAN_INTERFACE_INFO_LIST, InterfaceInfo) + present.size() * sizeof(WLAN_INTERFACE_INFO)));
     if (result == nullptr) {
         return ERROR_NOT_ENOUGH_MEMORY;
     }
@@ -281,9 +281,10 @@ using namespace Notebook;
 
 extern "C" {
 
-DWORD WINAPI WlanOpenHandle(DWORD clientVersion, PVOID reserved, PDWORD negotiatedVersion,
-                            PHANDLE clientHandle) {
+DWORD WINAPI NotebookWlanOpenHandle(DWORD clientVersion, PVOID reserved, PDWORD negotiatedVersion,
+                                    PHANDLE clientHandle) {
     CallScope call(Call::WlanOpenHandle);
+    call.Detail("version %lu", clientVersion);
     if (call.Refused()) {
         return call.Result(call.Error());
     }
@@ -299,20 +300,22 @@ DWORD WINAPI WlanOpenHandle(DWORD clientVersion, PVOID reserved, PDWORD negotiat
     return call.Result(static_cast<DWORD>(ERROR_SUCCESS));
 }
 
-DWORD WINAPI WlanCloseHandle(HANDLE clientHandle, PVOID reserved) {
+DWORD WINAPI NotebookWlanCloseHandle(HANDLE clientHandle, PVOID reserved) {
     CallScope call(Call::WlanCloseHandle);
     if (call.Refused()) {
         return call.Result(call.Error());
     }
     Machine& machine = SharedState::Get().Raw();
     if (reserved != nullptr || !Clients::Get().Close(clientHandle, machine.devices.closeWaits != 0)) {
+        InterlockedIncrement(&machine.ledger.misuses);
         return call.Result(static_cast<DWORD>(ERROR_INVALID_HANDLE));
     }
     InterlockedDecrement(&machine.ledger.wlanHandles);
     return call.Result(static_cast<DWORD>(ERROR_SUCCESS));
 }
 
-DWORD WINAPI WlanEnumInterfaces(HANDLE clientHandle, PVOID reserved, PWLAN_INTERFACE_INFO_LIST* list) {
+DWORD WINAPI NotebookWlanEnumInterfaces(HANDLE clientHandle, PVOID reserved,
+                                        PWLAN_INTERFACE_INFO_LIST* list) {
     CallScope call(Call::WlanEnumInterfaces);
     if (list != nullptr) {
         *list = nullptr;
@@ -321,8 +324,8 @@ DWORD WINAPI WlanEnumInterfaces(HANDLE clientHandle, PVOID reserved, PWLAN_INTER
     return call.Result(refusal != ERROR_SUCCESS || call.Refused() ? refusal : Enumerate(list));
 }
 
-DWORD WINAPI WlanGetInterfaceCapability(HANDLE clientHandle, const GUID* interfaceGuid, PVOID reserved,
-                                        PWLAN_INTERFACE_CAPABILITY* capability) {
+DWORD WINAPI NotebookWlanGetInterfaceCapability(HANDLE clientHandle, const GUID* interfaceGuid,
+                                                PVOID reserved, PWLAN_INTERFACE_CAPABILITY* capability) {
     CallScope call(Call::WlanGetInterfaceCapability);
     if (capability != nullptr) {
         *capability = nullptr;
@@ -333,8 +336,8 @@ DWORD WINAPI WlanGetInterfaceCapability(HANDLE clientHandle, const GUID* interfa
                                                                   : Capability(*interfaceGuid, capability));
 }
 
-DWORD WINAPI WlanSetInterface(HANDLE clientHandle, const GUID* interfaceGuid, WLAN_INTF_OPCODE opcode,
-                              DWORD dataSize, const PVOID data, PVOID reserved) {
+DWORD WINAPI NotebookWlanSetInterface(HANDLE clientHandle, const GUID* interfaceGuid, WLAN_INTF_OPCODE opcode,
+                                      DWORD dataSize, const PVOID data, PVOID reserved) {
     CallScope call(Call::WlanSetInterface);
     const bool fit = interfaceGuid != nullptr && reserved == nullptr && data != nullptr &&
                      opcode == wlan_intf_opcode_radio_state && dataSize >= sizeof(WLAN_PHY_RADIO_STATE);
@@ -349,9 +352,9 @@ DWORD WINAPI WlanSetInterface(HANDLE clientHandle, const GUID* interfaceGuid, WL
     return call.Result(SetRadio(*interfaceGuid, *static_cast<const WLAN_PHY_RADIO_STATE*>(data)));
 }
 
-DWORD WINAPI WlanQueryInterface(HANDLE clientHandle, const GUID* interfaceGuid, WLAN_INTF_OPCODE opcode,
-                                PVOID reserved, PDWORD dataSize, PVOID* data,
-                                PWLAN_OPCODE_VALUE_TYPE valueType) {
+DWORD WINAPI NotebookWlanQueryInterface(HANDLE clientHandle, const GUID* interfaceGuid,
+                                        WLAN_INTF_OPCODE opcode, PVOID reserved, PDWORD dataSize, PVOID* data,
+                                        PWLAN_OPCODE_VALUE_TYPE valueType) {
     CallScope call(Call::WlanQueryInterface);
     if (data != nullptr) {
         *data = nullptr;
@@ -368,16 +371,19 @@ DWORD WINAPI WlanQueryInterface(HANDLE clientHandle, const GUID* interfaceGuid, 
     return call.Result(QueryRadio(*interfaceGuid, dataSize, data));
 }
 
-VOID WINAPI WlanFreeMemory(PVOID memory) {
+VOID WINAPI NotebookWlanFreeMemory(PVOID memory) {
     if (memory != nullptr) {
-        InterlockedDecrement(&SharedState::Get().Raw().ledger.wlanMemory);
-        HeapFree(GetProcessHeap(), 0, memory);
+        Ledger& ledger = SharedState::Get().Raw().ledger;
+        InterlockedDecrement(&ledger.wlanMemory);
+        if (!FreeGuarded(memory)) {
+            InterlockedIncrement(&ledger.misuses);
+        }
     }
 }
 
-DWORD WINAPI WlanRegisterNotification(HANDLE clientHandle, DWORD sources, BOOL ignoreDuplicate,
-                                      WLAN_NOTIFICATION_CALLBACK callback, PVOID context, PVOID reserved,
-                                      PDWORD previousSources) {
+DWORD WINAPI NotebookWlanRegisterNotification(HANDLE clientHandle, DWORD sources, BOOL ignoreDuplicate,
+                                              WLAN_NOTIFICATION_CALLBACK callback, PVOID context,
+                                              PVOID reserved, PDWORD previousSources) {
     CallScope call(Call::WlanRegisterNotification);
     call.Detail("sources 0x%lx, ignore duplicates %d", sources, ignoreDuplicate);
     DWORD result = Admit(call, clientHandle, reserved == nullptr);

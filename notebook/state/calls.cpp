@@ -35,6 +35,7 @@ constexpr std::array<std::string_view, kCallCount> kNames = {
     "MbnInterfaceManager::Create",
     "IMbnInterfaceManager::GetInterface",
     "IMbnInterfaceManager::GetInterfaces",
+    "IMbnInterface::QueryInterface",
     "IMbnInterface::get_InterfaceID",
     "IMbnRadio::get_SoftwareRadioState",
     "IMbnRadio::SetSoftwareRadioState",

@@ -37,6 +37,7 @@ enum class Call : std::uint32_t {
     MbnInterfaceManagerCreate,
     MbnInterfaceManagerGetInterface,
     MbnInterfaceManagerGetInterfaces,
+    MbnInterfaceQueryInterface,
     MbnInterfaceGetInterfaceId,
     MbnRadioGetSoftwareRadioState,
     MbnRadioSetSoftwareRadioState,

@@ -259,6 +259,7 @@ struct Ledger {
     LONG comReferences;
     LONG comSinks;
     LONG eventSources;
+    LONG misuses;  ///< a handle that is not open, memory given back twice
 };
 
 struct TraceEntry {

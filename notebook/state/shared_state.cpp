@@ -13,6 +13,9 @@ namespace {
 constexpr wchar_t kMutexName[] = L"Global\\LinkvaneNotebook.State";
 constexpr Micros kMicrosPerSecond = 1'000'000;
 
+bool g_inMemory = false;
+std::function<Micros()> g_clock;
+
 [[noreturn]] void GiveUp(const char* call) {
     std::fprintf(stderr, "notebook: %s failed with %lu\n", call, GetLastError());
     std::abort();
@@ -74,6 +77,9 @@ bool Wake(std::uint32_t process) {
 }  // namespace
 
 Micros Now() noexcept {
+    if (g_clock) {
+        return g_clock();
+    }
     static const LONGLONG frequency = [] {
         LARGE_INTEGER value{};
         QueryPerformanceFrequency(&value);
@@ -85,6 +91,14 @@ Micros Now() noexcept {
     return seconds * kMicrosPerSecond + (counter.QuadPart % frequency) * kMicrosPerSecond / frequency;
 }
 
+void SetClock(std::function<Micros()> clock) {
+    g_clock = std::move(clock);
+}
+
+void SharedState::KeepInMemory() noexcept {
+    g_inMemory = true;
+}
+
 SharedState& SharedState::Get() {
     // Never destroyed: threads use it until the process has ended.
     static SharedState& state = *new SharedState();
@@ -92,12 +106,14 @@ SharedState& SharedState::Get() {
 }
 
 SharedState::SharedState() {
-    m_mutex = CreateMutexW(nullptr, FALSE, kMutexName);
+    m_mutex = CreateMutexW(nullptr, FALSE, g_inMemory ? nullptr : kMutexName);
     if (m_mutex == nullptr) {
         GiveUp("CreateMutex of the state");
     }
     WaitForSingleObject(m_mutex, INFINITE);
-    m_machine = MapFile();
+    m_machine =
+        g_inMemory ? static_cast<Machine*>(VirtualAlloc(nullptr, sizeof(Machine), MEM_COMMIT, PAGE_READWRITE))
+                   : MapFile();
     if (!IsReadable(*m_machine)) {
         MakeNew(*m_machine);
     }
@@ -126,10 +142,15 @@ LockedMachine::LockedMachine() : m_machine(SharedState::Get().Raw()) {
 }
 
 LockedMachine::~LockedMachine() {
-    if (m_machine.eventCount != m_events || m_machine.schedule != m_schedule) {
+    const bool news = m_machine.eventCount != m_events || m_machine.schedule != m_schedule;
+    if (news) {
         WakeListeners();
     }
-    ReleaseMutex(SharedState::Get().m_mutex);
+    SharedState& state = SharedState::Get();
+    ReleaseMutex(state.m_mutex);
+    if (news && state.m_told) {
+        state.m_told();
+    }
 }
 
 void LockedMachine::WakeListeners() noexcept {

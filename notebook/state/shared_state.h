@@ -3,7 +3,9 @@
 #include <windows.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
+#include <utility>
 
 #include "notebook/state/layout.h"
 
@@ -17,11 +19,16 @@ inline constexpr wchar_t kDeviceServer[] = L"NotebookDevices";
 
 /// Now, on the clock that all processes share.
 [[nodiscard]] Micros Now() noexcept;
+/// Takes the time from `clock` instead; null: from the system again.
+void SetClock(std::function<Micros()> clock);
 
 /// The state that every process of the notebook maps. Opened on first use and open until the
 /// process ends; a file that is missing or of another version becomes a fresh notebook.
 class SharedState {
   public:
+    /// Before the first use: the state stays in this process's memory, for nobody else to see.
+    static void KeepInMemory() noexcept;
+
     /// Ends the process with a message when the state cannot be opened: nothing works without it.
     static SharedState& Get();
 
@@ -32,6 +39,8 @@ class SharedState {
     [[nodiscard]] Activity& OwnActivity() noexcept { return *m_activity; }
     /// This process serves the devices from now on.
     void BecomeDeviceServer();
+    /// Has `told` called, by whoever made it so, when something was announced or planned.
+    void OnNews(std::function<void()> told) { m_told = std::move(told); }
 
     /// The name of the event that wakes a process's listener.
     static std::wstring ListenerEventName(std::uint32_t process);
@@ -43,6 +52,7 @@ class SharedState {
     HANDLE m_mutex = nullptr;
     Machine* m_machine = nullptr;
     Activity* m_activity = nullptr;
+    std::function<void()> m_told;
 };
 
 /// The state, locked for a scope. What was due by now has happened when the scope begins; when it

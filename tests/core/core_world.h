@@ -2,9 +2,9 @@
 
 #include "tests/network/fake_adapters.h"
 #include "tests/network/fake_network.h"
-#include "tests/radio/fake_modem.h"
-#include "tests/radio/fake_wlan.h"
-#include "tests/radio/machine.h"
+#include "tests/core/fake_modem.h"
+#include "tests/core/fake_wlan.h"
+#include "tests/core/machine.h"
 
 #include <windows.h>
 #include <ocidl.h>

@@ -229,15 +229,15 @@ TEST_F(WlanTest, SlowPhyTakesItsTime) {
     EXPECT_GE(Now() - start, 50 * kMicrosPerMilli);
 }
 
-TEST_F(WlanTest, NoAdapterGivesAnEmptyListWithRoomForOne) {
+TEST_F(WlanTest, NoAdapterGivesAListWithoutEntries) {
     Reset({.wlanAdapters = 0});
     Client client;
     WLAN_INTERFACE_INFO_LIST* list = nullptr;
     ASSERT_EQ(DWORD{ERROR_SUCCESS}, Hardware::Get().WlanEnumInterfaces(client.Handle(), nullptr, &list));
     ASSERT_NE(nullptr, list);
     EXPECT_EQ(0U, list->dwNumberOfItems);
-    const GUID none = list->InterfaceInfo[0].InterfaceGuid;
     Hardware::Get().WlanFreeMemory(list);
+    const GUID none{};
     WLAN_INTERFACE_CAPABILITY* capability = nullptr;
     EXPECT_EQ(DWORD{ERROR_NOT_FOUND},
               Hardware::Get().WlanGetInterfaceCapability(client.Handle(), &none, nullptr, &capability));

@@ -24,7 +24,7 @@ std::wstring TextOf(const std::optional<Rig::RegistryValue>& value) {
 
 }  // namespace
 
-Machine::Machine() {
+Machine::Machine(const ::Notebook::Shape& shape) : notebook(clock, shape) {
     airplane.Create();
     SetAirplaneMode(false);
     ResetFlags();

@@ -10,8 +10,7 @@
 #include "bios/bios_settings.h"
 #include "radio/wwan_radio.h"
 #include "radio/wwan_state.h"
-#include "tests/radio/fake_modem.h"
-#include "tests/radio/machine.h"
+#include "tests/radio/wwan_test.h"
 #include "tests/support/throw_from_log_line.h"
 
 namespace RadioTests {
@@ -48,10 +47,20 @@ bool CanBeUsed(HANDLE event) {
     return SetEvent(event) != FALSE;
 }
 
-class SinkIdentityTest : public testing::Test {
-  protected:
-    Machine m_machine;
-    RadioLedger m_ledger;
+using SinkIdentityTest = RadioTest;
+
+/// A sink that someone holds, for a scope.
+class HeldSink {
+  public:
+    HeldSink() : m_sink(new CMbnSinks) { m_sink->AddRef(); }
+    HeldSink(const HeldSink&) = delete;
+    HeldSink& operator=(const HeldSink&) = delete;
+    ~HeldSink() { m_sink->Release(); }
+
+    CMbnSinks* operator->() const { return m_sink; }
+
+  private:
+    CMbnSinks* m_sink;
 };
 
 TEST_F(SinkIdentityTest, SinkIsItsTwoInterfacesWithAReferenceEach) {
@@ -202,80 +211,45 @@ TEST_F(SinkIdentityTest, VirtualTableHoldsTheOperationsInTheirOrder) {
 }
 #endif
 
-TEST_F(SinkIdentityTest, CountAndLockStandBehindTheVirtualTable) {
-    struct Layout {
-        void* virtualTable;
-        ULONG count;
-        std::mutex lock;
-    };
-    static_assert(sizeof(CMbnSinks) == sizeof(Layout));
-    m_machine.HideAdapters();
-    const HeldSink sink;
-    sink->AddRef();
-    sink->AddRef();
-    auto* const layout = reinterpret_cast<Layout*>(sink.operator->());
-    ASSERT_EQ(layout->count, 3U);
-    layout->lock.lock();
-    std::thread completion([&] { sink.Complete(nullptr, 7); });
-    EXPECT_TRUE(m_machine.log.WaitFor(TraceIn(kComplete, L"RequestID = 7, Status = 0x0")));
-    Rig::Real<&::Sleep>(50);
-    EXPECT_EQ(m_machine.log.Of(kComplete).size(), 1U) << "the event waits for this very lock";
-    layout->lock.unlock();
-    completion.join();
-    EXPECT_EQ(m_machine.log.Of(kComplete).back(), TraceOut(kComplete));
-    sink->Release();
-    sink->Release();
-}
-
 /// A machine with a modem whose radio is on, and nobody switching.
-class SinkTest : public testing::Test {
+class SinkTest : public WwanTest {
   protected:
-    [[nodiscard]] std::vector<Rig::LogLine> Lines() const { return m_machine.log.Of(kComplete); }
-
-    FakeRadio& Radio() { return m_modems.Radio(); }
-
-    /// Has the radio do what it is asked at once, without a word: the switch runs into its wait.
-    void FollowAtOnce() {
-        Radio().onSet = [this](MBN_RADIO wanted, ULONG*) {
-            Radio().state = wanted;
-            return S_OK;
-        };
+    SinkTest() {
+        // It does what it is asked at once, without a word: a switch runs into its wait.
+        FollowWithoutAWord();
     }
+
+    [[nodiscard]] std::vector<Rig::LogLine> Lines() const { return m_machine.log.Of(kComplete); }
 
     /// Sets or takes back the mark of the service's own switches while the sink looks for Ethernet:
     /// after it has logged the mark, before it decides.
     void MarkDuringTheEthernetTest(bool mark) {
-        m_machine.adapters.AnswerNext([mark](IP_ADAPTER_INFO*, ULONG*) -> DWORD {
+        m_notebook.At(Call::GetAdaptersInfo, 1, [mark] {
             WwanState::NetworkChangedForSetRadio = mark;
-            return ERROR_SUCCESS;
+            return std::nullopt;
         });
     }
-
-    Machine m_machine;
-    RadioLedger m_ledger;
-    FakeModems m_modems{{MBN_RADIO_ON}};
-    HeldSink m_sink;
 };
 
 TEST_F(SinkTest, RadioOfACompletionIsKeptUntilAnotherOneComes) {
-    FakeRadio second{MBN_RADIO_ON, "second"};
-    m_sink.Complete(&Radio());
-    EXPECT_EQ(WwanState::lastRadio.load().get(), &Radio());
-    EXPECT_EQ(Radio().References(), 1);
-    m_sink.Complete(&Radio());
-    EXPECT_EQ(Radio().References(), 1) << "the same radio is not referenced again";
-    m_sink.Complete(&second);
-    EXPECT_EQ(Radio().References(), 0);
-    EXPECT_EQ(second.References(), 1);
-    m_sink.Complete(nullptr);
-    EXPECT_EQ(second.References(), 0);
+    Complete();
+    const IMbnRadio* const first = WwanState::lastRadio.load().get();
+    EXPECT_EQ(References(), 1);
+    Complete();
+    EXPECT_EQ(WwanState::lastRadio.load().get(), first);
+    EXPECT_EQ(References(), 1) << "the same radio is not referenced again";
+    Complete(1, S_OK, ConfirmRadio::Fresh);
+    EXPECT_NE(WwanState::lastRadio.load().get(), first);
+    EXPECT_EQ(References(), 1);
+    Complete(1, S_OK, ConfirmRadio::Null);
     EXPECT_EQ(WwanState::lastRadio.load(), nullptr);
-    m_sink.Complete(nullptr);
+    EXPECT_EQ(References(), 0);
+    Complete(1, S_OK, ConfirmRadio::Null);
 }
 
 TEST_F(SinkTest, CompletionSignalsTheEvent) {
     const auto event = PublishEvent();
-    m_sink.Complete(&Radio());
+    Complete();
     EXPECT_TRUE(IsSignalled(*event));
     EXPECT_FALSE(IsSignalled(*event)) << "one waiter is woken";
 }
@@ -283,7 +257,7 @@ TEST_F(SinkTest, CompletionSignalsTheEvent) {
 TEST_F(SinkTest, CompletionWithoutASwitchEverSignalsNothing) {
     const Rig::ScopedImport<&::SetEvent> sets{
         Rig::kWrapping, [](const auto& original, HANDLE event) { return original.Original(event); }};
-    EXPECT_EQ(m_sink.Complete(&Radio()), S_OK);
+    EXPECT_EQ(Complete(), S_OK);
     EXPECT_EQ(sets.Calls(), 0);
 }
 
@@ -294,8 +268,8 @@ TEST_F(SinkTest, RadioIsKeptBeforeTheSwitchIsWokenToAskIt) {
                                                   keptAtTheSignal = WwanState::lastRadio.load().get();
                                                   return original.Original(event);
                                               }};
-    m_sink.Complete(&Radio());
-    EXPECT_EQ(keptAtTheSignal, &Radio());
+    Complete();
+    EXPECT_NE(keptAtTheSignal, nullptr);
 }
 
 TEST_F(SinkTest, EventThatIsReplacedWhileItIsSignalledStaysOpen) {
@@ -307,12 +281,12 @@ TEST_F(SinkTest, EventThatIsReplacedWhileItIsSignalledStaysOpen) {
                                                   signalled = original.Original(event);
                                                   return signalled;
                                               }};
-    m_sink.Complete(&Radio());
+    Complete();
     EXPECT_TRUE(signalled);
 }
 
 TEST_F(SinkTest, UserSwitchingOnWithoutACableIsRemembered) {
-    EXPECT_EQ(m_sink.Complete(&Radio(), 17, S_OK), S_OK);
+    EXPECT_EQ(Complete(17, S_OK), S_OK);
     EXPECT_EQ(m_machine.RememberedWwan(), L"True");
     EXPECT_THAT(Lines(),
                 ElementsAre(TraceIn(kComplete, L"RequestID = 17, Status = 0x0"),
@@ -329,28 +303,27 @@ TEST_F(SinkTest, UserSwitchingOnWithoutACableIsRemembered) {
 TEST_F(SinkTest, UserSwitchingOffWithoutACableIsRemembered) {
     NLMUtils::lanWwanSwitchingEnabled = true;
     m_machine.RememberWwan(L"True");
-    Radio().state = MBN_RADIO_OFF;
-    m_sink.Complete(&Radio());
+    Modem().software = 0;
+    Complete();
     EXPECT_EQ(m_machine.RememberedWwan(), L"False");
     EXPECT_THAT(Lines(), Contains(Information(kComplete, L"LAN-WWAN Auto Switching Status = 1")));
     EXPECT_THAT(Lines(), Contains(Information(kComplete, L"Writing WWAN status 0 to registry")));
 }
 
 TEST_F(SinkTest, WithTheFeatureOffTheCableDoesNotMatter) {
-    m_machine.PlugCableIn();
-    m_sink.Complete(&Radio());
+    m_notebook.PlugCable();
+    Complete();
     EXPECT_EQ(m_machine.RememberedWwan(), L"True");
-    EXPECT_THAT(Radio().sets, IsEmpty());
+    EXPECT_EQ(SetCount(), 0);
     EXPECT_THAT(Lines(), Contains(Information(kComplete, L"Ethernet Connection Status = 1")));
 }
 
 TEST_F(SinkTest, UserSwitchingOnWithTheCableInIsUndoneAndNotRemembered) {
     NLMUtils::lanWwanSwitchingEnabled = true;
-    m_machine.PlugCableIn();
+    m_notebook.PlugCable();
     m_machine.RememberWwan(L"False");
-    FollowAtOnce();
-    EXPECT_EQ(m_sink.Complete(&Radio(), 17), S_OK);
-    EXPECT_EQ(Radio().state, MBN_RADIO_OFF);
+    EXPECT_EQ(Complete(17), S_OK);
+    EXPECT_FALSE(IsOn());
     EXPECT_EQ(m_machine.RememberedWwan(), L"False");
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kComplete, L"RequestID = 17, Status = 0x0"),
                                      Information(kComplete, L"NetworkChangedForSetRadio Status = 0"),
@@ -364,16 +337,17 @@ TEST_F(SinkTest, UserSwitchingOnWithTheCableInIsUndoneAndNotRemembered) {
 }
 
 TEST_F(SinkTest, ChangeThatCannotBeUndoneIsTriedSixTimesAndNotRemembered) {
+    IgnoreRequests();
     NLMUtils::lanWwanSwitchingEnabled = true;
-    m_machine.PlugCableIn();
+    m_notebook.PlugCable();
     m_machine.RememberWwan(L"False");
-    EXPECT_EQ(m_sink.Complete(&Radio(), 17), S_OK);
-    EXPECT_THAT(Radio().sets, AllOf(SizeIs(6 * 10), Each(MBN_RADIO_OFF)));
+    EXPECT_EQ(Complete(17), S_OK);
+    EXPECT_THAT(Sets(), AllOf(SizeIs(6 * 10), Each("modem 1 to 0")));
     EXPECT_EQ(m_machine.RememberedWwan(), L"False");
     EXPECT_EQ(Lines().back(), TraceOut(kComplete));
 
-    Radio().state = MBN_RADIO_OFF;
-    EXPECT_EQ(m_sink.Complete(&Radio(), 18), S_OK) << "the lock is free again";
+    Modem().software = 0;
+    EXPECT_EQ(Complete(18), S_OK) << "the lock is free again";
     EXPECT_THAT(Lines(),
                 Contains(Information(kComplete,
                                      L"Received OnSetSoftwareRadioStateComplete Event for requestID = 18")));
@@ -381,12 +355,12 @@ TEST_F(SinkTest, ChangeThatCannotBeUndoneIsTriedSixTimesAndNotRemembered) {
 
 TEST_F(SinkTest, UserSwitchingOffWithTheCableInIsOnlyLogged) {
     NLMUtils::lanWwanSwitchingEnabled = true;
-    m_machine.PlugCableIn();
+    m_notebook.PlugCable();
     m_machine.RememberWwan(L"True");
-    Radio().state = MBN_RADIO_OFF;
-    m_sink.Complete(&Radio(), 17);
+    Modem().software = 0;
+    Complete(17);
     EXPECT_EQ(m_machine.RememberedWwan(), L"True");
-    EXPECT_THAT(Radio().sets, IsEmpty());
+    EXPECT_EQ(SetCount(), 0);
     EXPECT_THAT(Lines(),
                 Contains(Information(kComplete,
                                      L"Received OnSetSoftwareRadioStateComplete Event for requestID = 17")));
@@ -395,11 +369,11 @@ TEST_F(SinkTest, UserSwitchingOffWithTheCableInIsOnlyLogged) {
 TEST_F(SinkTest, CompletionOfTheServicesOwnSwitchOnlySignals) {
     NLMUtils::lanWwanSwitchingEnabled = true;
     WwanState::NetworkChangedForSetRadio = true;
-    m_machine.PlugCableIn();
+    m_notebook.PlugCable();
     const auto event = PublishEvent();
-    m_sink.Complete(&Radio(), 17);
+    Complete(17);
     EXPECT_TRUE(IsSignalled(*event));
-    EXPECT_THAT(Radio().sets, IsEmpty());
+    EXPECT_EQ(SetCount(), 0);
     EXPECT_TRUE(m_machine.RememberedWwan().empty());
     EXPECT_THAT(Lines(),
                 ElementsAre(TraceIn(kComplete, L"RequestID = 17, Status = 0x0"),
@@ -412,7 +386,7 @@ TEST_F(SinkTest, CompletionOfTheServicesOwnSwitchOnlySignals) {
 
 TEST_F(SinkTest, SwitchThatBeginsDuringTheEthernetTestIsTheServicesOwn) {
     MarkDuringTheEthernetTest(true);
-    m_sink.Complete(&Radio(), 17);
+    Complete(17);
     EXPECT_TRUE(m_machine.RememberedWwan().empty());
     EXPECT_THAT(Lines(),
                 ElementsAre(TraceIn(kComplete, L"RequestID = 17, Status = 0x0"),
@@ -426,7 +400,7 @@ TEST_F(SinkTest, SwitchThatBeginsDuringTheEthernetTestIsTheServicesOwn) {
 TEST_F(SinkTest, SwitchThatEndsDuringTheEthernetTestDoesNotHideTheChange) {
     WwanState::NetworkChangedForSetRadio = true;
     MarkDuringTheEthernetTest(false);
-    m_sink.Complete(&Radio(), 17);
+    Complete(17);
     EXPECT_EQ(m_machine.RememberedWwan(), L"True");
     EXPECT_THAT(Lines(),
                 ElementsAre(TraceIn(kComplete, L"RequestID = 17, Status = 0x0"),
@@ -442,9 +416,9 @@ TEST_F(SinkTest, SwitchThatEndsDuringTheEthernetTestDoesNotHideTheChange) {
 
 TEST_F(SinkTest, InAirplaneModeACompletionOnlySignals) {
     m_machine.SetAirplaneMode(true);
-    Radio().state = MBN_RADIO_OFF;
+    Modem().software = 0;
     const auto event = PublishEvent();
-    m_sink.Complete(&Radio());
+    Complete();
     EXPECT_TRUE(IsSignalled(*event));
     EXPECT_TRUE(m_machine.RememberedWwan().empty());
     EXPECT_THAT(Lines(), Contains(Information(kComplete, L"Not Processing OnSetSoftwareRadioStateComplete")));
@@ -452,11 +426,11 @@ TEST_F(SinkTest, InAirplaneModeACompletionOnlySignals) {
 
 TEST_F(SinkTest, InAirplaneModeARadioThatIsOnWithTheCableInIsLeftAlone) {
     NLMUtils::lanWwanSwitchingEnabled = true;
-    m_machine.PlugCableIn();
+    m_notebook.PlugCable();
     m_machine.SetAirplaneMode(true);
     m_machine.RememberWwan(L"False");
-    EXPECT_EQ(m_sink.Complete(&Radio(), 17), S_OK);
-    EXPECT_THAT(Radio().sets, IsEmpty());
+    EXPECT_EQ(Complete(17), S_OK);
+    EXPECT_EQ(SetCount(), 0);
     EXPECT_EQ(m_machine.RememberedWwan(), L"False");
     EXPECT_THAT(Lines(),
                 ElementsAre(TraceIn(kComplete, L"RequestID = 17, Status = 0x0"),
@@ -470,7 +444,7 @@ TEST_F(SinkTest, InAirplaneModeARadioThatIsOnWithTheCableInIsLeftAlone) {
 TEST_F(SinkTest, WhenEthernetCannotBeToldACompletionOnlySignals) {
     m_machine.HideAdapters();
     const auto event = PublishEvent();
-    EXPECT_EQ(m_sink.Complete(&Radio(), 17), S_OK);
+    EXPECT_EQ(Complete(17), S_OK);
     EXPECT_TRUE(IsSignalled(*event));
     EXPECT_TRUE(m_machine.RememberedWwan().empty());
     EXPECT_THAT(Lines(),
@@ -481,14 +455,14 @@ TEST_F(SinkTest, WhenEthernetCannotBeToldACompletionOnlySignals) {
 }
 
 TEST_F(SinkTest, StatusOfTheRequestIsLoggedAndIgnored) {
-    EXPECT_EQ(m_sink.Complete(&Radio(), 0xFFFFFFFF, E_FAIL), S_OK);
+    EXPECT_EQ(Complete(0xFFFFFFFF, E_FAIL), S_OK);
     EXPECT_EQ(Lines().front(), TraceIn(kComplete, L"RequestID = -1, Status = 0x80004005"));
     EXPECT_EQ(m_machine.RememberedWwan(), L"True");
 }
 
 TEST_F(SinkTest, WithoutADeviceTheRadioReadsAsOff) {
     WwanState::devicePresent = false;
-    m_sink.Complete(nullptr);
+    Complete(1, S_OK, ConfirmRadio::Null);
     EXPECT_EQ(m_machine.RememberedWwan(), L"False");
 }
 
@@ -496,23 +470,17 @@ TEST_F(SinkTest, ExceptionIsLoggedAndTheLockLeft) {
     {
         const Rig::ScopedImport<&::SetEvent> throws{[](HANDLE) -> BOOL { throw DWORD{ERROR_CRC}; }};
         PublishEvent().reset();
-        EXPECT_EQ(m_sink.Complete(&Radio(), 17), S_OK);
+        EXPECT_EQ(Complete(17), S_OK);
     }
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kComplete, L"RequestID = 17, Status = 0x0"),
                                      Error(kComplete, L"Exception in OnSetSoftwareRadioStateComplete()"),
                                      TraceOut(kComplete)));
-    EXPECT_EQ(m_sink.Complete(&Radio()), S_OK);
+    EXPECT_EQ(Complete(), S_OK);
 }
 
 TEST_F(SinkTest, CompletionDuringASwitchOfAnotherThreadWakesItWithoutWaitingForIt) {
     // The switching thread holds the switch lock while the sink runs on a thread of its own.
-    Radio().onSet = [this](MBN_RADIO wanted, ULONG*) {
-        m_machine.clock.AtOnOwnThread(m_machine.clock.Elapsed() + 200ms, [this, wanted] {
-            Radio().state = wanted;
-            m_sink.Complete(&Radio());
-        });
-        return S_OK;
-    };
+    ConfirmAfter(200ms);
     EXPECT_TRUE(SwitchWwanStatus(kRadioOff, 0));
     EXPECT_EQ(m_machine.clock.Elapsed(), 300ms);
     EXPECT_THAT(Lines(), Contains(Information(kComplete, L"Not Processing OnSetSoftwareRadioStateComplete")));
@@ -520,23 +488,22 @@ TEST_F(SinkTest, CompletionDuringASwitchOfAnotherThreadWakesItWithoutWaitingForI
 
 TEST_F(SinkTest, CompletionOfASwitchOutOfTheSinkWaitsUntilThatSwitchHasTimedOut) {
     NLMUtils::lanWwanSwitchingEnabled = true;
-    m_machine.PlugCableIn();
+    m_notebook.PlugCable();
     std::thread completion;
     std::atomic<bool> completed = false;
-    Radio().onSet = [&](MBN_RADIO wanted, ULONG*) {
-        Radio().state = wanted;
+    m_notebook.At(Call::MbnRadioSetSoftwareRadioState, 1, [&] {
         completion = std::thread([&] {
-            m_sink.Complete(&Radio(), 2);
+            Complete(2);
             completed = true;
         });
-        return S_OK;
-    };
+        return std::nullopt;
+    });
     bool completedDuringTheWait = false;
     m_machine.clock.At(3000ms, [&] {
         Rig::Real<&::Sleep>(50);
         completedDuringTheWait = completed;
     });
-    m_sink.Complete(&Radio(), 1);
+    Complete(1);
     completion.join();
     EXPECT_FALSE(completedDuringTheWait);
     EXPECT_THAT(m_machine.clock.Waits(), ElementsAre(7000));
@@ -552,52 +519,46 @@ TEST_F(SinkTest, CompletionOfASwitchOutOfTheSinkWaitsUntilThatSwitchHasTimedOut)
 
 TEST_F(SinkTest, SwitchOutOfTheSinkWaitsForARunningSwitch) {
     NLMUtils::lanWwanSwitchingEnabled = true;
-    m_machine.PlugCableIn();
+    m_notebook.PlugCable();
     std::thread foreignChange;
-    Radio().onSet = [&](MBN_RADIO wanted, ULONG*) {
-        Radio().state = wanted;
-        return S_OK;
-    };
     // Another thread holds the switch lock when the user turns WWAN on.
     {
         const std::lock_guard running(WwanState::switchLock);
-        foreignChange = std::thread([&] { m_sink.Complete(&Radio()); });
+        foreignChange = std::thread([&] { Complete(); });
         EXPECT_TRUE(m_machine.log.WaitFor(
             TraceIn("ServiceUtils::SwitchWwanStatus", L"OnOffValue = 0, bCheckAirplaneStatus = 1")));
         Rig::Real<&::Sleep>(50);
-        EXPECT_THAT(Radio().sets, IsEmpty());
+        EXPECT_EQ(SetCount(), 0);
     }
     foreignChange.join();
-    EXPECT_EQ(Radio().state, MBN_RADIO_OFF);
+    EXPECT_FALSE(IsOn());
 }
 
 TEST_F(SinkTest, CompletionsAreHandledOneAfterAnother) {
     // The first one is held up in the Ethernet test.
     std::thread second;
-    m_machine.adapters.AnswerNext([&](IP_ADAPTER_INFO*, ULONG*) -> DWORD {
-        second = std::thread([&] { m_sink.Complete(&Radio(), 2); });
+    m_notebook.At(Call::GetAdaptersInfo, 1, [&]() -> DWORD {
+        second = std::thread([&] { Complete(2); });
         EXPECT_TRUE(m_machine.log.WaitFor(TraceIn(kComplete, L"RequestID = 2, Status = 0x0")));
         Rig::Real<&::Sleep>(50);
         EXPECT_EQ(m_machine.log.Count(Information(kComplete, L"NetworkChangedForSetRadio Status = 0")), 1);
         return ERROR_NO_DATA;
     });
-    m_sink.Complete(&Radio(), 1);
+    Complete(1);
     second.join();
     EXPECT_EQ(m_machine.log.Count(Information(kComplete, L"NetworkChangedForSetRadio Status = 0")), 2);
 }
 
 TEST_F(SinkTest, ManyCompletionsWhileASwitchRunsKeepReferencesBalanced) {
-    FakeRadio other{MBN_RADIO_OFF, "other"};
     std::atomic<bool> stop = false;
     std::vector<std::thread> callers;
-    for (FakeRadio* radio : {&Radio(), &other}) {
-        callers.emplace_back([&, radio] {
+    for (const ConfirmRadio kind : {ConfirmRadio::Same, ConfirmRadio::Fresh}) {
+        callers.emplace_back([&, kind] {
             while (!stop) {
-                m_sink.Complete(radio);
+                Complete(1, S_OK, kind);
             }
         });
     }
-    FollowAtOnce();
     for (int i = 0; i < 20; ++i) {
         SwitchWwanStatus(i % 2 == 0 ? kRadioOff : ServiceUtils::kRadioOn, 0);
     }
@@ -606,8 +567,7 @@ TEST_F(SinkTest, ManyCompletionsWhileASwitchRunsKeepReferencesBalanced) {
         caller.join();
     }
     WwanState::lastRadio.store(nullptr);
-    EXPECT_EQ(Radio().References(), 0);
-    EXPECT_EQ(other.References(), 0);
+    EXPECT_EQ(References(), 0);
 }
 
 }  // namespace

@@ -28,11 +28,7 @@ constexpr char kSetWwan[] = "ServiceUtils::SetWwanPowerStatusInRegistry";
 constexpr char kAirplane[] = "ServiceUtils::CheckAirplaneMode";
 constexpr DWORD kInterrupted = 0xFFFFFFFF;
 
-class PowerStatusTest : public testing::Test {
-  protected:
-    Machine m_machine;
-    RadioLedger m_ledger;
-};
+using PowerStatusTest = RadioTest;
 
 TEST_F(PowerStatusTest, OnIsTrueInTenBytes) {
     EXPECT_EQ(SetWlanPowerStatusInRegistry(kRadioOn), DWORD{ERROR_SUCCESS});

@@ -2,10 +2,13 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <cstring>
 #include <ostream>
 #include <stdexcept>
+#include <utility>
 
-#include "tests/radio/fake_wlan.h"
+#include "notebook/hardware/guarded_memory.h"
 #include "tests/radio/machine.h"
 
 namespace RadioTests {
@@ -20,33 +23,30 @@ using testing::IsEmpty;
 
 constexpr char kCheck[] = "ServiceUtils::CheckWlanStatus";
 
-class WlanQueryTest : public testing::Test {
-  protected:
-    Machine m_machine;
-    RadioLedger m_ledger;
-};
+using WlanQueryTest = RadioTest;
 
 TEST_F(WlanQueryTest, RadioWithEveryPhyOnIsOn) {
-    FakeWlan wlan{{On(), On()}};
+    m_notebook.SetPhys({On(), On()});
     EXPECT_TRUE(CheckWlanStatus());
-    EXPECT_THAT(m_machine.log.Lines(),
-                ElementsAre(TraceIn(kCheck), Information(kCheck, L"WLAN Interface Count : 1"),
-                            Information(kCheck, L"Current Index: 0"),
-                            Information(kCheck, L"Interface Description: Some WLAN Adapter"),
-                            Information(kCheck, L"Interface State :  "), Information(kCheck, L"Connected"),
-                            Information(kCheck, L"Phy: 0 On"), Information(kCheck, L"Phy: 1 On"),
-                            Information(kCheck, L"Phy state : 1"), TraceOut(kCheck, L"WLAN Status = 1")));
+    EXPECT_THAT(
+        m_machine.log.Lines(),
+        ElementsAre(TraceIn(kCheck), Information(kCheck, L"WLAN Interface Count : 1"),
+                    Information(kCheck, L"Current Index: 0"),
+                    Information(kCheck, L"Interface Description: Brook Wireless Adapter 1"),
+                    Information(kCheck, L"Interface State :  "), Information(kCheck, L"Not connected"),
+                    Information(kCheck, L"Phy: 0 On"), Information(kCheck, L"Phy: 1 On"),
+                    Information(kCheck, L"Phy state : 1"), TraceOut(kCheck, L"WLAN Status = 1")));
 }
 
 TEST_F(WlanQueryTest, AskingOpensAndClosesAClientOfItsOwn) {
-    FakeWlan wlan{{On()}};
+    m_notebook.SetPhys({On()});
     static_cast<void>(CheckWlanStatus());
-    EXPECT_THAT(wlan.Calls(),
-                ElementsAre("Open 2", "Enumerate", "Query 0", "Free record", "Free list", "Close"));
+    EXPECT_THAT(m_notebook.Calls(), ElementsAre("WlanOpenHandle version 2", "WlanEnumInterfaces",
+                                                "WlanQueryInterface", "WlanCloseHandle"));
 }
 
 TEST_F(WlanQueryTest, OnePhyOffMakesTheRadioOff) {
-    FakeWlan wlan{{On(), Off(), On()}};
+    m_notebook.SetPhys({On(), Off(), On()});
     EXPECT_FALSE(CheckWlanStatus());
     EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy: 1 Off")));
     EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy: 2 On")));
@@ -55,24 +55,24 @@ TEST_F(WlanQueryTest, OnePhyOffMakesTheRadioOff) {
 }
 
 TEST_F(WlanQueryTest, PhyOfUnknownStateMakesTheRadioOff) {
-    FakeWlan wlan{{On(), PhyIn(dot11_radio_state_unknown)}};
+    m_notebook.SetPhys({On(), PhyIn(dot11_radio_state_unknown)});
     EXPECT_FALSE(CheckWlanStatus());
     EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy: 1 Unknown")));
 }
 
 TEST_F(WlanQueryTest, PhyOfAStateOutOfRangeMakesTheRadioOff) {
-    FakeWlan wlan{{PhyIn(static_cast<DOT11_RADIO_STATE>(3)), On()}};
+    m_notebook.SetPhys({PhyIn(static_cast<DOT11_RADIO_STATE>(3)), On()});
     EXPECT_FALSE(CheckWlanStatus());
     EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy: 0 Other Unknown state 3")));
 }
 
 TEST_F(WlanQueryTest, HardwareSwitchIsIgnored) {
-    FakeWlan wlan{{PhyIn(dot11_radio_state_on, dot11_radio_state_off)}};
+    m_notebook.Act(&::Notebook::SwitchWlanHardware, false);
     EXPECT_TRUE(CheckWlanStatus());
 }
 
 TEST_F(WlanQueryTest, InterfaceWithoutPhysCountsAsOn) {
-    FakeWlan wlan{std::vector<Phy>{}};
+    m_notebook.SetPhys({});
     EXPECT_TRUE(CheckWlanStatus());
     EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy state : 1")));
 }
@@ -80,13 +80,33 @@ TEST_F(WlanQueryTest, InterfaceWithoutPhysCountsAsOn) {
 TEST_F(WlanQueryTest, AllOf64PhysAreLookedAt) {
     std::vector<Phy> phys(WLAN_MAX_PHY_INDEX, On());
     phys.back() = Off();
-    FakeWlan wlan{phys};
+    m_notebook.SetPhys(phys);
     EXPECT_FALSE(CheckWlanStatus());
     EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy: 63 Off")));
 }
 
 constexpr std::size_t kHeaderBytes = offsetof(WLAN_RADIO_STATE, PhyRadioState);
 constexpr std::size_t kPhyBytes = sizeof(WLAN_PHY_RADIO_STATE);
+
+/// Has each query give just so many bytes of its record, which names so many PHYs.
+class CutRecords {
+  public:
+    CutRecords(DWORD phys, std::size_t bytes)
+        : m_query(Rig::kWrapping,
+                  [phys, bytes](const auto& device, HANDLE client, const GUID* id, WLAN_INTF_OPCODE opcode,
+                                void* reserved, DWORD* size, void** data, WLAN_OPCODE_VALUE_TYPE* type) {
+                      const DWORD result = device.Original(client, id, opcode, reserved, size, data, type);
+                      static_cast<WLAN_RADIO_STATE*>(*data)->dwNumberOfPhys = phys;
+                      void* const cut = ::Notebook::AllocateGuarded(bytes, alignof(WLAN_RADIO_STATE));
+                      std::memcpy(cut, *data, bytes);
+                      ::Notebook::FreeGuarded(std::exchange(*data, cut));
+                      *size = static_cast<DWORD>(bytes);
+                      return result;
+                  }) {}
+
+  private:
+    Rig::ScopedImport<&::WlanQueryInterface> m_query;
+};
 
 /// A record that does not show what it names: every PHY is on, as far as can be seen.
 struct BrokenRecord {
@@ -102,9 +122,8 @@ void PrintTo(const BrokenRecord& tested, std::ostream* out) {
 class WlanBrokenRecordTest : public WlanQueryTest, public testing::WithParamInterface<BrokenRecord> {};
 
 TEST_P(WlanBrokenRecordTest, BrokenRecordIsNoDataAndIsNotReadBeyondItsEnd) {
-    FakeWlan wlan{std::vector<Phy>(WLAN_MAX_PHY_INDEX, On())};
-    wlan.ClaimPhys(GetParam().claimedPhys);
-    wlan.CutRecords(GetParam().bytes);
+    m_notebook.SetPhys(std::vector<Phy>(WLAN_MAX_PHY_INDEX, On()));
+    const CutRecords records{GetParam().claimedPhys, GetParam().bytes};
     EXPECT_FALSE(CheckWlanStatus());
     EXPECT_THAT(m_machine.log.At(kError), ElementsAre(Error(kCheck, L"WlanQueryInterface failed! err is 0")));
     EXPECT_FALSE(m_machine.log.Contains(Information(kCheck, L"Phy: 0 On")));
@@ -121,8 +140,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(WlanQueryTest, RecordOfJustThePhysThatItNamesIsRead) {
     for (const DWORD phys : {0UL, 1UL, 2UL}) {
-        FakeWlan wlan{std::vector<Phy>(phys, On())};
-        wlan.CutRecords(kHeaderBytes + phys * kPhyBytes);
+        m_notebook.SetPhys(std::vector<Phy>(phys, On()));
+        const CutRecords records{phys, kHeaderBytes + phys * kPhyBytes};
         EXPECT_TRUE(CheckWlanStatus()) << phys;
     }
 }
@@ -140,9 +159,7 @@ void PrintTo(const NamedState& tested, std::ostream* out) {
 class WlanInterfaceStateTest : public WlanQueryTest, public testing::WithParamInterface<NamedState> {};
 
 TEST_P(WlanInterfaceStateTest, StateIsLoggedByName) {
-    WlanAdapter adapter = AdapterWithPhys({On()});
-    adapter.state = static_cast<WLAN_INTERFACE_STATE>(GetParam().state);
-    FakeWlan wlan{std::vector{adapter}};
+    m_notebook.Wlan().state = static_cast<std::uint32_t>(GetParam().state);
     static_cast<void>(CheckWlanStatus());
     EXPECT_EQ(m_machine.log.Of(kCheck).at(5), Information(kCheck, GetParam().text));
 }
@@ -159,54 +176,53 @@ INSTANTIATE_TEST_SUITE_P(
         NamedState{"Beyond", 8, L"Unknown state 8"}, NamedState{"Negative", -1, L"Unknown state -1"}));
 
 TEST_F(WlanQueryTest, OnlyTheFirstAdapterIsLookedAt) {
-    WlanAdapter second = AdapterWithPhys({Off()});
-    second.id.Data1 = 2;
-    FakeWlan wlan{{AdapterWithPhys({On()}), second}};
+    m_notebook.Make({.wlanAdapters = 2});
+    m_notebook.Wlan(1).phys[0] = Off();
     EXPECT_TRUE(CheckWlanStatus());
-    EXPECT_THAT(wlan.CallsOf(WlanCall::kQuery), ElementsAre("Query 0"));
+    EXPECT_EQ(m_notebook.Count(Call::WlanQueryInterface), 1);
     EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"WLAN Interface Count : 2")));
 }
 
 TEST_F(WlanQueryTest, DescriptionThatFillsItsFieldIsReadToItsEnd) {
-    WlanAdapter adapter = AdapterWithPhys({On()});
-    adapter.description.assign(WLAN_MAX_NAME_LENGTH, L'x');
-    FakeWlan wlan{std::vector{adapter}};
+    std::ranges::fill(m_notebook.Wlan().description, L'x');
     EXPECT_TRUE(CheckWlanStatus());
     EXPECT_EQ(m_machine.log.Of(kCheck).at(3),
               Information(kCheck, L"Interface Description: " + std::wstring(WLAN_MAX_NAME_LENGTH - 1, L'x')));
 }
 
 TEST_F(WlanQueryTest, FailedOpenMakesTheRadioOff) {
-    FakeWlan wlan{{On()}};
-    wlan.Fail(WlanCall::kOpen, 1, ERROR_SERVICE_NOT_ACTIVE);
+    m_notebook.SetPhys({On()});
+    m_notebook.Fail(Call::WlanOpenHandle, 1, ERROR_SERVICE_NOT_ACTIVE);
     EXPECT_FALSE(CheckWlanStatus());
     EXPECT_THAT(m_machine.log.Lines(),
                 ElementsAre(TraceIn(kCheck), Error(kCheck, L"WlanOpenHandle failed with error: 1062"),
                             TraceOut(kCheck, L"WLAN Status = 0")));
-    EXPECT_THAT(wlan.Calls(), ElementsAre("Open 2"));
+    EXPECT_THAT(m_notebook.Calls(), ElementsAre("WlanOpenHandle version 2"));
 }
 
 TEST_F(WlanQueryTest, FailedEnumerationClosesTheHandle) {
-    FakeWlan wlan{{On()}};
-    wlan.Fail(WlanCall::kEnumerate, 1, ERROR_NOT_ENOUGH_MEMORY);
+    m_notebook.SetPhys({On()});
+    m_notebook.Fail(Call::WlanEnumInterfaces, 1, ERROR_NOT_ENOUGH_MEMORY);
     EXPECT_FALSE(CheckWlanStatus());
     EXPECT_THAT(m_machine.log.Lines(),
                 ElementsAre(TraceIn(kCheck), Error(kCheck, L"WlanEnumInterfaces failed with error: 8"),
                             TraceOut(kCheck, L"WLAN Status = 0")));
-    EXPECT_THAT(wlan.Calls(), ElementsAre("Open 2", "Enumerate", "Close"));
+    EXPECT_THAT(m_notebook.Calls(),
+                ElementsAre("WlanOpenHandle version 2", "WlanEnumInterfaces", "WlanCloseHandle"));
 }
 
 TEST_F(WlanQueryTest, NoListMakesTheRadioOff) {
-    FakeWlan wlan{{On()}};
-    wlan.GiveNothingFor(WlanCall::kEnumerate);
+    m_notebook.SetPhys({On()});
+    m_notebook.GiveNothing(Call::WlanEnumInterfaces);
     EXPECT_FALSE(CheckWlanStatus());
     EXPECT_THAT(m_machine.log.Lines(), ElementsAre(TraceIn(kCheck), Error(kCheck, L"Interface list is empty"),
                                                    TraceOut(kCheck, L"WLAN Status = 0")));
-    EXPECT_THAT(wlan.Calls(), ElementsAre("Open 2", "Enumerate", "Close"));
+    EXPECT_THAT(m_notebook.Calls(),
+                ElementsAre("WlanOpenHandle version 2", "WlanEnumInterfaces", "WlanCloseHandle"));
 }
 
 TEST_F(WlanQueryTest, ListWithoutEntriesIsAskedAboutNobodyAndNotReadBeyondItsEnd) {
-    FakeWlan wlan{std::vector<WlanAdapter>{}};
+    m_notebook.Make({.wlanAdapters = 0});
     EXPECT_FALSE(CheckWlanStatus());
     EXPECT_THAT(
         m_machine.log.From(Orva::Shared::Level::kInformation),
@@ -214,51 +230,53 @@ TEST_F(WlanQueryTest, ListWithoutEntriesIsAskedAboutNobodyAndNotReadBeyondItsEnd
                     Information(kCheck, L"Current Index: 0"), Information(kCheck, L"Interface Description: "),
                     Information(kCheck, L"Interface State :  "), Information(kCheck, L"Not ready"),
                     Error(kCheck, L"WlanQueryInterface failed! err is 1168")));
-    EXPECT_THAT(wlan.Calls(), ElementsAre("Open 2", "Enumerate", "Query nobody", "Free list", "Close"));
+    EXPECT_THAT(m_notebook.Calls(), ElementsAre("WlanOpenHandle version 2", "WlanEnumInterfaces",
+                                                "WlanQueryInterface", "WlanCloseHandle"));
 }
 
 TEST_F(WlanQueryTest, FailedQueryMakesTheRadioOff) {
-    FakeWlan wlan{{On()}};
-    wlan.Fail(WlanCall::kQuery, 1, ERROR_INVALID_STATE);
+    m_notebook.SetPhys({On()});
+    m_notebook.Fail(Call::WlanQueryInterface, 1, ERROR_INVALID_STATE);
     EXPECT_FALSE(CheckWlanStatus());
     EXPECT_THAT(m_machine.log.At(kError),
                 ElementsAre(Error(kCheck, L"WlanQueryInterface failed! err is 5023")));
-    EXPECT_THAT(wlan.Calls(), ElementsAre("Open 2", "Enumerate", "Query 0", "Free list", "Close"));
+    EXPECT_THAT(m_notebook.Calls(), ElementsAre("WlanOpenHandle version 2", "WlanEnumInterfaces",
+                                                "WlanQueryInterface", "WlanCloseHandle"));
 }
 
 TEST_F(WlanQueryTest, QueryWithoutDataMakesTheRadioOff) {
-    FakeWlan wlan{{On()}};
-    wlan.GiveNothingFor(WlanCall::kQuery);
+    m_notebook.SetPhys({On()});
+    m_notebook.GiveNothing(Call::WlanQueryInterface);
     EXPECT_FALSE(CheckWlanStatus());
     EXPECT_THAT(m_machine.log.At(kError), ElementsAre(Error(kCheck, L"WlanQueryInterface failed! err is 0")));
 }
 
 TEST_F(WlanQueryTest, AfterASwitchRanOutTheRadioReadsAsOffWithoutAsking) {
     ServiceUtils::my_setwifitimeout = true;
-    FakeWlan wlan{{On()}};
+    m_notebook.SetPhys({On()});
     EXPECT_FALSE(CheckWlanStatus());
     EXPECT_THAT(m_machine.log.Lines(),
                 ElementsAre(TraceIn(kCheck), Error(kCheck, L"My WIFI Query timeout, my_setwifitimeout : 1"),
                             TraceOut(kCheck, L"WLAN Status = 0")));
-    EXPECT_THAT(wlan.Calls(), IsEmpty());
+    EXPECT_THAT(m_notebook.Calls(), IsEmpty());
 }
 
-class WlanQueryThrowsTest : public WlanQueryTest, public testing::WithParamInterface<WlanCall> {};
+class WlanQueryThrowsTest : public WlanQueryTest, public testing::WithParamInterface<Call> {};
 
 TEST_P(WlanQueryThrowsTest, ExceptionIsLoggedAndEverythingGivenBack) {
-    FakeWlan wlan{{On()}};
-    wlan.At(GetParam(), 1, []() -> DWORD { throw std::runtime_error("out of order"); });
+    m_notebook.SetPhys({On()});
+    m_notebook.At(GetParam(), 1, []() -> DWORD { throw std::runtime_error("out of order"); });
     EXPECT_FALSE(CheckWlanStatus());
     EXPECT_THAT(m_machine.log.At(kError), ElementsAre(Error(kCheck, L"Exception in CheckWlanStatus()")));
     EXPECT_EQ(m_machine.log.Lines().back(), TraceOut(kCheck, L"WLAN Status = 0"));
-    EXPECT_EQ(wlan.Held(), 0U);
 }
 
 INSTANTIATE_TEST_SUITE_P(EachCall, WlanQueryThrowsTest,
-                         testing::Values(WlanCall::kOpen, WlanCall::kEnumerate, WlanCall::kQuery));
+                         testing::Values(Call::WlanOpenHandle, Call::WlanEnumInterfaces,
+                                         Call::WlanQueryInterface));
 
 TEST_F(WlanQueryTest, ExceptionOfGivingBackGoesNowhere) {
-    FakeWlan wlan{{On()}};
+    m_notebook.SetPhys({On()});
     const Rig::ScopedImport<&::WlanFreeMemory> frees{Rig::kWrapping, [](const auto& fake, void* block) {
                                                          fake.Original(block);
                                                          throw std::runtime_error("out of order");
@@ -275,8 +293,8 @@ TEST_F(WlanQueryTest, ExceptionOfGivingBackGoesNowhere) {
 }
 
 TEST_F(WlanQueryTest, ThrownWin32ErrorIsLoggedAndEverythingGivenBack) {
-    FakeWlan wlan{{On()}};
-    wlan.At(WlanCall::kQuery, 1, []() -> DWORD { throw DWORD{ERROR_ACCESS_DENIED}; });
+    m_notebook.SetPhys({On()});
+    m_notebook.At(Call::WlanQueryInterface, 1, []() -> DWORD { throw DWORD{ERROR_ACCESS_DENIED}; });
     EXPECT_FALSE(CheckWlanStatus());
     EXPECT_THAT(m_machine.log.At(kError), ElementsAre(Error(kCheck, L"Exception in CheckWlanStatus()")));
 }

@@ -3,7 +3,6 @@
 #include <ostream>
 
 #include "radio/wlan_radio.h"
-#include "tests/radio/fake_wlan.h"
 #include "tests/radio/machine.h"
 #include "tests/support/throw_from_log_line.h"
 
@@ -30,18 +29,15 @@ constexpr char kRetry[] = "ServiceUtils::SwitchWlanStatusWithRetry";
 constexpr char kStart[] = "ServiceUtils::StartWLANService";
 constexpr char kStop[] = "ServiceUtils::StopWLANService";
 
-class WlanRetryTest : public testing::Test {
+class WlanRetryTest : public RadioTest {
   protected:
     [[nodiscard]] std::vector<Rig::LogLine> Lines() const { return m_machine.log.Of(kRetry); }
-
-    Machine m_machine;
-    RadioLedger m_ledger;
 };
 
 TEST_F(WlanRetryTest, RadioThatFollowsIsSwitchedOnce) {
-    FakeWlan wlan{{Off()}};
+    m_notebook.SetPhys({Off()});
     EXPECT_TRUE(SwitchWlanStatusWithRetry(kRadioOn, 5));
-    EXPECT_TRUE(wlan.IsOn());
+    EXPECT_TRUE(m_notebook.WlanIsOn());
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kRetry, L"NewStatus = 1, Retry Count = 5"),
                                      Information(kRetry, L"SwitchWlanStatus Success"),
                                      TraceOut(kRetry, L"WLAN switching Status = 1")));
@@ -50,9 +46,9 @@ TEST_F(WlanRetryTest, RadioThatFollowsIsSwitchedOnce) {
 
 TEST_F(WlanRetryTest, SwitchingOnInAirplaneModeSucceedsWithoutTouchingTheRadio) {
     m_machine.SetAirplaneMode(true);
-    FakeWlan wlan{{Off()}};
+    m_notebook.SetPhys({Off()});
     EXPECT_TRUE(SwitchWlanStatusWithRetry(kRadioOn, 5));
-    EXPECT_THAT(wlan.Calls(), IsEmpty());
+    EXPECT_THAT(m_notebook.Calls(), IsEmpty());
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kRetry, L"NewStatus = 1, Retry Count = 5"),
                                      Information(kRetry, L"SwitchWlanStatus not needed for New status = 1"),
                                      TraceOut(kRetry, L"WLAN switching Status = 1")));
@@ -61,29 +57,29 @@ TEST_F(WlanRetryTest, SwitchingOnInAirplaneModeSucceedsWithoutTouchingTheRadio) 
 
 TEST_F(WlanRetryTest, SwitchingOffInAirplaneModeGoesOn) {
     m_machine.SetAirplaneMode(true);
-    FakeWlan wlan{{On()}};
+    m_notebook.SetPhys({On()});
     EXPECT_TRUE(SwitchWlanStatusWithRetry(kRadioOff, 0));
-    EXPECT_TRUE(wlan.IsOff());
+    EXPECT_TRUE(m_notebook.WlanIsOff());
 }
 
 TEST_F(WlanRetryTest, AirplaneModeThatComesBetweenIsRespected) {
-    FakeWlan wlan{{Off()}};
+    m_notebook.SetPhys({Off()});
     // The first attempt finds nothing to switch; then airplane mode comes.
-    wlan.At(WlanCall::kCapability, 1, [this] {
+    m_notebook.At(Call::WlanGetInterfaceCapability, 1, [this] {
         m_machine.SetAirplaneMode(true);
         return ERROR_INVALID_STATE;
     });
     EXPECT_FALSE(SwitchWlanStatusWithRetry(kRadioOn, 1));
-    EXPECT_TRUE(wlan.IsOff());
+    EXPECT_TRUE(m_notebook.WlanIsOff());
 }
 
 TEST_F(WlanRetryTest, NRetriesAreNPlusOneAttempts) {
-    FakeWlan wlan{{Off()}};
+    m_notebook.SetPhys({Off()});
     for (int attempt = 1; attempt <= 3; ++attempt) {
-        wlan.Fail(WlanCall::kCapability, attempt, ERROR_INVALID_STATE);
+        m_notebook.Fail(Call::WlanGetInterfaceCapability, attempt, ERROR_INVALID_STATE);
     }
     EXPECT_FALSE(SwitchWlanStatusWithRetry(kRadioOn, 2));
-    EXPECT_EQ(wlan.Count(WlanCall::kCapability), 3);
+    EXPECT_EQ(m_notebook.Count(Call::WlanGetInterfaceCapability), 3);
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kRetry, L"NewStatus = 1, Retry Count = 2"),
                                      Warning(kRetry, L"SwitchWlanStatus not Succeeded. Retrying to 0"),
                                      Warning(kRetry, L"SwitchWlanStatus not Succeeded. Retrying to 1"),
@@ -93,28 +89,29 @@ TEST_F(WlanRetryTest, NRetriesAreNPlusOneAttempts) {
 }
 
 TEST_F(WlanRetryTest, SuccessAtTheLastAttemptIsASuccess) {
-    FakeWlan wlan{{Off()}};
-    wlan.Fail(WlanCall::kCapability, 1, ERROR_INVALID_STATE);
-    wlan.Fail(WlanCall::kCapability, 2, ERROR_INVALID_STATE);
+    m_notebook.SetPhys({Off()});
+    m_notebook.Fail(Call::WlanGetInterfaceCapability, 1, ERROR_INVALID_STATE);
+    m_notebook.Fail(Call::WlanGetInterfaceCapability, 2, ERROR_INVALID_STATE);
     EXPECT_TRUE(SwitchWlanStatusWithRetry(kRadioOn, 2));
-    EXPECT_TRUE(wlan.IsOn());
+    EXPECT_TRUE(m_notebook.WlanIsOn());
     EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(100, 400, 100, 400, 100));
 }
 
 TEST_F(WlanRetryTest, WithoutRetriesThereIsOneAttempt) {
     for (const int retries : {0, -1, -2147483647 - 1}) {
-        FakeWlan wlan{{Off()}};
-        wlan.GiveNothingFor(WlanCall::kCapability);
+        m_notebook.SetPhys({Off()});
+        m_notebook.GiveNothing(Call::WlanGetInterfaceCapability);
         EXPECT_FALSE(SwitchWlanStatusWithRetry(kRadioOn, retries));
-        EXPECT_EQ(wlan.Count(WlanCall::kCapability), 1);
+        EXPECT_EQ(m_notebook.Count(Call::WlanGetInterfaceCapability), 1);
+        m_notebook.ForgetCalls();
     }
 }
 
 TEST_F(WlanRetryTest, OutcomeIsJudgedByReadingBackNotByTheSwitch) {
-    FakeWlan wlan{{Off()}};
+    m_notebook.SetPhys({Off()});
     // The switch fails, but somebody else turns the radio on meanwhile.
-    wlan.At(WlanCall::kCapability, 1, [&wlan] {
-        wlan.adapters[0].phys[0].software = dot11_radio_state_on;
+    m_notebook.At(Call::WlanGetInterfaceCapability, 1, [this] {
+        m_notebook.SetPhys({On()});
         return ERROR_INVALID_STATE;
     });
     EXPECT_TRUE(SwitchWlanStatusWithRetry(kRadioOn, 5));
@@ -122,7 +119,7 @@ TEST_F(WlanRetryTest, OutcomeIsJudgedByReadingBackNotByTheSwitch) {
 }
 
 TEST_F(WlanRetryTest, ExceptionGivesFalse) {
-    FakeWlan wlan{{Off()}};
+    m_notebook.SetPhys({Off()});
     const Rig::ScopedImport<&::Sleep> throws{[](DWORD) { throw DWORD{ERROR_ACCESS_DENIED}; }};
     EXPECT_FALSE(SwitchWlanStatusWithRetry(kRadioOn, 5));
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kRetry, L"NewStatus = 1, Retry Count = 5"),
@@ -131,19 +128,16 @@ TEST_F(WlanRetryTest, ExceptionGivesFalse) {
     EXPECT_EQ(throws.Calls(), 1);
 }
 
-class WlanStartTest : public testing::Test {
+class WlanStartTest : public RadioTest {
   protected:
     [[nodiscard]] std::vector<Rig::LogLine> Lines() const { return m_machine.log.Of(kStart); }
-
-    Machine m_machine;
-    RadioLedger m_ledger;
 };
 
 TEST_F(WlanStartTest, RadioThatWasOnComesBack) {
     m_machine.RememberWlan(L"True");
-    FakeWlan wlan{{Off(), Off()}};
+    m_notebook.SetPhys({Off(), Off()});
     StartWLANService();
-    EXPECT_TRUE(wlan.IsOn());
+    EXPECT_TRUE(m_notebook.WlanIsOn());
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kStart), Information(kStart, L"WLAN Registry Status = True"),
                                      Information(kStart, L"Switching ON Wifi"),
                                      Information(kStart, L"WlanPowerStatus value read from registry = True"),
@@ -151,17 +145,17 @@ TEST_F(WlanStartTest, RadioThatWasOnComesBack) {
 }
 
 TEST_F(WlanStartTest, NothingRememberedCountsAsOn) {
-    FakeWlan wlan{{Off()}};
+    m_notebook.SetPhys({Off()});
     StartWLANService();
-    EXPECT_TRUE(wlan.IsOn());
+    EXPECT_TRUE(m_notebook.WlanIsOn());
     EXPECT_THAT(Lines(), Contains(Information(kStart, L"WLAN Registry Status = True")));
 }
 
 TEST_F(WlanStartTest, RememberedNumberCountsAsOn) {
     m_machine.store.Write(L"WlanPowerStatus", L"PowerOnOff", Rig::RegistryNumber(0));
-    FakeWlan wlan{{Off()}};
+    m_notebook.SetPhys({Off()});
     StartWLANService();
-    EXPECT_TRUE(wlan.IsOn());
+    EXPECT_TRUE(m_notebook.WlanIsOn());
 }
 
 struct OtherText {
@@ -177,9 +171,9 @@ class WlanStartOtherTextTest : public WlanStartTest, public testing::WithParamIn
 
 TEST_P(WlanStartOtherTextTest, AnyOtherTextLeavesTheRadioAlone) {
     m_machine.RememberWlan(GetParam().text);
-    FakeWlan wlan{{Off()}};
+    m_notebook.SetPhys({Off()});
     StartWLANService();
-    EXPECT_THAT(wlan.Calls(), IsEmpty());
+    EXPECT_THAT(m_notebook.Calls(), IsEmpty());
     const std::wstring text = GetParam().text;
     EXPECT_THAT(Lines(),
                 ElementsAre(TraceIn(kStart), Information(kStart, L"WLAN Registry Status = " + text),
@@ -196,16 +190,16 @@ INSTANTIATE_TEST_SUITE_P(Texts, WlanStartOtherTextTest,
 TEST_F(WlanStartTest, AirplaneModeLeavesTheRadioOffWithoutAnError) {
     m_machine.SetAirplaneMode(true);
     m_machine.RememberWlan(L"True");
-    FakeWlan wlan{{Off()}};
+    m_notebook.SetPhys({Off()});
     StartWLANService();
-    EXPECT_TRUE(wlan.IsOff());
+    EXPECT_TRUE(m_notebook.WlanIsOff());
     EXPECT_THAT(m_machine.log.At(kError), IsEmpty());
 }
 
 TEST_F(WlanStartTest, RadioThatRefusesForEverIsReportedAfterSixAttempts) {
-    FakeWlan wlan{{Refusing(Off())}};
+    m_notebook.SetPhys({Refusing(Off())});
     StartWLANService();
-    EXPECT_EQ(wlan.Count(WlanCall::kSet), 6 * 81);
+    EXPECT_EQ(m_notebook.Count(Call::WlanSetInterface), 6 * 81);
     EXPECT_THAT(Lines(), Contains(Error(kStart, L"SwitchWlanStatusWithRetry (StartWLANService) failed")));
     EXPECT_EQ(m_machine.clock.Elapsed(), 6 * (81 * 100ms + 500ms));
     EXPECT_TRUE(my_setwifitimeout);
@@ -213,15 +207,15 @@ TEST_F(WlanStartTest, RadioThatRefusesForEverIsReportedAfterSixAttempts) {
 
 TEST_F(WlanStartTest, FullRunAfterOneThatRanOutBringsTheRadioBack) {
     // Refuses the whole first run and the first pass of the second.
-    FakeWlan wlan{{Refusing(Off(), 82)}};
+    m_notebook.SetPhys({Refusing(Off(), 82)});
     StartWLANService();
-    EXPECT_TRUE(wlan.IsOn());
+    EXPECT_TRUE(m_notebook.WlanIsOn());
     EXPECT_FALSE(my_setwifitimeout);
     EXPECT_THAT(m_machine.log.Of(kRetry), Contains(Information(kRetry, L"SwitchWlanStatus Success")));
 }
 
 TEST_F(WlanStartTest, ExceptionIsLogged) {
-    FakeWlan wlan{{Off()}};
+    m_notebook.SetPhys({Off()});
     const ThrowFromLogLine second{2, DWORD{ERROR_ACCESS_DENIED}};
     StartWLANService();
     EXPECT_THAT(
@@ -229,19 +223,16 @@ TEST_F(WlanStartTest, ExceptionIsLogged) {
         ElementsAre(TraceIn(kStart), Error(kStart, L"Exception in StartWLANService()"), TraceOut(kStart)));
 }
 
-class WlanStopTest : public testing::Test {
+class WlanStopTest : public RadioTest {
   protected:
     [[nodiscard]] std::vector<Rig::LogLine> Lines() const { return m_machine.log.Of(kStop); }
-
-    Machine m_machine;
-    RadioLedger m_ledger;
 };
 
 TEST_F(WlanStopTest, RadioThatIsOnGoesOffAndIsRememberedAsOn) {
     m_machine.RememberWlan(L"False");
-    FakeWlan wlan{{On(), On()}};
+    m_notebook.SetPhys({On(), On()});
     StopWLANService();
-    EXPECT_TRUE(wlan.IsOff());
+    EXPECT_TRUE(m_notebook.WlanIsOff());
     EXPECT_EQ(m_machine.RememberedWlan(), L"True");
     EXPECT_THAT(Lines(),
                 ElementsAre(TraceIn(kStop), Information(kStop, L"WLAN Current Status = 1"),
@@ -254,10 +245,10 @@ TEST_F(WlanStopTest, RadioThatIsOnGoesOffAndIsRememberedAsOn) {
 TEST_F(WlanStopTest, RadioThatIsOffIsLeftAloneWithWhatIsRemembered) {
     for (const wchar_t* remembered : {L"False", L"True"}) {
         m_machine.RememberWlan(remembered);
-        FakeWlan wlan{{Off()}};
+        m_notebook.SetPhys({Off()});
         StopWLANService();
         EXPECT_EQ(m_machine.RememberedWlan(), remembered);
-        EXPECT_EQ(wlan.Count(WlanCall::kSet), 0);
+        EXPECT_EQ(m_notebook.Count(Call::WlanSetInterface), 0);
     }
     EXPECT_THAT(Lines(),
                 ElementsAre(TraceIn(kStop), Information(kStop, L"WLAN Current Status = 0"), TraceOut(kStop),
@@ -265,26 +256,26 @@ TEST_F(WlanStopTest, RadioThatIsOffIsLeftAloneWithWhatIsRemembered) {
 }
 
 TEST_F(WlanStopTest, RadioThatIsOffMakesNoKey) {
-    FakeWlan wlan{{Off()}};
+    m_notebook.SetPhys({Off()});
     StopWLANService();
     EXPECT_FALSE(m_machine.store.Exists(L"WlanPowerStatus"));
 }
 
 TEST_F(WlanStopTest, AirplaneModeDoesNotKeepTheRadioOn) {
     m_machine.SetAirplaneMode(true);
-    FakeWlan wlan{{On()}};
+    m_notebook.SetPhys({On()});
     StopWLANService();
-    EXPECT_TRUE(wlan.IsOff());
+    EXPECT_TRUE(m_notebook.WlanIsOff());
     EXPECT_EQ(m_machine.RememberedWlan(), L"True");
 }
 
 TEST_F(WlanStopTest, FailedSwitchRemembersNothing) {
     m_machine.RememberWlan(L"False");
-    FakeWlan wlan{{On()}};
-    wlan.GiveNothingFor(WlanCall::kCapability);
+    m_notebook.SetPhys({On()});
+    m_notebook.GiveNothing(Call::WlanGetInterfaceCapability);
     StopWLANService();
     EXPECT_EQ(m_machine.RememberedWlan(), L"False");
-    EXPECT_EQ(wlan.Count(WlanCall::kCapability), 1) << "the switch is not repeated";
+    EXPECT_EQ(m_notebook.Count(Call::WlanGetInterfaceCapability), 1) << "the switch is not repeated";
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kStop), Information(kStop, L"WLAN Current Status = 1"),
                                      Error(kStop, L"SwitchWlanStatusWithRetry (StopWLANService) failed"),
                                      TraceOut(kStop)));
@@ -292,10 +283,10 @@ TEST_F(WlanStopTest, FailedSwitchRemembersNothing) {
 
 TEST_F(WlanStopTest, RadioGoesOffAlsoWhenThatCannotBeRemembered) {
     m_machine.RememberWlan(L"False");
-    FakeWlan wlan{{On()}};
+    m_notebook.SetPhys({On()});
     const Rig::ScopedResult<&::RegSetValueExW> fails{ERROR_DISK_FULL, ERROR_CRC};
     StopWLANService();
-    EXPECT_TRUE(wlan.IsOff());
+    EXPECT_TRUE(m_notebook.WlanIsOff());
     EXPECT_EQ(m_machine.RememberedWlan(), L"False");
     EXPECT_THAT(m_machine.log.From(kWarning), ElementsAre(Error("ServiceUtils::SetPowerStatusInRegistry",
                                                                 L"Registry::SetValue failed with error 23")));
@@ -306,15 +297,15 @@ TEST_F(WlanStopTest, RadioGoesOffAlsoWhenThatCannotBeRemembered) {
 
 TEST_F(WlanStopTest, AfterASwitchRanOutNothingIsDone) {
     my_setwifitimeout = true;
-    FakeWlan wlan{{On()}};
+    m_notebook.SetPhys({On()});
     StopWLANService();
-    EXPECT_THAT(wlan.Calls(), IsEmpty());
+    EXPECT_THAT(m_notebook.Calls(), IsEmpty());
     EXPECT_TRUE(m_machine.RememberedWlan().empty());
 }
 
 TEST_F(WlanStopTest, ExceptionIsLogged) {
     // The second line of the operation itself comes after the query's: entry, eight lines, this one.
-    FakeWlan wlan{std::vector<Phy>{}};
+    m_notebook.SetPhys({});
     const ThrowFromLogLine line{10, DWORD{ERROR_ACCESS_DENIED}};
     StopWLANService();
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kStop), Error(kStop, L"Exception in StopWLANService()"),

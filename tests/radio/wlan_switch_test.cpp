@@ -8,7 +8,6 @@
 #include <stdexcept>
 #include <thread>
 
-#include "tests/radio/fake_wlan.h"
 #include "tests/radio/machine.h"
 
 namespace RadioTests {
@@ -41,12 +40,9 @@ std::wstring RetryText(int pass) {
     return L"Could not Set WLAN state in all PHYs. So retrying in count = " + std::to_wstring(pass);
 }
 
-class WlanSwitchTest : public testing::Test {
+class WlanSwitchTest : public RadioTest {
   protected:
     [[nodiscard]] std::vector<Rig::LogLine> Lines() const { return m_machine.log.Of(kSwitch); }
-
-    Machine m_machine;
-    RadioLedger m_ledger;
 };
 
 /// Does something on another thread while a switch pauses between two passes. The switch goes on
@@ -82,9 +78,9 @@ class DuringThePause {
 };
 
 TEST_F(WlanSwitchTest, SwitchingOffTurnsEveryPhyOff) {
-    FakeWlan wlan{{On(), On()}};
+    m_notebook.SetPhys({On(), On()});
     EXPECT_TRUE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_TRUE(wlan.IsOff());
+    EXPECT_TRUE(m_notebook.WlanIsOff());
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kSwitch, L"OnOffValue = 0, bCheckAirplaneStatus = 0"),
                                      Information(kSwitch, L"Current WLAN Status : 1, To Change Status = 0"),
                                      Verbose(kSwitch, L"Linkvane set WIFI radio to dot11_radio_state_off"),
@@ -96,9 +92,9 @@ TEST_F(WlanSwitchTest, SwitchingOffTurnsEveryPhyOff) {
 }
 
 TEST_F(WlanSwitchTest, SwitchingOnTurnsEveryPhyOn) {
-    FakeWlan wlan{{Off(), On()}};
+    m_notebook.SetPhys({Off(), On()});
     EXPECT_TRUE(SwitchWlanStatus(kRadioOn, kRespectsAirplane));
-    EXPECT_TRUE(wlan.IsOn());
+    EXPECT_TRUE(m_notebook.WlanIsOn());
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kSwitch, L"OnOffValue = 1, bCheckAirplaneStatus = 1"),
                                      Information(kSwitch, L"Current WLAN Status : 0, To Change Status = 1"),
                                      Verbose(kSwitch, L"Linkvane set WIFI radio to dot11_radi_state_on"),
@@ -110,18 +106,21 @@ TEST_F(WlanSwitchTest, SwitchingOnTurnsEveryPhyOn) {
 }
 
 TEST_F(WlanSwitchTest, QuerySwitchAndQueryMakeTheseCalls) {
-    FakeWlan wlan{{On()}};
+    m_notebook.SetPhys({On()});
     EXPECT_TRUE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_THAT(wlan.Calls(),
-                ElementsAre("Open 2", "Enumerate", "Query 0", "Free record", "Free list", "Close",  // before
-                            "Open 2", "Enumerate", "Capability 0", "Set 0 phy 0 off",  // the switch
-                            "Open 2", "Enumerate", "Query 0", "Free record", "Free list", "Close",  // after
-                            "Free capability", "Free list", "Close"));
+    EXPECT_THAT(m_notebook.Calls(),
+                ElementsAre("WlanOpenHandle version 2", "WlanEnumInterfaces", "WlanQueryInterface",
+                            "WlanCloseHandle",  // before
+                            "WlanOpenHandle version 2", "WlanEnumInterfaces", "WlanGetInterfaceCapability",
+                            "WlanSetInterface PHY 0 to 2",  // the switch
+                            "WlanOpenHandle version 2", "WlanEnumInterfaces", "WlanQueryInterface",
+                            "WlanCloseHandle",  // after
+                            "WlanCloseHandle"));
     EXPECT_THAT(m_machine.clock.Sleeps(), IsEmpty());
 }
 
 TEST_F(WlanSwitchTest, ServiceRemembersWhatItSetItself) {
-    FakeWlan wlan{{Off()}};
+    m_notebook.SetPhys({Off()});
     EXPECT_TRUE(SwitchWlanStatus(kRadioOn, kIgnoresAirplane));
     EXPECT_EQ(my_service_turnonoff_wifi, kRadioOn);
     EXPECT_TRUE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
@@ -129,20 +128,21 @@ TEST_F(WlanSwitchTest, ServiceRemembersWhatItSetItself) {
 }
 
 TEST_F(WlanSwitchTest, AnyNumberButZeroMeansOn) {
-    FakeWlan wlan{{Off()}};
+    m_notebook.SetPhys({Off()});
     EXPECT_TRUE(SwitchWlanStatus(2, kIgnoresAirplane));
-    EXPECT_TRUE(wlan.IsOn());
+    EXPECT_TRUE(m_notebook.WlanIsOn());
     EXPECT_TRUE(SwitchWlanStatus(2, kIgnoresAirplane));
     EXPECT_THAT(Lines(), Contains(Information(kSwitch, L"No change in WLAN Status Needed.")));
 }
 
 TEST_F(WlanSwitchTest, RadioInTheWantedStateIsOnlyAsked) {
     for (const Phy phy : {On(), Off()}) {
-        FakeWlan wlan{{phy}};
-        const auto wanted = phy.software == dot11_radio_state_on ? kRadioOn : kRadioOff;
+        m_notebook.SetPhys({phy});
+        const auto wanted = phy.software == ::Notebook::kRadioOn ? kRadioOn : kRadioOff;
         EXPECT_TRUE(SwitchWlanStatus(wanted, kIgnoresAirplane));
-        EXPECT_THAT(wlan.Calls(),
-                    ElementsAre("Open 2", "Enumerate", "Query 0", "Free record", "Free list", "Close"));
+        EXPECT_THAT(m_notebook.Calls(), ElementsAre("WlanOpenHandle version 2", "WlanEnumInterfaces",
+                                                    "WlanQueryInterface", "WlanCloseHandle"));
+        m_notebook.ForgetCalls();
     }
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kSwitch, L"OnOffValue = 1, bCheckAirplaneStatus = 0"),
                                      Information(kSwitch, L"Current WLAN Status : 1, To Change Status = 1"),
@@ -156,9 +156,9 @@ TEST_F(WlanSwitchTest, RadioInTheWantedStateIsOnlyAsked) {
 
 TEST_F(WlanSwitchTest, SwitchingOnIsRefusedInAirplaneMode) {
     m_machine.SetAirplaneMode(true);
-    FakeWlan wlan{{Off()}};
+    m_notebook.SetPhys({Off()});
     EXPECT_FALSE(SwitchWlanStatus(kRadioOn, kRespectsAirplane));
-    EXPECT_THAT(wlan.Calls(), IsEmpty());
+    EXPECT_THAT(m_notebook.Calls(), IsEmpty());
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kSwitch, L"OnOffValue = 1, bCheckAirplaneStatus = 1"),
                                      Information(kSwitch, L"SwitchWlanStatus not needed for New status = 1"),
                                      TraceOut(kSwitch, L"WLAN switching Status = 0")));
@@ -166,66 +166,65 @@ TEST_F(WlanSwitchTest, SwitchingOnIsRefusedInAirplaneMode) {
 
 TEST_F(WlanSwitchTest, SwitchingOnInAirplaneModeGoesOnWhenTheCallerIgnoresIt) {
     m_machine.SetAirplaneMode(true);
-    FakeWlan wlan{{Off()}};
+    m_notebook.SetPhys({Off()});
     EXPECT_TRUE(SwitchWlanStatus(kRadioOn, kIgnoresAirplane));
-    EXPECT_TRUE(wlan.IsOn());
+    EXPECT_TRUE(m_notebook.WlanIsOn());
 }
 
 TEST_F(WlanSwitchTest, SwitchingOffIsNotRefusedInAirplaneMode) {
     m_machine.SetAirplaneMode(true);
-    FakeWlan wlan{{On()}};
+    m_notebook.SetPhys({On()});
     EXPECT_TRUE(SwitchWlanStatus(kRadioOff, kRespectsAirplane));
-    EXPECT_TRUE(wlan.IsOff());
+    EXPECT_TRUE(m_notebook.WlanIsOff());
     EXPECT_THAT(m_machine.log.At(kError), IsEmpty());
 }
 
 TEST_F(WlanSwitchTest, AirplaneModeIsAskedForEverySwitch) {
-    FakeWlan wlan{{Off()}};
+    m_notebook.SetPhys({Off()});
     EXPECT_TRUE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
     EXPECT_THAT(m_machine.log.Lines(),
                 Contains(TraceOut("ServiceUtils::CheckAirplaneMode", L"Airplane Mode Status: 0 ")));
 }
 
 TEST_F(WlanSwitchTest, FailedOpenGivesFalse) {
-    FakeWlan wlan{{On()}};
-    wlan.Fail(WlanCall::kOpen, 2, ERROR_SERVICE_NOT_ACTIVE);
+    m_notebook.SetPhys({On()});
+    m_notebook.Fail(Call::WlanOpenHandle, 2, ERROR_SERVICE_NOT_ACTIVE);
     EXPECT_FALSE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kSwitch, L"OnOffValue = 0, bCheckAirplaneStatus = 0"),
                                      Information(kSwitch, L"Current WLAN Status : 1, To Change Status = 0"),
                                      Error(kSwitch, L"WlanOpenHandle failed with error: 1062"),
                                      TraceOut(kSwitch, L"WLAN switching Status = 0")));
-    EXPECT_TRUE(wlan.IsOn());
+    EXPECT_TRUE(m_notebook.WlanIsOn());
 }
 
 TEST_F(WlanSwitchTest, FailedEnumerationGivesFalseAndClosesTheHandle) {
-    FakeWlan wlan{{On()}};
-    wlan.Fail(WlanCall::kEnumerate, 2, ERROR_NOT_ENOUGH_MEMORY);
+    m_notebook.SetPhys({On()});
+    m_notebook.Fail(Call::WlanEnumInterfaces, 2, ERROR_NOT_ENOUGH_MEMORY);
     EXPECT_FALSE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kSwitch, L"OnOffValue = 0, bCheckAirplaneStatus = 0"),
                                      Information(kSwitch, L"Current WLAN Status : 1, To Change Status = 0"),
                                      Error(kSwitch, L"WlanEnumInterfaces failed with error: 8"),
                                      TraceOut(kSwitch, L"WLAN switching Status = 0")));
-    EXPECT_EQ(wlan.Calls().back(), "Close");
+    EXPECT_EQ(m_notebook.Calls().back(), "WlanCloseHandle");
 }
 
 TEST_F(WlanSwitchTest, NoListGivesFalse) {
-    FakeWlan wlan{{Off()}};
-    wlan.GiveNothingFor(WlanCall::kEnumerate);
+    m_notebook.SetPhys({Off()});
+    m_notebook.GiveNothing(Call::WlanEnumInterfaces);
     EXPECT_FALSE(SwitchWlanStatus(kRadioOn, kIgnoresAirplane));
     EXPECT_THAT(Lines(), Contains(Error(kSwitch, L"Interface list is empty")));
 }
 
 TEST_F(WlanSwitchTest, ListWithoutEntriesSwitchesNobody) {
-    FakeWlan wlan{std::vector<WlanAdapter>{}};
+    m_notebook.Make({.wlanAdapters = 0});
     EXPECT_FALSE(SwitchWlanStatus(kRadioOn, kIgnoresAirplane));
-    EXPECT_THAT(wlan.CallsOf(WlanCall::kCapability), ElementsAre("Capability nobody"));
-    EXPECT_THAT(wlan.CallsOf(WlanCall::kSet), IsEmpty());
+    EXPECT_THAT(m_notebook.Calls(Call::WlanSetInterface), IsEmpty());
     EXPECT_THAT(Lines(), Contains(Error(kSwitch, L"WlanGetInterfaceCapability failed !err is 1168")));
 }
 
 TEST_F(WlanSwitchTest, FailedCapabilityGivesFalseAndLeavesTheFlagsAlone) {
-    FakeWlan wlan{{On()}};
-    wlan.Fail(WlanCall::kCapability, 1, ERROR_INVALID_STATE);
+    m_notebook.SetPhys({On()});
+    m_notebook.Fail(Call::WlanGetInterfaceCapability, 1, ERROR_INVALID_STATE);
     my_service_turnonoff_wifi = kRadioOn;
     EXPECT_FALSE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kSwitch, L"OnOffValue = 0, bCheckAirplaneStatus = 0"),
@@ -233,54 +232,58 @@ TEST_F(WlanSwitchTest, FailedCapabilityGivesFalseAndLeavesTheFlagsAlone) {
                                      Verbose(kSwitch, L"Linkvane set WIFI radio to dot11_radio_state_off"),
                                      Error(kSwitch, L"WlanGetInterfaceCapability failed !err is 5023"),
                                      TraceOut(kSwitch, L"WLAN switching Status = 0")));
-    EXPECT_THAT(wlan.CallsOf(WlanCall::kSet), IsEmpty());
+    EXPECT_THAT(m_notebook.Calls(Call::WlanSetInterface), IsEmpty());
     EXPECT_EQ(my_service_turnonoff_wifi, kRadioOn);
     EXPECT_FALSE(my_setwifitimeout);
 }
 
 TEST_F(WlanSwitchTest, NoCapabilityGivesFalse) {
-    FakeWlan wlan{{On()}};
-    wlan.GiveNothingFor(WlanCall::kCapability);
+    m_notebook.SetPhys({On()});
+    m_notebook.GiveNothing(Call::WlanGetInterfaceCapability);
     EXPECT_FALSE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
     EXPECT_THAT(Lines(), Contains(Error(kSwitch, L"WlanGetInterfaceCapability failed !err is 0")));
 }
 
 TEST_F(WlanSwitchTest, AdapterWithoutPhysIsSwitchedAtOnce) {
     // It reads as on, so that only switching off comes to the PHYs.
-    FakeWlan wlan{std::vector<Phy>{}};
+    m_notebook.SetPhys({});
     EXPECT_TRUE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_THAT(wlan.CallsOf(WlanCall::kSet), IsEmpty());
+    EXPECT_THAT(m_notebook.Calls(Call::WlanSetInterface), IsEmpty());
     EXPECT_THAT(Lines(), Contains(Information(kSwitch, L"New WIFI state : 1")));
 }
 
 TEST_F(WlanSwitchTest, All64PhysAreSwitched) {
-    FakeWlan wlan{std::vector<Phy>(WLAN_MAX_PHY_INDEX, On())};
+    m_notebook.SetPhys(std::vector<Phy>(WLAN_MAX_PHY_INDEX, On()));
     EXPECT_TRUE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_TRUE(wlan.IsOff());
-    EXPECT_THAT(wlan.CallsOf(WlanCall::kSet), SizeIs(WLAN_MAX_PHY_INDEX));
+    EXPECT_TRUE(m_notebook.WlanIsOff());
+    EXPECT_THAT(m_notebook.Calls(Call::WlanSetInterface), SizeIs(WLAN_MAX_PHY_INDEX));
 }
 
 TEST_F(WlanSwitchTest, CountBeyondWhatAnInterfaceCanHaveIsCut) {
-    FakeWlan wlan{std::vector<Phy>(WLAN_MAX_PHY_INDEX, Off())};
-    wlan.ClaimPhys(0xFFFFFFFF);
+    m_notebook.SetPhys(std::vector<Phy>(WLAN_MAX_PHY_INDEX, Off()));
+    const Rig::ScopedImport<&::WlanGetInterfaceCapability> boasts{
+        Rig::kWrapping, [](const auto& device, HANDLE client, const GUID* id, void* reserved,
+                           WLAN_INTERFACE_CAPABILITY** capability) {
+            const DWORD result = device.Original(client, id, reserved, capability);
+            (*capability)->dwNumberOfSupportedPhys = 0xFFFFFFFF;
+            return result;
+        }};
     EXPECT_TRUE(SwitchWlanStatus(kRadioOn, kIgnoresAirplane));
     EXPECT_THAT(Lines(), Contains(Verbose(kSwitch, L"The number of supported PHY types : 4294967295")));
-    EXPECT_THAT(wlan.CallsOf(WlanCall::kSet), SizeIs(WLAN_MAX_PHY_INDEX));
+    EXPECT_THAT(m_notebook.Calls(Call::WlanSetInterface), SizeIs(WLAN_MAX_PHY_INDEX));
 }
 
 TEST_F(WlanSwitchTest, OfTwoAdaptersOnlyTheFirstIsSwitched) {
-    WlanAdapter second = AdapterWithPhys({On()});
-    second.id.Data1 = 2;
-    FakeWlan wlan{{AdapterWithPhys({On()}), second}};
+    m_notebook.Make({.wlanAdapters = 2});
     EXPECT_TRUE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_TRUE(wlan.IsOff(0));
-    EXPECT_TRUE(wlan.IsOn(1));
+    EXPECT_TRUE(m_notebook.WlanIsOff(0));
+    EXPECT_TRUE(m_notebook.WlanIsOn(1));
 }
 
 TEST_F(WlanSwitchTest, PhyThatRefusesForAWhileIsTriedAgainWithAllOthers) {
-    FakeWlan wlan{{On(), Refusing(On(), 2)}};
+    m_notebook.SetPhys({On(), Refusing(On(), 2)});
     EXPECT_TRUE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_TRUE(wlan.IsOff());
+    EXPECT_TRUE(m_notebook.WlanIsOff());
     EXPECT_THAT(
         Lines(),
         ElementsAre(TraceIn(kSwitch, L"OnOffValue = 0, bCheckAirplaneStatus = 0"),
@@ -300,10 +303,10 @@ TEST_F(WlanSwitchTest, PhyThatRefusesForAWhileIsTriedAgainWithAllOthers) {
 }
 
 TEST_F(WlanSwitchTest, PhyThatRefusesForEverEndsTheSwitchAfter81Passes) {
-    FakeWlan wlan{{On(), Refusing(On())}};
+    m_notebook.SetPhys({On(), Refusing(On())});
     my_service_turnonoff_wifi = kRadioOn;
     EXPECT_FALSE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_THAT(wlan.CallsOf(WlanCall::kSet), SizeIs(2 * kPasses));
+    EXPECT_THAT(m_notebook.Calls(Call::WlanSetInterface), SizeIs(2 * kPasses));
     EXPECT_THAT(m_machine.clock.Sleeps(), AllOf(SizeIs(kPasses), Each(100)));
     const auto warnings = m_machine.log.At(kWarning);
     EXPECT_THAT(warnings, SizeIs(kPasses));
@@ -316,24 +319,24 @@ TEST_F(WlanSwitchTest, PhyThatRefusesForEverEndsTheSwitchAfter81Passes) {
 }
 
 TEST_F(WlanSwitchTest, AfterRunningOutTheRadioReadsAsOffWithoutAsking) {
-    FakeWlan wlan{{On(), Refusing(On())}};
+    m_notebook.SetPhys({On(), Refusing(On())});
     SwitchWlanStatus(kRadioOff, kIgnoresAirplane);
-    wlan.ForgetCalls();
+    m_notebook.ForgetCalls();
     EXPECT_FALSE(CheckWlanStatus());
-    EXPECT_THAT(wlan.Calls(), IsEmpty());
+    EXPECT_THAT(m_notebook.Calls(), IsEmpty());
 }
 
 TEST_F(WlanSwitchTest, AfterRunningOutASwitchOffSucceedsWithoutAsking) {
-    FakeWlan wlan{{On(), Refusing(On())}};
+    m_notebook.SetPhys({On(), Refusing(On())});
     SwitchWlanStatus(kRadioOff, kIgnoresAirplane);
-    wlan.ForgetCalls();
+    m_notebook.ForgetCalls();
     EXPECT_TRUE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_THAT(wlan.Calls(), IsEmpty());
+    EXPECT_THAT(m_notebook.Calls(), IsEmpty());
     EXPECT_TRUE(my_setwifitimeout);
 }
 
 TEST_F(WlanSwitchTest, AfterRunningOutASwitchOnThatSucceedsBringsTheQueryBack) {
-    FakeWlan wlan{{On(), Refusing(On(), kPasses)}};
+    m_notebook.SetPhys({On(), Refusing(On(), kPasses)});
     SwitchWlanStatus(kRadioOff, kIgnoresAirplane);
     ASSERT_TRUE(my_setwifitimeout);
     EXPECT_TRUE(SwitchWlanStatus(kRadioOn, kIgnoresAirplane));
@@ -342,12 +345,12 @@ TEST_F(WlanSwitchTest, AfterRunningOutASwitchOnThatSucceedsBringsTheQueryBack) {
 }
 
 TEST_F(WlanSwitchTest, SuccessInTheLastPassCountsAsBothSuccessAndRunningOut) {
-    FakeWlan wlan{{Refusing(On(), kPasses - 1)}};
+    m_notebook.SetPhys({Refusing(On(), kPasses - 1)});
     EXPECT_TRUE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_TRUE(wlan.IsOff());
+    EXPECT_TRUE(m_notebook.WlanIsOff());
     EXPECT_TRUE(my_setwifitimeout);
     EXPECT_EQ(my_service_turnonoff_wifi, kRadioOff);
-    EXPECT_THAT(wlan.CallsOf(WlanCall::kSet), SizeIs(kPasses));
+    EXPECT_THAT(m_notebook.Calls(Call::WlanSetInterface), SizeIs(kPasses));
     EXPECT_THAT(m_machine.clock.Sleeps(), SizeIs(kPasses - 1));
     const auto lines = Lines();
     EXPECT_THAT(
@@ -358,51 +361,51 @@ TEST_F(WlanSwitchTest, SuccessInTheLastPassCountsAsBothSuccessAndRunningOut) {
 }
 
 TEST_F(WlanSwitchTest, QueryDoesNotWaitForASwitch) {
-    FakeWlan wlan{{Refusing(On(), 1)}};
+    m_notebook.SetPhys({Refusing(On(), 1)});
     bool asked = false;
     const DuringThePause query{m_machine.clock, [&asked] { asked = CheckWlanStatus(); }};
     EXPECT_TRUE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
     EXPECT_TRUE(query.WasDone());
     EXPECT_TRUE(asked);
-    EXPECT_TRUE(wlan.IsOff());
+    EXPECT_TRUE(m_notebook.WlanIsOff());
 }
 
 TEST_F(WlanSwitchTest, SecondSwitchDoesNotWaitForTheFirstOne) {
-    FakeWlan wlan{{Refusing(On(), 1)}};
+    m_notebook.SetPhys({Refusing(On(), 1)});
     bool switched = false;
     const DuringThePause second{m_machine.clock,
                                 [&switched] { switched = SwitchWlanStatus(kRadioOff, kIgnoresAirplane); }};
     EXPECT_TRUE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
     EXPECT_TRUE(second.WasDone());
     EXPECT_TRUE(switched);
-    EXPECT_EQ(wlan.Count(WlanCall::kSet), 3) << "refused, the second switch's, the next pass";
+    EXPECT_EQ(m_notebook.Count(Call::WlanSetInterface), 3) << "refused, the second switch's, the next pass";
 }
 
 TEST_F(WlanSwitchTest, SwitchOnInTheLastPassReadsAsOffAfterwards) {
-    FakeWlan wlan{{Refusing(Off(), kPasses - 1)}};
+    m_notebook.SetPhys({Refusing(Off(), kPasses - 1)});
     EXPECT_TRUE(SwitchWlanStatus(kRadioOn, kIgnoresAirplane));
-    EXPECT_TRUE(wlan.IsOn());
+    EXPECT_TRUE(m_notebook.WlanIsOn());
     EXPECT_EQ(my_service_turnonoff_wifi, kRadioOn);
     EXPECT_THAT(Lines(), Contains(Information(kSwitch, L"New WIFI state : 0")));
 }
 
 TEST_F(WlanSwitchTest, SuccessInTheLastPassButOneIsAPlainSuccess) {
-    FakeWlan wlan{{Refusing(On(), kPasses - 2)}};
+    m_notebook.SetPhys({Refusing(On(), kPasses - 2)});
     EXPECT_TRUE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
     EXPECT_FALSE(my_setwifitimeout);
     EXPECT_THAT(Lines(), Not(Contains(Error(kSwitch, L"WlanSetInterface failed"))));
 }
 
 TEST_F(WlanSwitchTest, FailedLookAfterwardsReadsAsOff) {
-    FakeWlan wlan{{Off()}};
-    wlan.Fail(WlanCall::kQuery, 2, ERROR_INVALID_STATE);
+    m_notebook.SetPhys({Off()});
+    m_notebook.Fail(Call::WlanQueryInterface, 2, ERROR_INVALID_STATE);
     EXPECT_TRUE(SwitchWlanStatus(kRadioOn, kIgnoresAirplane));
     EXPECT_THAT(Lines(), Contains(Information(kSwitch, L"New WIFI state : 0")));
 }
 
 /// A call out of the switch itself: the queries before and after catch what they meet.
 struct ThrowingCall {
-    WlanCall which;
+    Call which;
     int nth;
 };
 
@@ -413,26 +416,27 @@ void PrintTo(const ThrowingCall& tested, std::ostream* out) {
 class WlanSwitchThrowsTest : public WlanSwitchTest, public testing::WithParamInterface<ThrowingCall> {};
 
 TEST_P(WlanSwitchThrowsTest, ExceptionIsLoggedAndEverythingGivenBack) {
-    FakeWlan wlan{{On(), On()}};
-    wlan.At(GetParam().which, GetParam().nth, []() -> DWORD { throw std::runtime_error("out of order"); });
+    m_notebook.SetPhys({On(), On()});
+    m_notebook.At(GetParam().which, GetParam().nth,
+                  []() -> DWORD { throw std::runtime_error("out of order"); });
     EXPECT_FALSE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
     EXPECT_THAT(m_machine.log.At(kError), ElementsAre(Error(kSwitch, L"Exception in SwitchWlanStatus()")));
     EXPECT_EQ(Lines().back(), TraceOut(kSwitch, L"WLAN switching Status = 0"));
-    EXPECT_EQ(wlan.Held(), 0U);
     EXPECT_FALSE(my_setwifitimeout);
 }
 
 INSTANTIATE_TEST_SUITE_P(EachCall, WlanSwitchThrowsTest,
-                         testing::Values(ThrowingCall{WlanCall::kOpen, 2},
-                                         ThrowingCall{WlanCall::kEnumerate, 2},
-                                         ThrowingCall{WlanCall::kCapability, 1},
-                                         ThrowingCall{WlanCall::kSet, 1}, ThrowingCall{WlanCall::kSet, 2}));
+                         testing::Values(ThrowingCall{Call::WlanOpenHandle, 2},
+                                         ThrowingCall{Call::WlanEnumInterfaces, 2},
+                                         ThrowingCall{Call::WlanGetInterfaceCapability, 1},
+                                         ThrowingCall{Call::WlanSetInterface, 1},
+                                         ThrowingCall{Call::WlanSetInterface, 2}));
 
 TEST_F(WlanSwitchTest, ExceptionOutOfTheQueryReadsAsOff) {
-    FakeWlan wlan{{On()}};
-    wlan.At(WlanCall::kQuery, 1, []() -> DWORD { throw DWORD{ERROR_ACCESS_DENIED}; });
+    m_notebook.SetPhys({On()});
+    m_notebook.At(Call::WlanQueryInterface, 1, []() -> DWORD { throw DWORD{ERROR_ACCESS_DENIED}; });
     EXPECT_TRUE(SwitchWlanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_TRUE(wlan.IsOn()) << "it was taken for off already";
+    EXPECT_TRUE(m_notebook.WlanIsOn()) << "it was taken for off already";
 }
 
 }  // namespace

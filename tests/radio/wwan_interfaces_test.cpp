@@ -4,13 +4,13 @@
 
 #include <limits>
 #include <ostream>
-#include <sstream>
 #include <stdexcept>
 
+#include "notebook/hardware/class_objects.h"
+#include "notebook/state/text.h"
 #include "radio/wwan_radio.h"
 #include "radio/wwan_state.h"
-#include "tests/radio/fake_modem.h"
-#include "tests/radio/machine.h"
+#include "tests/radio/wwan_test.h"
 #include "tests/support/skip_unless_imported.h"
 
 namespace RadioTests {
@@ -28,7 +28,7 @@ using testing::IsEmpty;
 constexpr char kEnumerate[] = "ServiceUtils::EnumerateWwanInterfaces";
 constexpr char kCopy[] = "NLMUtils::CopyArrayOfInterfaces";
 
-class WwanEnumerationTest : public testing::Test {
+class WwanEnumerationTest : public WwanTest {
   protected:
     WwanEnumerationTest() {
         WwanState::devicePresent = false;
@@ -37,44 +37,74 @@ class WwanEnumerationTest : public testing::Test {
 
     [[nodiscard]] std::vector<Rig::LogLine> Lines() const { return m_machine.log.Of(kEnumerate); }
 
-    Machine m_machine;
-    RadioLedger m_ledger;
-    FakeModems m_modems{{MBN_RADIO_ON}};
+    /// The machine has two modems, and none is published.
+    void MakeSecondModem() {
+        SetModems(2);
+        WwanState::interfaceId.clear();
+    }
+    [[nodiscard]] Microsoft::WRL::ComPtr<IUnknown> TheModem() const {
+        Microsoft::WRL::ComPtr<IMbnRadio> radio;
+        *radio.GetAddressOf() = ::Notebook::EventRadio(0, ConfirmRadio::Same);
+        return radio;
+    }
+    /// Copies the identifiers of an array's interfaces, and destroys the array.
+    HRESULT Copy(SAFEARRAY* array) {
+        const HRESULT result = CopyArrayOfInterfaces(array, &m_count, &m_identifiers);
+        SafeArrayDestroy(array);
+        return result;
+    }
+    [[nodiscard]] std::wstring Id(std::size_t modem) const { return ::Notebook::GuidText(Modem(modem).id); }
+
+    ULONG m_count = 0;
+    Platform::UniqueProcessHeap<GUID> m_identifiers;
 };
+
+/// An array of these references.
+SAFEARRAY* ArrayOf(const std::vector<IUnknown*>& elements, LONG lowerBound = 0, VARTYPE type = VT_UNKNOWN) {
+    SAFEARRAY* const array = SafeArrayCreateVector(type, lowerBound, static_cast<ULONG>(elements.size()));
+    for (std::size_t i = 0; i < elements.size(); ++i) {
+        LONG index = lowerBound + static_cast<LONG>(i);
+        SafeArrayPutElement(array, &index, elements[i]);
+    }
+    return array;
+}
 
 TEST_F(WwanEnumerationTest, OneModemIsRecorded) {
     EXPECT_TRUE(EnumerateWwanInterfaces());
-    EXPECT_EQ(WwanState::interfaceId, kFirstModem);
-    EXPECT_THAT(m_machine.log.Lines(),
-                ElementsAre(TraceIn(kEnumerate), TraceIn(kCopy), TraceOut(kCopy),
-                            Information(kEnumerate, std::wstring(L"WWAN Interface = ") + kFirstModem),
-                            TraceOut(kEnumerate, L"Return = 1")));
+    EXPECT_EQ(WwanState::interfaceId, Id(0));
+    EXPECT_THAT(m_machine.log.Lines(), ElementsAre(TraceIn(kEnumerate), TraceIn(kCopy), TraceOut(kCopy),
+                                                   Information(kEnumerate, L"WWAN Interface = " + Id(0)),
+                                                   TraceOut(kEnumerate, L"Return = 1")));
     EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(500));
 }
 
 TEST_F(WwanEnumerationTest, OfTwoModemsTheLastOneWins) {
-    m_modems.interfaces.emplace_back(m_modems.Radio(), kSecondModem);
+    MakeSecondModem();
     EXPECT_TRUE(EnumerateWwanInterfaces());
-    EXPECT_EQ(WwanState::interfaceId, kSecondModem);
+    EXPECT_EQ(WwanState::interfaceId, Id(1));
     EXPECT_THAT(Lines(),
-                ElementsAre(TraceIn(kEnumerate),
-                            Information(kEnumerate, std::wstring(L"WWAN Interface = ") + kFirstModem),
-                            Information(kEnumerate, std::wstring(L"WWAN Interface = ") + kSecondModem),
+                ElementsAre(TraceIn(kEnumerate), Information(kEnumerate, L"WWAN Interface = " + Id(0)),
+                            Information(kEnumerate, L"WWAN Interface = " + Id(1)),
                             TraceOut(kEnumerate, L"Return = 1")));
 }
 
 TEST_F(WwanEnumerationTest, ArrayThatDoesNotBeginAtZeroIsReadFromItsLowerBound) {
-    m_modems.interfaces.emplace_back(m_modems.Radio(), kSecondModem);
+    MakeSecondModem();
+    m_notebook.Devices().modemList = ::Notebook::ModemList::OddBounds;
+    EXPECT_TRUE(EnumerateWwanInterfaces());
+    EXPECT_EQ(WwanState::interfaceId, Id(1));
+}
+
+TEST_F(WwanEnumerationTest, ArrayIsReadFromWhateverItsLowerBoundIs) {
+    const Microsoft::WRL::ComPtr<IUnknown> modem = TheModem();
     for (const LONG lower : {1L, -1L, 1000000L, -2147483647L - 1, 2147483645L}) {
-        m_modems.manager.lowerBound = lower;
-        EXPECT_TRUE(EnumerateWwanInterfaces()) << lower;
-        EXPECT_EQ(WwanState::interfaceId, kSecondModem) << lower;
-        WwanState::interfaceId.clear();
+        EXPECT_EQ(Copy(ArrayOf({modem.Get(), modem.Get()}, lower)), S_OK) << lower;
+        EXPECT_EQ(m_count, 2U) << lower;
     }
 }
 
 TEST_F(WwanEnumerationTest, LowerCaseIdentifierIsRecordedInRegistryForm) {
-    m_modems.interfaces[0].identifier = L"{abcdefab-1111-1111-1111-111111111111}";
+    ::Notebook::CopyText(Modem().idText, std::wstring_view(L"{abcdefab-1111-1111-1111-111111111111}"));
     EXPECT_TRUE(EnumerateWwanInterfaces());
     EXPECT_EQ(WwanState::interfaceId, L"{ABCDEFAB-1111-1111-1111-111111111111}");
 }
@@ -88,7 +118,9 @@ TEST_F(WwanEnumerationTest, WithoutAManagerThereIsNothingToAsk) {
 }
 
 TEST_F(WwanEnumerationTest, ManagerThatIsNotReadyIsAskedAgain) {
-    m_modems.manager.onGetInterfaces = [](int call) { return call < 5 ? E_PENDING : S_OK; };
+    for (int call = 1; call < 5; ++call) {
+        m_notebook.Fail(Call::MbnInterfaceManagerGetInterfaces, call, E_PENDING);
+    }
     EXPECT_TRUE(EnumerateWwanInterfaces());
     EXPECT_THAT(m_machine.log.At(kWarning),
                 ElementsAre(Warning(kEnumerate, L"GetInterfaces failed in try 0 with !err is 0x8000000A"),
@@ -100,9 +132,9 @@ TEST_F(WwanEnumerationTest, ManagerThatIsNotReadyIsAskedAgain) {
 }
 
 TEST_F(WwanEnumerationTest, ManagerThatFailsFiveTimesIsGivenUp) {
-    m_modems.manager.onGetInterfaces = [](int) { return E_FAIL; };
+    m_notebook.FailEach(Call::MbnInterfaceManagerGetInterfaces, E_FAIL);
     EXPECT_FALSE(EnumerateWwanInterfaces());
-    EXPECT_EQ(m_modems.manager.enumerations, 5);
+    EXPECT_EQ(m_notebook.Count(Call::MbnInterfaceManagerGetInterfaces), 5);
     EXPECT_THAT(m_machine.log.From(kWarning),
                 ElementsAre(Warning(kEnumerate, L"GetInterfaces failed in try 0 with !err is 0x80004005"),
                             Warning(kEnumerate, L"GetInterfaces failed in try 1 with !err is 0x80004005"),
@@ -115,12 +147,29 @@ TEST_F(WwanEnumerationTest, ManagerThatFailsFiveTimesIsGivenUp) {
 }
 
 TEST_F(WwanEnumerationTest, EmptyArrayMeansNoModem) {
-    for (const LONG lower : {0L, 7L, -7L}) {
-        m_modems.manager.makeArray = [lower] { return FakeManager::ArrayOf({}, lower); };
-        EXPECT_FALSE(EnumerateWwanInterfaces());
-    }
+    m_notebook.Devices().modemList = ::Notebook::ModemList::Empty;
+    EXPECT_FALSE(EnumerateWwanInterfaces());
     EXPECT_TRUE(WwanState::interfaceId.empty());
     EXPECT_THAT(m_machine.log.From(kInformation), IsEmpty());
+    for (const LONG lower : {7L, -7L}) {
+        EXPECT_EQ(Copy(ArrayOf({}, lower)), S_OK);
+        EXPECT_EQ(m_count, 0U);
+    }
+}
+
+/// What the devices can list that is no list of interfaces.
+TEST_F(WwanEnumerationTest, BadArrayIsReportedAndDestroyed) {
+    using ::Notebook::ModemList;
+    const std::pair<ModemList, std::wstring> kinds[] = {{ModemList::Null, L"0x80004003"},
+                                                        {ModemList::NullElement, L"0x80004003"},
+                                                        {ModemList::WrongType, L"0x80020005"}};
+    for (const auto& [kind, error] : kinds) {
+        m_notebook.Devices().modemList = kind;
+        EXPECT_FALSE(EnumerateWwanInterfaces());
+        EXPECT_EQ(m_machine.log.At(kError).back(),
+                  Error(kEnumerate, L"CopyArrayOfInterfaces Failed with error " + error));
+        EXPECT_EQ(Lines().back(), TraceOut(kEnumerate, L"Return = 0"));
+    }
 }
 
 /// Arrays that hold no interface.
@@ -150,22 +199,13 @@ SAFEARRAY* ArrayWithoutRoom() {
 
 class WwanBadArrayTest : public WwanEnumerationTest, public testing::WithParamInterface<BadArray> {};
 
-TEST_P(WwanBadArrayTest, ArrayIsRefusedAndDestroyed) {
-    m_modems.manager.makeArray = GetParam().make;
-    EXPECT_FALSE(EnumerateWwanInterfaces());
-    std::wostringstream text;
-    text << L"CopyArrayOfInterfaces Failed with error 0x" << std::hex << std::uppercase
-         << static_cast<ULONG>(GetParam().error);
-    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kEnumerate), Error(kEnumerate, text.str()),
-                                     TraceOut(kEnumerate, L"Return = 0")));
-    EXPECT_EQ(m_ledger.Outstanding(Rig::Kind::kSafeArray), 0);
+TEST_P(WwanBadArrayTest, ArrayIsRefused) {
+    EXPECT_EQ(Copy(GetParam().make()), GetParam().error);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Arrays, WwanBadArrayTest,
     testing::Values(
-        BadArray{"Null", [] { return static_cast<SAFEARRAY*>(nullptr); }, E_POINTER},
-        BadArray{"NullElement", [] { return FakeManager::ArrayOf({nullptr}); }, E_POINTER},
         BadArray{"NoRoom", &ArrayWithoutRoom, E_POINTER},
         BadArray{"Numbers", [] { return SafeArrayCreateVector(VT_I8, 0, 3); }, DISP_E_TYPEMISMATCH},
         BadArray{"Texts", [] { return SafeArrayCreateVector(VT_BSTR, 0, 1); }, DISP_E_TYPEMISMATCH},
@@ -173,47 +213,19 @@ INSTANTIATE_TEST_SUITE_P(
         BadArray{"TwoDimensions", &ArrayOfTwoDimensions, DISP_E_TYPEMISMATCH}));
 
 TEST_F(WwanEnumerationTest, ElementOfAnotherKindStopsTheCopy) {
-    FakeRadio stranger{MBN_RADIO_ON, "stranger"};
-    IMbnRadio* reference = nullptr;
-    stranger.HandOut(&reference);
-    m_modems.manager.makeArray = [reference] { return FakeManager::ArrayOf({reference}); };
-    EXPECT_FALSE(EnumerateWwanInterfaces());
-    reference->Release();
-    EXPECT_THAT(m_machine.log.At(kError),
-                ElementsAre(Error(kEnumerate, L"CopyArrayOfInterfaces Failed with error 0x80004002")));
+    EXPECT_EQ(Copy(ArrayOf({WwanState::interfaceManager.load().get()})), E_NOINTERFACE);
 }
 
-/// Says that it is an adapter, and does not give itself.
-class SilentElement final : public FakeInterface {
-  public:
-    using FakeInterface::FakeInterface;
-
-    HRESULT WINAPI QueryInterface(REFIID interfaceId, void** object) override {
-        if (interfaceId != IID_IMbnInterface) {
-            return FakeInterface::QueryInterface(interfaceId, object);
-        }
-        *object = nullptr;
-        return S_OK;
-    }
-};
-
 TEST_F(WwanEnumerationTest, ElementThatGivesNoInterfaceStopsTheCopy) {
-    SilentElement silent{m_modems.Radio(), kSecondModem};
-    m_modems.manager.makeArray = [&silent] {
-        IMbnInterface* reference = nullptr;
-        silent.HandOut(&reference);
-        SAFEARRAY* const array = FakeManager::ArrayOf({reference});
-        reference->Release();
-        return array;
-    };
+    m_notebook.GiveNothing(Call::MbnInterfaceQueryInterface);
     EXPECT_FALSE(EnumerateWwanInterfaces());
     EXPECT_THAT(m_machine.log.At(kError),
                 ElementsAre(Error(kEnumerate, L"CopyArrayOfInterfaces Failed with error 0x80004002")));
 }
 
 TEST_F(WwanEnumerationTest, IdentifierThatCannotBeReadStopsTheCopy) {
-    m_modems.interfaces[0].identifierResult = E_ACCESSDENIED;
-    m_modems.interfaces.emplace_back(m_modems.Radio(), kSecondModem);
+    MakeSecondModem();
+    m_notebook.Fail(Call::MbnInterfaceGetInterfaceId, 1, E_ACCESSDENIED);
     EXPECT_FALSE(EnumerateWwanInterfaces());
     EXPECT_TRUE(WwanState::interfaceId.empty()) << "the second one is not recorded either";
     EXPECT_THAT(m_machine.log.At(kError),
@@ -222,7 +234,7 @@ TEST_F(WwanEnumerationTest, IdentifierThatCannotBeReadStopsTheCopy) {
 
 struct BadIdentifier {
     const char* name;
-    std::optional<std::wstring> text;
+    std::wstring text;
 };
 
 void PrintTo(const BadIdentifier& tested, std::ostream* out) {
@@ -233,7 +245,9 @@ class WwanBadIdentifierTest : public WwanEnumerationTest,
                               public testing::WithParamInterface<BadIdentifier> {};
 
 TEST_P(WwanBadIdentifierTest, TextThatIsNoGuidMeansNoModem) {
-    m_modems.interfaces[0].identifier = GetParam().text;
+    const Rig::ScopedImport<&::SysAllocString> gives{Rig::kWrapping, [](const auto& system, const OLECHAR*) {
+                                                         return system.Original(GetParam().text.c_str());
+                                                     }};
     EXPECT_FALSE(EnumerateWwanInterfaces());
     EXPECT_TRUE(WwanState::interfaceId.empty());
     ASSERT_EQ(m_machine.log.At(kError).size(), 1U);
@@ -242,35 +256,38 @@ TEST_P(WwanBadIdentifierTest, TextThatIsNoGuidMeansNoModem) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Texts, WwanBadIdentifierTest,
-                         testing::Values(BadIdentifier{"None", std::nullopt}, BadIdentifier{"Empty", L""},
-                                         BadIdentifier{"Name", L"Modem"},
+                         testing::Values(BadIdentifier{"Empty", L""}, BadIdentifier{"Name", L"Modem"},
                                          BadIdentifier{"NoBraces", L"11111111-1111-1111-1111-111111111111"},
                                          BadIdentifier{"CutShort", L"{11111111-1111-1111-1111-1111"},
                                          BadIdentifier{"Letters", L"{GGGGGGGG-1111-1111-1111-111111111111}"},
                                          BadIdentifier{"Long", std::wstring(100000, L'{')}));
 
+TEST_F(WwanEnumerationTest, NoTextAtAllMeansNoModem) {
+    m_notebook.GiveNothing(Call::MbnInterfaceGetInterfaceId);
+    EXPECT_FALSE(EnumerateWwanInterfaces());
+    EXPECT_TRUE(WwanState::interfaceId.empty());
+}
+
 TEST_F(WwanEnumerationTest, IdentifierWithoutATextMakesTheResultFalseButNotTheNextOneUnrecorded) {
-    m_modems.interfaces.emplace_back(m_modems.Radio(), kSecondModem);
+    MakeSecondModem();
     const Rig::ScopedResult<&::StringFromIID> fails{E_OUTOFMEMORY, Rig::AtCall{1}};
     EXPECT_FALSE(EnumerateWwanInterfaces());
-    EXPECT_EQ(WwanState::interfaceId, kSecondModem);
-    EXPECT_THAT(
-        Lines(),
-        ElementsAre(TraceIn(kEnumerate), Error(kEnumerate, L"StringFromIID failed with error 0x8007000E"),
-                    Information(kEnumerate, std::wstring(L"WWAN Interface = ") + kSecondModem),
-                    TraceOut(kEnumerate, L"Return = 0")));
+    EXPECT_EQ(WwanState::interfaceId, Id(1));
+    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kEnumerate),
+                                     Error(kEnumerate, L"StringFromIID failed with error 0x8007000E"),
+                                     Information(kEnumerate, L"WWAN Interface = " + Id(1)),
+                                     TraceOut(kEnumerate, L"Return = 0")));
 }
 
 TEST_F(WwanEnumerationTest, SuccessWithoutATextIsAFailureToo) {
-    m_modems.interfaces.emplace_back(m_modems.Radio(), kSecondModem);
+    MakeSecondModem();
     const Rig::ScopedResult<&::StringFromIID> noText{S_OK, Rig::AtCall{1}};
     EXPECT_FALSE(EnumerateWwanInterfaces());
-    EXPECT_EQ(WwanState::interfaceId, kSecondModem);
-    EXPECT_THAT(
-        Lines(),
-        ElementsAre(TraceIn(kEnumerate), Error(kEnumerate, L"StringFromIID failed with error 0x00000000"),
-                    Information(kEnumerate, std::wstring(L"WWAN Interface = ") + kSecondModem),
-                    TraceOut(kEnumerate, L"Return = 0")));
+    EXPECT_EQ(WwanState::interfaceId, Id(1));
+    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kEnumerate),
+                                     Error(kEnumerate, L"StringFromIID failed with error 0x00000000"),
+                                     Information(kEnumerate, L"WWAN Interface = " + Id(1)),
+                                     TraceOut(kEnumerate, L"Return = 0")));
 }
 
 TEST_F(WwanEnumerationTest, TextsListAndArrayAreGivenBack) {
@@ -281,7 +298,7 @@ TEST_F(WwanEnumerationTest, TextsListAndArrayAreGivenBack) {
         EXPECT_EQ(m_ledger.Given(kind), 1) << kind;
         EXPECT_EQ(m_ledger.Outstanding(kind), 0) << kind;
     }
-    EXPECT_EQ(m_modems.interfaces[0].References(), 0);
+    EXPECT_EQ(References(), 0);
 }
 
 TEST_F(WwanEnumerationTest, WithoutMemoryTheCopyFails) {
@@ -344,7 +361,8 @@ TEST_F(WwanEnumerationTest, ElementThatCannotBeReadFailsTheCopy) {
 }
 
 TEST_F(WwanEnumerationTest, ExceptionOfTheManagerIsLogged) {
-    m_modems.manager.onGetInterfaces = [](int) -> HRESULT { throw std::runtime_error("out of order"); };
+    m_notebook.AtEach(Call::MbnInterfaceManagerGetInterfaces,
+                      []() -> DWORD { throw std::runtime_error("out of order"); });
     EXPECT_FALSE(EnumerateWwanInterfaces());
     EXPECT_THAT(Lines(),
                 ElementsAre(TraceIn(kEnumerate), Error(kEnumerate, L"Exception in EnumerateWwanInterfaces()"),
@@ -362,11 +380,11 @@ TEST_F(WwanEnumerationTest, ExceptionInTheMiddleOfTheCopyGivesEverythingBack) {
         EXPECT_EQ(m_ledger.Given(kind), 1) << kind;
         EXPECT_EQ(m_ledger.Outstanding(kind), 0) << kind;
     }
-    EXPECT_EQ(m_modems.interfaces[0].References(), 0);
+    EXPECT_EQ(References(), 0);
 }
 
 TEST_F(WwanEnumerationTest, CopyRefusesNullArguments) {
-    SAFEARRAY* const array = FakeManager::ArrayOf({});
+    SAFEARRAY* const array = ArrayOf({});
     ULONG count = 0;
     Platform::UniqueProcessHeap<GUID> identifiers;
     EXPECT_EQ(CopyArrayOfInterfaces(nullptr, &count, &identifiers), E_POINTER);
@@ -376,22 +394,19 @@ TEST_F(WwanEnumerationTest, CopyRefusesNullArguments) {
 }
 
 TEST_F(WwanEnumerationTest, CopyCountsTheElementsAndGivesTheirIdentifiers) {
-    m_modems.interfaces.emplace_back(m_modems.Radio(), kSecondModem);
+    MakeSecondModem();
     SAFEARRAY* array = nullptr;
     ASSERT_EQ(WwanState::interfaceManager.load()->GetInterfaces(&array), S_OK);
-    ULONG count = 0;
-    Platform::UniqueProcessHeap<GUID> identifiers;
-    EXPECT_EQ(CopyArrayOfInterfaces(array, &count, &identifiers), S_OK);
-    ASSERT_EQ(count, 2U);
-    EXPECT_EQ(identifiers.Get()[0].Data1, 0x11111111U);
-    EXPECT_EQ(identifiers.Get()[1].Data1, 0x22222222U);
-    SafeArrayDestroy(array);
+    EXPECT_EQ(Copy(array), S_OK);
+    ASSERT_EQ(m_count, 2U);
+    EXPECT_EQ(m_identifiers.Get()[0], Modem(0).id);
+    EXPECT_EQ(m_identifiers.Get()[1], Modem(1).id);
 }
 
 TEST_F(WwanEnumerationTest, FailedCopyLeavesNothingInItsOutputs) {
     ULONG count = 5;
     auto identifiers = Platform::AllocateFromProcessHeap<GUID>(sizeof(GUID));
-    SAFEARRAY* const array = FakeManager::ArrayOf({nullptr});
+    SAFEARRAY* const array = ArrayOf({nullptr});
     EXPECT_EQ(CopyArrayOfInterfaces(array, &count, &identifiers), E_POINTER);
     EXPECT_EQ(count, 0U);
     EXPECT_FALSE(identifiers);

@@ -4,8 +4,7 @@
 
 #include "radio/wwan_radio.h"
 #include "radio/wwan_state.h"
-#include "tests/radio/fake_modem.h"
-#include "tests/radio/machine.h"
+#include "tests/radio/wwan_test.h"
 
 namespace RadioTests {
 namespace {
@@ -21,7 +20,7 @@ using testing::IsEmpty;
 constexpr char kGet[] = "ServiceUtils::GetRadioInterface";
 constexpr char kCheck[] = "ServiceUtils::CheckWwanStatus";
 
-class WwanRadioInterfaceTest : public testing::Test {
+class WwanRadioInterfaceTest : public WwanTest {
   protected:
     ~WwanRadioInterfaceTest() override {
         if (m_radio != nullptr) {
@@ -29,24 +28,20 @@ class WwanRadioInterfaceTest : public testing::Test {
         }
     }
 
-    Machine m_machine;
-    RadioLedger m_ledger;
-    FakeModems m_modems{{MBN_RADIO_ON}};
     IMbnRadio* m_radio = nullptr;
 };
 
 TEST_F(WwanRadioInterfaceTest, CallerGetsTheRadioWithAReference) {
     EXPECT_TRUE(GetRadioInterface(&m_radio));
-    EXPECT_EQ(m_radio, &m_modems.Radio());
-    EXPECT_EQ(m_modems.Radio().References(), 1);
-    EXPECT_EQ(m_modems.interfaces[0].References(), 0);
-    EXPECT_THAT(m_modems.manager.asked, ElementsAre(kFirstModem));
+    EXPECT_NE(m_radio, nullptr);
+    EXPECT_EQ(References(), 1) << "the interface is released";
     EXPECT_THAT(m_machine.log.Lines(), ElementsAre(TraceIn(kGet), TraceOut(kGet)));
     EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(50));
 }
 
 TEST_F(WwanRadioInterfaceTest, ManagerThatFailsForAWhileIsAskedAgain) {
-    m_modems.manager.onGetInterface = [](int call) { return call < 3 ? E_PENDING : S_OK; };
+    m_notebook.Fail(Call::MbnInterfaceManagerGetInterface, 1, E_PENDING);
+    m_notebook.Fail(Call::MbnInterfaceManagerGetInterface, 2, E_PENDING);
     EXPECT_TRUE(GetRadioInterface(&m_radio));
     EXPECT_THAT(
         m_machine.log.Lines(),
@@ -56,7 +51,7 @@ TEST_F(WwanRadioInterfaceTest, ManagerThatFailsForAWhileIsAskedAgain) {
 }
 
 TEST_F(WwanRadioInterfaceTest, ManagerThatFailsFiveTimesIsGivenUp) {
-    m_modems.manager.onGetInterface = [](int) { return E_FAIL; };
+    m_notebook.FailEach(Call::MbnInterfaceManagerGetInterface, E_FAIL);
     EXPECT_FALSE(GetRadioInterface(&m_radio));
     EXPECT_EQ(m_radio, nullptr);
     EXPECT_THAT(m_machine.log.From(kWarning),
@@ -70,38 +65,32 @@ TEST_F(WwanRadioInterfaceTest, ManagerThatFailsFiveTimesIsGivenUp) {
 }
 
 TEST_F(WwanRadioInterfaceTest, ModemThatIsGoneIsAFailure) {
-    m_modems.interfaces.clear();
+    Modem().present = 0;
     EXPECT_FALSE(GetRadioInterface(&m_radio));
     EXPECT_THAT(m_machine.log.At(kError),
-                ElementsAre(Error(kGet, L"GetInterface failed with error: HRESULT : 0x80070057")));
+                ElementsAre(Error(kGet, L"GetInterface failed with error: HRESULT : 0x80070490")));
 }
 
 TEST_F(WwanRadioInterfaceTest, SuccessWithoutAnInterfaceIsAFailure) {
-    m_modems.manager.givesNoInterface = true;
+    m_notebook.GiveNothing(Call::MbnInterfaceManagerGetInterface);
     EXPECT_FALSE(GetRadioInterface(&m_radio));
     EXPECT_THAT(m_machine.log.At(kError),
                 ElementsAre(Error(kGet, L"GetInterface failed with error: HRESULT : 0x80004003")));
 }
 
 TEST_F(WwanRadioInterfaceTest, AdapterWithoutARadioIsAFailure) {
-    m_modems.interfaces[0].onRadio = [](void** radio) {
-        *radio = nullptr;
-        return E_NOINTERFACE;
-    };
+    m_notebook.FailEach(Call::MbnInterfaceQueryInterface, E_NOINTERFACE);
     EXPECT_FALSE(GetRadioInterface(&m_radio));
     EXPECT_EQ(m_radio, nullptr);
     EXPECT_THAT(
         m_machine.log.Lines(),
         ElementsAre(TraceIn(kGet), Error(kGet, L"QueryInterface failed with error: HRESULT : 0x80004002"),
                     TraceOut(kGet)));
-    EXPECT_EQ(m_modems.interfaces[0].References(), 0);
+    EXPECT_EQ(References(), 0);
 }
 
 TEST_F(WwanRadioInterfaceTest, SuccessWithoutARadioIsAFailure) {
-    m_modems.interfaces[0].onRadio = [](void** radio) {
-        *radio = nullptr;
-        return S_OK;
-    };
+    m_notebook.GiveNothing(Call::MbnInterfaceQueryInterface);
     EXPECT_FALSE(GetRadioInterface(&m_radio));
     EXPECT_THAT(m_machine.log.At(kError),
                 ElementsAre(Error(kGet, L"QueryInterface failed with error: HRESULT : 0x80004002")));
@@ -115,36 +104,33 @@ TEST_F(WwanRadioInterfaceTest, WithoutAManagerThereIsNothingToAsk) {
 }
 
 TEST_F(WwanRadioInterfaceTest, ExceptionOfTheManagerIsLogged) {
-    m_modems.manager.onGetInterface = [](int) -> HRESULT { throw std::runtime_error("out of order"); };
+    m_notebook.AtEach(Call::MbnInterfaceManagerGetInterface,
+                      []() -> DWORD { throw std::runtime_error("out of order"); });
     EXPECT_FALSE(GetRadioInterface(&m_radio));
     EXPECT_THAT(m_machine.log.Lines(),
                 ElementsAre(TraceIn(kGet), Error(kGet, L"Exception in GetRadioInterface()"), TraceOut(kGet)));
 }
 
 TEST_F(WwanRadioInterfaceTest, ExceptionOfTheAdapterReleasesIt) {
-    m_modems.interfaces[0].onRadio = [](void**) -> HRESULT { throw DWORD{ERROR_CRC}; };
+    m_notebook.AtEach(Call::MbnInterfaceQueryInterface, []() -> DWORD { throw DWORD{ERROR_CRC}; });
     EXPECT_FALSE(GetRadioInterface(&m_radio));
     EXPECT_THAT(m_machine.log.At(kError), ElementsAre(Error(kGet, L"Exception in GetRadioInterface()")));
-    EXPECT_EQ(m_modems.interfaces[0].References(), 0);
+    EXPECT_EQ(References(), 0);
 }
 
 TEST_F(WwanRadioInterfaceTest, ManagerThatIsReplacedDuringTheCallStaysHeldUntilItsEnd) {
-    m_modems.manager.onGetInterface = [this](int) {
+    // A manager that nobody holds is gone, and a call that is still inside would end the process.
+    m_notebook.At(Call::MbnInterfaceManagerGetInterface, 1, [] {
         WwanState::interfaceManager.store(nullptr);
-        EXPECT_EQ(m_modems.manager.References(), 1);
-        return S_OK;
-    };
+        return std::nullopt;
+    });
     EXPECT_TRUE(GetRadioInterface(&m_radio));
-    EXPECT_EQ(m_modems.manager.References(), 0);
+    EXPECT_EQ(References(), 0) << "the radio is held, the manager is not";
 }
 
-class WwanQueryTest : public testing::Test {
+class WwanQueryTest : public WwanTest {
   protected:
     [[nodiscard]] std::vector<Rig::LogLine> Lines() const { return m_machine.log.Of(kCheck); }
-
-    Machine m_machine;
-    RadioLedger m_ledger;
-    FakeModems m_modems{{MBN_RADIO_ON}};
 };
 
 TEST_F(WwanQueryTest, RadioThatIsOn) {
@@ -153,22 +139,20 @@ TEST_F(WwanQueryTest, RadioThatIsOn) {
                                                    Information(kCheck, L"Current WWAN status : ON"),
                                                    TraceOut(kCheck, L"WWAN Status = 1")));
     EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(50));
-    EXPECT_EQ(m_modems.Radio().References(), 0);
+    EXPECT_EQ(References(), 0);
 }
 
 TEST_F(WwanQueryTest, RadioThatIsOff) {
-    m_modems.Radio().state = MBN_RADIO_OFF;
+    Modem().software = 0;
     EXPECT_FALSE(CheckWwanStatus());
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kCheck), Information(kCheck, L"Current WWAN status : OFF"),
                                      TraceOut(kCheck, L"WWAN Status = 0")));
 }
 
 TEST_F(WwanQueryTest, OfTwoModemsTheRecordedOneIsAsked) {
-    const FakeModems modems{{MBN_RADIO_ON, MBN_RADIO_OFF}};
+    SetModems(2);
+    Modem(1).software = 0;
     EXPECT_FALSE(CheckWwanStatus());
-    EXPECT_THAT(modems.manager.asked, ElementsAre(kSecondModem));
-    // What this test's own modem published is gone.
-    WwanState::devicePresent = false;
 }
 
 TEST_F(WwanQueryTest, WithoutADeviceNothingIsAsked) {
@@ -177,40 +161,38 @@ TEST_F(WwanQueryTest, WithoutADeviceNothingIsAsked) {
     EXPECT_THAT(m_machine.log.Lines(),
                 ElementsAre(TraceIn(kCheck), Error(kCheck, L"WWAN Device is not available."),
                             TraceOut(kCheck, L"WWAN Status = 0")));
-    EXPECT_THAT(m_modems.manager.asked, IsEmpty());
+    EXPECT_THAT(m_notebook.Calls(), IsEmpty());
 }
 
 TEST_F(WwanQueryTest, RadioThatCannotBeReachedReadsAsOff) {
-    m_modems.manager.onGetInterface = [](int) { return E_FAIL; };
+    m_notebook.FailEach(Call::MbnInterfaceManagerGetInterface, E_FAIL);
     EXPECT_FALSE(CheckWwanStatus());
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kCheck), Error(kCheck, L"GetRadioInterface Failed"),
                                      TraceOut(kCheck, L"WWAN Status = 0")));
 }
 
 TEST_F(WwanQueryTest, FailedQueryReadsAsOffAndReleasesTheRadio) {
-    m_modems.Radio().onGet = [](MBN_RADIO*) { return E_FAIL; };
+    m_notebook.FailEach(Call::MbnRadioGetSoftwareRadioState, E_FAIL);
     EXPECT_FALSE(CheckWwanStatus());
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kCheck),
                                      Error(kCheck, L"get_SoftwareRadioState failed! err is -2147467259"),
                                      TraceOut(kCheck, L"WWAN Status = 0")));
-    EXPECT_EQ(m_modems.Radio().References(), 0);
+    EXPECT_EQ(References(), 0);
 }
 
 TEST_F(WwanQueryTest, StateOutOfRangeReadsAsOff) {
-    m_modems.Radio().onGet = [](MBN_RADIO* state) {
-        *reinterpret_cast<int*>(state) = 7;
-        return S_OK;
-    };
+    Modem().software = 7;
     EXPECT_FALSE(CheckWwanStatus());
     EXPECT_THAT(Lines(), testing::Contains(Information(kCheck, L"Current WWAN status : OFF")));
 }
 
 TEST_F(WwanQueryTest, ExceptionOfTheRadioReadsAsOffAndReleasesIt) {
-    m_modems.Radio().onGet = [](MBN_RADIO*) -> HRESULT { throw std::runtime_error("out of order"); };
+    m_notebook.AtEach(Call::MbnRadioGetSoftwareRadioState,
+                      []() -> DWORD { throw std::runtime_error("out of order"); });
     EXPECT_FALSE(CheckWwanStatus());
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kCheck), Error(kCheck, L"Exception in CheckWwanStatus()"),
                                      TraceOut(kCheck, L"WWAN Status = 0")));
-    EXPECT_EQ(m_modems.Radio().References(), 0);
+    EXPECT_EQ(References(), 0);
 }
 
 }  // namespace

@@ -4,8 +4,7 @@
 
 #include "radio/wwan_radio.h"
 #include "radio/wwan_state.h"
-#include "tests/radio/fake_modem.h"
-#include "tests/radio/machine.h"
+#include "tests/radio/wwan_test.h"
 #include "tests/support/throw_from_log_line.h"
 
 namespace RadioTests {
@@ -33,27 +32,16 @@ constexpr char kStart[] = "ServiceUtils::StartWWANService";
 constexpr char kStop[] = "ServiceUtils::StopWWANService";
 
 /// A machine whose modem confirms at once.
-class WwanServiceTest : public testing::Test {
+class WwanServiceTest : public WwanTest {
   protected:
-    WwanServiceTest() { FollowFrom(1); }
-
-    FakeRadio& Radio() { return m_modems.Radio(); }
-
-    /// Has the radio ignore all requests before the n-th, counted from 1.
-    void FollowFrom(std::size_t nth) {
-        Radio().onSet = [this, nth](MBN_RADIO wanted, ULONG*) {
-            if (Radio().sets.size() >= nth) {
-                Radio().state = wanted;
-                m_sink.Complete(&Radio());
-            }
-            return S_OK;
-        };
+    /// Has the modem ignore all requests before the n-th, counted from 1.
+    void FollowFrom(int nth) {
+        Modem().follows = 0;
+        m_notebook.At(Call::MbnRadioSetSoftwareRadioState, nth, [this] {
+            Modem().follows = 1;
+            return std::nullopt;
+        });
     }
-
-    Machine m_machine;
-    RadioLedger m_ledger;
-    FakeModems m_modems{{MBN_RADIO_ON}};
-    HeldSink m_sink;
 };
 
 class WwanRetryTest : public WwanServiceTest {
@@ -63,7 +51,7 @@ class WwanRetryTest : public WwanServiceTest {
 
 TEST_F(WwanRetryTest, RadioThatFollowsIsSwitchedOnce) {
     EXPECT_TRUE(SwitchWwanStatusWithRetry(kRadioOff, 5));
-    EXPECT_THAT(Radio().sets, ElementsAre(MBN_RADIO_OFF));
+    EXPECT_THAT(Sets(), ElementsAre("modem 1 to 0"));
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kRetry, L"NewStatus = 0, Retry Count = 5"),
                                      Information(kRetry, L"SwitchWwanStatus Success"),
                                      TraceOut(kRetry, L"WWAN switching Status = 1")));
@@ -83,9 +71,9 @@ TEST_F(WwanRetryTest, WithoutADeviceNothingIsDone) {
 
 TEST_F(WwanRetryTest, SwitchingOnInAirplaneModeSucceedsWithoutTouchingTheRadio) {
     m_machine.SetAirplaneMode(true);
-    Radio().state = MBN_RADIO_OFF;
+    Modem().software = 0;
     EXPECT_TRUE(SwitchWwanStatusWithRetry(kRadioOn, 5));
-    EXPECT_THAT(m_modems.manager.asked, IsEmpty());
+    EXPECT_THAT(m_notebook.Calls(), IsEmpty());
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kRetry, L"NewStatus = 1, Retry Count = 5"),
                                      Information(kRetry, L"SwitchWwanStatus not needed for New status = 1"),
                                      TraceOut(kRetry, L"WWAN switching Status = 1")));
@@ -94,13 +82,13 @@ TEST_F(WwanRetryTest, SwitchingOnInAirplaneModeSucceedsWithoutTouchingTheRadio) 
 TEST_F(WwanRetryTest, SwitchingOffInAirplaneModeGoesOn) {
     m_machine.SetAirplaneMode(true);
     EXPECT_TRUE(SwitchWwanStatusWithRetry(kRadioOff, 0));
-    EXPECT_EQ(Radio().state, MBN_RADIO_OFF);
+    EXPECT_FALSE(IsOn());
 }
 
 TEST_F(WwanRetryTest, NRetriesAreNPlusOneAttemptsForARadioThatNeverFollows) {
-    FollowFrom(1000);
+    IgnoreRequests();
     EXPECT_FALSE(SwitchWwanStatusWithRetry(kRadioOff, 2));
-    EXPECT_THAT(Radio().sets, AllOf(SizeIs(3 * 10), Each(MBN_RADIO_OFF)));
+    EXPECT_THAT(Sets(), AllOf(SizeIs(3 * 10), Each("modem 1 to 0")));
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kRetry, L"NewStatus = 0, Retry Count = 2"),
                                      Warning(kRetry, L"SwitchWwanStatus not Succeeded. Retrying to 0"),
                                      Warning(kRetry, L"SwitchWwanStatus not Succeeded. Retrying to 1"),
@@ -122,7 +110,7 @@ TEST_F(WwanRetryTest, RadioThatFollowsInTheSecondAttemptIsASuccess) {
 TEST_F(WwanRetryTest, OutcomeIsJudgedByReadingBackNotByTheSwitch) {
     // The switch fails for want of an event, but somebody else turns the radio off meanwhile.
     const Rig::ScopedImport<&::CreateEventW> fails{[this](LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) {
-        Radio().state = MBN_RADIO_OFF;
+        Modem().software = 0;
         return HANDLE{};
     }};
     EXPECT_TRUE(SwitchWwanStatusWithRetry(kRadioOff, 5));
@@ -147,7 +135,7 @@ TEST_F(WwanRetryTest, ExceptionGivesFalse) {
 
 class WwanStartTest : public WwanServiceTest {
   protected:
-    WwanStartTest() { Radio().state = MBN_RADIO_OFF; }
+    WwanStartTest() { Modem().software = 0; }
 
     [[nodiscard]] std::vector<Rig::LogLine> Lines() const { return m_machine.log.Of(kStart); }
 };
@@ -155,14 +143,14 @@ class WwanStartTest : public WwanServiceTest {
 TEST_F(WwanStartTest, RadioThatWasOnComesBack) {
     m_machine.RememberWwan(L"True");
     StartWWANService();
-    EXPECT_EQ(Radio().state, MBN_RADIO_ON);
+    EXPECT_TRUE(IsOn());
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kStart), Information(kStart, L"WWAN Registry Status = True"),
                                      TraceOut(kStart)));
 }
 
 TEST_F(WwanStartTest, NothingRememberedCountsAsOn) {
     StartWWANService();
-    EXPECT_EQ(Radio().state, MBN_RADIO_ON);
+    EXPECT_TRUE(IsOn());
     EXPECT_THAT(Lines(), Contains(Information(kStart, L"WWAN Registry Status = True")));
 }
 
@@ -180,7 +168,7 @@ class WwanStartOtherTextTest : public WwanStartTest, public testing::WithParamIn
 TEST_P(WwanStartOtherTextTest, AnyOtherTextLeavesTheRadioAlone) {
     m_machine.RememberWwan(GetParam().text);
     StartWWANService();
-    EXPECT_THAT(m_modems.manager.asked, IsEmpty());
+    EXPECT_THAT(m_notebook.Calls(), IsEmpty());
     EXPECT_THAT(Lines(),
                 ElementsAre(TraceIn(kStart),
                             Information(kStart, std::wstring(L"WWAN Registry Status = ") + GetParam().text),
@@ -200,16 +188,16 @@ TEST_F(WwanStartTest, WithoutADeviceNothingIsRead) {
 }
 
 TEST_F(WwanStartTest, RadioThatNeverFollowsIsReportedAfterSixAttempts) {
-    FollowFrom(1000);
+    IgnoreRequests();
     StartWWANService();
-    EXPECT_THAT(Radio().sets, SizeIs(6 * 10));
+    EXPECT_THAT(Sets(), SizeIs(6 * 10));
     EXPECT_THAT(Lines(), Contains(Error(kStart, L"SwitchWwanStatusWithRetry (StartWWANService) failed")));
 }
 
 TEST_F(WwanStartTest, AirplaneModeLeavesTheRadioOffWithoutAnError) {
     m_machine.SetAirplaneMode(true);
     StartWWANService();
-    EXPECT_EQ(Radio().state, MBN_RADIO_OFF);
+    EXPECT_FALSE(IsOn());
     EXPECT_THAT(m_machine.log.At(kError), IsEmpty());
 }
 
@@ -229,7 +217,7 @@ class WwanStopTest : public WwanServiceTest {
 TEST_F(WwanStopTest, RadioThatIsOnGoesOffAndIsRememberedAsOn) {
     m_machine.RememberWwan(L"False");
     StopWWANService();
-    EXPECT_EQ(Radio().state, MBN_RADIO_OFF);
+    EXPECT_FALSE(IsOn());
     EXPECT_EQ(m_machine.RememberedWwan(), L"True");
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kStop), Information(kStop, L"StopWWANService - Entry"),
                                      Information(kStop, L"WWAN Current Status = 1"), TraceOut(kStop)));
@@ -238,32 +226,32 @@ TEST_F(WwanStopTest, RadioThatIsOnGoesOffAndIsRememberedAsOn) {
 }
 
 TEST_F(WwanStopTest, RadioThatIsOffIsLeftAloneWithWhatIsRemembered) {
-    Radio().state = MBN_RADIO_OFF;
+    Modem().software = 0;
     m_machine.RememberWwan(L"False");
     StopWWANService();
     EXPECT_EQ(m_machine.RememberedWwan(), L"False");
-    EXPECT_THAT(Radio().sets, IsEmpty());
+    EXPECT_THAT(Sets(), IsEmpty());
     EXPECT_THAT(Lines(), ElementsAre(TraceIn(kStop), Information(kStop, L"StopWWANService - Entry"),
                                      Information(kStop, L"WWAN Current Status = 0"), TraceOut(kStop)));
 }
 
 TEST_F(WwanStopTest, RadioThatIsOffMakesNoKey) {
-    Radio().state = MBN_RADIO_OFF;
+    Modem().software = 0;
     StopWWANService();
     EXPECT_FALSE(m_machine.store.Exists(L"WwanPowerStatus"));
 }
 
 TEST_F(WwanStopTest, RadioThatNeverFollowsIsRememberedAsOnAllTheSame) {
-    FollowFrom(1000);
+    IgnoreRequests();
     StopWWANService();
-    EXPECT_THAT(Radio().sets, SizeIs(10)) << "the switch is not repeated";
+    EXPECT_THAT(Sets(), SizeIs(10)) << "the switch is not repeated";
     EXPECT_EQ(m_machine.RememberedWwan(), L"True");
 }
 
 TEST_F(WwanStopTest, AirplaneModeDoesNotKeepTheRadioOn) {
     m_machine.SetAirplaneMode(true);
     StopWWANService();
-    EXPECT_EQ(Radio().state, MBN_RADIO_OFF);
+    EXPECT_FALSE(IsOn());
 }
 
 TEST_F(WwanStopTest, FailedSwitchRemembersNothing) {
@@ -281,7 +269,7 @@ TEST_F(WwanStopTest, RadioGoesOffAlsoWhenThatCannotBeRemembered) {
     m_machine.RememberWwan(L"False");
     const Rig::ScopedResult<&::RegSetValueExW> fails{ERROR_DISK_FULL, ERROR_CRC};
     StopWWANService();
-    EXPECT_EQ(Radio().state, MBN_RADIO_OFF);
+    EXPECT_FALSE(IsOn());
     EXPECT_EQ(m_machine.RememberedWwan(), L"False");
     EXPECT_THAT(m_machine.log.From(kWarning), ElementsAre(Error("ServiceUtils::SetPowerStatusInRegistry",
                                                                 L"Registry::SetValue failed with error 23")));

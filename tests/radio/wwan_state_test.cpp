@@ -4,39 +4,50 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <deque>
 
-#include "tests/radio/fake_modem.h"
+#include "platform/mbn_api.h"
 
 namespace RadioTests {
 namespace {
 
-/// Says on the standard error stream that its last reference was given back.
-template <class Fake>
-class Telling : public Fake {
+/// Says on the standard error stream that its last reference was given back. It outlives the process's
+/// own objects, as what belongs to another process does.
+template <class Interface>
+class Telling : public Interface {
   public:
-    using Fake::Fake;
+    explicit Telling(const char* name) : m_name(name) {}
 
+    HRESULT WINAPI QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+    ULONG WINAPI AddRef() override { return ++m_references; }
     ULONG WINAPI Release() override {
-        const ULONG left = Fake::Release();
-        if (left == 0) {
-            std::fprintf(stderr, "%s released;", Fake::Name().c_str());
+        if (--m_references == 0) {
+            std::fprintf(stderr, "%s released;", m_name);
         }
-        return left;
+        return m_references;
     }
+
+  private:
+    const char* m_name;
+    ULONG m_references = 0;
 };
 
-/// What a service leaves behind that was stopped after a switch. The fakes outlive the process's
-/// own objects, as what belongs to another process does.
+class Manager final : public Telling<IMbnInterfaceManager> {
+    using Telling::Telling;
+    HRESULT WINAPI GetInterface(LPCWSTR, IMbnInterface**) override { return E_NOTIMPL; }
+    HRESULT WINAPI GetInterfaces(SAFEARRAY**) override { return E_NOTIMPL; }
+};
+
+class Radio final : public Telling<IMbnRadio> {
+    using Telling::Telling;
+    HRESULT WINAPI get_SoftwareRadioState(MBN_RADIO*) override { return E_NOTIMPL; }
+    HRESULT WINAPI get_HardwareRadioState(MBN_RADIO*) override { return E_NOTIMPL; }
+    HRESULT WINAPI SetSoftwareRadioState(MBN_RADIO, ULONG*) override { return E_NOTIMPL; }
+};
+
+/// What a service leaves behind that was stopped after a switch.
 [[noreturn]] void PublishAndExit() {
-    auto& modems = *new std::deque<FakeInterface>();
-    auto& manager = *new Telling<FakeManager>(modems);
-    auto& radio = *new Telling<FakeRadio>(MBN_RADIO_ON);
-    Publish(manager);
-    IMbnRadio* completed = nullptr;
-    radio.HandOut(&completed);
-    WwanState::lastRadio.store(WwanState::Share(completed));
-    completed->Release();
+    WwanState::interfaceManager = WwanState::Share<IMbnInterfaceManager>(new Manager("manager"));
+    WwanState::lastRadio.store(WwanState::Share<IMbnRadio>(new Radio("radio")));
     std::fprintf(stderr, "exit;");
     std::exit(0);
 }

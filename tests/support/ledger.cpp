@@ -6,7 +6,6 @@
 #include <oleauto.h>
 #include <process.h>
 #include <sddl.h>
-#include <wlanapi.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -21,8 +20,6 @@
 namespace Rig {
 
 namespace {
-
-constexpr int kGivenBackFill = 0xDD;
 
 /// Handles made up by the test start here and go up by four, as handles do. Real ones are small.
 constexpr std::uintptr_t kFirstMadeUpHandle = 0x5EED0004;
@@ -188,7 +185,6 @@ Ledger::Ledger() {
     HookHeap();
     HookCom();
     HookVariants();
-    HookWlan();
 }
 
 Ledger::~Ledger() {
@@ -366,15 +362,6 @@ void Ledger::HookVariants() {
     Hook<&::VariantCopy>(changes);
 }
 
-void Ledger::HookWlan() {
-    GivesThrough<&::WlanOpenHandle, 3>(Kind::kWlanHandle);
-    TakesBack<&::WlanCloseHandle>(Kind::kWlanHandle);
-    GivesThrough<&::WlanEnumInterfaces, 2>(Kind::kWlanMemory);
-    GivesThrough<&::WlanQueryInterface, 5>(Kind::kWlanMemory);
-    GivesThrough<&::WlanGetInterfaceCapability, 3>(Kind::kWlanMemory);
-    TakesBack<&::WlanFreeMemory>(Kind::kWlanMemory);
-}
-
 HANDLE Ledger::MakeHandle(const std::string& kind) {
     HANDLE handle = nullptr;
     {
@@ -384,17 +371,6 @@ HANDLE Ledger::MakeHandle(const std::string& kind) {
     }
     Gave(kind, handle);
     return handle;
-}
-
-void* Ledger::MakeMemory(const std::string& kind, std::size_t bytes) {
-    std::vector<std::byte> block(std::max<std::size_t>(bytes, 1));
-    void* const address = block.data();
-    {
-        const Detail::RigLockHolder hold(m_lock);
-        m_memory.emplace(address, std::move(block));
-    }
-    Gave(kind, address);
-    return address;
 }
 
 void Ledger::Gave(const std::string& kind, const void* value) {
@@ -437,9 +413,6 @@ void Ledger::MarkReturned(const std::string& kind, const void* value) {
         return;
     }
     --found->second.live;
-    if (const auto block = m_memory.find(value); block != m_memory.end()) {
-        std::fill(block->second.begin(), block->second.end(), std::byte{kGivenBackFill});
-    }
 }
 
 void Ledger::ReportTwice(const std::string& kind, const void* value) {

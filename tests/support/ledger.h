@@ -32,8 +32,6 @@ constexpr const char* kSid = "SID";
 constexpr const char* kTaskMemory = "COM task memory";
 constexpr const char* kBstr = "BSTR";
 constexpr const char* kSafeArray = "SAFEARRAY";
-constexpr const char* kWlanHandle = "WLAN handle";
-constexpr const char* kWlanMemory = "WLAN memory";
 }  // namespace Kind
 
 /// Books everything that Windows gives the code under test and that has to be given back, for a
@@ -45,20 +43,18 @@ constexpr const char* kWlanMemory = "WLAN memory";
 ///
 /// Booked, through the functions of the kinds above as far as the test executable imports them:
 /// kernel handles, directory listings, C streams, modules, registry keys, service handles, event
-/// sources, local, heap and COM task memory, SIDs, BSTRs (those in VARIANTs included), SAFEARRAYs,
-/// WLAN handles and memory; entering and leaving COM by thread; and the references to fake COM
-/// objects. A value that came from somewhere else may be given back without being booked.
-/// Memory that is given back is kept to the ledger's end, so that giving it back twice is seen
-/// and does no harm.
+/// sources, local, heap and COM task memory, SIDs, BSTRs (those in VARIANTs included), SAFEARRAYs;
+/// entering and leaving COM by thread; and the references to fake COM objects. A value that came from
+/// somewhere else may be given back without being booked. Memory that is given back is kept to the ledger's
+/// end, so that giving it back twice is seen and does no harm.
 ///
 /// Together with fakes:
 /// - A fake that stands before the ledger (made earlier) is booked like Windows' own function.
 /// - A fake made after it, in front of it, books for itself when it makes things up. What it made
 ///   up never reaches Windows, so that the closing function needs no fake:
 ///
-///       ScopedImport<&::WlanOpenHandle> open{[&](DWORD, void*, DWORD*, HANDLE* handle) -> DWORD {
-///           *handle = ledger.MakeHandle(Kind::kWlanHandle);    // WlanCloseHandle takes it back
-///           return ERROR_SUCCESS;
+///       ScopedImport<&::OpenSCManagerW> open{[&](auto...) {
+///           return ledger.MakeHandle<SC_HANDLE>(Kind::kServiceHandle);    // CloseServiceHandle takes it
 ///       }};
 ///
 ///   A fake of a closing function, in front of the ledger, reports with `TookBack`.
@@ -84,14 +80,6 @@ class Ledger {
     [[nodiscard]] Value MakeHandle(const std::string& kind) {
         return reinterpret_cast<Value>(MakeHandle(kind));
     }
-    /// Memory of the test's making, zeroed, given out and booked. It is filled with 0xDD when it
-    /// is given back.
-    [[nodiscard]] void* MakeMemory(const std::string& kind, std::size_t bytes);
-    template <class T>
-    [[nodiscard]] T* MakeMemory(const std::string& kind, std::size_t bytes = sizeof(T)) {
-        return static_cast<T*>(MakeMemory(kind, bytes));
-    }
-
     /// Books something that a test's fake gives out; its memory stays the test's.
     void Gave(const std::string& kind, const void* value);
     /// Books that a test's fake took something back.
@@ -129,7 +117,6 @@ class Ledger {
     void HookHeap();
     void HookCom();
     void HookVariants();
-    void HookWlan();
 
     void Book(const std::string& kind, const void* value, const std::string& giver, bool isMadeUp = false);
     void MarkReturned(const std::string& kind, const void* value);
@@ -149,7 +136,6 @@ class Ledger {
     std::map<const void*, long> m_heldBefore;
     std::vector<std::string> m_problems;
     std::vector<std::function<void()>> m_kept;
-    std::map<const void*, std::vector<std::byte>> m_memory;
     std::size_t m_handlesMade = 0;
     bool m_dismissed = false;
     std::vector<std::shared_ptr<void>> m_hooks;

@@ -3,7 +3,6 @@
 #include <windows.h>
 #include <objbase.h>
 #include <oleauto.h>
-#include <wlanapi.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest-spi.h>
@@ -244,54 +243,30 @@ TEST(Ledger, ReferencesToFakesAreLookedAt) {
     ledger.Dismiss();
 }
 
-/// Stands for the code under test.
-__declspec(noinline) HANDLE OpenWlan() {
-    HANDLE wlan = nullptr;
-    DWORD version = 0;
-    return WlanOpenHandle(2, nullptr, &version, &wlan) == ERROR_SUCCESS ? wlan : nullptr;
-}
-
 TEST(Ledger, HandleMadeUpByAFakeIsTakenBackWithoutWindows) {
     Ledger ledger;
-    const ScopedImport<&::WlanOpenHandle> open{[&](DWORD, void*, DWORD*, HANDLE* handle) -> DWORD {
-        *handle = ledger.MakeHandle(Kind::kWlanHandle);
-        return ERROR_SUCCESS;
-    }};
-    const HANDLE wlan = OpenWlan();
-    EXPECT_THAT(Complaint(ledger), HasSubstr("WLAN handle"));
-    EXPECT_EQ(WlanCloseHandle(wlan, nullptr), DWORD{ERROR_SUCCESS});
+    const ScopedImport<&::OpenSCManagerW> open{
+        [&](auto...) { return ledger.MakeHandle<SC_HANDLE>(Kind::kServiceHandle); }};
+    const SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+    EXPECT_THAT(Complaint(ledger), HasSubstr("service handle"));
+    EXPECT_TRUE(CloseServiceHandle(manager));
     EXPECT_TRUE(ledger.Balanced());
-    EXPECT_EQ(WlanCloseHandle(wlan, nullptr), DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_FALSE(CloseServiceHandle(manager));
     EXPECT_THAT(Complaint(ledger), HasSubstr("was given back twice"));
     ledger.Dismiss();
 }
 
 TEST(Ledger, FakeFromBeforeTheLedgerIsBookedLikeWindows) {
     int storage = 0;
-    const ScopedImport<&::WlanOpenHandle> open{[&](DWORD, void*, DWORD*, HANDLE* handle) -> DWORD {
-        *handle = &storage;
-        return ERROR_SUCCESS;
-    }};
-    const ScopedImport<&::WlanCloseHandle> close{[](HANDLE, void*) -> DWORD { return ERROR_SUCCESS; }};
+    const ScopedImport<&::OpenSCManagerW> open{
+        [&](auto...) { return reinterpret_cast<SC_HANDLE>(&storage); }};
+    const ScopedImport<&::CloseServiceHandle> close{[](SC_HANDLE) { return TRUE; }};
     const Ledger ledger;
-    const HANDLE wlan = OpenWlan();
-    EXPECT_THAT(Complaint(ledger), HasSubstr("(from WlanOpenHandle) was not given back"));
-    EXPECT_EQ(WlanCloseHandle(wlan, nullptr), DWORD{ERROR_SUCCESS});
+    const SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+    EXPECT_THAT(Complaint(ledger), HasSubstr("(from OpenSCManagerW) was not given back"));
+    EXPECT_TRUE(CloseServiceHandle(manager));
     EXPECT_TRUE(ledger.Balanced());
     EXPECT_EQ(close.Calls(), 1);
-}
-
-TEST(Ledger, MemoryMadeUpByAFakeIsSpoiltWhenItIsGivenBack) {
-    Ledger ledger;
-    auto* const number = ledger.MakeMemory<DWORD>(Kind::kWlanMemory);
-    EXPECT_EQ(*number, 0U);
-    EXPECT_THAT(Complaint(ledger), HasSubstr("WLAN memory"));
-    WlanFreeMemory(number);
-    EXPECT_EQ(*number, 0xDDDDDDDDU);
-    EXPECT_TRUE(ledger.Balanced());
-    WlanFreeMemory(number);
-    EXPECT_THAT(Complaint(ledger), HasSubstr("was given back twice"));
-    ledger.Dismiss();
 }
 
 TEST(Ledger, FakesMayBookTheirOwnKinds) {

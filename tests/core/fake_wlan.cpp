@@ -1,4 +1,4 @@
-#include "tests/radio/fake_wlan.h"
+#include "tests/core/fake_wlan.h"
 
 #include <gtest/gtest.h>
 

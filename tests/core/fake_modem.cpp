@@ -1,4 +1,4 @@
-#include "tests/radio/fake_modem.h"
+#include "tests/core/fake_modem.h"
 
 #include <wrl/client.h>
 

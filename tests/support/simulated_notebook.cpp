@@ -1,0 +1,208 @@
+#include "tests/support/simulated_notebook.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "notebook/hardware/adapters.h"
+#include "notebook/hardware/class_objects.h"
+#include "notebook/hardware/start.h"
+#include "notebook/hardware/wlan.h"
+
+namespace Rig {
+
+using namespace ::Notebook;
+using Detail::RigLockHolder;
+
+namespace {
+
+Machine& StateInMemory() {
+    static Machine& state = []() -> Machine& {
+        SharedState::KeepInMemory();
+        StartWlan();
+        StartNetworkList();
+        StartMobileBroadband();
+        EventPump::Get().DeliverByHand();
+        return SharedState::Get().Raw();
+    }();
+    return state;
+}
+
+}  // namespace
+
+SimulatedNotebook::SimulatedNotebook(TestClock& clock, const Shape& shape)
+    : m_clock(clock), m_state(StateInMemory()) {
+    const Micros start = Now();
+    SetClock([&clock, start] {
+        return start + std::chrono::duration_cast<std::chrono::microseconds>(clock.Elapsed()).count();
+    });
+    m_state.ledger = {};
+    m_state.traceOn = 1;
+    Make(shape);
+    ForgetCalls();
+    Deliver();
+    SharedState::Get().OnNews([this] { PlanDelivery(); });
+    SetCallHook([this](Call call) { return Answer(call); });
+    ReplaceImports();
+}
+
+SimulatedNotebook::~SimulatedNotebook() {
+    SetCallHook(nullptr);
+    SharedState::Get().OnNews(nullptr);
+    SetClock(nullptr);
+    m_imports.clear();
+    const ::Notebook::Ledger& held = m_state.ledger;
+    EXPECT_EQ(held.wlanHandles, 0);
+    EXPECT_EQ(held.wlanMemory, 0);
+    EXPECT_EQ(held.wlanRegistrations, 0);
+    EXPECT_EQ(held.comReferences, 0);
+    EXPECT_EQ(held.comSinks, 0);
+    EXPECT_EQ(held.misuses, 0) << "something was used or given back that was gone";
+}
+
+void SimulatedNotebook::Make(const Shape& shape) const {
+    LockedMachine machine;
+    ResetMachine(*machine, shape, machine.Time());
+}
+
+WlanAdapter& SimulatedNotebook::Wlan(std::size_t adapter) const {
+    return Devices().wlan[adapter];
+}
+
+Modem& SimulatedNotebook::Modem(std::size_t modem) const {
+    return Devices().modems[modem];
+}
+
+void SimulatedNotebook::SetPhys(const std::vector<Phy>& phys) const {
+    Wlan().phyCount = static_cast<std::uint32_t>(phys.size());
+    std::ranges::copy(phys, Wlan().phys);
+}
+
+void SimulatedNotebook::PlugCable() const {
+    LockedMachine machine;
+    PlugIn(*machine, *CablePort(*machine, 1), 0, machine.Time());
+}
+
+void SimulatedNotebook::PullCable() const {
+    LockedMachine machine;
+    PullOut(*machine, *CablePort(*machine, 1), machine.Time());
+}
+
+void SimulatedNotebook::At(Call call, int nth, Action what) {
+    const RigLockHolder hold(m_lock);
+    m_actions[{call, m_counts[call] + nth}] = std::move(what);
+}
+
+void SimulatedNotebook::AtEach(Call call, Action what) {
+    const RigLockHolder hold(m_lock);
+    m_eachActions[call] = std::move(what);
+}
+
+void SimulatedNotebook::Fail(Call call, int nth, LONG error) {
+    At(call, nth, [error] { return static_cast<DWORD>(error); });
+}
+
+void SimulatedNotebook::FailEach(Call call, LONG error) {
+    AtEach(call, [error] { return static_cast<DWORD>(error); });
+}
+
+std::optional<DWORD> SimulatedNotebook::Answer(Call call) {
+    Action action;
+    {
+        const RigLockHolder hold(m_lock);
+        const auto once = m_actions.find({call, ++m_counts[call]});
+        const auto each = m_eachActions.find(call);
+        if (once != m_actions.end()) {
+            action = once->second;
+        } else if (each != m_eachActions.end()) {
+            action = each->second;
+        }
+    }
+    return action ? action() : std::nullopt;
+}
+
+std::vector<std::string> SimulatedNotebook::Calls() const {
+    std::vector<std::string> calls;
+    const auto capacity = static_cast<LONGLONG>(kTraceCapacity);
+    for (LONGLONG i = std::max(LONGLONG{0}, m_state.traceCount - capacity); i < m_state.traceCount; ++i) {
+        const TraceEntry& entry = m_state.trace[i % capacity];
+        if (entry.call != Call::Notification) {
+            const std::string name(CallName(entry.call));
+            calls.push_back(entry.detail[0] == '\0' ? name : name + " " + entry.detail);
+        }
+    }
+    return calls;
+}
+
+std::vector<std::string> SimulatedNotebook::Calls(Call call) const {
+    std::vector<std::string> calls = Calls();
+    const std::string name(CallName(call));
+    std::erase_if(calls, [&name](const std::string& text) { return text.substr(0, text.find(' ')) != name; });
+    return calls;
+}
+
+bool SimulatedNotebook::WlanIsOn(std::size_t adapter) const {
+    return AllPhysAre(Wlan(adapter), kRadioOn);
+}
+
+bool SimulatedNotebook::WlanIsOff(std::size_t adapter) const {
+    return AllPhysAre(Wlan(adapter), kRadioOff);
+}
+
+void SimulatedNotebook::Deliver() {
+    EventPump::Get().DeliverNow();
+}
+
+HRESULT SimulatedNotebook::CreateObject(REFCLSID classId, REFIID interfaceId, void** object) {
+    IClassFactory* factory = nullptr;
+    HRESULT result = GetDeviceClass(classId, IID_IClassFactory, reinterpret_cast<void**>(&factory));
+    if (SUCCEEDED(result)) {
+        result = factory->CreateInstance(nullptr, interfaceId, object);
+        factory->Release();
+    }
+    return result;
+}
+
+/// When the next delivery is due, the clock makes it.
+void SimulatedNotebook::PlanDelivery() {
+    if (m_state.ledger.comSinks == 0 && m_state.ledger.wlanRegistrations == 0) {
+        return;
+    }
+    using std::chrono::milliseconds;
+    const Micros due = NextDue(m_state);
+    const milliseconds now = m_clock.Elapsed();
+    std::vector<milliseconds> times{now};
+    if (due != kNever) {
+        times.push_back(now + milliseconds((due - Now()) / kMicrosPerMilli));
+    }
+    for (const milliseconds time : times) {
+        const RigLockHolder hold(m_lock);
+        if (m_planned.insert(time).second) {
+            m_clock.AtOnOwnThread(time, [this, time] {
+                {
+                    const RigLockHolder locked(m_lock);
+                    m_planned.erase(time);
+                }
+                Deliver();
+            });
+        }
+    }
+}
+
+void SimulatedNotebook::ReplaceImports() {
+    m_imports = {
+        ReplaceIfImported<&::WlanOpenHandle>(&NotebookWlanOpenHandle),
+        ReplaceIfImported<&::WlanCloseHandle>(&NotebookWlanCloseHandle),
+        ReplaceIfImported<&::WlanEnumInterfaces>(&NotebookWlanEnumInterfaces),
+        ReplaceIfImported<&::WlanGetInterfaceCapability>(&NotebookWlanGetInterfaceCapability),
+        ReplaceIfImported<&::WlanSetInterface>(&NotebookWlanSetInterface),
+        ReplaceIfImported<&::WlanQueryInterface>(&NotebookWlanQueryInterface),
+        ReplaceIfImported<&::WlanFreeMemory>(&NotebookWlanFreeMemory),
+        ReplaceIfImported<&::WlanRegisterNotification>(&NotebookWlanRegisterNotification),
+        ReplaceIfImported<&::GetAdaptersInfo>(&NotebookAdaptersInfo),
+        ReplaceIfImported<&::GetAdaptersAddresses>(&NotebookAdaptersAddresses),
+        ReplaceIfImported<&::IsNetworkAlive>(&NotebookNetworkAlive),
+    };
+}
+
+}  // namespace Rig
