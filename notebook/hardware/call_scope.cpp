@@ -47,16 +47,28 @@ CallScope::CallScope(Call call) : m_call(call), m_start(Now()) {
     if (rule.kind != RuleKind::None || rule.slowMs != 0) {
         Obey();
     }
-    if (Hook()) {
-        if (const std::optional<DWORD> answer = Hook()(call)) {
-            m_refused = true;
-            m_error = *answer;
-            m_result = m_error;
-        }
+    try {
+        AskHook();
+    } catch (...) {
+        End();
+        throw;
     }
 }
 
 CallScope::~CallScope() {
+    End();
+}
+
+void CallScope::AskHook() {
+    const std::optional<DWORD> answer = Hook() ? Hook()(m_call) : std::nullopt;
+    if (answer) {
+        m_refused = true;
+        m_error = *answer;
+        m_result = m_error;
+    }
+}
+
+void CallScope::End() noexcept {
     const DWORD lastError = GetLastError();
     if (m_traced) {
         Trace(m_call, m_start, m_result, m_detail);

@@ -47,6 +47,8 @@ class CallScope {
 
   private:
     void Obey();
+    void AskHook();
+    void End() noexcept;
     void Wait(RuleKind kind);
 
     Call m_call;

@@ -78,6 +78,9 @@ void FillValue(const Setting& setting, VARIANT& value) {
             V_VT(&value) = VT_BSTR;
             V_BSTR(&value) = SysAllocString(setting.text);
             break;
+        case SettingKind::AsIs:
+            value = setting.raw;
+            break;
         case SettingKind::Null:
             V_VT(&value) = VT_NULL;
             break;
@@ -111,7 +114,8 @@ class SettingObject final : public ComObject<IWbemClassObject> {
 
     HRESULT STDMETHODCALLTYPE Get(LPCWSTR name, LONG, VARIANT* value, CIMTYPE* type, LONG* flavor) override {
         CallScope call(Call::WbemGet);
-        VariantInit(value);
+        call.Detail("%ls", name);
+        *value = VARIANT{};
         if (call.Refused()) {
             return call.Result(call.Hresult());
         }
@@ -185,9 +189,10 @@ class Answer final : public ComObject<IEnumWbemClassObject> {
   public:
     explicit Answer(std::wstring name) : m_name(std::move(name)) {}
 
-    HRESULT STDMETHODCALLTYPE Next(LONG, ULONG count, IWbemClassObject** objects, ULONG* returned) override {
+    HRESULT STDMETHODCALLTYPE Next(LONG timeout, ULONG count, IWbemClassObject** objects,
+                                   ULONG* returned) override {
         CallScope call(Call::WbemNext);
-        call.Detail("%s", Narrow(m_name).c_str());
+        call.Detail("%lu within %ld ms: %s", count, timeout, Narrow(m_name).c_str());
         *returned = 0;
         if (call.Refused()) {
             return call.Result(call.Hresult());
@@ -244,14 +249,14 @@ class Answer final : public ComObject<IEnumWbemClassObject> {
 
 class Services final : public ComObject<IWbemServices, IClientSecurity> {
   public:
-    HRESULT STDMETHODCALLTYPE ExecQuery(const BSTR language, const BSTR query, LONG, IWbemContext*,
+    HRESULT STDMETHODCALLTYPE ExecQuery(const BSTR language, const BSTR query, LONG flags, IWbemContext*,
                                         IEnumWbemClassObject** answer) override {
         CallScope call(Call::WbemExecQuery);
         *answer = nullptr;
+        call.Detail("0x%lx %s", flags, Narrow(query).c_str());
         if (call.Refused()) {
             return call.Result(call.Hresult());
         }
-        call.Detail("%s", Narrow(query).c_str());
         if (_wcsicmp(language, L"WQL") != 0) {
             return call.Result(static_cast<HRESULT>(WBEM_E_INVALID_QUERY_TYPE));
         }
@@ -369,14 +374,17 @@ class Services final : public ComObject<IWbemServices, IClientSecurity> {
 
 class Locator final : public ComObject<IWbemLocator> {
   public:
-    HRESULT STDMETHODCALLTYPE ConnectServer(const BSTR resource, const BSTR, const BSTR, const BSTR, LONG,
-                                            const BSTR, IWbemContext*, IWbemServices** services) override {
+    HRESULT STDMETHODCALLTYPE ConnectServer(const BSTR resource, const BSTR user, const BSTR password,
+                                            const BSTR locale, LONG flags, const BSTR authority,
+                                            IWbemContext* context, IWbemServices** services) override {
         CallScope call(Call::WbemConnectServer);
         *services = nullptr;
+        const bool asOneself = user == nullptr && password == nullptr && locale == nullptr &&
+                               authority == nullptr && context == nullptr;
+        call.Detail("0x%lx %s%s", flags, Narrow(resource).c_str(), asOneself ? "" : ", as another");
         if (call.Refused()) {
             return call.Result(call.Hresult());
         }
-        call.Detail("%s", Narrow(resource).c_str());
         if (SharedState::Get().Raw().devices.providerPresent == 0 || _wcsicmp(resource, kNamespace) != 0) {
             return call.Result(static_cast<HRESULT>(WBEM_E_INVALID_NAMESPACE));
         }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <windows.h>
+#include <oaidl.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -125,7 +126,8 @@ enum class SettingKind : std::uint32_t {
     Date,
     Error,
     Unknown,
-    TextArray
+    TextArray,
+    AsIs  ///< the variant of `raw`, for one reading in this process
 };
 
 /// One BIOS setting as its provider shows it.
@@ -134,6 +136,7 @@ struct Setting {
     SettingKind kind;
     wchar_t name[64];
     wchar_t text[256];  ///< text, or the number in digits
+    VARIANT raw;
     std::uint32_t timeoutsLeft;
     std::uint32_t slowMs;
 };

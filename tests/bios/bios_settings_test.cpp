@@ -1,6 +1,7 @@
 #include "bios/bios_settings.h"
 
 #include <comdef.h>
+#include <wbemcli.h>
 #include <gmock/gmock.h>
 
 #include <chrono>
@@ -9,9 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "tests/bios/fake_bios.h"
+#include "tests/support/com_support.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/run_on_thread.h"
+#include "tests/support/simulated_notebook.h"
 #include "tests/support/test_clock.h"
 #include "tests/support/throw_from_log_line.h"
 
@@ -21,11 +23,11 @@ namespace {
 namespace Level = Orva::Shared::Level;
 using namespace Rig::Lines;
 using namespace std::chrono_literals;
+using Rig::Call;
 using Rig::LogLine;
 using Rig::LogRecorder;
 using Rig::ScopedImport;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr char kGet[] = "NLMUtils::GetBIOSValue";
 constexpr char kWlan[] = "NLMUtils::IsLanWlanAutoSwitchingEnabled";
@@ -54,10 +56,16 @@ LogLine Thrown(const std::wstring& code) {
     return Error(kGet, L"Exception while getting BIOS with error 0x" + code);
 }
 
-/// Throws out of a step.
+/// Throws out of a call.
 template <class Exception>
-Step Throws(Exception exception) {
-    return [exception]() -> HRESULT { throw exception; };
+Rig::SimulatedNotebook::Action Throws(Exception exception) {
+    return [exception]() -> DWORD { throw exception; };
+}
+
+VARIANT Null() {
+    VARIANT value{};
+    value.vt = VT_NULL;
+    return value;
 }
 
 /// The settings' reader before a provider that knows no setting yet.
@@ -66,11 +74,14 @@ Step Throws(Exception exception) {
 /// "disabled" stand before those that enable, or run in a process of their own.
 class BiosSettings : public testing::Test {
   protected:
+    BiosSettings() { m_bios.RemoveSettings(); }
+
     HRESULT Get(const std::wstring& name = L"Some Setting") { return NLMUtils::GetBIOSValue(name, m_value); }
 
     LogRecorder m_log;
     Rig::TestClock m_clock;
-    FakeBios m_bios;
+    Rig::SimulatedNotebook m_bios{m_clock};
+    const Rig::ComApartment m_apartment{COINIT_APARTMENTTHREADED};
     std::wstring m_value;
 };
 
@@ -79,7 +90,7 @@ using IsLanWlanAutoSwitchingEnabled = BiosSettings;
 using IsLanWwanAutoSwitchingEnabled = BiosSettings;
 
 TEST_F(GetBIOSValue, SettingIsReadAtTheFirstTry) {
-    m_bios.Set(L"Some Setting", L"Enable");
+    m_bios.SetSetting(L"Some Setting", L"Enable");
 
     EXPECT_EQ(Get(), S_OK);
 
@@ -88,8 +99,8 @@ TEST_F(GetBIOSValue, SettingIsReadAtTheFirstTry) {
                 ElementsAre(TraceIn(kGet, L"BIOS Settings Name = Some Setting"), Reading(L"Some Setting", 0),
                             Read(L"Enable"), TraceOut(kGet, L"Return Value = 0x00000000")));
     EXPECT_THAT(m_clock.Sleeps(), ElementsAre(500));
-    EXPECT_EQ(m_bios.Created(), 1);
-    EXPECT_EQ(m_bios.References(), 0);
+    EXPECT_EQ(m_bios.Count(Call::WbemLocatorCreate), 1);
+    EXPECT_EQ(m_bios.Held().comReferences, 0);
 }
 
 TEST_F(GetBIOSValue, ComIsLeftAfterTheExitLine) {
@@ -106,13 +117,13 @@ TEST_F(GetBIOSValue, ComIsLeftAfterTheExitLine) {
 }
 
 TEST_F(GetBIOSValue, MissingProviderCostsOneConnectionAttemptAndFourPasses) {
-    m_bios.connects = {Ends(static_cast<HRESULT>(WBEM_E_INVALID_NAMESPACE))};
+    m_bios.Devices().providerPresent = 0;
 
     EXPECT_EQ(Get(), kNotConnected);
 
-    EXPECT_EQ(m_bios.Created(), 1);
-    EXPECT_EQ(m_bios.namespacesAsked.size(), 1U);
-    EXPECT_THAT(m_bios.queriesAsked, IsEmpty());
+    EXPECT_EQ(m_bios.Count(Call::WbemLocatorCreate), 1);
+    EXPECT_EQ(m_bios.Count(Call::WbemConnectServer), 1);
+    EXPECT_EQ(m_bios.Count(Call::WbemExecQuery), 0);
     EXPECT_THAT(m_log.From(Level::kTraceOut),
                 ElementsAre(Reading(L"Some Setting", 0), Thrown(L"80041071"), Reading(L"Some Setting", 0),
                             Thrown(L"80041071"), Reading(L"Some Setting", 0), Thrown(L"80041071"),
@@ -139,13 +150,11 @@ TEST_F(GetBIOSValue, MissingSettingIsNotTriedAgain) {
                 ElementsAre(Reading(L"Some Setting", 0), Returned(L"00000001", 0), Read(L""),
                             TraceOut(kGet, L"Return Value = 0x00000001")));
     EXPECT_THAT(m_clock.Sleeps(), ElementsAre(500, 1000, 3000));
-    EXPECT_EQ(m_bios.queriesAsked.size(), 1U);
+    EXPECT_EQ(m_bios.Count(Call::WbemExecQuery), 1);
 }
 
 TEST_F(GetBIOSValue, ProviderThatAlwaysTimesOutIsAskedSixTimesInOnePass) {
-    for (int i = 0; i < 20; ++i) {
-        m_bios.fetches.push_back(Ends(kTimedOut));
-    }
+    m_bios.FailEach(Call::WbemNext, kTimedOut);
 
     EXPECT_EQ(Get(), kTimedOut);
 
@@ -159,12 +168,13 @@ TEST_F(GetBIOSValue, ProviderThatAlwaysTimesOutIsAskedSixTimesInOnePass) {
     EXPECT_EQ(m_log.From(Level::kTraceOut), expected);
     EXPECT_THAT(m_clock.Sleeps(),
                 ElementsAre(500, 1000, 500, 1000, 500, 1000, 500, 1000, 500, 1000, 500, 1000, 3000));
-    EXPECT_EQ(m_bios.queriesAsked.size(), 6U);
+    EXPECT_EQ(m_bios.Count(Call::WbemExecQuery), 6);
 }
 
 TEST_F(GetBIOSValue, SettingIsReadAfterTimeOuts) {
-    m_bios.Set(L"Some Setting", L"Enable");
-    m_bios.fetches = {Ends(kTimedOut), Ends(kTimedOut)};
+    m_bios.SetSetting(L"Some Setting", L"Enable");
+    m_bios.Fail(Call::WbemNext, 1, kTimedOut);
+    m_bios.Fail(Call::WbemNext, 2, kTimedOut);
 
     EXPECT_EQ(Get(), S_OK);
 
@@ -174,7 +184,8 @@ TEST_F(GetBIOSValue, SettingIsReadAfterTimeOuts) {
 }
 
 TEST_F(GetBIOSValue, OtherFailureAfterATimeOutEndsTheTries) {
-    m_bios.fetches = {Ends(kTimedOut), Ends(kFailed)};
+    m_bios.Fail(Call::WbemNext, 1, kTimedOut);
+    m_bios.Fail(Call::WbemNext, 2, kFailed);
 
     EXPECT_EQ(Get(), kFailed);
 
@@ -184,18 +195,18 @@ TEST_F(GetBIOSValue, OtherFailureAfterATimeOutEndsTheTries) {
 
 TEST_F(GetBIOSValue, FailureOfEachStepIsReturnedAtOnce) {
     struct Case {
-        std::deque<Step>& steps;
+        Call call;
         HRESULT result;
         const wchar_t* code;
     };
-    m_bios.Set(L"Some Setting", L"Enable");
+    m_bios.SetSetting(L"Some Setting", L"Enable");
     const std::vector<Case> cases{
-        {m_bios.queries, static_cast<HRESULT>(WBEM_E_INVALID_QUERY), L"80041017"},
-        {m_bios.fetches, static_cast<HRESULT>(WBEM_E_PROVIDER_FAILURE), L"80041004"},
-        {m_bios.reads, static_cast<HRESULT>(WBEM_E_NOT_FOUND), L"80041002"},
+        {Call::WbemExecQuery, static_cast<HRESULT>(WBEM_E_INVALID_QUERY), L"80041017"},
+        {Call::WbemNext, static_cast<HRESULT>(WBEM_E_PROVIDER_FAILURE), L"80041004"},
+        {Call::WbemGet, static_cast<HRESULT>(WBEM_E_NOT_FOUND), L"80041002"},
     };
     for (const Case& failing : cases) {
-        failing.steps = {Ends(failing.result)};
+        m_bios.Fail(failing.call, 1, failing.result);
         m_log.Clear();
         m_clock.ForgetRecords();
 
@@ -203,13 +214,14 @@ TEST_F(GetBIOSValue, FailureOfEachStepIsReturnedAtOnce) {
 
         EXPECT_THAT(m_log.At(Level::kWarning), ElementsAre(Returned(failing.code, 0)));
         EXPECT_THAT(m_clock.Sleeps(), ElementsAre(500, 1000, 3000));
-        EXPECT_EQ(m_bios.References(), 0);
+        EXPECT_EQ(m_bios.Held().comReferences, 0);
     }
 }
 
 TEST_F(GetBIOSValue, OnceAnExceptionWasSeenOtherFailuresArePassedOverToo) {
-    m_bios.Set(L"Some Setting", L"Enable");
-    m_bios.queries = {Throws(_com_error(E_ACCESSDENIED)), Ends(kFailed)};
+    m_bios.SetSetting(L"Some Setting", L"Enable");
+    m_bios.At(Call::WbemExecQuery, 1, Throws(_com_error(E_ACCESSDENIED)));
+    m_bios.Fail(Call::WbemExecQuery, 2, kFailed);
 
     EXPECT_EQ(Get(), S_OK);
 
@@ -222,20 +234,20 @@ TEST_F(GetBIOSValue, OnceAnExceptionWasSeenOtherFailuresArePassedOverToo) {
 }
 
 TEST_F(GetBIOSValue, PassesEndAfterTheFourthWhateverTheirFailures) {
-    m_bios.queries = {Throws(_com_error(E_ACCESSDENIED)), Ends(kFailed), Throws(_com_error(E_UNEXPECTED)),
-                      Ends(kFailed), Ends(S_OK)};
+    m_bios.At(Call::WbemExecQuery, 1, Throws(_com_error(E_ACCESSDENIED)));
+    m_bios.Fail(Call::WbemExecQuery, 2, kFailed);
+    m_bios.At(Call::WbemExecQuery, 3, Throws(_com_error(E_UNEXPECTED)));
+    m_bios.Fail(Call::WbemExecQuery, 4, kFailed);
 
     EXPECT_EQ(Get(), kFailed);
 
-    EXPECT_EQ(m_bios.queriesAsked.size(), 4U);
+    EXPECT_EQ(m_bios.Count(Call::WbemExecQuery), 4);
 }
 
 TEST_F(GetBIOSValue, ExceptionAfterATimeOutBeginsANewPass) {
-    m_bios.Set(L"Some Setting", L"Enable");
-    m_bios.fetches = {[this] {
-        m_bios.queries = {Throws(_com_error(E_FAIL))};
-        return kTimedOut;
-    }};
+    m_bios.SetSetting(L"Some Setting", L"Enable");
+    m_bios.Fail(Call::WbemNext, 1, kTimedOut);
+    m_bios.At(Call::WbemExecQuery, 2, Throws(_com_error(E_FAIL)));
 
     EXPECT_EQ(Get(), S_OK);
 
@@ -244,34 +256,33 @@ TEST_F(GetBIOSValue, ExceptionAfterATimeOutBeginsANewPass) {
 }
 
 TEST_F(GetBIOSValue, OtherExceptionIsLoggedAndEverythingGivenBack) {
-    m_bios.Set(L"Some Setting", L"Enable");
+    m_bios.SetSetting(L"Some Setting", L"Enable");
     int left = 0;
     const ScopedImport<&::CoUninitialize> leaves{[&] {
         ++left;
         leaves.Original();
     }};
-    m_bios.fetches = {Throws(DWORD{ERROR_GEN_FAILURE})};
+    m_bios.At(Call::WbemNext, 1, Throws(DWORD{ERROR_GEN_FAILURE}));
     EXPECT_EQ(Get(), E_FAIL);
-    m_bios.connects = {Throws(std::bad_alloc())};
+    m_bios.At(Call::WbemConnectServer, 1, Throws(std::bad_alloc()));
     EXPECT_EQ(Get(), E_FAIL);
 
     EXPECT_THAT(m_log.At(Level::kError), ElementsAre(Error(kGet, L"Exception in GetBIOSValue()"),
                                                      Error(kGet, L"Exception in GetBIOSValue()")));
     EXPECT_EQ(m_log.Lines().back(), TraceOut(kGet, L"Return Value = 0x80004005"));
     EXPECT_EQ(left, 2);
-    EXPECT_EQ(m_bios.References(), 0);
+    EXPECT_EQ(m_bios.Held().comReferences, 0);
 }
 
 TEST_F(GetBIOSValue, NameWithAQuoteIsAskedForUnchanged) {
-    m_bios.Set(L"It's", L"Enable");
+    EXPECT_EQ(Get(L"It's"), static_cast<HRESULT>(WBEM_E_INVALID_QUERY)) << "the quote ends the name early";
 
-    EXPECT_EQ(Get(L"It's"), S_OK);
-
-    EXPECT_THAT(m_bios.queriesAsked, ElementsAre(L"SELECT * FROM Orva_BIOSSetting where Name='It's'"));
+    EXPECT_THAT(m_bios.Calls(Call::WbemExecQuery),
+                ElementsAre(testing::EndsWith("SELECT * FROM Orva_BIOSSetting where Name='It's'")));
 }
 
 TEST_F(GetBIOSValue, NullValueIsASuccessWithAnEmptyText) {
-    m_bios.SetValue(L"Some Setting", [](VARIANT* value) { value->vt = VT_NULL; });
+    m_bios.SetSetting(L"Some Setting", Null());
     m_value = L"old";
 
     EXPECT_EQ(Get(), S_OK);
@@ -320,8 +331,8 @@ TEST_F(IsLanWlanAutoSwitchingEnabled, BothNamesAbsentMeanDisabledWithTheSecondNa
 }
 
 TEST_F(IsLanWlanAutoSwitchingEnabled, FirstNameWithAStarMeansDisabledAndTheSecondIsNotAsked) {
-    m_bios.Set(kFirstWlanName, L"*Disable");
-    m_bios.Set(kSecondWlanName, L"Enable");
+    m_bios.SetSetting(kFirstWlanName, L"*Disable");
+    m_bios.SetSetting(kSecondWlanName, L"Enable");
 
     EXPECT_FALSE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
 
@@ -337,7 +348,7 @@ TEST_F(IsLanWlanAutoSwitchingEnabled, FirstNameWithAStarMeansDisabledAndTheSecon
 }
 
 TEST_F(IsLanWlanAutoSwitchingEnabled, SecondNameWithAStarMeansDisabledWithoutAnError) {
-    m_bios.Set(kSecondWlanName, L"*Enable");
+    m_bios.SetSetting(kSecondWlanName, L"*Enable");
 
     EXPECT_FALSE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
 
@@ -347,8 +358,8 @@ TEST_F(IsLanWlanAutoSwitchingEnabled, SecondNameWithAStarMeansDisabledWithoutAnE
 }
 
 TEST_F(IsLanWlanAutoSwitchingEnabled, NullValuesMeanDisabled) {
-    m_bios.SetValue(kFirstWlanName, [](VARIANT* value) { value->vt = VT_NULL; });
-    m_bios.SetValue(kSecondWlanName, [](VARIANT* value) { value->vt = VT_NULL; });
+    m_bios.SetSetting(kFirstWlanName, Null());
+    m_bios.SetSetting(kSecondWlanName, Null());
 
     EXPECT_FALSE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
 
@@ -360,9 +371,7 @@ TEST_F(IsLanWlanAutoSwitchingEnabled, NullValuesMeanDisabled) {
 }
 
 TEST_F(IsLanWlanAutoSwitchingEnabled, MissingProviderMeansDisabledAfterTwoFullReads) {
-    for (int i = 0; i < 2; ++i) {
-        m_bios.connects.push_back(Ends(static_cast<HRESULT>(WBEM_E_INVALID_NAMESPACE)));
-    }
+    m_bios.Devices().providerPresent = 0;
 
     EXPECT_FALSE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
 
@@ -397,7 +406,7 @@ TEST_F(IsLanWwanAutoSwitchingEnabled, AbsentNameMeansDisabledWithAnError) {
 }
 
 TEST_F(IsLanWwanAutoSwitchingEnabled, StarMeansDisabledWithoutAnError) {
-    m_bios.Set(kWwanName, L"*");
+    m_bios.SetSetting(kWwanName, L"*");
 
     EXPECT_FALSE(NLMUtils::IsLanWwanAutoSwitchingEnabled());
 
@@ -407,7 +416,7 @@ TEST_F(IsLanWwanAutoSwitchingEnabled, StarMeansDisabledWithoutAnError) {
 }
 
 TEST_F(IsLanWwanAutoSwitchingEnabled, NullValueMeansDisabledWithAnError) {
-    m_bios.SetValue(kWwanName, [](VARIANT* value) { value->vt = VT_NULL; });
+    m_bios.SetSetting(kWwanName, Null());
 
     EXPECT_FALSE(NLMUtils::IsLanWwanAutoSwitchingEnabled());
 
@@ -428,7 +437,7 @@ TEST_F(IsLanWwanAutoSwitchingEnabled, ExceptionMeansDisabled) {
 // --- Enabled ----------------------------------------------------------------------------------------
 
 TEST_F(IsLanWlanAutoSwitchingEnabled, SecondNameEnablesWhenTheFirstIsAbsent) {
-    m_bios.Set(kSecondWlanName, L"Enable");
+    m_bios.SetSetting(kSecondWlanName, L"Enable");
 
     EXPECT_TRUE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
 
@@ -442,8 +451,8 @@ TEST_F(IsLanWlanAutoSwitchingEnabled, SecondNameEnablesWhenTheFirstIsAbsent) {
 }
 
 TEST_F(IsLanWlanAutoSwitchingEnabled, SecondNameIsAskedWhenTheFirstIsEmpty) {
-    m_bios.Set(kFirstWlanName, L"");
-    m_bios.Set(kSecondWlanName, L"Enable");
+    m_bios.SetSetting(kFirstWlanName, L"");
+    m_bios.SetSetting(kSecondWlanName, L"Enable");
 
     EXPECT_TRUE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
 
@@ -451,7 +460,7 @@ TEST_F(IsLanWlanAutoSwitchingEnabled, SecondNameIsAskedWhenTheFirstIsEmpty) {
 }
 
 TEST_F(IsLanWlanAutoSwitchingEnabled, FirstNameEnablesAndTheSecondIsNotAsked) {
-    m_bios.Set(kFirstWlanName, L"Enable");
+    m_bios.SetSetting(kFirstWlanName, L"Enable");
 
     EXPECT_TRUE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
 
@@ -466,7 +475,7 @@ TEST_F(IsLanWlanAutoSwitchingEnabled, FirstNameEnablesAndTheSecondIsNotAsked) {
 
 TEST_F(IsLanWlanAutoSwitchingEnabled, EveryTextWithoutAStarInFrontEnables) {
     for (const wchar_t* const text : {L"Disable", L"0", L" ", L"Enable*", L"x*"}) {
-        m_bios.Set(kFirstWlanName, text);
+        m_bios.SetSetting(kFirstWlanName, text);
         m_log.Clear();
 
         EXPECT_TRUE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
@@ -478,12 +487,12 @@ TEST_F(IsLanWlanAutoSwitchingEnabled, EveryTextWithoutAStarInFrontEnables) {
 }
 
 TEST_F(IsLanWlanAutoSwitchingEnabled, OnceEnabledItStaysSoWhenTheSettingIsDisabledOrGone) {
-    m_bios.Set(kFirstWlanName, L"Enable");
+    m_bios.SetSetting(kFirstWlanName, L"Enable");
     EXPECT_TRUE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
 
-    m_bios.Set(kFirstWlanName, L"*Enable");
+    m_bios.SetSetting(kFirstWlanName, L"*Enable");
     EXPECT_TRUE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
-    m_bios.Remove(kFirstWlanName);
+    m_bios.RemoveSetting(kFirstWlanName);
     EXPECT_TRUE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
 
     EXPECT_TRUE(NLMUtils::lanWlanSwitchingEnabled);
@@ -491,7 +500,7 @@ TEST_F(IsLanWlanAutoSwitchingEnabled, OnceEnabledItStaysSoWhenTheSettingIsDisabl
 }
 
 TEST_F(IsLanWwanAutoSwitchingEnabled, NameEnables) {
-    m_bios.Set(kWwanName, L"Enable");
+    m_bios.SetSetting(kWwanName, L"Enable");
 
     EXPECT_TRUE(NLMUtils::IsLanWwanAutoSwitchingEnabled());
 
@@ -504,12 +513,12 @@ TEST_F(IsLanWwanAutoSwitchingEnabled, NameEnables) {
 }
 
 TEST_F(IsLanWwanAutoSwitchingEnabled, OnceEnabledItStaysSoWhenTheSettingIsDisabledOrGone) {
-    m_bios.Set(kWwanName, L"Enable");
+    m_bios.SetSetting(kWwanName, L"Enable");
     EXPECT_TRUE(NLMUtils::IsLanWwanAutoSwitchingEnabled());
 
-    m_bios.Set(kWwanName, L"*Enable");
+    m_bios.SetSetting(kWwanName, L"*Enable");
     EXPECT_TRUE(NLMUtils::IsLanWwanAutoSwitchingEnabled());
-    m_bios.Remove(kWwanName);
+    m_bios.RemoveSetting(kWwanName);
     EXPECT_TRUE(NLMUtils::IsLanWwanAutoSwitchingEnabled());
 
     EXPECT_TRUE(NLMUtils::lanWwanSwitchingEnabled);

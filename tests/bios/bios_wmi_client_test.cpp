@@ -2,24 +2,20 @@
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
-#include <cstddef>
-#include <memory>
-#include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "platform/handles.h"
-#include "tests/bios/fake_bios.h"
+#include "tests/support/com_support.h"
 #include "tests/support/run_on_thread.h"
+#include "tests/support/simulated_notebook.h"
 
 namespace BiosTests {
 namespace {
 
+using Rig::Call;
 using Rig::ScopedImport;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr wchar_t kName[] = L"Some Setting";
 constexpr wchar_t kNamespace[] = L"\\\\.\\root\\Orva\\FirmwareSettings";
@@ -32,21 +28,44 @@ constexpr auto kTypeMismatch = static_cast<HRESULT>(0x80041005);
 constexpr auto kNotConnected = static_cast<HRESULT>(0x80041071);
 constexpr auto kInvalidNamespace = static_cast<HRESULT>(0x8004100E);
 
+/// A provider that knows no setting yet, and this thread in an apartment.
+class Bios {
+  public:
+    explicit Bios(DWORD apartmentModel = COINIT_APARTMENTTHREADED) : m_apartment(apartmentModel) {
+        notebook.RemoveSettings();
+    }
+
+    Rig::SimulatedNotebook* operator->() { return &notebook; }
+    [[nodiscard]] LONG References() const { return notebook.Held().comReferences; }
+    void Set(std::wstring_view name, std::wstring_view text) const { notebook.SetSetting(name, text); }
+    void SetValue(void (*fill)(VARIANT*)) const { notebook.SetSetting(kName, Filled(fill)); }
+    void SetType(int type) const {
+        VARIANT value{};
+        value.vt = static_cast<VARTYPE>(type);
+        notebook.SetSetting(kName, value);
+    }
+
+    Rig::TestClock clock;
+    Rig::SimulatedNotebook notebook{clock};
+
+  private:
+    static VARIANT Filled(void (*fill)(VARIANT*)) {
+        VARIANT value{};
+        fill(&value);
+        return value;
+    }
+
+    Rig::ComApartment m_apartment;
+};
+
 /// The client with its fields in the open.
 class OpenClient : public BIOSWmiClient {
   public:
     using BIOSWmiClient::m_comInitialization;
     using BIOSWmiClient::m_currentObject;
-    using BIOSWmiClient::m_encoding;
     using BIOSWmiClient::m_enumerator;
-    using BIOSWmiClient::m_flags;
     using BIOSWmiClient::m_namespace;
-    using BIOSWmiClient::m_properties;
     using BIOSWmiClient::m_services;
-    using BIOSWmiClient::m_settingInterface;
-    using BIOSWmiClient::m_states;
-    using BIOSWmiClient::m_userInterface;
-    using BIOSWmiClient::m_userName;
 };
 
 /// The code of the COM error that `call` throws; S_OK when it throws none.
@@ -61,33 +80,37 @@ HRESULT ErrorThrownBy(const Call& call) {
 }
 
 TEST(BIOSWmiClient, ConnectsToTheProvidersNamespace) {
-    FakeBios bios;
+    Bios bios;
+    const ScopedImport<&::CoSetProxyBlanket> blanket{
+        [&](IUnknown* proxy, DWORD authentication, DWORD authorization, OLECHAR* principal,
+            DWORD authenticationLevel, DWORD impersonationLevel, void* identity, DWORD capabilities) {
+            EXPECT_EQ(authentication, DWORD{RPC_C_AUTHN_WINNT});
+            EXPECT_EQ(authorization, DWORD{RPC_C_AUTHZ_NONE});
+            EXPECT_EQ(principal, nullptr);
+            EXPECT_EQ(authenticationLevel, DWORD{RPC_C_AUTHN_LEVEL_DEFAULT});
+            EXPECT_EQ(impersonationLevel, DWORD{RPC_C_IMP_LEVEL_IMPERSONATE});
+            EXPECT_EQ(identity, nullptr);
+            EXPECT_EQ(capabilities, DWORD{EOAC_NONE});
+            return blanket.Original(proxy, authentication, authorization, principal, authenticationLevel,
+                                    impersonationLevel, identity, capabilities);
+        }};
     {
         const OpenClient client;
 
         EXPECT_EQ(client.m_namespace, kNamespace);
-        EXPECT_EQ(client.m_services.Get(), &bios.Services());
-        EXPECT_EQ(bios.Locator().References(), 0);
+        EXPECT_NE(client.m_services, nullptr);
+        EXPECT_EQ(bios.References(), 1) << "the services; the locator is given back";
     }
-    EXPECT_EQ(bios.Created(), 1);
-    EXPECT_THAT(bios.namespacesAsked, ElementsAre(kNamespace));
-    EXPECT_EQ(bios.connectFlags, 128);
-    EXPECT_FALSE(bios.connectHadOtherArguments);
-    ASSERT_EQ(bios.blanketsAsked.size(), 1U);
-    const FakeBios::Blanket& blanket = bios.blanketsAsked.front();
-    EXPECT_EQ(blanket.proxy, &bios.Services());
-    EXPECT_EQ(blanket.authentication, DWORD{RPC_C_AUTHN_WINNT});
-    EXPECT_EQ(blanket.authorization, DWORD{RPC_C_AUTHZ_NONE});
-    EXPECT_FALSE(blanket.hasPrincipal);
-    EXPECT_EQ(blanket.authenticationLevel, DWORD{RPC_C_AUTHN_LEVEL_DEFAULT});
-    EXPECT_EQ(blanket.impersonationLevel, DWORD{RPC_C_IMP_LEVEL_IMPERSONATE});
-    EXPECT_FALSE(blanket.hasIdentity);
-    EXPECT_EQ(blanket.capabilities, DWORD{EOAC_NONE});
+    EXPECT_THAT(bios->Calls(),
+                ElementsAre("WbemLocator::Create",
+                            "IWbemLocator::ConnectServer 0x80 \\\\.\\root\\Orva\\FirmwareSettings",
+                            "IClientSecurity::SetBlanket"));
+    EXPECT_EQ(blanket.Calls(), 1);
     EXPECT_EQ(bios.References(), 0);
 }
 
 TEST(BIOSWmiClient, AsksForTheLocatorInProcess) {
-    const FakeBios bios;
+    Bios bios;
     DWORD context = 0;
     bool hasOuter = true;
     const ScopedImport<&::CoCreateInstance> creations{
@@ -105,37 +128,8 @@ TEST(BIOSWmiClient, AsksForTheLocatorInProcess) {
     EXPECT_FALSE(hasOuter);
 }
 
-TEST(BIOSWmiClient, FieldsStandInTheirOrder) {
-    const FakeBios bios;
-    const OpenClient client;
-    const auto offset = [&client](const auto& field) {
-        return reinterpret_cast<const char*>(std::addressof(field)) - reinterpret_cast<const char*>(&client);
-    };
-
-    EXPECT_EQ(offset(client.m_comInitialization), 0) << "a plain object, without a virtual table";
-    const std::vector<std::ptrdiff_t> offsets{offset(client.m_comInitialization),
-                                              offset(client.m_namespace),
-                                              offset(client.m_services),
-                                              offset(client.m_currentObject),
-                                              offset(client.m_enumerator),
-                                              offset(client.m_userName),
-                                              offset(client.m_encoding),
-                                              offset(client.m_settingInterface),
-                                              offset(client.m_userInterface),
-                                              offset(client.m_properties),
-                                              offset(client.m_flags),
-                                              offset(client.m_states)};
-    EXPECT_TRUE(std::is_sorted(offsets.begin(), offsets.end()));
-    EXPECT_EQ(sizeof(client.m_comInitialization), sizeof(HRESULT));
-    EXPECT_EQ(client.m_flags, 1U);
-    EXPECT_EQ(client.m_states, std::pair(false, false));
-    EXPECT_TRUE(client.m_userName.empty() && client.m_encoding.empty() && client.m_properties.empty());
-    EXPECT_TRUE(client.m_settingInterface == nullptr && client.m_userInterface == nullptr);
-    EXPECT_TRUE(client.m_currentObject == nullptr && client.m_enumerator == nullptr);
-}
-
 TEST(BIOSWmiClient, EntersASingleThreadedApartmentAndLeavesItLast) {
-    FakeBios bios;
+    Bios bios;
     bios.Set(kName, L"on");
     std::vector<DWORD> entered;
     int securitySet = 0;
@@ -175,12 +169,8 @@ TEST(BIOSWmiClient, EntersASingleThreadedApartmentAndLeavesItLast) {
 }
 
 TEST(BIOSWmiClient, EntersAnApartmentOfItsOwnOnAThreadWithoutOne) {
-    FakeBios bios;
+    Bios bios;
     bios.Set(kName, L"on");
-    const ScopedImport<&::CoCreateInstance> creations{
-        [&](REFCLSID, IUnknown*, DWORD, REFIID id, void** object) {
-            return bios.Locator().HandOut(id, object);
-        }};
     int left = 0;
     const ScopedImport<&::CoUninitialize> leaves{[&] {
         ++left;
@@ -202,7 +192,7 @@ TEST(BIOSWmiClient, EntersAnApartmentOfItsOwnOnAThreadWithoutOne) {
 }
 
 TEST(BIOSWmiClient, GoesOnInTheMultithreadedApartmentAndDoesNotLeaveIt) {
-    FakeBios bios(COINIT_MULTITHREADED);
+    Bios bios(COINIT_MULTITHREADED);
     bios.Set(kName, L"on");
     int securitySet = 0;
     int left = 0;
@@ -227,7 +217,7 @@ TEST(BIOSWmiClient, GoesOnInTheMultithreadedApartmentAndDoesNotLeaveIt) {
 }
 
 TEST(BIOSWmiClient, WithoutALocatorThereIsNoConnection) {
-    const FakeBios bios;
+    Bios bios;
     const Rig::ScopedResult<&::CoCreateInstance> missing{REGDB_E_CLASSNOTREG};
     OpenClient client;
 
@@ -235,25 +225,25 @@ TEST(BIOSWmiClient, WithoutALocatorThereIsNoConnection) {
 
     EXPECT_EQ(client.m_services, nullptr);
     EXPECT_EQ(client.m_namespace, L"");
-    EXPECT_THAT(bios.namespacesAsked, IsEmpty());
+    EXPECT_EQ(bios->Count(Call::WbemConnectServer), 0);
 }
 
 TEST(BIOSWmiClient, MissingNamespaceLeavesNoConnection) {
-    FakeBios bios;
-    bios.connects = {Ends(kInvalidNamespace), Ends(kInvalidNamespace)};
+    Bios bios;
+    bios->Devices().providerPresent = 0;
     OpenClient client;
 
     EXPECT_EQ(client.Connect(), kInvalidNamespace);
 
     EXPECT_EQ(client.m_services, nullptr);
     EXPECT_EQ(client.m_namespace, L"");
-    EXPECT_THAT(bios.blanketsAsked, IsEmpty());
+    EXPECT_EQ(bios->Count(Call::WbemSetBlanket), 0);
     EXPECT_EQ(bios.References(), 0);
 }
 
 TEST(BIOSWmiClient, RefusedBlanketLeavesNoConnection) {
-    FakeBios bios;
-    bios.blankets = {Ends(E_NOINTERFACE), Ends(E_NOINTERFACE)};
+    Bios bios;
+    bios->FailEach(Call::WbemSetBlanket, E_NOINTERFACE);
     OpenClient client;
 
     EXPECT_EQ(client.Connect(), E_NOINTERFACE);
@@ -264,17 +254,17 @@ TEST(BIOSWmiClient, RefusedBlanketLeavesNoConnection) {
 }
 
 TEST(BIOSWmiClient, SuccessWithoutServicesLeavesNoConnection) {
-    FakeBios bios;
-    bios.givesServices = false;
+    Bios bios;
+    bios->GiveNothing(Call::WbemConnectServer);
     OpenClient client;
 
     EXPECT_EQ(client.m_services, nullptr);
     EXPECT_EQ(client.m_namespace, L"");
-    EXPECT_THAT(bios.blanketsAsked, IsEmpty());
+    EXPECT_EQ(bios->Count(Call::WbemSetBlanket), 0);
 }
 
 TEST(BIOSWmiClient, NoMemoryForTheNamespaceLeavesNoConnection) {
-    const FakeBios bios;
+    Bios bios;
     const Rig::ScopedResult<&::SysAllocString> noMemory{nullptr};
     OpenClient client;
 
@@ -285,21 +275,21 @@ TEST(BIOSWmiClient, NoMemoryForTheNamespaceLeavesNoConnection) {
 }
 
 TEST(BIOSWmiClient, ConnectingAgainReplacesTheConnection) {
-    FakeBios bios;
+    Bios bios;
     OpenClient client;
     EXPECT_EQ(client.Connect(), S_OK);
-    EXPECT_EQ(bios.Services().References(), 1);
+    EXPECT_EQ(bios.References(), 1);
 
-    bios.connects = {Ends(kInvalidNamespace)};
+    bios->Devices().providerPresent = 0;
     EXPECT_EQ(client.Connect(), kInvalidNamespace);
 
     EXPECT_EQ(client.m_services, nullptr);
-    EXPECT_EQ(bios.Services().References(), 0);
+    EXPECT_EQ(bios.References(), 0);
 }
 
 TEST(BIOSWmiClient, WithoutAConnectionNothingCanBeRead) {
-    FakeBios bios;
-    bios.connects = {Ends(E_ACCESSDENIED)};
+    Bios bios;
+    bios->Fail(Call::WbemConnectServer, 1, E_ACCESSDENIED);
     OpenClient client;
     std::wstring value = L"old";
 
@@ -308,11 +298,11 @@ TEST(BIOSWmiClient, WithoutAConnectionNothingCanBeRead) {
     EXPECT_EQ(client.GetPropertyValue(value), kInvalidObject);
 
     EXPECT_EQ(value, L"");
-    EXPECT_THAT(bios.queriesAsked, IsEmpty());
+    EXPECT_EQ(bios->Count(Call::WbemExecQuery), 0);
 }
 
 TEST(BIOSWmiClient, ReadsASetting) {
-    FakeBios bios;
+    Bios bios;
     bios.Set(kName, L"Enabled");
     OpenClient client;
     std::wstring value;
@@ -320,27 +310,28 @@ TEST(BIOSWmiClient, ReadsASetting) {
     EXPECT_EQ(client.GetValue(kName, value), S_OK);
 
     EXPECT_EQ(value, L"Enabled");
-    EXPECT_THAT(bios.queriesAsked, ElementsAre(L"SELECT * FROM Orva_BIOSSetting where Name='Some Setting'"));
-    EXPECT_EQ(bios.queryLanguage, L"WQL");
-    EXPECT_EQ(bios.queryFlags, 48);
-    EXPECT_EQ(bios.fetchTimeout, 20000);
-    EXPECT_EQ(bios.fetchCount, 1U);
-    EXPECT_THAT(bios.propertiesAsked, ElementsAre(L"Value"));
+    // The stand-in refuses every language but WQL.
+    const std::vector<std::string> calls = bios->Calls();
+    EXPECT_THAT(std::vector(calls.end() - 3, calls.end()),
+                ElementsAre("IWbemServices::ExecQuery 0x30 SELECT * FROM Orva_BIOSSetting where "
+                            "Name='Some Setting'",
+                            "IEnumWbemClassObject::Next 1 within 20000 ms: Some Setting",
+                            "IWbemClassObject::Get Value"));
 }
 
 TEST(BIOSWmiClient, NameWithAQuoteGoesIntoTheQueryUnchanged) {
-    FakeBios bios;
-    bios.Set(L"Bob's ''LAN'", L"on");
+    Bios bios;
     OpenClient client;
     std::wstring value;
 
-    EXPECT_EQ(client.GetValue(L"Bob's ''LAN'", value), S_OK);
+    EXPECT_EQ(client.GetValue(L"Bob's ''LAN'", value), static_cast<HRESULT>(WBEM_E_INVALID_QUERY));
 
-    EXPECT_THAT(bios.queriesAsked, ElementsAre(L"SELECT * FROM Orva_BIOSSetting where Name='Bob's ''LAN''"));
+    EXPECT_THAT(bios->Calls(Call::WbemExecQuery),
+                ElementsAre(testing::EndsWith("SELECT * FROM Orva_BIOSSetting where Name='Bob's ''LAN''")));
 }
 
 TEST(BIOSWmiClient, ReadingAgainReplacesResultAndObject) {
-    FakeBios bios;
+    Bios bios;
     bios.Set(kName, L"one");
     OpenClient client;
     std::wstring value;
@@ -354,12 +345,12 @@ TEST(BIOSWmiClient, ReadingAgainReplacesResultAndObject) {
 }
 
 TEST(BIOSWmiClient, FailedQueryIsReturnedAndForgetsTheObject) {
-    FakeBios bios;
+    Bios bios;
     bios.Set(kName, L"one");
     OpenClient client;
     std::wstring value;
     EXPECT_EQ(client.GetValue(kName, value), S_OK);
-    bios.queries = {Ends(static_cast<HRESULT>(WBEM_E_INVALID_QUERY))};
+    bios->Fail(Call::WbemExecQuery, 1, static_cast<HRESULT>(WBEM_E_INVALID_QUERY));
 
     EXPECT_EQ(client.GetValue(kName, value), static_cast<HRESULT>(WBEM_E_INVALID_QUERY));
 
@@ -369,8 +360,8 @@ TEST(BIOSWmiClient, FailedQueryIsReturnedAndForgetsTheObject) {
 }
 
 TEST(BIOSWmiClient, QueryWithoutAResultIsAnInvalidClass) {
-    FakeBios bios;
-    bios.givesQueryResult = false;
+    Bios bios;
+    bios->GiveNothing(Call::WbemExecQuery);
     OpenClient client;
     std::wstring value;
 
@@ -378,7 +369,7 @@ TEST(BIOSWmiClient, QueryWithoutAResultIsAnInvalidClass) {
 }
 
 TEST(BIOSWmiClient, NoMemoryForTheQueryFailsIt) {
-    FakeBios bios;
+    Bios bios;
     bios.Set(kName, L"one");
     OpenClient client;
     std::wstring value;
@@ -386,28 +377,28 @@ TEST(BIOSWmiClient, NoMemoryForTheQueryFailsIt) {
         const Rig::ScopedResult<&::SysAllocString> noMemory{nullptr, Rig::AtCall{call}};
         EXPECT_EQ(client.GetValue(kName, value), E_OUTOFMEMORY);
     }
-    EXPECT_THAT(bios.queriesAsked, IsEmpty());
+    EXPECT_EQ(bios->Count(Call::WbemExecQuery), 0);
 }
 
 TEST(BIOSWmiClient, ResultsOfTheFetchTravelOutUnchanged) {
     for (const HRESULT result : {static_cast<HRESULT>(WBEM_S_TIMEDOUT), static_cast<HRESULT>(WBEM_S_FALSE),
                                  static_cast<HRESULT>(WBEM_E_FAILED)}) {
-        FakeBios bios;
+        Bios bios;
         bios.Set(kName, L"one");
-        bios.fetches = {Ends(result)};
+        bios->Fail(Call::WbemNext, 1, result);
         OpenClient client;
         std::wstring value;
 
         EXPECT_EQ(client.GetValue(kName, value), result);
 
-        EXPECT_THAT(bios.propertiesAsked, IsEmpty());
+        EXPECT_EQ(bios->Count(Call::WbemGet), 0);
     }
 }
 
 TEST(BIOSWmiClient, FetchWithoutAnObjectIsAnInvalidObject) {
-    FakeBios bios;
+    Bios bios;
     bios.Set(kName, L"one");
-    bios.givesSetting = false;
+    bios->GiveNothing(Call::WbemNext);
     OpenClient client;
     std::wstring value = L"old";
 
@@ -417,9 +408,9 @@ TEST(BIOSWmiClient, FetchWithoutAnObjectIsAnInvalidObject) {
 }
 
 TEST(BIOSWmiClient, FailedReadIsReturnedWithAnEmptyText) {
-    FakeBios bios;
+    Bios bios;
     bios.Set(kName, L"one");
-    bios.reads = {Ends(static_cast<HRESULT>(WBEM_E_NOT_FOUND))};
+    bios->Fail(Call::WbemGet, 1, static_cast<HRESULT>(WBEM_E_NOT_FOUND));
     OpenClient client;
     std::wstring value = L"old";
 
@@ -446,8 +437,8 @@ std::wstring InTheUsersWay(HRESULT(WINAPI* convert)(double, LCID, ULONG, BSTR*),
 class BIOSWmiClientReads : public testing::TestWithParam<ValueCase> {};
 
 TEST_P(BIOSWmiClientReads, AsText) {
-    FakeBios bios;
-    bios.SetValue(kName, GetParam().fill);
+    Bios bios;
+    bios.SetValue(GetParam().fill);
     OpenClient client;
     std::wstring value = L"old";
 
@@ -576,8 +567,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(BIOSWmiClient, ValuesOfEveryTypeNumberDoNoHarm) {
     for (int type = 0; type <= VT_VERSIONED_STREAM; ++type) {
-        FakeBios bios;
-        bios.SetValue(kName, [type](VARIANT* value) { value->vt = static_cast<VARTYPE>(type); });
+        Bios bios;
+        bios.SetType(type);
         OpenClient client;
         std::wstring value = L"old";
 
@@ -590,8 +581,8 @@ TEST(BIOSWmiClient, ValuesOfEveryTypeNumberDoNoHarm) {
 }
 
 TEST(BIOSWmiClient, ComErrorOutOfTheConversionIsReturned) {
-    FakeBios bios;
-    bios.SetValue(kName, [](VARIANT* value) { value->vt = VT_I4; });
+    Bios bios;
+    bios.SetType(VT_I4);
     OpenClient client;
     std::wstring value;
     HRESULT thrown = E_OUTOFMEMORY;
@@ -603,8 +594,8 @@ TEST(BIOSWmiClient, ComErrorOutOfTheConversionIsReturned) {
 }
 
 TEST(BIOSWmiClient, ValuesAreClearedAfterReading) {
-    FakeBios bios;
-    bios.SetValue(kName, [](VARIANT* value) { value->vt = VT_I4; });
+    Bios bios;
+    bios.SetType(VT_I4);
     OpenClient client;
     std::wstring value;
     int initialized = 0;

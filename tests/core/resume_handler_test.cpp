@@ -10,9 +10,9 @@
 
 #include "bios/bios_settings.h"
 #include "radio/wwan_state.h"
-#include "tests/bios/fake_bios.h"
 #include "tests/core/core_world.h"
 #include "tests/support/run_on_thread.h"
+#include "tests/support/simulated_notebook.h"
 
 namespace CoreTests {
 namespace {
@@ -328,15 +328,16 @@ class ContinueWithBiosTest : public ContinueTest {
   protected:
     ContinueWithBiosTest() {
         world.com.creators["other class"] = [this](REFIID interfaceId, void** object) {
-            return bios.Locator().HandOut(interfaceId, object);
+            return bios.CreateObject(CLSID_WbemLocator, interfaceId, object);
         };
+        bios.RemoveSettings();
     }
 
-    BiosTests::FakeBios bios{COINIT_MULTITHREADED};
+    Rig::SimulatedNotebook bios{world.machine.clock, {}, Rig::SimulatedNotebook::Imports::kKept};
 };
 
 TEST_F(ContinueWithBiosTest, FeatureThatWasEnabledMeanwhileCountsAtOnce) {
-    bios.Set(L"LAN / WLAN Auto Switching", L"Enable");
+    bios.SetSetting(L"LAN / WLAN Auto Switching", L"Enable");
     SwitchBothOff();
     Continue();
     EXPECT_TRUE(NLMUtils::lanWlanSwitchingEnabled);
@@ -346,7 +347,7 @@ TEST_F(ContinueWithBiosTest, FeatureThatWasEnabledMeanwhileCountsAtOnce) {
 
 TEST_F(ContinueWithBiosTest, FeatureThatWasDisabledMeanwhileStaysEnabled) {
     world.EnableWwanSwitching();
-    bios.Set(L"LAN / WWAN Auto Switching", L"*Disable");
+    bios.SetSetting(L"LAN / WWAN Auto Switching", L"*Disable");
     world.machine.PlugCableIn();
     Continue();
     EXPECT_TRUE(NLMUtils::lanWwanSwitchingEnabled);
@@ -354,12 +355,12 @@ TEST_F(ContinueWithBiosTest, FeatureThatWasDisabledMeanwhileStaysEnabled) {
 }
 
 TEST_F(ContinueWithBiosTest, BothSettingsAreAskedInTheirOrder) {
-    bios.Set(L"LAN / WLAN Auto Switching", L"*Disable");
-    bios.Set(L"LAN / WWAN Auto Switching", L"*Disable");
+    bios.SetSetting(L"LAN / WLAN Auto Switching", L"*Disable");
+    bios.SetSetting(L"LAN / WWAN Auto Switching", L"*Disable");
     Continue();
-    ASSERT_THAT(bios.queriesAsked, testing::SizeIs(2));
-    EXPECT_THAT(bios.queriesAsked[0], testing::HasSubstr(L"LAN / WLAN Auto Switching"));
-    EXPECT_THAT(bios.queriesAsked[1], testing::HasSubstr(L"LAN / WWAN Auto Switching"));
+    EXPECT_THAT(bios.Calls(Rig::Call::WbemExecQuery),
+                ElementsAre(testing::HasSubstr("LAN / WLAN Auto Switching"),
+                            testing::HasSubstr("LAN / WWAN Auto Switching")));
     EXPECT_EQ(log.Count(TraceIn(kResume)), 0);
 }
 

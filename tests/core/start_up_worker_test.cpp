@@ -18,10 +18,10 @@
 
 #include "bios/bios_settings.h"
 #include "radio/wwan_state.h"
-#include "tests/bios/fake_bios.h"
 #include "tests/core/core_world.h"
 #include "tests/support/run_on_thread.h"
 #include "tests/support/skip_unless_imported.h"
+#include "tests/support/simulated_notebook.h"
 
 namespace CoreTests {
 namespace {
@@ -618,38 +618,39 @@ class BiosAtStartTest : public StartUpWorkerTest {
   protected:
     BiosAtStartTest() {
         world.com.creators["other class"] = [this](REFIID interfaceId, void** object) {
-            return bios.Locator().HandOut(interfaceId, object);
+            return bios.CreateObject(CLSID_WbemLocator, interfaceId, object);
         };
+        bios.RemoveSettings();
         world.machine.PlugCableIn();
     }
 
-    BiosTests::FakeBios bios{COINIT_MULTITHREADED};
+    Rig::SimulatedNotebook bios{world.machine.clock, {}, Rig::SimulatedNotebook::Imports::kKept};
 };
 
 TEST_F(BiosAtStartTest, EnabledSettingsDecideThisVeryStart) {
-    bios.Set(kWlanSetting, L"Enable");
-    bios.Set(kWwanSetting, L"Enable");
+    bios.SetSetting(kWlanSetting, L"Enable");
+    bios.SetSetting(kWwanSetting, L"Enable");
     RunWorker();
     EXPECT_TRUE(NLMUtils::lanWlanSwitchingEnabled);
     EXPECT_TRUE(NLMUtils::lanWwanSwitchingEnabled);
     EXPECT_THAT(world.WlanSwitches(), ElementsAre("off"));
     EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_OFF));
-    ASSERT_THAT(bios.queriesAsked, SizeIs(2));
-    EXPECT_THAT(bios.queriesAsked[0], testing::HasSubstr(kWlanSetting));
-    EXPECT_THAT(bios.queriesAsked[1], testing::HasSubstr(kWwanSetting));
+    EXPECT_THAT(bios.Calls(Rig::Call::WbemExecQuery),
+                ElementsAre(testing::HasSubstr("LAN / WLAN Auto Switching"),
+                            testing::HasSubstr("LAN / WWAN Auto Switching")));
 }
 
 TEST_F(BiosAtStartTest, OlderNameOfTheSettingEnablesToo) {
-    bios.Set(kOlderWlanSetting, L"Enable");
+    bios.SetSetting(kOlderWlanSetting, L"Enable");
     RunWorker();
     EXPECT_THAT(world.WlanSwitches(), ElementsAre("off"));
     EXPECT_TRUE(log.Contains(Information(kWorker, kWwanDisabled)));
 }
 
 TEST_F(BiosAtStartTest, DisabledSettingsRestoreBothRadiosBesideTheCable) {
-    bios.Set(kWlanSetting, L"*Disable");
-    bios.Set(kOlderWlanSetting, L"Enable");
-    bios.Set(kWwanSetting, L"*Disable");
+    bios.SetSetting(kWlanSetting, L"*Disable");
+    bios.SetSetting(kOlderWlanSetting, L"Enable");
+    bios.SetSetting(kWwanSetting, L"*Disable");
     SetWlan(false);
     world.wwanRadio.state = MBN_RADIO_OFF;
     RunWorker();
@@ -660,7 +661,7 @@ TEST_F(BiosAtStartTest, DisabledSettingsRestoreBothRadiosBesideTheCable) {
 }
 
 TEST_F(BiosAtStartTest, OneHalfIsDecidedWithoutTheOther) {
-    bios.Set(kWwanSetting, L"Enable");
+    bios.SetSetting(kWwanSetting, L"Enable");
     RunWorker();
     EXPECT_TRUE(log.Contains(Information(kWorker, kWlanDisabled)));
     EXPECT_THAT(world.WlanSwitches(), IsEmpty());

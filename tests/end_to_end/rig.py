@@ -9,7 +9,8 @@ import subprocess
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 EXECUTABLE = pathlib.Path(os.environ["LINKVANE_EXE"])
-SCMCTL = pathlib.Path(os.environ["LINKVANE_SCMCTL"])
+NOTEBOOK = pathlib.Path(os.environ["LINKVANE_NOTEBOOK"])
+SCMCTL = pathlib.Path(os.environ.get("LINKVANE_SCMCTL", ""))
 OBJDUMP = os.environ["LINKVANE_OBJDUMP"]
 SERVICE = "LinkvaneService"
 
@@ -79,16 +80,21 @@ class Prefix:
         return code, output.decode(errors="replace")
 
     def scm(self, *arguments):
-        """Asks the service control manager; gives the exit code and the printed text."""
+        """Asks the service control manager, where no notebook is; the exit code and the printed text."""
         code, output = self.run(SCMCTL, *arguments)
         return code, output.decode().replace("\r\n", "\n").strip()
 
-    def registry_strings(self, key, value):
-        """The strings of a REG_MULTI_SZ value."""
-        code, output = self.run("reg", "query", key, "/v", value)
+    def notebook(self, *words):
+        """Gives the simulated notebook's controller a command; the exit code and the printed text."""
+        code, output = self.run(NOTEBOOK, *words)
+        return code, output.decode().replace("\r\n", "\n").strip()
+
+    def registry_values(self, key):
+        """The values of a key as they are printed; the strings of a REG_MULTI_SZ value as a list."""
+        code, output = self.run("reg", "query", key)
         assert code == 0, output
-        [data] = re.findall(rf"{value}\s+REG_MULTI_SZ\s+(\S+)", output.decode())
-        return data.split("\\0")
+        values = re.findall(r"^ +(\w+) +(REG_\w+) +(.*?)\r?$", output.decode(), re.MULTILINE)
+        return {name: text.split("\\0") if kind == "REG_MULTI_SZ" else text for name, kind, text in values}
 
     def registry_key_exists(self, key):
         return self.run("reg", "query", key)[0] == 0

@@ -1,5 +1,8 @@
 #include "tests/support/simulated_notebook.h"
 
+#include <netlistmgr.h>
+#include <wbemcli.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -8,6 +11,7 @@
 #include "notebook/hardware/class_objects.h"
 #include "notebook/hardware/start.h"
 #include "notebook/hardware/wlan.h"
+#include "notebook/state/text.h"
 
 namespace Rig {
 
@@ -30,7 +34,7 @@ Machine& StateInMemory() {
 
 }  // namespace
 
-SimulatedNotebook::SimulatedNotebook(TestClock& clock, const Shape& shape)
+SimulatedNotebook::SimulatedNotebook(TestClock& clock, const Shape& shape, Imports imports)
     : m_clock(clock), m_state(StateInMemory()) {
     const Micros start = Now();
     SetClock([&clock, start] {
@@ -43,7 +47,9 @@ SimulatedNotebook::SimulatedNotebook(TestClock& clock, const Shape& shape)
     Deliver();
     SharedState::Get().OnNews([this] { PlanDelivery(); });
     SetCallHook([this](Call call) { return Answer(call); });
-    ReplaceImports();
+    if (imports == Imports::kReplaced) {
+        ReplaceImports();
+    }
 }
 
 SimulatedNotebook::~SimulatedNotebook() {
@@ -86,6 +92,28 @@ void SimulatedNotebook::PlugCable() const {
 void SimulatedNotebook::PullCable() const {
     LockedMachine machine;
     PullOut(*machine, *CablePort(*machine, 1), machine.Time());
+}
+
+void SimulatedNotebook::RemoveSettings() const {
+    std::ranges::fill(Devices().settings, Setting{});
+}
+
+void SimulatedNotebook::RemoveSetting(std::wstring_view name) const {
+    if (Setting* const setting = FindSetting(m_state, name)) {
+        *setting = {};
+    }
+}
+
+void SimulatedNotebook::SetSetting(std::wstring_view name, std::wstring_view text) const {
+    Setting& setting = *PutSetting(m_state, name);
+    setting.kind = SettingKind::Text;
+    CopyText(setting.text, text);
+}
+
+void SimulatedNotebook::SetSetting(std::wstring_view name, const VARIANT& value) const {
+    Setting& setting = *PutSetting(m_state, name);
+    setting.kind = SettingKind::AsIs;
+    setting.raw = value;
 }
 
 void SimulatedNotebook::At(Call call, int nth, Action what) {
@@ -202,6 +230,15 @@ void SimulatedNotebook::ReplaceImports() {
         ReplaceIfImported<&::GetAdaptersInfo>(&NotebookAdaptersInfo),
         ReplaceIfImported<&::GetAdaptersAddresses>(&NotebookAdaptersAddresses),
         ReplaceIfImported<&::IsNetworkAlive>(&NotebookNetworkAlive),
+        ReplaceIfImported<&::CoCreateInstance>(
+            [](REFCLSID classId, IUnknown*, DWORD, REFIID, void**) {
+                return IsEqualCLSID(classId, CLSID_NetworkListManager) ||
+                       IsEqualCLSID(classId, CLSID_MbnInterfaceManager) ||
+                       IsEqualCLSID(classId, CLSID_WbemLocator);
+            },
+            [](REFCLSID classId, IUnknown*, DWORD, REFIID interfaceId, void** object) {
+                return CreateObject(classId, interfaceId, object);
+            }),
     };
 }
 

@@ -10,6 +10,7 @@
 #include <ostream>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -46,7 +47,12 @@ using ::Notebook::Call;
 /// left over, or one was used or given back that was gone. Any thread may call.
 class SimulatedNotebook {
   public:
-    explicit SimulatedNotebook(TestClock& clock, const ::Notebook::Shape& shape = {});
+    enum class Imports {
+        kReplaced,
+        kKept,  ///< only `Create` leads to the devices
+    };
+    explicit SimulatedNotebook(TestClock& clock, const ::Notebook::Shape& shape = {},
+                               Imports imports = Imports::kReplaced);
     SimulatedNotebook(const SimulatedNotebook&) = delete;
     SimulatedNotebook& operator=(const SimulatedNotebook&) = delete;
     ~SimulatedNotebook();
@@ -70,6 +76,13 @@ class SimulatedNotebook {
     /// Puts the cable into the first port, with an address, or pulls it.
     void PlugCable() const;
     void PullCable() const;
+
+    /// The firmware settings as their provider has them; both features are enabled at first.
+    void RemoveSettings() const;
+    void RemoveSetting(std::wstring_view name) const;
+    void SetSetting(std::wstring_view name, std::wstring_view text) const;
+    /// A value of any kind, for one reading, which takes what it owns.
+    void SetSetting(std::wstring_view name, const VARIANT& value) const;
 
     // --- what happens at a call ---
 
@@ -109,8 +122,10 @@ class SimulatedNotebook {
     /// Delivers what was announced so far, on this thread.
     static void Deliver();
 
-  private:
+    /// The same, as `CoCreateInstance` has it.
     static HRESULT CreateObject(REFCLSID classId, REFIID interfaceId, void** object);
+
+  private:
     std::optional<DWORD> Answer(Call call);
     void PlanDelivery();
     void ReplaceImports();
