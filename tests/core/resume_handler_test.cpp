@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <wbemcli.h>
+
 #include <gmock/gmock.h>
 
 #include <string>

@@ -1,5 +1,7 @@
 #include <windows.h>
 
+#include <wbemcli.h>
+
 #include <gmock/gmock.h>
 
 #include <array>
