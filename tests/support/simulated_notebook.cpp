@@ -24,8 +24,6 @@ Machine& StateInMemory() {
     static Machine& state = []() -> Machine& {
         SharedState::KeepInMemory();
         StartWlan();
-        StartNetworkList();
-        StartMobileBroadband();
         EventPump::Get().DeliverByHand();
         return SharedState::Get().Raw();
     }();
