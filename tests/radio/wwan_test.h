@@ -39,7 +39,8 @@ class WwanTest : public RadioTest {
     [[nodiscard]] LONG References() const { return m_notebook.Held().comReferences - m_ownReferences; }
 
     /// Reports a completion to the sink; the caller holds the radio meanwhile, as COM's rules want it.
-    HRESULT Complete(ULONG requestId = 1, HRESULT status = S_OK, ConfirmRadio kind = ConfirmRadio::Same) const;
+    HRESULT Complete(ULONG requestId = 1, HRESULT status = S_OK,
+                     ConfirmRadio kind = ConfirmRadio::Same) const;
 
     CMbnSinks* m_sink = new CMbnSinks;
 
