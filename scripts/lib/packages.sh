@@ -8,7 +8,7 @@ LINKVANE_PACKAGES=(
     googletest                        # the sources in /usr/src/googletest
     clang-format clang-tidy shellcheck  # the checks
     git python3                       # what is tracked; the end-to-end tests
-    msitools wixl osslsigncode python3-pefile  # the release
+    msitools wixl openssl osslsigncode python3-pefile  # the release
     wine64                            # the test bed
     libwine-dev mingw-w64-tools       # the simulated notebook's proxies: their IDL, and widl
     g++ libcli11-dev libfmt-dev nlohmann-json3-dev  # what looks at logs
