@@ -2,6 +2,7 @@
 
 #include <cstdarg>
 #include <new>
+#include <string_view>
 
 #include "logging/format.h"
 #include "logging/last_error_keeper.h"
@@ -21,6 +22,12 @@ LogScope::~LogScope() {
     } catch (...) {
         // An operation must not fail because its exit could not be logged.
     }
+}
+
+void LogScope::LogException() const {
+    const std::string_view name(m_functionName);
+    const std::size_t qualifier = name.rfind(':');
+    Error(L"Exception in %S()", m_functionName + (qualifier == std::string_view::npos ? 0 : qualifier + 1));
 }
 
 void LogScope::StartTimer() {

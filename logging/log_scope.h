@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <utility>
 
 #include "logging/logger.h"
 #include "logging/scope_timer.h"
@@ -14,8 +15,8 @@
 ///     }
 ///
 /// The entry line is written by the constructor, the exit line by the destructor, which then ends
-/// the timer, if timing is on. Make it the first local of the function and outside of its `try`,
-/// so that "Exception in" comes before the exit line.
+/// the timer, if timing is on. Make it the first local of the function, so that what `Guard` writes
+/// comes before the exit line.
 class LogScope {
   public:
     /// TraceIn with an empty text.
@@ -65,6 +66,27 @@ class LogScope {
         return result;
     }
 
+    /// Runs `step` and gives its answer. Whatever it throws ends here, as the line "Exception in X()" under
+    /// the operation's own name X, and the answer is `fallback`.
+    template <class T, class Step>
+    [[nodiscard]] T Guard(T fallback, Step&& step) const {
+        try {
+            return std::forward<Step>(step)();
+        } catch (...) {
+            LogException();
+        }
+        return fallback;
+    }
+    /// The same for a step without an answer.
+    template <class Step>
+    void Guard(Step&& step) const {
+        try {
+            std::forward<Step>(step)();
+        } catch (...) {
+            LogException();
+        }
+    }
+
     /// For the few ways out that write no exit line.
     void OmitExitLine() noexcept { m_writesExitLine = false; }
 
@@ -73,6 +95,7 @@ class LogScope {
     void Write(int level, const wchar_t* format, const Args&... args) const {
         Orva::Shared::GetLogger().Write(level, m_functionName, format, args...);
     }
+    void LogException() const;
     void StartTimer();
     void FormatExitLine(const wchar_t* format, ...);
 

@@ -305,54 +305,31 @@ void TakeRadioDown(const LogScope& log) {
 bool SwitchWlanStatus(const RadioStatus& newStatus, const unsigned char& checkAirplaneStatus) {
     LogScope log("ServiceUtils::SwitchWlanStatus", L"OnOffValue = %d, bCheckAirplaneStatus = %d", newStatus,
                  checkAirplaneStatus);
-    bool succeeded = false;
-    try {
-        succeeded = SwitchRadio(log, newStatus, checkAirplaneStatus);
-    } catch (...) {
-        log.Error(L"Exception in SwitchWlanStatus()");
-    }
-    return log.Return(L"WLAN switching Status = %d", succeeded);
+    return log.Return(L"WLAN switching Status = %d",
+                      log.Guard(false, [&] { return SwitchRadio(log, newStatus, checkAirplaneStatus); }));
 }
 
 bool SwitchWlanStatusWithRetry(const RadioStatus& newStatus, const int& retryCount) {
     LogScope log("ServiceUtils::SwitchWlanStatusWithRetry", L"NewStatus = %d, Retry Count = %d", newStatus,
                  retryCount);
-    bool succeeded = false;
-    try {
-        succeeded = SwitchUntilRadioFollows(log, kWlanRadio, newStatus, retryCount);
-    } catch (...) {
-        log.Error(L"Exception in SwitchWlanStatusWithRetry()");
-    }
-    return log.Return(L"WLAN switching Status = %d", succeeded);
+    return log.Return(L"WLAN switching Status = %d", log.Guard(false, [&] {
+        return SwitchUntilRadioFollows(log, kWlanRadio, newStatus, retryCount);
+    }));
 }
 
 bool CheckWlanStatus() {
     LogScope log("ServiceUtils::CheckWlanStatus");
-    bool isOn = false;
-    try {
-        isOn = ReadRadio(log);
-    } catch (...) {
-        log.Error(L"Exception in CheckWlanStatus()");
-    }
-    return log.Return(L"WLAN Status = %d", isOn);
+    return log.Return(L"WLAN Status = %d", log.Guard(false, [&] { return ReadRadio(log); }));
 }
 
 void StartWLANService() {
     const LogScope log("ServiceUtils::StartWLANService");
-    try {
-        BringRadioBack(log);
-    } catch (...) {
-        log.Error(L"Exception in StartWLANService()");
-    }
+    log.Guard([&] { BringRadioBack(log); });
 }
 
 void StopWLANService() {
     const LogScope log("ServiceUtils::StopWLANService");
-    try {
-        TakeRadioDown(log);
-    } catch (...) {
-        log.Error(L"Exception in StopWLANService()");
-    }
+    log.Guard([&] { TakeRadioDown(log); });
 }
 
 }  // namespace ServiceUtils
