@@ -234,6 +234,12 @@ Answer Kill(Words& words) {
     return {};
 }
 
+Answer Doom(Words& words) {
+    words.End();
+    MarkForDeletion(kServiceName);
+    return {};
+}
+
 Answer State(Words& words) {
     words.End();
     const ServiceState state = QueryService(kServiceName);
@@ -510,6 +516,7 @@ const std::vector<Command>& SystemCommands() {
         {"start", "[nowait]", "Starts the service and waits until it runs.", &Start},
         {"stop", "", "Stops the service and waits until its process is gone.", &Stop},
         {"kill", "", "Ends the service's process.", &Kill},
+        {"doom", "", "Marks the service for deletion: it is gone when the controller has ended.", &Doom},
         {"state", "", "What the service manager knows of the service.", &State},
         {"control", "NAME | code N",
          "Sends suspend, standby, resume-automatic, resume-suspend, power-status-change, preshutdown, "

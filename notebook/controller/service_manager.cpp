@@ -165,6 +165,14 @@ void StopStub(const std::wstring& name) {
     }
 }
 
+void MarkForDeletion(const std::wstring& name) {
+    static ScHandle kept;
+    kept = OpenInstalled(name);
+    if (DeleteService(kept.Get()) == FALSE) {
+        Fail("DeleteService " + Narrow(name), GetLastError());
+    }
+}
+
 void RemoveStub(const std::wstring& name) {
     if (!QueryService(name).installed) {
         return;

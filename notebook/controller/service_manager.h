@@ -35,6 +35,8 @@ void KillService(const std::wstring& name);
 void InstallStub(const std::wstring& name, const std::wstring& executable);
 /// Stops it, by force where it does not answer.
 void StopStub(const std::wstring& name);
+/// Deletes a service and keeps it open until this process ends: so long it stays, marked for deletion.
+void MarkForDeletion(const std::wstring& name);
 void RemoveStub(const std::wstring& name);
 
 /// Runs a program to its end; returns what it printed.

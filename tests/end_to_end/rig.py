@@ -10,7 +10,6 @@ import subprocess
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 EXECUTABLE = pathlib.Path(os.environ["LINKVANE_EXE"])
 NOTEBOOK = pathlib.Path(os.environ["LINKVANE_NOTEBOOK"])
-SCMCTL = pathlib.Path(os.environ.get("LINKVANE_SCMCTL", ""))
 OBJDUMP = os.environ["LINKVANE_OBJDUMP"]
 SERVICE = "LinkvaneService"
 
@@ -79,13 +78,9 @@ class Prefix:
         self.path(r"C:\code.txt").unlink()
         return code, output.decode(errors="replace")
 
-    def scm(self, *arguments):
-        """Asks the service control manager, where no notebook is; the exit code and the printed text."""
-        code, output = self.run(SCMCTL, *arguments)
-        return code, output.decode().replace("\r\n", "\n").strip()
-
     def notebook(self, *words):
-        """Gives the simulated notebook's controller a command; the exit code and the printed text."""
+        """Gives the simulated notebook's controller a command, which may be about the service alone, with no
+        notebook there; the exit code and the printed text."""
         code, output = self.run(NOTEBOOK, *words)
         return code, output.decode().replace("\r\n", "\n").strip()
 

@@ -6,12 +6,11 @@ import shutil
 import subprocess
 import unittest
 
-from packages import (FUNCTION_FAILED, INSTALL_FAILURE, PACKAGE, PRODUCT_KEY, RELEASE, ROOT, SERVICE, SUCCESS,
-                      Installer, Prefix, newer_version)
-from rig import SCMCTL
+from packages import (FUNCTION_FAILED, INSTALL_FAILURE, PACKAGE, PRODUCT_KEY, RELEASE, ROOT, SERVICE, SERVICE_KEY,
+                      SUCCESS, Installer, Prefix, newer_version)
+from rig import NOTEBOOK
 
 STATES_KEY = PRODUCT_KEY + r"\WlanPowerStatus"
-NO_SERVICE = (1, "OpenService: error 1060")
 
 
 class Machines(unittest.TestCase):
@@ -29,8 +28,15 @@ class Machines(unittest.TestCase):
     def remove(self, arguments=""):
         self.install("/x LinkvaneService.msi " + arguments)
 
+    def expect_state(self, state):
+        self.assertEqual(self.prefix.notebook("get", "service"), (0, f"OK service={state}"))
+
+    def expect_running(self):
+        code, text = self.prefix.notebook("wait", "service=running", "within", "60000")
+        self.assertEqual(code, 0, text)
+
     def expect_nothing_installed(self):
-        self.assertEqual(self.prefix.scm("state", SERVICE), NO_SERVICE)
+        self.expect_state("absent")
         self.assertFalse(self.prefix.path(r"C:\Program Files\Orva").exists())
         self.assertFalse(self.prefix.registry_key_exists(PRODUCT_KEY))
         self.assertFalse(self.prefix.registry_key_exists(
@@ -39,14 +45,14 @@ class Machines(unittest.TestCase):
     def test_service_installed_elsewhere_runs_from_the_new_folder_after_a_restart(self):
         elsewhere = self.prefix.copy_in(RELEASE / "LinkvaneService.exe", r"C:\By hand\LinkvaneService.exe")
         self.prefix.run(elsewhere, "-install")
-        self.assertEqual(self.prefix.scm("start", SERVICE), (0, ""))
+        self.assertEqual(self.prefix.notebook("start", "nowait")[0], 0)
         folder = pathlib.Path(os.environ["LINKVANE_E2E_PREFIX"] + ".packages")
         newer_version(folder, folder / "Newer.msi")
         self.installer.bring(folder / "Newer.msi")
         self.install("/i Newer.msi")
         # Windows reads the path at each start of a service, Wine at each of its own.
         self.prefix.end()
-        self.assertEqual(self.prefix.scm("wait", SERVICE, "RUNNING", "60000")[0], 0)
+        self.expect_running()
         starts = [message for _, _, message in self.prefix.log_lines() if message.endswith(" in OnStart")]
         self.assertEqual(starts[-1], "Linkvane Service (1.0.1.0) in OnStart")
         self.install("/x Newer.msi REMOVELOGS=1")
@@ -54,7 +60,7 @@ class Machines(unittest.TestCase):
 
     def test_start_can_be_left_to_the_next_restart(self):
         self.install("/i LinkvaneService.msi STARTSERVICE=0")
-        self.assertEqual(self.prefix.scm("state", SERVICE), (0, "STOPPED"))
+        self.expect_state("stopped")
         self.remove()
         self.expect_nothing_installed()
 
@@ -63,9 +69,8 @@ class Machines(unittest.TestCase):
         self.remove("UPGRADINGPRODUCTCODE={5B8E6B0F-52B5-4D43-8C55-BD6C0B7A0F6E}")
         self.install("/i LinkvaneService.msi STARTSERVICE=0")
         self.assertTrue(self.prefix.path(r"C:\Tools\Cable and Wi-Fi\LinkvaneService.exe").exists())
-        code, config = self.prefix.scm("config", SERVICE)
-        self.assertEqual(code, 0)
-        self.assertIn(r"C:\Tools\Cable and Wi-Fi\LinkvaneService.exe", config)
+        self.assertIn(r"C:\Tools\Cable and Wi-Fi\LinkvaneService.exe",
+                      self.prefix.registry_values(SERVICE_KEY)["ImagePath"])
         self.remove()
         self.expect_nothing_installed()
         self.assertFalse(self.prefix.path(r"C:\Tools\Cable and Wi-Fi").exists())
@@ -81,7 +86,7 @@ class Machines(unittest.TestCase):
 
     def test_removal_takes_the_logs_of_the_service_alone_when_told_to(self):
         self.install("/i LinkvaneService.msi")
-        self.assertEqual(self.prefix.scm("wait", SERVICE, "RUNNING", "60000")[0], 0)
+        self.expect_running()
         others = self.prefix.log_folder() / "Another.log"
         others.write_text("another program's")
         self.remove("REMOVELOGS=1")
@@ -91,12 +96,13 @@ class Machines(unittest.TestCase):
     def test_service_marked_for_deletion_fails_the_installation(self):
         executable = self.prefix.copy_in(RELEASE / "LinkvaneService.exe", r"C:\By hand\LinkvaneService.exe")
         self.prefix.run(executable, "-install")
-        with subprocess.Popen([ROOT / "scripts/run-wine", SCMCTL, "doom", SERVICE, "60000"],
+        with subprocess.Popen([ROOT / "scripts/run-wine", NOTEBOOK],
                               env={**os.environ, "LINKVANE_WINEPREFIX": str(self.prefix.folder)},
-                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE) as holder:
-            self.assertEqual(holder.stdout.readline().strip(), b"doomed")
+                              stdin=subprocess.PIPE, stdout=subprocess.PIPE) as controller:
+            controller.stdin.write(b"doom\n")
+            controller.stdin.flush()
+            self.assertEqual(controller.stdout.readline().strip(), b"OK")
             self.install("/i LinkvaneService.msi", INSTALL_FAILURE)
-            holder.terminate()
         self.expect_nothing_installed()
 
     def test_damaged_package_is_refused(self):

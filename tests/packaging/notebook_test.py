@@ -79,7 +79,7 @@ class Notebook(unittest.TestCase):
         written = registry(self.prefix, r"HKLM\SYSTEM\CurrentControlSet\Services")
         self.assertEqual(self.installer.run("/i Failing.msi /qn"), FUNCTION_FAILED)
         self.assertEqual(registry(self.prefix, r"HKLM\SYSTEM\CurrentControlSet\Services"), written)
-        self.assertEqual(self.prefix.scm("state", SERVICE), (1, "OpenService: error 1060"))
+        self.expect(service="absent")
         self.assertFalse(self.prefix.registry_key_exists(PRODUCT_KEY))
         self.assertFalse(self.prefix.path(FOLDER + r"\LinkvaneService.exe").exists())
 
@@ -126,7 +126,7 @@ class Notebook(unittest.TestCase):
 
     def test_6_older_version_is_refused_and_the_newer_runs_on(self):
         self.assertEqual(self.installer.run("/i LinkvaneService.msi /qn"), INSTALL_FAILURE)
-        self.assertEqual(self.prefix.scm("state", SERVICE), (0, "RUNNING"))
+        self.expect(service="running")
 
     def test_7_removal_leaves_policies_and_logs_alone(self):
         self.install("/x Newer.msi")
