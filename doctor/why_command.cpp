@@ -27,6 +27,7 @@ struct WhyOptions {
     std::vector<std::string> words;
     bool json = false;
     std::string page;
+    std::string picture;
 };
 
 std::filesystem::path PathFrom(const std::string& text) {
@@ -63,9 +64,9 @@ void Print(const std::string& text) {
     std::fwrite(text.data(), 1, text.size(), stdout);
 }
 
-int WritePage(const std::string& name, const std::string& page) {
+int Write(const std::string& name, const std::string& text) {
     std::ofstream file(PathFrom(name), std::ios::binary);
-    if (!file.write(page.data(), static_cast<std::streamsize>(page.size())).flush()) {
+    if (!file.write(text.data(), static_cast<std::streamsize>(text.size())).flush()) {
         std::fprintf(stderr, "%s cannot be written\n", Harmless(name).c_str());
         return kNotWritten;
     }
@@ -103,7 +104,10 @@ int Why(WhyOptions& options) {
             return kNothingRead;
         }
         if (!options.page.empty()) {
-            return WritePage(options.page, RenderPage(JsonReport(machines)));
+            return Write(options.page, RenderPage(JsonReport(machines)));
+        }
+        if (!options.picture.empty()) {
+            return Write(options.picture, PictureReport(machines));
         }
         Print(options.json ? JsonReport(machines) : TextReport(machines));
         return 0;
@@ -122,7 +126,11 @@ void AddWhyCommand(CLI::App& app, int& exitCode) {
     why->add_option("--since", options->question.since, "Tell the story from this time on");
     why->add_option("--until", options->question.until, "Tell the story, and judge, up to this time");
     CLI::Option* const json = why->add_flag("--json", options->json, "As JSON");
-    why->add_option("--html", options->page, "As a page, written to this file")->excludes(json);
+    CLI::Option* const page = why->add_option("--html", options->page, "As a page, written to this file");
+    CLI::Option* const picture =
+        why->add_option("--picture", options->picture, "As a picture (SVG), written to this file");
+    page->excludes(json)->excludes(picture);
+    picture->excludes(json);
     why->callback([options, &exitCode] { exitCode = Why(*options); });
 }
 

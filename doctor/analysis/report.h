@@ -13,7 +13,10 @@ std::string TextReport(const std::vector<Machine>& machines);
 /// The same and more as JSON; docs/doctor.md describes it.
 std::string JsonReport(const std::vector<Machine>& machines);
 
-/// A text from a log without what could steer a terminal or break a line.
+/// The lanes as a picture: an SVG with a legend, light or dark as its reader's system is.
+std::string PictureReport(const std::vector<Machine>& machines);
+
+/// A text from a log without what could steer a terminal or break a line, as whole UTF-8.
 std::string Harmless(std::string_view text);
 
 }  // namespace Doctor

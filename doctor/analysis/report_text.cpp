@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <iterator>
 
 #include "doctor/analysis/report.h"
@@ -52,20 +53,44 @@ void Tell(Out out, const Machine& machine) {
     }
 }
 
+constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
+
+/// The bytes of the first character, or 0 where it is not UTF-8.
+std::size_t CharacterLength(std::string_view text) {
+    const auto byte = [text](std::size_t at) {
+        return static_cast<unsigned char>(at < text.size() ? text[at] : 0);
+    };
+    const unsigned first = byte(0);
+    const std::size_t length = first < 0x80U   ? 1
+                               : first < 0xC2U ? 0
+                               : first < 0xE0U ? 2
+                               : first < 0xF0U ? 3
+                               : first < 0xF5U ? 4
+                                               : 0;
+    for (std::size_t i = 1; i < length; ++i) {
+        if ((byte(i) & 0xC0U) != 0x80U) {
+            return 0;
+        }
+    }
+    // Longer than need be, halves of pairs, and beyond the last character.
+    const unsigned second = byte(1);
+    const bool isNone = (first == 0xE0U && second < 0xA0U) || (first == 0xEDU && second >= 0xA0U) ||
+                        (first == 0xF0U && second < 0x90U) || (first == 0xF4U && second >= 0x90U);
+    return isNone ? 0 : length;
+}
+
 }  // namespace
 
 std::string Harmless(std::string_view text) {
     std::string harmless;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(text[i]);
+    while (!text.empty()) {
+        const std::size_t length = CharacterLength(text);
+        const auto first = static_cast<unsigned char>(text[0]);
         // The second control characters, U+0080 to U+009F, are two bytes.
-        const bool isSecondControl = byte == 0xC2U && i + 1 < text.size() &&
-                                     static_cast<unsigned char>(text[i + 1]) >= 0x80U &&
-                                     static_cast<unsigned char>(text[i + 1]) < 0xA0U;
-        if (isSecondControl) {
-            ++i;
-        }
-        harmless.push_back(byte < 0x20U || byte == 0x7FU || isSecondControl ? ' ' : text[i]);
+        const bool isControl = first < 0x20U || first == 0x7FU ||
+                               (length == 2 && first == 0xC2U && static_cast<unsigned char>(text[1]) < 0xA0U);
+        harmless += isControl ? " " : length == 0 ? kReplacement : text.substr(0, length);
+        text.remove_prefix(std::max<std::size_t>(1, length));
     }
     return harmless;
 }

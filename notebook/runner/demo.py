@@ -1,18 +1,21 @@
-"""The demonstration: an evening on the simulated notebook as a live table, and as a picture."""
+"""The demonstration: an evening on the simulated notebook as a live table, and as the doctor's picture and
+page of the log that the service wrote meanwhile."""
 
 import argparse
 import os
 import pathlib
+import subprocess
 import sys
 import time
 
 from .log import Log, decisions
-from .machine import Machine, ROOT
+from .machine import DOCTOR, Machine, ROOT
 from .player import condition
 from .story import EVENING
-from .timeline import LANES, Mark, Moment, STEP_GAP, draw
 
 STEP_SECONDS = 120
+STEP_GAP = 4.0
+"""Seconds that a step gets at least, so that its words have room."""
 COLUMNS = (("cable", "cable", 7), ("wifi", "Wi-Fi", 6), ("stored_wlan", "stored", 8), ("wwan", "WWAN", 5),
            ("stored_wwan", "stored", 8), ("airplane", "airplane", 9))
 LIVELY, QUIET, BOLD, PLAIN = "\033[32m", "\033[2m", "\033[1m", "\033[0m"
@@ -51,7 +54,7 @@ class Screen:
 
 
 class Demonstration:
-    """Plays the story, step by step, and keeps what a picture of it needs."""
+    """Plays the story, step by step."""
 
     def __init__(self, machine, screen):
         self._machine = machine
@@ -59,42 +62,35 @@ class Demonstration:
         self._log = Log(machine.log_file())
         self._begun = time.monotonic()
         self._said = []
-        self.moments = []
-        self.marks = []
 
     def play(self, steps):
-        self._look()
         self._screen.heading()
         for step in steps:
             self._step(step)
-        return self._now()
 
     def _step(self, step):
         begun = self._now()
-        self.marks.append(Mark(begun, step.happened))
         self._said = []
         for command in step.commands:
             self._machine.do(command)
-            self._look()
-        said = self._await(step, begun)
-        self._screen.row(begun, step.happened, self.moments[-1].state, said)
+        state, said = self._await(step, begun)
+        self._screen.row(begun, step.happened, state, said)
         while self._now() < begun + STEP_GAP:
-            self._look()
             self._screen.progress(self._now(), "...")
             time.sleep(0.1)
 
     def _await(self, step, begun):
-        """Waits for the outcome and for the service's word; the line that it said."""
+        """Waits for the outcome and for the service's word; what is so then, and the line that it said."""
         conditions = [condition(word) for word in step.outcome.split()]
         while True:
-            state = self._look()
+            state = self._machine.status()
             said = self._heard(step.said)
             if said is not None and all((state[key] == value) == equal for key, value, equal in conditions):
                 # What comes and goes on the way does not count.
                 self._machine.settle()
-                state = self._look()
+                state = self._machine.status()
                 if all((state[key] == value) == equal for key, value, equal in conditions):
-                    return said
+                    return state, said
             if self._now() > begun + STEP_SECONDS:
                 raise SystemExit(f"\n{step.happened}: expected {step.outcome} and the words "
                                  f"\"{step.said}\", but it is {state}")
@@ -107,21 +103,30 @@ class Demonstration:
             return ""
         return next((entry.message.strip() for entry in self._said if fragment in entry.message), None)
 
-    def _look(self):
-        state = self._machine.status()
-        if not self.moments or any(state[key] != self.moments[-1].state[key] for key, _ in LANES):
-            self.moments.append(Moment(self._now(), state))
-        return state
-
     def _now(self):
         return time.monotonic() - self._begun
+
+
+def in_airplane_mode(machine):
+    """A time of the day in the middle of airplane mode, as the doctor takes it: the most that can be asked."""
+    [lane] = (lane for lane in machine.why()["lanes"] if lane["id"] == "airplane")
+    [on] = (interval for interval in lane["intervals"] if interval["state"] == "on")
+    return time.strftime("%H:%M:%S", time.gmtime((on["from"] + on["until"]) / 2000))
+
+
+def have_drawn(machine, picture, page):
+    """The doctor's picture and page of the log so far."""
+    for path, arguments in ((picture, ["--picture"]), (page, [in_airplane_mode(machine), "--html"])):
+        path.parent.mkdir(parents=True, exist_ok=True)
+        subprocess.run([DOCTOR, "why", *arguments, path, machine.log_folder()], check=True, timeout=60)
 
 
 def arguments():
     parser = argparse.ArgumentParser(description="Shows an evening on the simulated notebook.")
     parser.add_argument("--programs", default=ROOT / "build/cross/bin", help="where the programs are")
     parser.add_argument("--prefix", default=ROOT / "build/wine/demo", help="the Wine prefix to make")
-    parser.add_argument("--picture", default=ROOT / "build/evening.svg", help="where the picture goes")
+    parser.add_argument("--picture", default=ROOT / "build/evening.svg", type=pathlib.Path, help="where the picture goes")
+    parser.add_argument("--page", default=ROOT / "build/evening.html", type=pathlib.Path, help="where the page goes")
     return parser.parse_args()
 
 
@@ -131,15 +136,13 @@ def main():
     screen.note("Booting the notebook and installing the service (some seconds) ...")
     with Machine(options.prefix, options.programs) as machine:
         machine.begin("modems 1")
-        demonstration = Demonstration(machine, screen)
-        end = demonstration.play(EVENING)
+        Demonstration(machine, screen).play(EVENING)
         log_lines = machine.log_file().read_bytes().count(b"\n")
+        have_drawn(machine, options.picture, options.page)
         machine.do("remove")
-    picture = pathlib.Path(options.picture)
-    picture.parent.mkdir(parents=True, exist_ok=True)
-    picture.write_text(draw(demonstration.moments, demonstration.marks, end), encoding="utf-8")
-    screen.note(f"\nThe service wrote {log_lines} log lines. The same evening as a picture: "
-                f"{os.path.relpath(picture)}")
+    screen.note(f"\nThe service wrote {log_lines} log lines. What the doctor makes of them:")
+    screen.note(f"  {os.path.relpath(options.picture)}  the evening as a picture")
+    screen.note(f"  {os.path.relpath(options.page)}  as a page: why was Wi-Fi off in airplane mode?")
     return 0
 
 

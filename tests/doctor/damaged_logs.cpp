@@ -16,7 +16,7 @@ namespace Doctor {
 namespace {
 
 /// More would only take longer.
-constexpr std::size_t kMostLines = 120;
+constexpr std::size_t kMostLines = 48;
 
 using Lines = std::vector<std::string>;
 

@@ -14,7 +14,16 @@ using ::testing::Not;
 
 TEST(Harmless, LeavesOutWhatSteersATerminal) {
     EXPECT_EQ(Harmless("a\x1B[2J\r\nb\x7F\xC2\x9B"), "a [2J  b  ");
-    EXPECT_EQ(Harmless("\xC3\xA9"), "\xC3\xA9");
+    EXPECT_EQ(Harmless("\xC3\xA9\xF0\x9F\x98\x80"), "\xC3\xA9\xF0\x9F\x98\x80");
+}
+
+TEST(Harmless, PutsASignForWhatIsNoUtf8) {
+    const std::string sign = "\xEF\xBF\xBD";
+    EXPECT_EQ(Harmless("\xFFz"), sign + "z");
+    EXPECT_EQ(Harmless("\xC3"), sign);
+    EXPECT_EQ(Harmless("\xC0\x80"), sign + sign);
+    EXPECT_EQ(Harmless("\xED\xA0\x80"), sign + sign + sign);
+    EXPECT_EQ(Harmless("\xF4\x90\x80\x80"), sign + sign + sign + sign);
 }
 
 TEST(TextReport, BeginsWithTheVerdictAndProvesIt) {
@@ -45,6 +54,36 @@ TEST(JsonReport, IsWholeWhateverANameHolds) {
     const std::string text = JsonReport({Analysed(log.Text())});
     EXPECT_FALSE(nlohmann::json::parse(text, nullptr, false).is_discarded());
     EXPECT_THAT(text, Not(HasSubstr("\x01")));
+}
+
+TEST(PictureReport, HasEveryLaneALegendAndBothColourSets) {
+    const std::string picture =
+        PictureReport({Analysed(WrittenLog().Started().CableIn().SwitchesWifi(false).EventEnds().Text())});
+    for (const char* const title :
+         {">Service<", ">Cable<", ">Wi-Fi<", ">Wi-Fi remembered<", ">Mobile broadband<",
+          ">Mobile remembered<", ">Airplane mode<", ">Sleep<", ">not known<", ">the user<",
+          "prefers-color-scheme: dark", ">The service starts ("}) {
+        EXPECT_THAT(picture, HasSubstr(title));
+    }
+    EXPECT_THAT(picture, HasSubstr("<title>Wi-Fi: off from 2026/11/20"));
+}
+
+TEST(PictureReport, TakesNoMarkupFromNames) {
+    WrittenLog log = WrittenLog().Started().CableIn();
+    log.In("NLMUtils::PrintAdapterInfo").Information("Description   : \xFF</text><script>&\"");
+    const std::string picture = PictureReport({Analysed(log.CableOut().EventEnds().Text())});
+    EXPECT_THAT(picture, HasSubstr("&lt;script>&amp;&quot;"));
+    EXPECT_THAT(picture, Not(HasSubstr("<script")));
+    EXPECT_THAT(picture, Not(HasSubstr("\xFF")));
+}
+
+TEST(PictureReport, StaysSmallWhateverHappened) {
+    WrittenLog log = WrittenLog().Started();
+    for (int i = 0; i < 5000; ++i) {
+        log.SwitchesWifi(i % 2 == 0);
+    }
+    EXPECT_LT(PictureReport({Analysed(log.Text())}).size(), 1000000U);
+    EXPECT_THAT(PictureReport({Analysed("no log")}), ::testing::EndsWith("</svg>\n"));
 }
 
 }  // namespace
