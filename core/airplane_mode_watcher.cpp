@@ -6,6 +6,7 @@
 #include "core/common_steps.h"
 #include "core/main_service.h"
 #include "logging/log_scope.h"
+#include "network/cable_check.h"
 #include "radio/remembered_radio.h"
 #include "radio/wlan_radio.h"
 
@@ -110,8 +111,8 @@ bool CMainService::WaitForRadioStateChange(const LogScope& log, Platform::Unique
 
 bool CMainService::FollowAirplaneMode(const LogScope& log) {
     const bool wasOn = SwitchWlanOffInAirplaneMode(log);
-    const std::optional<int> ethernet = CoreSteps::ReadEthernetStatus(log);
-    if (ethernet != NLMEventHandler::kNoEthernet || ServiceUtils::CheckAirplaneMode()) {
+    const std::optional<bool> isCableIn = NLMUtils::IsCableIn(log);
+    if (isCableIn.value_or(true) || ServiceUtils::CheckAirplaneMode()) {
         return wasOn;
     }
     log.Information(L"Airplane mode is OFF");

@@ -1,7 +1,6 @@
 #include "core/common_steps.h"
 
 #include "logging/log_scope.h"
-#include "network/nlm_event_handler.h"
 #include "service/service_names.h"
 #include "service/service_utilities.h"
 
@@ -16,15 +15,6 @@ void WaitForService(const LogScope& log, const wchar_t* serviceName, const wchar
 }
 
 }  // namespace
-
-std::optional<int> ReadEthernetStatus(const LogScope& log) {
-    int status = NLMEventHandler::kNoEthernet;
-    if (NLMEventHandler::CheckEthernetConnectionStatusEx(&status, nullptr) == 0) {
-        log.Error(L"CheckEthernetConnectionStatusEx failed");
-        return std::nullopt;
-    }
-    return status;
-}
 
 void WaitForWlanAutoConfig(const LogScope& log) {
     WaitForService(log, ServiceNames::kWlanAutoConfig,

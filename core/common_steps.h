@@ -4,7 +4,6 @@
 #include <ocidl.h>
 #include <wrl/client.h>
 
-#include <optional>
 #include <string>
 
 #include "radio/power_status.h"
@@ -14,10 +13,6 @@ class LogScope;
 /// Steps that several operations of the core have in common, each with the log lines that belong
 /// to it, which go under the name of the operation that asks. Callable on any thread.
 namespace CoreSteps {
-
-/// `NLMEventHandler::kNoEthernet` or `kEthernetUp`; empty, with an error line, when the adapters could not be
-/// read.
-[[nodiscard]] std::optional<int> ReadEthernetStatus(const LogScope& log);
 
 /// Wait until the service runs. One that does not come up in time costs an error line, nothing
 /// more: the callers go on and let the radio operations find out.

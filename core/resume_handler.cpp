@@ -5,7 +5,7 @@
 #include "bios/bios_settings.h"
 #include "core/common_steps.h"
 #include "logging/log_scope.h"
-#include "network/nlm_event_handler.h"
+#include "network/cable_check.h"
 #include "radio/remembered_radio.h"
 #include "radio/wlan_radio.h"
 #include "radio/wwan_radio.h"
@@ -44,9 +44,9 @@ void SwitchWwanOff(const LogScope& log) {
 
 /// The WLAN radio is left as it is while the cable is in: the network events and the WLAN
 /// notifications that follow a resume take care of it.
-void DecideRadios(const LogScope& log, int ethernet) {
-    log.Information(L"Ethernet Status = %d", ethernet);
-    if (ethernet == NLMEventHandler::kNoEthernet) {
+void DecideRadios(const LogScope& log, bool isCableIn) {
+    log.Information(L"Ethernet Status = %d", isCableIn);
+    if (!isCableIn) {
         if (NLMUtils::lanWlanSwitchingEnabled) {
             RestoreWlan(log);
         }
@@ -64,8 +64,8 @@ namespace NLMUtils {
 
 bool SystemResumeHandler() {
     LogScope log("NLMUtils::SystemResumeHandler");
-    if (const std::optional<int> ethernet = CoreSteps::ReadEthernetStatus(log)) {
-        DecideRadios(log, *ethernet);
+    if (const std::optional<bool> isCableIn = NLMUtils::IsCableIn(log)) {
+        DecideRadios(log, *isCableIn);
     }
     return log.Return(L"Return = %d", true);
 }

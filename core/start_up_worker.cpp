@@ -9,6 +9,7 @@
 #include "core/main_service.h"
 #include "core/work_item.h"
 #include "logging/log_scope.h"
+#include "network/cable_check.h"
 #include "network/network_diagnostics.h"
 #include "radio/wlan_radio.h"
 #include "radio/wwan_radio.h"
@@ -154,11 +155,11 @@ void CMainService::DecideWlan(const LogScope& log) {
         return;
     }
     log.Information(L"Checking Ethernet connection status...");
-    const std::optional<int> ethernet = CoreSteps::ReadEthernetStatus(log);
-    if (!ethernet) {
+    const std::optional<bool> isCableIn = NLMUtils::IsCableIn(log);
+    if (!isCableIn) {
         return;
     }
-    if (*ethernet == NLMEventHandler::kNoEthernet) {
+    if (!*isCableIn) {
         UpdateWlanPowerStatus();
         return;
     }
@@ -195,11 +196,11 @@ void CMainService::DecideWwan(const LogScope& log) {
         UpdateWwanPowerStatus();
         return;
     }
-    const std::optional<int> ethernet = CoreSteps::ReadEthernetStatus(log);
-    if (!ethernet) {
+    const std::optional<bool> isCableIn = NLMUtils::IsCableIn(log);
+    if (!isCableIn) {
         return;
     }
-    if (*ethernet == NLMEventHandler::kNoEthernet) {
+    if (!*isCableIn) {
         log.Information(L"LAN connection not available when service start. starting WWAN service...");
         UpdateWwanPowerStatus();
         return;

@@ -8,6 +8,7 @@
 #include "core/common_steps.h"
 #include "core/main_service.h"
 #include "logging/log_scope.h"
+#include "network/cable_check.h"
 #include "platform/wlan_notifications.h"
 #include "radio/wlan_radio.h"
 
@@ -118,20 +119,20 @@ void RecordStatusText(const LogScope& log, bool isOn) {
 }
 
 void HandleRadioStateChange(const LogScope& log) {
-    const std::optional<int> ethernet = CoreSteps::ReadEthernetStatus(log);
-    if (!ethernet) {
+    const std::optional<bool> isCableIn = NLMUtils::IsCableIn(log);
+    if (!isCableIn) {
         return;
     }
-    log.Information(L"Ethernet connection status = %d", *ethernet);
+    log.Information(L"Ethernet connection status = %d", *isCableIn);
     const bool airplaneMode = ServiceUtils::CheckAirplaneMode();
     const bool isOn = ServiceUtils::CheckWlanStatus();
     log.Information(L"Current WLAN status = %d", isOn);
 
-    if (!airplaneMode && *ethernet == NLMEventHandler::kNoEthernet) {
+    if (!airplaneMode && !*isCableIn) {
         RememberUsersChoice(log, isOn);
         return;
     }
-    if (*ethernet == NLMEventHandler::kEthernetUp && isOn && NLMUtils::lanWlanSwitchingEnabled) {
+    if (*isCableIn && isOn && NLMUtils::lanWlanSwitchingEnabled) {
         SwitchWlanOff(log, ServiceUtils::kIgnoreAirplaneMode);
     }
     if (airplaneMode) {
@@ -185,12 +186,12 @@ void WINAPI CMainService::WlanNotificationCallback(WLAN_NOTIFICATION_DATA* data,
 
 void CMainService::HandleWlanNotificationAcmNetworkAvailable() {
     const LogScope log("CMainService::HandleWlanNotificationAcmNetworkAvailable");
-    const std::optional<int> ethernet = CoreSteps::ReadEthernetStatus(log);
-    if (!ethernet) {
+    const std::optional<bool> isCableIn = NLMUtils::IsCableIn(log);
+    if (!isCableIn) {
         return;
     }
-    log.Information(L"Ethernet connection status = %d", *ethernet);
-    if (*ethernet == NLMEventHandler::kNoEthernet) {
+    log.Information(L"Ethernet connection status = %d", *isCableIn);
+    if (!*isCableIn) {
         RememberThatWlanIsOn(log);
     } else {
         SwitchWlanOffBesideCable(log);

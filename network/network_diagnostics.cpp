@@ -8,7 +8,7 @@
 #include <string>
 
 #include "logging/log_scope.h"
-#include "network/ethernet_detection.h"
+#include "network/connection_adapter.h"
 #include "platform/handles.h"
 
 namespace {

@@ -3,10 +3,12 @@
 #include <wrl/client.h>
 
 #include <chrono>
+#include <optional>
 
 #include "bios/bios_settings.h"
 #include "logging/log_scope.h"
-#include "network/ethernet_detection.h"
+#include "network/cable_check.h"
+#include "network/connection_adapter.h"
 #include "network/network_diagnostics.h"
 #include "platform/handles.h"
 #include "platform/pause.h"
@@ -14,7 +16,6 @@
 #include "radio/wwan_radio.h"
 
 std::atomic<bool> msm_Notification_flag{false};
-std::mutex connectivityChangeLock;
 
 namespace {
 
@@ -24,21 +25,21 @@ constexpr std::chrono::milliseconds kAddressPollInterval{1000};
 
 /// Waits while an Ethernet adapter has no address yet. Whether the link is up.
 bool WaitForAddress(const LogScope& log) {
-    int status = 0;
-    int noAddress = 0;
+    bool isCableIn = false;
+    bool awaitsAddress = false;
     int tries = 0;
     do {
-        const bool checked = NLMEventHandler::CheckEthernetConnectionStatusEx(&status, &noAddress) != 0;
-        if (checked && status == NLMEventHandler::kEthernetUp && noAddress == 0) {
+        isCableIn = NLMUtils::IsCableIn(&awaitsAddress).value_or(false);
+        if (isCableIn && !awaitsAddress) {
             break;
         }
         log.Warning(L"CheckEthernetConnectionStatus failed in try %d", tries);
         Platform::Pause(kAddressPollInterval);
         ++tries;
-        // `noAddress` keeps what an earlier try saw: the try that finds the address still costs its
+        // `awaitsAddress` keeps what an earlier try saw: the try that finds the address still costs its
         // line and its pause.
-    } while (status == NLMEventHandler::kNoEthernet && tries < kAddressTries && noAddress == 1);
-    return status != NLMEventHandler::kNoEthernet;
+    } while (!isCableIn && tries < kAddressTries && awaitsAddress);
+    return isCableIn;
 }
 
 void SwitchRadiosOff(const LogScope& log) {
@@ -210,13 +211,12 @@ void NLMEventHandler::HandleDisconnect(const LogScope& log, const std::wstring& 
         log.Information(L"Connection ID is not in the list, DO nothing");
         return;
     }
-    int status = kNoEthernet;
-    if (CheckEthernetConnectionStatusEx(&status, nullptr) == 0) {
-        log.Error(L"CheckEthernetConnectionStatus failed");
+    const std::optional<bool> isCableIn = NLMUtils::IsCableIn(log, L"CheckEthernetConnectionStatus failed");
+    if (!isCableIn) {
         return;
     }
-    log.Information(L"Ethernet connection status = %d", status);
-    if (status == kNoEthernet) {
+    log.Information(L"Ethernet connection status = %d", *isCableIn);
+    if (!*isCableIn) {
         BringRadiosBack(log);
     }
 }

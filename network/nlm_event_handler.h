@@ -55,16 +55,12 @@ class NLMEventHandler : public INetworkListManagerEvents,
     /// after an allocation failure or an exception. Only under the Ethernet-check lock.
     static DWORD InitialiseAdapter();
 
-    /// What the next two give as status.
-    static constexpr int kNoEthernet = 0;
-    static constexpr int kEthernetUp = 1;
-
-    /// Whether a real Ethernet adapter has a usable IPv4 address: 1 with one of the above in `*status`,
-    /// or 0 with `*status` unwritten when the adapters could not be read. Sets `*noAddress` (may be
-    /// null) to 1 when an Ethernet adapter without an address was seen, else leaves it alone.
+    /// Whether a cable is in, a real Ethernet adapter with a usable IPv4 address: 1 with 1 or 0 in
+    /// `*status`, or 0 with `*status` unwritten when the adapters could not be read. Sets `*noAddress`
+    /// (may be null) to 1 when an Ethernet adapter without an address was seen, else leaves it alone.
     static int CheckEthernetConnectionStatus(int* status, int* noAddress);
 
-    /// The same under the Ethernet-check lock: the one entry point for everybody else.
+    /// The same under the Ethernet-check lock. Everybody else asks through `NLMUtils::IsCableIn`.
     static int CheckEthernetConnectionStatusEx(int* status, int* noAddress);
 
   protected:

@@ -10,4 +10,4 @@ using WiredConnections = std::set<std::wstring>;
 
 /// Held for the whole of a connectivity change, address wait and radio switches included, and
 /// while the start-up fill adds an element. Taken before the Ethernet-check lock, never after it.
-extern std::mutex connectivityChangeLock;
+inline std::mutex connectivityChangeLock;

@@ -1,10 +1,11 @@
 #include "radio/mbn_sinks.h"
 
 #include <memory>
+#include <optional>
 
 #include "bios/bios_settings.h"
 #include "logging/log_scope.h"
-#include "network/nlm_event_handler.h"
+#include "network/cable_check.h"
 #include "platform/handles.h"
 #include "radio/power_status.h"
 #include "radio/remembered_radio.h"
@@ -52,10 +53,10 @@ void CloseRadioChangeEvent() {
 
 /// The radio was changed by somebody else. With the cable in that is undone, else it is remembered
 /// as the user's choice.
-void ReactToForeignChange(const LogScope& log, bool isEthernetUp, ULONG requestId) {
+void ReactToForeignChange(const LogScope& log, bool isCableIn, ULONG requestId) {
     const bool isOn = ServiceUtils::CheckWwanStatus();
     log.Information(L"WWAN Status = %d", isOn);
-    const bool keepsWwanOff = NLMUtils::lanWwanSwitchingEnabled && isEthernetUp;
+    const bool keepsWwanOff = NLMUtils::lanWwanSwitchingEnabled && isCableIn;
     if (keepsWwanOff && isOn) {
         log.Information(L"Ethernet is present, switching OFF WWAN");
         ServiceUtils::SwitchWwanStatusWithRetry(ServiceUtils::kRadioOff, ServiceUtils::kSwitchRetries);
@@ -73,17 +74,16 @@ void HandleCompletion(const LogScope& log, IMbnRadio* radio, ULONG requestId) {
     SignalRadioChange();
     log.Information(L"NetworkChangedForSetRadio Status = %d", WwanState::NetworkChangedForSetRadio.load());
     log.Information(L"LAN-WWAN Auto Switching Status = %d", NLMUtils::lanWwanSwitchingEnabled.load());
-    int isEthernetUp = 0;
-    if (NLMEventHandler::CheckEthernetConnectionStatusEx(&isEthernetUp, nullptr) == 0) {
-        log.Error(L"CheckEthernetConnectionStatus failed");
+    const std::optional<bool> isCableIn = NLMUtils::IsCableIn(log, L"CheckEthernetConnectionStatus failed");
+    if (!isCableIn) {
         return;
     }
-    log.Information(L"Ethernet Connection Status = %d", isEthernetUp);
+    log.Information(L"Ethernet Connection Status = %d", *isCableIn);
     if (WwanState::NetworkChangedForSetRadio || ServiceUtils::CheckAirplaneMode()) {
         log.Information(L"Not Processing OnSetSoftwareRadioStateComplete");
         return;
     }
-    ReactToForeignChange(log, isEthernetUp != NLMEventHandler::kNoEthernet, requestId);
+    ReactToForeignChange(log, *isCableIn, requestId);
 }
 
 }  // namespace

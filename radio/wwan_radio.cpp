@@ -8,7 +8,7 @@
 #include <string>
 
 #include "logging/log_scope.h"
-#include "network/nlm_event_handler.h"
+#include "network/cable_check.h"
 #include "platform/handles.h"
 #include "platform/pause.h"
 #include "radio/remembered_radio.h"
@@ -206,9 +206,9 @@ void SetUntilRadioFollows(const WwanSwitch& change) {
 }
 
 void MarkOffWithoutEthernet(RadioStatus newStatus) {
-    int isEthernetUp = 0;
-    NLMEventHandler::CheckEthernetConnectionStatusEx(&isEthernetUp, nullptr);
-    if (!MeansOn(newStatus) && isEthernetUp == 0) {
+    // Adapters that cannot be read count as no cable.
+    const bool isCableIn = NLMUtils::IsCableIn().value_or(false);
+    if (!MeansOn(newStatus) && !isCableIn) {
         WwanState::offWithoutEthernet = true;
     }
 }

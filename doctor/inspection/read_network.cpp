@@ -9,8 +9,8 @@
 #include "doctor/inspection/readers.h"
 #include "doctor/inspection/text.h"
 #include "network/adapter_records.h"
-#include "network/ethernet_check.h"
-#include "network/ethernet_detection.h"
+#include "network/cable_check.h"
+#include "network/connection_adapter.h"
 #include "platform/handles.h"
 
 namespace Inspection {

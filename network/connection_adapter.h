@@ -8,8 +8,8 @@
 #include <string>
 
 /// Whether one connection is carried by an Ethernet adapter. Callable on any thread; nothing is
-/// thrown, failures are logged. No pointer but the manager's may be null. (The system-wide test is
-/// a static of `NLMEventHandler`, see network/nlm_event_handler.h.)
+/// thrown, failures are logged. No pointer but the manager's may be null. (Whether
+/// any cable is in at all is answered in network/cable_check.h.)
 namespace NLMUtils {
 
 /// Looks up the adapter of a connection. False when its type could not be determined; else true,

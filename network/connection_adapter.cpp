@@ -1,6 +1,6 @@
 #include <winsock2.h>
 
-#include "network/ethernet_detection.h"
+#include "network/connection_adapter.h"
 
 #include <wrl/client.h>
 

@@ -5,12 +5,13 @@
 #include <algorithm>
 #include <cstddef>
 #include <mutex>
+#include <optional>
 #include <string_view>
 #include <system_error>
 
 #include "logging/log_scope.h"
 #include "network/adapter_records.h"
-#include "network/ethernet_check.h"
+#include "network/cable_check.h"
 #include "network/nlm_event_handler.h"
 #include "platform/handles.h"
 
@@ -194,6 +195,25 @@ int NLMEventHandler::CheckEthernetConnectionStatusEx(int* status, int* noAddress
         log.Error(L"Exception in CheckEthernetConnectionStatusEx()");
     }
     return log.Return(L"Return Value = %d", result);
+}
+
+std::optional<bool> NLMUtils::IsCableIn(bool* awaitsAddress) {
+    int status = 0;
+    int noAddress = 0;
+    const bool isRead = NLMEventHandler::CheckEthernetConnectionStatusEx(
+                            &status, awaitsAddress != nullptr ? &noAddress : nullptr) != 0;
+    if (noAddress != 0) {
+        *awaitsAddress = true;
+    }
+    return isRead ? std::optional(status != 0) : std::nullopt;
+}
+
+std::optional<bool> NLMUtils::IsCableIn(const LogScope& log, const wchar_t* failureLine) {
+    const std::optional<bool> isIn = IsCableIn();
+    if (!isIn) {
+        log.Error(failureLine);
+    }
+    return isIn;
 }
 
 void NLMEventHandler::ReleaseAdapters() {

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "network/ethernet_detection.h"
+#include "network/connection_adapter.h"
 #include "tests/network/fake_network.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/skip_unless_imported.h"
