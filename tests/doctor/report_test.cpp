@@ -69,9 +69,10 @@ TEST(PictureReport, HasEveryLaneALegendAndBothColourSets) {
 }
 
 TEST(PictureReport, TakesNoMarkupFromNames) {
-    WrittenLog log = WrittenLog().Started().CableIn();
-    log.In("NLMUtils::PrintAdapterInfo").Information("Description   : \xFF</text><script>&\"");
-    const std::string picture = PictureReport({Analysed(log.CableOut().EventEnds().Text())});
+    constexpr std::string_view kName = "Brook Gigabit Ethernet Controller 1";
+    std::string text = WrittenLog().Started().CableIn().EventEnds().Text();
+    text.replace(text.find(kName), kName.size(), "\xFF</text><script>&\"");
+    const std::string picture = PictureReport({Analysed(text)});
     EXPECT_THAT(picture, HasSubstr("&lt;script>&amp;&quot;"));
     EXPECT_THAT(picture, Not(HasSubstr("<script")));
     EXPECT_THAT(picture, Not(HasSubstr("\xFF")));
