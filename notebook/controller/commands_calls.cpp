@@ -22,12 +22,27 @@ Call TakeCall(Words& words) {
     return *call;
 }
 
-/// `once`, `always` or a number of times.
+/// `once`, `always` or `N times`.
 std::uint32_t TakeTimes(Words& words) {
     if (words.TakeIf("once")) {
         return 1;
     }
-    return words.TakeIf("always") ? kForEver : words.TakeNumber("once, always or times");
+    if (words.TakeIf("always")) {
+        return kForEver;
+    }
+    const std::uint32_t times = words.TakeNumber("once, always or N times");
+    words.TakeThe("times");
+    return times;
+}
+
+/// `after N calls`, or nothing.
+std::uint32_t TakeSkipped(Words& words) {
+    if (!words.TakeIf("after")) {
+        return 0;
+    }
+    const std::uint32_t calls = words.TakeNumber("calls");
+    words.TakeThe(calls == 1 ? "call" : "calls");
+    return calls;
 }
 
 CallRule TakeRule(Words& words, const CallRule& before) {
@@ -47,6 +62,7 @@ CallRule TakeRule(Words& words, const CallRule& before) {
     if (what == "fail") {
         rule.kind = RuleKind::Fail;
         rule.left = TakeTimes(words);
+        words.TakeThe("with");
         rule.error = words.TakeNumber("error");
     } else if (what == "hold" || what == "until-stopped") {
         rule.kind = what == "hold" ? RuleKind::Hold : RuleKind::HoldUntilStopped;
@@ -54,7 +70,7 @@ CallRule TakeRule(Words& words, const CallRule& before) {
     } else {
         throw CommandError("not understood: call ... " + what);
     }
-    rule.skip = words.TakeIf("after") ? words.TakeNumber("calls") : 0;
+    rule.skip = TakeSkipped(words);
     return rule;
 }
 
@@ -154,11 +170,10 @@ Answer Reports(Words& words) {
 const std::vector<Command>& CallCommands() {
     static const std::vector<Command> commands = {
         {"call",
-         "NAME fail once|always|TIMES ERROR [after CALLS] | slow MS | hold [TIMES|always] [after CALLS] | "
-         "until-stopped [TIMES|always] [after CALLS] | release | ok",
+         "NAME fail once|always|N times with ERROR [after N calls] | slow MS | release | ok | "
+         "hold|until-stopped [once|always|N times] [after N calls]",
          "What happens to the next calls of that name; until-stopped lets them come back when the service "
-         "has "
-         "reported that it stopped.",
+         "has reported that it stopped.",
          &CallCommand},
         {"calls", "[clear]", "All calls with their counts.", &Calls},
         {"trace", "on|off|clear|show", "Every platform call with its time, thread and result.",

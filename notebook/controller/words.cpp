@@ -106,6 +106,12 @@ bool Words::TakeIf(std::string_view word) {
     return true;
 }
 
+void Words::TakeThe(std::string_view word) {
+    if (!TakeIf(word)) {
+        throw CommandError("missing: " + std::string(word) + (Empty() ? "" : " before " + m_words[m_next]));
+    }
+}
+
 std::uint32_t Words::TakeNumber(std::string_view what) {
     const std::int64_t value = TakeInteger(what);
     if (value < 0 || value > UINT32_MAX) {

@@ -30,6 +30,8 @@ class Words {
     std::string Take(std::string_view what);
     /// Takes the next word if it is that one.
     bool TakeIf(std::string_view word);
+    /// Takes the next word, which must be that one.
+    void TakeThe(std::string_view word);
     std::uint32_t TakeNumber(std::string_view what);
     /// A number that may be negative or hexadecimal (0x...).
     std::int64_t TakeInteger(std::string_view what);

@@ -1,7 +1,7 @@
 """Plays scenarios: `python3 -m notebook.runner.play [--repeat N] [--jobs N] [--record] [SCENARIO...]`
 
-Without names all of notebook/scenarios is played. Each job has a notebook of its own. Every failure
-is shown with its story; the last line counts.
+Without names all of notebook/scenarios is played. Each job has a notebook of its own, and takes the next
+scenario that waits. Every failure is shown with its story; the last line counts.
 """
 
 import argparse
@@ -12,14 +12,17 @@ import textwrap
 import threading
 import traceback
 
+from .blocks import SCENARIOS, ScenarioError, named_lines, near
 from .machine import Machine, ROOT
 from .player import Player
 from .record import with_recorded_log
-from .scenario import SCENARIOS, read_scenario
+from .scenario import read_scenario
 
 
 def arguments():
-    parser = argparse.ArgumentParser(description="Plays scenarios on simulated notebooks.")
+    parser = argparse.ArgumentParser(
+        prog="scripts/scenarios", description="Plays scenarios on simulated notebooks.",
+        usage="%(prog)s [--repeat N] [--jobs N] [--record] [--verbose] [--list] [--blocks] [SCENARIO...]")
     parser.add_argument("scenarios", nargs="*", help="names or files; all when there are none")
     parser.add_argument("--repeat", type=int, default=1, metavar="N", help="plays each so often")
     parser.add_argument("--jobs", type=int, default=2, metavar="N", help="notebooks side by side")
@@ -29,6 +32,9 @@ def arguments():
                         help="writes to a file what got its second chance, and why; no file when nothing did")
     parser.add_argument("--record", action="store_true", help="writes the log sections anew, to be read")
     parser.add_argument("--verbose", action="store_true", help="tells every scenario's story")
+    parser.add_argument("--list", action="store_true", help="lists the scenarios with their titles")
+    parser.add_argument("--blocks", action="store_true", help="lists the log lines that have a name")
+    parser.add_argument("--check", action="store_true", help="reads the scenarios and plays none")
     parser.add_argument("--logs", type=pathlib.Path, metavar="FOLDER",
                         help="keeps the service's log of every scenario there, in a folder of its name")
     parser.add_argument("--programs", default=ROOT / "build/cross/bin", help="where the programs are")
@@ -37,14 +43,31 @@ def arguments():
 
 
 def scenario_files(names):
-    if not names:
-        return sorted(SCENARIOS.glob("*.txt"))
-    return [path if (path := pathlib.Path(name)).is_file() else SCENARIOS / f"{name}.txt" for name in names]
+    known = {path.stem: path for path in sorted(SCENARIOS.glob("*.txt"))}
+    files = []
+    for name in names or known:
+        if not (path := pathlib.Path(name)).is_file():
+            path = known.get(name)
+        if path is None:
+            raise SystemExit(f"no scenario named {name}, and no such file{near(name, known)}")
+        files.append(path)
+    return files
 
 
 def plays(files):
     """Every play of the scenarios: (file, what it adds to the scenario's machine)."""
     return [(path, also) for path in files for also in ("", *read_scenario(path).also)]
+
+
+def list_scenarios(files):
+    for path in files:
+        print(f"{path.stem:38} {read_scenario(path).title}")
+
+
+def list_blocks():
+    for block in named_lines():
+        name = f"log @{block.name}" if block.has_sections else f"@{block.name}"
+        print(f"{name:44} lines/{block.path.name}:{block.number:<4} {block.comment}".rstrip())
 
 
 def indented(text):
@@ -115,8 +138,7 @@ class Runner:
                 notes.write(f"again   {name}\n{indented(failure)}\n")
 
     def _play_once(self, machine, path, also, story):
-        scenario = read_scenario(path)
-        scenario.machine = f"{scenario.machine} {also}"
+        scenario = read_scenario(path, also)
         story.append(scenario.title)
         recording = {} if self._options.record else None
         try:
@@ -131,10 +153,20 @@ class Runner:
 
 def main():
     options = arguments()
-    files = scenario_files(options.scenarios)
+    try:
+        files = scenario_files(options.scenarios)
+        rounds = plays(files) * options.repeat
+    except ScenarioError as error:
+        raise SystemExit(str(error)) from None
+    if options.list:
+        list_scenarios(files)
+    if options.blocks:
+        list_blocks()
+    if options.list or options.blocks or options.check:
+        return 0
     if options.note_again:
         options.note_again.unlink(missing_ok=True)
-    runner = Runner(options, plays(files) * options.repeat)
+    runner = Runner(options, rounds)
     runner.run()
     print(f"{runner.passed} passed, {runner.failed} failed")
     return 1 if runner.failed or not runner.passed else 0

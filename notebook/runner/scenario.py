@@ -1,16 +1,19 @@
 """Scenario files: what is done, what is expected of the machine, what the log has to say.
 
-    # The first comment is the scenario's title.
+    # The comment at the top is the scenario's title.
     machine cables 2 modems 1          what kind of notebook (see the controller's `reset`)
     also devices remote                plays all of it once more on a machine with this added
+    start as ever                      scenarios/as_ever: starts, and expects state and log of an ordinary start.
+                                       A scenario without any `start` begins with it.
     start                              any command of the controller
     expect wifi=off stored_wlan=True   once everything has settled; of a stored choice also its bytes
     within 3000 expect wifi=off        as soon as it is so, at the latest after so many ms
     stop                               must be answered within a second, as `preshutdown` must
     stop during resume                 ... but for the resume that is being handled, or `during callback`
                                        for a callback of the WLAN interface that still runs: leaving the
-                                       notifications waits for it. A service that still runs at the end
-                                       is stopped in the same way.
+                                       notifications waits for it
+    stop as ever                       stops, and expects state, ledger and log of an ordinary stop. A service
+                                       that still runs at the end is stopped in this way.
     silent 1000                        once everything has settled, the log says nothing for so long,
                                        at no level
     repeat 100                         does the indented lines so often
@@ -18,9 +21,15 @@
         unplug
     cause cable-in                     what `why` says now about the log so far (docs/doctor.md has the
                                        causes); every scenario names at least one
+    log @plug                          sections that have a name (scenarios/lines/)
     log NLMEventHandler::NetworkConnectionConnectivityChanged
         I NLMEventHandler::NetworkConnectionConnectivityChanged| Ethernet is connected
-        @wifi-switched-off             lines that have a name (scenarios/lines/)
+        @wifi-switched-off             lines that have a name
+        2 x @wifi-noticed              twice; blocks.py tells of counts
+
+Steps are carried out in their order, each when the one before has been answered. A command is answered as soon
+as the devices have changed, while the service may still be at work on it: commands that follow one another come
+to it as they would within some milliseconds. `expect`, `silent` and `log` wait until everything has settled.
 
 Sections of `log` that follow one another tell all Information, Warning and Error lines since the
 last such place, in order, under the operation that Windows called; no others may have come. In a
@@ -32,13 +41,11 @@ import dataclasses
 import pathlib
 import re
 
+from .blocks import SCENARIOS, ScenarioError, named_lines
+
 STOPS = ("stop", "preshutdown")
 STOPPED_DURING = ("resume", "callback")
-SCENARIOS = pathlib.Path(__file__).resolve().parents[1] / "scenarios"
-
-
-class ScenarioError(Exception):
-    """The file cannot be read as a scenario."""
+AS_EVER = " as ever"
 
 
 @dataclasses.dataclass
@@ -55,6 +62,8 @@ class Step:
     """milliseconds of a within or silent step"""
     during: str = ""
     """what a stop has to wait for"""
+    path: pathlib.Path | None = None
+    """the file it stands in"""
 
 
 @dataclasses.dataclass
@@ -67,111 +76,139 @@ class Scenario:
     """what to add to the machine for each further play"""
 
 
-def read_scenario(path):
-    lines = path.read_text(encoding="utf-8").splitlines()
-    title = next((line.lstrip("# ") for line in lines if line.startswith("#")), path.stem)
-    parser = _Parser(lines)
+def read_scenario(path, also=""):
+    """Reads a scenario as it is played on its machine with `also` added."""
+    parser = _Parser(path, also)
     steps = parser.steps(0)
-    return Scenario(path, title, parser.machine, steps, parser.also)
+    if not steps:
+        raise ScenarioError(path, None, "nothing is done in it")
+    if not any(_starts(step) for step in steps):
+        steps = parser.as_ever("start") + steps
+    return Scenario(path, parser.title, parser.machine, steps, parser.also)
+
+
+def as_ever(name):
+    """The steps of a file of scenarios/as_ever."""
+    return _Parser(SCENARIOS / "as_ever" / f"{name}.txt", "").steps(0)
+
+
+def _starts(step):
+    return any(map(_starts, step.steps)) or step.kind == "do" and "start" in step.text.split()[:2]
 
 
 class _Parser:
-    def __init__(self, lines):
-        self._lines = lines
+    def __init__(self, path, also):
+        self._path = path
+        # The blanks at a line's end belong to the log's texts.
+        self._lines = list(enumerate(path.read_text(encoding="utf-8").splitlines(), 1))
         self._at = 0
-        self.machine = ""
+        self._adds = also
+        self.machine = also
         self.also = []
+        comment = []
+        for _, line in self._lines:
+            if not line.startswith("#"):
+                break
+            comment.append(line.lstrip("# "))
+        self.title = " ".join(comment) or path.stem
+        self._lines = [(number, line) for number, line in self._lines
+                       if line.strip() and not line.lstrip().startswith("#")]
 
-    def steps(self, indent):
+    def as_ever(self, what):
+        has_modem = what == "start" and re.search(r"\bmodems [1-9]", self.machine)
+        return as_ever("start_with_modem" if has_modem else what)
+
+    def steps(self, depth):
+        """The steps that are indented so deeply; a deeper one is refused, a lesser one left."""
         steps = []
         while self._at < len(self._lines):
-            raw = self._lines[self._at]
-            text = raw.strip()
-            if not text or text.startswith("#"):
-                self._at += 1
-                continue
-            depth = len(raw) - len(raw.lstrip())
-            if depth < indent:
+            number, raw = self._lines[self._at]
+            indent = len(raw) - len(raw.lstrip())
+            if indent < depth:
                 break
-            if depth > indent:
-                raise ScenarioError(f"line {self._at + 1}: indented too far: {text}")
-            self._at += 1
-            self._take(text, steps, indent)
+            if indent > depth:
+                self._refuse(number, f"indented too far: {raw.strip()}")
+            steps += self._take(number, raw.strip(), depth)
         return steps
 
-    def _take(self, text, steps, indent):
-        number = self._at
+    def _take(self, number, text, depth):
+        """The steps that a line stands for."""
         word, _, rest = text.partition(" ")
+        if word == "log":
+            return [self._log(number, depth)]
+        self._at += 1
         if word == "machine":
-            self.machine = rest
+            self.machine = f"{rest} {self._adds}".strip()
         elif word == "also":
             if not rest:
-                raise ScenarioError(f"line {number}: nothing to add to the machine")
+                self._refuse(number, "nothing to add to the machine")
             self.also.append(rest)
-        elif word == "repeat":
+        elif text.endswith(AS_EVER):
+            what = text.removesuffix(AS_EVER)
+            if what not in ("start", "stop"):
+                self._refuse(number, f"only start and stop are as ever: {text}")
+            return self.as_ever(what)
+        else:
+            return [self._step(number, word, rest, text, depth)]
+        return []
+
+    def _step(self, number, word, rest, text, depth):
+        step = Step("do", text, number, path=self._path)
+        if word == "repeat":
+            step.kind, step.text = word, rest
             self._count(rest, number)
-            repeated = self.steps(self._next_indent(indent))
-            if not repeated:
-                raise ScenarioError(f"line {number}: nothing to repeat")
-            steps.append(Step("repeat", rest, number, steps=repeated))
+            step.steps = self.steps(self._next_indent(depth))
+            if not step.steps:
+                self._refuse(number, "nothing to repeat")
         elif word == "expect":
-            steps.append(Step("expect", self._conditions(rest, number), number))
+            step.kind, step.text = word, self._conditions(rest, number)
         elif word == "within":
             within, _, conditions = rest.partition(" expect ")
-            steps.append(Step("within", self._conditions(conditions, number), number,
-                              within=self._count(within, number)))
+            step.kind, step.text = word, self._conditions(conditions, number)
+            step.within = self._count(within, number)
         elif word == "silent":
-            steps.append(Step("silent", text, number, within=self._count(rest, number)))
+            step.kind, step.within = word, self._count(rest, number)
         elif word == "cause":
             if not re.fullmatch(r"[a-z-]+", rest):
-                raise ScenarioError(f"line {number}: a cause is one word: {text}")
-            steps.append(Step("cause", rest, number))
+                self._refuse(number, f"a cause is one word: {text}")
+            step.kind, step.text = word, rest
         elif word in STOPS:
-            steps.append(Step("stop", word, number, during=self._during(rest, number)))
-        elif word == "log":
-            if not steps or steps[-1].kind != "log":
-                steps.append(Step("log", "", number))
-            lines = self._indented(indent)
-            if rest:
-                steps[-1].sections.setdefault(rest, []).extend(lines)
-        else:
-            steps.append(Step("do", text, number))
+            step.kind, step.text, step.during = "stop", word, self._during(rest, number)
+        return step
 
-    @staticmethod
-    def _count(text, number):
-        if not text.isdecimal():
-            raise ScenarioError(f"line {number}: not a number: {text}")
-        return int(text)
-
-    @staticmethod
-    def _conditions(text, number):
-        # Without a condition a step would hold whatever happens.
-        if not text or any("=" not in word for word in text.split()):
-            raise ScenarioError(f"line {number}: conditions are KEY=VALUE or KEY!=VALUE: {text}")
-        return text
-
-    @staticmethod
-    def _during(rest, number):
-        during = rest.removeprefix("during ")
-        if rest and (during == rest or during not in STOPPED_DURING):
-            raise ScenarioError(f"line {number}: a stop can wait for {' or '.join(STOPPED_DURING)}: {rest}")
-        return during
-
-    def _next_indent(self, indent):
-        for raw in self._lines[self._at:]:
-            if raw.strip():
-                depth = len(raw) - len(raw.lstrip())
-                return depth if depth > indent else indent + 1
-        return indent + 1
-
-    def _indented(self, indent):
+    def _log(self, number, depth):
+        """All log sections that follow one another, with the lines that are indented below them."""
         lines = []
         while self._at < len(self._lines):
-            raw = self._lines[self._at]
-            if raw.strip() and len(raw) - len(raw.lstrip()) <= indent:
+            line_number, raw = self._lines[self._at]
+            if raw[:depth].strip() or not re.match(r" |log\b", raw[depth:]):
                 break
-            # The blanks at a line's end belong to the log's texts.
-            if raw.strip():
-                lines.append(raw.lstrip())
+            lines.append((line_number, raw[depth:]))
             self._at += 1
-        return lines
+        return Step("log", "log", number, sections=named_lines().read_sections(self._path, lines), path=self._path)
+
+    def _refuse(self, number, message):
+        raise ScenarioError(self._path, number, message)
+
+    def _count(self, text, number):
+        if not text.isdecimal():
+            self._refuse(number, f"not a number: {text}")
+        return int(text)
+
+    def _conditions(self, text, number):
+        # Without a condition a step would hold whatever happens.
+        if not text or any("=" not in word for word in text.split()):
+            self._refuse(number, f"conditions are KEY=VALUE or KEY!=VALUE: {text}")
+        return text
+
+    def _during(self, rest, number):
+        during = rest.removeprefix("during ")
+        if rest and (during == rest or during not in STOPPED_DURING):
+            self._refuse(number, f"a stop can wait for {' or '.join(STOPPED_DURING)}: {rest}")
+        return during
+
+    def _next_indent(self, depth):
+        if self._at < len(self._lines):
+            raw = self._lines[self._at][1]
+            return max(len(raw) - len(raw.lstrip()), depth + 1)
+        return depth + 1

@@ -5,10 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <string>
 #include <thread>
 
+#include "notebook/controller/conversation.h"
 #include "notebook/state/calls.h"
 #include "tests/notebook/hardware.h"
 
@@ -36,6 +38,35 @@ class CallRuleTest : public NotebookTest {
         return result;
     }
 };
+
+/// The rule that the words of a command make.
+CallRule RuleOf(const std::string& what) {
+    Words words("WlanOpenHandle " + what);
+    CallCommands().front().run(words);
+    words.End();
+    return SharedState::Get().Raw().rules[static_cast<std::size_t>(Call::WlanOpenHandle)];
+}
+
+TEST_F(CallRuleTest, CommandSaysHowOftenWithWhatAndAfterHowManyCalls) {
+    CallRule rule = RuleOf("fail 3 times with 5 after 2 calls");
+    EXPECT_EQ(RuleKind::Fail, rule.kind);
+    EXPECT_EQ((std::array<std::uint32_t, 3>{3, 5, 2}), (std::array{rule.left, rule.error, rule.skip}));
+    EXPECT_EQ(kForEver, RuleOf("fail always with 0x80070005").left);
+    EXPECT_EQ(0x80070005U, RuleOf("fail once with 0x80070005 after 1 call").error);
+    rule = RuleOf("hold after 4 calls");
+    EXPECT_EQ(RuleKind::Hold, rule.kind);
+    EXPECT_EQ((std::array<std::uint32_t, 2>{1, 4}), (std::array{rule.left, rule.skip}));
+    EXPECT_EQ(2U, RuleOf("until-stopped 2 times").left);
+}
+
+TEST_F(CallRuleTest, CommandThatCouldBeReadAnotherWayIsRefused) {
+    for (const char* const what :
+         {"fail 3 5 after 2", "fail once 5", "fail 3 times 5", "fail once with 5 after 2", "hold 3",
+          "fail with 5", "fail", "hold once more", ""}) {
+        SCOPED_TRACE(what);
+        EXPECT_THROW(RuleOf(what), CommandError);
+    }
+}
 
 TEST_F(CallRuleTest, FailsOnceThenNoMore) {
     Rule({RuleKind::Fail, 0, 1, ERROR_ACCESS_DENIED, 0});

@@ -49,10 +49,15 @@ class Playing(unittest.TestCase):
         self.addCleanup(folder.cleanup)
         self._folder = folder.name
 
-    def play(self, *steps, answers=(), **values):
+    LEFT = ("wlan_handles", "wlan_memory", "wlan_registrations", "com_references", "event_sources", "exit")
+
+    def play(self, *steps, answers=(), recording=None, **values):
         machine = Machine(self._folder, answers, **values)
-        scenario = Scenario(pathlib.Path("some_scenario.txt"), "", "", list(steps))
-        Player(machine, scenario, lambda _: None).play()
+        path = pathlib.Path("some_scenario.txt")
+        for step in steps:
+            step.path = path
+        scenario = Scenario(path, "", "", list(steps))
+        Player(machine, scenario, lambda _: None, recording).play()
         return machine
 
     def failure(self, *steps, **arguments):
@@ -101,10 +106,25 @@ class Playing(unittest.TestCase):
         self.assertIn("0xc0000005", self.failure(Step("stop", "stop", 1),
                                                  answers={"stop": "took=5 gone=6 exit=3221225477"}))
 
-    def test_service_that_still_runs_at_the_end_is_stopped(self):
-        self.assertEqual(["stop"], self.play(service="running", answers={"stop": "took=5 exit=0"}).done)
-        self.assertIn("at the end: stop took 2000 ms",
+    def test_service_that_still_runs_at_the_end_is_stopped_as_ever(self):
+        answers = {"stop": "took=5 exit=0"}
+        self.assertIn("stop.txt, line 2: stop took 2000 ms",
                       self.failure(service="running", answers={"stop": "took=2000 exit=0"}))
+        self.assertIn("stop.txt, line 3: expected service=stopped",
+                      self.failure(service="running", answers=answers, **dict.fromkeys(self.LEFT, "1")))
+
+    def test_word_that_is_none_is_told_with_those_like_it(self):
+        unknown = CommandFailed("expct wifi=on: no such command: expct (try help)")
+        commands = ["plug [cable N]", "      A cable goes in.", "unplug"]
+        self.assertRegex(self.failure(Step("do", "expct wifi=on", 2), answers={"expct wifi=on": unknown, "help": commands}),
+                         r"line 2: .*did you mean expect\?")
+
+    def test_log_that_differs_fails_unless_it_is_recorded(self):
+        step = Step("log", "log", 4, sections={"A": ["I A| a"]})
+        self.assertIn("line 4: the log differs", self.failure(step))
+        recording = {}
+        self.play(step, recording=recording)
+        self.assertEqual({4: {}}, recording)
 
 
 class Words(unittest.TestCase):

@@ -1,10 +1,8 @@
 """What a log section of a scenario matches, and what it must not."""
 
 import unittest
-from unittest import mock
 
 from notebook.runner import sections
-from notebook.runner.scenario import ScenarioError
 
 
 def matches(wanted, *lines):
@@ -108,28 +106,6 @@ class Compare(unittest.TestCase):
         self.assertIn("    -c", difference)
         self.assertIn("    +d", difference)
         self.assertIn("     took {*} ms", difference)
-
-
-class Names(unittest.TestCase):
-    NAMES = {"both": ["a", "@rest"], "rest": ["b", "? c"], "loose": ["a", "{*}"]}
-
-    def test_named_lines_are_put_in_names_within_names_too(self):
-        self.assertEqual(["x", "a", "b", "? c", "y"], sections.expand(["x", "@both", "y"], self.NAMES))
-
-    def test_unknown_name_is_an_error(self):
-        with self.assertRaisesRegex(ScenarioError, "@nobody"):
-            sections.expand(["@nobody"], self.NAMES)
-
-    def test_unknown_name_fails_a_comparison_rather_than_match(self):
-        with self.assertRaises(ScenarioError):
-            sections.compare({"A": ["@nobody-of-that-name"]}, {"A": ["a"]})
-
-    def test_recording_takes_the_longest_and_strictest_name(self):
-        with mock.patch.object(sections, "named_lines", return_value=self.NAMES):
-            self.assertEqual(["@both", "x"], sections.fold(["a", "b", "c", "x"]))
-            self.assertEqual(["@both", "x"], sections.fold(["a", "b", "x"]))
-            self.assertEqual(["@rest"], sections.fold(["b", "c"]))
-            self.assertEqual(["x", "y"], sections.fold(["x", "y"]))
 
 
 if __name__ == "__main__":
