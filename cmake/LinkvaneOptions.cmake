@@ -4,6 +4,15 @@ target_compile_features(linkvane_options INTERFACE cxx_std_20)
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 
+# linkvane_ship(TARGET): a program that is handed out. The linker's map tells the release which libraries
+# became part of it.
+function(linkvane_ship target)
+  set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+  if(MINGW)
+    target_link_options(${target} PRIVATE -Wl,-Map=$<TARGET_FILE:${target}>.map)
+  endif()
+endfunction()
+
 if(NOT WIN32)
   target_compile_options(linkvane_options INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -fstack-protector-strong)

@@ -3,9 +3,9 @@
 
     make_msi.py FOLDER PACKAGE
 
-FOLDER holds the files that the package installs; the version is that of the executable in it. Times
-come from SOURCE_DATE_EPOCH and the product code from the content, so that the same files give the
-same bytes.
+FOLDER holds the files that the package installs, and folder_check.dll, which it runs; the version is that
+of the service. Times come from SOURCE_DATE_EPOCH and the product code from the content, so that the same
+files give the same bytes.
 """
 
 import hashlib
@@ -37,7 +37,14 @@ SET_PROPERTY = 51
 RUN_AND_IGNORE = 34 + 64 + 1024 + 2048
 # The same, when all has succeeded.
 RUN_AT_END = RUN_AND_IGNORE + 512
+# A function of a DLL in the package, at once; where it cannot run, all goes on without it.
+CALL_AND_IGNORE = 1 + 64
+# A sentence with which the installation ends.
+REFUSE = 19
 
+# The longest path that the service manager starts a program by.
+PATH_CHARACTERS = 259
+CLUSTER_KILOBYTES = 4
 
 
 def file_version(executable):
@@ -101,8 +108,24 @@ def program_file(number, program):
             f"DELETE FROM `MsiFileHash` WHERE `File_`='{program.name}'"]
 
 
-def corrections(version, programs):
+def refusals(installed):
+    """Before anything is changed, when all is known: what would end half done, or in a service that cannot
+    start. Windows itself looks for room in InstallValidate, which comes before."""
+    longest_folder = PATH_CHARACTERS - max(len(file.name) for file in installed)
+    kilobytes = sum(-(-file.stat().st_size // (1024 * CLUSTER_KILOBYTES)) for file in installed) * CLUSTER_KILOBYTES
+    return [
+        *action("MeasureFolder", CALL_AND_IGNORE, "FolderCheck", "MeasureFolder", "NOT Installed", 1410),
+        *action("RefusePath", REFUSE, "", "The path of the installation folder is too long. "
+                f"Choose one of {longest_folder - 1} characters at the most.",
+                f"NOT Installed AND FolderLength > {longest_folder}", 1411),
+        *action("RefuseFullDisk", REFUSE, "", f"There is no room for the files of Linkvane Service ({kilobytes} KB) "
+                "on the disk of the installation folder.", f"NOT Installed AND FolderRoom < {kilobytes}", 1412),
+    ]
+
+
+def corrections(version, installed):
     """What wixl cannot say, or says wrongly."""
+    programs = [file for file in installed if file.suffix == ".exe"]
     return [
         *(statement for number, program in enumerate(programs, 1) for statement in program_file(number, program)),
         # REG_EXPAND_SZ.
@@ -135,6 +158,7 @@ def corrections(version, programs):
         insert("CreateFolder", Directory_="OrvaFolder", Component_="Service"),
         insert("MsiLockPermissionsEx", MsiLockPermissionsEx="Folder", LockObject="INSTALLFOLDER",
                Table="CreateFolder", SDDLText=FOLDER_SECURITY),
+        *refusals(installed),
         *action("UseInstalledFolder", SET_PROPERTY, "INSTALLFOLDER", "[INSTALLEDFOLDER]",
                 "INSTALLEDFOLDER AND NOT INSTALLFOLDER", 60),
         # An installation with a window settles the folders here, and hands them on.
@@ -178,7 +202,8 @@ def make(folder, package):
         "Version": version, "FileVersion": ".".join(map(str, numbers)),
         "UpgradeCode": UPGRADE_CODE, "ProductCode": content_code("product", folder),
         "ProductKey": PRODUCT_KEY, "EventSourceKey": EVENT_SOURCE_KEY})
-    subprocess.run(["msibuild", package, "-q", *corrections(version, sorted(folder.glob("*.exe")))], check=True)
+    installed = [file for file in sorted(folder.iterdir()) if file.name != "folder_check.dll"]
+    subprocess.run(["msibuild", package, "-q", *corrections(version, installed)], check=True)
     set_summary(package, content_code("package", folder), time.strftime("%Y/%m/%d %H:%M:%S", time.gmtime(seconds)))
 
 

@@ -32,7 +32,7 @@ def template(path):
 class Code:
     """The constants of the policy reader."""
 
-    product = constant(r'VALUE "ProductName", "([^"]*)"', "resources/linkvane_service.rc.in")
+    product = constant(r'VALUE "ProductName", "([^"]*)"', "resources/program.rc.in")
     keys = {wide_text("kPolicyRoot") + product, wide_text("kPolicyRoot") + product + r"\LinkvaneService"}
     texts = {wide_text(name) for name in ("kLoggingType", "kMinLogLevel", "kMaxLogLevel")}
     numbers = {wide_text(name) for name in ("kMaxLogSize", "kQueuedWrites")}
