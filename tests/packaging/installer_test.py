@@ -7,10 +7,19 @@ import subprocess
 import unittest
 
 from packages import (FUNCTION_FAILED, INSTALL_FAILURE, PACKAGE, PRODUCT_KEY, RELEASE, ROOT, SERVICE, SERVICE_KEY,
-                      SUCCESS, Installer, Prefix, newer_version)
+                      SUCCESS, Installer, Prefix, expect_nothing_installed, newer_version)
 from rig import NOTEBOOK
 
 STATES_KEY = PRODUCT_KEY + r"\WlanPowerStatus"
+LONG = r"C:\Long"
+
+
+def folder_of(characters):
+    """A folder with a path of so many characters."""
+    path = LONG
+    while len(path) < characters:
+        path += "\\" + "x" * min(99, characters - len(path) - 1)
+    return path
 
 
 class Machines(unittest.TestCase):
@@ -36,11 +45,7 @@ class Machines(unittest.TestCase):
         self.assertEqual(code, 0, text)
 
     def expect_nothing_installed(self):
-        self.expect_state("absent")
-        self.assertFalse(self.prefix.path(r"C:\Program Files\Orva").exists())
-        self.assertFalse(self.prefix.registry_key_exists(PRODUCT_KEY))
-        self.assertFalse(self.prefix.registry_key_exists(
-            rf"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\{SERVICE}"))
+        expect_nothing_installed(self, self.prefix)
 
     def test_service_installed_elsewhere_runs_from_the_new_folder_after_a_restart(self):
         elsewhere = self.prefix.copy_in(RELEASE / "LinkvaneService.exe", r"C:\By hand\LinkvaneService.exe")
@@ -104,6 +109,23 @@ class Machines(unittest.TestCase):
             self.assertEqual(controller.stdout.readline().strip(), b"OK")
             self.install("/i LinkvaneService.msi", INSTALL_FAILURE)
         self.expect_nothing_installed()
+
+    def test_path_by_which_no_service_starts_is_refused(self):
+        # 239 characters are the most: with a backslash and LinkvaneService.exe they are 259.
+        for characters in (240, 300):
+            with self.subTest(characters=characters):
+                self.install(f'/i LinkvaneService.msi INSTALLFOLDER="{folder_of(characters)}"', INSTALL_FAILURE)
+                self.expect_nothing_installed()
+                self.assertFalse(self.prefix.path(LONG).exists())
+
+    def test_longest_path_works(self):
+        self.install(f'/i LinkvaneService.msi INSTALLFOLDER="{folder_of(239)}"')
+        self.expect_running()
+        self.remove()
+        self.expect_nothing_installed()
+        # The folders above the one that was chosen stay.
+        self.assertFalse(self.prefix.path(folder_of(239)).exists())
+        shutil.rmtree(self.prefix.path(LONG))
 
     def test_damaged_package_is_refused(self):
         whole = PACKAGE.read_bytes()

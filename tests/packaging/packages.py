@@ -12,7 +12,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path[:0] = [str(ROOT), str(ROOT / "tests/end_to_end"), str(ROOT / "packaging")]
 
 import make_msi  # noqa: E402
-from rig import SERVICE, Prefix  # noqa: E402
+from rig import FIXED_FILE_INFO, SERVICE, Prefix  # noqa: E402
 
 RELEASE = pathlib.Path(os.environ["LINKVANE_RELEASE"])
 PACKAGE = RELEASE / "LinkvaneService.msi"
@@ -38,24 +38,36 @@ def row(name, key, package=PACKAGE):
     return found
 
 
+def stream(name, package=PACKAGE):
+    """What the package carries under a name."""
+    return subprocess.run(["msiinfo", "extract", package, name], check=True, stdout=subprocess.PIPE).stdout
+
+
 def product_code(package):
     return row("Property", "ProductCode", package)["Value"]
 
 
+def newer_program(executable):
+    """An executable's bytes, with version 1.0.1.0 in its version resource."""
+    content = executable.read_bytes()
+    old = ".".join(map(str, make_msi.file_version(executable)))
+    numbers = re.compile(re.escape(FIXED_FILE_INFO) + b".{16}", re.DOTALL)
+    new_numbers = FIXED_FILE_INFO + 2 * b"\x00\x00\x01\x00\x00\x00\x01\x00"
+    content = content.replace(old.encode("utf-16-le"), "1.0.1.0".encode("utf-16-le"))
+    content, replaced = numbers.subn(lambda _: new_numbers, content)
+    assert replaced == 1, replaced
+    return content
+
+
 def newer_version(folder, package):
-    """A package of version 1.0.1: the same executable with other numbers in its version resource."""
+    """A package of version 1.0.1: the same programs with other numbers in their version resources."""
     files = folder / "newer"
     shutil.rmtree(files, ignore_errors=True)
     files.mkdir(parents=True)
     shutil.copy(RELEASE / "licences.txt", files)
-    content = (RELEASE / "LinkvaneService.exe").read_bytes()
-    old = ".".join(map(str, make_msi.file_version(RELEASE / "LinkvaneService.exe")))
-    numbers = re.compile(re.escape(b"\xbd\x04\xef\xfe\x00\x00\x01\x00") + b".{16}", re.DOTALL)
-    new_numbers = b"\xbd\x04\xef\xfe\x00\x00\x01\x00" + 2 * b"\x00\x00\x01\x00\x00\x00\x01\x00"
-    content = content.replace(old.encode("utf-16-le"), "1.0.1.0".encode("utf-16-le"))
-    content, replaced = numbers.subn(lambda _: new_numbers, content)
-    assert replaced == 1, replaced
-    (files / "LinkvaneService.exe").write_bytes(content)
+    for program in RELEASE.glob("*.exe"):
+        (files / program.name).write_bytes(newer_program(program))
+    (files / "folder_check.dll").write_bytes(stream("Binary.FolderCheck"))
     os.environ["SOURCE_DATE_EPOCH"] = "1700000000"
     make_msi.make(files, package)
 
@@ -109,3 +121,11 @@ def files(prefix):
     """Every file and folder of drive C, with the size of a file."""
     return {f"{path.relative_to(prefix.folder / 'drive_c')} {'' if path.is_dir() else path.stat().st_size}"
             for path in (prefix.folder / "drive_c").rglob("*") if not path.is_symlink()}
+
+
+def expect_nothing_installed(test, prefix):
+    test.assertEqual(prefix.notebook("get", "service"), (0, "OK service=absent"))
+    test.assertFalse(prefix.path(r"C:\Program Files\Orva").exists())
+    test.assertFalse(prefix.registry_key_exists(PRODUCT_KEY))
+    test.assertFalse(prefix.registry_key_exists(
+        rf"HKLM\SYSTEM\CurrentControlSet\Services\EventLog\Application\{SERVICE}"))

@@ -1,6 +1,7 @@
 """What scripts/release hands out."""
 
 import hashlib
+import http.server
 import json
 import os
 import pathlib
@@ -8,13 +9,18 @@ import re
 import shutil
 import subprocess
 import tempfile
+import threading
 import time
 import unittest
+import zlib
 
-from packages import PACKAGE, RELEASE, ROOT, make_msi, product_code, row
+from packages import PACKAGE, RELEASE, ROOT, make_msi, product_code, row, stream
 
 EXECUTABLE = RELEASE / "LinkvaneService.exe"
+PROGRAMS = ("LinkvaneService.exe", "LinkvaneDoctor.exe")
+SIGNED = (*PROGRAMS, "LinkvaneService.msi")
 SECONDS = 180
+PASSWORD = "a b$c"
 
 
 def content(folder):
@@ -23,6 +29,13 @@ def content(folder):
 
 def digest(data):
     return hashlib.sha256(data).hexdigest()
+
+
+def version_texts(executable):
+    """The texts of an executable's version resource."""
+    image = make_msi.pefile.PE(executable)
+    return {name.decode(): text.decode() for info in image.FileInfo[0] if hasattr(info, "StringTable")
+            for name, text in info.StringTable[0].entries.items()}
 
 
 def release(folder, root=ROOT, *arguments, **environment):
@@ -36,8 +49,8 @@ def release(folder, root=ROOT, *arguments, **environment):
 class Release(unittest.TestCase):
     def test_holds_all_that_a_deployment_needs(self):
         self.assertEqual(set(content(RELEASE)), {
-            "LinkvaneService.exe", "LinkvaneService.exe.debug", "LinkvaneService.msi", "licences.txt",
-            "bom.cdx.json", "SHA256SUMS", "policies/LinkvaneService.admx", "policies/en-US/LinkvaneService.adml",
+            *PROGRAMS, *(f"{name}.debug" for name in PROGRAMS), "LinkvaneService.msi", "licences.txt", "bom.cdx.json",
+            "docs/doctor.md", "SHA256SUMS", "policies/LinkvaneService.admx", "policies/en-US/LinkvaneService.adml",
             "policies/de-DE/LinkvaneService.adml", "docs/deployment.md", "docs/operations.md", "docs/logging.md",
             "docs/real-notebooks.md", "docs/CHANGELOG.md"})
 
@@ -51,26 +64,43 @@ class Release(unittest.TestCase):
     def test_version_is_the_same_everywhere(self):
         version = re.search(r"project\(LinkvaneService VERSION ([\d.]+)", (ROOT / "CMakeLists.txt").read_text())[1]
         short = version.rsplit(".", 1)[0]
-        self.assertEqual(".".join(map(str, make_msi.file_version(EXECUTABLE))), version)
+        for name in PROGRAMS:
+            self.assertEqual(".".join(map(str, make_msi.file_version(RELEASE / name))), version)
         self.assertEqual(row("Property", "ProductVersion")["Value"], short)
         self.assertEqual(row("Registry", "InstalledVersion")["Value"], version)
         bill = json.loads((RELEASE / "bom.cdx.json").read_text())
         self.assertEqual(bill["metadata"]["component"]["version"], version)
         self.assertEqual(re.search(r"(?m)^## (.*)$", (RELEASE / "docs/CHANGELOG.md").read_text())[1], short)
 
-    def test_symbols_belong_to_the_executable(self):
-        sections = subprocess.run(["x86_64-w64-mingw32-objdump", "-h", RELEASE / "LinkvaneService.exe.debug"],
-                                  check=True, capture_output=True, text=True).stdout
-        self.assertIn(".debug_info", sections)
-        link = subprocess.run(["x86_64-w64-mingw32-objdump", "-s", "-j", ".gnu_debuglink", EXECUTABLE], check=True,
-                              capture_output=True, text=True).stdout
-        self.assertIn("LinkvaneService", link)
+    def test_programs_share_one_product_and_have_names_of_their_own(self):
+        told = {name: version_texts(RELEASE / name) for name in PROGRAMS}
+        for name, texts in told.items():
+            self.assertEqual((texts["ProductName"], texts["CompanyName"], texts["OriginalFilename"]),
+                             ("Orva Brimlet Support", "Orva", name))
+        self.assertEqual([texts["FileDescription"] for texts in told.values()], ["Linkvane Service", "Linkvane Doctor"])
+
+    def test_symbols_belong_to_the_programs(self):
+        for name in PROGRAMS:
+            with self.subTest(name=name):
+                debug = RELEASE / f"{name}.debug"
+                sections = subprocess.run(["x86_64-w64-mingw32-objdump", "-h", debug], check=True,
+                                          capture_output=True, text=True).stdout
+                self.assertIn(".debug_info", sections)
+                image = make_msi.pefile.PE(RELEASE / name, fast_load=True)
+                # The name of the symbols, filled up to a multiple of four bytes, and the sum of their bytes.
+                link = debug.name.encode().ljust(-(-(len(debug.name) + 1) // 4) * 4, b"\0")
+                link += zlib.crc32(debug.read_bytes()).to_bytes(4, "little")
+                self.assertEqual(sum(link in each.get_data() for each in image.sections), 1)
 
     def test_licences_are_those_of_what_is_linked_in(self):
         bill = json.loads((RELEASE / "bom.cdx.json").read_text())
         libraries = {each["name"]: each["version"] for each in bill["components"] if each["type"] == "library"}
-        # C++ runtime; start-up code and threads.
-        self.assertLessEqual({"g++-mingw-w64-x86-64-posix", "mingw-w64-x86-64-dev"}, set(libraries))
+        # C++ runtime; start-up code and threads; then what the doctor uses.
+        self.assertLessEqual({"g++-mingw-w64-x86-64-posix", "mingw-w64-x86-64-dev", "libcli11-dev", "libfmt-dev",
+                              "nlohmann-json3-dev", "libz-mingw-w64-dev", "node-d3-scale", "node-d3-zoom",
+                              "node-d3-selection"}, set(libraries))
+        # Tests are not handed out.
+        self.assertNotIn("googletest", libraries)
         licences = (RELEASE / "licences.txt").read_text()
         for name, version in libraries.items():
             installed = subprocess.run(["dpkg-query", "--show", "--showformat=${Version}", name], check=True,
@@ -111,30 +141,82 @@ class Again(unittest.TestCase):
         self.assertLess(release(RELEASE.parent / "release again"), SECONDS)
 
 
+class TimeStampServer(http.server.BaseHTTPRequestHandler):
+    """Answers requests for time stamps (RFC 3161) with the certificate in `folder`."""
+
+    folder = None
+
+    def do_POST(self):
+        (self.folder / "request.tsq").write_bytes(self.rfile.read(int(self.headers["Content-Length"])))
+        answer = subprocess.run(["openssl", "ts", "-reply", "-config", "stamp.cnf", "-queryfile", "request.tsq"],
+                                cwd=self.folder, check=True, capture_output=True).stdout
+        self.send_response(200)
+        self.send_header("Content-Type", "application/timestamp-reply")
+        self.send_header("Content-Length", str(len(answer)))
+        self.end_headers()
+        self.wfile.write(answer)
+
+    def log_message(self, *_):
+        """Silent."""
+
+
+STAMP_CONFIGURATION = """
+[tsa]
+default_tsa = stamps
+[stamps]
+serial = serial
+signer_cert = stamp.pem
+signer_key = stamp_key.pem
+signer_digest = sha256
+default_policy = 1.2.3.4
+digests = sha256
+accuracy = secs:1
+"""
+
+
+def make_certificate(folder, name, usage):
+    """A certificate that is thrown away afterwards, NAME.pem, and its key, NAME_key.pem."""
+    subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", f"/CN={name}",
+                    "-addext", f"extendedKeyUsage={usage}", "-keyout", folder / f"{name}_key.pem",
+                    "-out", folder / f"{name}.pem"], check=True, capture_output=True)
+
+
 class Signing(unittest.TestCase):
     """With a certificate that is thrown away afterwards."""
 
     @classmethod
     def setUpClass(cls):
         cls.folder = pathlib.Path(cls.enterClassContext(tempfile.TemporaryDirectory()))
-        cls.certificate = cls.folder / "certificate.pem"
-        key, cls.pkcs12 = cls.folder / "key.pem", cls.folder / "signer.p12"
-        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2",
-                        "-subj", "/CN=Thrown away", "-addext", "extendedKeyUsage=codeSigning", "-keyout", key,
-                        "-out", cls.certificate],
-                       check=True, capture_output=True)
-        subprocess.run(["openssl", "pkcs12", "-export", "-passout", "pass:a b$c", "-inkey", key, "-in", cls.certificate,
-                        "-out", cls.pkcs12], check=True)
+        make_certificate(cls.folder, "signer", "codeSigning")
+        cls.pkcs12 = cls.folder / "signer.p12"
+        subprocess.run(["openssl", "pkcs12", "-export", "-passout", f"pass:{PASSWORD}", "-out", cls.pkcs12,
+                        "-inkey", cls.folder / "signer_key.pem", "-in", cls.folder / "signer.pem"], check=True)
+
+    def sign(self, name, *arguments, password=PASSWORD):
+        """A signed release in a folder of that name."""
+        folder = self.folder / name
+        release(folder, ROOT, "--sign", str(self.pkcs12), *arguments, LINKVANE_SIGN_PASSWORD=password)
+        return folder
+
+    def serve_time_stamps(self):
+        """The URL of a time-stamp server, for the length of a test."""
+        make_certificate(self.folder, "stamp", "critical,timeStamping")
+        (self.folder / "stamp.cnf").write_text(STAMP_CONFIGURATION)
+        (self.folder / "serial").write_text("01")
+        handler = type("Handler", (TimeStampServer,), {"folder": self.folder})
+        server = self.enterContext(http.server.HTTPServer(("127.0.0.1", 0), handler))
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        self.addCleanup(server.shutdown)
+        return f"http://127.0.0.1:{server.server_port}/"
 
     def verify(self, file):
-        done = subprocess.run(["osslsigncode", "verify", "-CAfile", self.certificate, "-in", file], check=False,
-                              capture_output=True, text=True)
+        done = subprocess.run(["osslsigncode", "verify", "-CAfile", self.folder / "signer.pem", "-in", file],
+                              check=False, capture_output=True, text=True)
         return done.returncode == 0 and "Number of verified signatures: 1" in done.stdout
 
     def test_signed_files_verify_until_a_byte_is_changed(self):
-        signed = self.folder / "signed"
-        release(signed, ROOT, "--sign", str(self.pkcs12), LINKVANE_SIGN_PASSWORD="a b$c")
-        for name in ("LinkvaneService.exe", "LinkvaneService.msi"):
+        signed = self.sign("signed")
+        for name in SIGNED:
             with self.subTest(name=name):
                 self.assertTrue(self.verify(signed / name))
                 data = bytearray((signed / name).read_bytes())
@@ -143,19 +225,39 @@ class Signing(unittest.TestCase):
                 changed.write_bytes(data)
                 self.assertFalse(self.verify(changed))
                 self.assertFalse(self.verify(RELEASE / name))
-        # The package holds the signed executable.
-        self.assertEqual(int(row("File", "LinkvaneService.exe", signed / "LinkvaneService.msi")["FileSize"]),
-                         (signed / "LinkvaneService.exe").stat().st_size)
-        self.assertNotEqual(product_code(signed / "LinkvaneService.msi"), product_code(PACKAGE))
+        # The package holds the signed programs, and runs a signed one.
+        package = signed / "LinkvaneService.msi"
+        for name in PROGRAMS:
+            self.assertEqual(int(row("File", name, package)["FileSize"]), (signed / name).stat().st_size)
+        check = self.folder / "folder_check.dll"
+        check.write_bytes(stream("Binary.FolderCheck", package))
+        self.assertTrue(self.verify(check))
+        self.assertNotEqual(product_code(package), product_code(PACKAGE))
+
+    def test_time_stamp_is_that_of_the_server(self):
+        stamped = self.sign("stamped", "--timestamp", self.serve_time_stamps())
+        for name in SIGNED:
+            with self.subTest(name=name):
+                done = subprocess.run(["osslsigncode", "verify", "-CAfile", self.folder / "signer.pem", "-TSA-CAfile",
+                                       self.folder / "stamp.pem", "-in", stamped / name],
+                                      check=False, capture_output=True, text=True)
+                self.assertEqual(done.returncode, 0, done.stdout)
+                self.assertIn("Timestamp Server Signature verification: ok", done.stdout)
+
+    def test_release_ends_without_its_time_stamp(self):
+        with self.assertRaises(subprocess.CalledProcessError):
+            self.sign("unstamped", "--timestamp", "http://127.0.0.1:1/")
+        self.assertFalse((self.folder / "unstamped").exists())
 
     def test_command_is_given_each_file_to_sign(self):
         note = self.folder / "signed.txt"
         release(self.folder / "by-command", ROOT, "--sign", f"basename >>'{note}'")
-        self.assertEqual(note.read_text().split(), ["LinkvaneService.exe", "LinkvaneService.msi"])
+        self.assertEqual(note.read_text().split(),
+                         [*PROGRAMS, "folder_check.dll", "LinkvaneService.msi"])
 
     def test_wrong_password_ends_the_release(self):
         with self.assertRaises(subprocess.CalledProcessError):
-            release(self.folder / "refused", ROOT, "--sign", str(self.pkcs12), LINKVANE_SIGN_PASSWORD="wrong")
+            self.sign("refused", password="wrong")
         self.assertFalse((self.folder / "refused").exists())
 
 

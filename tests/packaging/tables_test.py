@@ -3,7 +3,7 @@
 import re
 import unittest
 
-from packages import PACKAGE, RELEASE, make_msi, row, table
+from packages import RELEASE, make_msi, row, stream, table
 
 
 def sequence(action, of="InstallExecuteSequence"):
@@ -34,12 +34,37 @@ class Tables(unittest.TestCase):
     def test_files_have_their_real_size_and_version(self):
         # The installer looks for room on the disk by the sizes, and replaces files by the versions.
         version = ".".join(map(str, make_msi.file_version(RELEASE / "LinkvaneService.exe")))
+        self.assertEqual({each["File"] for each in table("File")},
+                         {"LinkvaneService.exe", "LinkvaneDoctor.exe", "licences.txt"})
         for each in table("File"):
             with self.subTest(file=each["File"]):
                 self.assertEqual(int(each["FileSize"]), (RELEASE / each["File"]).stat().st_size)
                 self.assertEqual(each["Version"], version if each["File"].endswith(".exe") else "")
                 # Names have 8.3 characters, or such a name before them.
                 self.assertRegex(each["FileName"], r"^[\w~]{1,8}\.\w{1,3}(\|.*)?$")
+
+    def test_room_is_counted_and_looked_for_before_anything_is_changed(self):
+        # Windows' own order of costing; InstallValidate ends an installation that has no room.
+        costing = ["CostInitialize", "FileCost", "CostFinalize", "InstallValidate", "MeasureFolder", "RefusePath",
+                   "RefuseFullDisk", "InstallInitialize"]
+        self.assertEqual(sorted(costing, key=sequence), costing)
+        self.assertEqual(condition("InstallValidate"), "")
+
+    def test_refusals_hold_for_what_is_installed(self):
+        # Called from the package, at once; where it cannot run the installation goes on.
+        self.assertEqual(int(row("CustomAction", "MeasureFolder")["Type"]), 1 | 64)
+        image = make_msi.pefile.PE(data=stream("Binary.FolderCheck"))
+        self.assertEqual([each.name.decode() for each in image.DIRECTORY_ENTRY_EXPORT.symbols],
+                         [row("CustomAction", "MeasureFolder")["Target"]])
+        installed = [RELEASE / each["File"] for each in table("File")]
+        kilobytes = int(re.fullmatch(r"NOT Installed AND FolderRoom < (\d+)", condition("RefuseFullDisk"))[1])
+        total = sum(file.stat().st_size for file in installed)
+        # Each file takes up to a cluster, of 4 KB, more.
+        self.assertTrue(total <= kilobytes * 1024 < total + len(installed) * 4096)
+        longest = max(len(str(file.name)) for file in installed)
+        self.assertEqual(condition("RefusePath"), f"NOT Installed AND FolderLength > {259 - longest}")
+        for action in ("RefusePath", "RefuseFullDisk"):
+            self.assertEqual(int(row("CustomAction", action)["Type"]), 19)
 
     def test_installation_fails_when_the_service_cannot_be_registered(self):
         [service] = table("ServiceInstall")
@@ -118,9 +143,10 @@ class Tables(unittest.TestCase):
 
 
 class Sizes(unittest.TestCase):
-    def test_package_and_executable_are_small(self):
-        self.assertLessEqual(PACKAGE.stat().st_size, 2_000_000)
-        self.assertLessEqual((RELEASE / "LinkvaneService.exe").stat().st_size, 1_500_000)
+    def test_package_and_programs_are_small(self):
+        for name, most in (("LinkvaneService.msi", 2_000_000), ("LinkvaneService.exe", 1_500_000),
+                           ("LinkvaneDoctor.exe", 4_000_000)):
+            self.assertLessEqual((RELEASE / name).stat().st_size, most, name)
 
 
 if __name__ == "__main__":
