@@ -163,8 +163,8 @@ class Machine:
         folder.mkdir(parents=True)
         if self._installs:
             shutil.copy(self.programs / SERVICE, folder)
-        if (self.programs / DOCTOR_IN_NOTEBOOK).exists():
-            shutil.copy(self.programs / DOCTOR_IN_NOTEBOOK, folder)
+            if (self.programs / DOCTOR_IN_NOTEBOOK).exists():
+                shutil.copy(self.programs / DOCTOR_IN_NOTEBOOK, folder)
         for program in (self.programs / "notebook").iterdir():
             if program.suffix in (".exe", ".dll"):
                 shutil.copy(program, folder)

@@ -1,6 +1,7 @@
 """One notebook from its first installation to the last removal. The chapters play in the order of
 their names, each where the one before has left it."""
 
+import json
 import os
 import pathlib
 import re
@@ -90,6 +91,10 @@ class Notebook(unittest.TestCase):
         self.expect(wifi="off", stored_wlan="True")
         self.play("unplug")
         self.expect(wifi="on")
+        code, text = self.prefix.run(FOLDER + r"\LinkvaneDoctor.exe", "check", "--json")
+        # Wine's service manager does not see the quotes around the path before it starts anew.
+        self.assertEqual((code, {finding["cause"] for finding in json.loads(text)["findings"]}),
+                         (1, {"service-path-unquoted", "wwan-no-modem"}))
 
     def test_3_service_is_registered_as_by_itself(self):
         # Wine gives REG_SZ to a path that is registered, Windows REG_EXPAND_SZ.

@@ -50,7 +50,7 @@ class Release(unittest.TestCase):
     def test_holds_all_that_a_deployment_needs(self):
         self.assertEqual(set(content(RELEASE)), {
             *PROGRAMS, *(f"{name}.debug" for name in PROGRAMS), "LinkvaneService.msi", "licences.txt", "bom.cdx.json",
-            "docs/doctor.md", "SHA256SUMS", "policies/LinkvaneService.admx", "policies/en-US/LinkvaneService.adml",
+            "docs/doctor.md", *(f"docs/{picture.name}" for picture in (ROOT / "docs").glob("doctor-page*")), "SHA256SUMS", "policies/LinkvaneService.admx", "policies/en-US/LinkvaneService.adml",
             "policies/de-DE/LinkvaneService.adml", "docs/deployment.md", "docs/operations.md", "docs/logging.md",
             "docs/real-notebooks.md", "docs/CHANGELOG.md"})
 
