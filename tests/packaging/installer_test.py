@@ -69,6 +69,19 @@ class Machines(unittest.TestCase):
         self.remove()
         self.expect_nothing_installed()
 
+    def test_start_that_fails_undoes_nothing(self):
+        # A program that cannot be loaded with the library that lies beside it.
+        library = self.prefix.path(r"C:\Program Files\Orva\Linkvane\wlanapi.dll")
+        library.parent.mkdir(parents=True)
+        library.write_text("no library")
+        self.install("/i LinkvaneService.msi")
+        self.expect_state("stopped")
+        library.unlink()
+        self.assertEqual(self.prefix.notebook("start", "nowait")[0], 0)
+        self.expect_running()
+        self.remove()
+        self.expect_nothing_installed()
+
     def test_chosen_folder_is_found_again_by_an_upgrade(self):
         self.install(r'/i LinkvaneService.msi INSTALLFOLDER="C:\Tools\Cable and Wi-Fi" STARTSERVICE=0')
         self.remove("UPGRADINGPRODUCTCODE={5B8E6B0F-52B5-4D43-8C55-BD6C0B7A0F6E}")

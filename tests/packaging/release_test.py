@@ -48,11 +48,13 @@ def release(folder, root=ROOT, *arguments, **environment):
 
 class Release(unittest.TestCase):
     def test_holds_all_that_a_deployment_needs(self):
+        pictures = [picture.name for picture in (ROOT / "docs").glob("doctor-page*")]
         self.assertEqual(set(content(RELEASE)), {
             *PROGRAMS, *(f"{name}.debug" for name in PROGRAMS), "LinkvaneService.msi", "licences.txt", "bom.cdx.json",
-            "docs/doctor.md", *(f"docs/{picture.name}" for picture in (ROOT / "docs").glob("doctor-page*")), "SHA256SUMS", "policies/LinkvaneService.admx", "policies/en-US/LinkvaneService.adml",
+            "SHA256SUMS", "policies/LinkvaneService.admx", "policies/en-US/LinkvaneService.adml",
             "policies/de-DE/LinkvaneService.adml", "docs/deployment.md", "docs/operations.md", "docs/logging.md",
-            "docs/real-notebooks.md", "docs/CHANGELOG.md"})
+            "docs/real-notebooks.md", "docs/doctor.md", *(f"docs/{picture}" for picture in pictures),
+            "docs/CHANGELOG.md"})
 
     def test_sums_are_right_and_cover_every_file(self):
         lines = (RELEASE / "SHA256SUMS").read_text().splitlines()
