@@ -21,7 +21,7 @@
 #include "notebook/hardware/import_table.h"
 #include "platform/handles.h"
 #include "platform/network_list_manager_base.h"
-#include "radio/power_status.h"
+#include "radio/airplane_mode.h"
 
 namespace Bench::Devices {
 namespace {
@@ -371,7 +371,7 @@ class Replayer {
                 GetAdaptersInfo(static_cast<IP_ADAPTER_INFO*>(m_block), &m_bytes);
                 break;
             case Call::kOpenKey:
-                RegOpenKeyExW(HKEY_LOCAL_MACHINE, PowerStatus::kAirplaneModeKey, 0, KEY_READ, &m_key);
+                RegOpenKeyExW(HKEY_LOCAL_MACHINE, ServiceUtils::kAirplaneModeKey, 0, KEY_READ, &m_key);
                 break;
             case Call::kQueryValue:
                 m_bytes = sizeof(m_mode);

@@ -14,6 +14,7 @@
 #include "bios/bios_settings.h"
 #include "network/nlm_event_handler.h"
 #include "platform/handles.h"
+#include "radio/airplane_mode.h"
 #include "radio/power_status.h"
 
 namespace Bench {
@@ -198,7 +199,7 @@ bool Run() {
     NLMUtils::lanWlanSwitchingEnabled = true;
     HKEY key = nullptr;
     // Windows always has it; a test bed need not.
-    RegCreateKeyW(HKEY_LOCAL_MACHINE, PowerStatus::kAirplaneModeKey, &key);
+    RegCreateKeyW(HKEY_LOCAL_MACHINE, ServiceUtils::kAirplaneModeKey, &key);
     RegCloseKey(key);
     Service service;
     const bool fast = ComparePlugs(service);

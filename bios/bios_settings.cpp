@@ -13,11 +13,26 @@ std::atomic<bool> NLMUtils::lanWwanSwitchingEnabled{false};
 
 namespace {
 
-/// The settings' results: 1 once read as enabled, never reset.
-constexpr int kNotYetEnabled = -1;
-constexpr int kEnabled = 1;
-std::atomic<int> lanWlanSettingResult{kNotYetEnabled};
-std::atomic<int> lanWwanSettingResult{kNotYetEnabled};
+/// One half of the feature: what the rest of the service reads, and the last word on it.
+struct Half {
+    std::atomic<bool>& isEnabled;
+    std::atomic<int> result{-1};  ///< 1 once a setting was read as enabled, never reset
+
+    void Enable() {
+        isEnabled = true;
+        result = 1;
+    }
+};
+Half lanWlan{NLMUtils::lanWlanSwitchingEnabled};
+Half lanWwan{NLMUtils::lanWwanSwitchingEnabled};
+
+/// The name after which a half's setting is not looked for any further.
+struct LastName {
+    const wchar_t* name;
+    Half& half;
+    const wchar_t* errorText;  ///< takes the HRESULT and the text
+    const wchar_t* enabledText;
+};
 
 /// A provider that needs too long is asked this often; a failed read is begun anew this often.
 constexpr int kMostTries = 6;
@@ -51,7 +66,7 @@ HRESULT AskWhileTimedOut(const LogScope& log, BIOSWmiClient& client, const std::
 }
 
 /// One client, and so one connection attempt, for all passes: a connection that failed makes each
-/// of them fail the same way. On purpose.
+/// of them fail the same way.
 HRESULT ReadWithRetries(const LogScope& log, BIOSWmiClient& client, const std::wstring& name,
                         std::wstring& value) {
     HRESULT result = S_OK;
@@ -75,25 +90,13 @@ HRESULT ReadWithRetries(const LogScope& log, BIOSWmiClient& client, const std::w
     return result;
 }
 
-void EnableLanWlan() {
-    NLMUtils::lanWlanSwitchingEnabled = true;
-    lanWlanSettingResult = kEnabled;
-}
-
-void EnableLanWwan() {
-    NLMUtils::lanWwanSwitchingEnabled = true;
-    lanWwanSettingResult = kEnabled;
-}
-
-/// The setting's other name, for machines that do not know the first one.
-void ReadSecondLanWlanSetting(const LogScope& log, std::wstring& value) {
-    const HRESULT result = NLMUtils::GetBIOSValue(BiosVocabulary::kLanWlanSwitchingSetting, value);
+void ReadLastName(const LogScope& log, const LastName& setting, std::wstring& value) {
+    const HRESULT result = NLMUtils::GetBIOSValue(setting.name, value);
     if (result != S_OK || value.empty()) {
-        log.Error(L"Error getting 'LAN/WLAN Switching' with HRESULT =  0x%08X and Value = %s", result,
-                  value.c_str());
+        log.Error(setting.errorText, result, value.c_str());
     } else if (!NLMUtils::IsDisabledSetting(value)) {
-        log.Information(L"Inside LAN/WLAN Switching section:feature enabled");
-        EnableLanWlan();
+        log.Information(setting.enabledText);
+        setting.half.Enable();
     }
 }
 
@@ -101,32 +104,37 @@ void ReadLanWlanSetting(const LogScope& log) {
     std::wstring value;
     const HRESULT result = NLMUtils::GetBIOSValue(BiosVocabulary::kLanWlanAutoSwitchingSetting, value);
     if (result != S_OK || value.empty()) {
-        ReadSecondLanWlanSetting(log, value);
+        // The setting's other name, for machines that do not know the first one.
+        ReadLastName(log,
+                     {BiosVocabulary::kLanWlanSwitchingSetting, lanWlan,
+                      L"Error getting 'LAN/WLAN Switching' with HRESULT =  0x%08X and Value = %s",
+                      L"Inside LAN/WLAN Switching section:feature enabled"},
+                     value);
     } else if (NLMUtils::IsDisabledSetting(value)) {
         log.Error(L"Error getting 'LAN / WLAN Auto Switching' with HRESULT =  0x%08X and Value = %s", result,
                   value.c_str());
     } else {
         log.Information(L"Inside LAN / WLAN Auto Switching section :feature enabled");
-        EnableLanWlan();
+        lanWlan.Enable();
     }
     log.Information(L"BIOS(LAN/WLAN) Read Value %s", value.c_str());
 }
 
 void ReadLanWwanSetting(const LogScope& log) {
     std::wstring value;
-    const HRESULT result = NLMUtils::GetBIOSValue(BiosVocabulary::kLanWwanAutoSwitchingSetting, value);
-    if (result != S_OK || value.empty()) {
-        log.Error(L"Error getting 'LAN / WWAN Auto Switching' with HRESULT =  0x%08X and Value = %s", result,
-                  value.c_str());
-    } else if (!NLMUtils::IsDisabledSetting(value)) {
-        log.Information(L"Inside LAN / WWAN Auto Switching section :feature enabled");
-        EnableLanWwan();
-    }
+    ReadLastName(log,
+                 {BiosVocabulary::kLanWwanAutoSwitchingSetting, lanWwan,
+                  L"Error getting 'LAN / WWAN Auto Switching' with HRESULT =  0x%08X and Value = %s",
+                  L"Inside LAN / WWAN Auto Switching section :feature enabled"},
+                 value);
     log.Information(L"BIOS(LAN/WAN) Read Value %s", value.c_str());
 }
 
-const wchar_t* TrueOrFalse(bool value) {
-    return value ? L"true" : L"false";
+/// The answer for a half, and the exit line that shows it.
+bool IsEnabled(LogScope& log, const Half& half, const wchar_t* exitText) {
+    const bool isEnabled = half.result == 1;
+    log.ExitLine(exitText, isEnabled ? L"true" : L"false");
+    return isEnabled;
 }
 
 }  // namespace
@@ -139,36 +147,20 @@ HRESULT NLMUtils::GetBIOSValue(const std::wstring& name, std::wstring& value) {
     // Stands before the log's scope: the exit line does not wait until COM has been left.
     std::optional<BIOSWmiClient> client;
     LogScope log("NLMUtils::GetBIOSValue", L"BIOS Settings Name = %s", name.c_str());
-    HRESULT result = E_FAIL;
-    try {
+    return log.Return(L"Return Value = 0x%08X", log.Guard(HRESULT{E_FAIL}, [&] {
         client.emplace();
-        result = ReadWithRetries(log, *client, name, value);
-    } catch (...) {
-        log.Error(L"Exception in GetBIOSValue()");
-    }
-    return log.Return(L"Return Value = 0x%08X", result);
+        return ReadWithRetries(log, *client, name, value);
+    }));
 }
 
 bool NLMUtils::IsLanWlanAutoSwitchingEnabled() {
     LogScope log("NLMUtils::IsLanWlanAutoSwitchingEnabled");
-    try {
-        ReadLanWlanSetting(log);
-    } catch (...) {
-        log.Error(L"Exception in IsLanWlanAutoSwitchingEnabled()");
-    }
-    const bool isEnabled = lanWlanSettingResult == kEnabled;
-    log.ExitLine(L"BIOS Setting LAN / WLAN Auto Switching: %ls", TrueOrFalse(isEnabled));
-    return isEnabled;
+    log.Guard([&] { ReadLanWlanSetting(log); });
+    return IsEnabled(log, lanWlan, L"BIOS Setting LAN / WLAN Auto Switching: %ls");
 }
 
 bool NLMUtils::IsLanWwanAutoSwitchingEnabled() {
     LogScope log("NLMUtils::IsLanWwanAutoSwitchingEnabled");
-    try {
-        ReadLanWwanSetting(log);
-    } catch (...) {
-        log.Error(L"Exception in IsLanWwanAutoSwitchingEnabled()");
-    }
-    const bool isEnabled = lanWwanSettingResult == kEnabled;
-    log.ExitLine(L"BIOS Setting LAN / WWAN Auto Switching: %ls", TrueOrFalse(isEnabled));
-    return isEnabled;
+    log.Guard([&] { ReadLanWwanSetting(log); });
+    return IsEnabled(log, lanWwan, L"BIOS Setting LAN / WWAN Auto Switching: %ls");
 }

@@ -16,31 +16,20 @@ Platform::UniqueBstr MakeBstr(const std::wstring& text) {
     return Platform::UniqueBstr(SysAllocString(text.c_str()));
 }
 
-/// A text variant's whole text; a text without a buffer is an empty one.
-std::wstring TextOf(const VARIANT& text) {
-    return text.bstrVal != nullptr ? std::wstring(text.bstrVal, SysStringLen(text.bstrVal)) : std::wstring();
-}
-
-/// The text of a value of any type. Throws `_com_error` when it has none.
-std::wstring ConvertToText(Platform::UniqueVariant& value) {
-    const VARTYPE type = value.Get().vt;
-    if (type == VT_NULL) {
+/// The text of a value of any type; a text without a buffer is an empty one. Throws `_com_error` when it has
+/// none.
+std::wstring TextOf(_variant_t& value) {
+    if (V_VT(&value) == VT_NULL) {
         return {};
     }
-    if (type == VT_BSTR) {
-        return TextOf(value.Get());
-    }
-    Platform::UniqueVariant text;
-    const HRESULT result = VariantChangeType(text.Address(), value.Address(), 0, VT_BSTR);
-    if (FAILED(result)) {
-        throw _com_error(result);
-    }
-    return TextOf(text.Get());
+    value.ChangeType(VT_BSTR);
+    const BSTR text = V_BSTR(&value);
+    return text != nullptr ? std::wstring(text, SysStringLen(text)) : std::wstring();
 }
 
 }  // namespace
 
-BIOSWmiClient::ComInitialization::ComInitialization()
+BIOSWmiClient::Apartment::Apartment()
     : m_result(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE)) {
     if (SUCCEEDED(m_result)) {
         // Fails harmlessly when the process has set its security already.
@@ -49,7 +38,7 @@ BIOSWmiClient::ComInitialization::ComInitialization()
     }
 }
 
-BIOSWmiClient::ComInitialization::~ComInitialization() {
+BIOSWmiClient::Apartment::~Apartment() {
     if (SUCCEEDED(m_result)) {
         CoUninitialize();
     }
@@ -62,15 +51,6 @@ BIOSWmiClient::BIOSWmiClient() {
 HRESULT BIOSWmiClient::Connect() {
     m_services.Reset();
     m_namespace.clear();
-    const HRESULT result = ConnectServices();
-    if (FAILED(result)) {
-        m_services.Reset();
-        m_namespace.clear();
-    }
-    return result;
-}
-
-HRESULT BIOSWmiClient::ConnectServices() {
     ComPtr<IWbemLocator> locator;
     HRESULT result = CoCreateInstance(CLSID_WbemLocator, nullptr, CLSCTX_INPROC_SERVER, IID_IWbemLocator,
                                       reinterpret_cast<void**>(locator.GetAddressOf()));
@@ -81,14 +61,19 @@ HRESULT BIOSWmiClient::ConnectServices() {
     if (!name) {
         return E_OUTOFMEMORY;
     }
+    ComPtr<IWbemServices> services;
     result = locator->ConnectServer(name.Get(), nullptr, nullptr, nullptr, WBEM_FLAG_CONNECT_USE_MAX_WAIT,
-                                    nullptr, nullptr, m_services.GetAddressOf());
-    if (FAILED(result) || m_services == nullptr) {
+                                    nullptr, nullptr, services.GetAddressOf());
+    if (FAILED(result) || services == nullptr) {
         return result;
     }
-    m_namespace = BiosVocabulary::kNamespace;
-    return CoSetProxyBlanket(m_services.Get(), RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, nullptr,
-                             RPC_C_AUTHN_LEVEL_DEFAULT, RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE);
+    result = CoSetProxyBlanket(services.Get(), RPC_C_AUTHN_WINNT, RPC_C_AUTHZ_NONE, nullptr,
+                               RPC_C_AUTHN_LEVEL_DEFAULT, RPC_C_IMP_LEVEL_IMPERSONATE, nullptr, EOAC_NONE);
+    if (SUCCEEDED(result)) {
+        m_services = std::move(services);
+        m_namespace = BiosVocabulary::kNamespace;
+    }
+    return result;
 }
 
 HRESULT BIOSWmiClient::GetValue(const std::wstring& name, std::wstring& value) {
@@ -130,14 +115,14 @@ HRESULT BIOSWmiClient::GetPropertyValue(std::wstring& value) {
     if (m_currentObject == nullptr) {
         return static_cast<HRESULT>(WBEM_E_INVALID_OBJECT);
     }
-    Platform::UniqueVariant property;
+    _variant_t property;
     const HRESULT result =
-        m_currentObject->Get(BiosVocabulary::kValueProperty, 0, property.Address(), nullptr, nullptr);
+        m_currentObject->Get(BiosVocabulary::kValueProperty, 0, &property, nullptr, nullptr);
     if (FAILED(result)) {
         return result;
     }
     try {
-        value = ConvertToText(property);
+        value = TextOf(property);
     } catch (const _com_error& error) {
         return error.Error() == DISP_E_TYPEMISMATCH ? static_cast<HRESULT>(WBEM_E_TYPE_MISMATCH)
                                                     : error.Error();

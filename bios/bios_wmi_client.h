@@ -37,23 +37,21 @@ class BIOSWmiClient {
     /// that has no text gives WBEM_E_TYPE_MISMATCH.
     HRESULT GetPropertyValue(std::wstring& value);
 
-  protected:
+  private:
     /// What CoInitializeEx answered; uninitialises at its end when that was a success. The first
     /// field, so that it is destroyed after every interface pointer.
-    class ComInitialization {
+    class Apartment {
       public:
-        ComInitialization();
-        ComInitialization(const ComInitialization&) = delete;
-        ComInitialization& operator=(const ComInitialization&) = delete;
-        ~ComInitialization();
-
-        [[nodiscard]] HRESULT Result() const noexcept { return m_result; }
+        Apartment();
+        Apartment(const Apartment&) = delete;
+        Apartment& operator=(const Apartment&) = delete;
+        ~Apartment();
 
       private:
         HRESULT m_result;
     };
 
-    ComInitialization m_comInitialization;
+    Apartment m_apartment;
     std::wstring m_namespace;  ///< empty unless connected
     Microsoft::WRL::ComPtr<IWbemServices> m_services;
     Microsoft::WRL::ComPtr<IWbemClassObject> m_currentObject;
@@ -65,9 +63,6 @@ class BIOSWmiClient {
     Microsoft::WRL::ComPtr<IWbemClassObject> m_settingInterface;
     Microsoft::WRL::ComPtr<IWbemClassObject> m_userInterface;
     std::map<std::wstring, std::wstring> m_properties;
-    DWORD m_flags = 1;
+    [[maybe_unused]] DWORD m_flags = 1;
     std::pair<bool, bool> m_states{false, false};
-
-  private:
-    HRESULT ConnectServices();
 };

@@ -7,7 +7,8 @@
 #include "core/main_service.h"
 #include "logging/log_scope.h"
 #include "network/cable_check.h"
-#include "radio/remembered_radio.h"
+#include "radio/airplane_mode.h"
+#include "radio/power_status.h"
 #include "radio/wlan_radio.h"
 
 namespace {
@@ -19,7 +20,7 @@ constexpr DWORD kWatchedChanges = REG_NOTIFY_CHANGE_NAME | REG_NOTIFY_CHANGE_LAS
 
 bool OpenWatchedKey(Platform::UniqueRegistryKey& key) {
     Platform::UniqueRegistryKey opened;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, PowerStatus::kAirplaneModeKey, 0, kWatchAccess, opened.Put()) !=
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, ServiceUtils::kAirplaneModeKey, 0, kWatchAccess, opened.Put()) !=
         ERROR_SUCCESS) {
         return false;
     }

@@ -6,7 +6,7 @@
 #include "core/common_steps.h"
 #include "logging/log_scope.h"
 #include "network/cable_check.h"
-#include "radio/remembered_radio.h"
+#include "radio/radio_switch.h"
 #include "radio/wlan_radio.h"
 #include "radio/wwan_radio.h"
 #include "radio/wwan_state.h"

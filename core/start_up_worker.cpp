@@ -12,6 +12,7 @@
 #include "network/cable_check.h"
 #include "network/network_diagnostics.h"
 #include "radio/wlan_radio.h"
+#include "radio/wwan_interfaces.h"
 #include "radio/wwan_radio.h"
 #include "radio/wwan_state.h"
 

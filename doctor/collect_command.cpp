@@ -21,7 +21,7 @@
 #include "doctor/machine_now.h"
 #include "doctor/zip_file.h"
 #include "platform/handles.h"
-#include "radio/power_status.h"
+#include "radio/airplane_mode.h"
 
 namespace Doctor {
 namespace {
@@ -53,7 +53,7 @@ struct KeyToCollect {
 constexpr KeyToCollect kKeys[] = {
     {L"SOFTWARE\\Orva\\Orva Brimlet Support"},
     {Inspection::kPolicyKey},
-    {PowerStatus::kAirplaneModeKey},
+    {ServiceUtils::kAirplaneModeKey},
     {L"SYSTEM\\CurrentControlSet\\Services\\LinkvaneService"},
     {L"SYSTEM\\CurrentControlSet\\Services\\WlanSvc"},
     {L"SYSTEM\\CurrentControlSet\\Services\\WwanSvc"},

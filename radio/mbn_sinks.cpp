@@ -7,8 +7,9 @@
 #include "logging/log_scope.h"
 #include "network/cable_check.h"
 #include "platform/handles.h"
+#include "radio/airplane_mode.h"
 #include "radio/power_status.h"
-#include "radio/remembered_radio.h"
+#include "radio/radio_switch.h"
 #include "radio/wwan_radio.h"
 #include "radio/wwan_state.h"
 
@@ -125,14 +126,12 @@ HRESULT CMbnSinks::OnRadioStateChange(IMbnRadio* /*radio*/) {
 HRESULT CMbnSinks::OnSetSoftwareRadioStateComplete(IMbnRadio* radio, ULONG requestId, HRESULT status) {
     const LogScope log("CMbnSinks::OnSetSoftwareRadioStateComplete", L"RequestID = %d, Status = 0x%x",
                        requestId, status);
-    try {
+    log.Guard([&] {
         // Held for all of it, also while a change is undone below: the completion of
         // that very switch waits here until the switch has stopped waiting for it and has looked
         // for itself.
         const std::lock_guard hold(m_eventLock);
         HandleCompletion(log, radio, requestId);
-    } catch (...) {
-        log.Error(L"Exception in OnSetSoftwareRadioStateComplete()");
-    }
+    });
     return S_OK;
 }

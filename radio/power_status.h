@@ -2,7 +2,18 @@
 
 #include <windows.h>
 
-/// Where the user's last choice for each radio is remembered.
+#include <string>
+
+/// Where the user's last choice for each radio is remembered: the state that it is to have without a cable,
+/// whatever it has now. It is written, by `SetWlanPowerStatusInRegistry` and its WWAN twin,
+///  - with the new state, when a radio changed without this service's doing and without a cable: WLAN by
+///    `CMainService::HandleWlanNotificationMsmRadioStateChange`, the modem (with a cable as well, while its
+///    feature is disabled) by `CMbnSinks::OnSetSoftwareRadioStateComplete`;
+///  - with "on", when the cable takes down a radio that was on: `StopWLANService`, `StopWWANService`;
+///  - with "on", when a WLAN network is there without a cable:
+///    `CMainService::HandleWlanNotificationAcmNetworkAvailable`.
+/// A switch by itself writes nothing; nor does airplane mode's end, whatever its line "Setting
+/// SetWlanPowerStatusInRegistry with value" says.
 namespace PowerStatus {
 constexpr wchar_t kWlanKey[] = L"SOFTWARE\\Orva\\Orva Brimlet Support\\WlanPowerStatus";
 constexpr wchar_t kWwanKey[] = L"SOFTWARE\\Orva\\Orva Brimlet Support\\WwanPowerStatus";
@@ -10,22 +21,24 @@ constexpr wchar_t kValueName[] = L"PowerOnOff";
 /// The text for "on". Compared exactly; every other text but the empty one means "off".
 constexpr wchar_t kOn[] = L"True";
 constexpr wchar_t kOff[] = L"False";
-/// Where the system keeps airplane mode: the unnamed value of this key.
-constexpr wchar_t kAirplaneModeKey[] =
-    L"SYSTEM\\CurrentControlSet\\Control\\RadioManagement\\SystemRadioState";
 }  // namespace PowerStatus
 
-/// Callable on any thread; nothing is thrown, failures are logged.
+/// Callable on any thread. The writers throw nothing and log their failures.
 namespace ServiceUtils {
 
-/// A radio's state as one byte: exactly 1 is on.
+/// A radio's state as one byte. A switch takes any number but 0 for on, the writers only 1.
 using RadioStatus = unsigned char;
 constexpr RadioStatus kRadioOff = 0;
 constexpr RadioStatus kRadioOn = 1;
 
-/// Whether a switch looks at airplane mode before it turns a radio on.
-constexpr unsigned char kIgnoreAirplaneMode = 0;
-constexpr unsigned char kRespectAirplaneMode = 1;
+/// Whether a switch takes a status for "on".
+[[nodiscard]] constexpr bool MeansOn(RadioStatus status) noexcept {
+    return status != kRadioOff;
+}
+
+/// The text that is remembered for a radio; "True" when there is none, so that a radio is on by
+/// default.
+[[nodiscard]] std::wstring RememberedPowerStatus(const wchar_t* keyPath);
 
 /// Remembers a radio's state below HKEY_LOCAL_MACHINE. The Win32 error of the write, or
 /// 0xFFFFFFFF after an exception.
@@ -33,11 +46,5 @@ DWORD SetPowerStatusInRegistry(const wchar_t* keyPath, RadioStatus status);
 DWORD SetWlanPowerStatusInRegistry(RadioStatus status);
 /// After an exception the result is ERROR_SUCCESS, unlike that of its WLAN twin.
 DWORD SetWwanPowerStatusInRegistry(RadioStatus status);
-
-/// Whether the system's airplane mode is on; off when it cannot be read.
-[[nodiscard]] bool CheckAirplaneMode();
-
-/// The same without a line in the log.
-[[nodiscard]] bool IsAirplaneModeOn();
 
 }  // namespace ServiceUtils

@@ -6,12 +6,13 @@
 #include <chrono>
 #include <cstddef>
 #include <iterator>
+#include <optional>
 #include <string>
 
 #include "logging/log_scope.h"
 #include "platform/handles.h"
 #include "platform/pause.h"
-#include "radio/remembered_radio.h"
+#include "radio/radio_switch.h"
 
 namespace ServiceUtils {
 
@@ -196,8 +197,8 @@ DWORD SetPhys(const LogScope& log, const WlanSession& session, const GUID& inter
 }
 
 /// Makes passes until one succeeds on every PHY or they have run out.
-bool SetPhysWithPatience(const LogScope& log, const WlanSession& session, const GUID& interfaceId,
-                         DWORD phyCount, const WLAN_PHY_RADIO_STATE& radioState, RadioStatus newStatus) {
+bool SetPhysWithRetry(const LogScope& log, const WlanSession& session, const GUID& interfaceId,
+                      DWORD phyCount, const WLAN_PHY_RADIO_STATE& radioState, RadioStatus newStatus) {
     bool succeeded = false;
     int pass = 0;
     while (pass <= kLastPass) {
@@ -241,36 +242,28 @@ bool SetFirstInterface(const LogScope& log, RadioStatus newStatus) {
     const WLAN_PHY_RADIO_STATE radioState = PrepareRadioState(log, newStatus);
     DWORD phyCount = 0;
     const bool succeeded = CountPhys(log, session, interfaceId, phyCount) &&
-                           SetPhysWithPatience(log, session, interfaceId, phyCount, radioState, newStatus);
+                           SetPhysWithRetry(log, session, interfaceId, phyCount, radioState, newStatus);
     if (succeeded) {
         log.Information(L"New WIFI state : %d", CheckWlanStatus());
     }
     return succeeded;
 }
 
-bool SwitchRadio(const LogScope& log, RadioStatus newStatus, unsigned char checkAirplaneStatus) {
-    // Asked for every switch, so that the log shows it for every switch.
-    const bool airplaneMode = CheckAirplaneMode();
-    if (MeansOn(newStatus) && airplaneMode && checkAirplaneStatus != kIgnoreAirplaneMode) {
-        log.Information(L"SwitchWlanStatus not needed for New status = %d", newStatus);
-        return false;
-    }
-    const bool isOn = CheckWlanStatus();
-    log.Information(L"Current WLAN Status : %d, To Change Status = %d", isOn, newStatus);
-    if (isOn == MeansOn(newStatus)) {
-        log.Information(L"No change in WLAN Status Needed.");
-        return true;
-    }
-    return SetFirstInterface(log, newStatus);
-}
-
 constexpr SwitchableRadio kWlanRadio{
     &SwitchWlanStatus,
     &CheckWlanStatus,
     L"SwitchWlanStatus not needed for New status = %d",
+    L"Current WLAN Status : %d, To Change Status = %d",
+    L"No change in WLAN Status Needed.",
     L"SwitchWlanStatus Success",
     L"SwitchWlanStatus not Succeeded. Retrying to %d",
 };
+
+bool SwitchRadio(const LogScope& log, RadioStatus newStatus, unsigned char checkAirplaneStatus) {
+    const std::optional<bool> answer =
+        AnswerWithoutSwitching(log, kWlanRadio, newStatus, checkAirplaneStatus);
+    return answer ? *answer : SetFirstInterface(log, newStatus);
+}
 
 void BringRadioBack(const LogScope& log) {
     const std::wstring remembered = RememberedPowerStatus(PowerStatus::kWlanKey);

@@ -2,6 +2,7 @@
 
 #include <atomic>
 
+#include "radio/airplane_mode.h"
 #include "radio/power_status.h"
 
 /// The WLAN radio: the software radio state of every PHY of the first WLAN interface. Callable on

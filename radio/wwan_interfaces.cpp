@@ -8,18 +8,18 @@
 
 #include "logging/log_scope.h"
 #include "platform/mbn_api.h"
-#include "platform/pause.h"
-#include "radio/wwan_radio.h"
+#include "radio/mbn_retry.h"
 #include "radio/wwan_state.h"
 
 using Microsoft::WRL::ComPtr;
 
 namespace {
 
-using std::chrono::milliseconds;
-
-constexpr int kEnumerationTries = 5;
-constexpr milliseconds kEnumerationPause{500};
+constexpr MbnCall kGetInterfaces{
+    std::chrono::milliseconds{500},
+    L"GetInterfaces failed in try %d with !err is 0x%08X",
+    L"GetInterfaces failed with error: HRESULT : 0x%08X",
+};
 
 constexpr UINT kOnlyDimension = 1;
 
@@ -88,24 +88,6 @@ HRESULT CopyIdentifiers(SAFEARRAY* array, const Bounds& bounds, GUID* identifier
     return S_OK;
 }
 
-/// Asks for the adapters. The interface manager answers late when its service has just started.
-HRESULT GetInterfaces(const LogScope& log, IMbnInterfaceManager& manager,
-                      Platform::UniqueSafeArray& interfaces) {
-    HRESULT result = E_FAIL;
-    for (int attempt = 0; attempt < kEnumerationTries; ++attempt) {
-        result = manager.GetInterfaces(interfaces.Put());
-        if (FAILED(result)) {
-            log.Warning(L"GetInterfaces failed in try %d with !err is 0x%08X", attempt, result);
-        }
-        Platform::Pause(kEnumerationPause);
-        if (SUCCEEDED(result)) {
-            return result;
-        }
-    }
-    log.Error(L"GetInterfaces failed with error: HRESULT : 0x%08X", result);
-    return result;
-}
-
 /// Records each identifier in turn, so that the last one stays. False when one of them failed or
 /// there was none.
 bool RecordInterfaces(const LogScope& log, const GUID* identifiers, ULONG count) {
@@ -131,7 +113,8 @@ bool FindInterfaces(const LogScope& log) {
         return false;
     }
     Platform::UniqueSafeArray interfaces;
-    if (FAILED(GetInterfaces(log, *manager, interfaces))) {
+    if (FAILED(
+            CallWithRetries(log, kGetInterfaces, [&] { return manager->GetInterfaces(interfaces.Put()); }))) {
         return false;
     }
     ULONG count = 0;
@@ -186,13 +169,7 @@ namespace ServiceUtils {
 
 bool EnumerateWwanInterfaces() {
     LogScope log("ServiceUtils::EnumerateWwanInterfaces");
-    bool found = false;
-    try {
-        found = FindInterfaces(log);
-    } catch (...) {
-        log.Error(L"Exception in EnumerateWwanInterfaces()");
-    }
-    return log.Return(L"Return = %d", found);
+    return log.Return(L"Return = %d", log.Guard(false, [&] { return FindInterfaces(log); }));
 }
 
 }  // namespace ServiceUtils

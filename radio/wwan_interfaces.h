@@ -15,3 +15,11 @@ HRESULT CopyArrayOfInterfaces(SAFEARRAY* interfaces, ULONG* count,
                               Platform::UniqueProcessHeap<GUID>* identifiers);
 
 }  // namespace NLMUtils
+
+namespace ServiceUtils {
+
+/// Looks for the WWAN adapter and records its interface identifier (the last one listed wins).
+/// Needs the interface manager published. True when one was found. Nothing is thrown, failures are logged.
+bool EnumerateWwanInterfaces();
+
+}  // namespace ServiceUtils

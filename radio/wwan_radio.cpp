@@ -5,13 +5,15 @@
 #include <chrono>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "logging/log_scope.h"
 #include "network/cable_check.h"
 #include "platform/handles.h"
 #include "platform/pause.h"
-#include "radio/remembered_radio.h"
+#include "radio/mbn_retry.h"
+#include "radio/radio_switch.h"
 #include "radio/wwan_state.h"
 
 using Microsoft::WRL::ComPtr;
@@ -21,11 +23,16 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr int kInterfaceTries = 5;
-constexpr milliseconds kInterfacePause{50};
-
-constexpr int kSetTries = 5;
-constexpr milliseconds kSetPause{100};
+constexpr MbnCall kGetInterface{
+    milliseconds{50},
+    L"GetInterface failed in try %d with !err is 0x%08X",
+    L"GetInterface failed with error: HRESULT : 0x%08X",
+};
+constexpr MbnCall kSetSoftwareRadioState{
+    milliseconds{100},
+    L"SetSoftwareRadioState failed with error in retry %d: HRESULT : 0x%08X",
+    L"SetSoftwareRadioState failed with error : HRESULT : 0x%08X",
+};
 
 /// One iteration of a switch is: set, wait for the completion, look.
 constexpr int kSwitchIterations = 10;
@@ -66,22 +73,11 @@ HRESULT GetInterface(const LogScope& log, ComPtr<IMbnInterface>& mbnInterface) {
         log.Error(L"IMbnInterfaceManager is NULL");
         return E_POINTER;
     }
-    HRESULT result = E_FAIL;
-    for (int attempt = 0; attempt < kInterfaceTries; ++attempt) {
-        result = manager->GetInterface(WwanState::interfaceId.c_str(), mbnInterface.ReleaseAndGetAddressOf());
-        if (SUCCEEDED(result) && mbnInterface == nullptr) {
-            result = E_POINTER;
-        }
-        if (FAILED(result)) {
-            log.Warning(L"GetInterface failed in try %d with !err is 0x%08X", attempt, result);
-        }
-        Platform::Pause(kInterfacePause);
-        if (SUCCEEDED(result)) {
-            return result;
-        }
-    }
-    log.Error(L"GetInterface failed with error: HRESULT : 0x%08X", result);
-    return result;
+    return CallWithRetries(log, kGetInterface, [&] {
+        const HRESULT result =
+            manager->GetInterface(WwanState::interfaceId.c_str(), mbnInterface.ReleaseAndGetAddressOf());
+        return SUCCEEDED(result) && mbnInterface == nullptr ? E_POINTER : result;
+    });
 }
 
 bool FindRadio(const LogScope& log, ComPtr<IMbnRadio>& radio) {
@@ -133,22 +129,13 @@ std::shared_ptr<Platform::UniqueHandle> PublishRadioChangeEvent(const LogScope& 
     return event;
 }
 
-/// Asks the radio for the state, with patience. When it refuses for good the switch goes on all
-/// the same: the state may come by another way.
+/// Asks the radio for the state. When it refuses for good the switch goes on all the same: the state may come
+/// by another way.
 void RequestState(const WwanSwitch& change) {
     ULONG requestId = 0;
-    HRESULT result = E_FAIL;
-    for (int attempt = 0; attempt < kSetTries && FAILED(result); ++attempt) {
-        result = change.radio.SetSoftwareRadioState(change.WantedState(), &requestId);
-        if (FAILED(result)) {
-            change.log.Warning(L"SetSoftwareRadioState failed with error in retry %d: HRESULT : 0x%08X",
-                               attempt, result);
-        }
-        Platform::Pause(kSetPause);
-    }
-    if (FAILED(result)) {
-        change.log.Error(L"SetSoftwareRadioState failed with error : HRESULT : 0x%08X", result);
-    }
+    static_cast<void>(CallWithRetries(change.log, kSetSoftwareRadioState, [&] {
+        return change.radio.SetSoftwareRadioState(change.WantedState(), &requestId);
+    }));
     change.log.Information(L"SetSoftwareRadioState Radio State = %d, Request ID = %d", change.WantedState(),
                            requestId);
 }
@@ -230,32 +217,29 @@ bool ChangeRadio(const LogScope& log, RadioStatus newStatus) {
     return true;
 }
 
+constexpr SwitchableRadio kWwanRadio{
+    &SwitchWwanStatus,
+    &CheckWwanStatus,
+    L"SwitchWwanStatus not needed for New status = %d",
+    L"Current Status : %d, To Change Status = %d",
+    L"No change in WWAN Status Needed.",
+    L"SwitchWwanStatus Success",
+    L"SwitchWwanStatus not Succeeded. Retrying to %d",
+};
+
 /// Under the switch lock.
 bool SwitchRadio(const LogScope& log, RadioStatus newStatus, unsigned char checkAirplaneStatus) {
     if (!IsDevicePresent(log)) {
         return false;
     }
-    if (CheckAirplaneMode() && MeansOn(newStatus) && checkAirplaneStatus != kIgnoreAirplaneMode) {
-        log.Information(L"SwitchWwanStatus not needed for New status = %d", newStatus);
-        return false;
-    }
-    const bool isOn = CheckWwanStatus();
-    log.Information(L"Current Status : %d, To Change Status = %d", isOn, newStatus);
-    if (isOn == MeansOn(newStatus)) {
-        log.Information(L"No change in WWAN Status Needed.");
-        return true;
+    const std::optional<bool> answer =
+        AnswerWithoutSwitching(log, kWwanRadio, newStatus, checkAirplaneStatus);
+    if (answer) {
+        return *answer;
     }
     MarkOffWithoutEthernet(newStatus);
     return ChangeRadio(log, newStatus);
 }
-
-constexpr SwitchableRadio kWwanRadio{
-    &SwitchWwanStatus,
-    &CheckWwanStatus,
-    L"SwitchWwanStatus not needed for New status = %d",
-    L"SwitchWwanStatus Success",
-    L"SwitchWwanStatus not Succeeded. Retrying to %d",
-};
 
 void BringRadioBack(const LogScope& log) {
     if (!IsDevicePresent(log)) {
@@ -290,72 +274,42 @@ void TakeRadioDown(const LogScope& log) {
 
 bool GetRadioInterface(IMbnRadio** radio) {
     const LogScope log("ServiceUtils::GetRadioInterface");
-    *radio = nullptr;
-    try {
-        ComPtr<IMbnRadio> found;
-        if (!FindRadio(log, found)) {
-            return false;
-        }
-        *radio = found.Detach();
-        return true;
-    } catch (...) {
-        log.Error(L"Exception in GetRadioInterface()");
-        return false;
-    }
+    ComPtr<IMbnRadio> found;
+    const bool isFound = log.Guard(false, [&] { return FindRadio(log, found); });
+    *radio = isFound ? found.Detach() : nullptr;
+    return isFound;
 }
 
 bool CheckWwanStatus() {
     LogScope log("ServiceUtils::CheckWwanStatus");
-    bool isOn = false;
-    try {
-        isOn = ReadRadio(log);
-    } catch (...) {
-        log.Error(L"Exception in CheckWwanStatus()");
-    }
-    return log.Return(L"WWAN Status = %d", isOn);
+    return log.Return(L"WWAN Status = %d", log.Guard(false, [&] { return ReadRadio(log); }));
 }
 
 bool SwitchWwanStatus(const RadioStatus& newStatus, const unsigned char& checkAirplaneStatus) {
     LogScope log("ServiceUtils::SwitchWwanStatus", L"OnOffValue = %d, bCheckAirplaneStatus = %d", newStatus,
                  checkAirplaneStatus);
-    bool tried = false;
-    try {
+    return log.Return(L"WWAN switching Status = %d", log.Guard(false, [&] {
         const std::lock_guard hold(WwanState::switchLock);
-        tried = SwitchRadio(log, newStatus, checkAirplaneStatus);
-    } catch (...) {
-        log.Error(L"Exception in SwitchWwanStatus()");
-    }
-    return log.Return(L"WWAN switching Status = %d", tried);
+        return SwitchRadio(log, newStatus, checkAirplaneStatus);
+    }));
 }
 
 bool SwitchWwanStatusWithRetry(const RadioStatus& newStatus, const int& retryCount) {
     LogScope log("ServiceUtils::SwitchWwanStatusWithRetry", L"NewStatus = %d, Retry Count = %d", newStatus,
                  retryCount);
-    bool succeeded = false;
-    try {
-        succeeded = IsDevicePresent(log) && SwitchUntilRadioFollows(log, kWwanRadio, newStatus, retryCount);
-    } catch (...) {
-        log.Error(L"Exception in SwitchWwanStatusWithRetry()");
-    }
-    return log.Return(L"WWAN switching Status = %d", succeeded);
+    return log.Return(L"WWAN switching Status = %d", log.Guard(false, [&] {
+        return IsDevicePresent(log) && SwitchUntilRadioFollows(log, kWwanRadio, newStatus, retryCount);
+    }));
 }
 
 void StartWWANService() {
     const LogScope log("ServiceUtils::StartWWANService");
-    try {
-        BringRadioBack(log);
-    } catch (...) {
-        log.Error(L"Exception in StartWWANService()");
-    }
+    log.Guard([&] { BringRadioBack(log); });
 }
 
 void StopWWANService() {
     const LogScope log("ServiceUtils::StopWWANService");
-    try {
-        TakeRadioDown(log);
-    } catch (...) {
-        log.Error(L"Exception in StopWWANService()");
-    }
+    log.Guard([&] { TakeRadioDown(log); });
 }
 
 }  // namespace ServiceUtils

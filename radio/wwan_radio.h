@@ -1,20 +1,13 @@
 #pragma once
 
-#include <windows.h>
-
-#include <atomic>
-
 #include "platform/mbn_api.h"
+#include "radio/airplane_mode.h"
 #include "radio/power_status.h"
 
 /// The WWAN (mobile broadband) radio. A switch is asynchronous: it waits for the completion that
 /// the radio event sink signals. Callable on any thread; nothing is thrown, failures are logged.
 /// A switch can block for more than a minute.
 namespace ServiceUtils {
-
-/// Looks for the WWAN adapter and records its interface identifier (the last one listed wins).
-/// Needs the interface manager published. True when one was found.
-bool EnumerateWwanInterfaces();
 
 /// The radio of the recorded adapter, with a reference that the caller owns. Tries for a quarter of a
 /// second; then false, with `*radio` null.

@@ -1,6 +1,7 @@
 #include "registry/registry_key.h"
 
 #include <atomic>
+#include <utility>
 
 namespace {
 
@@ -32,105 +33,71 @@ DeleteKeyEx* FindDeleteKeyEx() {
     return deleteKeyEx;
 }
 
-/// How an operation is to be done under a transaction.
-enum class Path : unsigned char { kPlain, kTransacted, kNone };
-
-Path ChoosePath(const RegistryTransaction* transaction) {
-    if (transaction == nullptr) {
-        return Path::kPlain;
-    }
-    if (transaction->handle != nullptr) {
-        return Path::kTransacted;
-    }
-    return transaction->plainWithoutHandle ? Path::kPlain : Path::kNone;
+/// Calls one of the transacted functions, if Windows has it.
+template <class Function, class... Args>
+LSTATUS CallTransacted(const char* name, Args... arguments) {
+    auto* const function = LookUp<Function>(name);
+    return function != nullptr ? function(arguments...) : ERROR_INVALID_FUNCTION;
 }
 
-LSTATUS OpenTransacted(HKEY parent, const wchar_t* subkey, REGSAM access, HANDLE transaction, HKEY* key) {
-    auto* const open = LookUp<decltype(RegOpenKeyTransactedW)>("RegOpenKeyTransactedW");
-    if (open == nullptr) {
-        return ERROR_INVALID_FUNCTION;
+/// Does an operation in whichever way the transaction asks for.
+template <class Plain, class Transacted>
+LSTATUS Do(const RegistryTransaction* transaction, Plain plain, Transacted transacted) {
+    if (transaction != nullptr && transaction->handle != nullptr) {
+        return transacted(transaction->handle);
     }
-    return open(parent, subkey, 0, access, key, transaction, nullptr);
-}
-
-LSTATUS CreateTransacted(HKEY parent, const wchar_t* subkey, REGSAM access, HANDLE transaction, HKEY* key) {
-    auto* const create = LookUp<decltype(RegCreateKeyTransactedW)>("RegCreateKeyTransactedW");
-    if (create == nullptr) {
-        return ERROR_INVALID_FUNCTION;
-    }
-    DWORD disposition = 0;
-    return create(parent, subkey, 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr, key, &disposition,
-                  transaction, nullptr);
-}
-
-LSTATUS CreatePlain(HKEY parent, const wchar_t* subkey, REGSAM access, HKEY* key) {
-    DWORD disposition = 0;
-    return RegCreateKeyExW(parent, subkey, 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr, key,
-                           &disposition);
-}
-
-LSTATUS DeleteTransacted(HKEY parent, const wchar_t* subkey, REGSAM view, HANDLE transaction) {
-    auto* const deleteKey = LookUp<decltype(RegDeleteKeyTransactedW)>("RegDeleteKeyTransactedW");
-    if (deleteKey == nullptr) {
-        return ERROR_INVALID_FUNCTION;
-    }
-    return deleteKey(parent, subkey, view, 0, transaction, nullptr);
+    return transaction == nullptr || transaction->plainWithoutHandle ? plain() : ERROR_INVALID_FUNCTION;
 }
 
 }  // namespace
 
 LSTATUS RegistryKey::Open(HKEY parent, const wchar_t* subkey, REGSAM access) {
     Platform::UniqueRegistryKey opened;
-    LSTATUS result = ERROR_INVALID_FUNCTION;
-    switch (ChoosePath(m_transaction)) {
-        case Path::kTransacted:
-            result = OpenTransacted(parent, subkey, access, m_transaction->handle, opened.Put());
-            break;
-        case Path::kPlain:
-            result = RegOpenKeyExW(parent, subkey, 0, access, opened.Put());
-            break;
-        case Path::kNone:
-            break;
-    }
+    const LSTATUS result = Do(
+        m_transaction, [&] { return RegOpenKeyExW(parent, subkey, 0, access, opened.Put()); },
+        [&](HANDLE transaction) {
+            return CallTransacted<decltype(RegOpenKeyTransactedW)>("RegOpenKeyTransactedW", parent, subkey,
+                                                                   DWORD{0}, access, opened.Put(),
+                                                                   transaction, nullptr);
+        });
     return result == ERROR_SUCCESS ? Hold(std::move(opened), access) : result;
 }
 
 LSTATUS RegistryKey::Create(HKEY parent, const wchar_t* subkey, REGSAM access) {
     Platform::UniqueRegistryKey created;
-    LSTATUS result = ERROR_INVALID_FUNCTION;
-    switch (ChoosePath(m_transaction)) {
-        case Path::kTransacted:
-            result = CreateTransacted(parent, subkey, access, m_transaction->handle, created.Put());
-            break;
-        case Path::kPlain:
-            result = CreatePlain(parent, subkey, access, created.Put());
-            break;
-        case Path::kNone:
-            break;
-    }
+    DWORD disposition = 0;
+    const LSTATUS result = Do(
+        m_transaction,
+        [&] {
+            return RegCreateKeyExW(parent, subkey, 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr,
+                                   created.Put(), &disposition);
+        },
+        [&](HANDLE transaction) {
+            return CallTransacted<decltype(RegCreateKeyTransactedW)>(
+                "RegCreateKeyTransactedW", parent, subkey, DWORD{0}, nullptr, DWORD{REG_OPTION_NON_VOLATILE},
+                access, nullptr, created.Put(), &disposition, transaction, nullptr);
+        });
     return result == ERROR_SUCCESS ? Hold(std::move(created), access) : result;
 }
 
 LSTATUS RegistryKey::DeleteKey(HKEY parent, const wchar_t* subkey) {
+    // Only the newer function knows views, and only a key without a transaction object uses it.
     if (m_transaction == nullptr) {
-        DeleteKeyEx* const deleteKey = FindDeleteKeyEx();
-        return deleteKey != nullptr ? deleteKey(parent, subkey, m_view, 0) : RegDeleteKeyW(parent, subkey);
+        if (DeleteKeyEx* const deleteKey = FindDeleteKeyEx()) {
+            return deleteKey(parent, subkey, m_view, 0);
+        }
     }
-    switch (ChoosePath(m_transaction)) {
-        case Path::kTransacted:
-            return DeleteTransacted(parent, subkey, m_view, m_transaction->handle);
-        case Path::kPlain:
-            return RegDeleteKeyW(parent, subkey);
-        case Path::kNone:
-            break;
-    }
-    return ERROR_INVALID_FUNCTION;
+    return Do(
+        m_transaction, [&] { return RegDeleteKeyW(parent, subkey); },
+        [&](HANDLE transaction) {
+            return CallTransacted<decltype(RegDeleteKeyTransactedW)>(
+                "RegDeleteKeyTransactedW", parent, subkey, m_view, DWORD{0}, transaction, nullptr);
+        });
 }
 
 LSTATUS RegistryKey::DeleteTree(const wchar_t* subkey) {
     // The child takes no part in this key's transaction, so it is opened, and its subkeys are
-    // deleted, outside of it; only the deletion at the end goes through the transaction. It is
-    // meant to be so.
+    // deleted, outside of it; only the deletion at the end goes through the transaction.
     RegistryKey child;
     const LSTATUS opened = child.Open(Get(), subkey, KEY_READ | KEY_WRITE | m_view);
     if (opened != ERROR_SUCCESS) {

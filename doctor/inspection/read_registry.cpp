@@ -11,8 +11,8 @@
 #include "logging/level.h"
 #include "logging/listener.h"
 #include "logging/policy.h"
+#include "radio/airplane_mode.h"
 #include "radio/power_status.h"
-#include "radio/remembered_radio.h"
 #include "registry/registry.h"
 #include "service/service_names.h"
 
@@ -162,7 +162,7 @@ AirplaneMode ReadAirplaneMode() {
     AirplaneMode airplane;
     Platform::UniqueRegistryKey key;
     RawValue value;
-    LSTATUS error = OpenForReading(HKEY_LOCAL_MACHINE, PowerStatus::kAirplaneModeKey, key);
+    LSTATUS error = OpenForReading(HKEY_LOCAL_MACHINE, ServiceUtils::kAirplaneModeKey, key);
     if (error == ERROR_SUCCESS) {
         error = ReadValue(key.Get(), nullptr, value);
     }

@@ -315,7 +315,7 @@ TEST_F(WatcherTest, PassThatAsksForNothingIsFollowedByAWait) {
 }
 
 TEST_F(WatcherTest, ComparingLeavesNoLine) {
-    Rig::DeleteRegistryValue(HKEY_LOCAL_MACHINE, PowerStatus::kAirplaneModeKey, L"");
+    Rig::DeleteRegistryValue(HKEY_LOCAL_MACHINE, ServiceUtils::kAirplaneModeKey, L"");
     Run({});
     EXPECT_THAT(log.Of("ServiceUtils::CheckAirplaneMode"), IsEmpty());
     EXPECT_THAT(Lines(), IsEmpty());
@@ -381,7 +381,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(WatcherTest, MissingAirplaneValueMeansOff) {
     world.EnableWlanSwitching();
-    Run({[this] { Rig::DeleteRegistryValue(HKEY_LOCAL_MACHINE, PowerStatus::kAirplaneModeKey, L""); }});
+    Run({[this] { Rig::DeleteRegistryValue(HKEY_LOCAL_MACHINE, ServiceUtils::kAirplaneModeKey, L""); }});
     EXPECT_TRUE(log.Contains(Information(kWatcher, kAirplaneOff)));
 }
 

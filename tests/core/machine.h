@@ -2,6 +2,7 @@
 
 #include "tests/network/fake_adapters.h"
 
+#include "radio/airplane_mode.h"
 #include "radio/power_status.h"
 #include "tests/support/ledger.h"
 #include "tests/support/log_recorder.h"
@@ -23,7 +24,7 @@ class Machine {
     Rig::LogRecorder log;
     Rig::TestClock clock;
     Rig::ScopedRegistryTree store{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Orva\\Orva Brimlet Support"};
-    Rig::ScopedRegistryTree airplane{HKEY_LOCAL_MACHINE, PowerStatus::kAirplaneModeKey};
+    Rig::ScopedRegistryTree airplane{HKEY_LOCAL_MACHINE, ServiceUtils::kAirplaneModeKey};
     NetworkTests::FakeAdapterList adapters{{NetworkTests::EthernetWithoutAddress()}};
 
     /// Airplane mode as the system writes it: the unnamed value.

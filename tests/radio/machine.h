@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "radio/airplane_mode.h"
 #include "radio/power_status.h"
 #include "tests/support/ledger.h"
 #include "tests/support/log_recorder.h"
@@ -50,7 +51,7 @@ class Machine {
     Rig::LogRecorder log;
     Rig::TestClock clock;
     Rig::ScopedRegistryTree store{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Orva\\Orva Brimlet Support"};
-    Rig::ScopedRegistryTree airplane{HKEY_LOCAL_MACHINE, PowerStatus::kAirplaneModeKey};
+    Rig::ScopedRegistryTree airplane{HKEY_LOCAL_MACHINE, ServiceUtils::kAirplaneModeKey};
     Rig::SimulatedNotebook notebook;
 
     /// Airplane mode as the system writes it: the unnamed value.

@@ -4,7 +4,7 @@
 
 #include <ostream>
 
-#include "radio/remembered_radio.h"
+#include "radio/airplane_mode.h"
 #include "tests/radio/machine.h"
 #include "tests/support/throw_from_log_line.h"
 

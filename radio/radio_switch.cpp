@@ -1,9 +1,8 @@
-#include "radio/remembered_radio.h"
+#include "radio/radio_switch.h"
 
 #include <chrono>
 
 #include "platform/pause.h"
-#include "registry/registry.h"
 
 namespace ServiceUtils {
 namespace {
@@ -16,6 +15,23 @@ constexpr milliseconds kSettlingPause{100};
 constexpr milliseconds kRetryPause{400};
 
 }  // namespace
+
+std::optional<bool> AnswerWithoutSwitching(const LogScope& log, const SwitchableRadio& radio,
+                                           RadioStatus newStatus, unsigned char checkAirplaneStatus) {
+    // Asked for every switch, so that the log shows it for every switch.
+    const bool airplaneMode = CheckAirplaneMode();
+    if (MeansOn(newStatus) && airplaneMode && checkAirplaneStatus != kIgnoreAirplaneMode) {
+        log.Information(radio.notNeededText, newStatus);
+        return false;
+    }
+    const bool isOn = radio.isOn();
+    log.Information(radio.currentText, isOn, newStatus);
+    if (isOn == MeansOn(newStatus)) {
+        log.Information(radio.noChangeText);
+        return true;
+    }
+    return std::nullopt;
+}
 
 bool SwitchUntilRadioFollows(const LogScope& log, const SwitchableRadio& radio, RadioStatus newStatus,
                              int retryCount) {
@@ -38,11 +54,6 @@ bool SwitchUntilRadioFollows(const LogScope& log, const SwitchableRadio& radio, 
             return false;
         }
     }
-}
-
-std::wstring RememberedPowerStatus(const wchar_t* keyPath) {
-    std::wstring text = Registry(HKEY_LOCAL_MACHINE).GetValue(keyPath, PowerStatus::kValueName);
-    return text.empty() ? std::wstring(PowerStatus::kOn) : text;
 }
 
 }  // namespace ServiceUtils
