@@ -85,7 +85,7 @@ Answer Calls(Words& words) {
     const bool clear = words.TakeIf("clear");
     Answer answer;
     LockedMachine machine;
-    for (std::size_t i = 0; i < kCallCount; ++i) {
+    for (std::size_t i = 0; i < kCommandCallCount; ++i) {
         CallCount& count = machine->counts[i];
         answer.lines.push_back(std::string(CallName(static_cast<Call>(i))) + " calls=" +
                                std::to_string(count.calls) + " failed=" + std::to_string(count.failed));

@@ -1,7 +1,7 @@
-// The Windows event log, put in place of the executable's imports: every entry goes to the system
-// as well, which may keep none, and a copy stays here.
+// The Windows event log. Under the executable every entry goes to the system as well, which may keep none,
+// and a copy stays here; in a unit test's own process there is no system behind.
 
-#include "notebook/state/event_log.h"
+#include "notebook/hardware/event_log.h"
 
 #include <windows.h>
 
@@ -16,6 +16,7 @@
 #include "notebook/hardware/deliveries.h"
 #include "notebook/hardware/import_table.h"
 #include "notebook/hardware/start.h"
+#include "notebook/state/event_log.h"
 #include "notebook/state/shared_state.h"
 #include "notebook/state/text.h"
 
@@ -38,9 +39,17 @@ class Sources {
         const ExclusiveLock lock(m_lock);
         m_names[handle] = name;
     }
-    void Remove(HANDLE handle) {
+    /// One that no system knows.
+    HANDLE Make(const wchar_t* name) {
         const ExclusiveLock lock(m_lock);
-        m_names.erase(handle);
+        m_last += 4;
+        const auto handle = reinterpret_cast<HANDLE>(m_last);
+        m_names[handle] = name;
+        return handle;
+    }
+    bool Remove(HANDLE handle) {
+        const ExclusiveLock lock(m_lock);
+        return m_names.erase(handle) != 0;
     }
     std::wstring Name(HANDLE handle) {
         const ExclusiveLock lock(m_lock);
@@ -50,6 +59,7 @@ class Sources {
 
   private:
     SRWLOCK m_lock = SRWLOCK_INIT;
+    ULONG_PTR m_last = 0xE70000;
     std::map<HANDLE, std::wstring> m_names;
 };
 
@@ -84,22 +94,28 @@ std::string TimeText() {
     return text;
 }
 
-HANDLE WINAPI NotebookRegister(LPCWSTR server, LPCWSTR source) {
+}  // namespace
+
+HANDLE WINAPI NotebookRegisterEventSource(LPCWSTR server, LPCWSTR source) {
     CallScope call(Call::RegisterEventSource);
     if (call.Refused()) {
         SetLastError(call.Error());
         return nullptr;
     }
-    const HANDLE handle = g_realRegister(server, source);
-    if (handle != nullptr) {
+    HANDLE handle = nullptr;
+    if (g_realRegister == nullptr) {
+        handle = Sources::Get().Make(source);
+    } else if (handle = g_realRegister(server, source); handle != nullptr) {
         Sources::Get().Add(handle, source);
+    }
+    if (handle != nullptr) {
         InterlockedIncrement(&SharedState::Get().Raw().ledger.eventSources);
     }
     return handle;
 }
 
-BOOL WINAPI NotebookReport(HANDLE log, WORD type, WORD category, DWORD identifier, PSID user,
-                           WORD stringCount, DWORD dataSize, LPCWSTR* strings, LPVOID data) {
+BOOL WINAPI NotebookReportEvent(HANDLE log, WORD type, WORD category, DWORD identifier, PSID user,
+                                WORD stringCount, DWORD dataSize, LPCWSTR* strings, LPVOID data) {
     CallScope call(Call::ReportEvent);
     if (call.Refused()) {
         SetLastError(call.Error());
@@ -111,19 +127,27 @@ BOOL WINAPI NotebookReport(HANDLE log, WORD type, WORD category, DWORD identifie
         line += "|" + Quoted(strings[i]);
     }
     AppendEventLog(line);
-    return g_realReport(log, type, category, identifier, user, stringCount, dataSize, strings, data);
+    return g_realReport == nullptr
+               ? TRUE
+               : g_realReport(log, type, category, identifier, user, stringCount, dataSize, strings, data);
 }
 
-BOOL WINAPI NotebookDeregister(HANDLE log) {
+BOOL WINAPI NotebookDeregisterEventSource(HANDLE log) {
     CallScope call(Call::DeregisterEventSource);
     if (call.Refused()) {
         SetLastError(call.Error());
         return FALSE;
     }
-    Sources::Get().Remove(log);
-    InterlockedDecrement(&SharedState::Get().Raw().ledger.eventSources);
-    return g_realDeregister(log);
+    Ledger& ledger = SharedState::Get().Raw().ledger;
+    if (Sources::Get().Remove(log)) {
+        InterlockedDecrement(&ledger.eventSources);
+    } else {
+        InterlockedIncrement(&ledger.misuses);
+    }
+    return g_realDeregister == nullptr ? TRUE : g_realDeregister(log);
 }
+
+namespace {
 
 /// What a reader of the log was given and how far it has come: lines from the newest back.
 struct Reader {
@@ -222,9 +246,9 @@ void ReplaceEventLog() {
     ReplaceImport("OpenEventLogW", &NotebookOpen);
     ReplaceImport("ReadEventLogW", &NotebookRead);
     ReplaceImport("CloseEventLog", &NotebookClose);
-    g_realRegister = ReplaceImport("RegisterEventSourceW", &NotebookRegister);
-    g_realReport = ReplaceImport("ReportEventW", &NotebookReport);
-    g_realDeregister = ReplaceImport("DeregisterEventSource", &NotebookDeregister);
+    g_realRegister = ReplaceImport("RegisterEventSourceW", &NotebookRegisterEventSource);
+    g_realReport = ReplaceImport("ReportEventW", &NotebookReportEvent);
+    g_realDeregister = ReplaceImport("DeregisterEventSource", &NotebookDeregisterEventSource);
 }
 
 }  // namespace Notebook

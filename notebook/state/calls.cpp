@@ -52,6 +52,14 @@ constexpr std::array<std::string_view, kCallCount> kNames = {
     "DeregisterEventSource",
     "ServiceControl",
     "Notification",
+    "OpenSCManagerW",
+    "OpenServiceW",
+    "CreateServiceW",
+    "ControlService",
+    "QueryServiceStatus",
+    "QueryServiceStatusEx",
+    "DeleteService",
+    "ChangeServiceConfig2W",
 };
 
 bool SameText(std::string_view left, std::string_view right) {
@@ -75,7 +83,7 @@ std::string_view CallName(Call call) {
 
 std::optional<Call> CallFromName(std::string_view name) {
     std::optional<Call> found;
-    for (std::size_t i = 0; i < kCallCount; ++i) {
+    for (std::size_t i = 0; i < kCommandCallCount; ++i) {
         if (SameText(kNames[i], name)) {
             return static_cast<Call>(i);
         }

@@ -10,6 +10,11 @@ namespace Notebook {
 
 namespace {
 
+std::vector<std::string>& LinesInMemory() {
+    static auto& lines = *new std::vector<std::string>();
+    return lines;
+}
+
 HANDLE Open(DWORD access, DWORD disposition) {
     return CreateFileW(kEventLogFile, access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                        disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
@@ -18,6 +23,10 @@ HANDLE Open(DWORD access, DWORD disposition) {
 }  // namespace
 
 void AppendEventLog(const std::string& line) {
+    if (SharedState::IsInMemory()) {
+        LinesInMemory().push_back(line);
+        return;
+    }
     // One write a line: entries of several threads and processes never mix.
     const std::string text = line + "\n";
     CreateDirectoryW(kFolder, nullptr);
@@ -30,6 +39,9 @@ void AppendEventLog(const std::string& line) {
 }
 
 std::vector<std::string> EventLogLines() {
+    if (SharedState::IsInMemory()) {
+        return LinesInMemory();
+    }
     std::vector<std::string> lines;
     const HANDLE file = Open(GENERIC_READ, OPEN_EXISTING);
     if (file == INVALID_HANDLE_VALUE) {
@@ -48,6 +60,7 @@ std::vector<std::string> EventLogLines() {
 }
 
 void ClearEventLog() {
+    LinesInMemory().clear();
     DeleteFileW(kEventLogFile);
 }
 

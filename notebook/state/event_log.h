@@ -9,7 +9,8 @@ namespace Notebook {
 ///
 ///     time|source|type|category|identifier|"first string"|"second string"...
 ///
-/// with line ends, quotes and backslashes in the strings written as \r, \n, \" and \\.
+/// with line ends, quotes and backslashes in the strings written as \r, \n, \" and \\. A state that is
+/// kept in memory has its lines there, too.
 inline constexpr wchar_t kEventLogFile[] = L"C:\\notebook\\event_log.txt";
 
 void AppendEventLog(const std::string& line);

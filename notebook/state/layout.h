@@ -17,7 +17,7 @@
 namespace Notebook {
 
 /// Raised whenever a structure below changes; a file of another version is made anew.
-inline constexpr std::uint32_t kLayoutVersion = 6;
+inline constexpr std::uint32_t kLayoutVersion = 7;
 inline constexpr std::uint32_t kLayoutMagic = 0x4B4F424E;
 
 inline constexpr std::size_t kMaxAdapters = 512;

@@ -32,6 +32,12 @@ class BinaryVersionTest : public testing::Test {
         info.dwFileVersionLS = static_cast<DWORD>(MAKELONG(revision, build));
     }
 
+    void ExpectUnknown(const wchar_t* line) {
+        EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
+        EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, line)));
+        EXPECT_TRUE(ledger.Balanced());
+    }
+
     LogRecorder log;
     Ledger ledger;
     VS_FIXEDFILEINFO info = [] {
@@ -112,45 +118,34 @@ TEST_F(BinaryVersionTest, PathThatIsTooLongSaysNothing) {
 
 TEST_F(BinaryVersionTest, NoMemoryIsLogged) {
     const ScopedResult<&::LocalAlloc> fails{nullptr, ERROR_NOT_ENOUGH_MEMORY};
-    EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"Version String Allocation failed")));
+    ExpectUnknown(L"Version String Allocation failed");
     EXPECT_EQ(read.Calls(), 0);
 }
 
 TEST_F(BinaryVersionTest, ResourceThatCannotBeReadIsLogged) {
     const ScopedResult<&::GetFileVersionInfoW> fails{FALSE, ERROR_RESOURCE_TYPE_NOT_FOUND};
-    EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"GetFileVersionInfo failed with error 1813")));
+    ExpectUnknown(L"GetFileVersionInfo failed with error 1813");
     EXPECT_EQ(query.Calls(), 0);
-    EXPECT_TRUE(ledger.Balanced());
 }
 
 TEST_F(BinaryVersionTest, QueryThatFailsIsLogged) {
     const ScopedResult<&::VerQueryValueW> fails{FALSE, ERROR_INVALID_DATA};
-    EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"VerQueryValue failed with error 13")));
-    EXPECT_TRUE(ledger.Balanced());
+    ExpectUnknown(L"VerQueryValue failed with error 13");
 }
 
 TEST_F(BinaryVersionTest, EmptyInformationIsLogged) {
     foundBytes = 0;
-    EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"VerQueryValue returned size = 0")));
-    EXPECT_TRUE(ledger.Balanced());
+    ExpectUnknown(L"VerQueryValue returned size = 0");
 }
 
 TEST_F(BinaryVersionTest, MissingInformationIsLogged) {
     found = nullptr;
-    EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"VS_FIXEDFILEINFO buffer is NULL")));
-    EXPECT_TRUE(ledger.Balanced());
+    ExpectUnknown(L"VS_FIXEDFILEINFO buffer is NULL");
 }
 
 TEST_F(BinaryVersionTest, WrongSignatureIsLogged) {
     info.dwSignature = 0xFEEF04BC;
-    EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"Signature not correct")));
-    EXPECT_TRUE(ledger.Balanced());
+    ExpectUnknown(L"Signature not correct");
 }
 
 }  // namespace

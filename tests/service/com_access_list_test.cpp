@@ -3,9 +3,11 @@
 
 #include <windows.h>
 
+#include <functional>
 #include <initializer_list>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -145,60 +147,53 @@ TEST_F(ComAccessListTest, ThreadsOwnTokenComesFirst) {
     EXPECT_TRUE(ledger.Balanced());
 }
 
-/// A descriptor without owner and group, with everybody let in, and not a word about it.
-#define EXPECT_ONLY_THE_ACCESS_LIST(descriptor)             \
-    do {                                                    \
-        const DescriptorCopy copy = (descriptor);           \
-        EXPECT_EQ(copy.owner, std::nullopt);                \
-        EXPECT_EQ(copy.group, std::nullopt);                \
-        EXPECT_EQ(copy.control, SE_DACL_PRESENT);           \
-        EXPECT_THAT(copy.accessList, Optional(kWholeList)); \
-        ExpectNoOtherLines();                               \
-        EXPECT_TRUE(ledger.Balanced());                     \
-    } while (false)
+/// A call without which owner and group are left out, both, without a word.
+struct MissingStep {
+    const char* name;
+    std::function<std::shared_ptr<void>()> fail;
+};
 
-TEST_F(ComAccessListTest, ThreadTokenThatMayNotBeReadIsNotReplacedByTheProcesss) {
-    const ScopedResult<&::OpenThreadToken> thread{FALSE, ERROR_ACCESS_DENIED};
-    const ScopedResult<&::OpenProcessToken> process{FALSE, ERROR_ACCESS_DENIED};
-    EXPECT_ONLY_THE_ACCESS_LIST(Secure());
-    EXPECT_EQ(process.Calls(), 0);
+void PrintTo(const MissingStep& step, std::ostream* out) {
+    *out << step.name;
 }
 
-TEST_F(ComAccessListTest, NoTokenAtAllLeavesOwnerAndGroupOut) {
-    const ScopedResult<&::OpenProcessToken> process{FALSE, ERROR_ACCESS_DENIED};
-    EXPECT_ONLY_THE_ACCESS_LIST(Secure());
+template <auto Function, class... Arguments>
+std::function<std::shared_ptr<void>()> Failing(Arguments... arguments) {
+    return [=] { return std::make_shared<ScopedResult<Function>>(FALSE, arguments...); };
 }
 
-TEST_F(ComAccessListTest, TokenThatCannotBeReadLeavesOwnerAndGroupOut) {
-    const ScopedResult<&::GetTokenInformation> fails{FALSE, ERROR_ACCESS_DENIED};
-    EXPECT_ONLY_THE_ACCESS_LIST(Secure());
+class ComOwnerTest : public ComAccessListTest, public testing::WithParamInterface<MissingStep> {};
+
+TEST_P(ComOwnerTest, WithoutTheStepOnlyTheAccessListIsThere) {
+    const std::shared_ptr<void> fails = GetParam().fail();
+    const DescriptorCopy copy = Secure();
+    EXPECT_EQ(copy.owner, std::nullopt);
+    EXPECT_EQ(copy.group, std::nullopt);
+    EXPECT_EQ(copy.control, SE_DACL_PRESENT);
+    EXPECT_THAT(copy.accessList, Optional(kWholeList));
+    ExpectNoOtherLines();
+    EXPECT_TRUE(ledger.Balanced());
 }
 
-TEST_F(ComAccessListTest, GroupThatCannotBeReadTakesTheOwnerWithIt) {
-    const ScopedImport<&::GetTokenInformation> fails{
-        [](HANDLE, TOKEN_INFORMATION_CLASS what, auto...) { return what == TokenPrimaryGroup; },
-        [](auto...) -> BOOL { return FALSE; }};
-    EXPECT_ONLY_THE_ACCESS_LIST(Secure());
-}
-
-TEST_F(ComAccessListTest, SidThatCannotBeCopiedLeavesOwnerAndGroupOut) {
-    for (const int call : {1, 2}) {
-        SCOPED_TRACE(call);
-        log.Clear();
-        const ScopedResult<&::CopySid> fails{FALSE, ERROR_INVALID_SID, AtCall{call}};
-        EXPECT_ONLY_THE_ACCESS_LIST(Secure());
-    }
-}
-
-TEST_F(ComAccessListTest, OwnerThatIsRefusedLeavesOwnerAndGroupOut) {
-    const ScopedResult<&::SetSecurityDescriptorOwner> fails{FALSE, ERROR_INVALID_SECURITY_DESCR};
-    EXPECT_ONLY_THE_ACCESS_LIST(Secure());
-}
-
-TEST_F(ComAccessListTest, GroupThatIsRefusedTakesTheOwnerWithIt) {
-    const ScopedResult<&::SetSecurityDescriptorGroup> fails{FALSE, ERROR_INVALID_SECURITY_DESCR};
-    EXPECT_ONLY_THE_ACCESS_LIST(Secure());
-}
+INSTANTIATE_TEST_SUITE_P(
+    Steps, ComOwnerTest,
+    testing::Values(
+        MissingStep{"ProcessToken", Failing<&::OpenProcessToken>(ERROR_ACCESS_DENIED)},
+        // The process's is no substitute for one that may not be read.
+        MissingStep{"ThreadToken", Failing<&::OpenThreadToken>(ERROR_ACCESS_DENIED)},
+        MissingStep{"TokenInformation", Failing<&::GetTokenInformation>(ERROR_ACCESS_DENIED)},
+        MissingStep{"GroupInformation",
+                    [] {
+                        return std::make_shared<ScopedImport<&::GetTokenInformation>>(
+                            [](HANDLE, TOKEN_INFORMATION_CLASS what, auto...) {
+                                return what == TokenPrimaryGroup;
+                            },
+                            [](auto...) -> BOOL { return FALSE; });
+                    }},
+        MissingStep{"OwnersCopy", Failing<&::CopySid>(ERROR_INVALID_SID, AtCall{1})},
+        MissingStep{"GroupsCopy", Failing<&::CopySid>(ERROR_INVALID_SID, AtCall{2})},
+        MissingStep{"Owner", Failing<&::SetSecurityDescriptorOwner>(ERROR_INVALID_SECURITY_DESCR)},
+        MissingStep{"Group", Failing<&::SetSecurityDescriptorGroup>(ERROR_INVALID_SECURITY_DESCR)}));
 
 TEST_F(ComAccessListTest, OwnerAndGroupAreSetAsNotDefaulted) {
     const ScopedImport<&::SetSecurityDescriptorOwner> owner{
@@ -236,73 +231,63 @@ const Bytes kWithout[] = {
     Head(60, 2) + kSystemEntry + kAdministratorsEntry + kSpare,
 };
 
-class ComAccessListWithoutOneTest : public ComAccessListTest, public testing::WithParamInterface<int> {
-  protected:
-    /// Checks the list without the parameter's entry.
-    void ExpectListWithoutOne() {
-        EXPECT_THAT(Secure().accessList, Optional(kWithout[GetParam() - 1]));
-        EXPECT_TRUE(ledger.Balanced());
-    }
-    /// The same, when it is missing without a word.
-    void ExpectSilentListWithoutOne() {
-        ExpectListWithoutOne();
-        ExpectNoOtherLines();
-    }
-};
-
-INSTANTIATE_TEST_SUITE_P(Callers, ComAccessListWithoutOneTest, testing::Values(1, 2, 3));
-
-TEST_P(ComAccessListWithoutOneTest, SidThatCannotBeMadeIsLoggedAndTheOthersAreLetIn) {
+TEST_F(ComAccessListTest, SidThatCannotBeMadeIsLoggedAndTheOthersAreLetIn) {
     constexpr const wchar_t* kLines[] = {
         L"CreateWellKnownSid with WinLocalSystemSid failed. Error: 0x00000057",
         L"CreateWellKnownSid with WinBuiltinAdministratorsSid failed.  Error: 0x00000057",
         L"CreateWellKnownSid with WinBuiltinUsersSid failed.  Error: 0x00000057",
     };
-    const ScopedResult<&::CreateWellKnownSid> fails{FALSE, ERROR_INVALID_PARAMETER, AtCall{GetParam()}};
-    ExpectListWithoutOne();
-    EXPECT_THAT(log.From(kVerbose),
-                ElementsAre(Error(kName, kLines[GetParam() - 1]),
-                            Error(kName, L"CoInitializeSecurity failed. Error: 0x80004005"),
-                            Information(kName, L"InitializeSecurity : HRESULT: 0x80004005")));
+    for (int caller = 0; caller < 3; ++caller) {
+        log.Clear();
+        const ScopedResult<&::CreateWellKnownSid> fails{FALSE, ERROR_INVALID_PARAMETER, AtCall{caller + 1}};
+        EXPECT_THAT(Secure().accessList, Optional(kWithout[caller]));
+        EXPECT_THAT(log.From(kVerbose),
+                    ElementsAre(Error(kName, kLines[caller]),
+                                Error(kName, L"CoInitializeSecurity failed. Error: 0x80004005"),
+                                Information(kName, L"InitializeSecurity : HRESULT: 0x80004005")));
+        EXPECT_TRUE(ledger.Balanced());
+    }
 }
 
-TEST_P(ComAccessListWithoutOneTest, ListThatCannotBeMadeIsLeftAsItWas) {
-    const ScopedResult<&::InitializeAcl> fails{FALSE, ERROR_INVALID_PARAMETER, AtCall{GetParam()}};
-    ExpectSilentListWithoutOne();
+/// A step whose failure leaves the list as it was before one caller, without a word.
+struct MissingEntry {
+    const char* name;
+    std::function<std::shared_ptr<void>()> fail;
+    std::size_t caller;  ///< from 0
+};
+
+void PrintTo(const MissingEntry& entry, std::ostream* out) {
+    *out << entry.name << ' ' << entry.caller;
 }
 
-TEST_P(ComAccessListWithoutOneTest, ListThatCannotTakeTheEntryIsLeftAsItWas) {
-    const ScopedResult<&::AddAccessAllowedAce> fails{FALSE, ERROR_ALLOTTED_SPACE_EXCEEDED,
-                                                     AtCall{GetParam()}};
-    ExpectSilentListWithoutOne();
-}
+class ComAccessListWithoutOneTest : public ComAccessListTest,
+                                    public testing::WithParamInterface<MissingEntry> {};
 
-TEST_P(ComAccessListWithoutOneTest, ListThatTheDescriptorRefusesIsLeftAsItWas) {
-    const ScopedResult<&::SetSecurityDescriptorDacl> fails{FALSE, ERROR_INVALID_ACL, AtCall{GetParam()}};
-    ExpectSilentListWithoutOne();
-}
-
-/// Steps that only lists with entries take: the third caller is the last such.
-TEST_F(ComAccessListTest, ListThatCannotBeMeasuredIsLeftAsItWas) {
-    const ScopedResult<&::GetAclInformation> fails{FALSE, ERROR_INVALID_ACL, AtCall{2}};
-    EXPECT_THAT(Secure().accessList, Optional(kWithout[2]));
+TEST_P(ComAccessListWithoutOneTest, TheOthersAreLetIn) {
+    const std::shared_ptr<void> fails = GetParam().fail();
+    EXPECT_THAT(Secure().accessList, Optional(kWithout[GetParam().caller]));
     ExpectNoOtherLines();
     EXPECT_TRUE(ledger.Balanced());
 }
 
-TEST_F(ComAccessListTest, EntryThatCannotBeReadLeavesTheListAsItWas) {
-    const ScopedResult<&::GetAce> fails{FALSE, ERROR_INVALID_PARAMETER, AtCall{3}};
-    EXPECT_THAT(Secure().accessList, Optional(kWithout[2]));
-    ExpectNoOtherLines();
-    EXPECT_TRUE(ledger.Balanced());
+std::vector<MissingEntry> MissingEntries() {
+    // Steps that only lists with entries take: the third caller is the last such.
+    std::vector<MissingEntry> entries{
+        {"Measure", Failing<&::GetAclInformation>(ERROR_INVALID_ACL, AtCall{2}), 2},
+        {"Read", Failing<&::GetAce>(ERROR_INVALID_PARAMETER, AtCall{3}), 2},
+        {"Copy", Failing<&::AddAce>(ERROR_ALLOTTED_SPACE_EXCEEDED, AtCall{2}), 2},
+    };
+    for (std::size_t caller = 0; caller < 3; ++caller) {
+        const AtCall call{static_cast<int>(caller) + 1};
+        entries.push_back({"Make", Failing<&::InitializeAcl>(ERROR_INVALID_PARAMETER, call), caller});
+        entries.push_back(
+            {"Add", Failing<&::AddAccessAllowedAce>(ERROR_ALLOTTED_SPACE_EXCEEDED, call), caller});
+        entries.push_back({"Set", Failing<&::SetSecurityDescriptorDacl>(ERROR_INVALID_ACL, call), caller});
+    }
+    return entries;
 }
 
-TEST_F(ComAccessListTest, EntryThatCannotBeCopiedLeavesTheListAsItWas) {
-    const ScopedResult<&::AddAce> fails{FALSE, ERROR_ALLOTTED_SPACE_EXCEEDED, AtCall{2}};
-    EXPECT_THAT(Secure().accessList, Optional(kWithout[2]));
-    ExpectNoOtherLines();
-    EXPECT_TRUE(ledger.Balanced());
-}
+INSTANTIATE_TEST_SUITE_P(Steps, ComAccessListWithoutOneTest, testing::ValuesIn(MissingEntries()));
 
 TEST_F(ComAccessListTest, NoSidAtAllLeavesTheAccessListOut) {
     const ScopedResult<&::CreateWellKnownSid> fails{FALSE, ERROR_INVALID_PARAMETER};

@@ -10,22 +10,20 @@
 
 #include "tests/service/captured_output.h"
 #include "tests/service/fake_com.h"
-#include "tests/service/fake_service_manager.h"
-#include "tests/support/ledger.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/scoped_import.h"
+#include "tests/support/simulated_notebook.h"
 #include "tests/support/skip_unless_imported.h"
 
 namespace {
 
 using Orva::Shared::Level::kVerbose;
-using Rig::Ledger;
 using Rig::LogRecorder;
 using Rig::ScopedImport;
 using Rig::ScopedResult;
+using Rig::SimulatedNotebook;
 using ServiceTests::CapturedOutput;
 using ServiceTests::FakeCom;
-using ServiceTests::FakeServiceManager;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using namespace Rig::Lines;
@@ -76,20 +74,22 @@ class CommandLineTest : public testing::Test {
     }
 
     LogRecorder log;
-    Ledger ledger;
-    FakeServiceManager manager{ledger};
+    Rig::TestClock clock;
+    SimulatedNotebook notebook{clock};
     FakeCom com;
 };
+
+constexpr wchar_t kService[] = L"LinkvaneService";
 
 class InstallSwitchTest : public CommandLineTest, public testing::WithParamInterface<std::wstring> {};
 
 TEST_P(InstallSwitchTest, ServiceIsInstalledAndNotRun) {
+    SimulatedNotebook::Uninstall(kService);
     EXPECT_EQ(Run({GetParam()}), "LinkvaneService is installed.\n");
-    EXPECT_EQ(manager.creations.size(), 1U);
+    EXPECT_TRUE(SimulatedNotebook::IsInstalled(kService));
     EXPECT_EQ(servicesRun, 0);
     EXPECT_THAT(com.calls, IsEmpty());
     EXPECT_EQ(log.Lines().back(), Information(kName, L"  Install Service."));
-    EXPECT_TRUE(ledger.Balanced());
 }
 
 INSTANTIATE_TEST_SUITE_P(Spellings, InstallSwitchTest,
@@ -98,31 +98,25 @@ INSTANTIATE_TEST_SUITE_P(Spellings, InstallSwitchTest,
 class RemoveSwitchTest : public CommandLineTest, public testing::WithParamInterface<std::wstring> {};
 
 TEST_P(RemoveSwitchTest, ServiceIsRemovedAndNotRun) {
-    manager.stopError = ERROR_SERVICE_NOT_ACTIVE;
+    SimulatedNotebook::Service(kService).state = SERVICE_STOPPED;
     EXPECT_EQ(Run({GetParam()}), "LinkvaneService is removed.\n");
-    EXPECT_TRUE(manager.deleted);
+    EXPECT_FALSE(SimulatedNotebook::IsInstalled(kService));
     EXPECT_EQ(servicesRun, 0);
     EXPECT_THAT(com.calls, IsEmpty());
     EXPECT_EQ(log.Lines().back(), Information(kName, L"Uninstall Service."));
-    EXPECT_TRUE(ledger.Balanced());
 }
 
 INSTANTIATE_TEST_SUITE_P(Spellings, RemoveSwitchTest,
                          testing::Values(L"-remove", L"/remove", L"/Remove", L"-REMOVE"));
 
-TEST_F(CommandLineTest, FailedInstallationIsLoggedLikeAnyOther) {
-    manager.createError = ERROR_SERVICE_EXISTS;
+TEST_F(CommandLineTest, FailuresAreLoggedLikeSuccesses) {
     Run({L"-install"});
-    EXPECT_THAT(log.From(kVerbose),
-                ElementsAre(Error("InstallService", L"CreateService failed w/err 0x00000431"),
-                            Information(kName, L"  Install Service.")));
-}
-
-TEST_F(CommandLineTest, FailedRemovalIsLoggedLikeAnyOther) {
-    manager.openServiceError = ERROR_SERVICE_DOES_NOT_EXIST;
+    SimulatedNotebook::Uninstall(kService);
     Run({L"-remove"});
     EXPECT_THAT(log.From(kVerbose),
-                ElementsAre(Error("UninstallService", L"OpenService failed w/err 0x00000424"),
+                ElementsAre(Error("InstallService", L"CreateService failed w/err 0x00000431"),
+                            Information(kName, L"  Install Service."),
+                            Error("UninstallService", L"OpenService failed w/err 0x00000424"),
                             Information(kName, L"Uninstall Service.")));
 }
 
@@ -132,7 +126,7 @@ TEST_P(UnknownSwitchTest, NothingIsDoneOrSaid) {
     EXPECT_EQ(Run(GetParam()), "");
     EXPECT_THAT(log.Lines(), IsEmpty());
     EXPECT_EQ(servicesRun, 0);
-    EXPECT_THAT(manager.managerAccess, IsEmpty());
+    EXPECT_THAT(notebook.Calls(), IsEmpty());
     EXPECT_THAT(com.calls, IsEmpty());
 }
 
@@ -150,7 +144,7 @@ class NoSwitchTest : public CommandLineTest, public testing::WithParamInterface<
 TEST_P(NoSwitchTest, UsageIsPrintedAndTheServiceRuns) {
     EXPECT_EQ(Run(GetParam()), kUsage);
     EXPECT_EQ(servicesRun, 1);
-    EXPECT_THAT(manager.managerAccess, IsEmpty());
+    EXPECT_THAT(notebook.Calls(), IsEmpty());
     ASSERT_FALSE(log.Lines().empty());
     EXPECT_EQ(log.Lines().back().function, "InitializeSecurity");
 }
@@ -184,8 +178,9 @@ TEST_F(CommandLineTest, UsageIsPrintedBeforeComIsSecured) {
 }
 
 TEST_F(CommandLineTest, ArgumentsBehindTheFirstAreIgnored) {
+    SimulatedNotebook::Uninstall(kService);
     EXPECT_EQ(Run({L"-install", L"-remove"}), "LinkvaneService is installed.\n");
-    EXPECT_THAT(manager.openedServices, IsEmpty());
+    EXPECT_TRUE(SimulatedNotebook::IsInstalled(kService));
 }
 
 TEST_F(CommandLineTest, StartFromAConsoleIsLoggedAndPrinted) {

@@ -5,23 +5,23 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <ostream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
-#include "tests/service/event_log_recorder.h"
-#include "tests/support/ledger.h"
 #include "tests/support/scoped_import.h"
+#include "tests/support/simulated_notebook.h"
 
 namespace {
 
-using Rig::Ledger;
+using Rig::Call;
 using Rig::ScopedImport;
 using Rig::ScopedResult;
-using ServiceTests::EventLogEntry;
-using ServiceTests::EventLogRecorder;
+using Rig::SimulatedNotebook;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -89,6 +89,11 @@ MATCHER_P(IsReport, expected, testing::PrintToString(Fields(expected))) {
     return Fields(arg) == Fields(expected);
 }
 
+/// An entry of the event log, without category and identifier.
+std::string Entry(const std::string& message, WORD type = EVENTLOG_ERROR_TYPE) {
+    return "TestService|" + std::to_string(type) + "|0|0|\"TestService\"|\"" + message + "\"";
+}
+
 class ServiceBaseTest : public testing::Test {
   protected:
     ServiceBaseTest() {
@@ -111,8 +116,8 @@ class ServiceBaseTest : public testing::Test {
     }
 
     TestService service;
-    Ledger ledger;
-    EventLogRecorder eventLog{ledger};
+    Rig::TestClock clock;
+    SimulatedNotebook notebook{clock};
     std::vector<SERVICE_STATUS> reports;
     /// Operations run and states reported ("= 4"), in one row.
     std::vector<std::string> events;
@@ -135,17 +140,6 @@ TEST(ServiceBaseConstruction, ServiceIsStartPendingAndHasNoHandle) {
 
 TEST(ServiceBaseConstruction, CheckPointsOfTheProcessBeginWithOne) {
     EXPECT_EQ(firstCheckPoint, 1U);
-}
-
-TEST(ServiceBaseConstruction, NameStatusAndHandleFollowTheTableOfOperations) {
-    const TestService service;
-    const auto offsetOf = [&](const void* field) {
-        return static_cast<const std::byte*>(field) -
-               reinterpret_cast<const std::byte*>(static_cast<const CServiceBase*>(&service));
-    };
-    EXPECT_EQ(offsetOf(&service.m_serviceName), 8);
-    EXPECT_EQ(offsetOf(&service.m_status), 16);
-    EXPECT_EQ(offsetOf(&service.m_statusHandle), 48);
 }
 
 TEST(ServiceBaseConstruction, OperationsStandInTheirOrderBehindTheDestructor) {
@@ -181,71 +175,82 @@ TEST_F(ServiceBaseTest, StartHandsItsArgumentsOn) {
     EXPECT_EQ(service.arguments, arguments);
 }
 
-TEST_F(ServiceBaseTest, StopReportsPendingThenStopped) {
-    BringTo(SERVICE_RUNNING);
-    EXPECT_EQ(Send(SERVICE_CONTROL_STOP), DWORD{NO_ERROR});
-    EXPECT_THAT(reports,
-                ElementsAre(IsReport(Report(SERVICE_STOP_PENDING, 1)), IsReport(Report(SERVICE_STOPPED, 0))));
-    EXPECT_THAT(events, ElementsAre("= 3", "OnStop", "= 1"));
+/// What the system sends to a service in a state, and what comes of it.
+struct Controls {
+    const char* name;
+    DWORD before;
+    std::vector<std::pair<DWORD, DWORD>> sent;  ///< control, event type
+    std::vector<SERVICE_STATUS> reports;
+    std::vector<std::string> events;
+};
+
+void PrintTo(const Controls& controls, std::ostream* out) {
+    *out << controls.name;
 }
 
-TEST_F(ServiceBaseTest, PauseReportsPendingThenPausedWithTwoCheckPoints) {
-    BringTo(SERVICE_RUNNING);
-    EXPECT_EQ(Send(SERVICE_CONTROL_PAUSE), DWORD{NO_ERROR});
-    EXPECT_THAT(reports,
-                ElementsAre(IsReport(Report(SERVICE_PAUSE_PENDING, 1)), IsReport(Report(SERVICE_PAUSED, 2))));
-    EXPECT_THAT(events, ElementsAre("= 6", "OnPause", "= 7"));
+class ServiceBaseControlTest : public ServiceBaseTest, public testing::WithParamInterface<Controls> {
+  protected:
+    void ExpectReports(const std::vector<SERVICE_STATUS>& expected) const {
+        ASSERT_EQ(reports.size(), expected.size());
+        for (std::size_t i = 0; i < expected.size(); ++i) {
+            EXPECT_THAT(reports[i], IsReport(expected[i]));
+        }
+    }
+};
+
+TEST_P(ServiceBaseControlTest, OperationsRunBetweenTheirReports) {
+    BringTo(GetParam().before);
+    for (const auto& [control, eventType] : GetParam().sent) {
+        EXPECT_EQ(Send(control, eventType), DWORD{NO_ERROR});
+    }
+    ExpectReports(GetParam().reports);
+    EXPECT_EQ(events, GetParam().events);
 }
 
-TEST_F(ServiceBaseTest, ContinueReportsPendingThenRunning) {
-    BringTo(SERVICE_PAUSED);
-    EXPECT_EQ(Send(SERVICE_CONTROL_CONTINUE), DWORD{NO_ERROR});
-    EXPECT_THAT(reports, ElementsAre(IsReport(Report(SERVICE_CONTINUE_PENDING, 1)),
-                                     IsReport(Report(SERVICE_RUNNING, 0))));
-    EXPECT_THAT(events, ElementsAre("= 5", "OnContinue", "= 4"));
-}
+constexpr std::pair<DWORD, DWORD> kSuspend{SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND};
+constexpr std::pair<DWORD, DWORD> kResume{SERVICE_CONTROL_POWEREVENT, PBT_APMRESUMEAUTOMATIC};
 
-TEST_F(ServiceBaseTest, PreshutdownGoesStraightToStopped) {
-    BringTo(SERVICE_RUNNING);
-    EXPECT_EQ(Send(SERVICE_CONTROL_PRESHUTDOWN), DWORD{NO_ERROR});
-    EXPECT_THAT(reports, ElementsAre(IsReport(Report(SERVICE_STOPPED, 0))));
-    EXPECT_THAT(events, ElementsAre("OnShutdown", "= 1"));
-}
-
-TEST_F(ServiceBaseTest, SuspendAndAutomaticResumeTakeThreeConsecutiveCheckPoints) {
-    BringTo(SERVICE_RUNNING);
-    Send(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND);
-    Send(SERVICE_CONTROL_POWEREVENT, PBT_APMRESUMEAUTOMATIC);
-    EXPECT_THAT(
-        reports,
-        ElementsAre(IsReport(Report(SERVICE_PAUSE_PENDING, 1)), IsReport(Report(SERVICE_PAUSED, 2)),
-                    IsReport(Report(SERVICE_CONTINUE_PENDING, 3)), IsReport(Report(SERVICE_RUNNING, 0))));
-    EXPECT_THAT(events, ElementsAre("= 6", "OnPause", "= 7", "= 5", "OnContinue", "= 4"));
-}
-
-TEST_F(ServiceBaseTest, CheckPointsKeepRisingOverPausesAndContinues) {
-    BringTo(SERVICE_RUNNING);
-    Send(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND);
-    Send(SERVICE_CONTROL_POWEREVENT, PBT_APMRESUMEAUTOMATIC);
-    reports.clear();
-    Send(SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND);
-    Send(SERVICE_CONTROL_STOP);
-    EXPECT_THAT(reports,
-                ElementsAre(IsReport(Report(SERVICE_PAUSE_PENDING, 4)), IsReport(Report(SERVICE_PAUSED, 5)),
-                            IsReport(Report(SERVICE_STOP_PENDING, 6)), IsReport(Report(SERVICE_STOPPED, 0))));
-}
-
-TEST_F(ServiceBaseTest, StandbyPauses) {
-    BringTo(SERVICE_RUNNING);
-    EXPECT_EQ(Send(SERVICE_CONTROL_POWEREVENT, PBT_APMSTANDBY), DWORD{NO_ERROR});
-    EXPECT_THAT(events, ElementsAre("= 6", "OnPause", "= 7"));
-}
-
-TEST_F(ServiceBaseTest, ResumeWithoutSuspendContinues) {
-    BringTo(SERVICE_RUNNING);
-    Send(SERVICE_CONTROL_POWEREVENT, PBT_APMRESUMEAUTOMATIC);
-    EXPECT_THAT(events, ElementsAre("= 5", "OnContinue", "= 4"));
-}
+INSTANTIATE_TEST_SUITE_P(
+    Controls, ServiceBaseControlTest,
+    testing::Values(Controls{"Stop",
+                             SERVICE_RUNNING,
+                             {{SERVICE_CONTROL_STOP, 0}},
+                             {Report(SERVICE_STOP_PENDING, 1), Report(SERVICE_STOPPED, 0)},
+                             {"= 3", "OnStop", "= 1"}},
+                    Controls{"Pause",
+                             SERVICE_RUNNING,
+                             {{SERVICE_CONTROL_PAUSE, 0}},
+                             {Report(SERVICE_PAUSE_PENDING, 1), Report(SERVICE_PAUSED, 2)},
+                             {"= 6", "OnPause", "= 7"}},
+                    Controls{"Standby",
+                             SERVICE_RUNNING,
+                             {{SERVICE_CONTROL_POWEREVENT, PBT_APMSTANDBY}},
+                             {Report(SERVICE_PAUSE_PENDING, 1), Report(SERVICE_PAUSED, 2)},
+                             {"= 6", "OnPause", "= 7"}},
+                    Controls{"Continue",
+                             SERVICE_PAUSED,
+                             {{SERVICE_CONTROL_CONTINUE, 0}},
+                             {Report(SERVICE_CONTINUE_PENDING, 1), Report(SERVICE_RUNNING, 0)},
+                             {"= 5", "OnContinue", "= 4"}},
+                    Controls{"ResumeWithoutSuspend",
+                             SERVICE_RUNNING,
+                             {kResume},
+                             {Report(SERVICE_CONTINUE_PENDING, 1), Report(SERVICE_RUNNING, 0)},
+                             {"= 5", "OnContinue", "= 4"}},
+                    Controls{"PreshutdownGoesStraightToStopped",
+                             SERVICE_RUNNING,
+                             {{SERVICE_CONTROL_PRESHUTDOWN, 0}},
+                             {Report(SERVICE_STOPPED, 0)},
+                             {"OnShutdown", "= 1"}},
+                    Controls{"CheckPointsKeepRisingOverSuspendResumeAndStop",
+                             SERVICE_RUNNING,
+                             {kSuspend, kResume, kSuspend, {SERVICE_CONTROL_STOP, 0}},
+                             {Report(SERVICE_PAUSE_PENDING, 1), Report(SERVICE_PAUSED, 2),
+                              Report(SERVICE_CONTINUE_PENDING, 3), Report(SERVICE_RUNNING, 0),
+                              Report(SERVICE_PAUSE_PENDING, 4), Report(SERVICE_PAUSED, 5),
+                              Report(SERVICE_STOP_PENDING, 6), Report(SERVICE_STOPPED, 0)},
+                             {"= 6", "OnPause", "= 7", "= 5", "OnContinue", "= 4", "= 6", "OnPause", "= 7",
+                              "= 3", "OnStop", "= 1"}}));
 
 TEST_F(ServiceBaseTest, EveryOtherPowerEventChangesNothing) {
     BringTo(SERVICE_RUNNING);
@@ -291,20 +296,11 @@ TEST_F(ServiceBaseTest, ServiceWithoutOperationsMakesEveryReportAndNoEntry) {
     PlainService plain;
     plain.m_statusHandle = service.m_statusHandle;
     plain.Start(0, nullptr);
-    EXPECT_THAT(reports, ElementsAre(IsReport(Report(SERVICE_START_PENDING, 1)),
-                                     IsReport(Report(SERVICE_RUNNING, 0))));
-    reports.clear();
     plain.Pause();
-    EXPECT_THAT(reports,
-                ElementsAre(IsReport(Report(SERVICE_PAUSE_PENDING, 2)), IsReport(Report(SERVICE_PAUSED, 3))));
-    reports.clear();
     plain.Stop();
-    EXPECT_THAT(reports,
-                ElementsAre(IsReport(Report(SERVICE_STOP_PENDING, 4)), IsReport(Report(SERVICE_STOPPED, 0))));
-    reports.clear();
     plain.Shutdown();
-    EXPECT_THAT(reports, ElementsAre(IsReport(Report(SERVICE_STOPPED, 0))));
-    EXPECT_THAT(eventLog.Entries(), IsEmpty());
+    EXPECT_THAT(events, ElementsAre("= 2", "= 4", "= 6", "= 7", "= 3", "= 1", "= 1"));
+    EXPECT_THAT(SimulatedNotebook::EventLog(), IsEmpty());
 }
 
 TEST_F(ServiceBaseTest, ReportThatIsRefusedIsIgnored) {
@@ -312,7 +308,7 @@ TEST_F(ServiceBaseTest, ReportThatIsRefusedIsIgnored) {
     service.Start(0, nullptr);
     EXPECT_EQ(refused.Calls(), 2);
     EXPECT_EQ(service.m_status.dwCurrentState, DWORD{SERVICE_RUNNING});
-    EXPECT_THAT(eventLog.Entries(), IsEmpty());
+    EXPECT_THAT(SimulatedNotebook::EventLog(), IsEmpty());
 }
 
 TEST_F(ServiceBaseTest, ReportCarriesItsExitCodeAndTheNextOneIsCleanAgain) {
@@ -328,8 +324,8 @@ struct Failure {
     void (TestService::*run)();
     /// Reports, in the state PAUSED before; the exit code is that of a thrown Win32 error.
     std::vector<SERVICE_STATUS> reports;
-    const wchar_t* errorMessage;  ///< for a thrown ERROR_ACCESS_DENIED
-    const wchar_t* otherMessage;
+    const char* errorMessage;  ///< for a thrown ERROR_ACCESS_DENIED
+    const char* otherMessage;
 };
 
 void PrintTo(const Failure& failure, std::ostream* out) {
@@ -363,30 +359,24 @@ class ServiceBaseFailureTest : public ServiceBaseTest, public testing::WithParam
 TEST_P(ServiceBaseFailureTest, Win32ErrorIsWrittenAndReported) {
     RunThrowing(DWORD{ERROR_ACCESS_DENIED});
     ExpectReports(true);
-    EXPECT_THAT(eventLog.Entries(),
-                ElementsAre(EventLogEntry{kName, EVENTLOG_ERROR_TYPE, {kName, GetParam().errorMessage}}));
-    EXPECT_TRUE(ledger.Balanced());
+    EXPECT_THAT(SimulatedNotebook::EventLog(), ElementsAre(Entry(GetParam().errorMessage)));
 }
 
-TEST_P(ServiceBaseFailureTest, StandardExceptionIsWrittenAndReported) {
+/// A number of another type is no Win32 error.
+TEST_P(ServiceBaseFailureTest, AnyOtherExceptionIsWrittenAndReportedWithoutANumber) {
     RunThrowing(std::runtime_error("broken"));
     ExpectReports(false);
-    EXPECT_THAT(eventLog.Entries(),
-                ElementsAre(EventLogEntry{kName, EVENTLOG_ERROR_TYPE, {kName, GetParam().otherMessage}}));
-}
-
-TEST_P(ServiceBaseFailureTest, NumberOfAnotherTypeIsNoWin32Error) {
     RunThrowing(std::uint32_t{ERROR_ACCESS_DENIED});
     ExpectReports(false);
-    EXPECT_THAT(eventLog.Entries(),
-                ElementsAre(EventLogEntry{kName, EVENTLOG_ERROR_TYPE, {kName, GetParam().otherMessage}}));
+    EXPECT_THAT(SimulatedNotebook::EventLog(),
+                ElementsAre(Entry(GetParam().otherMessage), Entry(GetParam().otherMessage)));
 }
 
 TEST_P(ServiceBaseFailureTest, EntryIsWrittenBeforeTheStateThatFollowsIsReported) {
-    const ScopedImport<&::ReportEventW> entry{[&](auto... arguments) {
+    notebook.AtEach(Call::ReportEvent, [this]() -> std::optional<DWORD> {
         events.emplace_back("entry");
-        return entry.Original(arguments...);
-    }};
+        return std::nullopt;
+    });
     // A failed shutdown reports no state at all.
     std::vector<std::string> expected{"entry"};
     if (const std::vector<SERVICE_STATUS>& states = GetParam().reports; !states.empty()) {
@@ -400,11 +390,10 @@ TEST_P(ServiceBaseFailureTest, EntryIsWrittenBeforeTheStateThatFollowsIsReported
 }
 
 TEST_P(ServiceBaseFailureTest, FailureIsReportedWithoutAnEventLogToo) {
-    const ScopedResult<&::RegisterEventSourceW> none{nullptr, ERROR_ACCESS_DENIED};
+    notebook.FailEach(Call::RegisterEventSource, ERROR_ACCESS_DENIED);
     RunThrowing(DWORD{ERROR_ACCESS_DENIED});
     ExpectReports(true);
-    EXPECT_THAT(eventLog.Entries(), IsEmpty());
-    EXPECT_TRUE(ledger.Balanced());
+    EXPECT_THAT(SimulatedNotebook::EventLog(), IsEmpty());
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -413,28 +402,28 @@ INSTANTIATE_TEST_SUITE_P(
                             &TestService::StartAlone,
                             {Report(SERVICE_START_PENDING, 1),
                              Report(SERVICE_STOPPED, 0, ERROR_ACCESS_DENIED)},
-                            L"Service Start failed w/err 0x00000005",
-                            L"Service failed to start."},
+                            "Service Start failed w/err 0x00000005",
+                            "Service failed to start."},
                     Failure{"OnStop",
                             &TestService::Stop,
                             {Report(SERVICE_STOP_PENDING, 1), Report(SERVICE_PAUSED, 2)},
-                            L"Service Stop failed w/err 0x00000005",
-                            L"Service failed to stop."},
+                            "Service Stop failed w/err 0x00000005",
+                            "Service failed to stop."},
                     Failure{"OnPause",
                             &TestService::Pause,
                             {Report(SERVICE_PAUSE_PENDING, 1), Report(SERVICE_RUNNING, 0)},
-                            L"Service Pause failed w/err 0x00000005",
-                            L"Service failed to pause."},
+                            "Service Pause failed w/err 0x00000005",
+                            "Service failed to pause."},
                     Failure{"OnContinue",
                             &TestService::Continue,
                             {Report(SERVICE_CONTINUE_PENDING, 1), Report(SERVICE_PAUSED, 2)},
-                            L"Service Continue failed w/err 0x00000005",
-                            L"Service failed to resume."},
+                            "Service Continue failed w/err 0x00000005",
+                            "Service failed to resume."},
                     Failure{"OnShutdown",
                             &TestService::Shutdown,
                             {},
-                            L"Service Shutdown failed w/err 0x00000005",
-                            L"Service failed to shut down."}),
+                            "Service Shutdown failed w/err 0x00000005",
+                            "Service failed to shut down."}),
     [](const auto& instance) { return std::string(instance.param.operation); });
 
 TEST_F(ServiceBaseTest, FailedStopOfAStoppedServiceReportsNoExitCode) {
@@ -445,33 +434,35 @@ TEST_F(ServiceBaseTest, FailedStopOfAStoppedServiceReportsNoExitCode) {
                 ElementsAre(IsReport(Report(SERVICE_STOP_PENDING, 1)), IsReport(Report(SERVICE_STOPPED, 0))));
 }
 
-TEST_F(ServiceBaseTest, EntryHasTheServicesNameAndTheMessage) {
+TEST_F(ServiceBaseTest, EntryHasTheServicesNameAndTheMessageAndNothingElse) {
+    const ScopedImport<&::ReportEventW> report{[&](HANDLE log, WORD type, WORD category, DWORD identifier,
+                                                   PSID user, WORD count, DWORD dataBytes, LPCWSTR* strings,
+                                                   LPVOID data) {
+        EXPECT_EQ(user, nullptr);
+        EXPECT_EQ(dataBytes, 0U);
+        EXPECT_EQ(data, nullptr);
+        return report.Original(log, type, category, identifier, user, count, dataBytes, strings, data);
+    }};
     service.WriteEventLogEntry(L"text", EVENTLOG_INFORMATION_TYPE);
-    EXPECT_THAT(eventLog.Entries(),
-                ElementsAre(EventLogEntry{kName, EVENTLOG_INFORMATION_TYPE, {kName, L"text"}}));
-    EXPECT_TRUE(ledger.Balanced());
+    EXPECT_THAT(SimulatedNotebook::EventLog(), ElementsAre(Entry("text", EVENTLOG_INFORMATION_TYPE)));
 }
 
 TEST_F(ServiceBaseTest, EntryIsDroppedWhenTheSourceCannotBeOpened) {
-    const ScopedResult<&::RegisterEventSourceW> none{nullptr, ERROR_ACCESS_DENIED};
-    const ScopedResult<&::ReportEventW> report{TRUE};
+    notebook.FailEach(Call::RegisterEventSource, ERROR_ACCESS_DENIED);
     service.WriteEventLogEntry(L"text", EVENTLOG_INFORMATION_TYPE);
-    EXPECT_EQ(none.Calls(), 1);
-    EXPECT_EQ(report.Calls(), 0);
+    EXPECT_THAT(notebook.Calls(), ElementsAre("RegisterEventSourceW"));
 }
 
 TEST_F(ServiceBaseTest, SourceIsClosedAfterAnEntryThatIsRefused) {
-    const ScopedResult<&::ReportEventW> refused{FALSE, ERROR_LOG_FILE_FULL};
+    notebook.FailEach(Call::ReportEvent, ERROR_LOG_FILE_FULL);
     service.WriteEventLogEntry(L"text", EVENTLOG_INFORMATION_TYPE);
-    EXPECT_EQ(refused.Calls(), 1);
-    EXPECT_EQ(ledger.Given(Rig::Kind::kEventSource), 1);
-    EXPECT_TRUE(ledger.Balanced());
+    EXPECT_THAT(notebook.Calls(),
+                ElementsAre("RegisterEventSourceW", "ReportEventW", "DeregisterEventSource"));
 }
 
 TEST_F(ServiceBaseTest, LongErrorEntryIsCut) {
     service.WriteErrorLogEntry(std::wstring(300, L'x').c_str(), ERROR_ACCESS_DENIED);
-    ASSERT_EQ(eventLog.Entries().size(), 1U);
-    EXPECT_EQ(eventLog.Entries()[0].strings[1], std::wstring(259, L'x'));
+    EXPECT_THAT(SimulatedNotebook::EventLog(), ElementsAre(Entry(std::string(259, 'x'))));
 }
 
 TEST_F(ServiceBaseTest, HandlerIsRegisteredUnderTheServicesNameBeforeTheStart) {

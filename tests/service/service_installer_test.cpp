@@ -9,32 +9,35 @@
 #include <vector>
 
 #include "tests/service/captured_output.h"
-#include "tests/service/fake_service_manager.h"
-#include "tests/support/ledger.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/scoped_import.h"
+#include "tests/support/simulated_notebook.h"
 
 namespace {
 
 using Orva::Shared::Level::kVerbose;
-using Rig::Ledger;
+using Rig::Call;
 using Rig::Line;
 using Rig::LogLine;
 using Rig::LogRecorder;
 using Rig::ScopedImport;
 using Rig::ScopedResult;
+using Rig::SimulatedNotebook;
+using Rig::TestClock;
 using ServiceTests::CapturedOutput;
-using ServiceTests::FakeServiceManager;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
 using namespace Rig::Lines;
 
 constexpr char kName[] = "InstallService";
+constexpr wchar_t kService[] = L"LinkvaneService";
 constexpr DWORD kPathRoom = 260;  // characters, with the end
 
 class ServiceInstallerTest : public testing::Test {
   protected:
+    ServiceInstallerTest() { SimulatedNotebook::Uninstall(kService); }
+
     /// What `InstallService` prints.
     std::string Install() {
         CapturedOutput output;
@@ -43,8 +46,8 @@ class ServiceInstallerTest : public testing::Test {
     }
 
     LogRecorder log;
-    Ledger ledger;
-    FakeServiceManager manager{ledger};
+    TestClock clock;
+    SimulatedNotebook notebook{clock};
     std::wstring path = L"C:\\Program Files\\Linkvane Service\\LinkvaneService.exe";
     ScopedImport<&::GetModuleFileNameW> moduleFileName{
         [this](HMODULE module, LPWSTR text, DWORD characters) -> DWORD {
@@ -60,103 +63,76 @@ class ServiceInstallerTest : public testing::Test {
         }};
 };
 
-TEST_F(ServiceInstallerTest, ServiceIsRegisteredAndTold) {
+TEST_F(ServiceInstallerTest, ServiceIsRegisteredDescribedAndTold) {
     EXPECT_EQ(Install(), "LinkvaneService is installed.\n");
     EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kName), Information(kName, L"LinkvaneService is installed."),
                                          TraceOut(kName)));
-    ASSERT_EQ(manager.creations.size(), 1U);
-    const FakeServiceManager::Creation& creation = manager.creations[0];
-    EXPECT_EQ(creation.name, L"LinkvaneService");
-    EXPECT_EQ(creation.displayName, L"Linkvane Service");
-    EXPECT_EQ(creation.access, DWORD{SERVICE_ALL_ACCESS});
-    EXPECT_EQ(creation.type, DWORD{SERVICE_WIN32_OWN_PROCESS});
-    EXPECT_EQ(creation.start, DWORD{SERVICE_AUTO_START});
-    EXPECT_EQ(creation.errorControl, DWORD{SERVICE_ERROR_NORMAL});
-    EXPECT_FALSE(creation.hasGroup);
-    EXPECT_FALSE(creation.hasTag);
-    EXPECT_EQ(creation.dependencies, std::wstring(L"WlanSvc\0WwanSvc\0", 16));
-    EXPECT_FALSE(creation.hasAccount);
-    EXPECT_FALSE(creation.hasPassword);
-    EXPECT_TRUE(ledger.Balanced());
-}
-
-TEST_F(ServiceInstallerTest, ManagerIsOpenedToConnectAndCreate) {
-    Install();
-    EXPECT_THAT(manager.managerAccess, ElementsAre(DWORD{SC_MANAGER_CONNECT | SC_MANAGER_CREATE_SERVICE}));
-}
-
-TEST_F(ServiceInstallerTest, PathWithBlanksIsRegisteredInQuotes) {
-    Install();
-    ASSERT_EQ(manager.creations.size(), 1U);
-    EXPECT_EQ(manager.creations[0].path, L"\"C:\\Program Files\\Linkvane Service\\LinkvaneService.exe\"");
+    EXPECT_THAT(notebook.Calls(), ElementsAre("OpenSCManagerW 0x3", "CreateServiceW LinkvaneService 0xf01ff",
+                                              "ChangeServiceConfig2W 1"));
+    const auto& service = SimulatedNotebook::Service(kService);
+    EXPECT_EQ(service.displayName, L"Linkvane Service");
+    EXPECT_EQ(service.type, DWORD{SERVICE_WIN32_OWN_PROCESS});
+    EXPECT_EQ(service.startType, DWORD{SERVICE_AUTO_START});
+    EXPECT_EQ(service.errorControl, DWORD{SERVICE_ERROR_NORMAL});
+    EXPECT_FALSE(service.hasMore);
+    EXPECT_THAT(service.dependencies, ElementsAre(L"WlanSvc", L"WwanSvc"));
+    EXPECT_EQ(service.path, L"\"C:\\Program Files\\Linkvane Service\\LinkvaneService.exe\"");
+    EXPECT_EQ(service.description, L"Linkvane Service");
 }
 
 TEST_F(ServiceInstallerTest, LongestPathIsRegisteredWhole) {
     path = L"C:\\" + std::wstring(kPathRoom - 1 - 3, L'x');
     Install();
-    ASSERT_EQ(manager.creations.size(), 1U);
-    EXPECT_EQ(manager.creations[0].path, L"\"" + path + L"\"");
+    EXPECT_EQ(SimulatedNotebook::Service(kService).path, L"\"" + path + L"\"");
 }
 
 TEST_F(ServiceInstallerTest, LongerPathIsLoggedAndNothingIsPrintedOrRegistered) {
     path = L"C:\\" + std::wstring(kPathRoom - 3, L'x');
     EXPECT_EQ(Install(), "");
     EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"GetModuleFileName failed w/err 0x0000007a")));
-    EXPECT_THAT(manager.managerAccess, IsEmpty());
+    EXPECT_THAT(notebook.Calls(), IsEmpty());
 }
 
+/// A failure that left no error is one all the same.
 TEST_F(ServiceInstallerTest, UnknownPathIsLoggedAndNothingIsPrintedOrRegistered) {
-    const ScopedResult<&::GetModuleFileNameW> fails{0, ERROR_ACCESS_DENIED};
-    EXPECT_EQ(Install(), "");
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"GetModuleFileName failed w/err 0x00000005")));
-    EXPECT_THAT(manager.managerAccess, IsEmpty());
-}
-
-TEST_F(ServiceInstallerTest, UnknownPathWithoutAnErrorIsAFailureAllTheSame) {
-    const ScopedResult<&::GetModuleFileNameW> fails{0, ERROR_SUCCESS};
-    EXPECT_EQ(Install(), "");
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"GetModuleFileName failed w/err 0x0000001f")));
-    EXPECT_THAT(manager.managerAccess, IsEmpty());
-}
-
-TEST_F(ServiceInstallerTest, ServiceIsDescribed) {
-    Install();
-    EXPECT_THAT(manager.descriptions, ElementsAre(L"Linkvane Service"));
-    EXPECT_THAT(manager.settings, ElementsAre(DWORD{SERVICE_CONFIG_DESCRIPTION}));
+    for (const DWORD error : {ERROR_ACCESS_DENIED, ERROR_SUCCESS}) {
+        const ScopedResult<&::GetModuleFileNameW> fails{0, error};
+        EXPECT_EQ(Install(), "");
+    }
+    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"GetModuleFileName failed w/err 0x00000005"),
+                                                Error(kName, L"GetModuleFileName failed w/err 0x0000001f")));
+    EXPECT_THAT(notebook.Calls(), IsEmpty());
 }
 
 TEST_F(ServiceInstallerTest, FailedDescriptionIsPrintedOnlyAndTheServiceIsInstalled) {
-    manager.descriptionError = ERROR_ACCESS_DENIED;
+    notebook.FailEach(Call::ChangeServiceConfig2, ERROR_ACCESS_DENIED);
     EXPECT_EQ(Install(),
               "ChangeServiceConfig2 (SERVICE_CONFIG_DESCRIPTION) failed w/err 0x00000005\n"
               "LinkvaneService is installed.\n");
     EXPECT_THAT(log.From(kVerbose), ElementsAre(Information(kName, L"LinkvaneService is installed.")));
-    EXPECT_TRUE(ledger.Balanced());
 }
 
 TEST_F(ServiceInstallerTest, SecondInstallationShowsItsOwnErrorBehindThatOfTheDescription) {
-    manager.createError = ERROR_SERVICE_EXISTS;
+    SimulatedNotebook::Service(kService).path = L"as it was";
     EXPECT_EQ(Install(),
               "ChangeServiceConfig2 (SERVICE_CONFIG_DESCRIPTION) failed w/err 0x00000006\n"
               "CreateService failed w/err 0x00000431\n");
     EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"CreateService failed w/err 0x00000431")));
-    EXPECT_THAT(manager.settings, ElementsAre(DWORD{SERVICE_CONFIG_DESCRIPTION}));
-    EXPECT_TRUE(ledger.Balanced());
+    EXPECT_EQ(SimulatedNotebook::Service(kService).path, L"as it was");
 }
 
 TEST_F(ServiceInstallerTest, ManagerThatCannotBeOpenedIsTold) {
-    manager.openManagerError = ERROR_ACCESS_DENIED;
+    notebook.FailEach(Call::OpenSCManager, ERROR_ACCESS_DENIED);
     EXPECT_EQ(Install(), "OpenSCManager failed w/err 0x00000005\n");
     EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"OpenSCManager failed w/err 0x00000005")));
-    EXPECT_THAT(manager.creations, IsEmpty());
-    EXPECT_THAT(manager.settings, IsEmpty());
+    EXPECT_THAT(notebook.Calls(), ElementsAre("OpenSCManagerW 0x3"));
 }
 
 TEST(ServiceInstallerTimingTest, ElapsedTimeFollowsTheExitLineOfInstallationAndRemoval) {
     const LogRecorder log(LogRecorder::Timing::kOn);
-    Ledger ledger;
-    FakeServiceManager manager{ledger};
-    manager.openManagerError = ERROR_ACCESS_DENIED;
+    TestClock clock;
+    SimulatedNotebook notebook{clock};
+    notebook.FailEach(Call::OpenSCManager, ERROR_ACCESS_DENIED);
     const CapturedOutput output;
     InstallService();
     UninstallService();

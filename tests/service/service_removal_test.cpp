@@ -4,29 +4,28 @@
 
 #include <chrono>
 #include <cwchar>
+#include <ostream>
 #include <string>
 #include <vector>
 
 #include "service/service_installer.h"
 #include "tests/service/captured_output.h"
-#include "tests/service/fake_service_manager.h"
-#include "tests/support/ledger.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/registry_tree.h"
 #include "tests/support/scoped_import.h"
-#include "tests/support/test_clock.h"
+#include "tests/support/simulated_notebook.h"
 
 namespace {
 
 using Orva::Shared::Level::kVerbose;
-using Rig::Ledger;
+using Rig::Call;
 using Rig::LogRecorder;
 using Rig::RegistryText;
 using Rig::ScopedImport;
 using Rig::ScopedRegistryTree;
+using Rig::SimulatedNotebook;
 using Rig::TestClock;
 using ServiceTests::CapturedOutput;
-using ServiceTests::FakeServiceManager;
 using testing::AllOf;
 using testing::Each;
 using testing::ElementsAre;
@@ -36,6 +35,9 @@ using namespace Rig::Lines;
 using namespace std::chrono_literals;
 
 constexpr char kName[] = "UninstallService";
+constexpr wchar_t kService[] = L"LinkvaneService";
+constexpr char kStopped[] = "\nLinkvaneService is stopped.\nLinkvaneService is removed.\n";
+constexpr char kNotStopped[] = "\nLinkvaneService failed to stop.\nLinkvaneService is removed.\n";
 
 class ServiceRemovalTest : public testing::Test {
   protected:
@@ -50,38 +52,40 @@ class ServiceRemovalTest : public testing::Test {
         UninstallService();
         return output.Take();
     }
+    static void SetState(DWORD state) { SimulatedNotebook::Service(kService).state = state; }
+    /// A stop request leaves it stopping; it goes on when the clock comes to `end`.
+    void StopUntil(TestClock::Milliseconds end, DWORD state = SERVICE_STOPPED) {
+        SimulatedNotebook::Service(kService).stateAfterStop = SERVICE_STOP_PENDING;
+        clock.At(end, [state] { SetState(state); });
+    }
 
     ScopedRegistryTree remembered{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Orva\\Orva Brimlet Support"};
     LogRecorder log;
     TestClock clock;
-    Ledger ledger;
-    FakeServiceManager manager{ledger};
+    SimulatedNotebook notebook{clock};
 };
 
 TEST_F(ServiceRemovalTest, StoppedServiceIsDeletedWithoutAWordOfStopping) {
-    manager.stopError = ERROR_SERVICE_NOT_ACTIVE;
+    SetState(SERVICE_STOPPED);
     EXPECT_EQ(Remove(), "LinkvaneService is removed.\n");
     EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kName), TraceOut(kName)));
-    EXPECT_TRUE(manager.deleted);
-    EXPECT_EQ(manager.queries, 0);
+    EXPECT_FALSE(SimulatedNotebook::IsInstalled(kService));
+    EXPECT_EQ(notebook.Count(Call::QueryServiceStatus), 0);
     EXPECT_THAT(clock.SleepsAndWaits(), IsEmpty());
-    EXPECT_TRUE(ledger.Balanced());
 }
 
 TEST_F(ServiceRemovalTest, ServiceThatTakesNoStopRequestIsDeletedWithoutAWait) {
-    manager.stopError = ERROR_SERVICE_CANNOT_ACCEPT_CTRL;
-    manager.stateAfterStopRequest = SERVICE_START_PENDING;
+    SetState(SERVICE_START_PENDING);
+    notebook.FailEach(Call::ControlService, ERROR_SERVICE_CANNOT_ACCEPT_CTRL);
     EXPECT_EQ(Remove(), "LinkvaneService is removed.\n");
     EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kName), TraceOut(kName)));
-    EXPECT_TRUE(manager.deleted);
-    EXPECT_EQ(manager.queries, 0);
+    EXPECT_FALSE(SimulatedNotebook::IsInstalled(kService));
+    EXPECT_EQ(notebook.Count(Call::QueryServiceStatus), 0);
     EXPECT_THAT(clock.SleepsAndWaits(), IsEmpty());
-    EXPECT_TRUE(ledger.Balanced());
 }
 
 TEST_F(ServiceRemovalTest, RememberedStatesAreDeletedAndTheirParentStays) {
     remembered.Create(L"WlanPowerStatus\\Deeper\\Still");
-    manager.stopError = ERROR_SERVICE_NOT_ACTIVE;
     Remove();
     EXPECT_FALSE(remembered.Exists(L"WlanPowerStatus"));
     EXPECT_FALSE(remembered.Exists(L"WwanPowerStatus"));
@@ -89,7 +93,7 @@ TEST_F(ServiceRemovalTest, RememberedStatesAreDeletedAndTheirParentStays) {
 }
 
 TEST_F(ServiceRemovalTest, RemovalIsToldWhenBothRememberedStatesAreGone) {
-    manager.stopError = ERROR_SERVICE_NOT_ACTIVE;
+    SetState(SERVICE_STOPPED);
     std::vector<std::string> seen;
     {
         // The last key is closed when the second deletion is over.
@@ -105,37 +109,62 @@ TEST_F(ServiceRemovalTest, RemovalIsToldWhenBothRememberedStatesAreGone) {
 
 TEST_F(ServiceRemovalTest, StatesThatWereNeverRememberedAreNoError) {
     remembered.Delete();
-    EXPECT_EQ(Remove(),
-              "Stopping LinkvaneService.\nLinkvaneService failed to stop.\nLinkvaneService is removed.\n");
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"LinkvaneService failed to stop.")));
+    EXPECT_EQ(Remove(), std::string("Stopping LinkvaneService.") + kStopped);
+    EXPECT_THAT(log.From(kVerbose), IsEmpty());
 }
 
 TEST_F(ServiceRemovalTest, OnlyTheRightsNeededAreAskedFor) {
     Remove();
-    EXPECT_THAT(manager.managerAccess, ElementsAre(DWORD{SC_MANAGER_CONNECT}));
-    EXPECT_THAT(manager.openedServices, ElementsAre(L"LinkvaneService"));
-    EXPECT_THAT(manager.serviceAccess, ElementsAre(DWORD{SERVICE_STOP | SERVICE_QUERY_STATUS | DELETE}));
-    EXPECT_THAT(manager.controls, ElementsAre(DWORD{SERVICE_CONTROL_STOP}));
+    EXPECT_THAT(notebook.Calls(), ElementsAre("OpenSCManagerW 0x1", "OpenServiceW LinkvaneService 0x10024",
+                                              "ControlService 1", "QueryServiceStatus", "DeleteService"));
 }
 
-TEST_F(ServiceRemovalTest, ServiceThatStopsWithinASecondGetsNoFurtherDot) {
-    manager.states = {SERVICE_STOPPED};
-    EXPECT_EQ(Remove(),
-              "Stopping LinkvaneService.\nLinkvaneService is stopped.\nLinkvaneService is removed.\n");
-    EXPECT_THAT(clock.Sleeps(), ElementsAre(1000));
-    EXPECT_THAT(log.From(kVerbose), IsEmpty());
+/// How long a service takes to stop, and what is seen of it.
+struct Stopping {
+    const char* name;
+    TestClock::Milliseconds until;
+    DWORD state;
+    int failingQuery;  ///< from 1; 0: none fails
+    std::size_t dots;  ///< behind the first
+};
+
+void PrintTo(const Stopping& stopping, std::ostream* out) {
+    *out << stopping.name;
 }
 
-TEST_F(ServiceRemovalTest, OneDotASecondWhileTheServiceStops) {
-    manager.states = {SERVICE_STOP_PENDING, SERVICE_STOP_PENDING, SERVICE_STOP_PENDING, SERVICE_STOPPED};
-    EXPECT_EQ(Remove(),
-              "Stopping LinkvaneService....\nLinkvaneService is stopped.\nLinkvaneService is removed.\n");
-    EXPECT_THAT(clock.Sleeps(), ElementsAre(1000, 1000, 1000, 1000));
-    EXPECT_TRUE(ledger.Balanced());
+class ServiceStoppingTest : public ServiceRemovalTest, public testing::WithParamInterface<Stopping> {};
+
+TEST_P(ServiceStoppingTest, OneDotASecondAndTheServiceIsDeletedAllTheSame) {
+    const Stopping& stopping = GetParam();
+    StopUntil(stopping.until, stopping.state);
+    if (stopping.failingQuery != 0) {
+        notebook.Fail(Call::QueryServiceStatus, stopping.failingQuery, ERROR_ACCESS_DENIED);
+    }
+    const bool stops = stopping.state == SERVICE_STOPPED && stopping.failingQuery == 0;
+    EXPECT_EQ(Remove(), "Stopping LinkvaneService." + std::string(stopping.dots, '.') +
+                            (stops ? kStopped : kNotStopped));
+    EXPECT_THAT(clock.Sleeps(), AllOf(testing::SizeIs(stopping.dots + 1), Each(1000)));
+    EXPECT_EQ(notebook.Count(Call::QueryServiceStatus), static_cast<int>(stopping.dots) + 1);
+    if (stops) {
+        EXPECT_THAT(log.From(kVerbose), IsEmpty());
+    } else {
+        EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"LinkvaneService failed to stop.")));
+    }
+    EXPECT_FALSE(SimulatedNotebook::IsInstalled(kService));
+    EXPECT_FALSE(remembered.Exists(L"WlanPowerStatus"));
 }
+
+INSTANTIATE_TEST_SUITE_P(Cases, ServiceStoppingTest,
+                         testing::Values(Stopping{"WithinASecond", 500ms, SERVICE_STOPPED, 0, 0},
+                                         Stopping{"InFourSeconds", 3500ms, SERVICE_STOPPED, 0, 3},
+                                         Stopping{"InAnHour", 3600s + 500ms, SERVICE_STOPPED, 0, 3600},
+                                         Stopping{"RunsAgain", 1500ms, SERVICE_RUNNING, 0, 1},
+                                         // The last state that was seen decides.
+                                         Stopping{"FirstQueryFails", 500ms, SERVICE_STOPPED, 1, 0},
+                                         Stopping{"SecondQueryFails", 1500ms, SERVICE_STOPPED, 2, 1}));
 
 TEST_F(ServiceRemovalTest, EachDotIsSeenDuringTheSecondThatFollows) {
-    manager.states = {SERVICE_STOP_PENDING, SERVICE_STOP_PENDING, SERVICE_STOPPED};
+    StopUntil(2800ms);
     std::vector<std::string> seen;
     for (const TestClock::Milliseconds time : {500ms, 1500ms, 2500ms}) {
         clock.At(time, [&] { seen.push_back(CapturedOutput::SoFar()); });
@@ -145,67 +174,13 @@ TEST_F(ServiceRemovalTest, EachDotIsSeenDuringTheSecondThatFollows) {
                                   "Stopping LinkvaneService..."));
 }
 
-TEST_F(ServiceRemovalTest, ServiceThatStopsForAnHourIsWaitedFor) {
-    constexpr std::size_t kSecondsPerHour = 3600;
-    manager.states.assign(kSecondsPerHour, SERVICE_STOP_PENDING);
-    manager.states.push_back(SERVICE_STOPPED);
-    EXPECT_EQ(Remove(), "Stopping LinkvaneService." + std::string(kSecondsPerHour, '.') +
-                            "\nLinkvaneService is stopped.\nLinkvaneService is removed.\n");
-    EXPECT_EQ(clock.Elapsed(), std::chrono::seconds(kSecondsPerHour + 1));
-}
-
-TEST_F(ServiceRemovalTest, ServiceThatRunsAgainFailedToStopAndIsDeletedAllTheSame) {
-    manager.states = {SERVICE_STOP_PENDING, SERVICE_RUNNING};
-    EXPECT_EQ(Remove(),
-              "Stopping LinkvaneService..\nLinkvaneService failed to stop.\nLinkvaneService is removed.\n");
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"LinkvaneService failed to stop.")));
-    EXPECT_TRUE(manager.deleted);
-}
-
-TEST_F(ServiceRemovalTest, QueryThatFailsEndsTheWaitWithTheLastStateSeen) {
-    manager.states = {SERVICE_STOP_PENDING};
-    manager.queryError = ERROR_ACCESS_DENIED;
-    EXPECT_EQ(Remove(),
-              "Stopping LinkvaneService..\nLinkvaneService failed to stop.\nLinkvaneService is removed.\n");
-    EXPECT_EQ(manager.queries, 2);
-    EXPECT_THAT(clock.Sleeps(), ElementsAre(1000, 1000));
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"LinkvaneService failed to stop.")));
-    EXPECT_TRUE(manager.deleted);
-    EXPECT_TRUE(ledger.Balanced());
-}
-
-TEST_F(ServiceRemovalTest, FirstQueryThatFailsLeavesTheStateThatTheStopRequestFound) {
-    manager.states.clear();
-    manager.queryError = ERROR_ACCESS_DENIED;
-    EXPECT_EQ(Remove(),
-              "Stopping LinkvaneService.\nLinkvaneService failed to stop.\nLinkvaneService is removed.\n");
-    EXPECT_EQ(manager.queries, 1);
-    EXPECT_THAT(clock.Sleeps(), ElementsAre(1000));
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"LinkvaneService failed to stop.")));
-    EXPECT_TRUE(manager.deleted);
-    EXPECT_FALSE(remembered.Exists(L"WlanPowerStatus"));
-}
-
 TEST_F(ServiceRemovalTest, ServiceThatTheStopRequestFoundStoppedNeedsNoQuery) {
-    manager.stateAfterStopRequest = SERVICE_STOPPED;
-    manager.states.clear();
-    manager.queryError = ERROR_ACCESS_DENIED;
-    EXPECT_EQ(Remove(),
-              "Stopping LinkvaneService.\nLinkvaneService is stopped.\nLinkvaneService is removed.\n");
-}
-
-TEST_F(ServiceRemovalTest, FailedDeletionIsToldAndTheRememberedStatesStay) {
-    manager.stopError = ERROR_SERVICE_NOT_ACTIVE;
-    manager.deleteError = ERROR_SERVICE_MARKED_FOR_DELETE;
-    EXPECT_EQ(Remove(), "DeleteService failed w/err 0x00000430\n");
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"DeleteService failed w/err 0x00000430")));
-    EXPECT_TRUE(remembered.Exists(L"WlanPowerStatus"));
-    EXPECT_TRUE(remembered.Exists(L"WwanPowerStatus"));
-    EXPECT_TRUE(ledger.Balanced());
+    notebook.FailEach(Call::QueryServiceStatus, ERROR_ACCESS_DENIED);
+    EXPECT_EQ(Remove(), std::string("Stopping LinkvaneService.") + kStopped);
 }
 
 TEST_F(ServiceRemovalTest, FailedDeletionOfTheStatesIsOnlyLogged) {
-    manager.stopError = ERROR_SERVICE_NOT_ACTIVE;
+    SetState(SERVICE_STOPPED);
     const ScopedImport<&::RegOpenKeyExW> forbidden{
         [](HKEY, LPCWSTR name, auto...) { return std::wcsstr(name, L"PowerStatus") != nullptr; },
         [](HKEY, LPCWSTR name, auto...) -> LSTATUS {
@@ -217,11 +192,9 @@ TEST_F(ServiceRemovalTest, FailedDeletionOfTheStatesIsOnlyLogged) {
     EXPECT_THAT(log.From(kVerbose),
                 ElementsAre(Error(kName, L"DeleteSubkey (BrimletWlanPowerStatus) failed w/err 0x00000005"),
                             Error(kName, L"DeleteSubkey (BrimletWwanPowerStatus) failed w/err 0x00000020")));
-    EXPECT_TRUE(ledger.Balanced());
 }
 
 TEST_F(ServiceRemovalTest, SecondStateIsDeletedWhenTheFirstCannotBe) {
-    manager.stopError = ERROR_SERVICE_NOT_ACTIVE;
     const ScopedImport<&::RegOpenKeyExW> forbidden{
         [](HKEY, LPCWSTR name, auto...) { return std::wcsstr(name, L"WlanPowerStatus") != nullptr; },
         [](auto...) -> LSTATUS { return ERROR_ACCESS_DENIED; }};
@@ -230,30 +203,41 @@ TEST_F(ServiceRemovalTest, SecondStateIsDeletedWhenTheFirstCannotBe) {
     EXPECT_FALSE(remembered.Exists(L"WwanPowerStatus"));
 }
 
-TEST_F(ServiceRemovalTest, ManagerThatCannotBeOpenedIsTold) {
-    manager.openManagerError = ERROR_ACCESS_DENIED;
-    EXPECT_EQ(Remove(), "OpenSCManager failed w/err 0x00000005\n");
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"OpenSCManager failed w/err 0x00000005")));
-    EXPECT_THAT(manager.openedServices, IsEmpty());
-    EXPECT_TRUE(remembered.Exists(L"WlanPowerStatus"));
+/// A call without which the service cannot be removed; the remembered states stay.
+struct RemovalFailure {
+    Call call;
+    DWORD error;
+    const char* line;  ///< on the console; the log has it as well
+};
+
+void PrintTo(const RemovalFailure& failure, std::ostream* out) {
+    *out << failure.line;
 }
 
-TEST_F(ServiceRemovalTest, ServiceThatIsNotInstalledIsTold) {
-    manager.openServiceError = ERROR_SERVICE_DOES_NOT_EXIST;
-    EXPECT_EQ(Remove(), "OpenService failed w/err 0x00000424\n");
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"OpenService failed w/err 0x00000424")));
-    EXPECT_THAT(manager.controls, IsEmpty());
-    EXPECT_FALSE(manager.deleted);
+class RemovalFailureTest : public ServiceRemovalTest, public testing::WithParamInterface<RemovalFailure> {};
+
+TEST_P(RemovalFailureTest, IsToldAndEverythingElseStays) {
+    SetState(SERVICE_STOPPED);
+    notebook.FailEach(GetParam().call, static_cast<LONG>(GetParam().error));
+    const std::string line = GetParam().line;
+    EXPECT_EQ(Remove(), line + "\n");
+    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, std::wstring(line.begin(), line.end()))));
+    EXPECT_TRUE(SimulatedNotebook::IsInstalled(kService));
     EXPECT_TRUE(remembered.Exists(L"WlanPowerStatus"));
-    EXPECT_TRUE(ledger.Balanced());
+    EXPECT_TRUE(remembered.Exists(L"WwanPowerStatus"));
+    if (GetParam().call != Call::DeleteService) {
+        EXPECT_EQ(notebook.Count(Call::ControlService), 0);
+    }
 }
 
-TEST_F(ServiceRemovalTest, ServiceThatMayNotBeRemovedIsTold) {
-    manager.openServiceError = ERROR_ACCESS_DENIED;
-    EXPECT_EQ(Remove(), "OpenService failed w/err 0x00000005\n");
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"OpenService failed w/err 0x00000005")));
-    EXPECT_FALSE(manager.deleted);
-    EXPECT_TRUE(ledger.Balanced());
-}
+INSTANTIATE_TEST_SUITE_P(Calls, RemovalFailureTest,
+                         testing::Values(RemovalFailure{Call::OpenSCManager, ERROR_ACCESS_DENIED,
+                                                        "OpenSCManager failed w/err 0x00000005"},
+                                         RemovalFailure{Call::OpenService, ERROR_SERVICE_DOES_NOT_EXIST,
+                                                        "OpenService failed w/err 0x00000424"},
+                                         RemovalFailure{Call::OpenService, ERROR_ACCESS_DENIED,
+                                                        "OpenService failed w/err 0x00000005"},
+                                         RemovalFailure{Call::DeleteService, ERROR_SERVICE_MARKED_FOR_DELETE,
+                                                        "DeleteService failed w/err 0x00000430"}));
 
 }  // namespace

@@ -7,23 +7,23 @@
 #include <string>
 #include <vector>
 
-#include "tests/service/fake_service_manager.h"
 #include "tests/support/ledger.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/scoped_import.h"
-#include "tests/support/test_clock.h"
+#include "tests/support/simulated_notebook.h"
 
 namespace {
 
 using Orva::Shared::Level::kVerbose;
+using Rig::Call;
 using Rig::Ledger;
 using Rig::Line;
 using Rig::LogLine;
 using Rig::LogRecorder;
 using Rig::ScopedImport;
 using Rig::ScopedResult;
+using Rig::SimulatedNotebook;
 using Rig::TestClock;
-using ServiceTests::FakeServiceManager;
 using testing::_;
 using testing::AllOf;
 using testing::Each;
@@ -32,6 +32,7 @@ using testing::IsEmpty;
 using testing::SizeIs;
 using testing::StartsWith;
 using namespace Rig::Lines;
+using namespace std::chrono_literals;
 
 constexpr char kPresent[] = "Utils::IsServicePresent";
 constexpr char kWait[] = "Utils::WaitforServiceToStartRunning";
@@ -52,10 +53,11 @@ class ServiceUtilitiesTest : public testing::Test {
         EXPECT_EQ(log.Of(name).back(), TraceOut(name, L"Return Value = 0"));
     }
 
+    static void SetState(DWORD state) { SimulatedNotebook::Service(L"WlanSvc").state = state; }
+
     LogRecorder log;
     TestClock clock;
-    Ledger ledger;
-    FakeServiceManager manager{ledger};
+    SimulatedNotebook notebook{clock};
 };
 
 using ServicePresenceTest = ServiceUtilitiesTest;
@@ -70,14 +72,8 @@ TEST_F(ServicePresenceTest, RunningServiceIsFoundRunning) {
                             Information(kPresent, L"WlanSvc Service is running status = 0x00000004"),
                             Information(kPresent, L"WlanSvc Service is running"),
                             TraceOut(kPresent, L"Return Value = 0")));
-    EXPECT_TRUE(ledger.Balanced());
-}
-
-TEST_F(ServicePresenceTest, ManagerAndServiceAreOpenedWithEveryRight) {
-    static_cast<void>(Utils::IsServicePresent(L"WlanSvc"));
-    EXPECT_THAT(manager.managerAccess, ElementsAre(DWORD{SC_MANAGER_ALL_ACCESS}));
-    EXPECT_THAT(manager.serviceAccess, ElementsAre(DWORD{SERVICE_ALL_ACCESS}));
-    EXPECT_THAT(manager.openedServices, ElementsAre(L"WlanSvc"));
+    EXPECT_THAT(notebook.Calls(), ElementsAre("OpenSCManagerW 0xf003f", "OpenServiceW WlanSvc 0xf01ff",
+                                              "QueryServiceStatusEx"));
 }
 
 TEST_F(ServicePresenceTest, HandlesAreClosedBeforeTheExitLine) {
@@ -87,92 +83,103 @@ TEST_F(ServicePresenceTest, HandlesAreClosedBeforeTheExitLine) {
 TEST_F(ServicePresenceTest, ServiceInEveryOtherStateIsNotRunning) {
     for (const DWORD state : {SERVICE_STOPPED, SERVICE_START_PENDING, SERVICE_STOP_PENDING,
                               SERVICE_CONTINUE_PENDING, SERVICE_PAUSE_PENDING, SERVICE_PAUSED}) {
-        manager.states = {state};
+        SetState(state);
+        log.Clear();
         EXPECT_EQ(Utils::IsServicePresent(L"WlanSvc"), 1) << state;
+        EXPECT_THAT(log.From(kVerbose),
+                    ElementsAre(Information(kPresent, L"WlanSvc Service is installed. Querying status.."),
+                                Information(kPresent, L"WlanSvc Service is running status = 0x0000000" +
+                                                          std::to_wstring(state)),
+                                Error(kPresent, L"WlanSvc Service is not running")));
     }
-    EXPECT_THAT(log.At(Orva::Shared::Level::kError),
-                AllOf(SizeIs(6), Each(Error(kPresent, L"WlanSvc Service is not running"))));
-}
-
-TEST_F(ServicePresenceTest, StoppedServiceIsShownWithItsState) {
-    manager.states = {SERVICE_STOPPED};
-    EXPECT_EQ(Utils::IsServicePresent(L"WlanSvc"), 1);
-    EXPECT_THAT(log.From(kVerbose),
-                ElementsAre(Information(kPresent, L"WlanSvc Service is installed. Querying status.."),
-                            Information(kPresent, L"WlanSvc Service is running status = 0x00000001"),
-                            Error(kPresent, L"WlanSvc Service is not running")));
-    EXPECT_TRUE(ledger.Balanced());
 }
 
 TEST_F(ServicePresenceTest, ServiceThatCannotBeQueriedSaysNoMore) {
-    manager.states.clear();
-    manager.queryError = ERROR_ACCESS_DENIED;
+    notebook.FailEach(Call::QueryServiceStatusEx, ERROR_ACCESS_DENIED);
     EXPECT_EQ(Utils::IsServicePresent(L"WlanSvc"), -3);
     EXPECT_THAT(log.From(kVerbose),
                 ElementsAre(Information(kPresent, L"WlanSvc Service is installed. Querying status..")));
     EXPECT_TRUE(log.Contains(TraceOut(kPresent, L"Return Value = -3")));
-    EXPECT_TRUE(ledger.Balanced());
 }
 
-TEST_F(ServicePresenceTest, ManagerThatCannotBeOpenedIsLogged) {
-    manager.openManagerError = ERROR_ACCESS_DENIED;
-    EXPECT_EQ(Utils::IsServicePresent(L"WlanSvc"), -2);
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kPresent, L"OpenSCManager failed w/err 0x00000005")));
-    EXPECT_TRUE(log.Contains(TraceOut(kPresent, L"Return Value = -2")));
-    EXPECT_THAT(manager.openedServices, IsEmpty());
+/// Why a service cannot be opened.
+struct OpenFailure {
+    const char* name;
+    void (*arrange)(SimulatedNotebook& notebook);
+    int status;
+    const wchar_t* line;
+};
+
+void PrintTo(const OpenFailure& failure, std::ostream* out) {
+    *out << failure.name;
 }
 
-TEST_F(ServicePresenceTest, ServiceThatIsNotInstalledIsLogged) {
-    manager.openServiceError = ERROR_SERVICE_DOES_NOT_EXIST;
-    EXPECT_EQ(Utils::IsServicePresent(L"WlanSvc"), -1);
-    EXPECT_THAT(log.From(kVerbose),
-                ElementsAre(Error(kPresent, L"Service does not exist. Error 0x00000424")));
-    EXPECT_TRUE(log.Contains(TraceOut(kPresent, L"Return Value = -1")));
-    EXPECT_EQ(manager.queries, 0);
-    EXPECT_TRUE(ledger.Balanced());
+class OpenFailureTest : public ServiceUtilitiesTest, public testing::WithParamInterface<OpenFailure> {
+  protected:
+    OpenFailureTest() { GetParam().arrange(notebook); }
+
+    [[nodiscard]] static std::wstring Returned() {
+        return L"Return Value = " + std::to_wstring(GetParam().status);
+    }
+};
+
+TEST_P(OpenFailureTest, ServiceIsNotPresent) {
+    EXPECT_EQ(Utils::IsServicePresent(L"LinkvaneService"), GetParam().status);
+    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kPresent, GetParam().line)));
+    EXPECT_TRUE(log.Contains(TraceOut(kPresent, Returned())));
+    EXPECT_EQ(notebook.Count(Call::QueryServiceStatusEx), 0);
 }
 
-TEST_F(ServicePresenceTest, ForbiddenServiceIsLogged) {
-    manager.openServiceError = ERROR_ACCESS_DENIED;
-    EXPECT_EQ(Utils::IsServicePresent(L"WlanSvc"), -2);
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kPresent, L"OpenService failed w/err 0x00000005")));
-    EXPECT_TRUE(ledger.Balanced());
+TEST_P(OpenFailureTest, WaitEndsAfterOneTryAndOneSecond) {
+    EXPECT_EQ(Utils::WaitforServiceToStartRunning(L"LinkvaneService"), GetParam().status);
+    const std::wstring status = std::to_wstring(GetParam().status);
+    EXPECT_THAT(log.Of(kWait), ElementsAre(TraceIn(kWait),
+                                           Verbose(kWait, L"LinkvaneService service Running Status = " +
+                                                              status + L", try 0"),
+                                           TraceOut(kWait, L"LinkvaneService Running Status = " + status)));
+    EXPECT_THAT(clock.SleepsAndWaits(), ElementsAre(1000));
 }
+
+TEST_P(OpenFailureTest, RecoveryCannotBeSet) {
+    EXPECT_EQ(Utils::SetServiceRestartRecoveryOnFailure(), GetParam().status);
+    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kRecovery, L"Service Name = LinkvaneService"),
+                                         Error(kRecovery, GetParam().line), TraceOut(kRecovery, Returned())));
+    EXPECT_EQ(notebook.Count(Call::ChangeServiceConfig2), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Reasons, OpenFailureTest,
+    testing::Values(OpenFailure{"NoManager",
+                                [](SimulatedNotebook& notebook) {
+                                    notebook.FailEach(Call::OpenSCManager, ERROR_ACCESS_DENIED);
+                                },
+                                -2, L"OpenSCManager failed w/err 0x00000005"},
+                    OpenFailure{"NotInstalled",
+                                [](SimulatedNotebook&) { SimulatedNotebook::Uninstall(L"LinkvaneService"); },
+                                -1, L"Service does not exist. Error 0x00000424"},
+                    OpenFailure{"Forbidden",
+                                [](SimulatedNotebook& notebook) {
+                                    notebook.FailEach(Call::OpenService, ERROR_ACCESS_DENIED);
+                                },
+                                -2, L"OpenService failed w/err 0x00000005"}));
 
 using ServiceWaitTest = ServiceUtilitiesTest;
 
 TEST_F(ServiceWaitTest, RunningServiceIsNotWaitedFor) {
     EXPECT_EQ(Utils::WaitforServiceToStartRunning(L"WlanSvc"), 0);
     EXPECT_THAT(log.Of(kWait), ElementsAre(TraceIn(kWait), TraceOut(kWait, L"WlanSvc Running Status = 0")));
-    EXPECT_EQ(clock.Elapsed().count(), 0);
+    EXPECT_EQ(clock.Elapsed(), 0ms);
     EXPECT_THAT(log.Of(kSleep), IsEmpty());
 }
 
-TEST_F(ServiceWaitTest, ServiceThatIsNotInstalledCostsOneTryAndOneSecond) {
-    manager.openServiceError = ERROR_SERVICE_DOES_NOT_EXIST;
-    EXPECT_EQ(Utils::WaitforServiceToStartRunning(L"WlanSvc"), -1);
-    EXPECT_THAT(log.Of(kWait),
-                ElementsAre(TraceIn(kWait), Verbose(kWait, L"WlanSvc service Running Status = -1, try 0"),
-                            TraceOut(kWait, L"WlanSvc Running Status = -1")));
-    EXPECT_THAT(clock.SleepsAndWaits(), ElementsAre(1000));
-    EXPECT_TRUE(ledger.Balanced());
-}
-
-TEST_F(ServiceWaitTest, ForbiddenServiceCostsOneTry) {
-    manager.openServiceError = ERROR_ACCESS_DENIED;
-    EXPECT_EQ(Utils::WaitforServiceToStartRunning(L"WlanSvc"), -2);
-    EXPECT_THAT(clock.SleepsAndWaits(), ElementsAre(1000));
-}
-
 TEST_F(ServiceWaitTest, ServiceThatCannotBeQueriedCostsOneTry) {
-    manager.states.clear();
-    manager.queryError = ERROR_ACCESS_DENIED;
+    notebook.FailEach(Call::QueryServiceStatusEx, ERROR_ACCESS_DENIED);
     EXPECT_EQ(Utils::WaitforServiceToStartRunning(L"WlanSvc"), -3);
     EXPECT_THAT(clock.SleepsAndWaits(), ElementsAre(1000));
 }
 
 TEST_F(ServiceWaitTest, ServiceThatStaysPendingIsTriedFifteenTimes) {
-    manager.states = {SERVICE_START_PENDING};
+    SetState(SERVICE_START_PENDING);
     EXPECT_EQ(Utils::WaitforServiceToStartRunning(L"WlanSvc"), 1);
     std::vector<LogLine> expected{TraceIn(kWait)};
     for (int i = 0; i < 15; ++i) {
@@ -181,31 +188,32 @@ TEST_F(ServiceWaitTest, ServiceThatStaysPendingIsTriedFifteenTimes) {
     expected.push_back(TraceOut(kWait, L"WlanSvc Running Status = 1"));
     EXPECT_EQ(log.Of(kWait), expected);
     EXPECT_THAT(clock.SleepsAndWaits(), AllOf(SizeIs(15), Each(1000)));
-    EXPECT_EQ(manager.queries, 15);
-    EXPECT_TRUE(ledger.Balanced());
+    EXPECT_EQ(notebook.Count(Call::QueryServiceStatusEx), 15);
 }
 
 TEST_F(ServiceWaitTest, WaitEndsWhenTheServiceRuns) {
-    manager.states = {SERVICE_STOPPED, SERVICE_START_PENDING, SERVICE_RUNNING};
-    EXPECT_EQ(Utils::WaitforServiceToStartRunning(L"WwanSvc"), 0);
+    SetState(SERVICE_STOPPED);
+    clock.At(500ms, [] { SetState(SERVICE_START_PENDING); });
+    clock.At(1500ms, [] { SetState(SERVICE_RUNNING); });
+    EXPECT_EQ(Utils::WaitforServiceToStartRunning(L"WlanSvc"), 0);
     EXPECT_THAT(log.Of(kWait),
-                ElementsAre(TraceIn(kWait), Verbose(kWait, L"WwanSvc service Running Status = 1, try 0"),
-                            Verbose(kWait, L"WwanSvc service Running Status = 1, try 1"),
-                            TraceOut(kWait, L"WwanSvc Running Status = 0")));
+                ElementsAre(TraceIn(kWait), Verbose(kWait, L"WlanSvc service Running Status = 1, try 0"),
+                            Verbose(kWait, L"WlanSvc service Running Status = 1, try 1"),
+                            TraceOut(kWait, L"WlanSvc Running Status = 0")));
     EXPECT_THAT(clock.SleepsAndWaits(), ElementsAre(1000, 1000));
 }
 
 TEST_F(ServiceWaitTest, ServiceThatDisappearsEndsTheWait) {
-    manager.states = {SERVICE_STOPPED};
-    clock.At(std::chrono::milliseconds(2500),
-             [&] { manager.openServiceError = ERROR_SERVICE_DOES_NOT_EXIST; });
+    SetState(SERVICE_STOPPED);
+    clock.At(2500ms, [] { SimulatedNotebook::Uninstall(L"WlanSvc"); });
     EXPECT_EQ(Utils::WaitforServiceToStartRunning(L"WlanSvc"), -1);
-    EXPECT_EQ(clock.Elapsed(), std::chrono::milliseconds(4000));
+    EXPECT_EQ(clock.Elapsed(), 4s);
 }
 
 using UtilSleepTest = ServiceUtilitiesTest;
 
 TEST_F(UtilSleepTest, WaitsOnAnEventThatNobodyKnows) {
+    Ledger ledger;
     HANDLE made = nullptr;
     const ScopedImport<&::CreateEventW> create{
         [&](LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL signalled, LPCWSTR name) {
@@ -240,133 +248,67 @@ TEST_F(UtilSleepTest, ReturnsAtOnceWithoutAnEvent) {
 
 using RestartRecoveryTest = ServiceUtilitiesTest;
 
-constexpr wchar_t kActionsFailed[] =
-    L"ChangeServiceConfig2 (SERVICE_CONFIG_FAILURE_ACTIONS) failed w/err 0x00000005\n";
-constexpr wchar_t kFlagFailed[] =
-    L"ChangeServiceConfig2 (SERVICE_CONFIG_FAILURE_ACTIONS_FLAG) failed w/err 0x0000007c\n";
-
-TEST_F(RestartRecoveryTest, ServiceIsRestartedAfterTwoFourAndSixMinutes) {
+TEST_F(RestartRecoveryTest, ServiceIsRestartedAfterTwoFourAndSixMinutesAlsoWhenItStopsWithAnError) {
     EXPECT_EQ(Utils::SetServiceRestartRecoveryOnFailure(), 0);
-    ASSERT_EQ(manager.failureActions.size(), 1U);
-    EXPECT_EQ(manager.failureActions[0].dwResetPeriod, 3600U);
-    EXPECT_EQ(manager.failureActions[0].lpRebootMsg, nullptr);
-    EXPECT_EQ(manager.failureActions[0].lpCommand, nullptr);
-    ASSERT_EQ(manager.restarts.size(), 3U);
-    EXPECT_THAT(manager.restarts, Each(testing::Field("Type", &SC_ACTION::Type, SC_ACTION_RESTART)));
-    EXPECT_EQ(manager.restarts[0].Delay, 120000U);
-    EXPECT_EQ(manager.restarts[1].Delay, 240000U);
-    EXPECT_EQ(manager.restarts[2].Delay, 360000U);
+    const auto& service = SimulatedNotebook::Service(L"LinkvaneService");
+    EXPECT_EQ(service.failureActions.dwResetPeriod, 3600U);
+    EXPECT_EQ(service.failureActions.lpRebootMsg, nullptr);
+    EXPECT_EQ(service.failureActions.lpCommand, nullptr);
+    ASSERT_EQ(service.actions.size(), 3U);
+    EXPECT_THAT(service.actions, Each(testing::Field("Type", &SC_ACTION::Type, SC_ACTION_RESTART)));
+    EXPECT_EQ(service.actions[0].Delay, 120000U);
+    EXPECT_EQ(service.actions[1].Delay, 240000U);
+    EXPECT_EQ(service.actions[2].Delay, 360000U);
+    EXPECT_EQ(service.actsOnFailingExit, TRUE);
+    EXPECT_THAT(notebook.Calls(),
+                ElementsAre("OpenSCManagerW 0xf003f", "OpenServiceW LinkvaneService 0xf01ff",
+                            "ChangeServiceConfig2W 2", "ChangeServiceConfig2W 4"));
     EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kRecovery, L"Service Name = LinkvaneService"),
                                          TraceOut(kRecovery, L"Return Value = 0")));
-    EXPECT_TRUE(ledger.Balanced());
-}
-
-TEST_F(RestartRecoveryTest, StoppingWithAnErrorCountsAsFailure) {
-    EXPECT_EQ(Utils::SetServiceRestartRecoveryOnFailure(), 0);
-    EXPECT_THAT(manager.failureActionsFlags, ElementsAre(TRUE));
-    EXPECT_THAT(manager.settings, ElementsAre(DWORD{SERVICE_CONFIG_FAILURE_ACTIONS},
-                                              DWORD{SERVICE_CONFIG_FAILURE_ACTIONS_FLAG}));
 }
 
 TEST_F(RestartRecoveryTest, HandlesAreClosedBeforeTheExitLine) {
     ExpectClosedBeforeTheExitLine(kRecovery, [] { Utils::SetServiceRestartRecoveryOnFailure(); });
 }
 
-TEST_F(RestartRecoveryTest, OwnServiceIsOpenedWithEveryRight) {
-    Utils::SetServiceRestartRecoveryOnFailure();
-    EXPECT_THAT(manager.managerAccess, ElementsAre(DWORD{SC_MANAGER_ALL_ACCESS}));
-    EXPECT_THAT(manager.openedServices, ElementsAre(L"LinkvaneService"));
-    EXPECT_THAT(manager.serviceAccess, ElementsAre(DWORD{SERVICE_ALL_ACCESS}));
-}
-
-TEST_F(RestartRecoveryTest, FailedActionsAreLoggedAndTheFlagIsSetAllTheSame) {
-    manager.failureActionsError = ERROR_ACCESS_DENIED;
+/// The flag is set whatever becomes of the actions, and both failures add up.
+TEST_F(RestartRecoveryTest, EachFailureIsLoggedAndCounted) {
+    const LogLine actionsFailed =
+        Error(kRecovery, L"ChangeServiceConfig2 (SERVICE_CONFIG_FAILURE_ACTIONS) failed w/err 0x00000005\n");
+    const LogLine flagFailed = Error(
+        kRecovery, L"ChangeServiceConfig2 (SERVICE_CONFIG_FAILURE_ACTIONS_FLAG) failed w/err 0x0000007c\n");
+    notebook.Fail(Call::ChangeServiceConfig2, 1, ERROR_ACCESS_DENIED);
     EXPECT_EQ(Utils::SetServiceRestartRecoveryOnFailure(), 1);
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kRecovery, kActionsFailed)));
-    EXPECT_THAT(manager.failureActionsFlags, ElementsAre(TRUE));
-    EXPECT_TRUE(ledger.Balanced());
-}
+    EXPECT_THAT(log.From(kVerbose), ElementsAre(actionsFailed));
+    EXPECT_EQ(SimulatedNotebook::Service(L"LinkvaneService").actsOnFailingExit, TRUE);
 
-TEST_F(RestartRecoveryTest, FailedFlagIsLogged) {
-    manager.failureActionsFlagError = ERROR_INVALID_LEVEL;
+    log.Clear();
+    notebook.Fail(Call::ChangeServiceConfig2, 2, ERROR_INVALID_LEVEL);
     EXPECT_EQ(Utils::SetServiceRestartRecoveryOnFailure(), 16);
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kRecovery, kFlagFailed)));
-    EXPECT_TRUE(ledger.Balanced());
-}
+    EXPECT_THAT(log.From(kVerbose), ElementsAre(flagFailed));
 
-TEST_F(RestartRecoveryTest, BothFailuresAddUp) {
-    manager.failureActionsError = ERROR_ACCESS_DENIED;
-    manager.failureActionsFlagError = ERROR_INVALID_LEVEL;
+    log.Clear();
+    notebook.Fail(Call::ChangeServiceConfig2, 1, ERROR_ACCESS_DENIED);
+    notebook.Fail(Call::ChangeServiceConfig2, 2, ERROR_INVALID_LEVEL);
     EXPECT_EQ(Utils::SetServiceRestartRecoveryOnFailure(), 17);
-    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kRecovery, L"Service Name = LinkvaneService"),
-                                         Error(kRecovery, kActionsFailed), Error(kRecovery, kFlagFailed),
-                                         TraceOut(kRecovery, L"Return Value = 17")));
+    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kRecovery, L"Service Name = LinkvaneService"), actionsFailed,
+                                         flagFailed, TraceOut(kRecovery, L"Return Value = 17")));
 }
 
-TEST_F(RestartRecoveryTest, ServiceThatIsNotInstalledIsLogged) {
-    manager.openServiceError = ERROR_SERVICE_DOES_NOT_EXIST;
-    EXPECT_EQ(Utils::SetServiceRestartRecoveryOnFailure(), -1);
-    EXPECT_THAT(log.From(kVerbose),
-                ElementsAre(Error(kRecovery, L"Service does not exist. Error 0x00000424")));
-    EXPECT_THAT(manager.settings, IsEmpty());
-    EXPECT_TRUE(log.Contains(TraceOut(kRecovery, L"Return Value = -1")));
-    EXPECT_TRUE(ledger.Balanced());
-}
-
-TEST_F(RestartRecoveryTest, ForbiddenServiceIsLogged) {
-    manager.openServiceError = ERROR_ACCESS_DENIED;
-    EXPECT_EQ(Utils::SetServiceRestartRecoveryOnFailure(), -2);
-    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kRecovery, L"Service Name = LinkvaneService"),
-                                         Error(kRecovery, L"OpenService failed w/err 0x00000005"),
-                                         TraceOut(kRecovery, L"Return Value = -2")));
-    EXPECT_THAT(manager.settings, IsEmpty());
-    EXPECT_TRUE(ledger.Balanced());
-}
-
-TEST_F(RestartRecoveryTest, ManagerThatCannotBeOpenedIsLogged) {
-    manager.openManagerError = ERROR_ACCESS_DENIED;
-    EXPECT_EQ(Utils::SetServiceRestartRecoveryOnFailure(), -2);
-    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kRecovery, L"Service Name = LinkvaneService"),
-                                         Error(kRecovery, L"OpenSCManager failed w/err 0x00000005"),
-                                         TraceOut(kRecovery, L"Return Value = -2")));
-    EXPECT_THAT(manager.openedServices, IsEmpty());
-}
-
-/// An operation by its name in the log.
-struct Operation {
-    const char* name;
-    std::function<void()> run;
-};
-
-void PrintTo(const Operation& operation, std::ostream* out) {
-    *out << operation.name;
-}
-
-class ServiceUtilitiesTimingTest : public testing::TestWithParam<Operation> {};
-
-TEST_P(ServiceUtilitiesTimingTest, ElapsedTimeFollowsTheExitLine) {
+TEST(ServiceUtilitiesTimingTest, ElapsedTimeFollowsTheExitLine) {
     const LogRecorder log(LogRecorder::Timing::kOn);
-    const TestClock clock;
-    Ledger ledger;
-    const FakeServiceManager manager{ledger};
-    GetParam().run();
-    const std::vector<LogLine> lines = log.Of(GetParam().name);
-    ASSERT_GE(lines.size(), 3U);
-    EXPECT_EQ(lines[lines.size() - 2].level, Orva::Shared::Level::kTraceOut);
-    EXPECT_THAT(lines.back(), Line(Orva::Shared::Level::kDiag, _, StartsWith(L"Elapsed time = ")));
+    TestClock clock;
+    const SimulatedNotebook notebook{clock};
+    static_cast<void>(Utils::GetBinaryVersion());
+    static_cast<void>(Utils::WaitforServiceToStartRunning(L"WlanSvc"));
+    Utils::UtilSleep(50);
+    Utils::SetServiceRestartRecoveryOnFailure();
+    for (const char* const name : {"Utils::GetBinaryVersion", kPresent, kWait, kSleep, kRecovery}) {
+        const std::vector<LogLine> lines = log.Of(name);
+        ASSERT_GE(lines.size(), 3U) << name;
+        EXPECT_EQ(lines[lines.size() - 2].level, Orva::Shared::Level::kTraceOut) << name;
+        EXPECT_THAT(lines.back(), Line(Orva::Shared::Level::kDiag, _, StartsWith(L"Elapsed time = ")));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Operations, ServiceUtilitiesTimingTest,
-    testing::Values(
-        Operation{"Utils::GetBinaryVersion", [] { static_cast<void>(Utils::GetBinaryVersion()); }},
-        Operation{kPresent, [] { static_cast<void>(Utils::IsServicePresent(L"WlanSvc")); }},
-        Operation{kWait, [] { static_cast<void>(Utils::WaitforServiceToStartRunning(L"WlanSvc")); }},
-        Operation{kSleep, [] { Utils::UtilSleep(50); }},
-        Operation{kRecovery, [] { Utils::SetServiceRestartRecoveryOnFailure(); }}),
-    [](const auto& instance) {
-        const std::string name = instance.param.name;
-        return name.substr(name.rfind(':') + 1);
-    });
 
 }  // namespace

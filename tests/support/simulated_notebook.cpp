@@ -9,8 +9,10 @@
 
 #include "notebook/hardware/adapters.h"
 #include "notebook/hardware/class_objects.h"
+#include "notebook/hardware/event_log.h"
 #include "notebook/hardware/start.h"
 #include "notebook/hardware/wlan.h"
+#include "notebook/state/event_log.h"
 #include "notebook/state/text.h"
 
 namespace Rig {
@@ -41,6 +43,8 @@ SimulatedNotebook::SimulatedNotebook(TestClock& clock, const Shape& shape, Impor
     m_state.ledger = {};
     m_state.traceOn = 1;
     Make(shape);
+    ResetServices();
+    ClearEventLog();
     ForgetCalls();
     Deliver();
     SharedState::Get().OnNews([this] { PlanDelivery(); });
@@ -61,6 +65,8 @@ SimulatedNotebook::~SimulatedNotebook() {
     EXPECT_EQ(held.wlanRegistrations, 0);
     EXPECT_EQ(held.comReferences, 0);
     EXPECT_EQ(held.comSinks, 0);
+    EXPECT_EQ(held.eventSources, 0);
+    EXPECT_EQ(OpenServiceHandles(), 0U);
     EXPECT_EQ(held.misuses, 0) << "something was used or given back that was gone";
 }
 
@@ -175,6 +181,14 @@ bool SimulatedNotebook::WlanIsOff(std::size_t adapter) const {
     return AllPhysAre(Wlan(adapter), kRadioOff);
 }
 
+std::vector<std::string> SimulatedNotebook::EventLog() {
+    std::vector<std::string> entries = EventLogLines();
+    for (std::string& entry : entries) {
+        entry.erase(0, entry.find('|') + 1);
+    }
+    return entries;
+}
+
 void SimulatedNotebook::Deliver() {
     EventPump::Get().DeliverNow();
 }
@@ -228,6 +242,18 @@ void SimulatedNotebook::ReplaceImports() {
         ReplaceIfImported<&::GetAdaptersInfo>(&NotebookAdaptersInfo),
         ReplaceIfImported<&::GetAdaptersAddresses>(&NotebookAdaptersAddresses),
         ReplaceIfImported<&::IsNetworkAlive>(&NotebookNetworkAlive),
+        ReplaceIfImported<&::OpenSCManagerW>(&NotebookOpenSCManager),
+        ReplaceIfImported<&::OpenServiceW>(&NotebookOpenService),
+        ReplaceIfImported<&::CreateServiceW>(&NotebookCreateService),
+        ReplaceIfImported<&::ControlService>(&NotebookControlService),
+        ReplaceIfImported<&::QueryServiceStatus>(&NotebookQueryServiceStatus),
+        ReplaceIfImported<&::QueryServiceStatusEx>(&NotebookQueryServiceStatusEx),
+        ReplaceIfImported<&::DeleteService>(&NotebookDeleteService),
+        ReplaceIfImported<&::ChangeServiceConfig2W>(&NotebookChangeServiceConfig2),
+        ReplaceIfImported<&::CloseServiceHandle>(&NotebookCloseServiceHandle),
+        ReplaceIfImported<&::RegisterEventSourceW>(&NotebookRegisterEventSource),
+        ReplaceIfImported<&::ReportEventW>(&NotebookReportEvent),
+        ReplaceIfImported<&::DeregisterEventSource>(&NotebookDeregisterEventSource),
         ReplaceIfImported<&::CoCreateInstance>(
             [](REFCLSID classId, IUnknown*, DWORD, REFIID, void**) {
                 return IsEqualCLSID(classId, CLSID_NetworkListManager) ||

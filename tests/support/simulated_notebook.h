@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "notebook/hardware/com_object.h"
+#include "notebook/hardware/service_manager.h"
 #include "notebook/state/machine.h"
 #include "notebook/state/shared_state.h"
 #include "tests/support/test_clock.h"
@@ -84,6 +85,15 @@ class SimulatedNotebook {
     /// A value of any kind, for one reading, which takes what it owns.
     void SetSetting(std::wstring_view name, const VARIANT& value) const;
 
+    /// What the service manager has installed, by name: WlanSvc, WwanSvc and LinkvaneService run at first.
+    [[nodiscard]] static ::Notebook::ManagedService& Service(const std::wstring& name) {
+        return ::Notebook::InstalledServices()[name];
+    }
+    static void Uninstall(const std::wstring& name) { ::Notebook::InstalledServices().erase(name); }
+    [[nodiscard]] static bool IsInstalled(const std::wstring& name) {
+        return ::Notebook::InstalledServices().contains(name);
+    }
+
     // --- what happens at a call ---
 
     /// Has the n-th call from now on, counted from 1, do `what` first, which may throw. What it gives is
@@ -110,6 +120,9 @@ class SimulatedNotebook {
     [[nodiscard]] bool WlanIsOn(std::size_t adapter = 0) const;
     [[nodiscard]] bool WlanIsOff(std::size_t adapter = 0) const;
     [[nodiscard]] const ::Notebook::Ledger& Held() const { return m_state.ledger; }
+
+    /// What was written to the event log so far, one text an entry: R"(source|type|category|id|"text"...)".
+    [[nodiscard]] static std::vector<std::string> EventLog();
 
     /// A new object of a class that the notebook serves.
     template <class Interface>

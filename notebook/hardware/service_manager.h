@@ -1,0 +1,54 @@
+#pragma once
+
+#include <windows.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+// The service control manager as unit tests have it. (Where the notebook runs as a whole it is Wine's own.)
+
+namespace Notebook {
+
+/// An installed service, as the test wants it or as it was configured.
+struct ManagedService {
+    DWORD state = SERVICE_RUNNING;
+    DWORD stateAfterStop = SERVICE_STOPPED;  ///< what a stop request leaves it in
+    DWORD type = 0;
+    DWORD startType = 0;
+    DWORD errorControl = 0;
+    bool hasMore = false;  ///< a group, a tag, an account or a password
+    std::wstring displayName;
+    std::wstring path;
+    std::vector<std::wstring> dependencies;
+    std::wstring description;
+    /// Their pointers tell no more than whether there was something.
+    SERVICE_FAILURE_ACTIONSW failureActions{};
+    std::vector<SC_ACTION> actions;
+    BOOL actsOnFailingExit = FALSE;
+};
+
+/// All that are installed, by name. Changed only while no call is in progress.
+std::map<std::wstring, ManagedService>& InstalledServices();
+
+/// WlanSvc, WwanSvc and LinkvaneService run, no handle is open.
+void ResetServices();
+
+/// Handles that were given out and not closed.
+std::size_t OpenServiceHandles();
+
+SC_HANDLE WINAPI NotebookOpenSCManager(LPCWSTR machine, LPCWSTR database, DWORD access);
+SC_HANDLE WINAPI NotebookOpenService(SC_HANDLE manager, LPCWSTR name, DWORD access);
+SC_HANDLE WINAPI NotebookCreateService(SC_HANDLE manager, LPCWSTR name, LPCWSTR displayName, DWORD access,
+                                       DWORD type, DWORD startType, DWORD errorControl, LPCWSTR path,
+                                       LPCWSTR group, LPDWORD tag, LPCWSTR dependencies, LPCWSTR account,
+                                       LPCWSTR password);
+BOOL WINAPI NotebookControlService(SC_HANDLE service, DWORD control, LPSERVICE_STATUS status);
+BOOL WINAPI NotebookQueryServiceStatus(SC_HANDLE service, LPSERVICE_STATUS status);
+BOOL WINAPI NotebookQueryServiceStatusEx(SC_HANDLE service, SC_STATUS_TYPE level, LPBYTE buffer, DWORD bytes,
+                                         LPDWORD needed);
+BOOL WINAPI NotebookDeleteService(SC_HANDLE service);
+BOOL WINAPI NotebookChangeServiceConfig2(SC_HANDLE service, DWORD setting, LPVOID information);
+BOOL WINAPI NotebookCloseServiceHandle(SC_HANDLE handle);
+
+}  // namespace Notebook
