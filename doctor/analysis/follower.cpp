@@ -18,6 +18,8 @@ constexpr Time kAfterWakeMs = 5000;
 constexpr Time kPromptMs = 100;
 /// WBEM_S_FALSE (WMI error constants): the query found nothing.
 constexpr std::int64_t kNoSuchSetting = 1;
+/// A service that stops and starts again within this time is restarted: too short for a user's hand.
+constexpr Time kRestartMs = 10000;
 /// Threads come and go with numbers of their own; those that say nothing any more are let go.
 constexpr std::size_t kMostThreads = 4096;
 
@@ -101,6 +103,9 @@ void Follower::Take(const LogLine& line, Place place) {
     }
     const Reading reading = Read(line.operation, line.text);
     Thread& thread = m_threads[line.thread];
+    if (thread.task == Task::kNone && line.time - thread.lastTime >= kPromptMs) {
+        thread.busySince = line.time;
+    }
     if (reading.said == Said::kNothingKnown && line.level < Level::kWarning) {
         Handle(thread, line, reading, thread.lastLine);
     } else {
@@ -131,11 +136,12 @@ void Follower::Handle(Thread& thread, const LogLine& line, const Reading& readin
 }
 
 void Follower::BeginTask(Thread& thread, Task task, const LogLine& line) {
-    const Time began = thread.taskSince;
     EndTask(thread, line.time);
-    const bool wasBusy = thread.lastTime - began > kPromptMs;
-    const bool beginsAtOnce = line.time - thread.lastTime < kPromptMs;
-    thread.behindSince = began != 0 && wasBusy && beginsAtOnce ? std::optional(began) : std::nullopt;
+    if (line.time - thread.lastTime >= kPromptMs) {
+        thread.busySince = line.time;
+    }
+    const bool isBehind = line.time - thread.busySince > kPromptMs;
+    thread.behindSince = isBehind ? std::optional(thread.busySince) : std::nullopt;
     thread.task = task;
     thread.taskSince = line.time;
 }
@@ -225,7 +231,13 @@ void Follower::BeginRun(const LogLine& line, const Proof& proof) {
     m_own[0] = {};
     m_own[1] = {};
     m_firmwareError.reset();
-    m_listed.reset();
+    for (const Radio radio : {Radio::kWifi, Radio::kWwan}) {
+        if (m_now.run == RunState::kStopped && line.time - m_now.runSince < kRestartMs &&
+            m_atStop[Index(radio)]) {
+            m_history.Of(radio).Find(line.time, *m_atStop[Index(radio)], Who::kUnknown,
+                                     "so before the service was restarted", proof.place);
+        }
+    }
     const std::string version = std::move(m_now.version);
     const RadioSituation wifi = std::move(m_now.wifi);
     const RadioSituation wwan = std::move(m_now.wwan);
@@ -249,6 +261,8 @@ void Follower::BeginRun(const LogLine& line, const Proof& proof) {
 }
 
 void Follower::EndRun(Time time, const Proof& proof) {
+    m_atStop[0] = m_history.wifi.Now();
+    m_atStop[1] = m_history.wwan.Now();
     m_now.run = RunState::kStopped;
     m_now.runSince = time;
     m_now.runProof = proof;
@@ -267,13 +281,18 @@ void Follower::ForgetRadios(Time time, const std::string& why, Place place) {
     for (auto& [connection, lane] : m_history.cables) {
         lane.Forget(time, why, place);
     }
+    if (!m_listings.empty() && !m_listings.back().end) {
+        m_listings.back().end = Interval{.from = time, .why = why, .line = place};
+    }
 }
 
 /// The log does not say when a sleep began: some time after the line before.
 void Follower::Wake(Thread& thread, const LogLine& line, const Proof& proof) {
     const Time before = m_now.lastTime.value_or(line.time);
-    m_history.sleep.Forget(before, "asleep at some time from here on", proof.place);
+    m_history.sleep.Set(before, State::kSlept, Who::kUnknown, "asleep at some time from here on",
+                        proof.place);
     m_history.sleep.Set(line.time, State::kAwake, Who::kUser, "woken", proof.place);
+    m_sleptSince = before;
     m_history.cable.Doubt(before);
     m_history.wifi.Doubt(before);
     m_history.wwan.Doubt(before);
@@ -293,6 +312,7 @@ void Follower::EndWake(Time time) {
 /// What happened during the sleep has been told by now; from here on changes are seen as they happen.
 void Follower::EndDoubts() {
     m_wakeEnds.reset();
+    m_sleptSince.reset();
     for (Lane* const lane : {&m_history.cable, &m_history.wifi, &m_history.wwan, &m_history.airplane}) {
         lane->EndDoubt();
     }

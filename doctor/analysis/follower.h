@@ -38,6 +38,8 @@ class Follower {
         /// What the thread is told of may have happened as early as this: it was busy until now.
         std::optional<Time> behindSince;
         Time lastTime = 0;
+        /// Since when it has had no pause.
+        Time busySince = 0;
         /// A cable event waits for its turn.
         bool waitsForTurn = false;
         std::string connection;
@@ -93,6 +95,8 @@ class Follower {
     void SetCableOutcome(CableOutcome outcome, const Proof& proof);
     void SeeRadio(Thread& thread, Radio radio, bool on, Time time, const Proof& proof);
     void ForgetRadio(Radio radio, Time time, const std::string& why, const Proof& proof);
+    void ModemTellsOfChange(const Thread& thread, Time time);
+    void LookAtModem(bool hasChanged, Time time);
     void FollowModemInAirplaneMode(Thread& thread, Time time, const Proof& proof);
     void SeeAirplane(Thread& thread, bool on, Time time, const Proof& proof);
     void SeeRemembered(Radio radio, State state, std::string text, const Proof& proof);
@@ -126,13 +130,23 @@ class Follower {
     std::optional<Time> m_airplaneChanged;
     /// The modem has told of a change since it was last looked at.
     bool m_modemChanged = false;
+    /// When a look at the modem showed a change that it has not told of yet.
+    std::optional<Time> m_modemAhead;
+    /// What the radios were when the service stopped.
+    std::optional<State> m_atStop[2];
     std::optional<Proof> m_firmwareError;
     std::optional<Time> m_wakeEnds;
+    /// Since when changes may have gone unseen, while what happened in a sleep is being told.
+    std::optional<Time> m_sleptSince;
     /// Errors of the story that may be repeated, by operation and text.
     std::map<std::string, std::size_t, std::less<>> m_recentErrors;
     std::vector<std::pair<Time, Time>> m_silentEnds;
-    /// When and where the connections at the start had all been listed.
-    std::optional<Proof> m_listed;
+    /// When the connections at each start had all been listed, and when that run of the service ended.
+    struct Listing {
+        Proof listed;
+        std::optional<Interval> end;
+    };
+    std::vector<Listing> m_listings;
     std::string m_startConnection;
     bool m_startWired = false;
 };

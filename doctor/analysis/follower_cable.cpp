@@ -8,6 +8,9 @@ namespace Doctor {
 
 namespace {
 
+/// More starts than this are not kept for adapters that turn up later.
+constexpr std::size_t kMostListings = 10000;
+
 bool IsOfEthernetCheck(std::string_view operation) {
     return operation == "NLMEventHandler::CheckEthernetConnectionStatus" ||
            operation == "NLMEventHandler::InitialiseAdapter";
@@ -78,9 +81,15 @@ Lane& Follower::CableLane(const std::string& connection, const std::string& adap
     if (!isNew && !adapter.empty()) {
         lane.Rename("Cable: " + adapter);
     }
-    if (isNew && m_listed) {
-        lane.Find(m_listed->time, State::kOut, Who::kUnknown, "not among the connections at the start",
-                  m_listed->place);
+    for (const Listing& listing : isNew ? m_listings : std::vector<Listing>()) {
+        lane.Find(listing.listed.time, State::kOut, Who::kUnknown, "not among the connections at the start",
+                  listing.listed.place);
+        if (listing.end) {
+            lane.Forget(listing.end->from, listing.end->why, listing.end->line);
+        }
+    }
+    if (isNew && m_sleptSince) {
+        lane.Doubt(*m_sleptSince);
     }
     return lane;
 }
@@ -207,7 +216,9 @@ bool Follower::HandleConnections(Thread& /*thread*/, const LogLine& /*line*/, co
     switch (reading.said) {
         case Said::kNetworkAlive:
             // The connections have been listed; a cable that is in would have been among them.
-            m_listed = proof;
+            if (m_listings.size() < kMostListings) {
+                m_listings.push_back({.listed = proof, .end = std::nullopt});
+            }
             for (auto& [connection, lane] : m_history.cables) {
                 if (lane.Now() == State::kUnknown) {
                     lane.Find(proof.time, State::kOut, Who::kUnknown,

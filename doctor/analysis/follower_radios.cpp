@@ -12,11 +12,10 @@ constexpr Time kEchoMs = 5000;
 /// Windows switches the radios within this time of a change of airplane mode.
 constexpr Time kAirplaneFollowsMs = 3000;
 
-constexpr std::int64_t kSignalled = 0;
+/// The modem's event comes this soon after a change.
+constexpr Time kEventMs = 100;
 
-std::size_t Index(Radio radio) {
-    return radio == Radio::kWifi ? 0 : 1;
-}
+constexpr std::int64_t kSignalled = 0;
 
 std::string LaneId(Radio radio) {
     return radio == Radio::kWifi ? "wifi" : "wwan";
@@ -192,7 +191,7 @@ void Follower::SeeRadio(Thread& thread, Radio radio, bool on, Time time, const P
     Lane& lane = m_history.Of(radio);
     const bool isNotification = thread.task == Task::kRadioChange || thread.task == Task::kCompletion;
     if (radio == Radio::kWwan) {
-        m_modemChanged = false;
+        LookAtModem(lane.Now() != State::kUnknown && lane.Now() != state, time);
     }
     if (lane.Now() == state) {
         lane.Find(time, state, Who::kUnknown, "", proof.place);
@@ -536,7 +535,9 @@ bool Follower::HandleCompletion(Thread& thread, const LogLine& line, const Readi
             return true;
         default:
             if (line.operation == "CMbnSinks::OnRadioStateChange") {
-                m_modemChanged = true;
+                if (line.level == Level::kTraceIn) {
+                    ModemTellsOfChange(thread, line.time);
+                }
                 return true;
             }
             if (line.operation == "CMbnSinks::OnSetSoftwareRadioStateComplete" &&
@@ -548,16 +549,35 @@ bool Follower::HandleCompletion(Thread& thread, const LogLine& line, const Readi
     }
 }
 
+/// The event of a change that a look has shown already says nothing new: it comes at once after the
+/// look, or has waited behind others.
+void Follower::ModemTellsOfChange(const Thread& thread, Time time) {
+    const bool isKnown =
+        m_modemAhead && (time - *m_modemAhead < kEventMs || thread.busySince <= *m_modemAhead);
+    m_modemChanged = !isKnown;
+    m_modemAhead.reset();
+}
+
+/// A look may be ahead of the modem's events. One that waits shows in a change that was not told of, or in
+/// one that was told of and is no more.
+void Follower::LookAtModem(bool hasChanged, Time time) {
+    if (hasChanged != m_modemChanged) {
+        m_modemAhead = time;
+    }
+    m_modemChanged = false;
+}
+
 /// In airplane mode the service does not look at the modem when somebody has changed it. That it has
 /// changed is told by an event of its own (IMbnRadioEvents::OnRadioStateChange), which leaves only traces.
 void Follower::FollowModemInAirplaneMode(Thread& thread, Time time, const Proof& proof) {
-    if (thread.ownCompletion || m_now.airplane != State::kOn || m_now.wwan.state == State::kUnknown) {
+    const State state = m_history.wwan.Now();
+    if (thread.ownCompletion || m_now.airplane != State::kOn || state == State::kUnknown) {
         return;
     }
     if (!m_history.levels[static_cast<std::size_t>(Level::kTraceIn)]) {
         ForgetRadio(Radio::kWwan, time, "changed in airplane mode, when the service does not look", proof);
     } else if (m_modemChanged) {
-        SeeRadio(thread, Radio::kWwan, m_now.wwan.state != State::kOn, time, proof);
+        SeeRadio(thread, Radio::kWwan, state != State::kOn, time, proof);
     }
     m_modemChanged = false;
 }

@@ -65,6 +65,10 @@ struct StoryEvent {
 
 enum class Radio : std::uint8_t { kWifi, kWwan };
 std::string_view RadioWord(Radio radio);
+/// For arrays of what there is of each radio.
+constexpr std::size_t Index(Radio radio) {
+    return static_cast<std::size_t>(radio);
+}
 
 /// What made a thread of the service act.
 enum class Task : std::uint8_t {

@@ -44,6 +44,8 @@ std::string_view StateName(State state) {
             return "stopped";
         case State::kAwake:
             return "awake";
+        case State::kSlept:
+            return "slept";
         default:
             return "unknown";
     }

@@ -36,6 +36,8 @@ enum class State : std::uint8_t {
     kStarting,
     kStopped,
     kAwake,
+    /// Asleep at some time, and awake at others.
+    kSlept,
 };
 std::string_view StateName(State state);
 

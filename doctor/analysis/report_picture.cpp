@@ -102,6 +102,7 @@ std::string_view Filling(State state) {
         case State::kStarting:
             return "stripes";
         case State::kUnknown:
+        case State::kSlept:
             return "hatch";
         default:
             return "light";
@@ -109,9 +110,16 @@ std::string_view Filling(State state) {
 }
 
 std::string_view StateWord(State state) {
-    return state == State::kUnknown     ? "not known"
-           : state == State::kNoAddress ? "no address"
-                                        : StateName(state);
+    switch (state) {
+        case State::kUnknown:
+            return "not known";
+        case State::kNoAddress:
+            return "no address";
+        case State::kSlept:
+            return "asleep at some time";
+        default:
+            return StateName(state);
+    }
 }
 
 void DrawBand(Out out, std::string_view filling, double x, double y, double width, std::string_view title) {

@@ -1,13 +1,21 @@
 """What `why` says of each lane, held against what the devices did:
 `python3 -m notebook.runner.agreement [--days N] [--events N] [--overlapping] [--seed N]`
 
-Plays short days of random events and looks at the devices all the time, also while the service is at work.
-Then the lanes of the doctor's report are laid beside that: for how much of the time they say the same, say
-that they do not know, or say something wrong. What lies between two looks that differ,
-or that lie far apart, is not counted.
-While the service does not run, or has not looked yet after its start, or the notebook sleeps, nobody can know
-much from its log: what counts is the time in between. Of that each lane must be right for 99 % of what it claims to know, and wrong
-for a thousandth at most.
+Plays days of random events and looks at the devices all the time, also while the service is at work. Then the
+lanes of the doctor's report are laid beside that: for how much of the time they say the same, say that they do
+not know, or say something wrong. Two readings are printed:
+
+"as played": events follow one another within seconds, so that most of the time something is on its way. What a
+lane claims may be wrong for a thousandth of that.
+
+"with pauses": the same day with the hours between the events (real_time.py). Of that each lane must be right
+for 99 % of the time, and wrong next to never.
+
+What lies between two looks that differ, or that lie far apart, is not counted. While the notebook sleeps or the
+service does not run nobody can know what the other lanes show: there "not known" is not counted, a wrong
+claim is.
+
+`--logs FOLDER` keeps each day, and `--again FOLDER` judges what was kept without playing it.
 """
 
 import argparse
@@ -16,18 +24,22 @@ import datetime
 import json
 import pathlib
 import random
+import subprocess
 import sys
+import tempfile
 import time
 
-from .machine import CommandFailed, Machine, ROOT
+from .machine import CommandFailed, DOCTOR, Machine, ROOT
 from .random_day import Day
+from .real_time import Pauses, milliseconds, rewrite_logs
 
 KEYS = ("cable", "cables", "wifi", "wwan", "airplane", "asleep", "stored_wlan", "stored_wwan", "service")
 RADIO = {"on": "on", "off": "off"}
 STORED = {"True": "on", "missing": "on", "False": "off"}
-# Of events that happen at once the later is told of late, and may have been over before.
 MOST_WRONG = 0.001
+# Of events that happen at once the later is told of late, and may have been over before.
 MOST_WRONG_OVERLAPPING = 0.02
+MOST_WRONG_WITH_PAUSES = 0.0001
 LEAST_RIGHT = 0.99
 # The log's clock and this one tell the same time, but a line is written a little after what it tells of.
 SLACK_MS = 250
@@ -45,8 +57,15 @@ class Watched(Machine):
     def do(self, command):
         # While a command moves something nobody looks.
         if self.looks and command.split(" ")[0] not in ("get", "background", "answers", "join"):
-            self.looks.append(None)
+            if command == "resume":
+                self.look()
+            self.looks.append(command)
         return super().do(command)
+
+    def settle(self):
+        super().settle()
+        # What a pause is put behind must be quiet for certain.
+        super().settle()
 
     def look(self):
         before = now_ms()
@@ -68,8 +87,7 @@ class Watched(Machine):
 
 def now_ms():
     """Milliseconds of local time, as the doctor counts them."""
-    local = datetime.datetime.now().replace(tzinfo=datetime.timezone.utc)
-    return int(local.timestamp() * 1000)
+    return milliseconds(datetime.datetime.now())
 
 
 def truth(values):
@@ -81,7 +99,8 @@ def truth(values):
             "remembered-wlan": STORED.get(values["stored_wlan"]),
             "remembered-wwan": STORED.get(values["stored_wwan"]),
             "sleep": "asleep" if values["asleep"] == "yes" else "awake",
-            "runs": "running" if values["service"] == "running" else "stopped"}
+            # Asleep it is paused.
+            "runs": "running" if values["service"] in ("running", "paused") else "stopped"}
     for number, state in cables.items():
         told["cable " + number] = state
     return told
@@ -101,51 +120,54 @@ def said(machine):
 class Tally:
     """How much of the time a lane was right, unknown, wrong."""
 
-    def __init__(self, most_wrong=MOST_WRONG):
+    def __init__(self, most_wrong, least_right=0.0):
         self._most_wrong = most_wrong
+        self._least_right = least_right
         self.milliseconds = collections.defaultdict(collections.Counter)
-        self.watched = collections.defaultdict(collections.Counter)
         self.mistakes = []
         self.reasons = collections.Counter()
 
     def compare(self, looks, lanes, day):
+        sleeps = [(look[0], look[1]) for look in looks if look is not None and look[2]["asleep"] == "yes"]
         for look, next_look in zip(looks, looks[1:]):
             if look is None or next_look is None:
                 continue
-            (_, begin, values), (end, _, following) = look, next_look
-            if end - begin > MOST_APART_MS:
+            (_, begin, values, *paused), (end, _, following, *_) = look, next_look
+            if end - begin > MOST_APART_MS and not paused:
                 continue
             now, then = truth(values), truth(following)
             for lane, state in now.items():
                 # What changed in between changed at a time that nobody has seen.
                 if lane in lanes and state is not None and then.get(lane) == state and end > begin:
-                    runs = values["asleep"] == "no" and any(
-                        run["from"] <= begin and end <= run["until"] and run["state"] == "running"
-                        for run in lanes["runs"])
-                    self._lay_beside(lane, begin, end, state, lanes[lane], day, runs)
+                    self._lay_beside(lane, begin, end, now, lanes, sleeps, day)
 
-    def _lay_beside(self, lane, begin, end, state, intervals, day, runs):
+    def _lay_beside(self, lane, begin, end, now, lanes, sleeps, day):
+        state, intervals = now[lane], lanes[lane]
+        is_watched = lane in ("runs", "sleep") or (now["runs"] == "running" and now["sleep"] == "awake")
         for interval in intervals:
             length = min(end, interval["until"]) - max(begin, interval["from"])
             if length <= 0:
                 continue
-            verdict = self._judge(lane, state, interval)
+            verdict = self._judge(lane, state, interval, sleeps)
             if verdict == "wrong" and self._is_late(begin, end, state, interval, intervals):
                 verdict = "right"
-            self.milliseconds[lane][verdict] += length
-            if runs:
-                self.watched[lane][verdict] += length
-            if verdict == "unknown" and runs:
+            if verdict == "unknown":
+                if not is_watched:
+                    continue
                 self.reasons[lane, interval["why"]] += length
-            if verdict == "wrong" and length > SLACK_MS and runs:
+            self.milliseconds[lane][verdict] += length
+            if verdict == "wrong" and length > SLACK_MS:
                 self.mistakes.append(f"{day}: {lane} at {clock(begin)} is {state} for {length} ms, "
                                      f"but why says {interval['state']} ({interval['why']})")
 
     @staticmethod
-    def _judge(lane, state, interval):
+    def _judge(lane, state, interval, sleeps):
         told = interval["state"]
         if told == "unknown":
             return "unknown"
+        if told == "slept":
+            # At some time of a stretch: a claim about all of it.
+            return "right" if any(interval["from"] < end and begin < interval["until"] for begin, end in sleeps) else "wrong"
         if lane == "runs" and told == "starting":
             told = "running"
         return "right" if told == state else "wrong"
@@ -159,35 +181,61 @@ class Tally:
 
     def show(self):
         """Prints the shares; whether they are good enough."""
-        print("all the time")
-        self._show_shares(self.milliseconds)
-        print("while the service ran and had started")
-        good = self._show_shares(self.watched, self._most_wrong)
+        print(f"  {'lane':18} {'right':>9} {'not known':>9} {'wrong':>9}   seconds")
+        good = bool(self.milliseconds)
+        for lane, counts in sorted(self.milliseconds.items()):
+            total = sum(counts.values())
+            share = {verdict: counts[verdict] / total for verdict in ("right", "unknown", "wrong")}
+            is_good = share["wrong"] <= self._most_wrong and share["right"] >= self._least_right
+            print(f"  {lane:18} {share['right']:9.3%} {share['unknown']:9.3%} {share['wrong']:9.4%}"
+                  f"   {total / 1000:.0f}{'' if is_good else '   not good enough'}")
+            good = good and is_good
         for (lane, why), length in self.reasons.most_common(12):
             print(f"  not known for {length / 1000:.1f} s: {lane}, {why}")
         for mistake in self.mistakes[:20]:
             print("  " + mistake)
         return good
 
-    @staticmethod
-    def _show_shares(milliseconds, most_wrong=1.0):
-        print(f"  {'lane':18} {'right':>9} {'not known':>9} {'wrong':>9}   seconds")
+
+class Readings:
+    """The two ways in which days are read."""
+
+    def __init__(self, overlapping):
+        self.as_played = Tally(MOST_WRONG_OVERLAPPING if overlapping else MOST_WRONG)
+        self.with_pauses = Tally(MOST_WRONG_WITH_PAUSES, LEAST_RIGHT)
+
+    def take(self, seed, looks, logs):
+        """Judges a day by the folder with its logs."""
+        unmoved = [None if isinstance(look, str) else look for look in looks]
+        self.as_played.compare(unmoved, said(why(logs)), f"seed {seed}")
+        pauses = Pauses(seed, looks)
+        with tempfile.TemporaryDirectory() as folder:
+            longer = pathlib.Path(folder) / "logs"
+            rewrite_logs(pauses, logs, longer)
+            self.with_pauses.compare(pauses.looks(looks), said(why(longer)), f"seed {seed}")
+
+    def show(self):
+        """Prints both; whether they are good enough."""
         good = True
-        for lane, counts in sorted(milliseconds.items()):
-            total = sum(counts.values())
-            share = {verdict: counts[verdict] / total for verdict in ("right", "unknown", "wrong")}
-            print(f"  {lane:18} {share['right']:9.2%} {share['unknown']:9.2%} {share['wrong']:9.3%}"
-                  f"   {total / 1000:.0f}")
-            known = counts["right"] + counts["wrong"]
-            good = good and share["wrong"] <= most_wrong and counts["right"] >= min(LEAST_RIGHT, 1 - most_wrong) * known
+        for title, tally in (("as played", self.as_played), ("with pauses", self.with_pauses)):
+            print(title)
+            good = tally.show() and good
         return good
+
+
+def why(folder):
+    """What the doctor says about the logs of a folder."""
+    answer = subprocess.run([DOCTOR, "why", "--json", folder], check=True, stdin=subprocess.DEVNULL,
+                            stdout=subprocess.PIPE, timeout=60)
+    [machine] = json.loads(answer.stdout)["machines"]
+    return machine
 
 
 def clock(milliseconds):
     return datetime.datetime.fromtimestamp(milliseconds / 1000, datetime.timezone.utc).strftime("%H:%M:%S.%f")[:-3]
 
 
-def play_day(machine, seed, options, tally):
+def play_day(machine, seed, options, readings):
     machine.begin("cables 2 modems 1")
     machine.do("policy MaxLogSize 65536")
     machine.looks = []
@@ -197,15 +245,28 @@ def play_day(machine, seed, options, tally):
         Day(machine, seed).play(options.events, options.overlapping)
     finally:
         machine.settle()
-        compare_day(machine, seed, options, tally)
+        readings.take(seed, machine.looks, machine.log_folder())
+        if options.logs:
+            kept = options.logs / f"seed-{seed}"
+            machine.copy_logs(kept)
+            (kept / "looks.json").write_text(json.dumps(machine.looks), encoding="utf-8")
 
 
-def compare_day(machine, seed, options, tally):
-    report = machine.why()
-    tally.compare(machine.looks, said(report), f"seed {seed}")
-    if options.logs:
-        machine.copy_logs(options.logs / f"seed-{seed}")
-        (options.logs / f"seed-{seed}" / "looks.json").write_text(json.dumps(machine.looks), encoding="utf-8")
+def play(options, readings):
+    with Watched(pathlib.Path(options.prefixes) / options.name, options.programs) as machine:
+        for seed in range(options.seed, options.seed + options.days):
+            print(f"seed {seed}{' overlapping' if options.overlapping else ''}", flush=True)
+            try:
+                play_day(machine, seed, options, readings)
+            except (CommandFailed, SystemExit) as failure:
+                # What the rules do not allow is random_day's affair, and a day like any other here.
+                print(f"the day ends early: {failure}", flush=True)
+
+
+def judge_again(folder, readings):
+    for day in sorted(folder.glob("seed-*")):
+        looks = json.loads((day / "looks.json").read_text(encoding="utf-8"))
+        readings.take(day.name.removeprefix("seed-"), looks, day)
 
 
 def arguments():
@@ -215,6 +276,7 @@ def arguments():
     parser.add_argument("--events", type=int, default=20)
     parser.add_argument("--overlapping", action="store_true", help="two events at a time")
     parser.add_argument("--logs", type=pathlib.Path, metavar="FOLDER", help="keeps each day's log there")
+    parser.add_argument("--again", type=pathlib.Path, metavar="FOLDER", help="judges what was kept there")
     parser.add_argument("--programs", default=ROOT / "build/cross/bin", help="where the programs are")
     parser.add_argument("--prefixes", default=ROOT / "build/wine", help="where Wine prefixes are made")
     parser.add_argument("--name", default="notebook-agreement", help="the Wine prefix to make")
@@ -223,16 +285,12 @@ def arguments():
 
 def main():
     options = arguments()
-    tally = Tally(MOST_WRONG_OVERLAPPING if options.overlapping else MOST_WRONG)
-    with Watched(pathlib.Path(options.prefixes) / options.name, options.programs) as machine:
-        for seed in range(options.seed, options.seed + options.days):
-            print(f"seed {seed}{' overlapping' if options.overlapping else ''}", flush=True)
-            try:
-                play_day(machine, seed, options, tally)
-            except (CommandFailed, SystemExit) as failure:
-                # What the rules do not allow is random_day's affair, and a day like any other here.
-                print(f"the day ends early: {failure}", flush=True)
-    return 0 if tally.show() else 1
+    readings = Readings(options.overlapping)
+    if options.again:
+        judge_again(options.again, readings)
+    else:
+        play(options, readings)
+    return 0 if readings.show() else 1
 
 
 if __name__ == "__main__":

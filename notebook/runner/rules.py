@@ -126,7 +126,8 @@ def wifi_available(world, _):
 
 
 def wwan(world, _, on):
-    return [_set_wwan(world, on)]
+    # The end of a request is told also where it has changed nothing.
+    return [world.but(wwan=on).then("completion", (completed,))] if world.half == "wwan" else [world]
 
 
 def airplane(world, thread, on):

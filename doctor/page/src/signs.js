@@ -7,7 +7,7 @@ export const FILLINGS = {
   in: "solid", on: "solid", running: "solid", awake: "light",
   out: "light", off: "light", stopped: "light",
   "no-address": "stripes", starting: "stripes",
-  unknown: "hatch",
+  unknown: "hatch", slept: "hatch",
 };
 
 export const MARK_KINDS = ["decision", "warning", "error"];

@@ -50,7 +50,7 @@ export const number = value => value.toLocaleString("en-US");
 
 export const plural = (count, one, many) => `${number(count)} ${count === 1 ? one : many}`;
 
-const stateWords = {"no-address": "no address", unknown: "not known"};
+const stateWords = {"no-address": "no address", unknown: "not known", slept: "asleep at some time"};
 export const stateWord = state => stateWords[state] || state;
 
 const whoWords = {user: "the user", service: "the service", windows: "Windows", unknown: "not known by whom"};

@@ -2,9 +2,12 @@
 
 import contextlib
 import io
+import pathlib
+import tempfile
 import unittest
 
 from notebook.runner.agreement import Tally
+from notebook.runner.real_time import MINUTE_MS, Pauses, rewrite_logs
 
 VALUES = {"cable": "in", "cables": "1:in,2:out", "wifi": "off", "wwan": "on", "airplane": "off", "asleep": "no",
           "stored_wlan": "missing", "stored_wwan": "False", "service": "running"}
@@ -20,17 +23,30 @@ def looks_until(end, values=None):
 
 class Comparing(unittest.TestCase):
     def shares(self, looks, **lanes):
-        tally = Tally()
+        tally = Tally(most_wrong=0.001)
         tally.compare(looks, {"runs": lane((0, 100000, "running")), **lanes}, "a day")
-        return {name: dict(counts) for name, counts in tally.watched.items()}, tally
+        return {name: dict(counts) for name, counts in tally.milliseconds.items()}, tally
 
     def test_time_is_right_unknown_or_wrong(self):
         looks = looks_until(10000)
         shares, tally = self.shares(looks, wifi=lane((0, 4000, "off"), (4000, 5000, "unknown"), (5000, 10000, "on")))
         self.assertEqual({"right": 4000, "unknown": 1000, "wrong": 5000}, shares["wifi"])
         self.assertEqual(10, len(tally.mistakes))
+        self.assertFalse(self.is_good(tally))
+
+    def is_good(self, tally):
         with contextlib.redirect_stdout(io.StringIO()):
-            self.assertFalse(tally.show())
+            return tally.show()
+
+    def test_what_is_not_known_may_be_too_much(self):
+        tally = Tally(most_wrong=0, least_right=0.99)
+        tally.compare(looks_until(10000), {"wifi": lane((0, 9900, "off"), (9900, 10000, "unknown"))}, "a day")
+        self.assertTrue(self.is_good(tally))
+        tally.compare(looks_until(1000), {"wifi": lane((0, 1000, "unknown"))}, "a day")
+        self.assertFalse(self.is_good(tally))
+
+    def test_without_any_time_nothing_is_good(self):
+        self.assertFalse(self.is_good(Tally(most_wrong=1)))
 
     def test_nothing_remembered_means_on(self):
         shares, _ = self.shares(looks_until(1000),
@@ -43,15 +59,59 @@ class Comparing(unittest.TestCase):
         self.assertNotIn("wifi", self.shares(looks, wifi=lane((0, 1000, "off")))[0])
 
     def test_looks_far_apart_say_nothing_of_the_time_between(self):
-        self.assertNotIn("wifi", self.shares([(0, 0, VALUES), (1000, 1000, VALUES)], wifi=lane((0, 1000, "on")))[0])
+        apart = [(0, 0, VALUES), (1000, 1000, VALUES)]
+        self.assertNotIn("wifi", self.shares(apart, wifi=lane((0, 1000, "on")))[0])
+
+    def test_a_pause_counts_however_long(self):
+        paused = [(0, 0, VALUES, "pause"), (90000, 90000, VALUES)]
+        self.assertEqual({"right": 90000}, self.shares(paused, wifi=lane((0, 100000, "off")))[0]["wifi"])
 
     def test_nobody_looks_while_a_command_moves_something(self):
         looks = [(0, 0, VALUES), None, (100, 100, VALUES)]
         self.assertNotIn("wifi", self.shares(looks, wifi=lane((0, 1000, "on")))[0])
 
-    def test_time_before_the_service_has_started_does_not_count(self):
-        shares, _ = self.shares(looks_until(1000), runs=lane((0, 1000, "starting")), wifi=lane((0, 1000, "unknown")))
-        self.assertNotIn("wifi", shares)
+    def test_without_the_service_or_asleep_only_a_claim_counts(self):
+        for values in ({**VALUES, "service": "stopped"}, {**VALUES, "asleep": "yes"}):
+            shares, _ = self.shares(looks_until(1000, values), wifi=lane((0, 500, "unknown"), (500, 1000, "on")))
+            self.assertEqual({"wrong": 500}, shares["wifi"])
+
+    def test_a_sleep_at_some_time_is_right_where_there_was_one(self):
+        looks = looks_until(1000) + [(1500, 1500, {**VALUES, "asleep": "yes"})]
+        shares, _ = self.shares(looks, sleep=lane((0, 2000, "slept")))
+        self.assertEqual({"right": 1000}, shares["sleep"])
+        shares, _ = self.shares(looks_until(1000), sleep=lane((0, 1000, "slept")))
+        self.assertEqual({"wrong": 1000}, shares["sleep"])
+
+
+class PuttingInPauses(unittest.TestCase):
+    LOOKS = [(1000, 1010, VALUES), "plug", "settle", (2000, 2010, VALUES), "suspend"]
+
+    def test_times_behind_a_pause_are_later_by_it(self):
+        pauses = Pauses(1, self.LOOKS)
+        first = pauses.later(1500) - 1500
+        self.assertEqual(0, pauses.later(900) - 900)
+        self.assertTrue(10 * MINUTE_MS <= first <= 120 * MINUTE_MS)
+        self.assertTrue(0 <= pauses.later(2500) - 2500 - first <= 15 * MINUTE_MS)
+
+    def test_nothing_changes_in_a_pause(self):
+        pauses = Pauses(1, self.LOOKS)
+        looks = pauses.looks(self.LOOKS)
+        self.assertEqual((950, 950, VALUES, "pause"), looks[0])
+        self.assertEqual((pauses.later(1000), pauses.later(1010), VALUES), looks[1])
+        self.assertIsNone(looks[2])
+
+    def test_the_log_has_the_later_times(self):
+        pauses = Pauses(1, [(1000, 1010, VALUES), "plug"])
+        with tempfile.TemporaryDirectory() as folder:
+            log = pathlib.Path(folder) / "a.log"
+            text = "1970/01/01 00:00:00.100|1|Information|A|b\r\nnext\r\n1970/01/01 00:00:01.000|1|Information|A|c\r\n"
+            log.write_bytes(b"\xef\xbb\xbf" + text.encode())
+            rewrite_logs(pauses, folder, pathlib.Path(folder) / "new")
+            lines = (pathlib.Path(folder) / "new" / "a.log").read_bytes().decode("utf-8-sig").split("\r\n")
+        minutes = (pauses.later(1000) - 1000) // MINUTE_MS
+        self.assertEqual("1970/01/01 00:00:00.100|1|Information|A|b", lines[0])
+        self.assertEqual("next", lines[1])
+        self.assertEqual(f"1970/01/01 {minutes // 60:02}:{minutes % 60:02}:01.000|1|Information|A|c", lines[2])
 
 
 if __name__ == "__main__":

@@ -99,6 +99,9 @@ class Wwan(unittest.TestCase):
     def test_user_cannot_turn_it_on_beside_a_cable(self):
         self.check((False, True), (plug, 1), (wwan, True))
 
+    def test_a_switch_that_changes_nothing_is_remembered_too(self):
+        self.check((True, True), (wwan, True))
+
     def test_disabled_half_follows_the_user_alone(self):
         self.world = World(half="wwan", lan_wwan=False)
         self.check((True, None), (plug, 1))
