@@ -42,7 +42,7 @@ CALL_AND_IGNORE = 1 + 64
 # A sentence with which the installation ends.
 REFUSE = 19
 
-# The longest path that the service manager starts a program by.
+# The longest path that Windows' functions take, those by which the service finds itself among them.
 PATH_CHARACTERS = 259
 CLUSTER_KILOBYTES = 4
 
@@ -109,8 +109,8 @@ def program_file(number, program):
 
 
 def refusals(installed):
-    """Before anything is changed, when all is known: what would end half done, or in a service that cannot
-    start. Windows itself looks for room in InstallValidate, which comes before."""
+    """Before anything is changed, when all is known: what would end half done, or with a service that does
+    not find itself. Windows looks for room in InstallValidate, which comes before."""
     longest_folder = PATH_CHARACTERS - max(len(file.name) for file in installed)
     kilobytes = sum(-(-file.stat().st_size // (1024 * CLUSTER_KILOBYTES)) for file in installed) * CLUSTER_KILOBYTES
     return [

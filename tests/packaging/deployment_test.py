@@ -8,7 +8,7 @@ import subprocess
 import tempfile
 import unittest
 
-from packages import RELEASE, ROOT, SUCCESS, Installer, Prefix, newer_version
+from packages import RELEASE, ROOT, SUCCESS, Prefix, newer_package
 from notebook.runner.machine import Machine
 
 PAGE = (ROOT / "docs/deployment.md").read_text()
@@ -49,12 +49,10 @@ class Page(unittest.TestCase):
         prefix = Prefix()
         machine = self.enterContext(Machine(prefix.folder, os.environ["LINKVANE_PROGRAMS"], installs=False))
         machine.do("reset")
-        Installer(prefix)
         folder = prefix.path(r"C:\Deploy")
-        shutil.copytree(RELEASE, folder, dirs_exist_ok=True)
+        shutil.copytree(RELEASE, folder)
         (folder / "newer").mkdir()
-        newer_version(pathlib.Path(os.environ["LINKVANE_E2E_PREFIX"] + ".packages"),
-                      folder / "newer/LinkvaneService.msi")
+        shutil.copy(newer_package(), folder / "newer/LinkvaneService.msi")
         for line in commands("bat"):
             with self.subTest(line=line):
                 code, output = prefix.run_lines(line, folder=r"C:\Deploy")
@@ -63,6 +61,9 @@ class Page(unittest.TestCase):
                     machine.do("wait service=running com_sinks=3 wlan_registrations=1 within 60000")
                     machine.settle()
                 self.assertEqual(output.count("works"), line.count("works"))
+        # Nothing is installed any more.
+        [rule] = [line for line in commands("bat") if "works" in line]
+        self.assertEqual(prefix.run_lines(rule), (1, ""))
 
 
 if __name__ == "__main__":

@@ -2,12 +2,11 @@
 of its own, which may have a small disk."""
 
 import os
-import pathlib
 import subprocess
 import unittest
 
 from packages import (INSTALL_FAILURE, PACKAGE, PRODUCT_KEY, SUCCESS, Installer, Prefix, expect_nothing_installed,
-                      files, newer_version)
+                      files, newer_package)
 
 MEGABYTE = 1 << 20
 FOLDER = r"C:\Small\Linkvane"
@@ -20,10 +19,7 @@ class SmallDisk(unittest.TestCase):
     def setUpClass(cls):
         cls.prefix = cls.enterClassContext(Prefix())
         cls.installer = Installer(cls.prefix)
-        cls.installer.bring(PACKAGE)
-        packages = pathlib.Path(os.environ["LINKVANE_E2E_PREFIX"] + ".packages")
-        newer_version(packages, packages / "Newer.msi")
-        cls.installer.bring(packages / "Newer.msi")
+        cls.installer.bring(PACKAGE, newer_package())
         cls.disk = cls.prefix.path(r"C:\Small")
         cls.disk.mkdir()
         subprocess.run(["mount", "-t", "tmpfs", "-o", "size=16m", "small", cls.disk], check=True)

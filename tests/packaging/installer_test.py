@@ -1,13 +1,12 @@
 """What the installer makes of machines and packages that are not as they should be."""
 
 import os
-import pathlib
 import shutil
 import subprocess
 import unittest
 
-from packages import (FUNCTION_FAILED, INSTALL_FAILURE, PACKAGE, PRODUCT_KEY, RELEASE, ROOT, SERVICE, SERVICE_KEY,
-                      SUCCESS, Installer, Prefix, expect_nothing_installed, newer_version)
+from packages import (FUNCTION_FAILED, INSTALL_FAILURE, PACKAGE, PRODUCT_KEY, RELEASE, ROOT, SERVICE_KEY,
+                      SUCCESS, Installer, Prefix, expect_nothing_installed, newer_package)
 from rig import NOTEBOOK
 
 STATES_KEY = PRODUCT_KEY + r"\WlanPowerStatus"
@@ -51,9 +50,7 @@ class Machines(unittest.TestCase):
         elsewhere = self.prefix.copy_in(RELEASE / "LinkvaneService.exe", r"C:\By hand\LinkvaneService.exe")
         self.prefix.run(elsewhere, "-install")
         self.assertEqual(self.prefix.notebook("start", "nowait")[0], 0)
-        folder = pathlib.Path(os.environ["LINKVANE_E2E_PREFIX"] + ".packages")
-        newer_version(folder, folder / "Newer.msi")
-        self.installer.bring(folder / "Newer.msi")
+        self.installer.bring(newer_package())
         self.install("/i Newer.msi")
         # Windows reads the path at each start of a service, Wine at each of its own.
         self.prefix.end()

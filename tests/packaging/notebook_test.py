@@ -3,13 +3,12 @@ their names, each where the one before has left it."""
 
 import json
 import os
-import pathlib
 import re
 import shutil
 import unittest
 
 from packages import (FUNCTION_FAILED, INSTALL_FAILURE, PACKAGE, PRODUCT_KEY, RELEASE, SERVICE, SERVICE_KEY, SUCCESS,
-                      Installer, Prefix, failing, files, newer_version, product_code, registry)
+                      Installer, Prefix, failing_package, files, newer_package, product_code, registry)
 from notebook.runner.machine import FOLDER, Machine
 
 POLICY_KEY = rf"HKLM\Software\Policies\Orva\Orva Brimlet Support\{SERVICE}"
@@ -37,13 +36,9 @@ class Notebook(unittest.TestCase):
         cls.machine.do("reset")
         cls.registered_by_itself = cls.register_by_itself()
         cls.installer = Installer(cls.prefix)
-        folder = pathlib.Path(os.environ["LINKVANE_E2E_PREFIX"] + ".packages")
-        folder.mkdir(parents=True, exist_ok=True)
-        newer_version(folder, folder / "Newer.msi")
-        failing(PACKAGE, folder / "Failing.msi")
-        for package in (PACKAGE, folder / "Newer.msi", folder / "Failing.msi"):
-            cls.installer.bring(package)
-        cls.newer = product_code(folder / "Newer.msi")
+        newer = newer_package()
+        cls.installer.bring(PACKAGE, newer, failing_package())
+        cls.newer = product_code(newer)
         # Other sources are always there on Windows.
         cls.prefix.set_registry_number(EVENT_LOG_KEY + r"\Other", "TypesSupported", 7)
         cls.before = registry(cls.prefix, "HKLM", "HKCU"), files(cls.prefix)

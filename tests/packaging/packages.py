@@ -16,6 +16,7 @@ from rig import FIXED_FILE_INFO, SERVICE, Prefix  # noqa: E402
 
 RELEASE = pathlib.Path(os.environ["LINKVANE_RELEASE"])
 PACKAGE = RELEASE / "LinkvaneService.msi"
+WORK_FOLDER = pathlib.Path(os.environ["LINKVANE_E2E_PREFIX"] + ".packages")
 SERVICE_KEY = rf"HKLM\SYSTEM\CurrentControlSet\Services\{SERVICE}"
 PRODUCT_KEY = rf"HKLM\{make_msi.PRODUCT_KEY}"
 
@@ -59,9 +60,9 @@ def newer_program(executable):
     return content
 
 
-def newer_version(folder, package):
+def newer_package():
     """A package of version 1.0.1: the same programs with other numbers in their version resources."""
-    files = folder / "newer"
+    files = WORK_FOLDER / "newer"
     shutil.rmtree(files, ignore_errors=True)
     files.mkdir(parents=True)
     shutil.copy(RELEASE / "licences.txt", files)
@@ -69,16 +70,20 @@ def newer_version(folder, package):
         (files / program.name).write_bytes(newer_program(program))
     (files / "folder_check.dll").write_bytes(stream("Binary.FolderCheck"))
     os.environ["SOURCE_DATE_EPOCH"] = "1700000000"
-    make_msi.make(files, package)
+    make_msi.make(files, WORK_FOLDER / "Newer.msi")
+    return WORK_FOLDER / "Newer.msi"
 
 
-def failing(package, result):
-    """The same package with an action that fails when all is done but the end."""
-    shutil.copy(package, result)
+def failing_package():
+    """The release's package with an action that fails when all is done but the end."""
+    WORK_FOLDER.mkdir(parents=True, exist_ok=True)
+    result = WORK_FOLDER / "Failing.msi"
+    shutil.copy(PACKAGE, result)
     # A program by its path, in the transaction; its exit code counts.
     subprocess.run(["msibuild", result, "-q",
                     *make_msi.action("Fail", 34 + 1024 + 2048, "System64Folder",
                                      '"[System64Folder]cmd.exe" /c exit 1', "NOT REMOVE", 6550)], check=True)
+    return result
 
 
 class Installer:
@@ -89,8 +94,9 @@ class Installer:
         self.seconds = 0.0
         prefix.path(r"C:\Deploy").mkdir(exist_ok=True)
 
-    def bring(self, package, name=None):
-        shutil.copyfile(package, self.prefix.path("C:\\Deploy\\" + (name or package.name)))
+    def bring(self, *packages):
+        for package in packages:
+            shutil.copy(package, self.prefix.path(r"C:\Deploy"))
 
     def run(self, *arguments):
         """msiexec's exit code."""
