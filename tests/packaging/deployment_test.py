@@ -8,7 +8,7 @@ import subprocess
 import tempfile
 import unittest
 
-from packages import RELEASE, ROOT, SUCCESS, Prefix, newer_package
+from packages import RELEASE, ROOT, SUCCESS, Prefix, make_signer, newer_package
 from notebook.runner.machine import Machine
 
 PAGE = (ROOT / "docs/deployment.md").read_text()
@@ -31,12 +31,7 @@ class Page(unittest.TestCase):
     def test_commands_for_debian_work(self):
         home = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
         release = home / "release"
-        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2",
-                        "-subj", "/CN=Company", "-addext", "extendedKeyUsage=codeSigning", "-keyout", home / "key.pem",
-                        "-out", home / "company.pem"], check=True, capture_output=True)
-        subprocess.run(["openssl", "pkcs12", "-export", "-passout", "pass:the file's password",
-                        "-inkey", home / "key.pem", "-in", home / "company.pem", "-out", home / "company.p12"],
-                       check=True)
+        make_signer(home, "company", "the file's password")
         script = "\n".join(["set -e", *commands("sh")]).replace("cd build/release", f"cd {release}")
         script = script.replace("build/release/", f"{release}/")
         done = subprocess.run(["bash", "-c", script], cwd=ROOT, check=False, capture_output=True, text=True,

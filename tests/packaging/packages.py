@@ -86,6 +86,22 @@ def failing_package():
     return result
 
 
+def make_certificate(folder, name, usage):
+    """A certificate that is thrown away afterwards, NAME.pem, and its key, NAME_key.pem."""
+    subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", f"/CN={name}",
+                    "-addext", f"extendedKeyUsage={usage}", "-keyout", folder / f"{name}_key.pem",
+                    "-out", folder / f"{name}.pem"], check=True, capture_output=True)
+
+
+def make_signer(folder, name, password):
+    """Such a certificate for code; gives the PKCS#12 file with it and its key, NAME.p12."""
+    make_certificate(folder, name, "codeSigning")
+    result = folder / f"{name}.p12"
+    subprocess.run(["openssl", "pkcs12", "-export", "-passout", f"pass:{password}", "-out", result,
+                    "-inkey", folder / f"{name}_key.pem", "-in", folder / f"{name}.pem"], check=True)
+    return result
+
+
 class Installer:
     """Windows Installer in a prefix; packages lie in C:\\Deploy."""
 

@@ -14,7 +14,7 @@ import time
 import unittest
 import zlib
 
-from packages import PACKAGE, RELEASE, ROOT, make_msi, product_code, row, stream
+from packages import PACKAGE, RELEASE, ROOT, make_certificate, make_msi, make_signer, product_code, row, stream
 
 EXECUTABLE = RELEASE / "LinkvaneService.exe"
 PROGRAMS = ("LinkvaneService.exe", "LinkvaneDoctor.exe")
@@ -176,23 +176,13 @@ accuracy = secs:1
 """
 
 
-def make_certificate(folder, name, usage):
-    """A certificate that is thrown away afterwards, NAME.pem, and its key, NAME_key.pem."""
-    subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:2048", "-nodes", "-days", "2", "-subj", f"/CN={name}",
-                    "-addext", f"extendedKeyUsage={usage}", "-keyout", folder / f"{name}_key.pem",
-                    "-out", folder / f"{name}.pem"], check=True, capture_output=True)
-
-
 class Signing(unittest.TestCase):
     """With a certificate that is thrown away afterwards."""
 
     @classmethod
     def setUpClass(cls):
         cls.folder = pathlib.Path(cls.enterClassContext(tempfile.TemporaryDirectory()))
-        make_certificate(cls.folder, "signer", "codeSigning")
-        cls.pkcs12 = cls.folder / "signer.p12"
-        subprocess.run(["openssl", "pkcs12", "-export", "-passout", f"pass:{PASSWORD}", "-out", cls.pkcs12,
-                        "-inkey", cls.folder / "signer_key.pem", "-in", cls.folder / "signer.pem"], check=True)
+        cls.pkcs12 = make_signer(cls.folder, "signer", PASSWORD)
 
     def sign(self, name, *arguments, password=PASSWORD):
         """A signed release in a folder of that name."""
