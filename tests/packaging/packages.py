@@ -26,6 +26,11 @@ INSTALL_FAILURE = 1603
 FUNCTION_FAILED = 1627  # Wine's for a failed action (Windows: 1603) and a damaged package (1620)
 
 
+def alone(seconds):
+    """What takes so long on a machine that does nothing else may take on this one as it is."""
+    return seconds * max(1, os.getloadavg()[0] / os.cpu_count())
+
+
 def table(name, package=PACKAGE):
     """The rows of a table, each a dictionary; a missing table has none."""
     done = subprocess.run(["msiinfo", "export", package, name], capture_output=True, text=True, check=False)
