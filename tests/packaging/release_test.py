@@ -120,7 +120,7 @@ class Release(unittest.TestCase):
         self.assertEqual(listed, {name: digest(data) for name, data in files.items()})
 
     def test_documents_refer_to_nothing_that_is_not_there(self):
-        for page in (RELEASE / "docs").iterdir():
+        for page in (RELEASE / "docs").glob("*.md"):
             for target in re.findall(r"\]\(([^)#:]+)\)", page.read_text()):
                 self.assertTrue((page.parent / target).exists(), f"{page.name}: {target}")
 
