@@ -60,12 +60,7 @@ constexpr KeyToCollect kKeys[] = {
     {L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\LinkvaneService"},
 };
 
-struct FileTraits {
-    using Value = HANDLE;
-    static Value None() noexcept { return INVALID_HANDLE_VALUE; }
-    static DWORD Close(Value value) { return Platform::ErrorUnless(CloseHandle(value)); }
-};
-using UniqueFile = Platform::UniqueResource<FileTraits>;
+using UniqueFile = Platform::UniqueResource<HANDLE, &::CloseHandle, -1>;
 
 /// A file of the log in the zip file. It is opened so that the service can write, move and delete it
 /// meanwhile. The Win32 error, or 0.

@@ -21,12 +21,7 @@ constexpr DWORD kMostReadBytes = 0x7ffff;
 constexpr std::size_t kMostEntries = 2000;
 constexpr std::string_view kControlManager = "Service Control Manager";
 
-struct EventLogTraits {
-    using Value = HANDLE;
-    static Value None() noexcept { return nullptr; }
-    static DWORD Close(Value value) { return Platform::ErrorUnless(CloseEventLog(value)); }
-};
-using UniqueEventLog = Platform::UniqueResource<EventLogTraits>;
+using UniqueEventLog = Platform::UniqueResource<HANDLE, &::CloseEventLog>;
 
 /// The terminated text at an offset of a record, or nothing when its end is not in the record.
 std::optional<std::wstring> TextAt(std::span<const std::byte> record, std::size_t offset) {

@@ -5,35 +5,50 @@
 #include <wlanapi.h>
 
 #include <atomic>
-#include <new>
+#include <type_traits>
 #include <utility>
 
 /// Owning types for what Windows hands out. None can be copied; each is empty at first and gives its
 /// value back when it is destroyed, whatever way the scope is left.
 namespace Platform {
 
-/// Owner of one system resource. `Traits` names the value's type, the value that means "none",
-/// and how it is given back:
-///
-///     struct Traits {
-///         using Value = HANDLE;
-///         static Value None() noexcept;
-///         static DWORD Close(Value value);  // ERROR_SUCCESS or the Win32 error
-///     };
-///
-/// Not safe for use by two threads at once.
-template <class Traits>
+/// ERROR_SUCCESS, or the thread's last error; a failure that left none there is still one.
+inline DWORD ErrorUnless(bool succeeded) noexcept {
+    const DWORD error = succeeded ? ERROR_SUCCESS : GetLastError();
+    return succeeded || error != ERROR_SUCCESS ? error : static_cast<DWORD>(ERROR_GEN_FAILURE);
+}
+
+/// Gives `value` back by a function that reports a failure in any of Windows' ways. ERROR_SUCCESS, the Win32
+/// error, or the HRESULT.
+template <auto closingFunction, class Value>
+DWORD GiveBack(Value value) {
+    using Answer = decltype(closingFunction(value));
+    if constexpr (std::is_void_v<Answer>) {
+        closingFunction(value);
+        return ERROR_SUCCESS;
+    } else if constexpr (std::is_same_v<Answer, BOOL>) {
+        return ErrorUnless(closingFunction(value) != FALSE);
+    } else if constexpr (std::is_pointer_v<Answer>) {
+        return ErrorUnless(closingFunction(value) == nullptr);  // what is left of a block of memory
+    } else {
+        return static_cast<DWORD>(closingFunction(value));
+    }
+}
+
+/// Owner of one system resource: the value that `closingFunction` gives back; `noneValue` means that there
+/// is none. Not safe for use by two threads at once.
+template <class ValueType, auto closingFunction, LONG_PTR noneValue = 0>
 class UniqueResource {
   public:
-    using Value = typename Traits::Value;
+    using Value = ValueType;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): INVALID_HANDLE_VALUE is made like this
+    static Value None() noexcept { return reinterpret_cast<Value>(noneValue); }
 
     UniqueResource() noexcept = default;
     explicit UniqueResource(Value value) noexcept : m_value(value) {}
     UniqueResource(UniqueResource&& other) noexcept : m_value(other.Detach()) {}
     UniqueResource& operator=(UniqueResource&& other) noexcept {
-        if (this != &other) {
-            Reset(other.Detach());
-        }
+        Reset(other.Detach());
         return *this;
     }
     UniqueResource(const UniqueResource&) = delete;
@@ -41,14 +56,22 @@ class UniqueResource {
     ~UniqueResource() { Reset(); }
 
     [[nodiscard]] Value Get() const noexcept { return m_value; }
-    explicit operator bool() const noexcept { return m_value != Traits::None(); }
+    explicit operator bool() const noexcept { return m_value != None(); }
 
-    /// Gives back what is held and takes over `value`.
-    void Reset(Value value = Traits::None()) noexcept {
+    /// Gives back what is held and takes over `value`. The thread's last error stays: whoever returns with
+    /// it set may own resources.
+    void Reset(Value value = None()) noexcept {
         const Value old = std::exchange(m_value, value);
-        if (old != Traits::None()) {
-            CloseQuietly(old);
+        if (old == None()) {
+            return;
         }
+        const DWORD lastError = GetLastError();
+        try {
+            static_cast<void>(GiveBack<closingFunction>(old));
+        } catch (...) {
+            // Nobody is left who could use the resource; a destructor does not throw.
+        }
+        SetLastError(lastError);
     }
 
     /// Gives back what is held and returns the place for a function's out argument.
@@ -58,56 +81,28 @@ class UniqueResource {
     }
 
     /// Hands the value to the caller, who gives it back from now on.
-    [[nodiscard]] Value Detach() noexcept { return std::exchange(m_value, Traits::None()); }
+    [[nodiscard]] Value Detach() noexcept { return std::exchange(m_value, None()); }
 
-    /// Gives the value back and reports how that went: ERROR_SUCCESS, or the Win32 error. The
-    /// value is kept when it could not be given back, so that its owner can still see and log it.
+    /// Gives the value back and reports how that went: ERROR_SUCCESS, or the error. The value is kept when it
+    /// could not be given back, so that its owner can still see and log it.
     [[nodiscard]] DWORD TryClose() {
-        if (m_value == Traits::None()) {
-            return ERROR_SUCCESS;
-        }
-        const DWORD error = Traits::Close(m_value);
+        const DWORD error = *this ? GiveBack<closingFunction>(m_value) : DWORD{ERROR_SUCCESS};
         if (error == ERROR_SUCCESS) {
-            m_value = Traits::None();
+            m_value = None();
         }
         return error;
     }
 
   private:
-    static void CloseQuietly(Value value) noexcept {
-        try {
-            static_cast<void>(Traits::Close(value));
-        } catch (...) {
-            // Nobody is left who could use the resource; a destructor does not throw.
-        }
-    }
-
-    Value m_value = Traits::None();
+    Value m_value = None();
 };
-
-/// ERROR_SUCCESS for TRUE, else the thread's last error; a failure that left none there is still one.
-inline DWORD ErrorUnless(BOOL succeeded) noexcept {
-    if (succeeded != FALSE) {
-        return ERROR_SUCCESS;
-    }
-    const DWORD error = GetLastError();
-    return error != ERROR_SUCCESS ? error : static_cast<DWORD>(ERROR_GEN_FAILURE);
-}
-
-struct HandleTraits {
-    using Value = HANDLE;
-    static Value None() noexcept { return nullptr; }
-    static DWORD Close(Value value) { return ErrorUnless(CloseHandle(value)); }
-};
-/// Kernel object handle of which "none" is null (events, mutexes, threads, tokens).
-using UniqueHandle = UniqueResource<HandleTraits>;
 
 /// The same for a resource that several threads look at and one of them gives back: whichever comes
-/// first, the others find none. `Traits` as above. Any thread.
-template <class Traits>
+/// first, the others find none. Any thread.
+template <class Unique>
 class SharedResource {
   public:
-    using Value = typename Traits::Value;
+    using Value = typename Unique::Value;
 
     SharedResource() noexcept = default;
     SharedResource(const SharedResource&) = delete;
@@ -115,33 +110,29 @@ class SharedResource {
     ~SharedResource() { Reset(); }
 
     [[nodiscard]] Value Get() const noexcept { return m_value; }
-    explicit operator bool() const noexcept { return Get() != Traits::None(); }
+    explicit operator bool() const noexcept { return Get() != Unique::None(); }
 
     /// Gives back what is held and takes over what `resource` holds.
-    void Reset(UniqueResource<Traits> resource = {}) noexcept {
-        const UniqueResource<Traits> old(m_value.exchange(resource.Detach()));
-    }
+    void Reset(Unique resource = {}) noexcept { const Unique old(m_value.exchange(resource.Detach())); }
 
     /// Hands the resource to the caller, who has it alone from now on: to use it while another thread may
     /// close what it finds here. Empty when there was none.
-    [[nodiscard]] UniqueResource<Traits> Take() noexcept {
-        return UniqueResource<Traits>(m_value.exchange(Traits::None()));
-    }
+    [[nodiscard]] Unique Take() noexcept { return Unique(m_value.exchange(Unique::None())); }
 
     /// Takes over what `resource` holds, unless another thread was first: then that one's stays, and
     /// `resource` keeps its own.
-    void TakeUnlessHeld(UniqueResource<Traits>& resource) noexcept {
-        Value none = Traits::None();
+    void TakeUnlessHeld(Unique& resource) noexcept {
+        Value none = Unique::None();
         if (m_value.compare_exchange_strong(none, resource.Get())) {
             static_cast<void>(resource.Detach());
         }
     }
 
     /// Gives the resource back and reports how that went: ERROR_SUCCESS, also when there was none,
-    /// or the Win32 error. What could not be given back is kept, unless another thread has stored
+    /// or the error. What could not be given back is kept, unless another thread has stored
     /// its own meanwhile: then that one stays, and the other goes with the process.
     [[nodiscard]] DWORD TryClose() {
-        UniqueResource<Traits> taken = Take();
+        Unique taken = Take();
         const DWORD error = taken.TryClose();
         if (error != ERROR_SUCCESS) {
             TakeUnlessHeld(taken);
@@ -152,144 +143,55 @@ class SharedResource {
     }
 
     /// Forgets the resource.
-    void Abandon() noexcept { m_value = Traits::None(); }
+    void Abandon() noexcept { m_value = Unique::None(); }
 
   private:
-    std::atomic<Value> m_value{Traits::None()};
+    std::atomic<Value> m_value{Unique::None()};
 };
-using SharedHandle = SharedResource<HandleTraits>;
 
-struct FindHandleTraits {
-    using Value = HANDLE;
-    static Value None() noexcept { return INVALID_HANDLE_VALUE; }
-    static DWORD Close(Value value) { return ErrorUnless(FindClose(value)); }
-};
-/// Directory listing (FindFirstFileW).
-using UniqueFindHandle = UniqueResource<FindHandleTraits>;
-
-struct ServiceHandleTraits {
-    using Value = SC_HANDLE;
-    static Value None() noexcept { return nullptr; }
-    static DWORD Close(Value value) { return ErrorUnless(CloseServiceHandle(value)); }
-};
+/// Kernel object of which "none" is null (event, mutex, thread, token).
+using UniqueHandle = UniqueResource<HANDLE, &::CloseHandle>;
+using SharedHandle = SharedResource<UniqueHandle>;
+/// Directory listing (FindFirstFileW), of which "none" is INVALID_HANDLE_VALUE.
+using UniqueFindHandle = UniqueResource<HANDLE, &::FindClose, -1>;
 /// Handle of the service control manager or of a service.
-using UniqueServiceHandle = UniqueResource<ServiceHandleTraits>;
-
-struct EventSourceTraits {
-    using Value = HANDLE;
-    static Value None() noexcept { return nullptr; }
-    static DWORD Close(Value value) { return ErrorUnless(DeregisterEventSource(value)); }
-};
+using UniqueServiceHandle = UniqueResource<SC_HANDLE, &::CloseServiceHandle>;
 /// Event-log source (RegisterEventSourceW).
-using UniqueEventSource = UniqueResource<EventSourceTraits>;
-
-struct RegistryKeyTraits {
-    using Value = HKEY;
-    static Value None() noexcept { return nullptr; }
-    static DWORD Close(Value value) { return static_cast<DWORD>(RegCloseKey(value)); }
-};
+using UniqueEventSource = UniqueResource<HANDLE, &::DeregisterEventSource>;
 /// Open registry key. (A predefined key that was opened anew, without a subkey, may be closed too: the
 /// process opens it again when it is next used.)
-using UniqueRegistryKey = UniqueResource<RegistryKeyTraits>;
+using UniqueRegistryKey = UniqueResource<HKEY, &::RegCloseKey>;
+/// Block of the local heap (LocalAlloc).
+using UniqueLocalMemory = UniqueResource<HLOCAL, &::LocalFree>;
+/// Text in COM task memory (StringFromCLSID, StringFromIID).
+using UniqueCoTaskText = UniqueResource<LPOLESTR, &::CoTaskMemFree>;
+/// Text of COM (SysAllocString).
+using UniqueBstr = UniqueResource<BSTR, &::SysFreeString>;
+/// Array of COM (SafeArrayCreate), with its elements.
+using UniqueSafeArray = UniqueResource<SAFEARRAY*, &::SafeArrayDestroy>;
+/// Memory that a WLAN function returned.
+template <class T>
+using UniqueWlanMemory = UniqueResource<T*, &::WlanFreeMemory>;
 
 /// The client of Windows Vista and later (WlanOpenHandle, "dwClientVersion").
 constexpr DWORD kWlanClientVersion = 2;
-
-struct WlanHandleTraits {
-    using Value = HANDLE;
-    static Value None() noexcept { return nullptr; }
-    static DWORD Close(Value value) { return WlanCloseHandle(value, nullptr); }
-};
+inline DWORD CloseWlanClient(HANDLE client) {
+    return WlanCloseHandle(client, nullptr);
+}
 /// Client handle of the native WLAN interface (WlanOpenHandle).
-using UniqueWlanHandle = UniqueResource<WlanHandleTraits>;
-using SharedWlanHandle = SharedResource<WlanHandleTraits>;
+using UniqueWlanHandle = UniqueResource<HANDLE, &CloseWlanClient>;
+using SharedWlanHandle = SharedResource<UniqueWlanHandle>;
 
-template <class T>
-struct WlanMemoryTraits {
-    using Value = T*;
-    static Value None() noexcept { return nullptr; }
-    static DWORD Close(Value value) {
-        WlanFreeMemory(value);
-        return ERROR_SUCCESS;
-    }
-};
-/// Memory that a WLAN function returned.
-template <class T>
-using UniqueWlanMemory = UniqueResource<WlanMemoryTraits<T>>;
-
-struct LocalMemoryTraits {
-    using Value = HLOCAL;
-    static Value None() noexcept { return nullptr; }
-    static DWORD Close(Value value) {
-        return LocalFree(value) == nullptr ? static_cast<DWORD>(ERROR_SUCCESS) : GetLastError();
-    }
-};
-/// Block of the local heap (LocalAlloc).
-using UniqueLocalMemory = UniqueResource<LocalMemoryTraits>;
-
-template <class T>
-struct ProcessHeapTraits {
-    using Value = T*;
-    static Value None() noexcept { return nullptr; }
-    static DWORD Close(Value value) { return ErrorUnless(HeapFree(GetProcessHeap(), 0, value)); }
-};
+inline BOOL FreeToProcessHeap(void* block) {
+    return HeapFree(GetProcessHeap(), 0, block);
+}
 /// Block of the process heap (HeapAlloc on GetProcessHeap, no flags), read as a `T`.
 template <class T>
-using UniqueProcessHeap = UniqueResource<ProcessHeapTraits<T>>;
-
-/// A block of `bytes` bytes of the process heap; empty when there is no memory.
+using UniqueProcessHeap = UniqueResource<T*, &FreeToProcessHeap>;
+/// One of `bytes` bytes; empty when there is no memory.
 template <class T>
 [[nodiscard]] UniqueProcessHeap<T> AllocateFromProcessHeap(SIZE_T bytes) {
     return UniqueProcessHeap<T>(static_cast<T*>(HeapAlloc(GetProcessHeap(), 0, bytes)));
 }
-
-struct CoTaskTextTraits {
-    using Value = LPOLESTR;
-    static Value None() noexcept { return nullptr; }
-    static DWORD Close(Value value) {
-        CoTaskMemFree(value);
-        return ERROR_SUCCESS;
-    }
-};
-/// Text in COM task memory (StringFromCLSID, StringFromIID).
-using UniqueCoTaskText = UniqueResource<CoTaskTextTraits>;
-
-struct BstrTraits {
-    using Value = BSTR;
-    static Value None() noexcept { return nullptr; }
-    static DWORD Close(Value value) {
-        SysFreeString(value);
-        return ERROR_SUCCESS;
-    }
-};
-/// Text of COM (SysAllocString).
-using UniqueBstr = UniqueResource<BstrTraits>;
-
-struct SafeArrayTraits {
-    using Value = SAFEARRAY*;
-    static Value None() noexcept { return nullptr; }
-    static DWORD Close(Value value) {
-        // HRESULTs of this function are COM's, not Win32 errors; only "zero or not" counts here.
-        return static_cast<DWORD>(SafeArrayDestroy(value));
-    }
-};
-/// Array of COM (SafeArrayCreate), with its elements.
-using UniqueSafeArray = UniqueResource<SafeArrayTraits>;
-
-/// A VARIANT that is cleared when it is destroyed.
-class UniqueVariant {
-  public:
-    UniqueVariant() noexcept { VariantInit(&m_value); }
-    UniqueVariant(const UniqueVariant&) = delete;
-    UniqueVariant& operator=(const UniqueVariant&) = delete;
-    ~UniqueVariant() { VariantClear(&m_value); }
-
-    [[nodiscard]] const VARIANT& Get() const noexcept { return m_value; }
-    /// The variant for a function that reads or writes it; what it holds is not cleared by this.
-    [[nodiscard]] VARIANT* Address() noexcept { return &m_value; }
-
-  private:
-    VARIANT m_value{};
-};
 
 }  // namespace Platform
