@@ -33,28 +33,6 @@ UniqueLocalMemory ReadToken(HANDLE token, TOKEN_INFORMATION_CLASS what) {
     return information;
 }
 
-/// A SID of our own; empty when there is no memory or nothing to copy.
-UniqueLocalMemory CopyOf(PSID sid) {
-    const DWORD bytes = GetLengthSid(sid);
-    UniqueLocalMemory copy(LocalAlloc(LPTR, bytes));
-    if (!copy || CopySid(bytes, copy.Get(), sid) == FALSE) {
-        return {};
-    }
-    return copy;
-}
-
-UniqueLocalMemory UserOf(HANDLE token) {
-    const UniqueLocalMemory information = ReadToken(token, TokenUser);
-    return information ? CopyOf(static_cast<const TOKEN_USER*>(information.Get())->User.Sid)
-                       : UniqueLocalMemory();
-}
-
-UniqueLocalMemory PrimaryGroupOf(HANDLE token) {
-    const UniqueLocalMemory information = ReadToken(token, TokenPrimaryGroup);
-    return information ? CopyOf(static_cast<const TOKEN_PRIMARY_GROUP*>(information.Get())->PrimaryGroup)
-                       : UniqueLocalMemory();
-}
-
 /// Number of entries and bytes in use of a list, both 0 when there is none.
 bool Measure(ACL* list, ACL_SIZE_INFORMATION& size) {
     size = {};
@@ -111,10 +89,15 @@ void SecurityDescriptor::TakeOwnerAndGroupFromToken() {
 }
 
 bool SecurityDescriptor::SetOwnerAndGroup(HANDLE token) {
-    m_owner = UserOf(token);
-    m_group = PrimaryGroupOf(token);
-    return m_owner && m_group && SetSecurityDescriptorOwner(&m_descriptor, m_owner.Get(), FALSE) != FALSE &&
-           SetSecurityDescriptorGroup(&m_descriptor, m_group.Get(), FALSE) != FALSE;
+    m_owner = ReadToken(token, TokenUser);
+    m_group = ReadToken(token, TokenPrimaryGroup);
+    if (!m_owner || !m_group) {
+        return false;
+    }
+    PSID const owner = static_cast<const TOKEN_USER*>(m_owner.Get())->User.Sid;
+    PSID const group = static_cast<const TOKEN_PRIMARY_GROUP*>(m_group.Get())->PrimaryGroup;
+    return SetSecurityDescriptorOwner(&m_descriptor, owner, FALSE) != FALSE &&
+           SetSecurityDescriptorGroup(&m_descriptor, group, FALSE) != FALSE;
 }
 
 void SecurityDescriptor::Allow(PSID sid, DWORD accessMask) {

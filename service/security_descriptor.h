@@ -30,7 +30,7 @@ class SecurityDescriptor {
     bool SetOwnerAndGroup(HANDLE token);
 
     SECURITY_DESCRIPTOR m_descriptor{};
-    Platform::UniqueLocalMemory m_owner;
+    Platform::UniqueLocalMemory m_owner;  ///< what the token says of its user, the SID with it
     Platform::UniqueLocalMemory m_group;
     Platform::UniqueLocalMemory m_accessList;
 };

@@ -9,11 +9,11 @@
 
 #include "logging/format.h"
 #include "logging/log_scope.h"
+#include "platform/executable_path.h"
 #include "platform/handles.h"
 #include "radio/power_status.h"
 #include "registry/registry.h"
 #include "service/console.h"
-#include "service/executable_path.h"
 #include "service/service_names.h"
 
 using Platform::UniqueServiceHandle;
@@ -23,7 +23,7 @@ using ServiceNames::kService;
 namespace {
 
 constexpr std::size_t kQuotes = 2;
-using QuotedPath = std::array<wchar_t, kExecutablePathCharacters + kQuotes>;
+using QuotedPath = std::array<wchar_t, MAX_PATH + kQuotes>;
 
 constexpr DWORD kStopPollMilliseconds = 1000;
 
@@ -37,8 +37,8 @@ void TellFailure(const LogScope& log, const wchar_t* format, DWORD error) {
 /// The executable's path in quotes, so that one with blanks starts the right program. False, and
 /// logged, when there is none; the console is not told.
 bool GetQuotedPath(const LogScope& log, QuotedPath& quoted) {
-    std::array<wchar_t, kExecutablePathCharacters> path{};
-    const DWORD error = GetExecutablePath(path);
+    std::array<wchar_t, MAX_PATH> path{};
+    const DWORD error = Platform::GetExecutablePath(path);
     if (error != ERROR_SUCCESS) {
         log.Error(L"GetModuleFileName failed w/err 0x%08lx", error);
         return false;
@@ -54,8 +54,8 @@ void SetDescription(SC_HANDLE service) {
     SERVICE_DESCRIPTIONW description{};
     description.lpDescription = text.data();
     if (ChangeServiceConfig2W(service, SERVICE_CONFIG_DESCRIPTION, &description) == FALSE) {
-        const DWORD error = GetLastError();
-        Console::Print(L"ChangeServiceConfig2 (SERVICE_CONFIG_DESCRIPTION) failed w/err 0x%08lx\n", error);
+        Console::Print(L"ChangeServiceConfig2 (SERVICE_CONFIG_DESCRIPTION) failed w/err 0x%08lx\n",
+                       GetLastError());
     }
 }
 
@@ -90,12 +90,10 @@ void Stop(const LogScope& log, SC_HANDLE service) {
 void ForgetRadioStates(const LogScope& log) {
     const Registry registry(HKEY_LOCAL_MACHINE);
     if (registry.DeleteSubkey(PowerStatus::kWlanKey) != ERROR_SUCCESS) {
-        const DWORD error = GetLastError();
-        log.Error(L"DeleteSubkey (BrimletWlanPowerStatus) failed w/err 0x%08lx", error);
+        log.Error(L"DeleteSubkey (BrimletWlanPowerStatus) failed w/err 0x%08lx", GetLastError());
     }
     if (registry.DeleteSubkey(PowerStatus::kWwanKey) != ERROR_SUCCESS) {
-        const DWORD error = GetLastError();
-        log.Error(L"DeleteSubkey (BrimletWwanPowerStatus) failed w/err 0x%08lx", error);
+        log.Error(L"DeleteSubkey (BrimletWwanPowerStatus) failed w/err 0x%08lx", GetLastError());
     }
 }
 
@@ -103,8 +101,7 @@ void ForgetRadioStates(const LogScope& log) {
 void Remove(const LogScope& log, SC_HANDLE service) {
     Stop(log, service);
     if (DeleteService(service) == FALSE) {
-        const DWORD error = GetLastError();
-        TellFailure(log, L"DeleteService failed w/err 0x%08lx", error);
+        TellFailure(log, L"DeleteService failed w/err 0x%08lx", GetLastError());
         return;
     }
     ForgetRadioStates(log);
@@ -122,8 +119,7 @@ void InstallService() {
     const UniqueServiceHandle manager(
         OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT | SC_MANAGER_CREATE_SERVICE));
     if (!manager) {
-        const DWORD error = GetLastError();
-        TellFailure(log, L"OpenSCManager failed w/err 0x%08lx", error);
+        TellFailure(log, L"OpenSCManager failed w/err 0x%08lx", GetLastError());
         return;
     }
     const UniqueServiceHandle service(CreateServiceW(
@@ -144,15 +140,13 @@ void UninstallService() {
     const LogScope log("UninstallService");
     const UniqueServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
     if (!manager) {
-        const DWORD error = GetLastError();
-        TellFailure(log, L"OpenSCManager failed w/err 0x%08lx", error);
+        TellFailure(log, L"OpenSCManager failed w/err 0x%08lx", GetLastError());
         return;
     }
     const UniqueServiceHandle service(
         OpenServiceW(manager.Get(), kService, SERVICE_STOP | SERVICE_QUERY_STATUS | DELETE));
     if (!service) {
-        const DWORD error = GetLastError();
-        TellFailure(log, L"OpenService failed w/err 0x%08lx", error);
+        TellFailure(log, L"OpenService failed w/err 0x%08lx", GetLastError());
         return;
     }
     Remove(log, service.Get());

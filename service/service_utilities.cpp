@@ -5,8 +5,8 @@
 
 #include "logging/format.h"
 #include "logging/log_scope.h"
+#include "platform/executable_path.h"
 #include "platform/handles.h"
-#include "service/executable_path.h"
 #include "service/service_names.h"
 
 using Platform::UniqueHandle;
@@ -32,8 +32,7 @@ constexpr DWORD kMillisecondsPerMinute = 60 * 1000;
 UniqueLocalMemory ReadVersionResource(const LogScope& log, const wchar_t* path) {
     const DWORD size = GetFileVersionInfoSizeW(path, nullptr);
     if (size == 0) {
-        // The line ends where the error code would stand. It is not shown, and readers of the log
-        // know the line as it is.
+        // The line ends where an error code would stand; it shows none.
         log.Error(L"GetFileVersionInfoSize Return Value  = %d Error Code = ", size);
         return {};
     }
@@ -43,8 +42,7 @@ UniqueLocalMemory ReadVersionResource(const LogScope& log, const wchar_t* path) 
         return {};
     }
     if (GetFileVersionInfoW(path, 0, size, resource.Get()) == FALSE) {
-        const DWORD error = GetLastError();
-        log.Error(L"GetFileVersionInfo failed with error %d", error);
+        log.Error(L"GetFileVersionInfo failed with error %d", GetLastError());
         return {};
     }
     return resource;
@@ -55,8 +53,7 @@ const VS_FIXEDFILEINFO* FindFixedFileInfo(const LogScope& log, const UniqueLocal
     void* found = nullptr;
     UINT size = 0;
     if (VerQueryValueW(resource.Get(), L"\\", &found, &size) == FALSE) {
-        const DWORD error = GetLastError();
-        log.Error(L"VerQueryValue failed with error %d", error);
+        log.Error(L"VerQueryValue failed with error %d", GetLastError());
         return nullptr;
     }
     if (size == 0) {
@@ -83,23 +80,18 @@ std::wstring FileVersionText(const VS_FIXEDFILEINFO& info) {
     return text.data();
 }
 
-/// A service and the manager through which it was opened.
-struct OpenedService {
-    UniqueServiceHandle manager;
-    UniqueServiceHandle service;
-};
-
-/// Opens a service with full access. When that fails it is logged, and the status says why.
-int OpenWithFullAccess(const LogScope& log, const wchar_t* serviceName, OpenedService& opened) {
-    opened.manager.Reset(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-    if (!opened.manager) {
-        const DWORD error = GetLastError();
-        log.Error(L"OpenSCManager failed w/err 0x%08lx", error);
+/// Opens a service with full access, runs `step` with it and closes it; the answer of `step`. When it cannot
+/// be opened that is logged, and the status says why.
+template <class Step>
+int WithService(const LogScope& log, const wchar_t* serviceName, Step step) {
+    const UniqueServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+    if (!manager) {
+        log.Error(L"OpenSCManager failed w/err 0x%08lx", GetLastError());
         return Utils::kServiceNotOpened;
     }
-    opened.service.Reset(OpenServiceW(opened.manager.Get(), serviceName, SERVICE_ALL_ACCESS));
-    if (opened.service) {
-        return Utils::kServiceRunning;
+    const UniqueServiceHandle service(OpenServiceW(manager.Get(), serviceName, SERVICE_ALL_ACCESS));
+    if (service) {
+        return step(service.Get());
     }
     const DWORD error = GetLastError();
     if (error == ERROR_SERVICE_DOES_NOT_EXIST) {
@@ -110,11 +102,11 @@ int OpenWithFullAccess(const LogScope& log, const wchar_t* serviceName, OpenedSe
     return Utils::kServiceNotOpened;
 }
 
-int QueryRunning(const LogScope& log, const wchar_t* serviceName, const OpenedService& opened) {
+int QueryRunning(const LogScope& log, const wchar_t* serviceName, SC_HANDLE service) {
     log.Information(L"%s Service is installed. Querying status..", serviceName);
     SERVICE_STATUS_PROCESS status{};
     DWORD needed = 0;
-    if (QueryServiceStatusEx(opened.service.Get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status),
+    if (QueryServiceStatusEx(service, SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status),
                              sizeof(status), &needed) == FALSE) {
         return Utils::kServiceNotQueried;
     }
@@ -127,7 +119,17 @@ int QueryRunning(const LogScope& log, const wchar_t* serviceName, const OpenedSe
     return Utils::kServiceNotRunning;
 }
 
-int SetFailureActions(const LogScope& log, const OpenedService& opened) {
+/// `kRecoverySet`, or `failure` and its line.
+int Configure(const LogScope& log, SC_HANDLE service, DWORD setting, void* information, int failure,
+              const wchar_t* failureText) {
+    if (ChangeServiceConfig2W(service, setting, information) != FALSE) {
+        return kRecoverySet;
+    }
+    log.Error(failureText, GetLastError());
+    return failure;
+}
+
+int SetRecovery(const LogScope& log, SC_HANDLE service) {
     std::array<SC_ACTION, Utils::kRestartDelayMinutes.size()> restarts{};
     for (std::size_t i = 0; i < restarts.size(); ++i) {
         restarts.at(i) = {SC_ACTION_RESTART, Utils::kRestartDelayMinutes.at(i) * kMillisecondsPerMinute};
@@ -136,24 +138,16 @@ int SetFailureActions(const LogScope& log, const OpenedService& opened) {
     actions.dwResetPeriod = Utils::kFailureCountResetSeconds;
     actions.cActions = static_cast<DWORD>(restarts.size());
     actions.lpsaActions = restarts.data();
-    if (ChangeServiceConfig2W(opened.service.Get(), SERVICE_CONFIG_FAILURE_ACTIONS, &actions) != FALSE) {
-        return kRecoverySet;
-    }
-    const DWORD error = GetLastError();
-    log.Error(L"ChangeServiceConfig2 (SERVICE_CONFIG_FAILURE_ACTIONS) failed w/err 0x%08lx\n", error);
-    return kActionsNotSet;
-}
-
-/// Has the failure actions taken when the service stops with an error too, not only after a crash.
-int SetFailureActionsFlag(const LogScope& log, const OpenedService& opened) {
+    const int actionsSet =
+        Configure(log, service, SERVICE_CONFIG_FAILURE_ACTIONS, &actions, kActionsNotSet,
+                  L"ChangeServiceConfig2 (SERVICE_CONFIG_FAILURE_ACTIONS) failed w/err 0x%08lx\n");
+    // Has them taken when the service stops with an error too, not only after a crash; and is set whatever
+    // became of them.
     SERVICE_FAILURE_ACTIONS_FLAG flag{};
     flag.fFailureActionsOnNonCrashFailures = TRUE;
-    if (ChangeServiceConfig2W(opened.service.Get(), SERVICE_CONFIG_FAILURE_ACTIONS_FLAG, &flag) != FALSE) {
-        return kRecoverySet;
-    }
-    const DWORD error = GetLastError();
-    log.Error(L"ChangeServiceConfig2 (SERVICE_CONFIG_FAILURE_ACTIONS_FLAG) failed w/err 0x%08lx\n", error);
-    return kFlagNotSet;
+    return actionsSet +
+           Configure(log, service, SERVICE_CONFIG_FAILURE_ACTIONS_FLAG, &flag, kFlagNotSet,
+                     L"ChangeServiceConfig2 (SERVICE_CONFIG_FAILURE_ACTIONS_FLAG) failed w/err 0x%08lx\n");
 }
 
 }  // namespace
@@ -169,8 +163,8 @@ std::wstring Utils::GetFileVersion(const LogScope& log, const wchar_t* path) {
 
 std::wstring Utils::GetBinaryVersion() {
     const LogScope log("Utils::GetBinaryVersion");
-    std::array<wchar_t, kExecutablePathCharacters> path{};
-    if (GetExecutablePath(path) != ERROR_SUCCESS) {
+    std::array<wchar_t, MAX_PATH> path{};
+    if (Platform::GetExecutablePath(path) != ERROR_SUCCESS) {
         return kUnknownVersion;
     }
     return GetFileVersion(log, path.data());
@@ -181,15 +175,9 @@ int Utils::IsServicePresent(const wchar_t* serviceName) {
     LogScope log("Utils::IsServicePresent",
                  L"Service Name = %s, Running Status To be checked = %d, To Get version Info Status = %d",
                  serviceName, 1, 0);
-    int status = kServiceNotQueried;
-    {
-        OpenedService opened;
-        status = OpenWithFullAccess(log, serviceName, opened);
-        if (opened.service) {
-            status = QueryRunning(log, serviceName, opened);
-        }
-    }
-    return log.Return(L"Return Value = %d", status);
+    return log.Return(L"Return Value = %d", WithService(log, serviceName, [&](SC_HANDLE service) {
+                          return QueryRunning(log, serviceName, service);
+                      }));
 }
 
 int Utils::WaitforServiceToStartRunning(const wchar_t* serviceName) {
@@ -214,8 +202,7 @@ void Utils::UtilSleep(DWORD milliseconds) {
     const LogScope log("Utils::UtilSleep");
     const UniqueHandle event(CreateEventW(nullptr, FALSE, FALSE, nullptr));
     if (!event) {
-        const DWORD error = GetLastError();
-        log.Error(L"CreateEvent() failed with  error: %d", error);
+        log.Error(L"CreateEvent() failed with  error: %d", GetLastError());
         return;
     }
     WaitForSingleObject(event.Get(), milliseconds);
@@ -223,15 +210,7 @@ void Utils::UtilSleep(DWORD milliseconds) {
 
 int Utils::SetServiceRestartRecoveryOnFailure() {
     LogScope log("Utils::SetServiceRestartRecoveryOnFailure", L"Service Name = %s", ServiceNames::kService);
-    int status = kRecoverySet;
-    {
-        OpenedService opened;
-        status = OpenWithFullAccess(log, ServiceNames::kService, opened);
-        if (opened.service) {
-            // The flag is set whatever became of the actions.
-            status = SetFailureActions(log, opened);
-            status += SetFailureActionsFlag(log, opened);
-        }
-    }
-    return log.Return(L"Return Value = %d", status);
+    return log.Return(L"Return Value = %d", WithService(log, ServiceNames::kService, [&](SC_HANDLE service) {
+                          return SetRecovery(log, service);
+                      }));
 }

@@ -190,8 +190,6 @@ INSTANTIATE_TEST_SUITE_P(
                             },
                             [](auto...) -> BOOL { return FALSE; });
                     }},
-        MissingStep{"OwnersCopy", Failing<&::CopySid>(ERROR_INVALID_SID, AtCall{1})},
-        MissingStep{"GroupsCopy", Failing<&::CopySid>(ERROR_INVALID_SID, AtCall{2})},
         MissingStep{"Owner", Failing<&::SetSecurityDescriptorOwner>(ERROR_INVALID_SECURITY_DESCR)},
         MissingStep{"Group", Failing<&::SetSecurityDescriptorGroup>(ERROR_INVALID_SECURITY_DESCR)}));
 

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <cstddef>
 #include <thread>
 #include <vector>
 
@@ -111,15 +112,19 @@ TEST_F(ComSecurityTest, SidBufferIsFreedBeforeComIsCalled) {
 }
 
 TEST_F(ComSecurityTest, DescriptorIsFreedAfterTheClosingLine) {
-    std::vector<HLOCAL> parts;
+    std::vector<const void*> parts;
     const ScopedImport<&::CoInitializeSecurity> secure{[&](PSECURITY_DESCRIPTOR descriptor, auto... rest) {
         const auto& fields = *static_cast<const SECURITY_DESCRIPTOR*>(descriptor);
         parts = {fields.Owner, fields.Group, fields.Dacl};
         return secure.Original(descriptor, rest...);
     }};
     const ScopedImport<&::LocalFree> free{[&](HLOCAL memory) {
-        if (testing::Value(parts, Contains(memory))) {
-            com.calls.emplace_back("free");
+        const auto* const begin = static_cast<const std::byte*>(memory);
+        const auto* const end = begin + (memory == nullptr ? 0 : LocalSize(memory));
+        for (const void* const part : parts) {
+            if (part >= begin && part < end) {
+                com.calls.emplace_back("free");
+            }
         }
         return free.Original(memory);
     }};
