@@ -11,7 +11,6 @@
 #include <optional>
 
 #include "tests/support/com_support.h"
-#include "tests/support/run_on_thread.h"
 
 namespace Rig {
 namespace {
@@ -21,7 +20,6 @@ struct IColour : public IUnknown {
     virtual HRESULT WINAPI get_Colour(long* colour) = 0;
 };
 constexpr IID kColourId{0x6f8bf8c1, 0x5f1f, 0x4c63, {0x9a, 0x0b, 0x71, 0x7a, 0x52, 0x10, 0x7d, 0x01}};
-constexpr CLSID kCarId{0x6f8bf8c1, 0x5f1f, 0x4c63, {0x9a, 0x0b, 0x71, 0x7a, 0x52, 0x10, 0x7d, 0x02}};
 constexpr long kRed = 3;
 
 }  // namespace
@@ -127,50 +125,6 @@ TEST(FakeUnknown, KeptFakesOutliveTheTest) {
     IColour* colour = nullptr;
     ASSERT_EQ(car.HandOut(&colour), S_OK);
     EXPECT_EQ(colour->Release(), 0U);
-}
-
-TEST(ScopedClassObject, InstancesAreTheTestsFake) {
-    const ComApartment com;
-    FakeCar car;
-    const ScopedClassObject carClass{kCarId, car};
-    IColour* colour = nullptr;
-    ASSERT_EQ(
-        CoCreateInstance(kCarId, nullptr, CLSCTX_INPROC_SERVER, kColourId, reinterpret_cast<void**>(&colour)),
-        S_OK);
-    long value = 0;
-    EXPECT_EQ(colour->get_Colour(&value), S_OK);
-    EXPECT_EQ(value, kRed);
-    EXPECT_EQ(carClass.Created(), 1);
-    colour->Release();
-}
-
-TEST(ScopedClassObject, CountsForEveryThreadOfTheMultithreadedApartment) {
-    const ComApartment com;
-    FakeCar car;
-    const ScopedClassObject carClass{kCarId, car};
-    RunOnThread([&] {
-        IColour* colour = nullptr;
-        ASSERT_EQ(CoCreateInstance(kCarId, nullptr, CLSCTX_ALL, kColourId, reinterpret_cast<void**>(&colour)),
-                  S_OK);
-        EXPECT_EQ(colour, static_cast<IColour*>(&car));
-        colour->Release();
-    });
-}
-
-TEST(ScopedClassObject, ClassIsGoneAtTheEnd) {
-    const ComApartment com(COINIT_APARTMENTTHREADED);
-    { const ScopedClassObject carClass{kCarId, E_FAIL}; }
-    void* object = nullptr;
-    EXPECT_EQ(CoCreateInstance(kCarId, nullptr, CLSCTX_INPROC_SERVER, kColourId, &object),
-              REGDB_E_CLASSNOTREG);
-}
-
-TEST(ScopedClassObject, CreationCanBeMadeToFail) {
-    const ComApartment com;
-    const ScopedClassObject carClass{kCarId, E_ACCESSDENIED};
-    void* object = nullptr;
-    EXPECT_EQ(CoCreateInstance(kCarId, nullptr, CLSCTX_INPROC_SERVER, kColourId, &object), E_ACCESSDENIED);
-    EXPECT_EQ(object, nullptr);
 }
 
 TEST(ComApartment, EntersAndLeaves) {
