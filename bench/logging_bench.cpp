@@ -13,7 +13,6 @@
 #include <cstdlib>
 #include <functional>
 #include <memory>
-#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,30 +20,9 @@
 #include "bench/measure.h"
 #include "bench/spdlog_side.h"
 #include "logging/file_listener.h"
+#include "logging/log_data.h"
 #include "logging/logger.h"
 #include "platform/handles.h"
-
-namespace {
-
-std::atomic<long long> allocations{0};
-
-}  // namespace
-
-void* operator new(std::size_t bytes) {
-    allocations.fetch_add(1, std::memory_order_relaxed);
-    if (void* const block = std::malloc(bytes != 0 ? bytes : 1)) {
-        return block;
-    }
-    throw std::bad_alloc();
-}
-
-void operator delete(void* block) noexcept {
-    std::free(block);
-}
-
-void operator delete(void* block, std::size_t) noexcept {
-    std::free(block);
-}
 
 namespace Bench {
 namespace {
@@ -161,15 +139,11 @@ void CompareDisabledCalls(Table& table) {
                   [&] { return perCall([] { SpdlogDisabledCalls(kCalls); }); }),
               1.0);
     LoggerHolder() = MakeNullLogger();
-    const long long before = allocations;
-    DisabledCallsOfProcessLogger(kCalls);
-    const long long allocated = allocations - before;
     table.Add("disabled call of the process's logger",
               Compare(
                   kRounds, [&] { return perCall([] { DisabledCallsOfProcessLogger(kCalls); }); },
                   [&] { return perCall([] { SpdlogDisabledCallsOfDefaultLogger(kCalls); }); }),
               1.0);
-    std::printf("    (%d disabled calls allocated %lld times)\n", kCalls, allocated);
 }
 
 // --- A queued call, as its caller sees it -----------------------------------------------------
@@ -316,7 +290,6 @@ void ShowMemory() {
 }
 
 bool Run() {
-    // Their logs do not outlive the benchmark.
     Table table("The log, by call or by line", "this log", "beside it");
     CompareDisabledCalls(table);
     CompareQueuedCalls(table, "queued call, 1 thread, bursts of 8,000 (spdlog async)", 1, 8'000, 31);

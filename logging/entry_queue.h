@@ -1,25 +1,18 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
-#include <list>
-#include <memory>
+#include <vector>
 
-#include "logging/listener.h"
+#include "logging/log_data.h"
 
 namespace Orva::Shared {
 
-/// Copies of log entries, first in, first out. They are packed one behind the other into blocks of
-/// memory: to append one costs no more than copying its texts, and a million of them need little
-/// more room than their texts. Not safe for use by two threads at once.
+/// Copies of log entries, first in, first out, packed one behind the other: to append one costs no more
+/// than copying its texts. With a deque of entries, queued calls miss their bounds in `logging_bench`.
+/// Not safe for use by two threads at once.
 class EntryQueue {
   public:
-    EntryQueue() = default;
-    EntryQueue(const EntryQueue&) = delete;
-    EntryQueue& operator=(const EntryQueue&) = delete;
-    ~EntryQueue() = default;
-
-    [[nodiscard]] bool IsEmpty() const noexcept { return m_blocks.empty(); }
+    [[nodiscard]] bool IsEmpty() const noexcept { return m_first == m_bytes.size(); }
 
     /// Takes a copy. Throws std::bad_alloc, and the queue is as it was.
     void Append(const CorvaLogListener::LogData& entry);
@@ -27,29 +20,12 @@ class EntryQueue {
     /// Makes `entry` a copy of the first one and removes that. The queue must not be empty.
     void TakeFirst(CorvaLogListener::LogData& entry);
 
-    /// Takes all entries of `other`, behind those that are here, in exchange for spare memory.
-    void TakeAll(EntryQueue& other) noexcept;
-
-    void Clear() noexcept { m_blocks.clear(); }
+    /// Forgets what is queued. Room for a moment's entries is kept.
+    void Clear() noexcept;
 
   private:
-    struct Block {
-        explicit Block(std::size_t size);
-
-        std::unique_ptr<std::byte[]> bytes;
-        std::size_t size;
-        std::size_t end = 0;    ///< behind the last entry
-        std::size_t begin = 0;  ///< of the first entry that was not taken
-    };
-
-    [[nodiscard]] Block& BlockFor(std::size_t bytes);
-    void DropFirstBlock();
-
-    /// No block is without an entry.
-    std::list<Block> m_blocks;
-    /// Empty blocks of the usual size, so that a queue which fills and empties all the time needs
-    /// no new memory.
-    std::list<Block> m_spare;
+    std::vector<std::byte> m_bytes;
+    std::size_t m_first = 0;  ///< where the first entry begins
 };
 
 }  // namespace Orva::Shared

@@ -8,8 +8,8 @@
 namespace Orva::Shared {
 
 /// A text that lives in the object itself up to `Places` characters, its end included, and on the
-/// heap beyond that. A log entry is made and copied for every line, and the usual ones need no
-/// memory this way.
+/// heap beyond that. A log entry is made for every line: with texts on the heap, queued calls of four
+/// threads miss their bound in `logging_bench`.
 template <class Character, std::size_t Places>
 class InlineText {
   public:

@@ -1,33 +1,30 @@
 #include "logging/level.h"
 
 #include <cwchar>
+#include <iterator>
 
 namespace Orva::Shared {
 namespace {
 
-struct NamedLevel {
-    const wchar_t* name;
-    int level;
-};
-
-constexpr NamedLevel kLevels[] = {
-    {L"TraceIn", Level::kTraceIn}, {L"TraceOut", Level::kTraceOut},
-    {L"Verbose", Level::kVerbose}, {L"Information", Level::kInformation},
-    {L"Warning", Level::kWarning}, {L"Error", Level::kError},
-    {L"Diag", Level::kDiag},       {L"Never", Level::kNever},
-};
+/// The names in the order of their numbers.
+constexpr const wchar_t* kNames[] = {L"TraceIn", L"TraceOut", L"Verbose", L"Information",
+                                     L"Warning", L"Error",    L"Diag"};
+static_assert(std::size(kNames) == Level::kDiag + 1);
 
 }  // namespace
 
 int LevelFromName(const wchar_t* name) noexcept {
-    if (name != nullptr) {
-        for (const NamedLevel& known : kLevels) {
-            if (_wcsicmp(name, known.name) == 0) {
-                return known.level;
-            }
+    for (int level = Level::kTraceIn; name != nullptr && level <= Level::kDiag; ++level) {
+        if (_wcsicmp(name, kNames[level]) == 0) {
+            return level;
         }
     }
+    // "Never" itself, too.
     return Level::kNever;
+}
+
+const wchar_t* NameOfLevel(int level) noexcept {
+    return level >= Level::kTraceIn && level <= Level::kDiag ? kNames[level] : L"Undefined";
 }
 
 }  // namespace Orva::Shared

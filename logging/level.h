@@ -19,4 +19,7 @@ constexpr int kNever = 99;       ///< no entry uses it; unknown level names read
 /// gives `Level::kNever`.
 [[nodiscard]] int LevelFromName(const wchar_t* name) noexcept;
 
+/// "TraceIn" to "Diag" as lines show them; "Undefined" for every other number, `Level::kNever` too.
+[[nodiscard]] const wchar_t* NameOfLevel(int level) noexcept;
+
 }  // namespace Orva::Shared

@@ -4,19 +4,14 @@
 
 namespace Orva::Shared {
 
-CorvaLogListener::CorvaLogListener(PolicyLevels policyLevels)
-    : m_ignorePolicyLevels(policyLevels == PolicyLevels::kIgnore) {
-    if (!m_ignorePolicyLevels) {
-        ReadLogLevels();
+CorvaLogListener::CorvaLogListener(PolicyLevels policyLevels) {
+    if (policyLevels == PolicyLevels::kRead) {
+        PolicyKeys keys;
+        OpenPolicyKeys(keys);
+        const LevelRange range = ReadLogLevels(keys);
+        m_minLogLevel = range.minLevel;
+        m_maxLogLevel = range.maxLevel;
     }
-}
-
-void CorvaLogListener::ReadLogLevels() {
-    PolicyKeys keys;
-    OpenPolicyKeys(keys);
-    const LevelRange range = Orva::Shared::ReadLogLevels(keys);
-    m_minLogLevel = range.minLevel;
-    m_maxLogLevel = range.maxLevel;
 }
 
 }  // namespace Orva::Shared

@@ -1,37 +1,24 @@
-#include <array>
-#include <cstddef>
+#include <iterator>
+#include <utility>
 
-#include "logging/console_listener.h"
-#include "logging/debug_listener.h"
-#include "logging/event_listener.h"
 #include "logging/file_listener.h"
 #include "logging/last_error_keeper.h"
 #include "logging/logger.h"
+#include "logging/output_listeners.h"
 #include "logging/policy.h"
 
 namespace Orva::Shared {
 namespace {
 
-/// The listeners on their way to the logger, which then owns them.
-class ListenerArray {
-  public:
-    void Add(std::unique_ptr<CorvaLogListener> listener) { m_owners[m_count++] = std::move(listener); }
+using Owner = std::unique_ptr<CorvaLogListener>;
 
-    [[nodiscard]] std::unique_ptr<CorvaLogger> MakeLogger() {
-        std::array<CorvaLogListener*, CorvaLogger::kMostListeners> listeners{};
-        for (std::size_t i = 0; i < m_count; ++i) {
-            listeners[i] = m_owners[i].get();
-        }
-        auto logger = std::make_unique<CorvaLogger>(listeners.data(), static_cast<int>(m_count));
-        for (std::unique_ptr<CorvaLogListener>& owner : m_owners) {
-            static_cast<void>(owner.release());
-        }
-        return logger;
-    }
-
-  private:
-    std::array<std::unique_ptr<CorvaLogListener>, CorvaLogger::kMostListeners> m_owners;
-    std::size_t m_count = 0;
+/// The outputs, in the order in which entries reach them.
+constexpr std::pair<int, Owner (*)()> kOutputs[] = {
+    {ListenerType::kEvent, [] { return Owner(new CorvaLogListenerEvent()); }},
+    {ListenerType::kFile, [] { return Owner(new CorvaLogListenerFile(false)); }},
+    {ListenerType::kQueuedFile, [] { return Owner(new CorvaLogListenerFile(true)); }},
+    {ListenerType::kDebug, [] { return Owner(new CorvaLogListenerDebug()); }},
+    {ListenerType::kConsole, [] { return Owner(new CorvaLogListenerConsole()); }},
 };
 
 }  // namespace
@@ -42,24 +29,21 @@ std::unique_ptr<CorvaLogger> CreateLogger() {
     PolicyKeys keys;
     OpenPolicyKeys(keys);
     const int selection = ReadOutputSelection(keys);
-    // Entries reach the listeners in this order.
-    ListenerArray listeners;
-    if ((selection & ListenerType::kEvent) != 0) {
-        listeners.Add(std::make_unique<CorvaLogListenerEvent>());
+    Owner owners[std::size(kOutputs)];
+    CorvaLogListener* listeners[std::size(kOutputs)]{};
+    int count = 0;
+    for (const auto& [bit, make] : kOutputs) {
+        if ((selection & bit) != 0) {
+            owners[count] = make();
+            listeners[count] = owners[count].get();
+            ++count;
+        }
     }
-    if ((selection & ListenerType::kFile) != 0) {
-        listeners.Add(std::make_unique<CorvaLogListenerFile>(false));
+    auto logger = std::make_unique<CorvaLogger>(listeners, count);
+    for (Owner& owner : owners) {
+        static_cast<void>(owner.release());
     }
-    if ((selection & ListenerType::kQueuedFile) != 0) {
-        listeners.Add(std::make_unique<CorvaLogListenerFile>(true));
-    }
-    if ((selection & ListenerType::kDebug) != 0) {
-        listeners.Add(std::make_unique<CorvaLogListenerDebug>());
-    }
-    if ((selection & ListenerType::kConsole) != 0) {
-        listeners.Add(std::make_unique<CorvaLogListenerConsole>());
-    }
-    return listeners.MakeLogger();
+    return logger;
 }
 
 }  // namespace Orva::Shared

@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <cstddef>
 
-#include "logging/format.h"
-
 namespace Orva::Shared {
 namespace {
 
@@ -60,12 +58,11 @@ bool LogFile::BuildPath(const std::wstring& fileName) {
                                 folder.data()))) {
         return false;
     }
-    LogPath directory{};
-    FormatText(directory.data(), directory.size(), L"%s%s", folder.data(), kLogDirectory);
+    const LogPath directory = MakeLogPath(L"%s%s", folder.data(), kLogDirectory);
     if (CreateDirectoryW(directory.data(), nullptr) == FALSE && GetLastError() != ERROR_ALREADY_EXISTS) {
         return false;
     }
-    FormatText(m_path.data(), m_path.size(), L"%s\\%s", directory.data(), fileName.c_str());
+    m_path = MakeLogPath(L"%s\\%s", directory.data(), fileName.c_str());
     return true;
 }
 
@@ -88,10 +85,10 @@ bool LogFile::LockAndOpen() {
 bool LogFile::Acquire() const {
     DWORD result = WaitForSingleObject(m_mutex.Get(), INFINITE);
     if (result == WAIT_ABANDONED) {
-        // The former holder died. The abandoned wait has already given the mutex; this one takes
-        // it a second time, while a write releases it once. So the thread keeps the mutex from now
-        // on, and all others wait: of the programs that shared the file with one that died in the
-        // middle of a write, one goes on.
+        // The former holder died. The abandoned wait has already given the mutex; this one takes it a
+        // second time, while a write releases it once. So the thread keeps the mutex until it ends, and
+        // all others wait so long. The writer of a queue ends with the queue: the next one finds the mutex
+        // abandoned again.
         result = WaitForSingleObject(m_mutex.Get(), INFINITE);
     }
     return result == WAIT_OBJECT_0;
@@ -162,8 +159,8 @@ void LogFile::CheckSize() {
     m_writeCounter = static_cast<std::int32_t>(static_cast<std::uint32_t>(before) + 1);
     if (before > WritesPerCheck()) {
         if (!RotateLogFile(Rotation::kWhenLarge)) {
-            // Halved even when the file was rotated: the next look then comes after half as many
-            // writes.
+            // Halved, never set to zero, even when the file was rotated: looks come after every
+            // half of those writes.
             m_writeCounter /= kCounterDivisor;
         }
     }

@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "logging/listener.h"
+#include "logging/log_data.h"
 #include "logging/log_rotation.h"
 #include "logging/policy.h"
 #include "platform/handles.h"
@@ -37,8 +37,6 @@ class LogFile {
 
     /// An empty path means that nothing is written.
     [[nodiscard]] const wchar_t* Path() const noexcept { return m_path.data(); }
-    /// Set for a file whose whole path was given by its creator, which no program here does.
-    [[nodiscard]] bool HasCustomPath() const noexcept { return m_hasCustomPath; }
 
     /// Waits for the mutex without limit and opens the file. False when either cannot be had. A mutex
     /// that was had is then released once, and so is free again unless the wait was an abandoned one.
@@ -83,7 +81,6 @@ class LogFile {
     std::int32_t m_writeCounter = 0;           ///< writes since a size check, more or less
     UniqueStream m_stream;                     ///< open only while the mutex is held
     Platform::UniqueHandle m_mutex;
-    bool m_hasCustomPath = false;
 };
 
 /// The log file, locked and open for a scope.

@@ -7,19 +7,17 @@
 #include <tuple>
 #include <vector>
 
-#include "logging/format.h"
 #include "platform/handles.h"
 
 namespace Orva::Shared {
 namespace {
 
 constexpr std::size_t kDriveCharacters = 3;
-/// With so many numbered files the oldest makes room. Only with exactly so many: a directory that
-/// holds more was filled by somebody else, who may want to keep them.
+/// With so many numbered files the oldest makes room. Only with exactly so many: of more none is deleted.
 constexpr std::size_t kFullCount = 9;
 constexpr wchar_t kTemporaryPrefix[] = L"_log_";
-/// Temporary names are numbered as the files are, up to this. Zero lets the system choose. Of two
-/// files that are so many numbers apart, the older one gives way.
+/// Temporary names are numbered as the files are, modulo this. Zero lets the system choose. Of two
+/// files that are so many numbers apart, the older one is lost.
 constexpr unsigned kTemporaryNumbers = 256;
 
 struct NumberedFile {
@@ -98,26 +96,8 @@ RotatedFileNames::RotatedFileNames(const wchar_t* logPath) {
     LogPath extension{};
     _wsplitpath_s(full.data(), drive.data(), drive.size(), directory.data(), directory.size(), name.data(),
                   name.size(), extension.data(), extension.size());
-    FormatText(m_directory.data(), m_directory.size(), L"%s%s", drive.data(), directory.data());
-    FormatText(m_base.data(), m_base.size(), L"%s%s", m_directory.data(), name.data());
-}
-
-LogPath RotatedFileNames::Pattern() const {
-    LogPath pattern{};
-    FormatText(pattern.data(), pattern.size(), L"%s%s", m_base.data(), L"_*.log");
-    return pattern;
-}
-
-LogPath RotatedFileNames::Numbered(unsigned number) const {
-    LogPath path{};
-    FormatText(path.data(), path.size(), L"%s_%04d.log", m_base.data(), number);
-    return path;
-}
-
-LogPath RotatedFileNames::InDirectory(const wchar_t* fileName) const {
-    LogPath path{};
-    FormatText(path.data(), path.size(), L"%s%s", m_directory.data(), fileName);
-    return path;
+    m_directory = MakeLogPath(L"%s%s", drive.data(), directory.data());
+    m_base = MakeLogPath(L"%s%s", m_directory.data(), name.data());
 }
 
 void ShiftNumberedFiles(const RotatedFileNames& names) {

@@ -3,6 +3,7 @@
 #include <memory>
 #include <utility>
 
+#include "logging/log_data.h"
 #include "logging/logger.h"
 #include "logging/scope_timer.h"
 

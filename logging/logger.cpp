@@ -10,6 +10,7 @@
 #include "logging/format.h"
 #include "logging/last_error_keeper.h"
 #include "logging/local_clock.h"
+#include "logging/log_data.h"
 
 namespace Orva::Shared {
 namespace {
@@ -27,8 +28,7 @@ bool IsFileListener(const CorvaLogListener& listener) {
     return type == ListenerType::kQueuedFile || type == ListenerType::kFile;
 }
 
-/// Threads that look listeners up, or are inside one, of whatever logger. Kept beside the logger, whose
-/// layout is fixed.
+/// Threads that look listeners up, or are inside one, of whatever logger.
 std::atomic<int> threadsAtListeners{0};
 
 /// Counts the thread for a scope. It counts before it looks a listener up, and whoever ends listeners empties
@@ -82,7 +82,6 @@ CorvaLogger::CorvaLogger(CorvaLogListener* const* listeners, int count) {
     m_timingEnabled = m_primaryFileListener != nullptr &&
                       m_primaryFileListener->MaxLogLevel() >= Level::kDiag &&
                       m_primaryFileListener->MinLogLevel() <= Level::kDiag;
-    m_messageCharacters = std::min(m_messageCharacters, kMostMessageCharacters);
 }
 
 CorvaLogger::~CorvaLogger() {
@@ -108,7 +107,7 @@ void CorvaLogger::WriteFormatted(int level, const char* functionName, const wcha
     if (format != nullptr && *format != L'\0') {
         va_list arguments;
         va_start(arguments, format);
-        FormatTextList(message, m_messageCharacters, format, arguments);
+        FormatTextList(message, kMessageCharacters, format, arguments);
         va_end(arguments);
     }
     Dispatch(level, functionName, message);

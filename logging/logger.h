@@ -2,52 +2,19 @@
 
 #include <array>
 #include <atomic>
-#include <cstdint>
-#include <map>
 #include <memory>
-#include <string>
 #include <type_traits>
 
-#include "logging/critical_section.h"
 #include "logging/listener.h"
+#include "logging/timing_statistics.h"
 
 namespace Orva::Shared {
-
-/// How long each operation took, summed up by its name. Any thread may record.
-class TimingStatistics {
-  public:
-    struct Record {
-        double totalMilliseconds = 0.0;
-        int count = 0;
-    };
-
-    TimingStatistics() = default;
-    TimingStatistics(const TimingStatistics&) = delete;
-    TimingStatistics& operator=(const TimingStatistics&) = delete;
-    ~TimingStatistics() = default;
-
-    /// Counts one call; a null name counts as the empty one. Any thread.
-    void Add(const char* functionName, double elapsedMilliseconds);
-
-    /// A copy of what was recorded so far for one operation; all zero when there is nothing.
-    [[nodiscard]] Record Find(const std::string& functionName) const;
-    /// Length of the longest operation name recorded so far, in characters.
-    [[nodiscard]] std::uint32_t LongestName() const;
-
-  private:
-    std::map<std::string, Record> m_records;
-    std::uint32_t m_longestName = 0;
-    mutable CriticalSection m_lock;
-};
 
 /// The process's log. It filters each entry by level, stamps it and hands it to every listener
 /// whose own range takes it. Any thread may write at any time; no lock is taken here.
 class CorvaLogger {
   public:
     static constexpr int kMostListeners = 10;
-    /// No message's buffer is larger, its end included. A bound for `kMessageCharacters`, which alone
-    /// says how large they are: nothing can set another size.
-    static constexpr unsigned kMostMessageCharacters = 8096;
 
     /// Takes ownership of `count` listeners (empty places are passed over; ten at most are kept).
     CorvaLogger(CorvaLogListener* const* listeners, int count);
@@ -102,7 +69,6 @@ class CorvaLogger {
     void WriteFormatted(int level, const char* functionName, const wchar_t* format, ...);
     void Dispatch(int level, const char* functionName, const wchar_t* message);
 
-    unsigned m_messageCharacters = kMessageCharacters;
     std::array<std::atomic<CorvaLogListener*>, kMostListeners> m_listeners{};
     int m_listenerCount = 0;
     int m_minLevel = Level::kNever;

@@ -37,13 +37,11 @@ constexpr SelectionWord kSelectionWords[] = {
     {L"DEBUG", ListenerType::kDebug},
 };
 
-/// The file name of this process's executable, cut to `Characters` places, its end included.
-template <std::size_t Characters>
-std::wstring ModuleFileName() {
-    std::array<wchar_t, Characters> path{};
-    GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-    path.back() = L'\0';
-    return path.data();
+/// The file name of this process's executable, cut to so many characters, its end included.
+std::wstring ModuleFileName(std::size_t characters) {
+    std::wstring path(characters, L'\0');
+    GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(characters));
+    return path.substr(0, std::min(path.find(L'\0'), characters - 1));
 }
 
 /// One text of a version resource; nothing when it is not there or has no characters.
@@ -58,46 +56,39 @@ std::optional<std::wstring> QueryVersionText(const std::vector<std::byte>& versi
     return found.substr(0, found.find(L'\0'));
 }
 
-/// A text value as it stands in the registry. It may have been written without a terminator.
-struct TextValue {
+/// Reads a value's bytes, of any type unless one is named. False when there is no key or no such value,
+/// or when it is longer than `bytes`.
+bool QueryValue(const UniqueRegistryKey& key, const wchar_t* name, void* buffer, DWORD bytes,
+                DWORD onlyType = REG_NONE) {
     DWORD type = REG_NONE;
-    std::wstring text;
-};
-
-/// Nothing when there is no key or no such value, or when it is longer than the limit.
-template <DWORD LimitBytes>
-std::optional<TextValue> QueryText(const UniqueRegistryKey& key, const wchar_t* name) {
-    std::array<wchar_t, LimitBytes / sizeof(wchar_t) + 1> buffer{};
-    TextValue value;
-    DWORD bytes = LimitBytes;
-    if (!key || RegQueryValueExW(key.Get(), name, nullptr, &value.type,
-                                 reinterpret_cast<BYTE*>(buffer.data()), &bytes) != ERROR_SUCCESS) {
-        return std::nullopt;
-    }
-    value.text = buffer.data();
-    return value;
+    return key &&
+           RegQueryValueExW(key.Get(), name, nullptr, &type, static_cast<BYTE*>(buffer), &bytes) ==
+               ERROR_SUCCESS &&
+           (onlyType == REG_NONE || type == onlyType);
 }
 
-/// Whatever the value's type, its bytes are taken for a number; nothing when there is no key or
-/// no such value, or when it is longer than a number.
 std::optional<std::uint32_t> QueryNumber(const UniqueRegistryKey& key, const wchar_t* name) {
     std::uint32_t number = 0;
-    DWORD bytes = sizeof(number);
-    if (!key || RegQueryValueExW(key.Get(), name, nullptr, nullptr, reinterpret_cast<BYTE*>(&number),
-                                 &bytes) != ERROR_SUCCESS) {
-        return std::nullopt;
-    }
-    return number;
+    return QueryValue(key, name, &number, sizeof(number)) ? std::optional(number) : std::nullopt;
+}
+
+/// What `read` finds in the executable's key, or else in the product's.
+template <class Read>
+auto FirstOf(const PolicyKeys& keys, Read read) {
+    auto found = read(keys.executable);
+    return found ? found : read(keys.product);
 }
 
 int ReadLevel(const PolicyKeys& keys, const wchar_t* name, int otherwise) {
-    for (const UniqueRegistryKey* key : {&keys.executable, &keys.product}) {
-        const std::optional<TextValue> value = QueryText<kLevelNameBytes>(*key, name);
-        if (value && value->type == REG_SZ && !value->text.empty()) {
-            return LevelFromName(value->text.c_str());
+    const auto read = [name](const UniqueRegistryKey& key) -> std::optional<int> {
+        // It may have been written without a terminator.
+        std::array<wchar_t, kLevelNameBytes / sizeof(wchar_t) + 1> text{};
+        if (!QueryValue(key, name, text.data(), kLevelNameBytes, REG_SZ) || text.front() == L'\0') {
+            return std::nullopt;
         }
-    }
-    return otherwise;
+        return LevelFromName(text.data());
+    };
+    return FirstOf(keys, read).value_or(otherwise);
 }
 
 std::wstring ToUpper(std::wstring text) {
@@ -130,7 +121,7 @@ std::wstring GetProductName(const wchar_t* executablePath) {
 
 std::optional<ModuleNames> GetModuleNames() {
     ModuleNames names;
-    names.path = ModuleFileName<kModuleNameCharacters>();
+    names.path = ModuleFileName(kModuleNameCharacters);
     const std::size_t dot = names.path.rfind(L'.');
     if (dot == std::wstring::npos) {
         return std::nullopt;
@@ -147,7 +138,7 @@ std::optional<ModuleNames> GetModuleNames() {
 void OpenPolicyKeys(PolicyKeys& keys) {
     keys.product.Reset();
     keys.executable.Reset();
-    const std::wstring product = GetProductName(ModuleFileName<MAX_PATH>().c_str());
+    const std::wstring product = GetProductName(ModuleFileName(MAX_PATH).c_str());
     if (product.empty()) {
         return;
     }
@@ -166,32 +157,29 @@ LevelRange ReadLogLevels(const PolicyKeys& keys) {
 }
 
 std::uint32_t ReadMaxLogSize(const PolicyKeys& keys) {
-    for (const UniqueRegistryKey* key : {&keys.executable, &keys.product}) {
-        const std::optional<std::uint32_t> kilobytes = QueryNumber(*key, kMaxLogSize);
+    const auto read = [](const UniqueRegistryKey& key) {
+        const std::optional<std::uint32_t> kilobytes = QueryNumber(key, kMaxLogSize);
         // Zero does not mean "without limit": it counts as absent.
-        if (kilobytes && *kilobytes != 0) {
-            return *kilobytes;
-        }
-    }
-    return kDefaultMaxLogSizeKilobytes;
+        return kilobytes != 0U ? kilobytes : std::nullopt;
+    };
+    return FirstOf(keys, read).value_or(kDefaultMaxLogSizeKilobytes);
 }
 
 bool ReadQueuedWrites(const PolicyKeys& keys, bool otherwise) {
-    for (const UniqueRegistryKey* key : {&keys.executable, &keys.product}) {
-        if (const std::optional<std::uint32_t> number = QueryNumber(*key, kQueuedWrites)) {
-            return *number != 0;
-        }
-    }
-    return otherwise;
+    const auto read = [](const UniqueRegistryKey& key) { return QueryNumber(key, kQueuedWrites); };
+    return FirstOf(keys, read).value_or(otherwise ? 1 : 0) != 0;
 }
 
 int ReadOutputSelection(const PolicyKeys& keys) {
-    std::optional<TextValue> value = QueryText<kLoggingTypeBytes>(keys.executable, kLoggingType);
     // An empty text of the executable hides the product's.
-    if (!value) {
-        value = QueryText<kLoggingTypeBytes>(keys.product, kLoggingType);
-    }
-    const std::wstring wanted = ToUpper(value ? value->text : std::wstring());
+    const auto read = [](const UniqueRegistryKey& key) -> std::optional<std::wstring> {
+        std::array<wchar_t, kLoggingTypeBytes / sizeof(wchar_t) + 1> text{};
+        if (!QueryValue(key, kLoggingType, text.data(), kLoggingTypeBytes)) {
+            return std::nullopt;
+        }
+        return text.data();
+    };
+    const std::wstring wanted = ToUpper(FirstOf(keys, read).value_or(L""));
     int selection = 0;
     for (const SelectionWord& known : kSelectionWords) {
         // Anywhere in the text: how the words are divided does not matter.

@@ -1,7 +1,6 @@
-#include <algorithm>
-#include <cstring>
+#include "logging/timing_statistics.h"
 
-#include "logging/logger.h"
+#include <algorithm>
 
 namespace Orva::Shared {
 

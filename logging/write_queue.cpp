@@ -15,7 +15,7 @@ constexpr DWORD kTearDownWaitMilliseconds = 500;
 }  // namespace
 
 void WriteQueue::Append(const CorvaLogListener::LogData& entry) {
-    const CriticalSectionLock lock(m_lock, CriticalSectionLock::Manner::kPatiently);
+    const CriticalSectionLock lock(m_lock);
     if (m_isTornDown) {
         return;
     }
@@ -58,7 +58,7 @@ bool WriteQueue::WriteAll(LogFile& file) {
     try {
         CorvaLogListener::LogData entry(nullptr, nullptr, Level::kNever, SYSTEMTIME{}, 0);
         while (TakeEntries()) {
-            while (!m_taken.IsEmpty() && !m_isTornDown.load(std::memory_order_relaxed)) {
+            while (!m_taken.IsEmpty() && !m_isTornDown) {
                 m_taken.TakeFirst(entry);
                 file.WriteEntry(entry);
             }
@@ -71,11 +71,14 @@ bool WriteQueue::WriteAll(LogFile& file) {
     }
 }
 
-/// Takes what is queued, all at once, so that writer and callers seldom meet at the lock. False,
-/// with the writer marked as ended, when there is nothing: whoever appends next starts another one.
+/// Takes what is queued, all at once, so that writer and callers seldom meet at the lock; first comes what
+/// a writer short of memory left. False, with the writer marked as ended, when there is nothing: whoever
+/// appends next starts another one.
 bool WriteQueue::TakeEntries() {
     const CriticalSectionLock lock(m_lock);
-    m_taken.TakeAll(m_entries);
+    if (m_taken.IsEmpty()) {
+        std::swap(m_taken, m_entries);
+    }
     if (m_taken.IsEmpty() || m_isTornDown) {
         m_writerIsActive = false;
         return false;
@@ -84,27 +87,15 @@ bool WriteQueue::TakeEntries() {
     return true;
 }
 
-bool WriteQueue::EntriesRemain() const noexcept {
-    return !m_entries.IsEmpty() || m_writerHasEntries;
-}
-
 void WriteQueue::TearDown() {
-    CriticalSectionLock lock(m_lock);
+    const CriticalSectionLock lock(m_lock);
     if (m_isTornDown) {
         return;
     }
     if (m_writerIsActive) {
         for (int round = 0; round < kMostTearDownRounds && EntriesRemain() && m_writer; ++round) {
             Sleep(kTearDownPauseMilliseconds);
-            // Taken out for the wait: an append that finds this writer ended closes the handle that it
-            // finds, and starts another one.
-            Platform::UniqueHandle writer = std::move(m_writer);
-            DWORD result = WAIT_FAILED;
-            lock.Outside([&] { result = WaitForSingleObject(writer.Get(), kTearDownWaitMilliseconds); });
-            if (!m_writer) {
-                m_writer = std::move(writer);
-            }
-            if (result != WAIT_TIMEOUT || !m_writerIsActive) {
+            if (WaitForWriter() != WAIT_TIMEOUT || !m_writerIsActive) {
                 break;
             }
         }
@@ -112,6 +103,19 @@ void WriteQueue::TearDown() {
     m_isTornDown = true;
     m_entries.Clear();
     m_writer.Reset();
+}
+
+/// Waits outside of the lock, which the caller holds. The handle is taken out meanwhile: an append that
+/// finds this writer ended closes the handle that it finds, and starts another one.
+DWORD WriteQueue::WaitForWriter() {
+    Platform::UniqueHandle writer = std::move(m_writer);
+    m_lock.Leave();
+    const DWORD result = WaitForSingleObject(writer.Get(), kTearDownWaitMilliseconds);
+    m_lock.Enter();
+    if (!m_writer) {
+        m_writer = std::move(writer);
+    }
+    return result;
 }
 
 }  // namespace Orva::Shared

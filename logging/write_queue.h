@@ -2,10 +2,10 @@
 
 #include <atomic>
 #include <memory>
+#include <utility>
 
 #include "logging/critical_section.h"
 #include "logging/entry_queue.h"
-#include "logging/listener.h"
 #include "logging/log_file.h"
 #include "platform/handles.h"
 
@@ -36,7 +36,8 @@ class WriteQueue : public std::enable_shared_from_this<WriteQueue> {
     void Drain();
     [[nodiscard]] bool WriteAll(LogFile& file);
     [[nodiscard]] bool TakeEntries();
-    [[nodiscard]] bool EntriesRemain() const noexcept;
+    [[nodiscard]] bool EntriesRemain() const noexcept { return !m_entries.IsEmpty() || m_writerHasEntries; }
+    [[nodiscard]] DWORD WaitForWriter();
 
     EntryQueue m_entries;
     std::shared_ptr<LogFile> m_file;

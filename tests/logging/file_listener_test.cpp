@@ -36,19 +36,7 @@ constexpr bool kSynchronous = false;
 
 class FileListenerTest : public testing::Test {
   protected:
-    /// Whether another thread could write now.
-    [[nodiscard]] bool MutexIsFree() const {
-        bool free = false;
-        std::thread([&] {
-            const HANDLE mutex = CreateMutexW(nullptr, FALSE, MutexNameOf(m_appData.Log()).c_str());
-            free = WaitForSingleObject(mutex, 0) == WAIT_OBJECT_0;
-            if (free) {
-                ReleaseMutex(mutex);
-            }
-            CloseHandle(mutex);
-        }).join();
-        return free;
-    }
+    [[nodiscard]] bool MutexIsFree() const { return LoggingTests::MutexIsFree(m_appData.Log()); }
 
     /// Begins with a file of these bytes, logs one line and says whether the file was kept.
     [[nodiscard]] bool IsKept(std::string_view bytes) {
@@ -118,41 +106,28 @@ TEST_F(FileListenerTest, GivesEverythingBack) {
 
 // --- The file that is found -------------------------------------------------------------------
 
-TEST_F(FileListenerTest, KeepsAnEmptyFile) {
-    EXPECT_TRUE(IsKept(""));
-}
-
-TEST_F(FileListenerTest, KeepsAFileOfAByteOrderMarkOnly) {
-    EXPECT_TRUE(IsKept(kByteOrderMark));
-}
-
-TEST_F(FileListenerTest, KeepsAFileThatBeginsLikeALog) {
-    EXPECT_TRUE(IsKept(std::string(kByteOrderMark) + std::string(kLogLine)));
-    EXPECT_TRUE(IsKept(kLogLine));
-    EXPECT_TRUE(IsKept("####/##/## ##:##:##.###|"));
-}
-
-TEST_F(FileListenerTest, MovesAsideWhatDoesNotBeginLikeALog) {
-    for (const std::size_t mark : {4U, 7U, 10U, 13U, 16U, 19U, 23U}) {
-        std::string bytes(kLogLine);
-        bytes[mark] = '#';
-        EXPECT_FALSE(IsKept(bytes)) << "mark " << mark;
+TEST_F(FileListenerTest, KeepsAnEmptyFileAndWhatBeginsLikeALog) {
+    for (const std::string& bytes :
+         {std::string(), std::string(kByteOrderMark), std::string(kByteOrderMark) + std::string(kLogLine),
+          std::string(kLogLine), std::string("####/##/## ##:##:##.###|")}) {
+        EXPECT_TRUE(IsKept(bytes)) << bytes;
     }
 }
 
-TEST_F(FileListenerTest, MovesAsideWhatIsShorterThanAHeader) {
-    EXPECT_FALSE(IsKept("x"));
-    EXPECT_FALSE(IsKept(kLogLine.substr(0, 23)));
-}
-
-TEST_F(FileListenerTest, MovesAsideWhatIsNoText) {
-    EXPECT_FALSE(IsKept(std::string(5000, '\0')));
-    EXPECT_FALSE(IsKept(std::string(5000, '\xff')));
-    EXPECT_FALSE(IsKept("\r\n\r\n\r\n"));
-}
-
-TEST_F(FileListenerTest, MovesAsideALogWhoseFirstLineIsIndented) {
-    EXPECT_FALSE(IsKept(" " + std::string(kLogLine)));
+TEST_F(FileListenerTest, MovesAsideWhatDoesNotBeginLikeALog) {
+    std::vector<std::string> others{"x",
+                                    std::string(kLogLine.substr(0, 23)),
+                                    std::string(5000, '\0'),
+                                    std::string(5000, '\xff'),
+                                    "\r\n\r\n\r\n",
+                                    " " + std::string(kLogLine)};
+    for (const std::size_t mark : {4U, 7U, 10U, 13U, 16U, 19U, 23U}) {
+        others.emplace_back(kLogLine);
+        others.back()[mark] = '#';
+    }
+    for (const std::string& bytes : others) {
+        EXPECT_FALSE(IsKept(bytes)) << bytes.substr(0, 30);
+    }
 }
 
 TEST_F(FileListenerTest, MovesAsideWhatCannotBeRead) {
@@ -260,9 +235,7 @@ TEST_F(FileListenerTest, WithoutAQueueWhenTheFileCannotBeOpenedAtFirst) {
         EXPECT_EQ(fails.Calls(), 3) << "each line tries anew";
         EXPECT_TRUE(MutexIsFree());
     }
-    const ScopedImport<&::_beginthreadex> threads{
-        Rig::kWrapping,
-        [](const auto& original, auto... arguments) { return original.Original(arguments...); }};
+    const CountedCalls<&::_beginthreadex> threads;
     listener->Log(Entry(L"one"));
     EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one"));
     EXPECT_EQ(threads.Calls(), 0) << "written on this thread";
@@ -312,26 +285,16 @@ class ScopedFolder {
     }};
 };
 
-TEST_F(FileListenerTest, MutexOfANetworkPathHasTwoDotsFirst) {
-    const ScopedFolder folder(L"\\\\server\\share");
-    const MutexNameRecorder mutex;
-    const CorvaLogListenerFile listener(kSynchronous);
-    EXPECT_THAT(folder.directories, ElementsAre(L"\\\\server\\share\\orvkLog"));
-    EXPECT_THAT(mutex.names, ElementsAre(L"Global\\..server.share.orvkLog.logging_tests.log"));
-}
-
-TEST_F(FileListenerTest, MutexKeepsAColonAtTheVeryFront) {
-    const ScopedFolder folder(L":a:b");
-    const MutexNameRecorder mutex;
-    const CorvaLogListenerFile listener(kSynchronous);
-    EXPECT_THAT(mutex.names, ElementsAre(L"Global\\:a:b.orvkLog.logging_tests.log"));
-}
-
-TEST_F(FileListenerTest, MutexNameLosesUpToTheFirstColonOnly) {
-    const ScopedFolder folder(L"ab:c:d");
-    const MutexNameRecorder mutex;
-    const CorvaLogListenerFile listener(kSynchronous);
-    EXPECT_THAT(mutex.names, ElementsAre(L"Global\\c:d.orvkLog.logging_tests.log"));
+TEST_F(FileListenerTest, MutexNameLosesUpToTheFirstColonThatIsNotTheVeryFirstCharacter) {
+    for (const auto& [path, name] : {std::pair(L"\\\\server\\share", L"..server.share"),
+                                     std::pair(L":a:b", L":a:b"), std::pair(L"ab:c:d", L"c:d")}) {
+        const ScopedFolder folder(path);
+        const MutexNameRecorder mutex;
+        const CorvaLogListenerFile listener(kSynchronous);
+        EXPECT_THAT(folder.directories, ElementsAre(path + std::wstring(L"\\orvkLog")));
+        EXPECT_THAT(mutex.names,
+                    ElementsAre(L"Global\\" + (name + std::wstring(L".orvkLog.logging_tests.log"))));
+    }
 }
 
 TEST_F(FileListenerTest, WithoutAFolderWritesNothingAndNamesTheMutexAfterTheFile) {
@@ -436,16 +399,6 @@ TEST_F(FileListenerTest, DropsALineWhoseSecondWaitAfterAbandonmentFails) {
     EXPECT_TRUE(ReadLines(m_appData.Log()).empty());
 }
 
-TEST_F(FileListenerTest, ReleasesTheMutexWhenTheFileCannotBeOpened) {
-    SKIP_UNLESS_IMPORTED(_wfopen);
-    CorvaLogListenerFile listener(kSynchronous);
-    {
-        const ScopedImport<&::_wfopen> fails{[](auto...) -> FILE* { return nullptr; }};
-        listener.Log(Entry(L"lost"));
-    }
-    EXPECT_TRUE(MutexIsFree());
-}
-
 TEST_F(FileListenerTest, WaitsForWhoeverHoldsTheMutex) {
     CorvaLogListenerFile listener(kSynchronous);
     std::atomic<bool> written = false;
@@ -481,8 +434,7 @@ TEST_F(FileListenerTest, ThreadThatWaitsForTheMutexAtTheLogsEndStillWrites) {
             logger.Write(Level::kError, "A::B", L"one");
         });
         EXPECT_TRUE(Eventually([&] { return waits.load(); }));
-        const Rig::ScopedImport<&::CloseHandle> close{
-            Rig::kWrapping, [](const auto& original, HANDLE handle) { return original.Original(handle); }};
+        const CountedCalls<&::CloseHandle> close;
         logger.EndListeners();
         EXPECT_EQ(close.Calls(), 0) << "the mutex is still waited for";
     }
@@ -538,27 +490,9 @@ TEST_F(FileListenerTest, TypeFollowsThePolicyNotTheCreation) {
 }
 
 TEST_F(FileListenerTest, ManyThreadsWriteWholeLines) {
-    constexpr int kThreads = 4;
-    constexpr int kLines = 50;
     CorvaLogListenerFile listener(kSynchronous);
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < kThreads; ++thread) {
-        threads.emplace_back([&listener, thread] {
-            for (int line = 0; line < kLines; ++line) {
-                listener.Log(Entry(std::to_wstring(thread) + L" " + std::to_wstring(line)));
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    std::vector<int> next(kThreads);
-    for (const std::string& message : ReadMessages(m_appData.Log())) {
-        const int thread = std::stoi(message);
-        EXPECT_EQ(message,
-                  std::to_string(thread) + " " + std::to_string(next[static_cast<std::size_t>(thread)]++));
-    }
-    EXPECT_THAT(next, testing::Each(kLines));
+    LogOnManyThreads(listener, 50);
+    ExpectLinesOfManyThreads(ReadMessages(m_appData.Log()), 50);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "logging/format.h"
+#include "tests/logging/log_entries.h"
 #include "tests/support/scoped_import.h"
 #include "tests/support/skip_unless_imported.h"
 
@@ -22,44 +23,19 @@ std::wstring Format(const wchar_t* format, Args... args) {
     return text.data();
 }
 
-TEST(FormatText, WritesWideText) {
+TEST(FormatText, HasTheWindowsRuntimesConversions) {
     EXPECT_EQ(Format(L"<%s> <%ws> <%ls>", L"one", L"two", L"three"), L"<one> <two> <three>");
-}
-
-TEST(FormatText, WritesNarrowTextForTheCapitalS) {
     EXPECT_EQ(Format(L"%S : %s", "CMainService::OnStart", L"Started"), L"CMainService::OnStart : Started");
-}
-
-TEST(FormatText, WritesNumbers) {
-    EXPECT_EQ(Format(L"%d %d", -42, 42), L"-42 42");
-    EXPECT_EQ(Format(L"%u", 4000000000U), L"4000000000");
-    EXPECT_EQ(Format(L"%lu", 4000000000UL), L"4000000000");
-    EXPECT_EQ(Format(L"%ld", -2000000000L), L"-2000000000");
-    EXPECT_EQ(Format(L"%d", std::numeric_limits<int>::min()), L"-2147483648");
-}
-
-TEST(FormatText, WritesHexadecimalNumbers) {
-    EXPECT_EQ(Format(L"%x", 0x80041071U), L"80041071");
-    EXPECT_EQ(Format(L"%08X", 0x1a2cU), L"00001A2C");
-    EXPECT_EQ(Format(L"0x%08lx", 5UL), L"0x00000005");
-    EXPECT_EQ(Format(L"%#x", 255U), L"0xff");
-}
-
-TEST(FormatText, TakesADoubleForLongDouble) {
+    EXPECT_EQ(Format(L"<%s>", static_cast<const wchar_t*>(nullptr)), L"<(null)>");
+    EXPECT_EQ(Format(L"%d %d", -42, std::numeric_limits<int>::min()), L"-42 -2147483648");
+    EXPECT_EQ(Format(L"%u %lu %ld", 4000000000U, 4000000000UL, -2000000000L),
+              L"4000000000 4000000000 -2000000000");
+    EXPECT_EQ(Format(L"%x %08X 0x%08lx %#x", 0x80041071U, 0x1a2cU, 5UL, 255U),
+              L"80041071 00001A2C 0x00000005 0xff");
     EXPECT_EQ(Format(L"Elapsed time = %7.1Lf ms.", 12.34), L"Elapsed time =    12.3 ms.");
     EXPECT_EQ(Format(L"%7.1Lf|%d", 999999.9, 7), L"999999.9|7");
-}
-
-TEST(FormatText, PadsToTheRightAndWithZeros) {
     EXPECT_EQ(Format(L"%-11s|%04d|%02d|%03d", L"Error", 7, 7, 7), L"Error      |0007|07|007");
-}
-
-TEST(FormatText, WritesPercentSignsAndTextWithoutConversions) {
     EXPECT_EQ(Format(L"100%% done"), L"100% done");
-}
-
-TEST(FormatText, WritesANullTextAsNull) {
-    EXPECT_EQ(Format(L"<%s>", static_cast<const wchar_t*>(nullptr)), L"<(null)>");
 }
 
 TEST(FormatText, CutsAndTerminates) {
@@ -90,9 +66,7 @@ TEST(FormatText, EndsWhereAConversionFails) {
 
 TEST(FormatText, FormatsOnceWhatFits) {
     SKIP_UNLESS_IMPORTED(_vsnwprintf);
-    const Rig::ScopedImport<&::_vsnwprintf> format{
-        Rig::kWrapping,
-        [](const auto& original, auto... arguments) { return original.Original(arguments...); }};
+    const CountedCalls<&::_vsnwprintf> format;
     EXPECT_EQ(Format(L"%s %d", L"one", 2), L"one 2");
     EXPECT_EQ(format.Calls(), 1);
 }

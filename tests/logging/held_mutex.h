@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <string>
+#include <thread>
 
+#include "platform/handles.h"
 #include "tests/support/scoped_import.h"
 
 namespace LoggingTests {
@@ -35,5 +37,18 @@ class HeldMutex {
   private:
     HANDLE m_mutex;
 };
+
+/// Whether another thread could take a log file's mutex now.
+[[nodiscard]] inline bool MutexIsFree(const std::wstring& logPath) {
+    bool free = false;
+    std::thread([&] {
+        const Platform::UniqueHandle mutex(CreateMutexW(nullptr, FALSE, MutexNameOf(logPath).c_str()));
+        free = WaitForSingleObject(mutex.Get(), 0) == WAIT_OBJECT_0;
+        if (free) {
+            ReleaseMutex(mutex.Get());
+        }
+    }).join();
+    return free;
+}
 
 }  // namespace LoggingTests

@@ -3,7 +3,7 @@
 #include <array>
 #include <string>
 
-#include "logging/listener.h"
+#include "logging/log_data.h"
 #include "tests/logging/failing_memory.h"
 #include "tests/logging/log_entries.h"
 
@@ -15,41 +15,35 @@ using Orva::Shared::LevelFromName;
 using LogData = Orva::Shared::CorvaLogListener::LogData;
 using testing::EndsWith;
 
-TEST(LogLine, HasTimeThreadLevelFunctionAndMessage) {
-    EXPECT_EQ(Entry(L"Started").GetLogLine(),
-              L"2019/04/05 13:07:09.042|00001A2C|Information|CMainService::OnStart|Started");
-}
-
-TEST(LogLine, PadsShortLevelNamesToEleven) {
-    EXPECT_EQ(Entry(L"x", Level::kDiag, "A::B").GetLogLine(),
-              L"2019/04/05 13:07:09.042|00001A2C|Diag       |A::B|x");
-}
-
-TEST(LogLine, WithoutMessageEndsInABar) {
-    EXPECT_EQ(Entry(L"", Level::kTraceIn, "A::B").GetLogLine(),
-              L"2019/04/05 13:07:09.042|00001A2C|TraceIn    |A::B|");
-}
-
-TEST(LogLine, WritesEveryDigitOfItsNumbers) {
-    const SYSTEMTIME time{1, 12, 0, 31, 23, 59, 58, 999};
-    EXPECT_EQ(LogData("A", L"", Level::kError, time, 0xFEDCBA98).GetLogLine(),
-              L"0001/12/31 23:59:58.999|FEDCBA98|Error      |A|");
-    EXPECT_EQ(LogData("A", L"", Level::kError, SYSTEMTIME{}, 0).GetLogLine(),
-              L"0000/00/00 00:00:00.000|00000000|Error      |A|");
-}
-
-TEST(LogLine, WritesNumbersThatNoTimeHasWhole) {
+TEST(LogLine, HasTimeThreadPaddedLevelFunctionAndMessage) {
     constexpr WORD kMost = 65535;
-    const SYSTEMTIME time{kMost, kMost, kMost, kMost, kMost, kMost, kMost, kMost};
-    EXPECT_EQ(LogData("A", L"", Level::kInformation, time, 0xFFFFFFFF).GetLogLine(),
-              L"65535/65535/65535 65535:65535:65535.65535|FFFFFFFF|Information|A|");
-}
-
-TEST(LogLine, DoesNotShowTheDayOfTheWeek) {
-    SYSTEMTIME other = kSomeTime;
-    other.wDayOfWeek = 1;
-    EXPECT_EQ(LogData("A", L"b", Level::kError, other, 1).GetLogLine(),
-              LogData("A", L"b", Level::kError, kSomeTime, 1).GetLogLine());
+    const SYSTEMTIME early{1, 12, 0, 31, 23, 59, 58, 999};
+    // No time has such numbers.
+    const SYSTEMTIME late{kMost, kMost, kMost, kMost, kMost, kMost, kMost, kMost};
+    SYSTEMTIME otherDayOfWeek = kSomeTime;
+    otherDayOfWeek.wDayOfWeek = 1;
+    struct Case {
+        LogData entry;
+        const wchar_t* line;
+    };
+    for (const Case& one : {
+             Case{Entry(L"Started"),
+                  L"2019/04/05 13:07:09.042|00001A2C|Information|CMainService::OnStart|Started"},
+             Case{Entry(L"x", Level::kDiag, "A::B"), L"2019/04/05 13:07:09.042|00001A2C|Diag       |A::B|x"},
+             Case{Entry(L"", Level::kTraceIn, "A::B"), L"2019/04/05 13:07:09.042|00001A2C|TraceIn    |A::B|"},
+             Case{LogData("A", L"", Level::kError, early, 0xFEDCBA98),
+                  L"0001/12/31 23:59:58.999|FEDCBA98|Error      |A|"},
+             Case{LogData("A", L"", Level::kError, SYSTEMTIME{}, 0),
+                  L"0000/00/00 00:00:00.000|00000000|Error      |A|"},
+             Case{LogData("A", L"", Level::kInformation, late, 0xFFFFFFFF),
+                  L"65535/65535/65535 65535:65535:65535.65535|FFFFFFFF|Information|A|"},
+             Case{LogData("A", L"b", Level::kError, otherDayOfWeek, 1),
+                  L"2019/04/05 13:07:09.042|00000001|Error      |A|b"},
+             Case{LogData(nullptr, nullptr, Level::kError, kSomeTime, 1),
+                  L"2019/04/05 13:07:09.042|00000001|Error      ||"},
+         }) {
+        EXPECT_EQ(one.entry.GetLogLine(), one.line);
+    }
 }
 
 TEST(LogLine, KeepsMessagesOfEveryLengthAndCharacter) {
@@ -62,11 +56,6 @@ TEST(LogLine, KeepsNamesOfEveryLength) {
     const std::string name(1000, 'n');
     EXPECT_THAT(Entry(L"x", Level::kError, name).GetLogLine(),
                 EndsWith(L"|Error      |" + std::wstring(1000, L'n') + L"|x"));
-}
-
-TEST(LogLine, TakesAMissingNameAndMessageForEmptyOnes) {
-    EXPECT_EQ(LogData(nullptr, nullptr, Level::kError, kSomeTime, 1).GetLogLine(),
-              L"2019/04/05 13:07:09.042|00000001|Error      ||");
 }
 
 TEST(LogLine, WidensForeignCharactersOfANameAsTheRuntimeDoes) {
@@ -101,19 +90,29 @@ TEST(LogLine, IsEmptyWhenThereIsNoMemoryAtAll) {
     EXPECT_THAT(entry.GetLogLine(), EndsWith(L"|x"));
 }
 
-TEST(LevelName, IsTheLevelsOwn) {
-    EXPECT_EQ(Entry(L"", 0).GetLevelName(), L"TraceIn");
-    EXPECT_EQ(Entry(L"", 1).GetLevelName(), L"TraceOut");
-    EXPECT_EQ(Entry(L"", 2).GetLevelName(), L"Verbose");
-    EXPECT_EQ(Entry(L"", 3).GetLevelName(), L"Information");
-    EXPECT_EQ(Entry(L"", 4).GetLevelName(), L"Warning");
-    EXPECT_EQ(Entry(L"", 5).GetLevelName(), L"Error");
-    EXPECT_EQ(Entry(L"", 6).GetLevelName(), L"Diag");
+TEST(Level, HasANumberAndANameThatIsReadInAnyCase) {
+    struct Case {
+        int level;
+        const wchar_t* name;
+        const wchar_t* otherCase;
+    };
+    for (const Case& one :
+         {Case{0, L"TraceIn", L"tracein"}, Case{1, L"TraceOut", L"TRACEOUT"}, Case{2, L"Verbose", L"vErBoSe"},
+          Case{3, L"Information", L"iNFORMATION"}, Case{4, L"Warning", L"warninG"},
+          Case{5, L"Error", L"eRROR"}, Case{6, L"Diag", L"dIAG"}}) {
+        EXPECT_EQ(Entry(L"", one.level).GetLevelName(), one.name);
+        EXPECT_EQ(LevelFromName(one.name), one.level);
+        EXPECT_EQ(LevelFromName(one.otherCase), one.level);
+    }
 }
 
-TEST(LevelName, OfOtherNumbersIsUndefined) {
+TEST(Level, OfEveryOtherNumberIsUndefinedAndOfEveryOtherNameNever) {
     for (const int level : {7, 98, 99, 100, -1}) {
         EXPECT_EQ(Entry(L"", level).GetLevelName(), L"Undefined") << level;
+    }
+    EXPECT_EQ(LevelFromName(nullptr), 99);
+    for (const wchar_t* name : {L"", L"Never", L"Undefined", L" Error", L"Error ", L"5", L"Err"}) {
+        EXPECT_EQ(LevelFromName(name), 99) << testing::PrintToString(std::wstring(name));
     }
 }
 
@@ -161,31 +160,6 @@ TEST(LogData, BecomesAnotherEntryWithoutTracesOfTheFormer) {
     EXPECT_THAT(entry.GetLogLine(), EndsWith(L"|Warning    |A::B|text"));
     entry.Assign("C::D", L"more", Level::kError, kSomeTime, 7);
     EXPECT_EQ(entry.GetLogLine(), L"2019/04/05 13:07:09.042|00000007|Error      |C::D|more");
-}
-
-TEST(LevelFromName, KnowsEveryName) {
-    EXPECT_EQ(LevelFromName(L"TraceIn"), 0);
-    EXPECT_EQ(LevelFromName(L"TraceOut"), 1);
-    EXPECT_EQ(LevelFromName(L"Verbose"), 2);
-    EXPECT_EQ(LevelFromName(L"Information"), 3);
-    EXPECT_EQ(LevelFromName(L"Warning"), 4);
-    EXPECT_EQ(LevelFromName(L"Error"), 5);
-    EXPECT_EQ(LevelFromName(L"Diag"), 6);
-    EXPECT_EQ(LevelFromName(L"Never"), 99);
-}
-
-TEST(LevelFromName, DoesNotRegardCase) {
-    EXPECT_EQ(LevelFromName(L"tracein"), 0);
-    EXPECT_EQ(LevelFromName(L"TRACEOUT"), 1);
-    EXPECT_EQ(LevelFromName(L"vErBoSe"), 2);
-    EXPECT_EQ(LevelFromName(L"dIAG"), 6);
-}
-
-TEST(LevelFromName, TakesEverythingElseForNever) {
-    EXPECT_EQ(LevelFromName(nullptr), Level::kNever);
-    for (const wchar_t* name : {L"", L"Undefined", L" Error", L"Error ", L"5", L"Err"}) {
-        EXPECT_EQ(LevelFromName(name), Level::kNever) << testing::PrintToString(std::wstring(name));
-    }
 }
 
 }  // namespace

@@ -2,10 +2,14 @@
 
 #include <windows.h>
 
+#include <gmock/gmock.h>
+
 #include <chrono>
 #include <string>
+#include <thread>
+#include <vector>
 
-#include "logging/listener.h"
+#include "logging/log_data.h"
 #include "tests/support/scoped_import.h"
 
 namespace LoggingTests {
@@ -32,6 +36,44 @@ template <class Condition>
         Rig::Real<&::Sleep>(1);
     }
     return true;
+}
+
+/// Counts the calls of a function, which go on to it.
+template <auto Function>
+class CountedCalls {
+  public:
+    [[nodiscard]] int Calls() const { return m_calls.Calls(); }
+
+  private:
+    Rig::ScopedImport<Function> m_calls{Rig::kWrapping, [](const auto& original, auto... arguments) {
+                                            return original.Original(arguments...);
+                                        }};
+};
+
+/// Lets four threads log so many lines each at once, "<thread> <line>".
+inline void LogOnManyThreads(Orva::Shared::CorvaLogListener& listener, int lines) {
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([&listener, lines, thread] {
+            for (int line = 0; line < lines; ++line) {
+                listener.Log(Entry(std::to_wstring(thread) + L" " + std::to_wstring(line)));
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+/// Every line of those stands there whole, those of each thread in their order.
+inline void ExpectLinesOfManyThreads(const std::vector<std::string>& messages, int lines) {
+    std::vector<int> next(4);
+    for (const std::string& message : messages) {
+        const int thread = std::stoi(message);
+        EXPECT_EQ(message,
+                  std::to_string(thread) + " " + std::to_string(next.at(static_cast<std::size_t>(thread))++));
+    }
+    EXPECT_THAT(next, testing::Each(lines));
 }
 
 }  // namespace LoggingTests

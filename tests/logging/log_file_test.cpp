@@ -9,7 +9,6 @@
 #include "tests/logging/log_directory.h"
 #include "tests/logging/log_entries.h"
 #include "tests/logging/policy_keys.h"
-#include "tests/support/scoped_import.h"
 #include "tests/support/skip_unless_imported.h"
 
 namespace LoggingTests {
@@ -19,7 +18,6 @@ using Orva::Shared::LogFile;
 using Orva::Shared::OpenPolicyKeys;
 using Orva::Shared::PolicyKeys;
 using Rig::RegistryNumber;
-using Rig::ScopedImport;
 using testing::ElementsAre;
 
 class LogFileTest : public testing::Test {
@@ -30,31 +28,12 @@ class LogFileTest : public testing::Test {
         EXPECT_TRUE(m_file.Locate(L"logging_tests.log", keys));
     }
 
-    /// Whether another thread could write now.
-    [[nodiscard]] bool MutexIsFree() const {
-        bool free = false;
-        std::thread([&] {
-            const Platform::UniqueHandle mutex(
-                CreateMutexW(nullptr, FALSE, MutexNameOf(m_appData.Log()).c_str()));
-            free = WaitForSingleObject(mutex.Get(), 0) == WAIT_OBJECT_0;
-            if (free) {
-                ReleaseMutex(mutex.Get());
-            }
-        }).join();
-        return free;
-    }
+    [[nodiscard]] bool MutexIsFree() const { return LoggingTests::MutexIsFree(m_appData.Log()); }
 
     Policies m_policies;
     AppData m_appData;
     LogFile m_file;
 };
-
-TEST_F(LogFileTest, PathIsNeverTheCreatorsOwn) {
-    EXPECT_FALSE(m_file.HasCustomPath());
-    Locate();
-    EXPECT_FALSE(m_file.HasCustomPath());
-    EXPECT_EQ(m_file.Path(), m_appData.Log());
-}
 
 TEST_F(LogFileTest, LimitIsReadOnce) {
     m_policies.OfExecutable(L"MaxLogSize", RegistryNumber(2));
@@ -71,8 +50,7 @@ TEST_F(LogFileTest, OpeningTwiceClosesTheFirstStreamAndTakesTheMutexASecondTime)
     Locate();
     // A thread of its own: what it holds at its end is free for others.
     std::thread([this] {
-        const ScopedImport<&::fclose> closes{
-            Rig::kWrapping, [](const auto& original, FILE* stream) { return original.Original(stream); }};
+        const CountedCalls<&::fclose> closes;
         EXPECT_TRUE(m_file.LockAndOpen());
         m_file.WriteEntry(Entry(L"one"));
         EXPECT_TRUE(m_file.LockAndOpen());

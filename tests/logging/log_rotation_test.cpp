@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 
 #include <array>
+#include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -107,80 +109,73 @@ TEST_F(RotationTest, WithoutAnOpenFileOnlyRenames) {
     EXPECT_THAT(m_appData.Names(), ElementsAre(L"logging_tests_0001.log"));
 }
 
-TEST_F(RotationTest, WithOneNumberedFileMakesItNumberTwo) {
+class RotationOfMany : public RotationTest, public testing::WithParamInterface<int> {};
+
+TEST_P(RotationOfMany, GivesEachTheNextNumberAndDeletesTheOldestOfJustNine) {
+    const int count = GetParam();
     MakeCurrent();
-    MakeNumbered(1);
+    MakeNumbered(count);
     Rotate();
-    EXPECT_THAT(Texts(3), ElementsAre("current", "1", "-"));
+    std::vector<std::string> expected{"current"};
+    for (int number = 1; number <= (count == 9 ? 8 : count); ++number) {
+        expected.push_back(std::to_string(number));
+    }
+    expected.emplace_back("-");
+    EXPECT_EQ(Texts(static_cast<int>(expected.size())), expected);
+    EXPECT_EQ(m_appData.Names().size(), expected.size());
 }
 
-TEST_F(RotationTest, WithEightNumberedFilesKeepsAll) {
-    MakeCurrent();
-    MakeNumbered(8);
-    Rotate();
-    EXPECT_THAT(Texts(10), ElementsAre("current", "1", "2", "3", "4", "5", "6", "7", "8", "-"));
-}
+INSTANTIATE_TEST_SUITE_P(Counts, RotationOfMany, testing::Values(0, 1, 8, 9, 10, 25));
 
-TEST_F(RotationTest, WithNineNumberedFilesDeletesTheOldest) {
-    MakeCurrent();
-    MakeNumbered(9);
-    Rotate();
-    EXPECT_THAT(Texts(10), ElementsAre("current", "1", "2", "3", "4", "5", "6", "7", "8", "-"));
-}
+/// Numbered files with texts and ages, in minutes after some day.
+struct AgedFile {
+    int number;
+    const char* text;
+    int minutes;
+};
 
-TEST_F(RotationTest, WithTenNumberedFilesDeletesNone) {
-    MakeCurrent();
-    MakeNumbered(10);
-    Rotate();
-    EXPECT_THAT(Texts(12), ElementsAre("current", "1", "2", "3", "4", "5", "6", "7", "8", "9", "10", "-"));
-}
+class RotationByAge : public RotationTest {
+  protected:
+    void MakeAged(const std::vector<AgedFile>& files) {
+        MakeCurrent();
+        for (const AgedFile& file : files) {
+            WriteBytes(m_appData.Log(file.number), file.text);
+            SetLastWrite(m_appData.Log(file.number), file.minutes);
+        }
+    }
+};
 
-TEST_F(RotationTest, WithTwentyFiveNumberedFilesTheHighestNumberGrows) {
-    MakeCurrent();
-    MakeNumbered(25);
-    Rotate();
-    EXPECT_EQ(TextOf(1), "current");
-    EXPECT_EQ(TextOf(2), "1");
-    EXPECT_EQ(TextOf(26), "25");
-    EXPECT_EQ(m_appData.Names().size(), 27U);
-}
-
-TEST_F(RotationTest, AgeCountsNotTheNumber) {
-    MakeCurrent();
-    WriteBytes(m_appData.Log(1), "oldest");
-    SetLastWrite(m_appData.Log(1), 1);
-    WriteBytes(m_appData.Log(2), "newest");
-    SetLastWrite(m_appData.Log(2), 3);
-    WriteBytes(m_appData.Log(7), "middle");
-    SetLastWrite(m_appData.Log(7), 2);
+TEST_F(RotationByAge, AgeCountsNotTheNumber) {
+    MakeAged({{1, "oldest", 1}, {2, "newest", 3}, {7, "middle", 2}});
     Rotate();
     EXPECT_THAT(Texts(5), ElementsAre("current", "newest", "middle", "oldest", "-"));
 }
 
-TEST_F(RotationTest, AgeIsTheWholeTimeNotItsLowHalf) {
-    MakeCurrent();
+TEST_F(RotationByAge, AgeIsTheWholeTimeNotItsLowHalf) {
     // The low half of a file time runs over about every seven minutes.
-    WriteBytes(m_appData.Log(3), "old");
-    SetLastWrite(m_appData.Log(3), 0);
-    WriteBytes(m_appData.Log(4), "new");
-    SetLastWrite(m_appData.Log(4), 7);
-    WriteBytes(m_appData.Log(5), "newer");
-    SetLastWrite(m_appData.Log(5), 100);
+    MakeAged({{3, "old", 0}, {4, "new", 7}, {5, "newer", 100}});
     Rotate();
     EXPECT_THAT(Texts(4), ElementsAre("current", "newer", "new", "old"));
 }
 
-TEST_F(RotationTest, OfTwoFilesOfTheSameTimeOneKeepsItsName) {
-    MakeCurrent();
-    for (const int number : {5, 6}) {
-        WriteBytes(m_appData.Log(number), "same");
-        SetLastWrite(m_appData.Log(number), 1);
-    }
+TEST_F(RotationByAge, OfTwoFilesOfTheSameTimeOneKeepsItsName) {
+    MakeAged({{5, "same", 1}, {6, "same", 1}});
     Rotate();
-    EXPECT_EQ(TextOf(1), "current");
-    EXPECT_EQ(TextOf(2), "same");
+    EXPECT_THAT(Texts(2), ElementsAre("current", "same"));
     EXPECT_TRUE(Exists(m_appData.Log(5)) != Exists(m_appData.Log(6)));
     EXPECT_EQ(m_appData.Names().size(), 4U);
+}
+
+TEST_F(RotationByAge, FileThatKeepsItsNameMayBlockATarget) {
+    MakeAged({{1, "same", 1}, {2, "same", 1}});
+    Rotate();
+    // Either number 1 or number 2 stays. Nothing is overwritten, whichever it is.
+    std::multiset<std::string> texts;
+    for (const std::wstring& name : m_appData.Names()) {
+        texts.insert(ReadBytes(m_appData.File(name)));
+    }
+    EXPECT_EQ(texts.count("same"), 2U);
+    EXPECT_EQ(texts.count("current"), 1U);
 }
 
 TEST_F(RotationTest, NineFilesOfWhichTwoHaveTheSameTimeCountAsEight) {
@@ -191,22 +186,6 @@ TEST_F(RotationTest, NineFilesOfWhichTwoHaveTheSameTimeCountAsEight) {
     // Number 8 or 9 has kept its name; nothing was deleted.
     EXPECT_EQ(m_appData.Names().size(), 11U);
     EXPECT_EQ(TextOf(2), "1");
-}
-
-TEST_F(RotationTest, FileThatKeepsItsNameMayBlockATarget) {
-    MakeCurrent();
-    for (const int number : {1, 2}) {
-        WriteBytes(m_appData.Log(number), "same");
-        SetLastWrite(m_appData.Log(number), 1);
-    }
-    Rotate();
-    // Either number 1 or number 2 stays. Nothing is overwritten, whichever it is.
-    std::size_t texts = 0;
-    for (const std::wstring& name : m_appData.Names()) {
-        const std::string bytes = ReadBytes(m_appData.File(name));
-        texts += bytes == "same" || bytes.find("current") != std::string::npos ? 1U : 0U;
-    }
-    EXPECT_EQ(texts, 3U);
 }
 
 TEST_F(RotationTest, WhateverIsNamedLikeANumberedFileIsTakenForOne) {
@@ -256,37 +235,6 @@ TEST_F(RotationTest, TemporaryNamesAreNumberedModulo256) {
 
 // --- Size -------------------------------------------------------------------------------------
 
-TEST_F(RotationTest, WithoutForceAFileOfJustTheLimitStays) {
-    Limit(2);
-    WriteBytes(m_appData.Log(), std::string(2 * 1024, 'x'));
-    Rotate(kWhenLarge);
-    EXPECT_THAT(m_appData.Names(), ElementsAre(L"logging_tests.log"));
-}
-
-TEST_F(RotationTest, WithoutForceAFileAboveTheLimitIsRotated) {
-    Limit(2);
-    WriteBytes(m_appData.Log(), std::string(2 * 1024 + 1, 'x'));
-    Rotate(kWhenLarge);
-    EXPECT_EQ(TextOf(1).size(), 2U * 1024 + 1);
-}
-
-TEST_F(RotationTest, ForceDoesNotAskForTheSize) {
-    Limit(2);
-    WriteBytes(m_appData.Log(), "x");
-    Rotate(kForced);
-    EXPECT_EQ(TextOf(1), "x");
-}
-
-TEST_F(RotationTest, LimitOfZeroFallsBackTo2048) {
-    Limit(0);
-    WriteBytes(m_appData.Log(), std::string(2048 * 1024, 'x'));
-    Rotate(kWhenLarge);
-    EXPECT_FALSE(Exists(m_appData.Log(1)));
-    WriteBytes(m_appData.Log(), std::string(2048 * 1024 + 1, 'x'));
-    Rotate(kWhenLarge);
-    EXPECT_TRUE(Exists(m_appData.Log(1)));
-}
-
 /// Lets the log appear to be of another size, for a scope.
 class ScopedSize {
   public:
@@ -303,20 +251,36 @@ class ScopedSize {
     ScopedImport<&::GetFileAttributesExW> m_attributes;
 };
 
-TEST_F(RotationTest, FileOfFourGigabytesAndMoreIsRotated) {
+struct SizeCase {
+    DWORD limitKilobytes;
+    DWORD high;
+    DWORD low;
+    LogFile::Rotation rotation;
+    bool isRotated;
+};
+
+class RotationBySize : public RotationTest, public testing::WithParamInterface<SizeCase> {};
+
+TEST_P(RotationBySize, ComparesTheWholeSizeWithTheLimit) {
+    const SizeCase& one = GetParam();
+    Limit(one.limitKilobytes);
     MakeCurrent();
-    const ScopedSize size(1, 0);
-    Rotate(kWhenLarge);
-    EXPECT_EQ(TextOf(1), "current");
+    const ScopedSize size(one.high, one.low);
+    Rotate(one.rotation);
+    EXPECT_EQ(TextOf(1), one.isRotated ? "current" : "-");
 }
 
-TEST_F(RotationTest, LimitMayExceedWhatAFileCanHave) {
-    Limit(0xfffffffe);
-    MakeCurrent();
-    const ScopedSize size(0, 0xffffffff);
-    Rotate(kWhenLarge);
-    EXPECT_FALSE(Exists(m_appData.Log(1)));
-}
+INSTANTIATE_TEST_SUITE_P(Sizes, RotationBySize,
+                         testing::Values(SizeCase{2, 0, 2 * 1024, kWhenLarge, false},
+                                         SizeCase{2, 0, 2 * 1024 + 1, kWhenLarge, true},
+                                         SizeCase{2, 0, 1, kForced, true},
+                                         // Zero falls back to 2048.
+                                         SizeCase{0, 0, 2048 * 1024, kWhenLarge, false},
+                                         SizeCase{0, 0, 2048 * 1024 + 1, kWhenLarge, true},
+                                         // Of four gigabytes and more.
+                                         SizeCase{2048, 1, 0, kWhenLarge, true},
+                                         // A limit beyond what the low half can have.
+                                         SizeCase{0xfffffffe, 0, 0xffffffff, kWhenLarge, false}));
 
 TEST_F(RotationTest, DoesNothingWithoutALog) {
     MakeNumbered(2);
@@ -350,26 +314,27 @@ std::vector<int> ChecksDuring(LogFile& file, int writes) {
     return checks;
 }
 
-TEST_F(RotationTest, SizeIsLookedAtAtTheFirstWriteAndThenEveryFiveWritesAKilobyteAndOne) {
-    Limit(2048);
-    EXPECT_THAT(ChecksDuring(File(), 21000), ElementsAre(1, 10242, 20483));
+struct CheckCase {
+    DWORD limitKilobytes;
+    int writes;
+    std::vector<int> checks;
+};
+
+class SizeChecks : public RotationTest, public testing::WithParamInterface<CheckCase> {};
+
+TEST_P(SizeChecks, ComeAtTheFirstWriteAndThenEveryFiveWritesAKilobyteAndOne) {
+    Limit(GetParam().limitKilobytes);
+    EXPECT_EQ(ChecksDuring(File(), GetParam().writes), GetParam().checks);
 }
 
-TEST_F(RotationTest, SizeOfASmallLogIsLookedAtOften) {
-    Limit(1);
-    EXPECT_THAT(ChecksDuring(File(), 20), ElementsAre(1, 7, 13, 19));
-}
-
-TEST_F(RotationTest, LimitWhoseProductHasASignIsLookedAtAtEveryWrite) {
-    Limit(0x10000000);
-    EXPECT_THAT(ChecksDuring(File(), 4), ElementsAre(1, 2, 3, 4));
-}
-
-TEST_F(RotationTest, CounterRunsOverWithoutHarm) {
-    // Ten times this is one below the greatest signed number, once the high bits are cut off.
-    Limit(0x73333333);
-    EXPECT_THAT(ChecksDuring(File(), 3), ElementsAre(1));
-}
+INSTANTIATE_TEST_SUITE_P(Limits, SizeChecks,
+                         testing::Values(CheckCase{2048, 21000, {1, 10242, 20483}},
+                                         CheckCase{1, 20, {1, 7, 13, 19}},
+                                         // Ten times the limit has a sign.
+                                         CheckCase{0x10000000, 4, {1, 2, 3, 4}},
+                                         // Ten times this is one below the greatest signed number, once
+                                         // the high bits are cut off: the counter runs over.
+                                         CheckCase{0x73333333, 3, {1}}));
 
 TEST_F(RotationTest, LineGoesToTheNewFileWhenTheSizeIsExceeded) {
     Limit(1);
@@ -396,61 +361,41 @@ TEST_F(RotationTest, SteadyWritingKeepsNineNumberedFiles) {
 
 // --- Failures ---------------------------------------------------------------------------------
 
-/// Lets one rename fail, for a scope; counted from 1 in the order of the rotation.
-class FailingRename {
-  public:
-    explicit FailingRename(int which) : m_fails(FALSE, ERROR_SHARING_VIOLATION, Rig::AtCall(which)) {}
-    [[nodiscard]] int Calls() const { return m_fails.Calls(); }
-
-  private:
-    Rig::ScopedResult<&::MoveFileW> m_fails;
+struct RenameCase {
+    int which;  ///< counted from 1 in the order of the rotation
+    int calls;
+    std::vector<std::string> numbered;
+    std::size_t files;
 };
 
-TEST_F(RotationTest, RenameThatFailsAtFirstLeavesTheNumberedFiles) {
+class FailingRename : public RotationTest, public testing::WithParamInterface<RenameCase> {};
+
+TEST_P(FailingRename, StopsTheNewerOnesOrLeavesATemporaryFile) {
+    const RenameCase& one = GetParam();
     MakeCurrent();
     MakeNumbered(3);
-    const FailingRename fails(1);
+    const Rig::ScopedResult<&::MoveFileW> fails{FALSE, ERROR_SHARING_VIOLATION, Rig::AtCall(one.which)};
     Rotate();
-    // Number 1 is still taken, so the log itself stays too.
-    EXPECT_EQ(fails.Calls(), 2);
-    EXPECT_THAT(Texts(4), ElementsAre("1", "2", "3", "-"));
-    EXPECT_EQ(ReadBytes(m_appData.Log()), "current");
+    EXPECT_EQ(fails.Calls(), one.calls);
+    EXPECT_EQ(Texts(5), one.numbered);
+    EXPECT_EQ(m_appData.Names().size(), one.files);
+    if (one.numbered.front() == "1") {
+        // Number 1 is still taken, so the log itself stays too.
+        EXPECT_EQ(ReadBytes(m_appData.Log()), "current");
+    }
 }
 
-TEST_F(RotationTest, RenameThatFailsInBetweenStopsTheNewerOnes) {
-    MakeCurrent();
-    MakeNumbered(3);
-    const FailingRename fails(2);
-    Rotate();
-    // Number 3 went to 4; 2 and 1 stayed where they were.
-    EXPECT_EQ(fails.Calls(), 4);
-    EXPECT_THAT(Texts(5), ElementsAre("1", "2", "-", "3", "-"));
-    EXPECT_EQ(ReadBytes(m_appData.Log()), "current");
-}
-
-TEST_F(RotationTest, RenameThatFailsForTheNewestLeavesItAndTheLog) {
-    MakeCurrent();
-    MakeNumbered(3);
-    const FailingRename fails(3);
-    Rotate();
-    EXPECT_THAT(Texts(5), ElementsAre("1", "-", "2", "3", "-"));
-    EXPECT_EQ(ReadBytes(m_appData.Log()), "current");
-}
-
-TEST_F(RotationTest, RenameThatFailsInTheSecondPhaseLeavesATemporaryFile) {
-    MakeCurrent();
-    MakeNumbered(3);
-    const FailingRename fails(5);
-    Rotate();
-    EXPECT_EQ(fails.Calls(), 7);
-    EXPECT_THAT(Texts(5), ElementsAre("current", "1", "-", "3", "-"));
-    EXPECT_EQ(m_appData.Names().size(), 5U);
-}
+INSTANTIATE_TEST_SUITE_P(Renames, FailingRename,
+                         testing::Values(RenameCase{1, 2, {"1", "2", "3", "-", "-"}, 4},
+                                         RenameCase{2, 4, {"1", "2", "-", "3", "-"}, 4},
+                                         RenameCase{3, 6, {"1", "-", "2", "3", "-"}, 4},
+                                         // In the second phase.
+                                         RenameCase{5, 7, {"current", "1", "-", "3", "-"}, 5}));
 
 TEST_F(RotationTest, RenameThatFailsForTheLogGoesOnInIt) {
     MakeCurrent();
     MakeNumbered(1);
-    const FailingRename fails(3);
+    const Rig::ScopedResult<&::MoveFileW> fails{FALSE, ERROR_SHARING_VIOLATION, Rig::AtCall(3)};
     {
         const OpenedLogFile file(File());
         file->RotateLogFile(kForced);

@@ -4,10 +4,9 @@
 #include <cwchar>
 #include <vector>
 
-#include "logging/console_listener.h"
-#include "logging/debug_listener.h"
-#include "logging/event_listener.h"
+#include "logging/log_data.h"
 #include "logging/logger.h"
+#include "logging/output_listeners.h"
 #include "tests/logging/failing_memory.h"
 #include "tests/logging/log_directory.h"
 #include "tests/logging/log_entries.h"
@@ -258,44 +257,30 @@ class OutputOrderTest : public testing::Test {
 TEST_F(OutputOrderTest, IsEventFileDebugConsoleWhateverTheWordsOrder) {
     EXPECT_THAT(OutputsOf(L"Console Debug File Event"), ElementsAre("event", "file", "debug", "console"));
     EXPECT_EQ(m_fileType, ListenerType::kFile);
+    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("text"));
 }
 
-TEST_F(OutputOrderTest, EventAloneWritesNoFile) {
+TEST_F(OutputOrderTest, OneAloneWritesNoFile) {
     EXPECT_THAT(OutputsOf(L"event"), ElementsAre("event"));
+    EXPECT_THAT(OutputsOf(L"Debug"), ElementsAre("debug"));
+    EXPECT_THAT(OutputsOf(L"CONSOLE"), ElementsAre("console"));
     EXPECT_THAT(m_appData.Names(), IsEmpty());
 }
 
-TEST_F(OutputOrderTest, DebugAlone) {
-    EXPECT_THAT(OutputsOf(L"Debug"), ElementsAre("debug"));
-}
-
-TEST_F(OutputOrderTest, ConsoleAlone) {
-    EXPECT_THAT(OutputsOf(L"CONSOLE"), ElementsAre("console"));
-}
-
-TEST_F(OutputOrderTest, FileByNameIsSynchronous) {
-    EXPECT_THAT(OutputsOf(L"FILE"), ElementsAre("file"));
-    EXPECT_EQ(m_fileType, ListenerType::kFile);
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("text"));
-}
-
-TEST_F(OutputOrderTest, FileByNameIsQueuedWhenPolicySaysSo) {
+TEST_F(OutputOrderTest, FileByNameIsSynchronousAndByDefaultQueuedUnlessPolicySaysOtherwise) {
+    std::vector<std::string> messages;
+    const auto expectType = [&](const wchar_t* loggingType, int type) {
+        EXPECT_THAT(OutputsOf(loggingType), ElementsAre("file"));
+        EXPECT_EQ(m_fileType, type);
+        messages.emplace_back("text");
+        EXPECT_EQ(ReadMessages(m_appData.Log()), messages);
+    };
+    expectType(L"FILE", ListenerType::kFile);
+    expectType(L"", ListenerType::kQueuedFile);
     m_policies.OfExecutable(L"QueuedWrites", Rig::RegistryNumber(1));
-    EXPECT_THAT(OutputsOf(L"FILE"), ElementsAre("file"));
-    EXPECT_EQ(m_fileType, ListenerType::kQueuedFile);
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("text"));
-}
-
-TEST_F(OutputOrderTest, FileByDefaultIsSynchronousWhenPolicySaysSo) {
+    expectType(L"FILE", ListenerType::kQueuedFile);
     m_policies.OfExecutable(L"QueuedWrites", Rig::RegistryNumber(0));
-    EXPECT_THAT(OutputsOf(L"none"), ElementsAre("file"));
-    EXPECT_EQ(m_fileType, ListenerType::kFile);
-}
-
-TEST_F(OutputOrderTest, QueuedFileByDefault) {
-    EXPECT_THAT(OutputsOf(L""), ElementsAre("file"));
-    EXPECT_EQ(m_fileType, ListenerType::kQueuedFile);
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("text"));
+    expectType(L"none", ListenerType::kFile);
 }
 
 TEST(CreateLogger, WithoutPolicyMakesOneQueuedFileOfTraceInToError) {

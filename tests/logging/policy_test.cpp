@@ -103,32 +103,26 @@ TEST(ProductName, IsEmptyWhenTheResourceCannotBeRead) {
     EXPECT_EQ(fails.Calls(), 1);
 }
 
-TEST(ProductName, IsAskedForInTheWindowsCodePageFirst) {
-    ScopedVersion version({{L"040904E4", L"First", 6}, {L"040904B0", L"Second", 7}});
-    EXPECT_EQ(GetProductName(L"x.exe"), L"First");
-    EXPECT_THAT(version.asked, ElementsAre(L"\\StringFileInfo\\040904E4\\ProductName"));
-}
-
-TEST(ProductName, IsAskedForInUnicodeWhenTheFirstIsMissing) {
-    ScopedVersion version({{L"040904B0", L"Second", 7}});
-    EXPECT_EQ(GetProductName(L"x.exe"), L"Second");
-    EXPECT_THAT(version.asked, ElementsAre(L"\\StringFileInfo\\040904E4\\ProductName",
-                                           L"\\StringFileInfo\\040904B0\\ProductName"));
-}
-
-TEST(ProductName, IsAskedForInUnicodeWhenTheFirstHasNoLength) {
-    const ScopedVersion version({{L"040904E4", L"First", 0}, {L"040904B0", L"Second", 7}});
-    EXPECT_EQ(GetProductName(L"x.exe"), L"Second");
-}
-
-TEST(ProductName, IsEmptyWhenNeitherHasALength) {
-    const ScopedVersion version({{L"040904E4", L"First", 0}, {L"040904B0", L"Second", 0}});
-    EXPECT_EQ(GetProductName(L"x.exe"), L"");
-}
-
-TEST(ProductName, HasTheLengthThatIsReturned) {
-    const ScopedVersion version({{L"040904B0", L"Second and more", 6}});
-    EXPECT_EQ(GetProductName(L"x.exe"), L"Second");
+TEST(ProductName, IsAskedForInTheWindowsCodePageAndThenInUnicode) {
+    const std::wstring first = L"\\StringFileInfo\\040904E4\\ProductName";
+    const std::wstring second = L"\\StringFileInfo\\040904B0\\ProductName";
+    struct Case {
+        std::vector<ScopedVersion::Text> texts;
+        std::wstring name;
+        std::vector<std::wstring> asked;
+    };
+    for (const Case& one : {
+             Case{{{L"040904E4", L"First", 6}, {L"040904B0", L"Second", 7}}, L"First", {first}},
+             Case{{{L"040904B0", L"Second", 7}}, L"Second", {first, second}},
+             Case{{{L"040904E4", L"First", 0}, {L"040904B0", L"Second", 7}}, L"Second", {first, second}},
+             Case{{{L"040904E4", L"First", 0}, {L"040904B0", L"Second", 0}}, L"", {first, second}},
+             // The length that is returned counts.
+             Case{{{L"040904B0", L"Second and more", 6}}, L"Second", {first, second}},
+         }) {
+        const ScopedVersion version(one.texts);
+        EXPECT_EQ(GetProductName(L"x.exe"), one.name);
+        EXPECT_EQ(version.asked, one.asked);
+    }
 }
 
 struct ModuleCase {
@@ -250,50 +244,23 @@ TEST_F(PolicyKeysTest, PathTooLongForAFileNameGivesNone) {
     EXPECT_FALSE(Keys().product);
 }
 
-// --- Levels -----------------------------------------------------------------------------------
+// --- The settings -----------------------------------------------------------------------------
 
-class LogLevels : public PolicyKeysTest {
-  protected:
-    int Min() { return ReadLogLevels(Keys()).minLevel; }
-    int Max() { return ReadLogLevels(Keys()).maxLevel; }
-};
-
-TEST_F(LogLevels, AreTraceInToErrorWithoutPolicy) {
-    EXPECT_EQ(Min(), Level::kTraceIn);
-    EXPECT_EQ(Max(), Level::kError);
-    m_policies.CreateExecutable();
-    EXPECT_EQ(Min(), Level::kTraceIn);
-    EXPECT_EQ(Max(), Level::kError);
+int Min(const PolicyKeys& keys) {
+    return ReadLogLevels(keys).minLevel;
 }
-
-TEST_F(LogLevels, ComeFromTheProduct) {
-    m_policies.OfProduct(L"MinLogLevel", RegistryText(L"Information"));
-    m_policies.OfProduct(L"MaxLogLevel", RegistryText(L"diag"));
-    EXPECT_EQ(Min(), Level::kInformation);
-    EXPECT_EQ(Max(), Level::kDiag);
+int Max(const PolicyKeys& keys) {
+    return ReadLogLevels(keys).maxLevel;
 }
-
-TEST_F(LogLevels, ComeFromTheExecutableBeforeTheProduct) {
-    m_policies.OfProduct(L"MinLogLevel", RegistryText(L"Information"));
-    m_policies.OfExecutable(L"MinLogLevel", RegistryText(L"VERBOSE"));
-    EXPECT_EQ(Min(), Level::kVerbose);
+int Size(const PolicyKeys& keys) {
+    return static_cast<int>(ReadMaxLogSize(keys));
 }
-
-TEST_F(LogLevels, UnknownNameReadsAsNeverAndHidesTheProducts) {
-    m_policies.OfProduct(L"MinLogLevel", RegistryText(L"Information"));
-    m_policies.OfExecutable(L"MinLogLevel", RegistryText(L"loud"));
-    m_policies.OfProduct(L"MaxLogLevel", RegistryText(L" Error"));
-    EXPECT_EQ(Min(), Level::kNever);
-    EXPECT_EQ(Max(), Level::kNever);
+/// Of a listener that was made with queued writes, or without.
+int Queued(const PolicyKeys& keys) {
+    return ReadQueuedWrites(keys, true) ? 1 : 0;
 }
-
-struct IgnoredValue {
-    const char* name;
-    RegistryValue value;
-};
-
-void PrintTo(const IgnoredValue& value, std::ostream* out) {
-    *out << value.name;
+int NotQueued(const PolicyKeys& keys) {
+    return ReadQueuedWrites(keys, false) ? 1 : 0;
 }
 
 /// Exactly so many bytes of "Error" and blanks, without a terminator.
@@ -304,49 +271,97 @@ RegistryValue TextOfBytes(DWORD type, std::size_t bytes) {
     return value;
 }
 
-class IgnoredLevel : public LogLevels, public testing::WithParamInterface<IgnoredValue> {};
-
-TEST_P(IgnoredLevel, FallsThroughToTheProductAndThenToTheDefault) {
-    m_policies.OfExecutable(L"MinLogLevel", GetParam().value);
-    EXPECT_EQ(Min(), Level::kTraceIn);
-    m_policies.OfProduct(L"MinLogLevel", GetParam().value);
-    EXPECT_EQ(Min(), Level::kTraceIn);
-    m_policies.OfProduct(L"MinLogLevel", RegistryText(L"Warning"));
-    EXPECT_EQ(Min(), Level::kWarning);
+/// The characters of a text without its terminator.
+RegistryValue Unterminated(DWORD type, const std::wstring& text) {
+    RegistryValue value{type, std::vector<std::byte>(text.size() * sizeof(wchar_t))};
+    std::memcpy(value.bytes.data(), text.data(), value.bytes.size());
+    return value;
 }
 
-TEST_P(IgnoredLevel, OfTheHighestFallsThroughToo) {
-    m_policies.OfExecutable(L"MaxLogLevel", GetParam().value);
-    EXPECT_EQ(Max(), Level::kError);
-    m_policies.OfProduct(L"MaxLogLevel", GetParam().value);
-    EXPECT_EQ(Max(), Level::kError);
-    m_policies.OfProduct(L"MaxLogLevel", RegistryText(L"Verbose"));
-    EXPECT_EQ(Max(), Level::kVerbose);
+using Value = std::optional<RegistryValue>;
+constexpr std::nullopt_t kNone = std::nullopt;
+
+Value Text(const std::wstring& text) {
+    return RegistryText(text);
+}
+Value Number(DWORD number) {
+    return RegistryNumber(number);
+}
+Value Eight(unsigned char first) {
+    return RegistryBytes(REG_QWORD, {first, 0, 0, 0, 0, 0, 0, 0});
 }
 
-INSTANTIATE_TEST_SUITE_P(Values, IgnoredLevel,
-                         testing::Values(IgnoredValue{"Number", RegistryNumber(5)},
-                                         IgnoredValue{"EmptyText", RegistryText(L"")},
-                                         IgnoredValue{"NoBytes", RegistryBytes(REG_SZ, {})},
-                                         IgnoredValue{"ExpandableText", TextOfBytes(REG_EXPAND_SZ, 10)},
-                                         IgnoredValue{"ManyTexts", TextOfBytes(REG_MULTI_SZ, 10)},
-                                         IgnoredValue{"Binary", TextOfBytes(REG_BINARY, 10)},
-                                         IgnoredValue{"NoType", TextOfBytes(REG_NONE, 10)},
-                                         IgnoredValue{"TooLong", TextOfBytes(REG_SZ, 258)}),
-                         [](const auto& chosen) { return std::string(chosen.param.name); });
+struct Setting {
+    const char* situation;
+    Value ofExecutable;
+    Value ofProduct;
+    int expected;
+};
 
-TEST_F(LogLevels, TextOfJustTheLimitIsTaken) {
-    // 127 characters and the terminator: not a name that is known.
-    m_policies.OfExecutable(L"MinLogLevel", RegistryText(L"Error" + std::wstring(122, L' ')));
-    EXPECT_EQ(Min(), Level::kNever);
+class Settings : public PolicyKeysTest {
+  protected:
+    void Expect(const std::wstring& name, int (*read)(const PolicyKeys&),
+                const std::vector<Setting>& settings) {
+        for (const Setting& setting : settings) {
+            const Policies policies;
+            policies.CreateExecutable();
+            if (setting.ofExecutable) {
+                policies.OfExecutable(name, *setting.ofExecutable);
+            }
+            if (setting.ofProduct) {
+                policies.OfProduct(name, *setting.ofProduct);
+            }
+            EXPECT_EQ(read(Keys()), setting.expected) << setting.situation;
+        }
+    }
+};
+
+TEST_F(Settings, HaveDefaultsWithoutAnyKey) {
+    EXPECT_EQ(Min(Keys()), Level::kTraceIn);
+    EXPECT_EQ(Max(Keys()), Level::kError);
+    EXPECT_EQ(Size(Keys()), 2048);
+    EXPECT_EQ(Queued(Keys()), 1);
+    EXPECT_EQ(NotQueued(Keys()), 0);
+    EXPECT_EQ(ReadOutputSelection(Keys()), ListenerType::kQueuedFile);
 }
 
-TEST_F(LogLevels, TextWithoutTerminatorIsTaken) {
-    m_policies.OfExecutable(L"MinLogLevel", TextOfBytes(REG_SZ, 10));
-    EXPECT_EQ(Min(), Level::kError);
+TEST_F(Settings, LowestLevel) {
+    // 127 characters and the terminator: not a name that is known, but short enough to be read.
+    const std::wstring justTheLimit = L"Error" + std::wstring(122, L' ');
+    Expect(L"MinLogLevel", &Min,
+           {{"without policy", kNone, kNone, Level::kTraceIn},
+            {"the product's", kNone, Text(L"Information"), Level::kInformation},
+            {"the executable's comes first", Text(L"VERBOSE"), Text(L"Information"), Level::kVerbose},
+            {"an unknown name hides the product's", Text(L"loud"), Text(L"Information"), Level::kNever},
+            {"a text of just the limit", Text(justTheLimit), kNone, Level::kNever},
+            {"a text without terminator", TextOfBytes(REG_SZ, 10), kNone, Level::kError}});
 }
 
-TEST_F(LogLevels, EveryListenerReadsThem) {
+TEST_F(Settings, HighestLevel) {
+    Expect(L"MaxLogLevel", &Max,
+           {{"without policy", kNone, kNone, Level::kError},
+            {"the product's", kNone, Text(L"diag"), Level::kDiag},
+            {"the executable's comes first", Text(L"Verbose"), Text(L"diag"), Level::kVerbose},
+            {"an unknown name", kNone, Text(L" Error"), Level::kNever}});
+}
+
+TEST_F(Settings, LevelsThatCountAsAbsent) {
+    for (const Value& ignored :
+         {Number(5), Text(L""), Value(RegistryBytes(REG_SZ, {})), Value(TextOfBytes(REG_EXPAND_SZ, 10)),
+          Value(TextOfBytes(REG_MULTI_SZ, 10)), Value(TextOfBytes(REG_BINARY, 10)),
+          Value(TextOfBytes(REG_NONE, 10)), Value(TextOfBytes(REG_SZ, 258))}) {
+        SCOPED_TRACE("type " + std::to_string(ignored->type) + ", bytes " +
+                     std::to_string(ignored->bytes.size()));
+        Expect(L"MinLogLevel", &Min,
+               {{"both", ignored, ignored, Level::kTraceIn},
+                {"falls through", ignored, Text(L"Warning"), Level::kWarning}});
+        Expect(L"MaxLogLevel", &Max,
+               {{"both", ignored, ignored, Level::kError},
+                {"falls through", ignored, Text(L"Verbose"), Level::kVerbose}});
+    }
+}
+
+TEST_F(Settings, EveryListenerReadsItsLevels) {
     m_policies.OfProduct(L"MinLogLevel", RegistryText(L"Warning"));
     m_policies.OfProduct(L"MaxLogLevel", RegistryText(L"Never"));
     class Listener final : public CorvaLogListener {
@@ -365,178 +380,66 @@ TEST_F(LogLevels, EveryListenerReadsThem) {
     EXPECT_EQ(ignorant.MaxLogLevel(), Level::kError);
 }
 
-// --- MaxLogSize -------------------------------------------------------------------------------
-
-class MaxLogSize : public PolicyKeysTest {
-  protected:
-    std::uint32_t Size() { return ReadMaxLogSize(Keys()); }
-};
-
-TEST_F(MaxLogSize, Is2048WithoutPolicy) {
-    EXPECT_EQ(Size(), 2048U);
-    m_policies.CreateExecutable();
-    EXPECT_EQ(Size(), 2048U);
+TEST_F(Settings, MaxLogSize) {
+    Expect(L"MaxLogSize", &Size,
+           {{"without policy", kNone, kNone, 2048},
+            {"the product's", kNone, Number(100), 100},
+            {"the executable's comes first", Number(7), Number(100), 7},
+            {"zero falls through to the product's", Number(0), Number(100), 100},
+            {"zero twice", Number(0), Number(0), 2048},
+            {"the bytes of a text", Text(L"5"), kNone, 0x35},
+            {"two bytes", RegistryBytes(REG_BINARY, {1, 2}), kNone, 0x201},
+            {"no bytes", RegistryBytes(REG_DWORD, {}), Number(100), 100},
+            {"too many bytes", Eight(9), Number(100), 100},
+            {"too many bytes twice", Eight(9), Text(L"100"), 2048}});
 }
 
-TEST_F(MaxLogSize, ComesFromTheExecutableBeforeTheProduct) {
-    m_policies.OfProduct(L"MaxLogSize", RegistryNumber(100));
-    EXPECT_EQ(Size(), 100U);
-    m_policies.OfExecutable(L"MaxLogSize", RegistryNumber(7));
-    EXPECT_EQ(Size(), 7U);
+TEST_F(Settings, QueuedWrites) {
+    Expect(L"QueuedWrites", &Queued,
+           {{"without policy as it was", kNone, kNone, 1},
+            {"the executable's comes first", Number(0), Number(1), 0},
+            {"no bytes are zero", RegistryBytes(REG_BINARY, {}), kNone, 0},
+            {"nor has an empty text any", Text(L""), kNone, 0}});
+    Expect(L"QueuedWrites", &NotQueued,
+           {{"without policy as it was", kNone, kNone, 0},
+            {"the product's", kNone, Number(1), 1},
+            {"any number but zero", Number(2), Number(0), 1},
+            {"the bytes of a text", Text(L"0"), kNone, 1},
+            {"too many bytes fall through", Eight(0), Number(1), 1},
+            {"too many bytes twice", Eight(0), Text(L"no"), 0}});
 }
 
-TEST_F(MaxLogSize, ZeroFallsThroughToTheProductAndThenTo2048) {
-    m_policies.OfExecutable(L"MaxLogSize", RegistryNumber(0));
-    m_policies.OfProduct(L"MaxLogSize", RegistryNumber(100));
-    EXPECT_EQ(Size(), 100U);
-    m_policies.OfProduct(L"MaxLogSize", RegistryNumber(0));
-    EXPECT_EQ(Size(), 2048U);
-}
-
-TEST_F(MaxLogSize, TakesTheBytesOfAnyType) {
-    m_policies.OfExecutable(L"MaxLogSize", RegistryText(L"5"));
-    EXPECT_EQ(Size(), 0x35U);
-    m_policies.OfExecutable(L"MaxLogSize", RegistryBytes(REG_BINARY, {1, 2}));
-    EXPECT_EQ(Size(), 0x201U);
-}
-
-TEST_F(MaxLogSize, TooLongValueFallsThrough) {
-    m_policies.OfExecutable(L"MaxLogSize", RegistryBytes(REG_QWORD, {9, 0, 0, 0, 0, 0, 0, 0}));
-    m_policies.OfProduct(L"MaxLogSize", RegistryNumber(100));
-    EXPECT_EQ(Size(), 100U);
-    m_policies.OfProduct(L"MaxLogSize", RegistryText(L"100"));
-    EXPECT_EQ(Size(), 2048U);
-}
-
-TEST_F(MaxLogSize, ValueWithoutBytesFallsThrough) {
-    m_policies.OfExecutable(L"MaxLogSize", RegistryBytes(REG_DWORD, {}));
-    m_policies.OfProduct(L"MaxLogSize", RegistryNumber(100));
-    EXPECT_EQ(Size(), 100U);
-}
-
-// --- QueuedWrites -----------------------------------------------------------------------------
-
-class QueuedWrites : public PolicyKeysTest {};
-
-TEST_F(QueuedWrites, StayAsTheyWereWithoutPolicy) {
-    EXPECT_TRUE(ReadQueuedWrites(Keys(), true));
-    EXPECT_FALSE(ReadQueuedWrites(Keys(), false));
-    m_policies.CreateExecutable();
-    EXPECT_TRUE(ReadQueuedWrites(Keys(), true));
-    EXPECT_FALSE(ReadQueuedWrites(Keys(), false));
-}
-
-TEST_F(QueuedWrites, ComeFromTheExecutableBeforeTheProduct) {
-    m_policies.OfProduct(L"QueuedWrites", RegistryNumber(1));
-    EXPECT_TRUE(ReadQueuedWrites(Keys(), false));
-    m_policies.OfExecutable(L"QueuedWrites", RegistryNumber(0));
-    EXPECT_FALSE(ReadQueuedWrites(Keys(), true));
-    m_policies.OfExecutable(L"QueuedWrites", RegistryNumber(2));
-    EXPECT_TRUE(ReadQueuedWrites(Keys(), false));
-}
-
-TEST_F(QueuedWrites, TakeTheBytesOfAnyType) {
-    m_policies.OfExecutable(L"QueuedWrites", RegistryText(L"0"));
-    EXPECT_TRUE(ReadQueuedWrites(Keys(), false));
-    m_policies.OfExecutable(L"QueuedWrites", RegistryText(L""));
-    EXPECT_FALSE(ReadQueuedWrites(Keys(), true));
-    m_policies.OfExecutable(L"QueuedWrites", RegistryBytes(REG_BINARY, {}));
-    EXPECT_FALSE(ReadQueuedWrites(Keys(), true));
-}
-
-TEST_F(QueuedWrites, TooLongValueFallsThrough) {
-    m_policies.OfExecutable(L"QueuedWrites", RegistryBytes(REG_QWORD, {0, 0, 0, 0, 0, 0, 0, 0}));
-    m_policies.OfProduct(L"QueuedWrites", RegistryNumber(1));
-    EXPECT_TRUE(ReadQueuedWrites(Keys(), false));
-    m_policies.OfProduct(L"QueuedWrites", RegistryText(L"no"));
-    EXPECT_FALSE(ReadQueuedWrites(Keys(), false));
-}
-
-// --- LoggingType ------------------------------------------------------------------------------
-
-class LoggingType : public PolicyKeysTest {
-  protected:
-    int Selection() { return ReadOutputSelection(Keys()); }
-    int SelectionOf(const std::wstring& text) {
-        m_policies.OfProduct(L"LoggingType", RegistryText(text));
-        return Selection();
-    }
-};
-
-TEST_F(LoggingType, IsTheQueuedFileWithoutPolicy) {
-    EXPECT_EQ(Selection(), ListenerType::kQueuedFile);
-    m_policies.CreateExecutable();
-    EXPECT_EQ(Selection(), ListenerType::kQueuedFile);
-}
-
-TEST_F(LoggingType, IsWhatTheWordsName) {
-    EXPECT_EQ(SelectionOf(L"EVENT"), ListenerType::kEvent);
-    EXPECT_EQ(SelectionOf(L"event"), ListenerType::kEvent);
-    EXPECT_EQ(SelectionOf(L"File"), ListenerType::kFile);
-    EXPECT_EQ(SelectionOf(L"console"), ListenerType::kConsole);
-    EXPECT_EQ(SelectionOf(L"dEBUG"), ListenerType::kDebug);
-}
-
-TEST_F(LoggingType, WordsMayStandAnywhere) {
-    EXPECT_EQ(SelectionOf(L"FILE,DEBUG"), ListenerType::kFile | ListenerType::kDebug);
-    EXPECT_EQ(SelectionOf(L"Debug File"), ListenerType::kFile | ListenerType::kDebug);
-    EXPECT_EQ(SelectionOf(L"EVENTFILE"), ListenerType::kEvent | ListenerType::kFile);
-    EXPECT_EQ(SelectionOf(L"profile"), ListenerType::kFile);
-    EXPECT_EQ(SelectionOf(L"Event;Debug;Console;File"),
-              ListenerType::kEvent | ListenerType::kFile | ListenerType::kConsole | ListenerType::kDebug);
-}
-
-TEST_F(LoggingType, WithoutAKnownWordIsTheQueuedFile) {
-    EXPECT_EQ(SelectionOf(L"NONE"), ListenerType::kQueuedFile);
-    EXPECT_EQ(SelectionOf(L""), ListenerType::kQueuedFile);
-    EXPECT_EQ(SelectionOf(L"EVEN"), ListenerType::kQueuedFile);
-}
-
-TEST_F(LoggingType, OfTheExecutableComesFirst) {
-    m_policies.OfProduct(L"LoggingType", RegistryText(L"EVENT"));
-    m_policies.OfExecutable(L"LoggingType", RegistryText(L"DEBUG"));
-    EXPECT_EQ(Selection(), ListenerType::kDebug);
-}
-
-TEST_F(LoggingType, EmptyTextOfTheExecutableHidesTheProducts) {
-    m_policies.OfProduct(L"LoggingType", RegistryText(L"EVENT"));
-    m_policies.OfExecutable(L"LoggingType", RegistryText(L""));
-    EXPECT_EQ(Selection(), ListenerType::kQueuedFile);
-    m_policies.OfExecutable(L"LoggingType", RegistryBytes(REG_NONE, {}));
-    EXPECT_EQ(Selection(), ListenerType::kQueuedFile);
-}
-
-TEST_F(LoggingType, TakesTheCharactersOfAnyType) {
-    m_policies.OfExecutable(L"LoggingType", TextOfBytes(REG_BINARY, 10));
-    EXPECT_EQ(Selection(), ListenerType::kQueuedFile);
-    m_policies.OfExecutable(L"LoggingType",
-                            RegistryBytes(REG_MULTI_SZ, {'D', 0, 'e', 0, 'b', 0, 'u', 0, 'g', 0}));
-    EXPECT_EQ(Selection(), ListenerType::kDebug);
-    m_policies.OfProduct(L"LoggingType", RegistryText(L"EVENT"));
-    m_policies.OfExecutable(L"LoggingType", RegistryNumber(5));
-    EXPECT_EQ(Selection(), ListenerType::kQueuedFile);
-}
-
-TEST_F(LoggingType, MayFillItsLimitWithoutATerminator) {
-    std::wstring text(60, L'.');
-    text += L"FILE";
-    RegistryValue value{REG_BINARY, std::vector<std::byte>(128)};
-    std::memcpy(value.bytes.data(), text.data(), 128);
-    m_policies.OfExecutable(L"LoggingType", value);
-    EXPECT_EQ(Selection(), ListenerType::kFile);
-}
-
-TEST_F(LoggingType, LongerThanItsLimitFallsThrough) {
-    m_policies.OfProduct(L"LoggingType", RegistryText(L"EVENT"));
-    // 64 characters and the terminator.
-    m_policies.OfExecutable(L"LoggingType", RegistryText(std::wstring(60, L'.') + L"FILE"));
-    EXPECT_EQ(Selection(), ListenerType::kEvent);
-}
-
-TEST_F(LoggingType, OfTheProductLongerThanItsLimitIsTheQueuedFile) {
-    EXPECT_EQ(SelectionOf(std::wstring(60, L'.') + L"FILE"), ListenerType::kQueuedFile);
-    EXPECT_EQ(SelectionOf(L"FILE" + std::wstring(60, L'.')), ListenerType::kQueuedFile);
-    EXPECT_EQ(SelectionOf(std::wstring(59, L'.') + L"FILE"), ListenerType::kFile) << "just the limit";
+TEST_F(Settings, LoggingType) {
+    constexpr int kFile = ListenerType::kFile;
+    constexpr int kDebug = ListenerType::kDebug;
+    constexpr int kEvent = ListenerType::kEvent;
+    constexpr int kQueuedFile = ListenerType::kQueuedFile;
+    constexpr int kAll = kEvent | kFile | kDebug | ListenerType::kConsole;
+    const auto dots = [](std::size_t count) { return std::wstring(count, L'.'); };
+    Expect(L"LoggingType", &ReadOutputSelection,
+           {{"without policy", kNone, kNone, kQueuedFile},
+            {"event", kNone, Text(L"EVENT"), kEvent},
+            {"in any case", kNone, Text(L"event"), kEvent},
+            {"file", kNone, Text(L"File"), kFile},
+            {"console", kNone, Text(L"console"), ListenerType::kConsole},
+            {"debug", kNone, Text(L"dEBUG"), kDebug},
+            {"with a comma", kNone, Text(L"FILE,DEBUG"), kFile | kDebug},
+            {"with a blank", kNone, Text(L"Debug File"), kFile | kDebug},
+            {"in one word", kNone, Text(L"EVENTFILE"), kEvent | kFile},
+            {"inside a word", kNone, Text(L"profile"), kFile},
+            {"all of them", kNone, Text(L"Event;Debug;Console;File"), kAll},
+            {"no known word", kNone, Text(L"NONE"), kQueuedFile},
+            {"half a word", kNone, Text(L"EVEN"), kQueuedFile},
+            {"empty", kNone, Text(L""), kQueuedFile},
+            {"the executable's comes first", Text(L"DEBUG"), Text(L"EVENT"), kDebug},
+            {"an empty one hides the product's", Text(L""), Text(L"EVENT"), kQueuedFile},
+            {"so does one without bytes", RegistryBytes(REG_NONE, {}), Text(L"EVENT"), kQueuedFile},
+            {"and a number", Number(5), Text(L"EVENT"), kQueuedFile},
+            {"the characters of any type", Unterminated(REG_MULTI_SZ, L"Debug"), kNone, kDebug},
+            {"64 characters without terminator", Unterminated(REG_BINARY, dots(60) + L"FILE"), kNone, kFile},
+            {"63 and the terminator", kNone, Text(dots(59) + L"FILE"), kFile},
+            {"64 and the terminator fall through", Text(dots(60) + L"FILE"), Text(L"EVENT"), kEvent},
+            {"too long twice", Text(dots(60) + L"FILE"), Text(L"FILE" + dots(60)), kQueuedFile}});
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "logging/log_data.h"
 #include "logging/logger.h"
 
 namespace LoggingTests {

@@ -3,10 +3,12 @@
 #include <gmock/gmock.h>
 #include <realtimeapiset.h>
 
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
 #include "logging/log_scope.h"
+#include "tests/logging/log_entries.h"
 #include "tests/logging/recording_listener.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/scoped_import.h"
@@ -50,23 +52,14 @@ std::wstring ElapsedLine(ULONGLONG ticks) {
     return logger.Messages().front();
 }
 
-TEST(ScopeTimer, WritesMilliseconds) {
+TEST(ScopeTimer, WritesMillisecondsBelowAThousandSecondsAndSecondsFromThereOn) {
     EXPECT_EQ(ElapsedLine(0), L"0:Elapsed time =     0.0 ms.");
     EXPECT_EQ(ElapsedLine(12'340), L"0:Elapsed time =     1.2 ms.");
     EXPECT_EQ(ElapsedLine(1500 * kTicksPerMillisecond), L"0:Elapsed time =  1500.0 ms.");
-}
-
-TEST(ScopeTimer, WritesMillisecondsBelowAThousandSeconds) {
     EXPECT_EQ(ElapsedLine(9'999'999'000), L"0:Elapsed time = 999999.9 ms.");
-}
-
-TEST(ScopeTimer, WritesSecondsFromAThousandOn) {
     EXPECT_EQ(ElapsedLine(1'000'000 * kTicksPerMillisecond), L"0:Elapsed time =  1000.0 s.");
     EXPECT_EQ(ElapsedLine(36'000'000 * kTicksPerMillisecond), L"0:Elapsed time = 36000.0 s.");
-}
-
-TEST(ScopeTimer, TakesTheTimeWithoutASign) {
-    // A clock that went back shows as an enormous time.
+    // Without a sign: a clock that went back shows as an enormous time.
     EXPECT_EQ(ElapsedLine(ULONGLONG{0} - 10'000), L"0:Elapsed time = 1844674407371.0 s.");
 }
 
@@ -84,30 +77,18 @@ TEST(ScopeTimer, RecordsMillisecondsInTheStatistics) {
     EXPECT_DOUBLE_EQ(record.totalMilliseconds, 2'000'005.0);
 }
 
-TEST(TimingStatistics, KnowsNothingAtFirst) {
-    const TimingStatistics statistics;
-    EXPECT_EQ(statistics.Find("A::B").count, 0);
+TEST(TimingStatistics, SumUpByNameAndRememberTheLongest) {
+    TimingStatistics statistics;
+    EXPECT_EQ(statistics.Find("Four").count, 0);
     EXPECT_EQ(statistics.LongestName(), 0U);
-}
-
-TEST(TimingStatistics, SumsUpByName) {
-    TimingStatistics statistics;
-    statistics.Add("A::B", 1.5);
-    statistics.Add("C::D", 7.0);
-    statistics.Add("A::B", 2.5);
-    EXPECT_EQ(statistics.Find("A::B").count, 2);
-    EXPECT_DOUBLE_EQ(statistics.Find("A::B").totalMilliseconds, 4.0);
-    EXPECT_EQ(statistics.Find("C::D").count, 1);
-}
-
-TEST(TimingStatistics, RemembersTheLongestName) {
-    TimingStatistics statistics;
-    statistics.Add("Four", 1.0);
+    statistics.Add("Four", 1.5);
     EXPECT_EQ(statistics.LongestName(), 4U);
-    statistics.Add("Sixsix", 1.0);
+    statistics.Add("Sixsix", 7.0);
+    statistics.Add("Four", 2.5);
     EXPECT_EQ(statistics.LongestName(), 6U);
-    statistics.Add("Five5", 1.0);
-    EXPECT_EQ(statistics.LongestName(), 6U);
+    EXPECT_EQ(statistics.Find("Four").count, 2);
+    EXPECT_DOUBLE_EQ(statistics.Find("Four").totalMilliseconds, 4.0);
+    EXPECT_EQ(statistics.Find("Sixsix").count, 1);
 }
 
 TEST(TimingStatistics, AddsUpWhatManyThreadsRecord) {
@@ -126,10 +107,15 @@ TEST(TimingStatistics, AddsUpWhatManyThreadsRecord) {
     EXPECT_EQ(statistics.Find("A::B").count, 4000);
 }
 
-TEST(LogScope, WritesEntryAndExit) {
-    const LogRecorder log;
-    { const LogScope scope("A::B"); }
-    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn("A::B"), TraceOut("A::B")));
+TEST(TimingStatistics, EachCallTakesTheLockOnce) {
+    TimingStatistics statistics;
+    const CountedCalls<&::EnterCriticalSection> enter;
+    const CountedCalls<&::LeaveCriticalSection> leave;
+    statistics.Add("A::B", 1.0);
+    EXPECT_EQ(statistics.Find("A::B").count, 1);
+    EXPECT_EQ(statistics.LongestName(), 4U);
+    EXPECT_EQ(enter.Calls(), 3);
+    EXPECT_EQ(leave.Calls(), 3);
 }
 
 TEST(LogScope, WritesArgumentsAndResult) {
@@ -167,22 +153,41 @@ TEST(LogScope, OmitsTheExitLineWhenTold) {
     EXPECT_THAT(log.Lines(), ElementsAre(TraceIn("A::B")));
 }
 
-TEST(LogScope, ExitLineComesAfterAnExceptionsLine) {
+TEST(LogScope, GuardGivesTheStepsAnswerAndWritesNothing) {
     const LogRecorder log;
-    const auto operation = [] {
-        const LogScope scope("A::B");
-        try {
-            throw 5;
-        } catch (...) {
-            scope.Error(L"Exception in B()");
-        }
-    };
-    operation();
-    EXPECT_THAT(log.Lines(),
-                ElementsAre(TraceIn("A::B"), Error("A::B", L"Exception in B()"), TraceOut("A::B")));
+    const LogScope scope("A::B");
+    EXPECT_EQ(scope.Guard(1, [] { return 2; }), 2);
+    bool ran = false;
+    scope.Guard([&] { ran = true; });
+    EXPECT_TRUE(ran);
+    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn("A::B")));
 }
 
-TEST(LogScope, EndsTheTimerAfterTheExitLine) {
+TEST(LogScope, GuardWritesWhatIsThrownUnderTheOperationsOwnNameAndFallsBack) {
+    const LogRecorder log;
+    for (const char* name : {"A::B", "A::C::D", "E"}) {
+        LogScope scope(name);
+        EXPECT_EQ(scope.Guard(7, []() -> int { throw std::runtime_error("other text"); }), 7);
+        scope.Guard([] { throw 5; });
+    }
+    EXPECT_THAT(log.From(Level::kError),
+                ElementsAre(Error("A::B", L"Exception in B()"), Error("A::B", L"Exception in B()"),
+                            Error("A::C::D", L"Exception in D()"), Error("A::C::D", L"Exception in D()"),
+                            Error("E", L"Exception in E()"), Error("E", L"Exception in E()")));
+}
+
+TEST(LogScope, ExitLineComesAfterTheGuardsLine) {
+    const LogRecorder log;
+    const auto operation = [] {
+        LogScope scope("A::B");
+        return scope.Return(L"Return = %d", scope.Guard(-1, []() -> int { throw 5; }));
+    };
+    EXPECT_EQ(operation(), -1);
+    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn("A::B"), Error("A::B", L"Exception in B()"),
+                                         TraceOut("A::B", L"Return = -1")));
+}
+
+TEST(LogScope, EndsTheTimerLastWithOrWithoutAnExitLine) {
     ScopedInterruptTime time;
     const LogRecorder log(LogRecorder::Timing::kOn);
     time.Set(0);
@@ -190,18 +195,13 @@ TEST(LogScope, EndsTheTimerAfterTheExitLine) {
         const LogScope scope("A::B");
         time.Set(15 * kTicksPerMillisecond);
     }
-    EXPECT_THAT(log.Lines(),
-                ElementsAre(TraceIn("A::B"), TraceOut("A::B"), Diag("A::B", L"Elapsed time =    15.0 ms.")));
-}
-
-TEST(LogScope, EndsTheTimerWithoutAnExitLineToo) {
-    ScopedInterruptTime time;
-    const LogRecorder log(LogRecorder::Timing::kOn);
     {
-        LogScope scope("A::B");
+        LogScope scope("C::D");
         scope.OmitExitLine();
     }
-    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn("A::B"), Diag("A::B", L"Elapsed time =     0.0 ms.")));
+    EXPECT_THAT(log.Lines(),
+                ElementsAre(TraceIn("A::B"), TraceOut("A::B"), Diag("A::B", L"Elapsed time =    15.0 ms."),
+                            TraceIn("C::D"), Diag("C::D", L"Elapsed time =     0.0 ms.")));
 }
 
 TEST(LogScope, MakesNoTimerWhileTimingIsOff) {

@@ -3,9 +3,12 @@
 #include <gmock/gmock.h>
 #include <process.h>
 
+#include <algorithm>
 #include <atomic>
 #include <functional>
+#include <map>
 #include <memory>
+#include <new>
 #include <thread>
 #include <vector>
 
@@ -60,7 +63,7 @@ TEST(EntryQueue, GivesEntriesBackWholeAndInOrder) {
     EXPECT_TRUE(queue.IsEmpty());
 }
 
-TEST(EntryQueue, TakesMoreThanABlockAndMoreThanABlockAtOnce) {
+TEST(EntryQueue, TakesManyEntriesAndLargeOnes) {
     EntryQueue queue;
     std::vector<std::wstring> expected;
     for (int i = 0; i < 3000; ++i) {
@@ -74,40 +77,46 @@ TEST(EntryQueue, TakesMoreThanABlockAndMoreThanABlockAtOnce) {
     }
 }
 
-TEST(EntryQueue, TakesAllOfAnotherBehindItsOwn) {
-    EntryQueue first;
-    EntryQueue second;
-    first.Append(Entry(L"one"));
-    second.Append(Entry(L"two"));
-    second.Append(Entry(L"three"));
-    first.TakeAll(second);
-    EXPECT_TRUE(second.IsEmpty());
-    second.Append(Entry(L"four"));
-    EXPECT_THAT(Drain(first), ElementsAre(L"one", L"two", L"three"));
-    EXPECT_THAT(Drain(second), ElementsAre(L"four"));
-}
-
 TEST(EntryQueue, NeedsNoMemoryOnceItHasSome) {
     EntryQueue queue;
-    EntryQueue taken;
     const auto entry = Entry(std::wstring(100, L'x'));
     auto other = Entry(L"");
     const auto fillAndDrain = [&] {
         for (int i = 0; i < 500; ++i) {
             queue.Append(entry);
         }
-        taken.TakeAll(queue);
-        while (!taken.IsEmpty()) {
-            taken.TakeFirst(other);
+        while (!queue.IsEmpty()) {
+            queue.TakeFirst(other);
         }
-        queue.Append(entry);
-        taken.TakeAll(queue);
-        taken.TakeFirst(other);
     };
     fillAndDrain();
     const long long before = AllocationsSoFar();
     fillAndDrain();
     EXPECT_EQ(AllocationsSoFar(), before);
+}
+
+TEST(EntryQueue, GivesTheRoomOfManyEntriesBack) {
+    EntryQueue queue;
+    for (int i = 0; i < 3000; ++i) {
+        queue.Append(Entry(std::wstring(100, L'x')));
+    }
+    EXPECT_EQ(Drain(queue).size(), 3000U);
+    const auto entry = Entry(L"one");
+    const long long before = AllocationsSoFar();
+    queue.Append(entry);
+    EXPECT_GT(AllocationsSoFar(), before);
+}
+
+TEST(EntryQueue, IsAsItWasWhenThereIsNoMemoryForAnEntry) {
+    EntryQueue queue;
+    queue.Append(Entry(L"one"));
+    const auto large = Entry(std::wstring(10'000, L'x'));
+    {
+        const ScopedMemoryShortage shortage(1);
+        EXPECT_THROW(queue.Append(large), std::bad_alloc);
+    }
+    queue.Append(Entry(L"two"));
+    EXPECT_THAT(Drain(queue), ElementsAre(L"one", L"two"));
 }
 
 TEST(EntryQueue, ForgetsWhatIsCleared) {
@@ -129,21 +138,25 @@ class WriteQueueTest : public testing::Test {
         });
     }
 
+    /// Waits for so many lines, and for the writer's end; what stands in the log then.
+    [[nodiscard]] std::vector<std::string> Written(std::size_t count) const {
+        EXPECT_TRUE(HasLines(count));
+        { const HeldMutex writerEnded(m_appData.Log()); }
+        return ReadMessages(m_appData.Log());
+    }
+
     Policies m_policies;
     AppData m_appData;
 };
 
 TEST_F(WriteQueueTest, WritesLinesInTheirOrder) {
     std::vector<std::string> expected;
-    {
-        CorvaLogListenerFile listener(true);
-        for (int line = 0; line < 5000; ++line) {
-            listener.Log(Entry(std::to_wstring(line)));
-            expected.push_back(std::to_string(line));
-        }
-        EXPECT_TRUE(HasLines(5000));
+    CorvaLogListenerFile listener(true);
+    for (int line = 0; line < 5000; ++line) {
+        listener.Log(Entry(std::to_wstring(line)));
+        expected.push_back(std::to_string(line));
     }
-    EXPECT_EQ(ReadMessages(m_appData.Log()), expected);
+    EXPECT_EQ(Written(5000), expected);
 }
 
 TEST_F(WriteQueueTest, WritesTheSameBytesAsWithoutAQueue) {
@@ -170,26 +183,11 @@ TEST_F(WriteQueueTest, CallersDoNotWaitForTheFile) {
     EXPECT_TRUE(HasLines(100));
 }
 
-TEST_F(WriteQueueTest, HoldsTheMutexUntilTheQueueIsEmptyAndNoLonger) {
-    CorvaLogListenerFile listener(true);
-    {
-        const HeldMutex held(m_appData.Log());
-        listener.Log(Entry(L"one"));
-        listener.Log(Entry(L"two"));
-    }
-    EXPECT_TRUE(HasLines(2));
-    const HeldMutex free(m_appData.Log());
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one", "two"));
-}
-
 TEST_F(WriteQueueTest, OpensOnceAndReleasesOnceForAllThatComesDuringADrain) {
     SKIP_UNLESS_IMPORTED(_wfopen);
     CorvaLogListenerFile listener(true);
-    const ScopedImport<&::_wfopen> open{Rig::kWrapping, [](const auto& original, auto... arguments) {
-                                            return original.Original(arguments...);
-                                        }};
-    const ScopedImport<&::ReleaseMutex> release{
-        Rig::kWrapping, [](const auto& original, HANDLE mutex) { return original.Original(mutex); }};
+    const CountedCalls<&::_wfopen> open;
+    const CountedCalls<&::ReleaseMutex> release;
     std::atomic<int> writes = 0;
     const ScopedImport<&::fwrite> write{
         [&](const void* data, std::size_t size, std::size_t count, FILE* file) {
@@ -274,9 +272,7 @@ TEST_F(WriteQueueTest, EntriesStayQueuedWhileTheFileCannotBeOpened) {
     locked = false;
     // The next one starts another writer, which finds both.
     listener.Log(Entry(L"two"));
-    EXPECT_TRUE(HasLines(2));
-    { const HeldMutex writerEnded(m_appData.Log()); }
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one", "two"));
+    EXPECT_THAT(Written(2), ElementsAre("one", "two"));
 }
 
 TEST_F(WriteQueueTest, EntriesStayQueuedWhenNoThreadCanBeStarted) {
@@ -289,9 +285,7 @@ TEST_F(WriteQueueTest, EntriesStayQueuedWhenNoThreadCanBeStarted) {
         EXPECT_EQ(fails.Calls(), 2);
     }
     listener.Log(Entry(L"three"));
-    EXPECT_TRUE(HasLines(3));
-    { const HeldMutex writerEnded(m_appData.Log()); }
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one", "two", "three"));
+    EXPECT_THAT(Written(3), ElementsAre("one", "two", "three"));
 }
 
 TEST_F(WriteQueueTest, EntryIsLostWhenMemoryIsShort) {
@@ -302,36 +296,102 @@ TEST_F(WriteQueueTest, EntryIsLostWhenMemoryIsShort) {
         logger.Write(Orva::Shared::Level::kError, "Some::Operation", L"lost");
     }
     logger.Write(Orva::Shared::Level::kError, "Some::Operation", L"one");
-    EXPECT_TRUE(HasLines(1));
-    { const HeldMutex writerEnded(m_appData.Log()); }
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one"));
+    EXPECT_THAT(Written(1), ElementsAre("one"));
 }
 
 TEST_F(WriteQueueTest, ManyThreadsLogAtOnce) {
-    constexpr int kThreads = 4;
-    constexpr int kLines = 2000;
-    {
-        CorvaLogListenerFile listener(true);
-        std::vector<std::thread> threads;
-        for (int thread = 0; thread < kThreads; ++thread) {
-            threads.emplace_back([&listener, thread] {
-                for (int line = 0; line < kLines; ++line) {
-                    listener.Log(Entry(std::to_wstring(thread) + L" " + std::to_wstring(line)));
-                }
+    CorvaLogListenerFile listener(true);
+    LogOnManyThreads(listener, 2000);
+    ExpectLinesOfManyThreads(Written(4 * 2000), 2000);
+}
+
+// --- The lock ---------------------------------------------------------------------------------
+
+/// Which thread holds which critical section, for a scope.
+class ScopedSections {
+  public:
+    /// Whether this thread holds one.
+    [[nodiscard]] bool HoldsOne() {
+        const Rig::Detail::RigLockHolder hold(m_lock);
+        return std::ranges::any_of(m_holders, [](const auto& holder) {
+            return holder.second == Rig::Real<&::GetCurrentThreadId>();
+        });
+    }
+    /// Whether a thread waits for one that this thread holds.
+    [[nodiscard]] bool AreWaitedFor() const { return m_waiting != 0; }
+
+  private:
+    Rig::Detail::RigLock m_lock;
+    std::multimap<CRITICAL_SECTION*, DWORD> m_holders;
+    std::atomic<int> m_waiting = 0;
+    ScopedImport<&::EnterCriticalSection> m_enter{[this](CRITICAL_SECTION* section) {
+        const bool waits = IsHeldByAnother(section);
+        m_waiting += waits ? 1 : 0;
+        Rig::Real<&::EnterCriticalSection>(section);
+        m_waiting -= waits ? 1 : 0;
+        const Rig::Detail::RigLockHolder hold(m_lock);
+        m_holders.emplace(section, Rig::Real<&::GetCurrentThreadId>());
+    }};
+    ScopedImport<&::LeaveCriticalSection> m_leave{[this](CRITICAL_SECTION* section) {
+        {
+            const Rig::Detail::RigLockHolder hold(m_lock);
+            const auto holder = m_holders.find(section);
+            if (holder != m_holders.end()) {
+                m_holders.erase(holder);
+            }
+        }
+        Rig::Real<&::LeaveCriticalSection>(section);
+    }};
+
+    [[nodiscard]] bool IsHeldByAnother(CRITICAL_SECTION* section) {
+        const Rig::Detail::RigLockHolder hold(m_lock);
+        const auto holder = m_holders.find(section);
+        return holder != m_holders.end() && holder->second != Rig::Real<&::GetCurrentThreadId>();
+    }
+};
+
+TEST_F(WriteQueueTest, WhoeverAppendsHoldsTheLockAndTheOthersWait) {
+    SKIP_UNLESS_IMPORTED(_beginthreadex);
+    CorvaLogListenerFile listener(true);
+    ScopedSections sections;
+    std::thread other;
+    std::atomic<bool> otherHasLogged = false;
+    // Happens in the middle of the first append. The thread that it starts comes by here too.
+    std::atomic<bool> hasBegun = false;
+    const ScopedImport<&::_beginthreadex> start{
+        [&](const auto&... /*arguments*/) { return !hasBegun.exchange(true); },
+        [&](auto... arguments) {
+            EXPECT_TRUE(sections.HoldsOne());
+            other = std::thread([&] {
+                listener.Log(Entry(L"other"));
+                otherHasLogged = true;
             });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
-        EXPECT_TRUE(HasLines(kThreads * kLines));
-    }
-    std::vector<int> next(kThreads);
-    for (const std::string& message : ReadMessages(m_appData.Log())) {
-        const int thread = std::stoi(message);
-        EXPECT_EQ(message,
-                  std::to_string(thread) + " " + std::to_string(next[static_cast<std::size_t>(thread)]++));
-    }
-    EXPECT_THAT(next, testing::Each(kLines));
+            EXPECT_TRUE(Eventually([&] { return sections.AreWaitedFor() || otherHasLogged; }));
+            EXPECT_TRUE(sections.AreWaitedFor());
+            EXPECT_FALSE(otherHasLogged);
+            return start.Original(arguments...);
+        }};
+    listener.Log(Entry(L"one"));
+    EXPECT_FALSE(sections.HoldsOne());
+    other.join();
+    EXPECT_THAT(Written(2), ElementsAre("one", "other"));
+}
+
+TEST_F(WriteQueueTest, EndHoldsTheLockButForItsWait) {
+    auto listener = std::make_unique<CorvaLogListenerFile>(true);
+    const HeldMutex held(m_appData.Log());
+    listener->Log(Entry(L"lost"));
+    ScopedSections sections;
+    const ScopedImport<&::Sleep> sleep{[&](DWORD) { EXPECT_TRUE(sections.HoldsOne()); }};
+    const ScopedImport<&::WaitForSingleObject> wait{[](HANDLE, DWORD limit) { return limit == 500; },
+                                                    [&](HANDLE, DWORD) {
+                                                        EXPECT_FALSE(sections.HoldsOne());
+                                                        return DWORD{WAIT_TIMEOUT};
+                                                    }};
+    listener.reset();
+    EXPECT_EQ(sleep.Calls(), 2);
+    EXPECT_EQ(wait.Calls(), 2);
+    EXPECT_FALSE(sections.HoldsOne());
 }
 
 // --- The end ----------------------------------------------------------------------------------
@@ -365,38 +425,25 @@ TEST_F(WriteQueueTest, WithNothingQueuedEndsAtOnce) {
 }
 
 TEST_F(WriteQueueTest, GivesABlockedWriterTwoRoundsAndLosesTheRest) {
-    auto listener = std::make_unique<CorvaLogListenerFile>(true);
-    {
+    struct Case {
+        DWORD result;
+        std::vector<std::string> events;
+    };
+    const std::vector<std::string> oneRound{"sleep 100", "wait 500"};
+    for (const Case& one : {Case{WAIT_TIMEOUT, {"sleep 100", "wait 500", "sleep 100", "wait 500"}},
+                            Case{WAIT_OBJECT_0, oneRound}, Case{WAIT_FAILED, oneRound}}) {
+        auto listener = std::make_unique<CorvaLogListenerFile>(true);
         const HeldMutex held(m_appData.Log());
         listener->Log(Entry(L"lost"));
-        const ScopedWaits waits;
+        ScopedWaits waits;
+        waits.result = one.result;
         listener.reset();
-        EXPECT_THAT(waits.events, ElementsAre("sleep 100", "wait 500", "sleep 100", "wait 500"));
+        EXPECT_EQ(waits.events, one.events);
     }
-    // The writer gets the file now and finds nothing to write.
-    { const HeldMutex writerCameToo(m_appData.Log()); }
+    // The writers get the file now and find nothing to write.
+    { const HeldMutex writersCameToo(m_appData.Log()); }
     Sleep(50);
     EXPECT_TRUE(ReadLines(m_appData.Log()).empty());
-}
-
-TEST_F(WriteQueueTest, WriterThatEndedInTimeNeedsOneRound) {
-    auto listener = std::make_unique<CorvaLogListenerFile>(true);
-    const HeldMutex held(m_appData.Log());
-    listener->Log(Entry(L"lost"));
-    ScopedWaits waits;
-    waits.result = WAIT_OBJECT_0;
-    listener.reset();
-    EXPECT_THAT(waits.events, ElementsAre("sleep 100", "wait 500"));
-}
-
-TEST_F(WriteQueueTest, WaitThatFailsEndsTheRounds) {
-    auto listener = std::make_unique<CorvaLogListenerFile>(true);
-    const HeldMutex held(m_appData.Log());
-    listener->Log(Entry(L"lost"));
-    ScopedWaits waits;
-    waits.result = WAIT_FAILED;
-    listener.reset();
-    EXPECT_THAT(waits.events, ElementsAre("sleep 100", "wait 500"));
 }
 
 TEST_F(WriteQueueTest, WriterThatGaveUpAsTheWaitTimedOutEndsTheRounds) {
@@ -528,9 +575,7 @@ TEST_F(WriteQueueTest, WriterThatIsWaitedForKeepsItsHandleWhenAnotherOneStarts) 
             EXPECT_NE(handle, writer);
             return close.Original(handle);
         }};
-        const ScopedImport<&::_beginthreadex> start{
-            Rig::kWrapping,
-            [](const auto& original, auto... arguments) { return original.Original(arguments...); }};
+        const CountedCalls<&::_beginthreadex> start;
         listener->Log(Entry(L"two"));
         EXPECT_EQ(start.Calls(), 1);
     };

@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "logging/log_data.h"
 #include "logging/logger.h"
 
 namespace Rig {

@@ -5,6 +5,7 @@
 #include <map>
 #include <ostream>
 
+#include "logging/log_data.h"
 #include "tests/support/scoped_import.h"
 
 namespace Rig {
