@@ -5,14 +5,11 @@
 #include <cstdio>
 
 namespace Bench {
-namespace {
 
 double Median(std::vector<double> values) {
     std::sort(values.begin(), values.end());
     return values[values.size() / 2];
 }
-
-}  // namespace
 
 Comparison Compare(int rounds, const std::function<double()>& ours, const std::function<double()>& others) {
     // Once for memory, files and caches.

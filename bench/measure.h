@@ -18,6 +18,8 @@ struct Comparison {
 [[nodiscard]] Comparison Compare(int rounds, const std::function<double()>& ours,
                                  const std::function<double()>& others);
 
+[[nodiscard]] double Median(std::vector<double> values);
+
 /// Nanoseconds that `what` takes, once.
 [[nodiscard]] double Time(const std::function<void()>& what);
 

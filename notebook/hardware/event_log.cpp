@@ -124,7 +124,8 @@ BOOL WINAPI NotebookReportEvent(HANDLE log, WORD type, WORD category, DWORD iden
     std::string line = TimeText() + "|" + Narrow(Sources::Get().Name(log)) + "|" + std::to_string(type) +
                        "|" + std::to_string(category) + "|" + std::to_string(identifier);
     for (WORD i = 0; i < stringCount; ++i) {
-        line += "|" + Quoted(strings[i]);
+        line += '|';
+        line += Quoted(strings[i]);
     }
     AppendEventLog(line);
     return g_realReport == nullptr
