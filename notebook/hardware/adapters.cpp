@@ -24,8 +24,10 @@ namespace {
 constexpr char kNoAddress[] = "0.0.0.0";
 constexpr std::size_t kAlignment = alignof(IP_ADAPTER_ADDRESSES);
 
-const char* ShownAddress(const Adapter& adapter) {
-    return adapter.hasAddress != 0 ? adapter.address : kNoAddress;
+/// The text of a fixed field, which need not have an end.
+template <std::size_t Size>
+std::string FieldText(const char (&field)[Size]) {
+    return {field, strnlen(field, Size)};
 }
 
 std::vector<Adapter> Snapshot() {
@@ -49,8 +51,8 @@ void Describe(const Adapter& adapter, DWORD index, IP_ADAPTER_INFO& info) {
     static_assert(sizeof(info.Description) == sizeof(adapter.description));
     std::memcpy(info.Description, adapter.description, sizeof(info.Description));
     static_assert(sizeof(info.IpAddressList.IpAddress) == sizeof(adapter.address));
-    std::memcpy(info.IpAddressList.IpAddress.String, ShownAddress(adapter),
-                std::strlen(ShownAddress(adapter)) + 1);
+    const std::string address = adapter.hasAddress != 0 ? FieldText(adapter.address) : kNoAddress;
+    std::memcpy(info.IpAddressList.IpAddress.String, address.data(), address.size());
     std::memcpy(info.IpAddressList.IpMask.String, "255.255.255.0", sizeof("255.255.255.0"));
 }
 
@@ -58,6 +60,7 @@ void Describe(const Adapter& adapter, DWORD index, IP_ADAPTER_INFO& info) {
 
 ULONG WINAPI NotebookAdaptersInfo(PIP_ADAPTER_INFO list, PULONG size) {
     CallScope call(Call::GetAdaptersInfo);
+    call.Detail("%lu bytes", size != nullptr ? *size : 0);
     if (call.Refused()) {
         return call.Result(call.Error());
     }
@@ -91,7 +94,7 @@ class AddressList {
         auto* const record = Place<IP_ADAPTER_ADDRESSES>();
         const std::string id = Narrow(GuidText(adapter.id));
         char* const name = PlaceText(id.c_str(), id.size() + 1);
-        const std::wstring wideDescription = Widened(adapter.description);
+        const std::wstring wideDescription = Widened(FieldText(adapter.description));
         wchar_t* const description = PlaceText(wideDescription.c_str(), wideDescription.size() + 1);
         wchar_t* const friendly = PlaceText(adapter.friendlyName, std::wcslen(adapter.friendlyName) + 1);
         IP_ADAPTER_UNICAST_ADDRESS* const address = adapter.hasAddress != 0 ? PlaceAddress(adapter) : nullptr;
@@ -116,10 +119,10 @@ class AddressList {
 
   private:
     /// As Windows shows an adapter's name: each byte a letter.
-    static std::wstring Widened(const char* text) {
+    static std::wstring Widened(const std::string& text) {
         std::wstring wide;
-        for (; *text != '\0'; ++text) {
-            wide.push_back(static_cast<unsigned char>(*text));
+        for (const char letter : text) {
+            wide.push_back(static_cast<unsigned char>(letter));
         }
         return wide;
     }
@@ -168,10 +171,10 @@ class AddressList {
 ULONG WINAPI NotebookAdaptersAddresses(ULONG family, ULONG flags, PVOID reserved, PIP_ADAPTER_ADDRESSES list,
                                        PULONG size) {
     CallScope call(Call::GetAdaptersAddresses);
+    call.Detail("family %lu, flags 0x%lx, %lu bytes", family, flags, size != nullptr ? *size : 0);
     if (call.Refused()) {
         return call.Result(call.Error());
     }
-    call.Detail("family %lu, flags 0x%lx", family, flags);
     if (size == nullptr || reserved != nullptr) {
         return call.Result(static_cast<DWORD>(ERROR_INVALID_PARAMETER));
     }

@@ -80,7 +80,7 @@ class Connection final : public ComObject<Automation<INetworkConnection>> {
         *network = nullptr;
         Adapter adapter{};
         const HRESULT result = Ask(call, adapter);
-        if (result == S_OK) {
+        if (result == S_OK && !call.Refused()) {
             *network = new Network(adapter.networkId, adapter.networkName);
         }
         return result;
@@ -165,12 +165,17 @@ class ConnectionEnumerator final : public ComObject<Automation<IEnumNetworkConne
         if (call.Refused()) {
             return call.Result(call.Hresult());
         }
+        const ConnectionList kind = SharedState::Get().Raw().devices.connectionList;
         ULONG given = 0;
+        if (kind == ConnectionList::NullElement && m_next == 0 && !m_adapters.empty()) {
+            connections[given++] = nullptr;
+        }
         for (; given < count && m_next < m_adapters.size(); ++given) {
             connections[given] = new Connection(m_adapters[m_next++]);
         }
+        call.Detail("%lu of %lu", given, count);
         if (fetched != nullptr) {
-            *fetched = given;
+            *fetched = given == 0 || kind != ConnectionList::TooMany ? given : given + 1000;
         }
         return call.Result(given == count ? S_OK : S_FALSE);
     }
@@ -223,7 +228,8 @@ class Manager final
     HRESULT STDMETHODCALLTYPE GetNetworkConnection(GUID id, INetworkConnection** connection) override {
         CallScope call(Call::NetworkListManagerGetNetworkConnection);
         *connection = nullptr;
-        if (call.Refused()) {
+        // S_FALSE comes with the connection.
+        if (call.Refused() && call.Hresult() != S_FALSE) {
             return call.Result(call.Hresult());
         }
         LockedMachine machine;
@@ -232,7 +238,7 @@ class Manager final
             return call.Result(kGone);
         }
         *connection = new Connection(*adapter);
-        return call.Result(S_OK);
+        return call.Result(call.Refused() ? S_FALSE : S_OK);
     }
     HRESULT STDMETHODCALLTYPE GetConnectivity(NLM_CONNECTIVITY* connectivity) override {
         LockedMachine machine;

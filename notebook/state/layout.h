@@ -113,6 +113,13 @@ struct Modem {
 /// What `GetInterfaces` answers.
 enum class ModemList : std::uint32_t { Normal, Empty, Null, OddBounds, NullElement, WrongType };
 
+/// How the enumerator of network connections answers.
+enum class ConnectionList : std::uint32_t {
+    Normal,
+    NullElement,  ///< its first place is empty
+    TooMany       ///< it says that it gave a thousand more than it did
+};
+
 enum class SettingKind : std::uint32_t {
     Text,
     Null,
@@ -181,6 +188,7 @@ struct Pending {
 struct Devices {
     Adapter adapters[kMaxAdapters];
     std::uint32_t adapterCount;
+    ConnectionList connectionList;
     WlanAdapter wlan[kMaxWlanAdapters];
     std::uint32_t wlanServiceRuns;
     Modem modems[kMaxModems];

@@ -88,14 +88,24 @@ void SimulatedNotebook::SetPhys(const std::vector<Phy>& phys) const {
     std::ranges::copy(phys, Wlan().phys);
 }
 
-void SimulatedNotebook::PlugCable() const {
-    LockedMachine machine;
-    PlugIn(*machine, *CablePort(*machine, 1), 0, machine.Time());
+Adapter& SimulatedNotebook::Cable(std::uint32_t port) const {
+    return *CablePort(m_state, port);
 }
 
-void SimulatedNotebook::PullCable() const {
+Adapter& SimulatedNotebook::AddAdapter(std::uint32_t type) const {
     LockedMachine machine;
-    PullOut(*machine, *CablePort(*machine, 1), machine.Time());
+    const std::string name = "adapter" + std::to_string(machine->devices.adapterCount + 1);
+    return *::Notebook::AddAdapter(*machine, name, AdapterRole::Other, type);
+}
+
+void SimulatedNotebook::PlugCable(std::uint32_t port, std::uint32_t addressMs) const {
+    LockedMachine machine;
+    PlugIn(*machine, *CablePort(*machine, port), addressMs, machine.Time());
+}
+
+void SimulatedNotebook::PullCable(std::uint32_t port) const {
+    LockedMachine machine;
+    PullOut(*machine, *CablePort(*machine, port), machine.Time());
 }
 
 void SimulatedNotebook::RemoveSettings() const {

@@ -74,9 +74,14 @@ class SimulatedNotebook {
         function(*machine, arguments..., machine.Time());
     }
 
-    /// Puts the cable into the first port, with an address, or pulls it.
-    void PlugCable() const;
-    void PullCable() const;
+    /// A port for a cable, numbered from 1.
+    [[nodiscard]] ::Notebook::Adapter& Cable(std::uint32_t port = 1) const;
+    /// One more adapter, named and numbered by itself, without a link.
+    ::Notebook::Adapter& AddAdapter(std::uint32_t type) const;
+    /// Puts the cable into a port, or pulls it. Its address is there at once, after some time, or never
+    /// (`kForEver`).
+    void PlugCable(std::uint32_t port = 1, std::uint32_t addressMs = 0) const;
+    void PullCable(std::uint32_t port = 1) const;
 
     /// The firmware settings as their provider has them; both features are enabled at first.
     void RemoveSettings() const;
