@@ -1,22 +1,19 @@
-#include "tests/network/fake_adapters.h"
+#include "network/cable_check.h"
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <ostream>
 #include <stdexcept>
-#include <string>
 #include <system_error>
 #include <thread>
-#include <utility>
-#include <vector>
 
+#include "logging/log_scope.h"
 #include "network/nlm_event_handler.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/run_on_thread.h"
+#include "tests/network/network_test.h"
 #include "tests/support/skip_unless_imported.h"
-#include "tests/support/test_clock.h"
 #include "tests/support/throw_from_log_line.h"
 
 namespace NetworkTests {
@@ -24,14 +21,11 @@ namespace {
 
 namespace Level = Orva::Shared::Level;
 using namespace Rig::Lines;
-using Rig::LogLine;
 using Rig::LogRecorder;
 using Rig::ScopedImport;
-using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
 
 constexpr char kInitialise[] = "NLMEventHandler::InitialiseAdapter";
 constexpr char kCheck[] = "NLMEventHandler::CheckEthernetConnectionStatus";
@@ -48,6 +42,10 @@ struct Outcome {
 
     friend bool operator==(const Outcome&, const Outcome&) = default;
 };
+constexpr Outcome kIsIn{1, 1, kUntouched};
+constexpr Outcome kIsOut{1, 0, kUntouched};
+constexpr Outcome kAwaitsAddress{1, 0, 1};
+constexpr Outcome kCannotTell{0, kUntouched, kUntouched};
 
 void PrintTo(const Outcome& outcome, std::ostream* out) {
     *out << "result " << outcome.result << ", status " << outcome.status << ", no address "
@@ -60,277 +58,241 @@ Outcome Check() {
     return outcome;
 }
 
-/// The lines that the walk over the list wrote.
-std::vector<std::wstring> WalkMessages(const LogRecorder& log) {
-    std::vector<std::wstring> messages;
-    for (const LogLine& line : log.Of(kCheck)) {
-        if (line.level >= Level::kVerbose) {
-            EXPECT_EQ(line.level, Level::kInformation) << testing::PrintToString(line.message);
-            messages.push_back(line.message);
-        }
-    }
-    return messages;
+/// One adapter as `GetAdaptersInfo` is to list it.
+struct Listed {
+    UINT type;
+    std::string address;
+    std::string description = "Some Adapter";
+};
+const Listed kWithAddress{kEthernet, "192.168.1.20"};
+const Listed kWithoutAddress{kEthernet, "0.0.0.0"};
+
+/// Fills a fixed field without a terminator when the text is as long as the field.
+template <std::size_t Size>
+void FillField(char (&field)[Size], const std::string& text) {
+    std::fill_n(field, Size, '\0');
+    std::copy_n(text.begin(), std::min(Size, text.size()), field);
 }
 
-TEST(InitialiseAdapter, ListThatFitsIsReadTwiceAllTheSame) {
-    LogRecorder log;
-    const FakeAdapterList adapters{{EthernetWithAddress()}};
+/// On a notebook with one Ethernet adapter, which has an address.
+class CableCheckTest : public NetworkTest {
+  protected:
+    CableCheckTest() : NetworkTest({.wlanAdapters = 0, .cables = 0}) { List({kWithAddress}); }
 
+    /// The notebook has exactly these adapters now.
+    void List(const std::vector<Listed>& adapters) const {
+        m_notebook.Make({.wlanAdapters = 0, .cables = 0});
+        for (const Listed& listed : adapters) {
+            Adapter& adapter = m_notebook.AddAdapter(listed.type);
+            adapter.hasAddress = 1;
+            FillField(adapter.address, listed.address);
+            FillField(adapter.description, listed.description);
+        }
+    }
+    [[nodiscard]] std::vector<SIZE_T> SizesOffered() const {
+        return NetworkTest::SizesOffered(Call::GetAdaptersInfo);
+    }
+};
+
+using InitialiseAdapterTest = CableCheckTest;
+
+TEST_F(InitialiseAdapterTest, ListThatFitsIsReadTwiceAllTheSame) {
     EXPECT_EQ(NLMEventHandler::InitialiseAdapter(), DWORD{ERROR_SUCCESS});
 
-    EXPECT_THAT(adapters.SizesOffered(), ElementsAre(kOneRecord, kOneRecord));
-    EXPECT_THAT(log.Lines(),
+    EXPECT_THAT(SizesOffered(), ElementsAre(kOneRecord, kOneRecord));
+    EXPECT_THAT(m_log.Lines(),
                 ElementsAre(TraceIn(kInitialise),
                             Information(kInitialise, L"GetAdaptersInfo() success: ulOutBufLen = 704."),
                             TraceOut(kInitialise, L"Return = 0")));
 }
 
-TEST(InitialiseAdapter, LongerListIsReadIntoAsMuchMemoryAsTheSystemAskedFor) {
+TEST_F(InitialiseAdapterTest, LongerListIsReadIntoAsMuchMemoryAsTheSystemAskedFor) {
     SKIP_UNLESS_IMPORTED(malloc);
-    LogRecorder log;
-    HeapWatch heap;
-    const FakeAdapterList adapters{{EthernetWithAddress(), {kWifi, "10.0.0.2"}, {kGsm, "0.0.0.0"}}};
+    const UncleanHeap heap;
+    List({kWithAddress, {kWifi, "10.0.0.2"}, {kGsm, "0.0.0.0"}});
 
     EXPECT_EQ(NLMEventHandler::InitialiseAdapter(), DWORD{ERROR_SUCCESS});
 
-    EXPECT_THAT(adapters.SizesOffered(), ElementsAre(kOneRecord, 3 * kOneRecord));
+    EXPECT_THAT(SizesOffered(), ElementsAre(kOneRecord, 3 * kOneRecord));
     EXPECT_THAT(heap.Asked(), ElementsAre(kOneRecord, 3 * kOneRecord));
-    EXPECT_THAT(heap.Held(), ElementsAre(3 * kOneRecord));
-    EXPECT_THAT(
-        log.From(Level::kInformation),
-        ElementsAre(Information(kInitialise,
-                                L"GetAdaptersInfo() returns ERROR_BUFFER_OVERFLOW: Re-allocating with "
-                                L"new buffer size = 2112"),
-                    Information(kInitialise, L"GetAdaptersInfo() success: ulOutBufLen = 2112.")));
+    EXPECT_EQ(HeapBlocks(), 1);
+    EXPECT_THAT(Messages(kInitialise),
+                ElementsAre(L"GetAdaptersInfo() returns ERROR_BUFFER_OVERFLOW: Re-allocating with "
+                            L"new buffer size = 2112",
+                            L"GetAdaptersInfo() success: ulOutBufLen = 2112."));
 }
 
-TEST(InitialiseAdapter, FailureOfTheFirstCallDoesNotCount) {
-    LogRecorder log;
-    FakeAdapterList adapters{{EthernetWithAddress()}};
-    adapters.FailNext(ERROR_NOT_SUPPORTED);
+TEST_F(InitialiseAdapterTest, FailureOfTheFirstCallDoesNotCount) {
+    m_notebook.Fail(Call::GetAdaptersInfo, 1, ERROR_NOT_SUPPORTED);
 
     EXPECT_EQ(NLMEventHandler::InitialiseAdapter(), DWORD{ERROR_SUCCESS});
 
-    EXPECT_EQ(adapters.Calls(), 2);
-    EXPECT_THAT(log.At(Level::kError), IsEmpty());
+    EXPECT_EQ(m_notebook.Count(Call::GetAdaptersInfo), 2);
+    EXPECT_THAT(Messages(kInitialise), ElementsAre(L"GetAdaptersInfo() success: ulOutBufLen = 704."));
 }
 
-TEST(InitialiseAdapter, FailureOfTheSecondCallIsReturnedAndTheLastErrorLogged) {
+TEST_F(InitialiseAdapterTest, FailureOfTheSecondCallIsReturnedAndTheLastErrorLogged) {
     SKIP_UNLESS_IMPORTED(malloc);
-    LogRecorder log;
-    HeapWatch heap;
-    FakeAdapterList adapters;
-    adapters.FailNext(ERROR_SUCCESS);
-    adapters.FailNext(ERROR_NO_DATA, ERROR_ACCESS_DENIED);
+    m_notebook.At(Call::GetAdaptersInfo, 2, []() -> DWORD {
+        SetLastError(ERROR_ACCESS_DENIED);
+        return ERROR_NO_DATA;
+    });
 
     EXPECT_EQ(NLMEventHandler::InitialiseAdapter(), DWORD{ERROR_NO_DATA});
 
-    EXPECT_EQ(adapters.Calls(), 2);
-    EXPECT_THAT(log.From(Level::kTraceOut),
+    EXPECT_EQ(m_notebook.Count(Call::GetAdaptersInfo), 2);
+    EXPECT_THAT(m_log.From(Level::kTraceOut),
                 ElementsAre(Error(kInitialise, L"GetAdaptersInfo() failed.Error = 0x00000005"),
                             TraceOut(kInitialise, L"Return = 232")));
-    EXPECT_THAT(heap.Held(), ElementsAre(kOneRecord)) << "the buffer of the failed call is left in place";
+    EXPECT_EQ(HeapBlocks(), 1) << "the buffer of the failed call is left in place";
 }
 
-TEST(InitialiseAdapter, ListThatGrowsBetweenTheCallsFailsWithoutAThirdCall) {
-    LogRecorder log;
-    FakeAdapterList adapters;
-    const auto asksFor = [](ULONG records) {
-        return [records](IP_ADAPTER_INFO*, ULONG* bytes) -> DWORD {
-            *bytes = records * kOneRecord;
-            SetLastError(NO_ERROR);
-            return ERROR_BUFFER_OVERFLOW;
-        };
-    };
-    adapters.AnswerNext(asksFor(2));
-    adapters.AnswerNext(asksFor(3));
+TEST_F(InitialiseAdapterTest, ListThatGrowsBetweenTheCallsFailsWithoutAThirdCall) {
+    List({kWithAddress, kWithAddress});
+    m_notebook.At(Call::GetAdaptersInfo, 2, [this] {
+        m_notebook.AddAdapter(kWifi);
+        SetLastError(NO_ERROR);
+        return std::nullopt;
+    });
 
     EXPECT_EQ(NLMEventHandler::InitialiseAdapter(), DWORD{ERROR_BUFFER_OVERFLOW});
 
-    EXPECT_EQ(adapters.Calls(), 2);
-    EXPECT_THAT(log.At(Level::kError),
+    EXPECT_THAT(SizesOffered(), ElementsAre(kOneRecord, 2 * kOneRecord));
+    EXPECT_THAT(m_log.At(Level::kError),
                 ElementsAre(Error(kInitialise, L"GetAdaptersInfo() failed.Error = 0x00000000")));
 }
 
-TEST(InitialiseAdapter, NoMemoryForTheFirstBufferFailsWithoutACall) {
+TEST_F(InitialiseAdapterTest, NoMemoryForOneOfTheBuffersIsAFailure) {
     SKIP_UNLESS_IMPORTED(malloc);
-    LogRecorder log;
-    HeapWatch heap;
-    const FakeAdapterList adapters{{EthernetWithAddress()}};
+    UncleanHeap heap;
+    List({kWithAddress, kWithAddress});
     heap.Refuse(1);
-
     EXPECT_EQ(NLMEventHandler::InitialiseAdapter(), DWORD{1});
+    EXPECT_EQ(m_notebook.Count(Call::GetAdaptersInfo), 0);
+    EXPECT_EQ(HeapBlocks(), 0);
 
-    EXPECT_EQ(adapters.Calls(), 0);
-    EXPECT_THAT(heap.Held(), IsEmpty());
-    EXPECT_THAT(log.Lines(),
-                ElementsAre(TraceIn(kInitialise),
-                            Error(kInitialise, L"Error allocating memory needed to call GetAdaptersinfo\n"),
-                            TraceOut(kInitialise, L"Return = 1")));
-}
-
-TEST(InitialiseAdapter, NoMemoryForTheLargerBufferFailsWithTheLastError) {
-    SKIP_UNLESS_IMPORTED(malloc);
-    LogRecorder log;
-    HeapWatch heap;
-    const FakeAdapterList adapters{{EthernetWithAddress(), EthernetWithAddress()}};
     heap.Refuse(2, ERROR_NOT_ENOUGH_MEMORY);
-
     EXPECT_EQ(NLMEventHandler::InitialiseAdapter(), DWORD{1});
+    EXPECT_EQ(m_notebook.Count(Call::GetAdaptersInfo), 1);
+    EXPECT_EQ(HeapBlocks(), 0);
 
-    EXPECT_EQ(adapters.Calls(), 1);
-    EXPECT_THAT(heap.Held(), IsEmpty());
     EXPECT_THAT(
-        log.At(Level::kError),
-        ElementsAre(Error(kInitialise,
+        m_log.At(Level::kError),
+        ElementsAre(Error(kInitialise, L"Error allocating memory needed to call GetAdaptersinfo\n"),
+                    Error(kInitialise,
                           L"Error allocating memory needed to call GetAdaptersinfo.Error = 0x00000008")));
-    EXPECT_TRUE(log.Contains(TraceOut(kInitialise, L"Return = 1")));
+    EXPECT_EQ(m_log.Count(TraceOut(kInitialise, L"Return = 1")), 2);
 }
 
-TEST(InitialiseAdapter, ExceptionIsLoggedAsInformationAndGivesOne) {
+TEST_F(InitialiseAdapterTest, ExceptionIsLoggedAsInformationAndGivesOne) {
     for (const int call : {1, 2}) {
-        LogRecorder log;
-        FakeAdapterList adapters{{EthernetWithAddress()}};
-        if (call == 2) {
-            adapters.FailNext(ERROR_SUCCESS);
-        }
-        adapters.AnswerNext([](IP_ADAPTER_INFO*, ULONG*) -> DWORD { throw DWORD{ERROR_INVALID_FUNCTION}; });
+        m_log.Clear();
+        m_notebook.ForgetCalls();
+        m_notebook.At(Call::GetAdaptersInfo, call,
+                      []() -> std::optional<DWORD> { throw DWORD{ERROR_INVALID_FUNCTION}; });
 
         EXPECT_EQ(NLMEventHandler::InitialiseAdapter(), DWORD{1});
 
-        EXPECT_EQ(adapters.Calls(), call);
-        EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kInitialise),
-                                             Information(kInitialise, L"Exception in GetAdaptersInfo()"),
-                                             TraceOut(kInitialise, L"Return = 1")));
+        EXPECT_EQ(m_notebook.Count(Call::GetAdaptersInfo), call);
+        EXPECT_THAT(m_log.Lines(), ElementsAre(TraceIn(kInitialise),
+                                               Information(kInitialise, L"Exception in GetAdaptersInfo()"),
+                                               TraceOut(kInitialise, L"Return = 1")));
     }
 }
-
-TEST(InitialiseAdapter, EachReadReplacesTheBufferOfTheOneBefore) {
-    SKIP_UNLESS_IMPORTED(malloc);
-    const LogRecorder log;
-    HeapWatch heap;
-    FakeAdapterList adapters{{EthernetWithAddress(), EthernetWithAddress()}};
-    static_cast<void>(NLMEventHandler::InitialiseAdapter());
-    adapters.Set({EthernetWithAddress()});
-
-    static_cast<void>(NLMEventHandler::InitialiseAdapter());
-
-    EXPECT_THAT(heap.Held(), ElementsAre(kOneRecord));
-}
-
-/// Adapters, what a check says of them, and the lines of the walk.
-struct AdaptersCase {
-    const char* name;
-    std::vector<Adapter> adapters;
-    Outcome outcome;
-    std::vector<std::wstring> messages;
-};
 
 constexpr wchar_t kEthernetMessage[] = L"An Ethernet network interface.";
 constexpr wchar_t kUsableMessage[] = L"Ethernet is not VPN and IP is valid";
 constexpr wchar_t kVpnMessage[] = L"Ethernet is VPN and IP is valid";
 constexpr wchar_t kWifiMessage[] = L"An IEEE 802.11 wireless network interface.";
 
-class CheckEthernetConnectionStatusOf : public testing::TestWithParam<AdaptersCase> {};
+TEST_F(CableCheckTest, TellsWhetherARealCableIsIn) {
+    const std::vector<std::wstring> usable{kEthernetMessage, kUsableMessage};
+    const std::vector<std::wstring> notReal{kEthernetMessage, kVpnMessage};
+    const std::vector<std::wstring> nothing;
+    struct Case {
+        const char* name;
+        std::vector<Listed> adapters;
+        Outcome outcome;
+        std::vector<std::wstring> messages;
+    };
+    const std::vector<Case> cases{
+        {"an address", {kWithAddress}, kIsIn, usable},
+        {"no address", {kWithoutAddress}, kAwaitsAddress, nothing},
+        {"an empty address counts", {{kEthernet, ""}}, kIsIn, usable},
+        {"an address that only begins with zeros counts", {{kEthernet, "0.0.0.01"}}, kIsIn, usable},
+        {"an address with a blank counts", {{kEthernet, "0.0.0.0 "}}, kIsIn, usable},
+        {"a virtual switch", {{kEthernet, "172.16.0.1", "Some Virtual Ethernet Adapter"}}, kIsOut, notReal},
+        {"virtual in lower case counts", {{kEthernet, "172.16.0.1", "a virtual adapter"}}, kIsIn, usable},
+        {"a VPN", {{kEthernet, "10.8.0.1", "Someone's VPN Adapter"}}, kIsOut, notReal},
+        {"VPN inside a word", {{kEthernet, "10.8.0.1", "OpenVPNish"}}, kIsOut, notReal},
+        {"VPN in lower case counts", {{kEthernet, "10.8.0.1", "a vpn"}}, kIsIn, usable},
+        {"a VPN without address asks to wait", {{kEthernet, "0.0.0.0", "VPN"}}, kAwaitsAddress, nothing},
+        {"Wi-Fi alone", {{kWifi, "192.168.1.30"}}, kIsOut, {kWifiMessage}},
+        {"the second Ethernet has the address", {kWithoutAddress, kWithAddress}, {1, 1, 1}, usable},
+        {"nothing behind the first usable one is looked at",
+         {kWithAddress, kWithoutAddress, {kWifi, "192.168.1.30"}},
+         kIsIn,
+         usable},
+        {"a VPN, then a real one",
+         {{kEthernet, "10.8.0.1", "VPN"}, kWithAddress},
+         kIsIn,
+         {kEthernetMessage, kVpnMessage, kEthernetMessage, kUsableMessage}},
+        {"every other type",
+         {{kOther, "1.1.1.1"},
+          {kWifi, "1.1.1.2"},
+          {kWiMax, "1.1.1.3"},
+          {kGsm, "1.1.1.4"},
+          {kCdma, "1.1.1.5"},
+          {kLoopback, "127.0.0.1"},
+          {9, "1.1.1.6"},
+          {0, "1.1.1.7"},
+          {0xFFFFFFFF, "1.1.1.8"}},
+         kIsOut,
+         {L"Some other type of network interface.", kWifiMessage,
+          L"A mobile broadband interface for WiMax devices.",
+          L"A mobile broadband interface for GSM - based devices.",
+          L"A mobile broadband interface for CDMA-based devices.", L"Unknown type 24", L"Unknown type 9",
+          L"Unknown type 0", L"Unknown type -1"}},
+        {"texts that fill their fields are read to their ends",
+         {{kEthernet, "0.0.0.0000000000", std::string(129, 'x') + "VPN"}},
+         kIsOut,
+         notReal},
+        {"a mark that only what stands behind the field would complete",
+         {{kEthernet, "0.0.0.0000000000", std::string(130, 'x') + "VP"}},
+         kIsIn,
+         usable},
+    };
+    for (const Case& tested : cases) {
+        SCOPED_TRACE(tested.name);
+        List(tested.adapters);
+        m_log.Clear();
 
-TEST_P(CheckEthernetConnectionStatusOf, TellsWhetherARealCableIsUp) {
-    LogRecorder log;
-    const FakeAdapterList adapters{GetParam().adapters};
+        EXPECT_EQ(Check(), tested.outcome);
 
-    EXPECT_EQ(Check(), GetParam().outcome);
-
-    EXPECT_EQ(WalkMessages(log), GetParam().messages);
+        EXPECT_EQ(Messages(kCheck), tested.messages);
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Lists, CheckEthernetConnectionStatusOf,
-    testing::Values(AdaptersCase{"EthernetWithAddress",
-                                 {EthernetWithAddress()},
-                                 {1, 1, kUntouched},
-                                 {kEthernetMessage, kUsableMessage}},
-                    AdaptersCase{"EthernetWithoutAddress", {EthernetWithoutAddress()}, {1, 0, 1}, {}},
-                    AdaptersCase{"EthernetWithEmptyAddressCounts",
-                                 {{kEthernet, ""}},
-                                 {1, 1, kUntouched},
-                                 {kEthernetMessage, kUsableMessage}},
-                    AdaptersCase{"AddressThatOnlyBeginsWithZerosCounts",
-                                 {{kEthernet, "0.0.0.01"}},
-                                 {1, 1, kUntouched},
-                                 {kEthernetMessage, kUsableMessage}},
-                    AdaptersCase{"AddressWithBlankCounts",
-                                 {{kEthernet, "0.0.0.0 "}},
-                                 {1, 1, kUntouched},
-                                 {kEthernetMessage, kUsableMessage}},
-                    AdaptersCase{"VirtualSwitch",
-                                 {{kEthernet, "172.16.0.1", "Hypervisor Virtual Ethernet Adapter"}},
-                                 {1, 0, kUntouched},
-                                 {kEthernetMessage, kVpnMessage}},
-                    AdaptersCase{"VirtualInLowerCaseCounts",
-                                 {{kEthernet, "172.16.0.1", "hypervisor virtual adapter"}},
-                                 {1, 1, kUntouched},
-                                 {kEthernetMessage, kUsableMessage}},
-                    AdaptersCase{"Vpn",
-                                 {{kEthernet, "10.8.0.1", "Someone's VPN Adapter"}},
-                                 {1, 0, kUntouched},
-                                 {kEthernetMessage, kVpnMessage}},
-                    AdaptersCase{"VpnInsideAWord",
-                                 {{kEthernet, "10.8.0.1", "OpenVPNish"}},
-                                 {1, 0, kUntouched},
-                                 {kEthernetMessage, kVpnMessage}},
-                    AdaptersCase{"VpnInLowerCaseCounts",
-                                 {{kEthernet, "10.8.0.1", "a vpn"}},
-                                 {1, 1, kUntouched},
-                                 {kEthernetMessage, kUsableMessage}},
-                    AdaptersCase{"VpnWithoutAddressAsksToWait",
-                                 {{kEthernet, "0.0.0.0", "Someone's VPN Adapter"}},
-                                 {1, 0, 1},
-                                 {}},
-                    AdaptersCase{"WifiAlone", {{kWifi, "192.168.1.30"}}, {1, 0, kUntouched}, {kWifiMessage}},
-                    AdaptersCase{"SecondEthernetHasTheAddress",
-                                 {EthernetWithoutAddress(), EthernetWithAddress()},
-                                 {1, 1, 1},
-                                 {kEthernetMessage, kUsableMessage}},
-                    AdaptersCase{"NothingBehindTheFirstUsableOneIsLookedAt",
-                                 {EthernetWithAddress(), EthernetWithoutAddress(), {kWifi, "192.168.1.30"}},
-                                 {1, 1, kUntouched},
-                                 {kEthernetMessage, kUsableMessage}},
-                    AdaptersCase{"SecondAddressOfAnAdapterDoesNotCount",
-                                 {{kEthernet, "0.0.0.0", "Two Addresses", "192.168.1.20"}},
-                                 {1, 0, 1},
-                                 {}},
-                    AdaptersCase{"SecondAddressOfAnAdapterDoesNoHarm",
-                                 {{kEthernet, "192.168.1.20", "Two Addresses", "0.0.0.0"}},
-                                 {1, 1, kUntouched},
-                                 {kEthernetMessage, kUsableMessage}},
-                    AdaptersCase{"VpnThenRealOne",
-                                 {{kEthernet, "10.8.0.1", "VPN"}, EthernetWithAddress()},
-                                 {1, 1, kUntouched},
-                                 {kEthernetMessage, kVpnMessage, kEthernetMessage, kUsableMessage}},
-                    AdaptersCase{"EveryOtherType",
-                                 {{kOther, "1.1.1.1"},
-                                  {kWifi, "1.1.1.2"},
-                                  {kWiMax, "1.1.1.3"},
-                                  {kGsm, "1.1.1.4"},
-                                  {kCdma, "1.1.1.5"},
-                                  {kLoopback, "127.0.0.1"},
-                                  {9, "1.1.1.6"},
-                                  {0, "1.1.1.7"},
-                                  {0xFFFFFFFF, "1.1.1.8"}},
-                                 {1, 0, kUntouched},
-                                 {L"Some other type of network interface.", kWifiMessage,
-                                  L"A mobile broadband interface for WiMax devices.",
-                                  L"A mobile broadband interface for GSM - based devices.",
-                                  L"A mobile broadband interface for CDMA-based devices.", L"Unknown type 24",
-                                  L"Unknown type 9", L"Unknown type 0", L"Unknown type -1"}}),
-    [](const testing::TestParamInfo<AdaptersCase>& tested) { return tested.param.name; });
+TEST_F(CableCheckTest, OnlyTheFirstAddressOfAnAdapterCounts) {
+    IP_ADDR_STRING second{};
+    const ScopedImport<&::GetAdaptersInfo> twoAddresses{
+        Rig::kWrapping, [&second](const auto& original, IP_ADAPTER_INFO* list, ULONG* bytes) {
+            const DWORD result = original.Original(list, bytes);
+            list->IpAddressList.Next = &second;
+            return result;
+        }};
+    FillField(second.IpAddress.String, "0.0.0.0");
+    EXPECT_EQ(Check(), kIsIn);
 
-TEST(CheckEthernetConnectionStatus, SuccessWritesStatusAndTraces) {
-    LogRecorder log;
-    const FakeAdapterList adapters{{EthernetWithAddress()}};
+    FillField(second.IpAddress.String, "192.168.1.20");
+    List({kWithoutAddress});
+    EXPECT_EQ(Check(), kAwaitsAddress);
+}
 
-    EXPECT_EQ(Check(), (Outcome{1, 1, kUntouched}));
+TEST_F(CableCheckTest, SuccessWritesStatusAndTraces) {
+    EXPECT_EQ(Check(), kIsIn);
 
-    EXPECT_THAT(log.Lines(),
+    EXPECT_THAT(m_log.Lines(),
                 ElementsAre(TraceIn(kCheckEx), TraceIn(kCheck), TraceIn(kInitialise),
                             Information(kInitialise, L"GetAdaptersInfo() success: ulOutBufLen = 704."),
                             TraceOut(kInitialise, L"Return = 0"), Information(kCheck, kEthernetMessage),
@@ -338,77 +300,52 @@ TEST(CheckEthernetConnectionStatus, SuccessWritesStatusAndTraces) {
                             TraceOut(kCheckEx, L"Return Value = 1")));
 }
 
-TEST(CheckEthernetConnectionStatus, NullNoAddressIsLeftOut) {
-    const LogRecorder log;
-    const FakeAdapterList adapters{{EthernetWithoutAddress(), EthernetWithAddress()}};
-    int status = kUntouched;
+TEST_F(CableCheckTest, NotebookWithoutAdaptersFailsWithoutWritingStatus) {
+    List({});
 
-    EXPECT_EQ(NLMEventHandler::CheckEthernetConnectionStatusEx(&status, nullptr), 1);
+    EXPECT_EQ(Check(), kCannotTell);
 
-    EXPECT_EQ(status, 1);
+    EXPECT_THAT(m_log.Of(kCheck), ElementsAre(TraceIn(kCheck), Error(kCheck, L"InitialiseAdapter failed"),
+                                              TraceOut(kCheck, L"Ethernet Status = 0")));
+    EXPECT_TRUE(m_log.Contains(TraceOut(kCheckEx, L"Return Value = 0")));
 }
 
-TEST(CheckEthernetConnectionStatus, UnreadableAdaptersFailWithoutWritingStatus) {
-    LogRecorder log;
-    const FakeAdapterList noAdapters;
-
-    EXPECT_EQ(Check(), (Outcome{0, kUntouched, kUntouched}));
-
-    EXPECT_THAT(log.Of(kCheck), ElementsAre(TraceIn(kCheck), Error(kCheck, L"InitialiseAdapter failed"),
-                                            TraceOut(kCheck, L"Ethernet Status = 0")));
-    EXPECT_TRUE(log.Contains(TraceOut(kCheckEx, L"Return Value = 0")));
-}
-
-TEST(CheckEthernetConnectionStatus, ListLeftUnwrittenReadsAsNoEthernet) {
+TEST_F(CableCheckTest, ListLeftUnwrittenReadsAsNoEthernet) {
     SKIP_UNLESS_IMPORTED(malloc);
-    const LogRecorder log;
-    HeapWatch heap;
-    FakeAdapterList adapters;
-    adapters.FailNext(ERROR_SUCCESS);
-    adapters.FailNext(ERROR_SUCCESS);
+    const UncleanHeap heap;
+    m_notebook.GiveNothing(Call::GetAdaptersInfo);
 
-    EXPECT_EQ(Check(), (Outcome{1, 0, kUntouched}));
+    EXPECT_EQ(Check(), kIsOut);
 }
 
-TEST(CheckEthernetConnectionStatus, SystemThatAsksForNoMemoryDoesNoHarm) {
+TEST_F(CableCheckTest, SystemThatAsksForOddAmountsOfMemoryDoesNoHarm) {
     SKIP_UNLESS_IMPORTED(malloc);
-    const LogRecorder log;
-    HeapWatch heap;
-    FakeAdapterList adapters;
-    adapters.AnswerNext([](IP_ADAPTER_INFO*, ULONG* bytes) -> DWORD {
-        *bytes = 0;
-        return ERROR_BUFFER_OVERFLOW;
-    });
-    adapters.FailNext(ERROR_SUCCESS);
+    UncleanHeap heap;
+    m_notebook.GiveNothing(Call::GetAdaptersInfo);
+    ULONG asksFor = 0;
+    const ScopedImport<&::GetAdaptersInfo> odd{
+        Rig::kWrapping, [&asksFor](const auto& original, IP_ADAPTER_INFO* list, ULONG* bytes) -> DWORD {
+            if (original.Calls() % 2 == 0) {
+                return original.Original(list, bytes);
+            }
+            *bytes = asksFor;
+            return ERROR_BUFFER_OVERFLOW;
+        }};
 
-    EXPECT_EQ(Check(), (Outcome{1, 0, kUntouched}));
-
+    EXPECT_EQ(Check(), kIsOut);
     EXPECT_THAT(heap.Asked(), Each(testing::Ge(kOneRecord)));
-}
 
-TEST(CheckEthernetConnectionStatus, SystemThatAsksForAllMemoryIsRefused) {
-    SKIP_UNLESS_IMPORTED(malloc);
-    LogRecorder log;
-    FakeAdapterList adapters;
-    adapters.AnswerNext([](IP_ADAPTER_INFO*, ULONG* bytes) -> DWORD {
-        *bytes = 0xFFFFFFFF;
-        return ERROR_BUFFER_OVERFLOW;
-    });
-    HeapWatch heap;
+    asksFor = 0xFFFFFFFF;
     heap.Refuse(2);
-
-    EXPECT_EQ(Check(), (Outcome{0, kUntouched, kUntouched}));
-
-    EXPECT_TRUE(log.Contains(Error(kCheck, L"InitialiseAdapter failed")));
+    EXPECT_EQ(Check(), kCannotTell);
+    EXPECT_EQ(heap.Asked().back(), asksFor);
+    EXPECT_TRUE(m_log.Contains(Error(kCheck, L"InitialiseAdapter failed")));
 }
 
-TEST(CheckEthernetConnectionStatus, BufferThatVanishedIsReported) {
-    LogRecorder log;
-    FakeAdapterList adapters;
-    adapters.FailNext(ERROR_SUCCESS);
+TEST_F(CableCheckTest, BufferThatVanishedIsReported) {
     // The handler's end gives the buffer back, here between the read and the walk.
-    adapters.AnswerNext([](IP_ADAPTER_INFO*, ULONG*) -> DWORD {
-        const NLMEventHandler handler(nullptr, nullptr);
+    m_notebook.At(Call::GetAdaptersInfo, 2, []() -> DWORD {
+        ReleaseAdapterList();
         return ERROR_SUCCESS;
     });
     int status = kUntouched;
@@ -416,13 +353,11 @@ TEST(CheckEthernetConnectionStatus, BufferThatVanishedIsReported) {
     EXPECT_EQ(NLMEventHandler::CheckEthernetConnectionStatus(&status, nullptr), 0);
 
     EXPECT_EQ(status, kUntouched);
-    EXPECT_THAT(log.Of(kCheck), ElementsAre(TraceIn(kCheck), Error(kCheck, L"PIP_ADAPTER_INFO is NULL!!"),
-                                            TraceOut(kCheck, L"Ethernet Status = 0")));
+    EXPECT_THAT(m_log.Of(kCheck), ElementsAre(TraceIn(kCheck), Error(kCheck, L"PIP_ADAPTER_INFO is NULL!!"),
+                                              TraceOut(kCheck, L"Ethernet Status = 0")));
 }
 
-TEST(CheckEthernetConnectionStatus, ExceptionIsLoggedAndLeavesStatusAlone) {
-    LogRecorder log;
-    const FakeAdapterList adapters{{EthernetWithAddress()}};
+TEST_F(CableCheckTest, ExceptionIsLoggedAndLeavesStatusAlone) {
     int status = kUntouched;
     // Its own entry line, three of the read, then the first one of the walk.
     const Rig::ThrowFromLogLine throwing{5, std::runtime_error("no more log")};
@@ -430,129 +365,82 @@ TEST(CheckEthernetConnectionStatus, ExceptionIsLoggedAndLeavesStatusAlone) {
     EXPECT_EQ(NLMEventHandler::CheckEthernetConnectionStatus(&status, nullptr), 0);
 
     EXPECT_EQ(status, kUntouched);
-    EXPECT_THAT(log.Of(kCheck),
+    EXPECT_THAT(m_log.Of(kCheck),
                 ElementsAre(TraceIn(kCheck), Error(kCheck, L"Exception in CheckEthernetConnectionStatus()"),
                             TraceOut(kCheck, L"Ethernet Status = 0")));
 }
 
-TEST(CheckEthernetConnectionStatus, FiveHundredAdaptersAreWalked) {
-    LogRecorder log;
-    std::vector<Adapter> many(499, Adapter{kWifi, "10.0.0.1"});
-    many.push_back(EthernetWithAddress());
-    const FakeAdapterList adapters{many};
-
-    EXPECT_EQ(Check(), (Outcome{1, 1, kUntouched}));
-
-    EXPECT_THAT(adapters.SizesOffered(), ElementsAre(kOneRecord, 500 * kOneRecord));
-    EXPECT_EQ(log.Count(Information(kCheck, kWifiMessage)), 499);
-}
-
-TEST(CheckEthernetConnectionStatus, TextsThatFillTheirFieldsAreReadToTheirEnds) {
-    const LogRecorder log;
-    const std::string fullDescription = std::string(129, 'x') + "VPN";
-    FakeAdapterList adapters{{{kEthernet, "0.0.0.0000000000", fullDescription}}};
-
-    EXPECT_EQ(Check(), (Outcome{1, 0, kUntouched}));
-
-    // The mark would be complete only with what stands behind the field.
-    adapters.Set({{kEthernet, "0.0.0.0000000000", std::string(130, 'x') + "VP"}});
-    EXPECT_EQ(Check(), (Outcome{1, 1, kUntouched}));
-}
-
-TEST(CheckEthernetConnectionStatus, DescriptionsOfEveryByteDoNoHarm) {
-    const LogRecorder log;
+TEST_F(CableCheckTest, TextsOfEveryByteDoNoHarm) {
     for (int byte = 1; byte < 256; ++byte) {
-        const std::string description(132, static_cast<char>(byte));
-        const FakeAdapterList adapters{{{kEthernet, description.substr(0, 16), description}}};
+        const std::string text(132, static_cast<char>(byte));
+        List({{kEthernet, text, text}});
 
-        EXPECT_EQ(Check(), (Outcome{1, 1, kUntouched})) << byte;
+        EXPECT_EQ(Check(), kIsIn) << byte;
     }
 }
 
 #if defined(__GNUC__)
-// Other runtimes have locks that cannot fail.
-TEST(CheckEthernetConnectionStatusEx, LockThatCannotBeTakenIsReportedWithItsCode) {
-    LogRecorder log;
-    FakeAdapterList adapters{{EthernetWithAddress()}};
+TEST_F(CableCheckTest, LockThatCannotBeTakenIsReportedWithItsCode) {
     Outcome second;
     int refusedWaits = 0;
     // While the first caller holds the lock, the second one has to wait for it.
-    adapters.AnswerNext([&](IP_ADAPTER_INFO*, ULONG*) -> DWORD {
+    m_notebook.At(Call::GetAdaptersInfo, 1, [&] {
         std::thread([&] {
-            const DWORD thisThread = GetCurrentThreadId();
-            const ScopedImport<&::WaitForSingleObject> noWait{
-                [thisThread](HANDLE, DWORD) { return GetCurrentThreadId() == thisThread; },
-                [](HANDLE, DWORD) -> DWORD { return WAIT_FAILED; }};
+            const NoWaits noWaits;
             second = Check();
-            refusedWaits = noWait.Calls();
+            refusedWaits = noWaits.Calls();
         }).join();
-        return ERROR_SUCCESS;
+        return std::nullopt;
     });
 
-    EXPECT_EQ(Check(), (Outcome{1, 1, kUntouched}));
+    EXPECT_EQ(Check(), kIsIn);
 
     EXPECT_EQ(refusedWaits, 1);
-    EXPECT_EQ(second, (Outcome{0, kUntouched, kUntouched}));
-    EXPECT_THAT(log.At(Level::kError),
+    EXPECT_EQ(second, kCannotTell);
+    EXPECT_THAT(m_log.At(Level::kError),
                 ElementsAre(Error(kCheckEx, L"Exception in CheckEthernetConnectionStatusEx() : Code = " +
                                                 std::to_wstring(EINVAL))));
-    EXPECT_EQ(log.Count(TraceOut(kCheckEx, L"Return Value = 0")), 1);
-    EXPECT_EQ(log.Count(TraceIn(kCheck)), 1) << "the one without the lock does not look at the adapters";
+    EXPECT_EQ(m_log.Count(TraceOut(kCheckEx, L"Return Value = 0")), 1);
+    EXPECT_EQ(m_log.Count(TraceIn(kCheck)), 1) << "the one without the lock does not look at the adapters";
 }
 #endif
 
-TEST(CheckEthernetConnectionStatusEx, SystemErrorOutOfTheCheckIsReportedWithItsCode) {
-    LogRecorder log;
-    const FakeAdapterList adapters{{EthernetWithAddress()}};
-    Outcome outcome;
+TEST_F(CableCheckTest, ExceptionOutOfTheCheckIsReportedAndTheLockFree) {
     {
         const Rig::ThrowFromLogLine throwing{
             2, std::system_error(std::make_error_code(std::errc::resource_deadlock_would_occur))};
-        outcome = Check();
+        EXPECT_EQ(Check(), kCannotTell);
+    }
+    {
+        const Rig::ThrowFromLogLine throwing{2, std::logic_error("no more log")};
+        EXPECT_EQ(Check(), kCannotTell);
     }
 
-    EXPECT_EQ(outcome, (Outcome{0, kUntouched, kUntouched}));
-    EXPECT_THAT(log.Lines(),
+    EXPECT_THAT(m_log.Lines(),
                 ElementsAre(TraceIn(kCheckEx),
                             Error(kCheckEx, L"Exception in CheckEthernetConnectionStatusEx() : Code = " +
                                                 std::to_wstring(EDEADLK)),
+                            TraceOut(kCheckEx, L"Return Value = 0"), TraceIn(kCheckEx),
+                            Error(kCheckEx, L"Exception in CheckEthernetConnectionStatusEx()"),
                             TraceOut(kCheckEx, L"Return Value = 0")));
-    EXPECT_EQ(Check(), (Outcome{1, 1, kUntouched})) << "the lock is free again";
+    EXPECT_EQ(Check(), kIsIn);
 }
 
-TEST(CheckEthernetConnectionStatusEx, OtherExceptionOutOfTheCheckIsReported) {
-    LogRecorder log;
-    const FakeAdapterList adapters{{EthernetWithAddress()}};
-    Outcome outcome;
-    {
-        const Rig::ThrowFromLogLine throwing{2, std::logic_error("no more log")};
-        outcome = Check();
-    }
-
-    EXPECT_EQ(outcome, (Outcome{0, kUntouched, kUntouched}));
-    EXPECT_THAT(log.At(Level::kError),
-                ElementsAre(Error(kCheckEx, L"Exception in CheckEthernetConnectionStatusEx()")));
-    EXPECT_EQ(Check(), (Outcome{1, 1, kUntouched})) << "the lock is free again";
-}
-
-TEST(CheckEthernetConnectionStatusEx, CallersFromManyThreadsTakeTurns) {
-    const LogRecorder log;
+TEST_F(CableCheckTest, CallersFromManyThreadsTakeTurns) {
     std::atomic<int> inside = 0;
     std::atomic<bool> overlapped = false;
-    const ScopedImport<&::GetAdaptersInfo> adapters{[&](IP_ADAPTER_INFO* list, ULONG*) -> DWORD {
+    m_notebook.AtEach(Call::GetAdaptersInfo, [&] {
         overlapped = overlapped || ++inside > 1;
         std::this_thread::yield();
-        *list = {};
-        list->Type = kEthernet;
         --inside;
-        return ERROR_SUCCESS;
-    }};
-    std::atomic<int> seenUp = 0;
+        return std::nullopt;
+    });
+    std::atomic<int> seenIn = 0;
     std::vector<std::thread> callers;
     for (int i = 0; i < 4; ++i) {
-        callers.emplace_back([&seenUp] {
+        callers.emplace_back([&seenIn] {
             for (int n = 0; n < 50; ++n) {
-                seenUp += Check() == Outcome{1, 1, kUntouched} ? 1 : 0;
+                seenIn += Check() == kIsIn ? 1 : 0;
             }
         });
     }
@@ -560,78 +448,104 @@ TEST(CheckEthernetConnectionStatusEx, CallersFromManyThreadsTakeTurns) {
         caller.join();
     }
 
-    EXPECT_EQ(seenUp, 200);
+    EXPECT_EQ(seenIn, 200);
     EXPECT_FALSE(overlapped);
 }
 
-TEST(CheckEthernetConnectionStatusEx, TimedOperationsWriteTheirTimesAfterTheirExitLines) {
-    const LogRecorder log(LogRecorder::Timing::kOn);
-    const Rig::TestClock clock;
-    const FakeAdapterList adapters{{EthernetWithoutAddress()}};
+TEST_F(CableCheckTest, TimedOperationsWriteTheirTimesAfterTheirExitLines) {
+    const LogRecorder timed(LogRecorder::Timing::kOn);
 
     static_cast<void>(Check());
 
-    EXPECT_THAT(log.From(Level::kDiag), ElementsAre(Diag(kInitialise, L"Elapsed time =     0.0 ms."),
-                                                    Diag(kCheck, L"Elapsed time =     0.0 ms."),
-                                                    Diag(kCheckEx, L"Elapsed time =     0.0 ms.")));
-    EXPECT_EQ(log.Lines().back().level, Level::kDiag);
+    EXPECT_THAT(timed.From(Level::kDiag), ElementsAre(Diag(kInitialise, L"Elapsed time =     0.0 ms."),
+                                                      Diag(kCheck, L"Elapsed time =     0.0 ms."),
+                                                      Diag(kCheckEx, L"Elapsed time =     0.0 ms.")));
+    EXPECT_EQ(timed.Lines().back().level, Level::kDiag);
 }
 
-TEST(AdapterBuffer, IsGivenBackByTheHandlersEnd) {
+// --- The question as the rest of the service asks it ----------------------------------------------
+
+TEST_F(CableCheckTest, AnswerIsOneForTheWholeServiceAndRemembersWhoAwaitsAnAddress) {
+    bool awaitsAddress = false;
+    EXPECT_EQ(NLMUtils::IsCableIn(&awaitsAddress), true);
+    EXPECT_FALSE(awaitsAddress);
+    List({});
+    EXPECT_EQ(NLMUtils::IsCableIn(&awaitsAddress), std::nullopt);
+    EXPECT_FALSE(awaitsAddress);
+    List({kWithoutAddress});
+    EXPECT_EQ(NLMUtils::IsCableIn(), false);
+    EXPECT_EQ(NLMUtils::IsCableIn(&awaitsAddress), false);
+    EXPECT_TRUE(awaitsAddress);
+    List({kWithAddress});
+    EXPECT_EQ(NLMUtils::IsCableIn(&awaitsAddress), true);
+    EXPECT_TRUE(awaitsAddress) << "what was seen once is kept";
+}
+
+TEST_F(CableCheckTest, AdaptersThatCannotBeReadAreAnErrorOfWhoeverAsks) {
+    const LogScope asker("Some::Operation");
+    EXPECT_EQ(NLMUtils::IsCableIn(asker), true);
+    EXPECT_THAT(Inside("Some::Operation"), IsEmpty());
+    List({});
+
+    EXPECT_EQ(NLMUtils::IsCableIn(asker), std::nullopt);
+    EXPECT_EQ(NLMUtils::IsCableIn(asker, L"in other words"), std::nullopt);
+
+    EXPECT_THAT(Inside("Some::Operation"),
+                ElementsAre(Error("Some::Operation", L"CheckEthernetConnectionStatusEx failed"),
+                            Error("Some::Operation", L"in other words")));
+}
+
+// --- The buffer of the list -----------------------------------------------------------------------
+
+TEST_F(CableCheckTest, EachReadReplacesTheBufferOfTheOneBefore) {
     SKIP_UNLESS_IMPORTED(malloc);
-    LogRecorder log;
-    HeapWatch heap;
-    const FakeAdapterList adapters{{EthernetWithAddress()}};
+    List({kWithAddress, kWithAddress});
     static_cast<void>(Check());
-    EXPECT_THAT(heap.Held(), ElementsAre(kOneRecord));
-    log.Clear();
+    List({kWithAddress});
 
-    { const NLMEventHandler handler(nullptr, nullptr); }
+    static_cast<void>(Check());
 
-    EXPECT_THAT(heap.Held(), IsEmpty());
-    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn("NLMEventHandler::NLMEventHandler"),
-                                         TraceOut("NLMEventHandler::NLMEventHandler"),
-                                         TraceIn("NLMEventHandler::~NLMEventHandler"),
-                                         TraceOut("NLMEventHandler::~NLMEventHandler")));
-    EXPECT_EQ(Check(), (Outcome{1, 1, kUntouched})) << "the next check makes a new one";
+    EXPECT_EQ(HeapBlocks(), 1);
 }
 
-TEST(AdapterBuffer, HandlersEndWaitsForACheckThatIsUnderWay) {
+TEST_F(CableCheckTest, BufferIsGivenBackByTheHandlersEnd) {
     SKIP_UNLESS_IMPORTED(malloc);
-    const LogRecorder log;
-    HeapWatch heap;
-    FakeAdapterList adapters;
+    static_cast<void>(Check());
+    EXPECT_EQ(HeapBlocks(), 1);
+    m_log.Clear();
+
+    const ScopedImport<&::HeapFree> frees{Rig::kWrapping, [](const auto& original, auto... arguments) {
+                                              return original.Original(arguments...);
+                                          }};
+    ReleaseAdapterList();
+
+    EXPECT_EQ(HeapBlocks(), 0);
+    EXPECT_EQ(frees.Calls(), 1);
+    EXPECT_THAT(m_log.Lines(), ElementsAre(TraceIn("NLMEventHandler::NLMEventHandler"),
+                                           TraceOut("NLMEventHandler::NLMEventHandler"),
+                                           TraceIn("NLMEventHandler::~NLMEventHandler"),
+                                           TraceOut("NLMEventHandler::~NLMEventHandler")));
+    ReleaseAdapterList();
+    EXPECT_EQ(frees.Calls(), 1) << "there was no buffer any more";
+    EXPECT_EQ(Check(), kIsIn) << "the next check makes a new one";
+}
+
+TEST_F(CableCheckTest, HandlersEndWaitsForACheckThatIsUnderWay) {
+    SKIP_UNLESS_IMPORTED(malloc);
     std::thread handlersEnd;
-    adapters.FailNext(ERROR_SUCCESS);
     // In the middle of the second read, with the buffer in the system's hands.
-    adapters.AnswerNext([&](IP_ADAPTER_INFO*, ULONG*) -> DWORD {
-        handlersEnd = std::thread([] { const NLMEventHandler handler(nullptr, nullptr); });
-        EXPECT_TRUE(log.WaitFor(TraceIn("NLMEventHandler::~NLMEventHandler")));
+    m_notebook.At(Call::GetAdaptersInfo, 2, [&] {
+        handlersEnd = std::thread([] { ReleaseAdapterList(); });
+        EXPECT_TRUE(m_log.WaitFor(TraceIn("NLMEventHandler::~NLMEventHandler")));
         Rig::Real<&::Sleep>(DWORD{20});
-        EXPECT_THAT(heap.Held(), Contains(kOneRecord));
-        return ERROR_SUCCESS;
+        EXPECT_EQ(HeapBlocks(), 1);
+        return std::nullopt;
     });
 
-    EXPECT_EQ(Check(), (Outcome{1, 0, kUntouched})) << "the list was there to be walked";
+    EXPECT_EQ(Check(), kIsIn) << "the list was there to be walked";
     handlersEnd.join();
 
-    EXPECT_THAT(heap.Held(), Not(Contains(kOneRecord)));
-}
-
-TEST(AdapterBuffer, HandlersEndWithoutABufferGivesNothingBack) {
-    SKIP_UNLESS_IMPORTED(malloc);
-    const LogRecorder log;
-    { const NLMEventHandler handler(nullptr, nullptr); }
-    HeapWatch heap;
-    std::atomic<int> freed = 0;
-    const ScopedImport<&::HeapFree> frees{[&](auto... arguments) {
-        ++freed;
-        return frees.Original(arguments...);
-    }};
-
-    { const NLMEventHandler handler(nullptr, nullptr); }
-
-    EXPECT_EQ(freed, 0);
+    EXPECT_EQ(HeapBlocks(), 0);
 }
 
 }  // namespace

@@ -1,17 +1,18 @@
-#include "tests/network/fake_adapters.h"
-
-#include <gmock/gmock.h>
-#include <wrl/client.h>
-
-#include <limits>
-#include <stdexcept>
-#include <string>
-#include <utility>
-#include <vector>
+#include <winsock2.h>
+#include <windows.h>
+#include <iphlpapi.h>
 
 #include "network/connection_adapter.h"
-#include "tests/network/fake_network.h"
-#include "tests/support/log_recorder.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cwctype>
+#include <functional>
+#include <stdexcept>
+#include <utility>
+
+#include "tests/network/network_test.h"
 #include "tests/support/skip_unless_imported.h"
 
 namespace NetworkTests {
@@ -19,9 +20,7 @@ namespace {
 
 namespace Level = Orva::Shared::Level;
 using namespace Rig::Lines;
-using Microsoft::WRL::ComPtr;
 using Rig::LogLine;
-using Rig::LogRecorder;
 using Rig::ScopedImport;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -29,511 +28,393 @@ using testing::IsEmpty;
 constexpr char kIsEthernet[] = "NLMUtils::IsEthernetConnection";
 constexpr char kPrint[] = "NLMUtils::PrintAdapterInfo";
 constexpr char kTypeString[] = "NLMUtils::GetInterfaceTypeString";
-constexpr ULONG kFirstBytes = 15000;
+constexpr SIZE_T kFirstBytes = 15000;
 /// What the flag holds before a call, to see whether it was written.
 constexpr unsigned char kUntouched = 0x40;
 
-LogLine NoMemory() {
-    return Error(kPrint, L"Memory allocation failed for IP_ADAPTER_ADDRESSES struct");
-}
-LogLine Success() {
-    return Information(kPrint, L"Memory allocation success for IP_ADAPTER_ADDRESSES struct");
-}
+const LogLine kNoMemory = Error(kPrint, L"Memory allocation failed for IP_ADAPTER_ADDRESSES struct");
+const LogLine kSuccess = Information(kPrint, L"Memory allocation success for IP_ADAPTER_ADDRESSES struct");
+const LogLine kGivenUp = Error(kPrint, L"ERROR with GetAdaptersAddresses");
+const LogLine kTooManyPasses = Error(kPrint, L"Memory allocation retry limit exceeded ");
+const LogLine kNoMatch = Warning(kPrint, L"Could not find matching adapter");
 LogLine Failed(int error) {
     return Information(kPrint, L"GetAdaptersAddresses failed with an Error code : " + std::to_wstring(error));
 }
-LogLine GivenUp() {
-    return Error(kPrint, L"ERROR with GetAdaptersAddresses");
-}
-LogLine TooManyPasses() {
-    return Error(kPrint, L"Memory allocation retry limit exceeded ");
-}
-LogLine MoreMemory(int bytes) {
+LogLine MoreMemory(SIZE_T bytes) {
     return Information(kPrint,
                        L"The buffer size is not enough,trying to allocate more memory...Required Memory is " +
                            std::to_wstring(bytes) + L" Bytes");
 }
-LogLine NoMatch() {
-    return Warning(kPrint, L"Could not find matching adapter");
-}
 
-/// Looks for adapter 1. The flag afterwards.
-unsigned char PrintFirstAdapter() {
-    unsigned char isEthernet = kUntouched;
-    NLMUtils::PrintAdapterInfo(AdapterText(1), &isEthernet);
-    return isEthernet;
-}
+/// On a notebook with Wi-Fi and a cable that is in.
+class ConnectionAdapterTest : public NetworkTest {
+  protected:
+    ConnectionAdapterTest() : NetworkTest({}) { m_notebook.PlugCable(); }
 
-TEST(PrintAdapterInfo, EthernetAdapterIsLoggedAndFlagged) {
+    /// The flag after an adapter was looked for.
+    static unsigned char Print(const std::wstring& adapterId) {
+        unsigned char isEthernet = kUntouched;
+        NLMUtils::PrintAdapterInfo(adapterId, &isEthernet);
+        return isEthernet;
+    }
+    [[nodiscard]] unsigned char PrintCable() const { return Print(CableId()); }
+
+    [[nodiscard]] std::wstring CableId() const { return GuidText(m_notebook.Cable().id); }
+    /// Adds to the list of adapters, by default as many as make it longer than is reckoned with at first.
+    Adapter& AddAdapters(int count = 40) const {
+        for (int i = 1; i < count; ++i) {
+            m_notebook.AddAdapter(kLoopback);
+        }
+        return m_notebook.AddAdapter(kEthernet);
+    }
+    /// What the operation wrote up to the adapter that it found.
+    [[nodiscard]] std::vector<LogLine> Steps() const {
+        std::vector<LogLine> lines = Inside(kPrint);
+        const auto found = std::ranges::find_if(
+            lines, [](const LogLine& line) { return line.message.starts_with(L"Description"); });
+        lines.erase(found, lines.end());
+        return lines;
+    }
+    [[nodiscard]] std::vector<SIZE_T> SizesOffered() const {
+        return NetworkTest::SizesOffered(Call::GetAdaptersAddresses);
+    }
+};
+
+using PrintAdapterInfoTest = ConnectionAdapterTest;
+
+TEST_F(PrintAdapterInfoTest, EthernetAdapterIsLoggedAndFlagged) {
     SKIP_UNLESS_IMPORTED(malloc);
-    LogRecorder log;
-    HeapWatch heap;
-    FakeAdapterAddresses adapters{{{AdapterName(2), kWifi, L"Wireless", L"Wi-Fi"},
-                                   {AdapterName(1), kEthernet, L"Fast Ethernet", L"Ethernet 2"}}};
+    const UncleanHeap heap;
 
-    EXPECT_EQ(PrintFirstAdapter(), 1);
+    EXPECT_EQ(PrintCable(), 1);
 
-    EXPECT_THAT(adapters.SizesOffered(), ElementsAre(kFirstBytes));
-    EXPECT_EQ(adapters.Family(), ULONG{AF_UNSPEC});
-    EXPECT_EQ(adapters.Flags(), ULONG{GAA_FLAG_INCLUDE_PREFIX});
+    EXPECT_THAT(m_notebook.Calls(), ElementsAre("GetAdaptersAddresses family 0, flags 0x10, 15000 bytes"));
     EXPECT_THAT(heap.Asked(), ElementsAre(kFirstBytes));
-    EXPECT_THAT(heap.Held(), IsEmpty());
-    EXPECT_THAT(log.Lines(),
-                ElementsAre(TraceIn(kPrint, L"GUID Value = {ADA00000-0000-0000-0000-000000000001}"),
-                            Success(), Information(kPrint, L"Description   : Fast Ethernet"),
-                            Information(kPrint, L"Friendly Name : Ethernet 2"),
+    EXPECT_EQ(HeapBlocks(), 0);
+    EXPECT_THAT(m_log.Lines(),
+                ElementsAre(TraceIn(kPrint, L"GUID Value = " + CableId()), kSuccess,
+                            Information(kPrint, L"Description   : Brook Gigabit Ethernet Controller 1"),
+                            Information(kPrint, L"Friendly Name : Ethernet 1"),
                             TraceIn(kTypeString, L"IFTYPE Value = 6"),
                             TraceOut(kTypeString, L"InterfaceType = Ethernet"),
                             Information(kPrint, L"Interface type: Ethernet"),
                             TraceOut(kPrint, L"Ethernet Status = 1")));
 }
 
-TEST(PrintAdapterInfo, OtherAdapterIsLoggedAndLeavesTheFlag) {
-    LogRecorder log;
-    const FakeAdapterAddresses adapters{{{AdapterName(1), kWifi, L"Wireless", L"Wi-Fi"}}};
+TEST_F(PrintAdapterInfoTest, OtherAdapterIsLoggedAndLeavesTheFlag) {
+    const std::wstring wifi = GuidText(m_notebook.Wlan().id);
 
-    EXPECT_EQ(PrintFirstAdapter(), kUntouched);
+    EXPECT_EQ(Print(wifi), kUntouched);
 
-    EXPECT_THAT(log.Of(kPrint), ElementsAre(TraceIn(kPrint, L"GUID Value = " + AdapterText(1)), Success(),
-                                            Information(kPrint, L"Description   : Wireless"),
-                                            Information(kPrint, L"Friendly Name : Wi-Fi"),
-                                            Information(kPrint, L"Interface type: IEEE 802.11 Wireless"),
-                                            TraceOut(kPrint, L"Ethernet Status = 64")));
+    EXPECT_THAT(m_log.Of(kPrint),
+                ElementsAre(TraceIn(kPrint, L"GUID Value = " + wifi), kSuccess,
+                            Information(kPrint, L"Description   : Brook Wireless Adapter 1"),
+                            Information(kPrint, L"Friendly Name : Wi-Fi 1"),
+                            Information(kPrint, L"Interface type: IEEE 802.11 Wireless"),
+                            TraceOut(kPrint, L"Ethernet Status = 64")));
 }
 
-TEST(PrintAdapterInfo, UnknownAdapterIsWarnedAboutAndLeavesTheFlag) {
-    LogRecorder log;
-    const FakeAdapterAddresses adapters{{{AdapterName(2), kEthernet}}};
+TEST_F(PrintAdapterInfoTest, OnlyTheExactIdentifierMatches) {
+    std::wstring lowerCase = CableId();
+    std::ranges::transform(lowerCase, lowerCase.begin(), &towlower);
+    ASSERT_NE(lowerCase, CableId());
+    for (const std::wstring& id : {lowerCase, CableId() + L"x", CableId().substr(0, CableId().size() - 1),
+                                   std::wstring(), GuidText(m_notebook.Cable().connectionId)}) {
+        m_log.Clear();
 
-    EXPECT_EQ(PrintFirstAdapter(), kUntouched);
+        EXPECT_EQ(Print(id), kUntouched);
 
-    EXPECT_THAT(log.From(Level::kInformation), ElementsAre(Success(), NoMatch()));
-}
-
-TEST(PrintAdapterInfo, WalkGoesOnBehindTheFirstMatch) {
-    LogRecorder log;
-    const FakeAdapterAddresses adapters{{{AdapterName(1), kWifi, L"One", L"1"},
-                                         {AdapterName(2), kWifi, L"Two", L"2"},
-                                         {AdapterName(1), kEthernet, L"Three", L"3"}}};
-
-    EXPECT_EQ(PrintFirstAdapter(), 1);
-
-    EXPECT_TRUE(log.Contains(Information(kPrint, L"Description   : One")));
-    EXPECT_FALSE(log.Contains(Information(kPrint, L"Description   : Two")));
-    EXPECT_TRUE(log.Contains(Information(kPrint, L"Description   : Three")));
-}
-
-TEST(PrintAdapterInfo, IdentifierInLowerCaseNeverMatches) {
-    LogRecorder log;
-    const FakeAdapterAddresses adapters{{{AdapterName(1), kEthernet}}};
-    unsigned char isEthernet = 0;
-
-    NLMUtils::PrintAdapterInfo(L"{ada00000-0000-0000-0000-000000000001}", &isEthernet);
-
-    EXPECT_EQ(isEthernet, 0);
-    EXPECT_TRUE(log.Contains(NoMatch()));
-}
-
-TEST(PrintAdapterInfo, NameThatIsOnlyABeginningDoesNotMatch) {
-    LogRecorder log;
-    const std::string name = AdapterName(1);
-    const FakeAdapterAddresses adapters{
-        {{name + "x", kEthernet}, {name.substr(0, name.size() - 1), kEthernet}, {"", kEthernet}}};
-
-    EXPECT_EQ(PrintFirstAdapter(), kUntouched);
-
-    EXPECT_TRUE(log.Contains(NoMatch()));
-}
-
-TEST(PrintAdapterInfo, NamesOfEveryByteDoNoHarm) {
-    const LogRecorder log;
-    for (int byte = 1; byte < 256; ++byte) {
-        const FakeAdapterAddresses adapters{{{std::string(38, static_cast<char>(byte)), kEthernet}}};
-
-        EXPECT_EQ(PrintFirstAdapter(), kUntouched) << byte;
+        EXPECT_THAT(m_log.From(Level::kInformation), ElementsAre(kSuccess, kNoMatch));
     }
 }
 
-TEST(PrintAdapterInfo, MissingTextsReadAsEmpty) {
-    LogRecorder log;
-    const FakeAdapterAddresses adapters{{{AdapterName(1), kEthernet, {}, {}}, {{}, kWifi, {}, {}}}};
+TEST_F(PrintAdapterInfoTest, WalkGoesOnBehindTheFirstMatch) {
+    m_notebook.Devices().adapters[1].id = m_notebook.Cable().id;
+    m_notebook.Cable().type = kLoopback;
+    Adapter& third = AddAdapters(2);
+    third.id = m_notebook.Cable().id;
 
-    EXPECT_EQ(PrintFirstAdapter(), 1);
+    EXPECT_EQ(PrintCable(), 1);
 
-    EXPECT_TRUE(log.Contains(Information(kPrint, L"Description   : ")));
-    EXPECT_TRUE(log.Contains(Information(kPrint, L"Friendly Name : ")));
+    EXPECT_THAT(Messages(kPrint),
+                ElementsAre(kSuccess.message, L"Description   : Brook Gigabit Ethernet Controller 1",
+                            L"Friendly Name : Ethernet 1", L"Interface type: Software Loopback",
+                            L"Description   : Brook Wireless Adapter 1", L"Friendly Name : Wi-Fi 1",
+                            L"Interface type: IEEE 802.11 Wireless", L"Description   : Brook Adapter 4",
+                            L"Friendly Name : Adapter 4", L"Interface type: Ethernet"));
 }
 
-TEST(PrintAdapterInfo, LongTextsAreCutByTheLogAlone) {
-    LogRecorder log;
-    const FakeAdapterAddresses adapters{{{AdapterName(1), kEthernet, std::wstring(5000, L'd'), L"n"}}};
+TEST_F(PrintAdapterInfoTest, OddTextsDoNoHarm) {
+    std::string name;
+    std::wstring text(5000, L'd');
+    bool hasTexts = true;
+    const ScopedImport<&::GetAdaptersAddresses> odd{
+        Rig::kWrapping, [&](const auto& original, ULONG family, ULONG flags, void* reserved,
+                            IP_ADAPTER_ADDRESSES* list, ULONG* bytes) {
+            const ULONG result = original.Original(family, flags, reserved, list, bytes);
+            list->Next->AdapterName = hasTexts ? name.data() : nullptr;
+            list->Description = list->FriendlyName = hasTexts ? text.data() : nullptr;
+            return result;
+        }};
 
-    EXPECT_EQ(PrintFirstAdapter(), 1);
+    EXPECT_EQ(PrintCable(), 1);
+    EXPECT_TRUE(m_log.Contains(Information(kPrint, L"Description   : " + std::wstring(495, L'd'))));
 
-    EXPECT_TRUE(log.Contains(Information(kPrint, L"Description   : " + std::wstring(495, L'd'))));
+    hasTexts = false;
+    EXPECT_EQ(PrintCable(), 1);
+    EXPECT_TRUE(m_log.Contains(Information(kPrint, L"Description   : ")));
+    EXPECT_TRUE(m_log.Contains(Information(kPrint, L"Friendly Name : ")));
+
+    hasTexts = true;
+    for (int byte = 1; byte < 256; ++byte) {
+        name = std::string(38, static_cast<char>(byte));
+        EXPECT_EQ(Print(L"{}"), kUntouched) << byte;
+    }
 }
 
-TEST(PrintAdapterInfo, FiveHundredAdaptersAreWalked) {
-    const LogRecorder log;
-    std::vector<AddressedAdapter> many(499, AddressedAdapter{AdapterName(2), kWifi});
-    many.push_back({AdapterName(1), kEthernet});
-    const FakeAdapterAddresses adapters{many};
-
-    EXPECT_EQ(PrintFirstAdapter(), 1);
-}
-
-TEST(PrintAdapterInfo, ListLeftUnwrittenHasNoMatch) {
+TEST_F(PrintAdapterInfoTest, ListLeftUnwrittenHasNoMatch) {
     SKIP_UNLESS_IMPORTED(malloc);
-    LogRecorder log;
-    HeapWatch heap;
-    FakeAdapterAddresses adapters;
-    adapters.FailNext(ERROR_SUCCESS);
-    unsigned char isEthernet = 0;
+    const UncleanHeap heap;
+    m_notebook.GiveNothing(Call::GetAdaptersAddresses);
 
-    NLMUtils::PrintAdapterInfo(L"", &isEthernet);
+    EXPECT_EQ(Print(L""), kUntouched);
 
-    EXPECT_EQ(isEthernet, 0);
-    EXPECT_THAT(log.From(Level::kInformation), ElementsAre(Success(), NoMatch()));
+    EXPECT_THAT(m_log.From(Level::kInformation), ElementsAre(kSuccess, kNoMatch));
 }
 
-TEST(PrintAdapterInfo, NoMemoryEndsItWithoutACall) {
+TEST_F(PrintAdapterInfoTest, NoMemoryEndsItWithoutACall) {
     SKIP_UNLESS_IMPORTED(malloc);
-    LogRecorder log;
-    HeapWatch heap;
+    UncleanHeap heap;
     heap.Refuse(1);
-    const FakeAdapterAddresses adapters{{{AdapterName(1), kEthernet}}};
 
-    EXPECT_EQ(PrintFirstAdapter(), kUntouched);
+    EXPECT_EQ(PrintCable(), kUntouched);
 
-    EXPECT_THAT(adapters.SizesOffered(), IsEmpty());
-    EXPECT_THAT(log.From(Level::kTraceOut),
-                ElementsAre(NoMemory(), TraceOut(kPrint, L"Ethernet Status = 64")));
+    EXPECT_THAT(m_notebook.Calls(), IsEmpty());
+    EXPECT_THAT(m_log.From(Level::kTraceOut),
+                ElementsAre(kNoMemory, TraceOut(kPrint, L"Ethernet Status = 64")));
 }
 
-TEST(PrintAdapterInfo, FailureOtherThanTooLittleMemoryEndsIt) {
-    SKIP_UNLESS_IMPORTED(malloc);
+TEST_F(PrintAdapterInfoTest, FailureOtherThanTooLittleMemoryEndsIt) {
     for (const int error :
          {ERROR_NO_DATA, ERROR_NOT_ENOUGH_MEMORY, ERROR_INVALID_PARAMETER, ERROR_ADDRESS_NOT_ASSOCIATED}) {
-        LogRecorder log;
-        HeapWatch heap;
-        FakeAdapterAddresses adapters{{{AdapterName(1), kEthernet}}};
-        adapters.FailNext(static_cast<ULONG>(error));
+        m_log.Clear();
+        m_notebook.ForgetCalls();
+        m_notebook.Fail(Call::GetAdaptersAddresses, 1, error);
 
-        EXPECT_EQ(PrintFirstAdapter(), kUntouched);
+        EXPECT_EQ(PrintCable(), kUntouched);
 
-        EXPECT_EQ(adapters.SizesOffered().size(), 1U);
-        EXPECT_THAT(log.From(Level::kTraceOut),
-                    ElementsAre(Failed(error), GivenUp(), TraceOut(kPrint, L"Ethernet Status = 64")));
-        EXPECT_THAT(heap.Held(), IsEmpty());
+        EXPECT_EQ(m_notebook.Count(Call::GetAdaptersAddresses), 1);
+        EXPECT_THAT(m_log.From(Level::kTraceOut),
+                    ElementsAre(Failed(error), kGivenUp, TraceOut(kPrint, L"Ethernet Status = 64")));
     }
 }
 
-TEST(PrintAdapterInfo, OneOrTwoReallocationsAreEnough) {
+TEST_F(PrintAdapterInfoTest, ListThatGrowsIsReadIntoAsMuchMemoryAsTheSystemAskedFor) {
     SKIP_UNLESS_IMPORTED(malloc);
-    LogRecorder log;
-    HeapWatch heap;
-    FakeAdapterAddresses adapters{{{AdapterName(1), kEthernet, L"D", L"N"}}};
-    adapters.AskNextFor(20000);
-    adapters.AskNextFor(30000);
+    const UncleanHeap heap;
+    AddAdapters();
+    m_notebook.At(Call::GetAdaptersAddresses, 2, [this] {
+        AddAdapters();
+        return std::nullopt;
+    });
 
-    EXPECT_EQ(PrintFirstAdapter(), 1);
+    EXPECT_EQ(PrintCable(), 1);
 
-    EXPECT_THAT(adapters.SizesOffered(), ElementsAre(kFirstBytes, 20000, 30000));
-    EXPECT_THAT(heap.Asked(), ElementsAre(kFirstBytes, 20000, 30000));
-    EXPECT_THAT(heap.Held(), IsEmpty());
-    EXPECT_THAT(
-        log.From(Level::kInformation),
-        ElementsAre(Failed(ERROR_BUFFER_OVERFLOW), MoreMemory(20000), MoreMemory(30000), Success(),
-                    Information(kPrint, L"Description   : D"), Information(kPrint, L"Friendly Name : N"),
-                    Information(kPrint, L"Interface type: Ethernet")));
+    ASSERT_EQ(heap.Asked().size(), 3U);
+    EXPECT_EQ(SizesOffered(), heap.Asked());
+    EXPECT_THAT(Steps(), ElementsAre(Failed(ERROR_BUFFER_OVERFLOW), MoreMemory(heap.Asked()[1]),
+                                     MoreMemory(heap.Asked()[2]), kSuccess));
 }
 
-TEST(PrintAdapterInfo, SuccessOfTheThirdOrFourthPassIsGivenUpAllTheSame) {
-    SKIP_UNLESS_IMPORTED(malloc);
-    for (const int passes : {3, 4}) {
-        LogRecorder log;
-        HeapWatch heap;
-        FakeAdapterAddresses adapters{{{AdapterName(1), kEthernet}}};
-        std::vector<LogLine> expected{Failed(ERROR_BUFFER_OVERFLOW)};
-        for (int pass = 1; pass <= passes; ++pass) {
-            adapters.AskNextFor(static_cast<ULONG>(20000 + pass));
-            expected.push_back(MoreMemory(20000 + pass));
+TEST_F(PrintAdapterInfoTest, ThirdPassIsOneTooManyEvenWhereItSucceeds) {
+    for (const int overflows : {1, 2, 3, 4, 10}) {
+        SCOPED_TRACE(overflows);
+        m_log.Clear();
+        m_notebook.ForgetCalls();
+        for (int call = 1; call <= overflows; ++call) {
+            m_notebook.Fail(Call::GetAdaptersAddresses, call, ERROR_BUFFER_OVERFLOW);
         }
-        expected.push_back(TooManyPasses());
+        const int passes = std::min(overflows, 4);
+        std::vector<LogLine> expected(static_cast<std::size_t>(passes) + 1, MoreMemory(kFirstBytes));
+        expected.front() = Failed(ERROR_BUFFER_OVERFLOW);
+        expected.push_back(passes < 3 ? kSuccess : kTooManyPasses);
 
-        EXPECT_EQ(PrintFirstAdapter(), kUntouched);
+        EXPECT_EQ(PrintCable(), passes < 3 ? 1 : kUntouched);
 
-        EXPECT_EQ(adapters.SizesOffered().size(), static_cast<std::size_t>(passes) + 1);
-        EXPECT_EQ(log.From(Level::kInformation), expected);
-        EXPECT_THAT(heap.Held(), IsEmpty());
+        EXPECT_EQ(m_notebook.Count(Call::GetAdaptersAddresses), passes + 1);
+        EXPECT_EQ(Steps(), expected);
+        EXPECT_EQ(m_log.Of(kPrint).back().level, Level::kTraceOut);
+        EXPECT_EQ(HeapBlocks(), 0);
     }
 }
 
-TEST(PrintAdapterInfo, ListThatAlwaysGrowsIsGivenUpAfterFourPasses) {
-    SKIP_UNLESS_IMPORTED(malloc);
-    LogRecorder log;
-    HeapWatch heap;
-    FakeAdapterAddresses adapters;
-    for (ULONG pass = 0; pass < 10; ++pass) {
-        adapters.AskNextFor(20000 + pass);
-    }
+TEST_F(PrintAdapterInfoTest, OtherFailureAfterAReallocationEndsIt) {
+    m_notebook.Fail(Call::GetAdaptersAddresses, 1, ERROR_BUFFER_OVERFLOW);
+    m_notebook.Fail(Call::GetAdaptersAddresses, 2, ERROR_NO_DATA);
 
-    EXPECT_EQ(PrintFirstAdapter(), kUntouched);
+    EXPECT_EQ(PrintCable(), kUntouched);
 
-    EXPECT_THAT(adapters.SizesOffered(), ElementsAre(kFirstBytes, 20000, 20001, 20002, 20003));
-    EXPECT_THAT(log.At(Level::kError), ElementsAre(TooManyPasses()));
-    EXPECT_TRUE(log.Contains(TraceOut(kPrint, L"Ethernet Status = 64")));
-    EXPECT_THAT(heap.Held(), IsEmpty());
+    EXPECT_THAT(Steps(), ElementsAre(Failed(ERROR_BUFFER_OVERFLOW), MoreMemory(kFirstBytes), kGivenUp));
 }
 
-TEST(PrintAdapterInfo, OtherFailureAfterAReallocationEndsIt) {
+TEST_F(PrintAdapterInfoTest, PassWithoutMemoryCountsLikeAnyOther) {
     SKIP_UNLESS_IMPORTED(malloc);
-    LogRecorder log;
-    HeapWatch heap;
-    FakeAdapterAddresses adapters;
-    adapters.AskNextFor(20000);
-    adapters.FailNext(ERROR_NO_DATA);
-
-    EXPECT_EQ(PrintFirstAdapter(), kUntouched);
-
-    EXPECT_THAT(log.From(Level::kInformation),
-                ElementsAre(Failed(ERROR_BUFFER_OVERFLOW), MoreMemory(20000), GivenUp()));
-    EXPECT_THAT(heap.Held(), IsEmpty());
-}
-
-TEST(PrintAdapterInfo, NoMemoryForOnePassGoesOnWithTheNext) {
-    SKIP_UNLESS_IMPORTED(malloc);
-    LogRecorder log;
-    HeapWatch heap;
+    const LogLine moreMemory = MoreMemory(kFirstBytes);
+    UncleanHeap heap;
+    m_notebook.Fail(Call::GetAdaptersAddresses, 1, ERROR_BUFFER_OVERFLOW);
     heap.Refuse(2);
-    FakeAdapterAddresses adapters{{{AdapterName(1), kEthernet}}};
-    adapters.AskNextFor(20000);
+    EXPECT_EQ(PrintCable(), 1);
+    EXPECT_THAT(Steps(),
+                ElementsAre(Failed(ERROR_BUFFER_OVERFLOW), moreMemory, kNoMemory, moreMemory, kSuccess));
 
-    EXPECT_EQ(PrintFirstAdapter(), 1);
-
-    EXPECT_THAT(adapters.SizesOffered(), ElementsAre(kFirstBytes, 20000));
-    EXPECT_THAT(log.At(Level::kError), ElementsAre(NoMemory()));
-    EXPECT_EQ(log.Count(MoreMemory(20000)), 2);
-    EXPECT_THAT(heap.Held(), IsEmpty());
-}
-
-TEST(PrintAdapterInfo, NoMemoryForAnyPassIsGivenUpAfterFour) {
-    SKIP_UNLESS_IMPORTED(malloc);
-    LogRecorder log;
-    HeapWatch heap;
+    m_log.Clear();
+    m_notebook.ForgetCalls();
+    m_notebook.Fail(Call::GetAdaptersAddresses, 1, ERROR_BUFFER_OVERFLOW);
     for (int nth = 2; nth < 10; ++nth) {
         heap.Refuse(nth);
     }
-    FakeAdapterAddresses adapters;
-    adapters.AskNextFor(20000);
-
-    EXPECT_EQ(PrintFirstAdapter(), kUntouched);
-
-    EXPECT_THAT(adapters.SizesOffered(), ElementsAre(kFirstBytes));
-    EXPECT_THAT(log.From(Level::kInformation),
-                ElementsAre(Failed(ERROR_BUFFER_OVERFLOW), MoreMemory(20000), NoMemory(), MoreMemory(20000),
-                            NoMemory(), MoreMemory(20000), NoMemory(), MoreMemory(20000), NoMemory(),
-                            TooManyPasses()));
-    EXPECT_THAT(heap.Held(), IsEmpty());
+    EXPECT_EQ(PrintCable(), kUntouched);
+    EXPECT_THAT(SizesOffered(), ElementsAre(kFirstBytes));
+    EXPECT_THAT(Steps(),
+                ElementsAre(Failed(ERROR_BUFFER_OVERFLOW), moreMemory, kNoMemory, moreMemory, kNoMemory,
+                            moreMemory, kNoMemory, moreMemory, kNoMemory, kTooManyPasses));
 }
 
-TEST(PrintAdapterInfo, SystemThatAsksForNoMemoryDoesNoHarm) {
+TEST_F(PrintAdapterInfoTest, SystemThatAsksForNoMemoryDoesNoHarm) {
     SKIP_UNLESS_IMPORTED(malloc);
-    const LogRecorder log;
-    HeapWatch heap;
-    FakeAdapterAddresses adapters{{{AdapterName(1), kEthernet}}};
-    adapters.AskNextFor(0);
+    const UncleanHeap heap;
+    m_notebook.GiveNothing(Call::GetAdaptersAddresses);
+    const ScopedImport<&::GetAdaptersAddresses> odd{
+        Rig::kWrapping,
+        [](const auto& original, ULONG family, ULONG flags, void* reserved, IP_ADAPTER_ADDRESSES* list,
+           ULONG* bytes) -> ULONG {
+            if (original.Calls() > 1) {
+                return original.Original(family, flags, reserved, list, bytes);
+            }
+            *bytes = 0;
+            return ERROR_BUFFER_OVERFLOW;
+        }};
 
-    EXPECT_EQ(PrintFirstAdapter(), 1);
+    EXPECT_EQ(PrintCable(), kUntouched);
 
     EXPECT_THAT(heap.Asked(), ElementsAre(kFirstBytes, sizeof(IP_ADAPTER_ADDRESSES)));
+    EXPECT_EQ(Inside(kPrint).back(), kNoMatch);
 }
 
-TEST(PrintAdapterInfo, ExceptionIsLoggedAndTheMemoryReleased) {
-    SKIP_UNLESS_IMPORTED(malloc);
-    LogRecorder log;
-    HeapWatch heap;
-    FakeAdapterAddresses adapters;
-    adapters.AnswerNext([](IP_ADAPTER_ADDRESSES*, ULONG*) -> ULONG { throw std::runtime_error("driver"); });
+TEST_F(PrintAdapterInfoTest, ExceptionIsLoggedAndTheMemoryReleased) {
+    m_notebook.At(Call::GetAdaptersAddresses, 1,
+                  []() -> std::optional<DWORD> { throw std::runtime_error("driver"); });
 
-    EXPECT_EQ(PrintFirstAdapter(), kUntouched);
+    EXPECT_EQ(PrintCable(), kUntouched);
 
-    EXPECT_THAT(log.From(Level::kTraceOut), ElementsAre(Error(kPrint, L"Exception in PrintAdapterInfo()"),
-                                                        TraceOut(kPrint, L"Ethernet Status = 64")));
-    EXPECT_THAT(heap.Held(), IsEmpty());
+    EXPECT_THAT(m_log.From(Level::kTraceOut), ElementsAre(Error(kPrint, L"Exception in PrintAdapterInfo()"),
+                                                          TraceOut(kPrint, L"Ethernet Status = 64")));
+    EXPECT_EQ(HeapBlocks(), 0);
 }
 
-using InterfaceTypeCase = std::pair<DWORD, const wchar_t*>;
-class GetInterfaceTypeStringOf : public testing::TestWithParam<InterfaceTypeCase> {};
+TEST_F(ConnectionAdapterTest, InterfaceTypesHaveNames) {
+    constexpr wchar_t kUnknown[] = L"Unrecognized interface type";
+    const std::vector<std::pair<DWORD, std::wstring>> names{{1, L"Other"},
+                                                            {6, L"Ethernet"},
+                                                            {9, L"Token Ring"},
+                                                            {23, L"PPP"},
+                                                            {24, L"Software Loopback"},
+                                                            {37, L"ATM"},
+                                                            {71, L"IEEE 802.11 Wireless"},
+                                                            {131, L"Tunnel"},
+                                                            {144, L"IEEE 1394 (Firewire)"},
+                                                            {0, kUnknown},
+                                                            {7, kUnknown},
+                                                            {243, kUnknown},
+                                                            {0xFFFFFFFF, kUnknown}};
+    for (const auto& [type, name] : names) {
+        m_log.Clear();
 
-TEST_P(GetInterfaceTypeStringOf, NamesTheType) {
-    LogRecorder log;
-    const auto [type, name] = GetParam();
+        EXPECT_EQ(NLMUtils::GetInterfaceTypeString(&type), name);
 
-    EXPECT_EQ(NLMUtils::GetInterfaceTypeString(&type), name);
-
-    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kTypeString, L"IFTYPE Value = " +
-                                                                  std::to_wstring(static_cast<int>(type))),
-                                         TraceOut(kTypeString, std::wstring(L"InterfaceType = ") + name)));
+        const std::wstring number = std::to_wstring(static_cast<int>(type));
+        EXPECT_THAT(m_log.Lines(), ElementsAre(TraceIn(kTypeString, L"IFTYPE Value = " + number),
+                                               TraceOut(kTypeString, L"InterfaceType = " + name)));
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Types, GetInterfaceTypeStringOf,
-                         testing::Values(InterfaceTypeCase{1, L"Other"}, InterfaceTypeCase{6, L"Ethernet"},
-                                         InterfaceTypeCase{9, L"Token Ring"}, InterfaceTypeCase{23, L"PPP"},
-                                         InterfaceTypeCase{24, L"Software Loopback"},
-                                         InterfaceTypeCase{37, L"ATM"},
-                                         InterfaceTypeCase{71, L"IEEE 802.11 Wireless"},
-                                         InterfaceTypeCase{131, L"Tunnel"},
-                                         InterfaceTypeCase{144, L"IEEE 1394 (Firewire)"},
-                                         InterfaceTypeCase{0, L"Unrecognized interface type"},
-                                         InterfaceTypeCase{7, L"Unrecognized interface type"},
-                                         InterfaceTypeCase{243, L"Unrecognized interface type"},
-                                         InterfaceTypeCase{0xFFFFFFFF, L"Unrecognized interface type"}));
-
-/// Connection 1 over adapter 1, and a manager that the code under test may use.
-class IsEthernetConnectionTest : public testing::Test {
+/// Asks about connections, with a manager that the code under test may use.
+class IsEthernetConnectionTest : public ConnectionAdapterTest {
   protected:
-    IsEthernetConnectionTest() {
-        m_manager.connections = {&m_connection};
-        EXPECT_EQ(m_manager.HandOut(m_reference.GetAddressOf()), S_OK);
+    bool Ask(const Adapter& adapter) {
+        return NLMUtils::IsEthernetConnection(m_manager.Get(), adapter.connectionId, &m_isEthernet);
     }
 
-    bool Ask() { return NLMUtils::IsEthernetConnection(m_reference.Get(), ConnectionGuid(1), &m_isEthernet); }
-
-    /// What the operation itself wrote besides its entry line.
-    [[nodiscard]] std::vector<LogLine> OwnLines() const {
-        std::vector<LogLine> lines = m_log.Of(kIsEthernet);
-        EXPECT_EQ(lines.front(), TraceIn(kIsEthernet));
-        lines.erase(lines.begin());
-        return lines;
-    }
-    [[nodiscard]] bool AdapterWasLookedUp() const { return !m_log.Of(kPrint).empty(); }
-
-    LogRecorder m_log;
-    FakeConnection m_connection{ConnectionGuid(1), AdapterGuid(1)};
-    FakeNetworkListManager m_manager;
-    ComPtr<INetworkListManager> m_reference;
+    Microsoft::WRL::ComPtr<INetworkListManager> m_manager = NetworkListManager();
     unsigned char m_isEthernet = 0;
 };
 
 TEST_F(IsEthernetConnectionTest, ConnectionOverEthernetIsFlagged) {
-    const FakeAdapterAddresses adapters{{{AdapterName(1), kEthernet}}};
-
-    EXPECT_TRUE(Ask());
+    EXPECT_TRUE(Ask(m_notebook.Cable()));
 
     EXPECT_EQ(m_isEthernet, 1);
-    EXPECT_THAT(OwnLines(), ElementsAre(Information(kIsEthernet, L"Matching Adapter Id: " + AdapterText(1)),
-                                        TraceOut(kIsEthernet, L"Return Value = 1")));
-    EXPECT_EQ(m_connection.References(), 0);
-    EXPECT_EQ(m_connection.ReferencesTaken(), 1);
+    EXPECT_THAT(
+        m_log.Of(kIsEthernet),
+        ElementsAre(TraceIn(kIsEthernet), Information(kIsEthernet, L"Matching Adapter Id: " + CableId()),
+                    TraceOut(kIsEthernet, L"Return Value = 1")));
+    EXPECT_EQ(References(), 1) << "the test's own";
 }
 
 TEST_F(IsEthernetConnectionTest, ConnectionOverWifiIsKnownButNotFlagged) {
-    const FakeAdapterAddresses adapters{{{AdapterName(1), kWifi}}};
+    m_notebook.Act(&::Notebook::ConnectWifi, 0U);
 
-    EXPECT_TRUE(Ask());
+    EXPECT_TRUE(Ask(m_notebook.Devices().adapters[1]));
 
     EXPECT_EQ(m_isEthernet, 0);
 }
 
 TEST_F(IsEthernetConnectionTest, AdapterThatIsNotListedStillCountsAsKnown) {
-    const FakeAdapterAddresses adapters{{{AdapterName(2), kEthernet}}};
+    m_notebook.Fail(Call::GetAdaptersAddresses, 1, ERROR_NO_DATA);
 
-    EXPECT_TRUE(Ask());
+    EXPECT_TRUE(Ask(m_notebook.Cable()));
 
     EXPECT_EQ(m_isEthernet, 0);
 }
 
-TEST_F(IsEthernetConnectionTest, WithoutAManagerNothingIsKnown) {
-    m_reference.Reset();
+TEST_F(IsEthernetConnectionTest, WhatCannotBeLookedUpIsNotKnown) {
+    const auto fail = [this](Call call, HRESULT result) {
+        return [this, call, result] { m_notebook.Fail(call, 1, result); };
+    };
+    const std::vector<std::pair<std::function<void()>, std::wstring>> reasons{
+        {fail(Call::NetworkListManagerGetNetworkConnection, S_FALSE),  // with the connection
+         L"GetNetworkConnection Failed with error 0x00000001"},
+        {fail(Call::NetworkListManagerGetNetworkConnection, S_OK),  // without one
+         L"GetNetworkConnection Failed with error 0x00000000"},
+        {fail(Call::NetworkConnectionGetAdapterId, HRESULT_FROM_WIN32(ERROR_NOT_FOUND)),
+         L"GetAdapterId Failed with error 0x80070490"},
+        {[this] {
+             m_notebook.At(Call::NetworkConnectionGetAdapterId, 1,
+                           []() -> std::optional<DWORD> { throw DWORD{ERROR_GEN_FAILURE}; });
+         },
+         L"Exception in IsEthernetConnection()"},
+        {[this] { m_notebook.PullCable(); }, L"GetNetworkConnection Failed with error 0x80070490"},
+        {[this] { m_manager.Reset(); }, L"INetworkListManager is NULL"}};
+    for (const auto& [arrange, reason] : reasons) {
+        arrange();
+        m_log.Clear();
 
-    EXPECT_FALSE(Ask());
+        EXPECT_FALSE(Ask(m_notebook.Cable()));
 
-    EXPECT_THAT(OwnLines(), ElementsAre(Error(kIsEthernet, L"INetworkListManager is NULL"),
-                                        TraceOut(kIsEthernet, L"Return Value = 0")));
-    EXPECT_FALSE(AdapterWasLookedUp());
-}
-
-TEST_F(IsEthernetConnectionTest, ConnectionThatIsGoneIsNotKnown) {
-    m_manager.connections.clear();
-
-    EXPECT_FALSE(Ask());
-
-    EXPECT_THAT(OwnLines(),
-                ElementsAre(Error(kIsEthernet, L"GetNetworkConnection Failed with error 0x80070490"),
-                            TraceOut(kIsEthernet, L"Return Value = 0")));
-    EXPECT_FALSE(AdapterWasLookedUp());
-}
-
-TEST_F(IsEthernetConnectionTest, SuccessCodeOtherThanOkIsAFailure) {
-    m_manager.connectionResult = S_FALSE;
-
-    EXPECT_FALSE(Ask());
-
-    EXPECT_THAT(OwnLines(),
-                ElementsAre(Error(kIsEthernet, L"GetNetworkConnection Failed with error 0x00000001"),
-                            TraceOut(kIsEthernet, L"Return Value = 0")));
-    EXPECT_EQ(m_connection.References(), 0) << "what came with the success code is given back";
-}
-
-TEST_F(IsEthernetConnectionTest, SuccessWithoutAConnectionIsAFailure) {
-    m_manager.givesConnection = false;
-
-    EXPECT_FALSE(Ask());
-
-    EXPECT_FALSE(AdapterWasLookedUp());
-}
-
-TEST_F(IsEthernetConnectionTest, ConnectionThatVanishesBeforeItsAdapterIsAskedForIsNotKnown) {
-    m_connection.adapterIdResult = HRESULT_FROM_WIN32(ERROR_NOT_FOUND);
-
-    EXPECT_FALSE(Ask());
-
-    EXPECT_THAT(OwnLines(), ElementsAre(Error(kIsEthernet, L"GetAdapterId Failed with error 0x80070490"),
-                                        TraceOut(kIsEthernet, L"Return Value = 0")));
-    EXPECT_EQ(m_connection.References(), 0);
-    EXPECT_FALSE(AdapterWasLookedUp());
+        EXPECT_THAT(m_log.Lines(), ElementsAre(TraceIn(kIsEthernet), Error(kIsEthernet, reason),
+                                               TraceOut(kIsEthernet, L"Return Value = 0")));
+        EXPECT_EQ(m_isEthernet, 0);
+        EXPECT_EQ(References(), m_manager != nullptr ? 1 : 0);
+    }
 }
 
 TEST_F(IsEthernetConnectionTest, IdentifierWithoutATextIsNotKnown) {
     const ScopedImport<&::StringFromCLSID> noText{[](auto...) -> HRESULT { return E_OUTOFMEMORY; }};
 
-    EXPECT_FALSE(Ask());
+    EXPECT_FALSE(Ask(m_notebook.Cable()));
 
-    EXPECT_THAT(OwnLines(), ElementsAre(Error(kIsEthernet, L"StringFromCLSID Failed with error 0x8007000E"),
-                                        TraceOut(kIsEthernet, L"Return Value = 0")));
-    EXPECT_EQ(m_connection.References(), 0);
-    EXPECT_FALSE(AdapterWasLookedUp());
-}
-
-TEST_F(IsEthernetConnectionTest, TextIsGivenBack) {
-    const FakeAdapterAddresses adapters{{{AdapterName(1), kEthernet}}};
-    std::vector<void*> given;
-    std::vector<void*> freed;
-    const ScopedImport<&::StringFromCLSID> texts{[&](REFCLSID id, LPOLESTR* text) {
-        const HRESULT result = texts.Original(id, text);
-        given.push_back(*text);
-        return result;
-    }};
-    const ScopedImport<&::CoTaskMemFree> frees{[&](void* memory) {
-        freed.push_back(memory);
-        frees.Original(memory);
-    }};
-
-    EXPECT_TRUE(Ask());
-
-    EXPECT_EQ(given.size(), 1U);
-    EXPECT_EQ(freed, given);
-}
-
-TEST_F(IsEthernetConnectionTest, ExceptionIsLoggedAndNothingIsKnown) {
-    const ScopedImport<&::StringFromCLSID> throws{[](auto...) -> HRESULT { throw DWORD{ERROR_GEN_FAILURE}; }};
-
-    EXPECT_FALSE(Ask());
-
-    EXPECT_THAT(OwnLines(), ElementsAre(Error(kIsEthernet, L"Exception in IsEthernetConnection()"),
-                                        TraceOut(kIsEthernet, L"Return Value = 0")));
-    EXPECT_EQ(m_connection.References(), 0);
+    EXPECT_THAT(m_log.From(Level::kTraceOut),
+                ElementsAre(Error(kIsEthernet, L"StringFromCLSID Failed with error 0x8007000E"),
+                            TraceOut(kIsEthernet, L"Return Value = 0")));
 }
 
 }  // namespace

@@ -1,225 +1,168 @@
 #include "network/network_diagnostics.h"
 
 #include <gmock/gmock.h>
-#include <wrl/client.h>
 
-#include <memory>
 #include <mutex>
+#include <sstream>
 #include <stdexcept>
-#include <string>
 #include <thread>
-#include <utility>
-#include <vector>
 
-#include "tests/network/fake_adapters.h"
-#include "tests/network/fake_network.h"
-#include "tests/support/log_recorder.h"
+#include "tests/network/network_test.h"
 
 namespace NetworkTests {
 namespace {
 
 namespace Level = Orva::Shared::Level;
 using namespace Rig::Lines;
-using Microsoft::WRL::ComPtr;
+using ::Notebook::ConnectionList;
 using Rig::LogLine;
-using Rig::LogRecorder;
 using Rig::ScopedImport;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 
 constexpr char kState[] = "NLMUtils::PrintConnectivityState";
 constexpr char kConnections[] = "NLMUtils::PrintNetworkConnections";
+constexpr wchar_t kAdding[] = L"Ethernet Connection - adding to set...";
+constexpr HRESULT kGone = static_cast<HRESULT>(0x80070490);  // ERROR_NOT_FOUND as an HRESULT
 
-struct ConnectivityCase {
-    DWORD value;
-    const wchar_t* entryText;
-    std::vector<std::wstring> texts;
-};
-
-class PrintConnectivityStateOf : public testing::TestWithParam<ConnectivityCase> {};
-
-TEST_P(PrintConnectivityStateOf, WritesALineForEachGroupThatHasOne) {
-    LogRecorder log;
-
-    NLMUtils::PrintConnectivityState(&GetParam().value);
-
-    std::vector<LogLine> expected{TraceIn(kState, GetParam().entryText)};
-    for (const std::wstring& text : GetParam().texts) {
-        expected.push_back(Information(kState, text));
-    }
-    expected.push_back(TraceOut(kState));
-    EXPECT_EQ(log.Lines(), expected);
-}
-
-constexpr wchar_t kDisconnected[] = L"Network Disconnected";
-
-INSTANTIATE_TEST_SUITE_P(
-    Values, PrintConnectivityStateOf,
-    testing::Values(
-        ConnectivityCase{0x0, L"NLM_CONNECTIVITY - 0x0", {kDisconnected}},
-        ConnectivityCase{0x1, L"NLM_CONNECTIVITY - 0x1", {L"IPV4 - No Traffic"}},
-        ConnectivityCase{0x2, L"NLM_CONNECTIVITY - 0x2", {L"IPV6 - No Traffic"}},
-        ConnectivityCase{0x3, L"NLM_CONNECTIVITY - 0x3", {}},
-        ConnectivityCase{0x4, L"NLM_CONNECTIVITY - 0x4", {}},
-        ConnectivityCase{0x10, L"NLM_CONNECTIVITY - 0x10", {kDisconnected, L"IPV4 - Subnet"}},
-        ConnectivityCase{0x20, L"NLM_CONNECTIVITY - 0x20", {kDisconnected, L"IPV4 - Local Connectivity"}},
-        ConnectivityCase{0x40, L"NLM_CONNECTIVITY - 0x40", {kDisconnected, L"IPV4 - Internet Connectivity"}},
-        ConnectivityCase{0x60, L"NLM_CONNECTIVITY - 0x60", {kDisconnected}},
-        ConnectivityCase{0x80, L"NLM_CONNECTIVITY - 0x80", {kDisconnected}},
-        ConnectivityCase{0x100, L"NLM_CONNECTIVITY - 0x100", {kDisconnected, L"IPV6 - Subnet"}},
-        ConnectivityCase{0x200, L"NLM_CONNECTIVITY - 0x200", {kDisconnected, L"IPV6 - Local Connectivity"}},
-        ConnectivityCase{
-            0x400, L"NLM_CONNECTIVITY - 0x400", {kDisconnected, L"IPV6 - Internet Connectivity"}},
-        ConnectivityCase{0x800, L"NLM_CONNECTIVITY - 0x800", {kDisconnected}},
-        ConnectivityCase{0x240,
-                         L"NLM_CONNECTIVITY - 0x240",
-                         {kDisconnected, L"IPV4 - Internet Connectivity", L"IPV6 - Local Connectivity"}},
-        ConnectivityCase{0x412,
-                         L"NLM_CONNECTIVITY - 0x412",
-                         {L"IPV6 - No Traffic", L"IPV4 - Subnet", L"IPV6 - Internet Connectivity"}},
-        ConnectivityCase{0x333, L"NLM_CONNECTIVITY - 0x333", {}},
-        ConnectivityCase{0x1000, L"NLM_CONNECTIVITY - 0x1000", {kDisconnected}},
-        ConnectivityCase{0xFFFFFFFF, L"NLM_CONNECTIVITY - 0xffffffff", {}}));
-
-/// A manager with connections, wired or not; connection n goes over adapter n.
-class PrintNetworkConnectionsTest : public testing::Test {
+/// On a notebook without adapters: each test adds its connections.
+class DiagnosticsTest : public NetworkTest {
   protected:
-    enum class Carrier : bool { kEthernet, kWifi };
+    DiagnosticsTest() : NetworkTest({.wlanAdapters = 0, .cables = 0}) {}
 
-    PrintNetworkConnectionsTest() { EXPECT_EQ(m_manager.HandOut(m_reference.GetAddressOf()), S_OK); }
-
-    FakeConnection& AddConnection(Carrier carrier) {
-        const auto number = static_cast<unsigned char>(m_connections.size() + 1);
-        m_connections.push_back(
-            std::make_unique<FakeConnection>(ConnectionGuid(number), AdapterGuid(number)));
-        m_manager.connections.push_back(m_connections.back().get());
-        m_adapters.push_back({AdapterName(number), carrier == Carrier::kEthernet ? kEthernet : kWifi});
-        m_addresses.Set(m_adapters);
-        return *m_connections.back();
+    /// One more adapter, with a connection, to the internet.
+    [[nodiscard]] Adapter& Connect(UINT type) const {
+        Adapter& adapter = m_notebook.AddAdapter(type);
+        adapter.plugged = adapter.hasAddress = 1;
+        adapter.connectivity = NLM_CONNECTIVITY_IPV4_INTERNET;
+        return adapter;
     }
+    /// The text under which a connection joins the set.
+    static std::wstring Id(const Adapter& adapter) { return GuidText(adapter.connectionId); }
 
-    void Print() { NLMUtils::PrintNetworkConnections(m_reference.Get(), &m_wired); }
+    void Print() { NLMUtils::PrintNetworkConnections(m_manager.Get(), &m_wired); }
+    [[nodiscard]] std::vector<std::wstring> Messages() const { return NetworkTest::Messages(kConnections); }
 
-    /// The messages of the operation itself, all of one level.
-    [[nodiscard]] std::vector<std::wstring> Messages(int level = Level::kInformation) const {
-        std::vector<std::wstring> messages;
-        for (const LogLine& line : m_log.Of(kConnections)) {
-            if (line.level == level) {
-                messages.push_back(line.message);
-            }
-        }
-        return messages;
-    }
-    [[nodiscard]] bool Wrote(const std::wstring& message) const {
-        return m_log.Contains(Information(kConnections, message));
-    }
-
-    LogRecorder m_log;
-    std::vector<std::unique_ptr<FakeConnection>> m_connections;
-    FakeNetworkListManager m_manager;
-    ComPtr<INetworkListManager> m_reference;
-    std::vector<AddressedAdapter> m_adapters;
-    FakeAdapterAddresses m_addresses;
+    Microsoft::WRL::ComPtr<INetworkListManager> m_manager = NetworkListManager();
     WiredConnections m_wired;
 };
 
-TEST_F(PrintNetworkConnectionsTest, ConnectionIsLoggedWithAdapterNetworkAndConnectivity) {
-    FakeConnection& cable = AddConnection(Carrier::kEthernet);
-    cable.isConnectedToInternet = true;
-    cable.connectivity = NLM_CONNECTIVITY_IPV4_SUBNET;
+TEST_F(DiagnosticsTest, ConnectivityIsALineForEachGroupThatHasOne) {
+    constexpr wchar_t kDisconnected[] = L"Network Disconnected";
+    const std::vector<std::pair<DWORD, std::vector<std::wstring>>> cases{
+        {0x0, {kDisconnected}},
+        {0x1, {L"IPV4 - No Traffic"}},
+        {0x2, {L"IPV6 - No Traffic"}},
+        {0x3, {}},
+        {0x4, {}},
+        {0x10, {kDisconnected, L"IPV4 - Subnet"}},
+        {0x20, {kDisconnected, L"IPV4 - Local Connectivity"}},
+        {0x40, {kDisconnected, L"IPV4 - Internet Connectivity"}},
+        {0x60, {kDisconnected}},
+        {0x80, {kDisconnected}},
+        {0x100, {kDisconnected, L"IPV6 - Subnet"}},
+        {0x200, {kDisconnected, L"IPV6 - Local Connectivity"}},
+        {0x400, {kDisconnected, L"IPV6 - Internet Connectivity"}},
+        {0x800, {kDisconnected}},
+        {0x240, {kDisconnected, L"IPV4 - Internet Connectivity", L"IPV6 - Local Connectivity"}},
+        {0x412, {L"IPV6 - No Traffic", L"IPV4 - Subnet", L"IPV6 - Internet Connectivity"}},
+        {0x333, {}},
+        {0x1000, {kDisconnected}},
+        {0xFFFFFFFF, {}}};
+    for (const auto& [value, texts] : cases) {
+        SCOPED_TRACE(value);
+        m_log.Clear();
+
+        NLMUtils::PrintConnectivityState(&value);
+
+        EXPECT_EQ(NetworkTest::Messages(kState), texts);
+        std::wostringstream entryText;
+        entryText << L"NLM_CONNECTIVITY - 0x" << std::hex << value;
+        EXPECT_EQ(m_log.Lines().front(), TraceIn(kState, entryText.str()));
+        EXPECT_EQ(m_log.Lines().back(), TraceOut(kState));
+    }
+}
+
+TEST_F(DiagnosticsTest, ConnectionIsLoggedWithAdapterNetworkAndConnectivity) {
+    const Adapter& cable = Connect(kEthernet);
 
     Print();
 
-    std::vector<LogLine> lines = m_log.From(Level::kInformation);
-    EXPECT_THAT(lines, ElementsAre(Information(kConnections, L"Current Connections:"),
-                                   Information(kConnections, L"Connection : 1"),
-                                   Information(kConnections, L"Connection Id : " + ConnectionText(1)),
-                                   Information(kConnections, L"Adapter Id : " + AdapterText(1)),
-                                   Information(kConnections, L"Adapter Info: "),
-                                   Rig::Line(Level::kInformation, "NLMUtils::PrintAdapterInfo", testing::_),
-                                   Rig::Line(Level::kInformation, "NLMUtils::PrintAdapterInfo", testing::_),
-                                   Rig::Line(Level::kInformation, "NLMUtils::PrintAdapterInfo", testing::_),
-                                   Rig::Line(Level::kInformation, "NLMUtils::PrintAdapterInfo", testing::_),
-                                   Information(kConnections, L"Ethernet Connection - adding to set..."),
-                                   Information(kConnections, L"Connected to Network (Name): Home"),
-                                   Information(kConnections, L"Is Connected to Network: -1"),
-                                   Information(kConnections, L"Is Connected to Internet: -1"),
-                                   Information(kConnections, L"Detailed connectivity states:"),
-                                   Information(kState, L"Network Disconnected"),
-                                   Information(kState, L"IPV4 - Subnet")));
+    const auto adapterLine = Rig::Line(Level::kInformation, "NLMUtils::PrintAdapterInfo", testing::_);
+    EXPECT_THAT(m_log.From(Level::kInformation),
+                ElementsAre(Information(kConnections, L"Current Connections:"),
+                            Information(kConnections, L"Connection : 1"),
+                            Information(kConnections, L"Connection Id : " + Id(cable)),
+                            Information(kConnections, L"Adapter Id : " + GuidText(cable.id)),
+                            Information(kConnections, L"Adapter Info: "), adapterLine, adapterLine,
+                            adapterLine, adapterLine, Information(kConnections, kAdding),
+                            Information(kConnections, L"Connected to Network (Name): Network 1"),
+                            Information(kConnections, L"Is Connected to Network: -1"),
+                            Information(kConnections, L"Is Connected to Internet: -1"),
+                            Information(kConnections, L"Detailed connectivity states:"),
+                            Information(kState, L"Network Disconnected"),
+                            Information(kState, L"IPV4 - Internet Connectivity")));
     EXPECT_EQ(m_log.Lines().front(), TraceIn(kConnections));
     EXPECT_EQ(m_log.Lines().back(), TraceOut(kConnections));
-    EXPECT_THAT(m_wired, ElementsAre(ConnectionText(1)));
-    EXPECT_EQ(cable.References(), 0);
-    EXPECT_EQ(cable.network.References(), 0);
-    EXPECT_EQ(m_manager.enumerator.References(), 0);
-    EXPECT_EQ(m_manager.References(), 1) << "the test's own";
+    EXPECT_THAT(m_wired, ElementsAre(Id(cable)));
+    EXPECT_EQ(References(), 1) << "the test's own";
 }
 
-TEST_F(PrintNetworkConnectionsTest, OnlyWiredConnectionsJoinTheSetConnectedOrNot) {
-    AddConnection(Carrier::kWifi);
-    AddConnection(Carrier::kEthernet).isConnected = false;
-    AddConnection(Carrier::kEthernet);
+TEST_F(DiagnosticsTest, OnlyWiredConnectionsJoinTheSetConnectedOrNot) {
+    static_cast<void>(Connect(kWifi));
+    const Adapter& second = Connect(kEthernet);
+    const Adapter& third = Connect(kEthernet);
+    m_notebook.GiveNothing(Call::NetworkConnectionIsConnected);
 
     Print();
 
-    EXPECT_THAT(m_wired, ElementsAre(ConnectionText(2), ConnectionText(3)));
-    EXPECT_TRUE(Wrote(L"Is Connected to Network: 0"));
+    EXPECT_THAT(m_wired, ElementsAre(Id(second), Id(third)));
+    EXPECT_THAT(Messages(), Contains(L"Is Connected to Network: 0").Times(3));
 }
 
-TEST_F(PrintNetworkConnectionsTest, WithoutASetNothingIsAdded) {
-    AddConnection(Carrier::kEthernet);
+TEST_F(DiagnosticsTest, WithoutASetNothingIsAdded) {
+    static_cast<void>(Connect(kEthernet));
 
-    NLMUtils::PrintNetworkConnections(m_reference.Get(), nullptr);
+    NLMUtils::PrintNetworkConnections(m_manager.Get(), nullptr);
 
-    EXPECT_FALSE(Wrote(L"Ethernet Connection - adding to set..."));
-    EXPECT_TRUE(Wrote(L"Connected to Network (Name): Home"));
+    EXPECT_THAT(Messages(), Not(Contains(kAdding)));
+    EXPECT_THAT(Messages(), Contains(L"Connected to Network (Name): Network 1"));
 }
 
-TEST_F(PrintNetworkConnectionsTest, WithoutAManagerOnlyAnErrorIsWritten) {
+TEST_F(DiagnosticsTest, WithoutAManagerOrAListOnlyAnErrorIsWritten) {
     NLMUtils::PrintNetworkConnections(nullptr, &m_wired);
+    m_notebook.Fail(Call::NetworkListManagerGetNetworkConnections, 1, E_ACCESSDENIED);
+    Print();
+    m_notebook.Fail(Call::NetworkListManagerGetNetworkConnections, 1, S_OK);  // without a list
+    Print();
 
     EXPECT_THAT(m_log.Lines(),
                 ElementsAre(TraceIn(kConnections), Error(kConnections, L"INetworkListManager is NULL"),
-                            TraceOut(kConnections)));
-}
-
-TEST_F(PrintNetworkConnectionsTest, FailedListIsReported) {
-    m_manager.connectionsResult = E_ACCESSDENIED;
-
-    Print();
-
-    EXPECT_THAT(m_log.Lines(),
-                ElementsAre(TraceIn(kConnections),
+                            TraceOut(kConnections), TraceIn(kConnections),
                             Error(kConnections, L"GetNetworkConnections Failed with error 0x80070005"),
-                            TraceOut(kConnections)));
+                            TraceOut(kConnections), TraceIn(kConnections), TraceOut(kConnections)));
 }
 
-TEST_F(PrintNetworkConnectionsTest, SuccessWithoutAListIsSurvived) {
-    m_manager.givesEnumerator = false;
-
-    Print();
-
-    EXPECT_THAT(m_log.At(Level::kError), IsEmpty());
-    EXPECT_THAT(m_wired, IsEmpty());
-}
-
-TEST_F(PrintNetworkConnectionsTest, NoConnectionsGiveTheHeadingAlone) {
+TEST_F(DiagnosticsTest, NoConnectionsGiveTheHeadingAlone) {
     Print();
 
     EXPECT_THAT(Messages(), ElementsAre(L"Current Connections:"));
-    EXPECT_THAT(m_manager.enumerator.asked, ElementsAre(20));
+    EXPECT_THAT(m_notebook.Calls(Call::NetworkConnectionsNext),
+                ElementsAre("IEnumNetworkConnections::Next 0 of 20"));
 }
 
-TEST_F(PrintNetworkConnectionsTest, TwentyFiveConnectionsComeInTwoBatchesAndAreCountedThrough) {
+TEST_F(DiagnosticsTest, TwentyFiveConnectionsComeInTwoBatchesAndAreCountedThrough) {
     for (int i = 0; i < 25; ++i) {
-        AddConnection(Carrier::kEthernet);
+        static_cast<void>(Connect(kEthernet));
     }
 
     Print();
 
-    EXPECT_THAT(m_manager.enumerator.asked, testing::Each(20));
-    EXPECT_THAT(m_manager.enumerator.given, ElementsAre(20, 5, 0));
+    EXPECT_THAT(m_notebook.Calls(Call::NetworkConnectionsNext),
+                ElementsAre("IEnumNetworkConnections::Next 20 of 20", "IEnumNetworkConnections::Next 5 of 20",
+                            "IEnumNetworkConnections::Next 0 of 20"));
     int expected = 0;
     for (const std::wstring& message : Messages()) {
         if (message.starts_with(L"Connection : ")) {
@@ -228,106 +171,90 @@ TEST_F(PrintNetworkConnectionsTest, TwentyFiveConnectionsComeInTwoBatchesAndAreC
     }
     EXPECT_EQ(expected, 25);
     EXPECT_EQ(m_wired.size(), 25U);
-    for (const auto& connection : m_connections) {
-        EXPECT_EQ(connection->References(), 0);
-    }
 }
 
-TEST_F(PrintNetworkConnectionsTest, ListThatBreaksOffEndsTheWalk) {
+TEST_F(DiagnosticsTest, ListThatBreaksOffEndsTheWalk) {
     for (int i = 0; i < 25; ++i) {
-        AddConnection(Carrier::kWifi);
+        static_cast<void>(Connect(kWifi));
     }
-    m_manager.enumerator.failure = {2, E_FAIL};
+    m_notebook.Fail(Call::NetworkConnectionsNext, 2, E_FAIL);
 
     Print();
 
-    EXPECT_TRUE(Wrote(L"Connection : 20"));
-    EXPECT_FALSE(Wrote(L"Connection : 21"));
-    EXPECT_THAT(m_log.At(Level::kError), IsEmpty());
+    EXPECT_THAT(Messages(), Contains(L"Connection : 20"));
+    EXPECT_THAT(Messages(), Not(Contains(L"Connection : 21")));
 }
 
-TEST_F(PrintNetworkConnectionsTest, EmptyPlaceInTheListIsCountedAndPassedOver) {
-    AddConnection(Carrier::kWifi);
-    m_manager.connections.push_back(nullptr);
-    AddConnection(Carrier::kEthernet);
+TEST_F(DiagnosticsTest, EmptyPlaceInTheListIsCountedAndPassedOver) {
+    m_notebook.Devices().connectionList = ConnectionList::NullElement;
+    const Adapter& cable = Connect(kEthernet);
 
     Print();
 
-    EXPECT_TRUE(Wrote(L"Connection : 3"));
-    EXPECT_THAT(m_wired, ElementsAre(ConnectionText(2)));
+    EXPECT_THAT(m_wired, ElementsAre(Id(cable)));
+    EXPECT_THAT(Messages(), Contains(L"Connection : 2"));
 }
 
-TEST_F(PrintNetworkConnectionsTest, ListThatSaysItGaveMoreThanItWasAskedForIsNotBelieved) {
-    AddConnection(Carrier::kWifi);
-    m_manager.enumerator.boast = 1000;
+TEST_F(DiagnosticsTest, ListThatSaysItGaveMoreThanItWasAskedForIsNotBelieved) {
+    m_notebook.Devices().connectionList = ConnectionList::TooMany;
+    const Adapter& wifi = Connect(kWifi);
 
     Print();
 
-    EXPECT_TRUE(Wrote(L"Connection Id : " + ConnectionText(1)));
-    EXPECT_FALSE(Wrote(L"Connection : 21"));
+    EXPECT_THAT(Messages(), Contains(L"Connection Id : " + Id(wifi)));
+    EXPECT_THAT(Messages(), Contains(L"Connection : 20"));
+    EXPECT_THAT(Messages(), Not(Contains(L"Connection : 21")));
 }
 
-/// A step that fails, and the line that is then left out.
-struct FailingStep {
-    const char* name;
-    void (*fail)(FakeConnection&);
-    std::wstring missing;
-};
+TEST_F(DiagnosticsTest, StepThatFailsLeavesOutItsLineAlone) {
+    struct Step {
+        Call call;
+        LONG answer;
+        std::wstring missing;
+    };
+    const std::vector<Step> steps{
+        {Call::NetworkConnectionGetConnectionId, kGone, L"Connection Id"},
+        {Call::NetworkConnectionGetAdapterId, kGone, L"Adapter Id"},
+        {Call::NetworkConnectionGetNetwork, kGone, L"Connected to Network"},
+        {Call::NetworkConnectionGetNetwork, S_OK, L"Connected to Network"},  // without an object
+        {Call::NetworkGetName, kGone, L"Connected to Network"},
+        {Call::NetworkConnectionIsConnected, kGone, L"Is Connected to Network"},
+        {Call::NetworkConnectionIsConnectedToInternet, kGone, L"Is Connected to Internet"}};
+    const std::array adapters{&Connect(kWifi), &Connect(kWifi)};
+    for (const Step& step : steps) {
+        SCOPED_TRACE(testing::PrintToString(step.call));
+        m_log.Clear();
+        m_notebook.Fail(step.call, 1, step.answer);
 
-class PrintNetworkConnectionsWithout : public PrintNetworkConnectionsTest,
-                                       public testing::WithParamInterface<FailingStep> {};
+        Print();
 
-TEST_P(PrintNetworkConnectionsWithout, LeavesOutThatLineAloneAndGoesOn) {
-    FakeConnection& broken = AddConnection(Carrier::kWifi);
-    GetParam().fail(broken);
-    AddConnection(Carrier::kWifi);
-
-    Print();
-
-    std::vector<std::wstring> expected;
-    for (const int number : {1, 2}) {
-        const auto id = static_cast<unsigned char>(number);
-        for (const std::wstring& message :
-             {L"Connection : " + std::to_wstring(number), L"Connection Id : " + ConnectionText(id),
-              L"Adapter Id : " + AdapterText(id), std::wstring(L"Adapter Info: "),
-              std::wstring(L"Connected to Network (Name): Home"),
-              std::wstring(L"Is Connected to Network: -1"), std::wstring(L"Is Connected to Internet: 0"),
-              std::wstring(L"Detailed connectivity states:")}) {
-            if (number == 2 || !message.starts_with(GetParam().missing)) {
-                expected.push_back(message);
+        std::vector<std::wstring> expected{L"Current Connections:"};
+        for (const int number : {1, 2}) {
+            const Adapter& adapter = *adapters[static_cast<std::size_t>(number) - 1];
+            for (const std::wstring& message :
+                 {L"Connection : " + std::to_wstring(number), L"Connection Id : " + Id(adapter),
+                  L"Adapter Id : " + GuidText(adapter.id), std::wstring(L"Adapter Info: "),
+                  L"Connected to Network (Name): Network " + std::to_wstring(number),
+                  std::wstring(L"Is Connected to Network: -1"), std::wstring(L"Is Connected to Internet: -1"),
+                  std::wstring(L"Detailed connectivity states:")}) {
+                if (number == 2 || !message.starts_with(step.missing)) {
+                    expected.push_back(message);
+                }
             }
         }
+        EXPECT_EQ(Messages(), expected);
+        EXPECT_EQ(References(), 1);
     }
-    expected.insert(expected.begin(), L"Current Connections:");
-    EXPECT_EQ(Messages(), expected);
-    EXPECT_THAT(m_log.At(Level::kError), IsEmpty());
-    EXPECT_EQ(broken.References(), 0);
-    EXPECT_EQ(broken.network.References(), 0);
 }
 
-constexpr HRESULT kGone = static_cast<HRESULT>(0x80070490);  // ERROR_NOT_FOUND as an HRESULT
-
-INSTANTIATE_TEST_SUITE_P(
-    Steps, PrintNetworkConnectionsWithout,
-    testing::Values(
-        FailingStep{"ConnectionId", [](FakeConnection& c) { c.connectionIdResult = kGone; },
-                    L"Connection Id"},
-        FailingStep{"AdapterId", [](FakeConnection& c) { c.adapterIdResult = kGone; }, L"Adapter Id"},
-        FailingStep{"Network", [](FakeConnection& c) { c.networkResult = kGone; }, L"Connected to Network"},
-        FailingStep{"NetworkObject", [](FakeConnection& c) { c.hasNetwork = false; },
-                    L"Connected to Network"},
-        FailingStep{"NetworkName", [](FakeConnection& c) { c.network.nameResult = kGone; },
-                    L"Connected to Network"},
-        FailingStep{"IsConnected", [](FakeConnection& c) { c.isConnectedResult = kGone; },
-                    L"Is Connected to Network"},
-        FailingStep{"IsConnectedToInternet", [](FakeConnection& c) { c.isConnectedToInternetResult = kGone; },
-                    L"Is Connected to Internet"}),
-    [](const testing::TestParamInfo<FailingStep>& tested) { return tested.param.name; });
-
-TEST_F(PrintNetworkConnectionsTest, ConnectionThatIsGoneAltogetherIsSurvived) {
-    FakeConnection& gone = AddConnection(Carrier::kEthernet);
-    gone.connectionIdResult = gone.adapterIdResult = gone.networkResult = kGone;
-    gone.isConnectedResult = gone.isConnectedToInternetResult = gone.connectivityResult = kGone;
+TEST_F(DiagnosticsTest, ConnectionThatIsGoneAltogetherIsSurvived) {
+    static_cast<void>(Connect(kEthernet));
+    for (const Call call :
+         {Call::NetworkConnectionGetConnectionId, Call::NetworkConnectionGetAdapterId,
+          Call::NetworkConnectionGetNetwork, Call::NetworkConnectionIsConnected,
+          Call::NetworkConnectionIsConnectedToInternet, Call::NetworkConnectionGetConnectivity}) {
+        m_notebook.FailEach(call, kGone);
+    }
 
     Print();
 
@@ -338,88 +265,55 @@ TEST_F(PrintNetworkConnectionsTest, ConnectionThatIsGoneAltogetherIsSurvived) {
     EXPECT_THAT(m_wired, IsEmpty());
 }
 
-TEST_F(PrintNetworkConnectionsTest, WiredConnectionWithoutAnIdentifierIsNotAdded) {
-    AddConnection(Carrier::kEthernet).connectionIdResult = kGone;
+TEST_F(DiagnosticsTest, WiredConnectionWithoutAnIdentifierIsNotAdded) {
+    static_cast<void>(Connect(kEthernet));
+    m_notebook.FailEach(Call::NetworkConnectionGetConnectionId, kGone);
 
     Print();
 
-    EXPECT_FALSE(Wrote(L"Ethernet Connection - adding to set..."));
+    EXPECT_THAT(Messages(), Not(Contains(kAdding)));
     EXPECT_THAT(m_wired, IsEmpty());
 }
 
-TEST_F(PrintNetworkConnectionsTest, IdentifiersWithoutTextsAreLeftOut) {
-    AddConnection(Carrier::kEthernet);
+TEST_F(DiagnosticsTest, TextsThatAreNotThereAreLeftOutOrEmpty) {
+    static_cast<void>(Connect(kEthernet));
     const ScopedImport<&::StringFromCLSID> noText{[](auto...) -> HRESULT { return E_OUTOFMEMORY; }};
+    m_notebook.GiveNothing(Call::NetworkGetName);
 
     Print();
 
-    EXPECT_FALSE(Wrote(L"Connection Id : " + ConnectionText(1)));
-    EXPECT_FALSE(Wrote(L"Adapter Id : " + AdapterText(1)));
-    EXPECT_TRUE(Wrote(L"Connected to Network (Name): Home"));
+    EXPECT_THAT(Messages(), ElementsAre(L"Current Connections:", L"Connection : 1", L"Adapter Info: ",
+                                        L"Connected to Network (Name): ", L"Is Connected to Network: -1",
+                                        L"Is Connected to Internet: -1", L"Detailed connectivity states:"));
     EXPECT_THAT(m_wired, IsEmpty());
 }
 
-TEST_F(PrintNetworkConnectionsTest, NetworkWithoutANameIsLoggedAsEmpty) {
-    AddConnection(Carrier::kWifi).network.name.reset();
-
-    Print();
-
-    EXPECT_TRUE(Wrote(L"Connected to Network (Name): "));
-}
-
-TEST_F(PrintNetworkConnectionsTest, TextsAndNamesAreGivenBack) {
-    AddConnection(Carrier::kEthernet);
-    int texts = 0;
-    int freedTexts = 0;
-    int freedNames = 0;
-    const ScopedImport<&::StringFromCLSID> gives{[&](REFCLSID id, LPOLESTR* text) {
-        ++texts;
-        return gives.Original(id, text);
-    }};
-    const ScopedImport<&::CoTaskMemFree> frees{[&](void* memory) {
-        ++freedTexts;
-        frees.Original(memory);
-    }};
-    const ScopedImport<&::SysFreeString> freesNames{[&](BSTR name) {
-        ++freedNames;
-        freesNames.Original(name);
-    }};
-
-    Print();
-
-    EXPECT_EQ(texts, 2);
-    EXPECT_EQ(freedTexts, 2);
-    EXPECT_EQ(freedNames, 1);
-}
-
-TEST_F(PrintNetworkConnectionsTest, ExceptionIsLoggedAndEverythingReleased) {
-    FakeConnection& first = AddConnection(Carrier::kEthernet);
-    FakeConnection& second = AddConnection(Carrier::kEthernet);
-    const ScopedImport<&::StringFromCLSID> throws{
-        [](auto...) -> HRESULT { throw std::runtime_error("text"); }};
+TEST_F(DiagnosticsTest, ExceptionIsLoggedAndEverythingReleased) {
+    static_cast<void>(Connect(kEthernet));
+    static_cast<void>(Connect(kEthernet));
+    m_notebook.At(Call::NetworkGetName, 1,
+                  []() -> std::optional<DWORD> { throw std::runtime_error("name"); });
 
     Print();
 
     EXPECT_THAT(m_log.At(Level::kError),
                 ElementsAre(Error(kConnections, L"Exception in PrintNetworkConnections()")));
     EXPECT_EQ(m_log.Lines().back(), TraceOut(kConnections));
-    EXPECT_EQ(first.References(), 0);
-    EXPECT_EQ(second.References(), 0);
-    EXPECT_EQ(m_manager.enumerator.References(), 0);
+    EXPECT_EQ(References(), 1);
 }
 
-TEST_F(PrintNetworkConnectionsTest, SetIsNotTouchedWhileAConnectivityChangeIsHandled) {
-    AddConnection(Carrier::kEthernet);
+TEST_F(DiagnosticsTest, SetIsNotTouchedWhileAConnectivityChangeIsHandled) {
+    const Adapter& cable = Connect(kEthernet);
     std::unique_lock change(connectivityChangeLock);
     std::thread startUp([this] { Print(); });
-    EXPECT_TRUE(m_log.WaitFor(Information(kConnections, L"Ethernet Connection - adding to set...")));
+    EXPECT_TRUE(m_log.WaitFor(Information(kConnections, kAdding)));
     EXPECT_THAT(m_wired, IsEmpty());
-    EXPECT_FALSE(Wrote(L"Connected to Network (Name): Home"));
+    EXPECT_EQ(Messages().back(), kAdding);
 
     change.unlock();
     startUp.join();
 
-    EXPECT_THAT(m_wired, ElementsAre(ConnectionText(1)));
+    EXPECT_THAT(m_wired, ElementsAre(Id(cable)));
 }
 
 }  // namespace

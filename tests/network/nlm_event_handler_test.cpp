@@ -1,11 +1,9 @@
 #include "network/nlm_event_handler.h"
 
 #include <gmock/gmock.h>
-#include <wlanapi.h>
 #include <wrl/client.h>
 
 #include <algorithm>
-#include <atomic>
 #include <bit>
 #include <cstddef>
 #include <cwctype>
@@ -13,21 +11,15 @@
 #include <mutex>
 #include <new>
 #include <optional>
-#include <stdexcept>
-#include <string>
 #include <thread>
 #include <utility>
-#include <vector>
 
 #include "bios/bios_settings.h"
 #include "radio/power_status.h"
 #include "radio/wlan_radio.h"
-#include "tests/network/fake_adapters.h"
-#include "tests/network/fake_network.h"
+#include "tests/network/network_test.h"
 #include "tests/support/at_each_log_line.h"
-#include "tests/support/log_recorder.h"
 #include "tests/support/registry_tree.h"
-#include "tests/support/test_clock.h"
 #include "tests/support/throw_from_log_line.h"
 
 namespace NetworkTests {
@@ -38,105 +30,53 @@ using namespace Rig::Lines;
 using namespace std::chrono_literals;
 using Microsoft::WRL::ComPtr;
 using Rig::LogLine;
-using Rig::LogRecorder;
 using Rig::ScopedImport;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr char kEvent[] = "NLMEventHandler::NetworkConnectionConnectivityChanged";
+constexpr char kDestructor[] = "NLMEventHandler::~NLMEventHandler";
 constexpr char kStopWlan[] = "ServiceUtils::StopWLANService";
 constexpr char kStartWlan[] = "ServiceUtils::StartWLANService";
 constexpr char kStopWwan[] = "ServiceUtils::StopWWANService";
 constexpr char kStartWwan[] = "ServiceUtils::StartWWANService";
+constexpr wchar_t kStart[] = L"------------------start----------------------";
+constexpr wchar_t kEnd[] = L"-------------------end-----------------------";
+constexpr char kOff[] = "WlanSetInterface PHY 0 to 2";
+constexpr char kOn[] = "WlanSetInterface PHY 0 to 1";
 
 constexpr NLM_CONNECTIVITY kUp = NLM_CONNECTIVITY_IPV4_INTERNET;
 constexpr NLM_CONNECTIVITY kDown = NLM_CONNECTIVITY_DISCONNECTED;
 
-/// The handler with its fields in the open.
-class OpenHandler : public NLMEventHandler {
-  public:
-    using NLMEventHandler::m_networkListManager;
-    using NLMEventHandler::m_references;
-    using NLMEventHandler::m_wiredConnections;
-    using NLMEventHandler::NLMEventHandler;
-};
+std::wstring Element(const std::wstring& id) {
+    return L"Current ethernetConnection element: " + id;
+}
 
-/// A machine with one WLAN interface of one PHY, for a scope.
-class FakeWlan {
-  public:
-    explicit FakeWlan(bool isOn) : m_isOn(isOn) {}
-
-    [[nodiscard]] bool IsOn() const { return m_isOn; }
-    /// The software states that were set, in order, as on or off.
-    [[nodiscard]] const std::vector<bool>& Switches() const { return m_switches; }
-    /// Called by each switch.
-    std::function<void()> whenSwitched = [] {};
-
-  private:
-    DWORD Set(const void* data) {
-        m_isOn =
-            static_cast<const WLAN_PHY_RADIO_STATE*>(data)->dot11SoftwareRadioState == dot11_radio_state_on;
-        m_switches.push_back(m_isOn);
-        whenSwitched();
-        return ERROR_SUCCESS;
-    }
-
-    std::atomic<bool> m_isOn;
-    std::vector<bool> m_switches;
-    /// A list of one interface. In some headers its interfaces are an array without a size.
-    struct alignas(WLAN_INTERFACE_INFO_LIST) {
-        DWORD count = 1;
-        DWORD index = 0;
-        WLAN_INTERFACE_INFO interfaceInfo{};
-    } m_list;
-    WLAN_INTERFACE_CAPABILITY m_capability{};
-    WLAN_RADIO_STATE m_state{};
-    ScopedImport<&::WlanOpenHandle> m_open{[](DWORD, void*, DWORD*, HANDLE* handle) -> DWORD {
-        *handle = reinterpret_cast<HANDLE>(std::size_t{0x77});
-        return ERROR_SUCCESS;
-    }};
-    ScopedImport<&::WlanCloseHandle> m_close{[](HANDLE, void*) -> DWORD { return ERROR_SUCCESS; }};
-    ScopedImport<&::WlanFreeMemory> m_free{[](void*) {}};
-    ScopedImport<&::WlanEnumInterfaces> m_enumerate{
-        [this](HANDLE, void*, WLAN_INTERFACE_INFO_LIST** list) -> DWORD {
-            *list = reinterpret_cast<WLAN_INTERFACE_INFO_LIST*>(&m_list);
-            return ERROR_SUCCESS;
-        }};
-    ScopedImport<&::WlanGetInterfaceCapability> m_capabilities{
-        [this](HANDLE, const GUID*, void*, WLAN_INTERFACE_CAPABILITY** capability) -> DWORD {
-            m_capability.dwNumberOfSupportedPhys = 1;
-            *capability = &m_capability;
-            return ERROR_SUCCESS;
-        }};
-    ScopedImport<&::WlanQueryInterface> m_query{
-        [this](HANDLE, const GUID*, WLAN_INTF_OPCODE, void*, DWORD* size, void** data, auto...) -> DWORD {
-            m_state.dwNumberOfPhys = 1;
-            m_state.PhyRadioState[0].dot11SoftwareRadioState =
-                m_isOn ? dot11_radio_state_on : dot11_radio_state_off;
-            *size = sizeof(m_state);
-            *data = &m_state;
-            return ERROR_SUCCESS;
-        }};
-    ScopedImport<&::WlanSetInterface> m_set{
-        [this](HANDLE, const GUID*, WLAN_INTF_OPCODE, DWORD, const void* data, void*) { return Set(data); }};
-};
-
-/// The sink in a notebook with both features enabled, Wi-Fi on, and connections 1 (a cable), 2 (a
-/// second cable) and 3 (Wi-Fi) over adapters of the same numbers. No cable has an address yet.
-class NLMEventHandlerTest : public testing::Test {
+/// The handler of a notebook with both features enabled, two ports for cables, and Wi-Fi, which is
+/// connected.
+class CableEventTest : public NetworkTest {
   protected:
-    NLMEventHandlerTest() {
-        m_manager.connections = {&m_cable, &m_secondCable, &m_wifiConnection};
-        EXPECT_EQ(m_manager.HandOut(m_managerReference.GetAddressOf()), S_OK);
-        m_handler = new OpenHandler(m_managerReference.Get(), &m_wired);
+    CableEventTest() : NetworkTest({.phys = 1, .cables = 2}) {
         m_handler->AddRef();
         Enable(true, true);
-        m_log.Clear();
+        StartAnew();
     }
-    ~NLMEventHandlerTest() override {
+    ~CableEventTest() override {
         Enable(false, false);
         msm_Notification_flag = false;
+        ServiceUtils::my_setwifitimeout = false;
         m_handler->Release();
+    }
+
+    /// The notebook as at the start of the test.
+    void StartAnew() {
+        m_notebook.Make({.phys = 1, .cables = 2});
+        m_notebook.AtEach(Call::GetAdaptersInfo, nullptr);
+        m_notebook.Act(&::Notebook::ConnectWifi, 0U);
+        m_notebook.ForgetCalls();
+        m_wired.clear();
+        m_log.Clear();
     }
 
     static void Enable(bool lanWlan, bool lanWwan) {
@@ -144,31 +84,38 @@ class NLMEventHandlerTest : public testing::Test {
         NLMUtils::lanWwanSwitchingEnabled = lanWwan;
     }
 
+    /// Has the handler stand on another manager or set.
+    void HandlerOf(INetworkListManager* manager, WiredConnections* wired) {
+        m_handler->Release();
+        m_handler = new NLMEventHandler(manager, wired);
+        m_handler->AddRef();
+    }
+
+    [[nodiscard]] const Adapter& Wifi() const { return m_notebook.Devices().adapters[2]; }
+    [[nodiscard]] std::wstring Id(std::uint32_t port = 1) const {
+        return GuidText(m_notebook.Cable(port).connectionId);
+    }
     /// One event, from the outside: through the interface that the event source holds.
-    HRESULT Report(unsigned char connection, NLM_CONNECTIVITY connectivity) {
-        return static_cast<INetworkConnectionEvents*>(m_handler)->NetworkConnectionConnectivityChanged(
-            ConnectionGuid(connection), connectivity);
+    HRESULT Report(const Adapter& adapter, NLM_CONNECTIVITY connectivity) {
+        INetworkConnectionEvents* const sink = m_handler;
+        return sink->NetworkConnectionConnectivityChanged(adapter.connectionId, connectivity);
+    }
+    HRESULT ReportCable(NLM_CONNECTIVITY connectivity) { return Report(m_notebook.Cable(), connectivity); }
+    /// What happens when a cable is plugged in, with an address at once, or pulled.
+    HRESULT Plug() {
+        m_notebook.PlugCable();
+        return ReportCable(kUp);
+    }
+    HRESULT Pull() {
+        m_notebook.PullCable();
+        return ReportCable(kDown);
     }
 
-    void GiveAddress() { m_adapterList.Set({EthernetWithAddress(), {kWifi, "192.168.1.30"}}); }
-    void TakeAddress() { m_adapterList.Set({EthernetWithoutAddress(), {kWifi, "192.168.1.30"}}); }
-
-    /// What the event handler itself wrote, without its entry and exit lines.
-    [[nodiscard]] std::vector<LogLine> OwnLines() const {
-        std::vector<LogLine> lines;
-        for (LogLine& line : m_log.Of(kEvent)) {
-            if (line.level >= Level::kVerbose) {
-                lines.push_back(std::move(line));
-            }
-        }
-        return lines;
-    }
     [[nodiscard]] bool Wrote(const std::wstring& message) const {
         return m_log.Contains(Information(kEvent, message));
     }
-    [[nodiscard]] int Warnings() const { return static_cast<int>(m_log.At(Level::kWarning).size()); }
 
-    /// How often the radio operations were called, in order.
+    /// Which radio operations were called, in order.
     [[nodiscard]] std::vector<std::string> RadioOperations() const {
         std::vector<std::string> names;
         for (const LogLine& line : m_log.At(Level::kTraceIn)) {
@@ -180,454 +127,243 @@ class NLMEventHandlerTest : public testing::Test {
         }
         return names;
     }
-    [[nodiscard]] static std::optional<Rig::RegistryValue> Remembered() {
-        return Rig::ReadRegistryValue(HKEY_LOCAL_MACHINE, PowerStatus::kWlanKey, PowerStatus::kValueName);
+    [[nodiscard]] std::vector<std::string> Switches() const {
+        return m_notebook.Calls(Call::WlanSetInterface);
     }
 
-    LogRecorder m_log;
-    Rig::TestClock m_clock;
     Rig::ScopedRegistryTree m_registry{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Orva\\Orva Brimlet Support"};
-    FakeWlan m_wlan{true};
-    FakeAdapterList m_adapterList{{EthernetWithoutAddress(), {kWifi, "192.168.1.30"}}};
-    FakeAdapterAddresses m_adapterAddresses{
-        {{AdapterName(1), kEthernet}, {AdapterName(2), kEthernet}, {AdapterName(3), kWifi}}};
-    FakeConnection m_cable{ConnectionGuid(1), AdapterGuid(1)};
-    FakeConnection m_secondCable{ConnectionGuid(2), AdapterGuid(2)};
-    FakeConnection m_wifiConnection{ConnectionGuid(3), AdapterGuid(3)};
-    FakeNetworkListManager m_manager;
-    ComPtr<INetworkListManager> m_managerReference;
+    ComPtr<INetworkListManager> m_manager = NetworkListManager();
     WiredConnections m_wired;
-    OpenHandler* m_handler = nullptr;
+    NLMEventHandler* m_handler = new NLMEventHandler(m_manager.Get(), &m_wired);
 };
-
-LogLine Failed(int tryNumber) {
-    return Warning(kEvent, L"CheckEthernetConnectionStatus failed in try " + std::to_wstring(tryNumber));
-}
 
 // --- The cable comes in ---------------------------------------------------------------------------
 
-TEST_F(NLMEventHandlerTest, CableWithAnAddressSwitchesTheRadiosOffAndRemembersThatTheyWereOn) {
-    GiveAddress();
+TEST_F(CableEventTest, CableWithAnAddressSwitchesTheRadiosOffAndRemembersThatTheyWereOn) {
+    bool flagAtTheSwitch = false;
+    m_notebook.At(Call::WlanSetInterface, 1, [&flagAtTheSwitch] {
+        flagAtTheSwitch = msm_Notification_flag;
+        return std::nullopt;
+    });
 
-    EXPECT_EQ(Report(1, kUp), S_OK);
+    EXPECT_EQ(Plug(), S_OK);
 
-    EXPECT_THAT(m_wlan.Switches(), ElementsAre(false));
-    EXPECT_EQ(Remembered(), Rig::RegistryText(L"True"));
+    EXPECT_TRUE(m_notebook.WlanIsOff());
+    EXPECT_TRUE(flagAtTheSwitch) << "nobody is to take the change for the user's";
+    EXPECT_EQ(Rig::ReadRegistryValue(HKEY_LOCAL_MACHINE, PowerStatus::kWlanKey, PowerStatus::kValueName),
+              Rig::RegistryText(L"True"));
     EXPECT_THAT(RadioOperations(), ElementsAre(kStopWlan, kStopWwan));
-    EXPECT_THAT(m_wired, ElementsAre(ConnectionText(1)));
-    EXPECT_THAT(OwnLines(),
-                ElementsAre(Information(kEvent, L"------------------start----------------------"),
-                            Information(kEvent, L"Connection ID : " + ConnectionText(1)),
-                            Information(kEvent, L"New connectivity state : "),
-                            Information(kEvent, L"Connectivity state : 64 "),
-                            Information(kEvent, L"Ethernet state : 1 "),
-                            Information(kEvent, L"Ethernet Connection - adding to set..."),
-                            Information(kEvent, L"Ethernet is connected"),
-                            Information(kEvent, L"Connecting to Ethernet. Stop WLAN service..."),
-                            Information(kEvent, L"Connecting to Ethernet. Stop WWAN service..."),
-                            Information(kEvent, L"Current ethernetConnection element: " + ConnectionText(1)),
-                            Information(kEvent, L"-------------------end-----------------------")));
+    EXPECT_THAT(m_wired, ElementsAre(Id()));
+    EXPECT_THAT(Messages(kEvent),
+                ElementsAre(kStart, L"Connection ID : " + Id(), L"New connectivity state : ",
+                            L"Connectivity state : 64 ", L"Ethernet state : 1 ",
+                            L"Ethernet Connection - adding to set...", L"Ethernet is connected",
+                            L"Connecting to Ethernet. Stop WLAN service...",
+                            L"Connecting to Ethernet. Stop WWAN service...", Element(Id()), kEnd));
     EXPECT_EQ(m_log.Lines().front(), TraceIn(kEvent, L"NLM_CONNECTIVITY = 64"));
     EXPECT_EQ(m_log.Lines().back(), TraceOut(kEvent));
     EXPECT_THAT(m_clock.Sleeps(), IsEmpty());
     EXPECT_FALSE(msm_Notification_flag);
 }
 
-TEST_F(NLMEventHandlerTest, ConnectivityIsLoggedInWordsBeforeTheDecision) {
-    GiveAddress();
+TEST_F(CableEventTest, AnyBitsAtAllButNoneMeanConnected) {
+    m_notebook.PlugCable();
 
-    Report(1, static_cast<NLM_CONNECTIVITY>(NLM_CONNECTIVITY_IPV4_SUBNET | NLM_CONNECTIVITY_IPV6_INTERNET));
-
-    EXPECT_THAT(m_log.Of("NLMUtils::PrintConnectivityState"),
-                ElementsAre(TraceIn("NLMUtils::PrintConnectivityState", L"NLM_CONNECTIVITY - 0x410"),
-                            Information("NLMUtils::PrintConnectivityState", L"Network Disconnected"),
-                            Information("NLMUtils::PrintConnectivityState", L"IPV4 - Subnet"),
-                            Information("NLMUtils::PrintConnectivityState", L"IPV6 - Internet Connectivity"),
-                            TraceOut("NLMUtils::PrintConnectivityState")));
-    EXPECT_TRUE(Wrote(L"Connectivity state : 1040 "));
-}
-
-TEST_F(NLMEventHandlerTest, AnyBitsAtAllButNoneMeanConnected) {
-    GiveAddress();
-
-    EXPECT_EQ(Report(1, NLM_CONNECTIVITY_IPV4_NOTRAFFIC), S_OK);
-    EXPECT_EQ(Report(1, std::bit_cast<NLM_CONNECTIVITY>(0x40000000)), S_OK);
+    EXPECT_EQ(ReportCable(NLM_CONNECTIVITY_IPV4_NOTRAFFIC), S_OK);
+    EXPECT_THAT(Messages("NLMUtils::PrintConnectivityState"), ElementsAre(L"IPV4 - No Traffic"));
+    EXPECT_EQ(ReportCable(std::bit_cast<NLM_CONNECTIVITY>(0x40000000)), S_OK);
 
     EXPECT_THAT(RadioOperations(), ElementsAre(kStopWlan, kStopWwan, kStopWlan, kStopWwan));
     EXPECT_TRUE(Wrote(L"Connectivity state : 1073741824 "));
+    EXPECT_THAT(Switches(), ElementsAre(kOff)) << "the radio is off already the second time";
+    EXPECT_THAT(m_wired, ElementsAre(Id()));
 }
 
-TEST_F(NLMEventHandlerTest, WifiConnectionSwitchesAndRemembersNothing) {
-    GiveAddress();
+TEST_F(CableEventTest, WithoutASetTheCableIsNotedAndNothingSwitched) {
+    HandlerOf(m_manager.Get(), nullptr);
 
-    EXPECT_EQ(Report(3, kUp), S_OK);
-
-    EXPECT_TRUE(Wrote(L"Ethernet state : 0 "));
-    EXPECT_THAT(RadioOperations(), IsEmpty());
-    EXPECT_THAT(m_wired, IsEmpty());
-}
-
-TEST_F(NLMEventHandlerTest, ConnectionThatIsGoneAlreadyIsLeftAlone) {
-    GiveAddress();
-
-    EXPECT_EQ(Report(9, kUp), S_OK);
-
-    EXPECT_TRUE(Wrote(L"Could not determine connection type. Doing nothing."));
-    EXPECT_THAT(RadioOperations(), IsEmpty());
-    EXPECT_THAT(m_wired, IsEmpty());
-    EXPECT_FALSE(msm_Notification_flag);
-}
-
-TEST_F(NLMEventHandlerTest, WithoutASetTheCableIsNotedAndNothingSwitched) {
-    GiveAddress();
-    m_handler->m_wiredConnections = nullptr;
-
-    EXPECT_EQ(Report(1, kUp), S_OK);
-
+    EXPECT_EQ(Plug(), S_OK);
     EXPECT_TRUE(Wrote(L"Ethernet state : 1 "));
     EXPECT_FALSE(Wrote(L"Ethernet Connection - adding to set..."));
+    EXPECT_EQ(Inside(kEvent).back(), Information(kEvent, kEnd));
+
+    EXPECT_EQ(Pull(), S_OK);
+    EXPECT_TRUE(Wrote(L"Connection ID is not in the list, DO nothing"));
     EXPECT_THAT(RadioOperations(), IsEmpty());
-    EXPECT_EQ(OwnLines().back(), Information(kEvent, L"-------------------end-----------------------"));
 }
 
-TEST_F(NLMEventHandlerTest, WithoutAManagerNoConnectionCanBeTold) {
-    m_handler->m_networkListManager = nullptr;
+TEST_F(CableEventTest, WithoutAManagerNoConnectionCanBeTold) {
+    HandlerOf(nullptr, &m_wired);
 
-    EXPECT_EQ(Report(1, kUp), S_OK);
+    EXPECT_EQ(Plug(), S_OK);
 
     EXPECT_TRUE(m_log.Contains(Error("NLMUtils::IsEthernetConnection", L"INetworkListManager is NULL")));
     EXPECT_TRUE(Wrote(L"Could not determine connection type. Doing nothing."));
 }
 
-TEST_F(NLMEventHandlerTest, SameCableTwiceStopsTheRadiosTwiceAndStaysOneElement) {
-    GiveAddress();
+TEST_F(CableEventTest, EachFeatureSwitchesItsOwnRadio) {
+    for (const auto& [lanWlan, lanWwan] : {std::pair{true, false}, {false, true}, {false, false}}) {
+        Enable(lanWlan, lanWwan);
+        m_log.Clear();
+        Plug();
+        EXPECT_TRUE(Wrote(L"Ethernet is connected"));
+        EXPECT_EQ(Wrote(L"Connecting to Ethernet. Stop WLAN service..."), lanWlan);
+        EXPECT_EQ(Wrote(L"Connecting to Ethernet. Stop WWAN service..."), lanWwan);
+        EXPECT_EQ(m_log.Contains(TraceIn(kStopWlan)), lanWlan);
+        EXPECT_EQ(m_log.Contains(TraceIn(kStopWwan)), lanWwan);
 
-    Report(1, kUp);
-    Report(1, kUp);
-
-    EXPECT_THAT(RadioOperations(), ElementsAre(kStopWlan, kStopWwan, kStopWlan, kStopWwan));
-    EXPECT_THAT(m_wlan.Switches(), ElementsAre(false)) << "the radio is off already the second time";
-    EXPECT_THAT(m_wired, ElementsAre(ConnectionText(1)));
-}
-
-TEST_F(NLMEventHandlerTest, EachFeatureStopsItsOwnRadio) {
-    GiveAddress();
-
-    Enable(true, false);
-    Report(1, kUp);
-    EXPECT_THAT(RadioOperations(), ElementsAre(kStopWlan));
-
-    m_log.Clear();
-    Enable(false, true);
-    Report(1, kUp);
-    EXPECT_THAT(RadioOperations(), ElementsAre(kStopWwan));
-    EXPECT_FALSE(Wrote(L"Connecting to Ethernet. Stop WLAN service..."));
-}
-
-TEST_F(NLMEventHandlerTest, WithBothFeaturesOffTheSetIsKeptAndNoRadioTouched) {
-    Enable(false, false);
-    GiveAddress();
-
-    Report(1, kUp);
-    TakeAddress();
-    Report(1, kDown);
-
-    EXPECT_TRUE(Wrote(L"Ethernet is connected"));
-    EXPECT_TRUE(Wrote(L"Ethernet connection status = 0"));
-    EXPECT_EQ(m_log.Count(Information(kEvent, L"Current ethernetConnection element: " + ConnectionText(1))),
-              2);
-    EXPECT_THAT(RadioOperations(), IsEmpty());
-    EXPECT_THAT(m_wlan.Switches(), IsEmpty());
-}
-
-TEST_F(NLMEventHandlerTest, NotificationFlagIsSetWhileTheRadiosAreSwitched) {
-    GiveAddress();
-    bool wasSet = false;
-    m_wlan.whenSwitched = [&wasSet] { wasSet = msm_Notification_flag; };
-
-    Report(1, kUp);
-
-    EXPECT_TRUE(wasSet);
-    EXPECT_FALSE(msm_Notification_flag);
-}
-
-TEST_F(NLMEventHandlerTest, SetIsLoggedInOrder) {
-    GiveAddress();
-    m_wired = {ConnectionText(2), L"{Z}"};
-
-    Report(1, kUp);
-
-    std::vector<std::wstring> elements;
-    for (const LogLine& line : OwnLines()) {
-        if (line.message.starts_with(L"Current ethernetConnection element: ")) {
-            elements.push_back(line.message.substr(36));
-        }
+        Pull();
+        EXPECT_TRUE(Wrote(L"Ethernet connection status = 0"));
+        EXPECT_EQ(m_log.Contains(TraceIn(kStartWlan)), lanWlan);
+        EXPECT_EQ(m_log.Contains(TraceIn(kStartWwan)), lanWwan);
+        EXPECT_EQ(m_log.Count(Information(kEvent, Element(Id()))), 2) << "the set is kept all the same";
     }
-    EXPECT_THAT(elements, ElementsAre(ConnectionText(1), ConnectionText(2), L"{Z}"));
 }
 
 // --- The wait for an address ----------------------------------------------------------------------
 
-TEST_F(NLMEventHandlerTest, LateAddressIsWaitedForAndCostsOneMorePause) {
-    m_clock.At(3s, [this] { GiveAddress(); });
+TEST_F(CableEventTest, AddressIsWaitedForAsLongAsThereIsOneToComeAtMostEightTries) {
+    struct Wait {
+        const char* name;
+        std::function<void()> arrange;
+        int failedTries;
+        bool switches;
+    };
+    const std::vector<Wait> waits{
+        {"a late address costs one more pause", [this] { m_notebook.PlugCable(1, 3000); }, 4, true},
+        {"the address never comes", [] {}, 8, false},
+        {"the address of the eighth try is still taken", [this] { m_notebook.PlugCable(1, 7000); }, 8, true},
+        {"an address beside an adapter without one", [this] { m_notebook.PlugCable(2); }, 1, true},
+        {"the first check fails", [this] { m_notebook.FailEach(Call::GetAdaptersInfo, ERROR_NOT_SUPPORTED); },
+         1, false},
+        {"a check fails after an adapter without address was seen",
+         [this] {
+             m_notebook.PlugCable(1, 2000);
+             m_notebook.Fail(Call::GetAdaptersInfo, 4, ERROR_NOT_SUPPORTED);  // two calls a check
+         },
+         3, true},
+        {"adapters that vanish are waited for to the end: what an earlier try saw is not forgotten",
+         [this] {
+             m_clock.At(m_clock.Elapsed() + 2s,
+                        [this] { m_notebook.Cable(1).present = m_notebook.Cable(2).present = 0; });
+         },
+         8, false},
+        {"a VPN over an adapter of Ethernet's type",
+         [this] {
+             m_notebook.PlugCable();
+             ::Notebook::CopyText(m_notebook.Cable().description, std::string("Someone's VPN Adapter"));
+             m_notebook.Cable(2).present = 0;
+         },
+         1, false}};
+    for (const Wait& wait : waits) {
+        SCOPED_TRACE(wait.name);
+        StartAnew();
+        m_notebook.PlugCable(1, kForEver);
+        wait.arrange();
+        std::vector<LogLine> expected;
+        for (int number = 0; number < wait.failedTries; ++number) {
+            expected.push_back(
+                Warning(kEvent, L"CheckEthernetConnectionStatus failed in try " + std::to_wstring(number)));
+        }
+        const auto start = m_clock.Elapsed();
 
-    Report(1, kUp);
+        EXPECT_EQ(ReportCable(kUp), S_OK);
 
-    EXPECT_THAT(m_log.At(Level::kWarning), ElementsAre(Failed(0), Failed(1), Failed(2), Failed(3)));
-    EXPECT_THAT(m_clock.Sleeps(), ElementsAre(1000, 1000, 1000, 1000));
-    EXPECT_TRUE(Wrote(L"Ethernet is connected"));
-    EXPECT_THAT(m_wlan.Switches(), ElementsAre(false));
-}
-
-TEST_F(NLMEventHandlerTest, AddressThatNeverComesEndsTheWaitAfterEightTries) {
-    Report(1, kUp);
-
-    EXPECT_THAT(m_log.At(Level::kWarning), ElementsAre(Failed(0), Failed(1), Failed(2), Failed(3), Failed(4),
-                                                       Failed(5), Failed(6), Failed(7)));
-    EXPECT_EQ(m_clock.Elapsed(), 8s);
-    EXPECT_FALSE(Wrote(L"Ethernet is connected"));
-    EXPECT_THAT(RadioOperations(), IsEmpty());
-    EXPECT_THAT(m_wired, ElementsAre(ConnectionText(1)));
-    EXPECT_FALSE(msm_Notification_flag);
-}
-
-TEST_F(NLMEventHandlerTest, AddressOfTheEighthTryIsStillTaken) {
-    m_clock.At(7s, [this] { GiveAddress(); });
-
-    Report(1, kUp);
-
-    EXPECT_EQ(Warnings(), 8);
-    EXPECT_THAT(RadioOperations(), ElementsAre(kStopWlan, kStopWwan));
-}
-
-TEST_F(NLMEventHandlerTest, AddressBesideAnAdapterWithoutOneCostsOneWarningAndOneSecond) {
-    m_adapterList.Set({EthernetWithoutAddress(), EthernetWithAddress()});
-
-    Report(1, kUp);
-
-    EXPECT_THAT(m_log.At(Level::kWarning), ElementsAre(Failed(0)));
-    EXPECT_THAT(m_clock.Sleeps(), ElementsAre(1000));
-    EXPECT_THAT(RadioOperations(), ElementsAre(kStopWlan, kStopWwan));
-}
-
-TEST_F(NLMEventHandlerTest, FailedFirstCheckCostsOneWarningAndOnePauseAndSwitchesNothing) {
-    m_adapterList.FailAlways(ERROR_NOT_SUPPORTED);
-
-    Report(1, kUp);
-
-    EXPECT_THAT(m_log.At(Level::kWarning), ElementsAre(Failed(0)));
-    EXPECT_THAT(m_clock.Sleeps(), ElementsAre(1000));
-    EXPECT_THAT(RadioOperations(), IsEmpty());
-    EXPECT_THAT(m_wired, ElementsAre(ConnectionText(1)));
-}
-
-TEST_F(NLMEventHandlerTest, CheckThatFailsAfterAnAdapterWithoutAddressWasSeenIsRepeated) {
-    m_clock.At(1s, [this] { m_adapterList.FailAlways(ERROR_NOT_SUPPORTED); });
-    m_clock.At(2s, [this] { GiveAddress(); });
-
-    Report(1, kUp);
-
-    EXPECT_THAT(m_log.At(Level::kWarning), ElementsAre(Failed(0), Failed(1), Failed(2)));
-    EXPECT_THAT(RadioOperations(), ElementsAre(kStopWlan, kStopWwan));
-}
-
-TEST_F(NLMEventHandlerTest, AdapterThatIsUnpluggedWhileItIsWaitedForIsWaitedForToTheEnd) {
-    m_clock.At(2s, [this] { m_adapterList.Set({{kWifi, "192.168.1.30"}}); });
-
-    Report(1, kUp);
-
-    EXPECT_EQ(Warnings(), 8) << "what an earlier try saw is not forgotten";
-    EXPECT_THAT(RadioOperations(), IsEmpty());
-}
-
-TEST_F(NLMEventHandlerTest, VpnOverAnEthernetTypedAdapterJoinsTheSetAndStopsNothing) {
-    m_adapterList.Set({{kEthernet, "10.8.0.1", "Someone's VPN Adapter"}});
-
-    Report(1, kUp);
-
-    EXPECT_THAT(m_wired, ElementsAre(ConnectionText(1)));
-    EXPECT_THAT(m_log.At(Level::kWarning), ElementsAre(Failed(0)));
-    EXPECT_THAT(RadioOperations(), IsEmpty());
+        EXPECT_EQ(m_log.At(Level::kWarning), expected);
+        EXPECT_EQ(m_clock.Elapsed() - start, wait.failedTries * 1s);
+        EXPECT_EQ(Wrote(L"Ethernet is connected"), wait.switches);
+        EXPECT_EQ(m_notebook.WlanIsOff(), wait.switches);
+        EXPECT_EQ(RadioOperations().size(), wait.switches ? 2U : 0U);
+        EXPECT_THAT(m_wired, ElementsAre(Id()));
+        EXPECT_FALSE(msm_Notification_flag);
+    }
+    EXPECT_THAT(m_clock.Sleeps(), testing::Each(1000));
 }
 
 // --- The cable goes out ---------------------------------------------------------------------------
 
-TEST_F(NLMEventHandlerTest, UnplugBringsTheRadiosBack) {
-    GiveAddress();
-    Report(1, kUp);
-    TakeAddress();
+TEST_F(CableEventTest, UnplugBringsTheRadiosBack) {
+    Plug();
     m_log.Clear();
 
-    EXPECT_EQ(Report(1, kDown), S_OK);
+    EXPECT_EQ(Pull(), S_OK);
 
-    EXPECT_THAT(m_wlan.Switches(), ElementsAre(false, true));
+    EXPECT_THAT(Switches(), ElementsAre(kOff, kOn));
     EXPECT_THAT(RadioOperations(), ElementsAre(kStartWlan, kStartWwan));
-    EXPECT_THAT(
-        OwnLines(),
-        ElementsAre(Information(kEvent, L"------------------start----------------------"),
-                    Information(kEvent, L"Connection ID : " + ConnectionText(1)),
-                    Information(kEvent, L"New connectivity state : "),
-                    Information(kEvent, L"Disconnecting connection, check list to see if it was Ethernet."),
-                    Information(kEvent, L"Ethernet connection status = 0"),
-                    Information(kEvent, L"The disconnecting connection was Ethernet. Start WLAN service..."),
-                    Information(kEvent, L"The disconnecting connection was Ethernet. Start WWAN service..."),
-                    Information(kEvent, L"Current ethernetConnection element: " + ConnectionText(1)),
-                    Information(kEvent, L"-------------------end-----------------------")));
-    EXPECT_THAT(m_wired, ElementsAre(ConnectionText(1))) << "once wired, always known as wired";
+    EXPECT_THAT(Messages(kEvent),
+                ElementsAre(kStart, L"Connection ID : " + Id(), L"New connectivity state : ",
+                            L"Disconnecting connection, check list to see if it was Ethernet.",
+                            L"Ethernet connection status = 0",
+                            L"The disconnecting connection was Ethernet. Start WLAN service...",
+                            L"The disconnecting connection was Ethernet. Start WWAN service...",
+                            Element(Id()), kEnd));
+    EXPECT_THAT(m_wired, ElementsAre(Id())) << "once wired, always known as wired";
     EXPECT_FALSE(msm_Notification_flag);
 }
 
-TEST_F(NLMEventHandlerTest, EachFeatureBringsItsOwnRadioBack) {
-    m_wired = {ConnectionText(1)};
+TEST_F(CableEventTest, SetIsSearchedForExactlyTheIdentifiersText) {
+    std::wstring lowerCase = Id();
+    std::ranges::transform(lowerCase, lowerCase.begin(), &towlower);
+    ASSERT_NE(lowerCase, Id());
+    m_wired = {lowerCase, Id() + L" ", Id().substr(1)};
 
-    Enable(true, false);
-    Report(1, kDown);
-    EXPECT_THAT(RadioOperations(), ElementsAre(kStartWlan));
-
-    m_log.Clear();
-    Enable(false, true);
-    Report(1, kDown);
-    EXPECT_THAT(RadioOperations(), ElementsAre(kStartWwan));
-}
-
-TEST_F(NLMEventHandlerTest, UnplugWithAnotherCableLeavesTheRadiosOff) {
-    GiveAddress();
-    Report(1, kUp);
-    Report(2, kUp);
-    m_log.Clear();
-
-    Report(1, kDown);
-
-    EXPECT_TRUE(Wrote(L"Ethernet connection status = 1"));
-    EXPECT_THAT(RadioOperations(), IsEmpty());
-    EXPECT_FALSE(m_wlan.IsOn());
-    EXPECT_THAT(m_wired, ElementsAre(ConnectionText(1), ConnectionText(2)));
-}
-
-TEST_F(NLMEventHandlerTest, DisconnectOfAConnectionNeverSeenWiredDoesNothing) {
-    m_wired = {ConnectionText(1)};
-
-    EXPECT_EQ(Report(3, kDown), S_OK);
-
-    EXPECT_TRUE(Wrote(L"Connection ID is not in the list, DO nothing"));
-    EXPECT_EQ(m_adapterList.Calls(), 0);
-    EXPECT_THAT(RadioOperations(), IsEmpty());
-}
-
-TEST_F(NLMEventHandlerTest, SetIsSearchedForExactlyTheIdentifiersText) {
-    std::wstring lowerCase = ConnectionText(1);
-    std::transform(lowerCase.begin(), lowerCase.end(), lowerCase.begin(), &towlower);
-    ASSERT_NE(lowerCase, ConnectionText(1));
-    m_wired = {lowerCase, ConnectionText(1) + L" ", ConnectionText(1).substr(1)};
-
-    Report(1, kDown);
+    EXPECT_EQ(Pull(), S_OK);
 
     EXPECT_TRUE(Wrote(L"Connection ID is not in the list, DO nothing"));
     EXPECT_THAT(RadioOperations(), IsEmpty());
-}
-
-TEST_F(NLMEventHandlerTest, DisconnectWithoutASetDoesNothing) {
-    m_handler->m_wiredConnections = nullptr;
-
-    EXPECT_EQ(Report(1, kDown), S_OK);
-
-    EXPECT_TRUE(Wrote(L"Connection ID is not in the list, DO nothing"));
-    EXPECT_THAT(RadioOperations(), IsEmpty());
-}
-
-TEST_F(NLMEventHandlerTest, DisconnectWithUnreadableAdaptersLeavesTheRadios) {
-    m_wired = {ConnectionText(1)};
-    m_adapterList.FailAlways(ERROR_NO_DATA);
-
-    EXPECT_EQ(Report(1, kDown), S_OK);
-
-    EXPECT_TRUE(m_log.Contains(Error(kEvent, L"CheckEthernetConnectionStatus failed")));
-    EXPECT_THAT(RadioOperations(), IsEmpty());
-    EXPECT_TRUE(Wrote(L"Current ethernetConnection element: " + ConnectionText(1)));
-    EXPECT_FALSE(msm_Notification_flag);
-}
-
-TEST_F(NLMEventHandlerTest, DisconnectDoesNotAskForTheConnection) {
-    m_wired = {ConnectionText(9)};
-
-    Report(9, kDown);
-
-    EXPECT_TRUE(m_log.Of("NLMUtils::IsEthernetConnection").empty());
-    EXPECT_THAT(RadioOperations(), ElementsAre(kStartWlan, kStartWwan));
-}
-
-TEST_F(NLMEventHandlerTest, HundredQuickEventsEndAsTheLastOneSays) {
-    for (int i = 0; i < 50; ++i) {
-        GiveAddress();
-        Report(1, kUp);
-        TakeAddress();
-        Report(1, kDown);
-    }
-    EXPECT_TRUE(m_wlan.IsOn());
-
-    GiveAddress();
-    Report(1, kUp);
-    EXPECT_FALSE(m_wlan.IsOn());
-    EXPECT_EQ(m_wired.size(), 1U);
+    EXPECT_EQ(m_notebook.Count(Call::GetAdaptersInfo), 0);
 }
 
 // --- The end of an event --------------------------------------------------------------------------
 
-enum class Adapters { kWithoutAddress, kWithAddress, kUnreadable };
+TEST_F(CableEventTest, EveryBranchEndsWithTheSetAndTheEndLine) {
+    const auto noAddress = [this] { m_notebook.PlugCable(1, kForEver); };
+    const auto address = [this] { m_notebook.PlugCable(1); };
+    const auto unreadable = [this] {
+        m_notebook.PlugCable(1);
+        m_notebook.FailEach(Call::GetAdaptersInfo, ERROR_NOT_SUPPORTED);
+    };
+    const auto pulled = [] {};
+    const auto otherCable = [this] { m_notebook.PlugCable(2); };
+    const Adapter nobody{};
+    struct Branch {
+        std::function<void()> arrange;
+        const Adapter& reported;
+        NLM_CONNECTIVITY connectivity;
+        std::wstring message;  ///< what the branch is known by
+        std::vector<std::string> radioOperations = {};
+    };
+    const std::vector<Branch> branches{
+        {pulled, Wifi(), kDown, L"Connection ID is not in the list, DO nothing"},
+        {unreadable, m_notebook.Cable(), kDown, L"CheckEthernetConnectionStatus failed"},
+        {otherCable, m_notebook.Cable(), kDown, L"Ethernet connection status = 1"},
+        {pulled, m_notebook.Cable(), kDown, L"Ethernet connection status = 0", {kStartWlan, kStartWwan}},
+        {address, nobody, kUp, L"Could not determine connection type. Doing nothing."},
+        {address, Wifi(), kUp, L"Ethernet state : 0 "},
+        {noAddress, m_notebook.Cable(), kUp, L"CheckEthernetConnectionStatus failed in try 7"},
+        {unreadable, m_notebook.Cable(), kUp, L"CheckEthernetConnectionStatus failed in try 0"},
+        {address, m_notebook.Cable(), kUp, L"Ethernet is connected", {kStopWlan, kStopWwan}}};
+    for (const Branch& branch : branches) {
+        SCOPED_TRACE(testing::PrintToString(branch.message));
+        StartAnew();
+        m_wired = {Id(2), Id(1)};
+        branch.arrange();
 
-/// One way through an event.
-struct Branch {
-    const char* name;
-    Adapters adapters;
-    unsigned char connection;
-    NLM_CONNECTIVITY connectivity;
-    /// What the branch is known by.
-    const wchar_t* message;
-};
+        EXPECT_EQ(Report(branch.reported, branch.connectivity), S_OK);
 
-void PrintTo(const Branch& branch, std::ostream* out) {
-    *out << branch.name;
-}
-
-class NLMEventHandlerBranch : public NLMEventHandlerTest, public testing::WithParamInterface<Branch> {};
-
-TEST_P(NLMEventHandlerBranch, EndsWithTheSetAndTheEndLine) {
-    m_wired = {ConnectionText(1), ConnectionText(4)};
-    if (GetParam().adapters == Adapters::kWithAddress) {
-        GiveAddress();
-    } else if (GetParam().adapters == Adapters::kUnreadable) {
-        m_adapterList.FailAlways(ERROR_NOT_SUPPORTED);
+        const std::vector<LogLine> lines = Inside(kEvent);
+        EXPECT_THAT(lines, Contains(testing::Field(&LogLine::message, branch.message)));
+        ASSERT_GE(lines.size(), 3U);
+        EXPECT_THAT((std::vector<LogLine>{lines.end() - 3, lines.end()}),
+                    ElementsAre(Information(kEvent, Element(Id(1))), Information(kEvent, Element(Id(2))),
+                                Information(kEvent, kEnd)));
+        EXPECT_EQ(m_wired.size(), 2U);
+        EXPECT_EQ(RadioOperations(), branch.radioOperations);
+        EXPECT_EQ(m_log.Of("NLMUtils::IsEthernetConnection").empty(), branch.connectivity == kDown)
+            << "a connection that is gone is not asked for";
+        EXPECT_FALSE(msm_Notification_flag);
     }
-
-    EXPECT_EQ(Report(GetParam().connection, GetParam().connectivity), S_OK);
-
-    const std::vector<LogLine> lines = OwnLines();
-    EXPECT_THAT(lines, testing::Contains(testing::Field(&LogLine::message, GetParam().message)));
-    ASSERT_GE(lines.size(), 3U);
-    EXPECT_THAT((std::vector<LogLine>{lines.end() - 3, lines.end()}),
-                ElementsAre(Information(kEvent, L"Current ethernetConnection element: " + ConnectionText(1)),
-                            Information(kEvent, L"Current ethernetConnection element: " + ConnectionText(4)),
-                            Information(kEvent, L"-------------------end-----------------------")));
-    EXPECT_FALSE(msm_Notification_flag);
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Branches, NLMEventHandlerBranch,
-    testing::Values(
-        Branch{"NotInTheList", Adapters::kWithoutAddress, 3, kDown,
-               L"Connection ID is not in the list, DO nothing"},
-        Branch{"DownAndUnreadable", Adapters::kUnreadable, 1, kDown, L"CheckEthernetConnectionStatus failed"},
-        Branch{"AnotherCable", Adapters::kWithAddress, 1, kDown, L"Ethernet connection status = 1"},
-        Branch{"LastCable", Adapters::kWithoutAddress, 1, kDown, L"Ethernet connection status = 0"},
-        Branch{"Undetermined", Adapters::kWithAddress, 9, kUp,
-               L"Could not determine connection type. Doing nothing."},
-        Branch{"Wifi", Adapters::kWithAddress, 3, kUp, L"Ethernet state : 0 "},
-        Branch{"NoAddress", Adapters::kWithoutAddress, 1, kUp,
-               L"CheckEthernetConnectionStatus failed in try 7"},
-        Branch{"UpAndUnreadable", Adapters::kUnreadable, 1, kUp,
-               L"CheckEthernetConnectionStatus failed in try 0"},
-        Branch{"Cable", Adapters::kWithAddress, 1, kUp, L"Ethernet is connected"}),
-    [](const testing::TestParamInfo<Branch>& parameter) { return parameter.param.name; });
 
 /// Whether another thread can have the lock now.
 bool IsFree(std::mutex& lock) {
@@ -641,20 +377,20 @@ bool IsFree(std::mutex& lock) {
     return isFree;
 }
 
-TEST_F(NLMEventHandlerTest, NotificationFlagIsSetBeforeTheEventWaitsForItsTurn) {
+TEST_F(CableEventTest, NotificationFlagIsSetBeforeTheEventWaitsForItsTurn) {
     std::unique_lock otherChange(connectivityChangeLock);
-    std::thread event([this] { Report(3, kDown); });
+    std::thread event([this] { Report(Wifi(), kDown); });
     for (int i = 0; i < 2000 && !msm_Notification_flag; ++i) {
         Rig::Real<&::Sleep>(DWORD{1});
     }
     EXPECT_TRUE(msm_Notification_flag);
-    EXPECT_THAT(OwnLines(), IsEmpty());
+    EXPECT_THAT(Inside(kEvent), IsEmpty());
     otherChange.unlock();
     event.join();
     EXPECT_FALSE(msm_Notification_flag);
 }
 
-TEST_F(NLMEventHandlerTest, AtItsEndAnEventClearsTheFlagThenFreesTheTextThenLeavesTheLock) {
+TEST_F(CableEventTest, AtItsEndAnEventClearsTheFlagThenFreesTheTextThenLeavesTheLock) {
     std::vector<std::string> steps;
     const auto note = [&steps](const char* step) {
         steps.push_back(std::string(step) + (msm_Notification_flag ? ", flag set" : ", flag clear") +
@@ -666,137 +402,83 @@ TEST_F(NLMEventHandlerTest, AtItsEndAnEventClearsTheFlagThenFreesTheTextThenLeav
                                                }};
     const Rig::AtEachLogLine lines([&](const auto& entry) {
         const std::wstring message(entry.Message());
-        if (message.starts_with(L"Current ethernetConnection element")) {
-            note("element");
-        }
-        if (message == L"-------------------end-----------------------") {
-            note("end line");
+        if (message == Element(Id()) || message == kEnd) {
+            note(message == kEnd ? "end line" : "element");
         }
     });
-    m_wired = {ConnectionText(4)};
+    m_wired = {Id()};
 
-    Report(3, kDown);
+    Report(Wifi(), kDown);
 
     EXPECT_THAT(steps, ElementsAre("element, flag set, lock held", "text, flag clear, lock held",
                                    "end line, flag clear, lock free"));
 }
 
-TEST_F(NLMEventHandlerTest, RadioThatDoesNotFollowIsNotTheEventsAffair) {
-    const Rig::ScopedResult<&::WlanSetInterface> refuses{ERROR_GEN_FAILURE};
-    GiveAddress();
+TEST_F(CableEventTest, RadioThatDoesNotFollowIsNotTheEventsAffair) {
+    m_notebook.FailEach(Call::WlanSetInterface, ERROR_GEN_FAILURE);
 
-    EXPECT_EQ(Report(1, kUp), S_OK);
+    EXPECT_EQ(Plug(), S_OK);
     EXPECT_TRUE(m_log.Contains(Error(kStopWlan, L"SwitchWlanStatusWithRetry (StopWLANService) failed")));
-    TakeAddress();
-    EXPECT_EQ(Report(1, kDown), S_OK);
+    m_notebook.Wlan().phys[0].software = ::Notebook::kRadioOff;
+    EXPECT_EQ(Pull(), S_OK);
     EXPECT_TRUE(m_log.Contains(Error(kStartWlan, L"SwitchWlanStatusWithRetry (StartWLANService) failed")));
 
     EXPECT_THAT(RadioOperations(), ElementsAre(kStopWlan, kStopWwan, kStartWlan, kStartWwan));
     EXPECT_EQ(m_log.Of(kEvent).back(), TraceOut(kEvent));
-    ServiceUtils::my_setwifitimeout = false;
 }
 
 // --- Failures -------------------------------------------------------------------------------------
 
-TEST_F(NLMEventHandlerTest, IdentifierWithoutATextIsReportedAndTheFlagStaysSet) {
-    GiveAddress();
-    {
-        const ScopedImport<&::StringFromCLSID> noText{[](auto...) -> HRESULT {
-            SetLastError(ERROR_FILE_NOT_FOUND);
-            return E_OUTOFMEMORY;
-        }};
-        EXPECT_EQ(Report(1, kUp), E_OUTOFMEMORY);
+/// A cable's event that fails, by what `failing` holds while it is handled.
+class FailingEventTest : public CableEventTest {
+  protected:
+    FailingEventTest() { m_notebook.PlugCable(); }
+    ~FailingEventTest() override {
+        EXPECT_TRUE(msm_Notification_flag);
+        EXPECT_THAT(RadioOperations(), IsEmpty());
+        EXPECT_EQ(References(), 1) << "the service's own";
+
+        EXPECT_EQ(ReportCable(kUp), S_OK) << "the lock is free again";
+        EXPECT_FALSE(msm_Notification_flag) << "the next change clears it";
     }
+};
+
+TEST_F(FailingEventTest, IdentifierWithoutATextIsReportedAndTheFlagStaysSet) {
+    const ScopedImport<&::StringFromCLSID> noText{[](auto...) -> HRESULT {
+        SetLastError(ERROR_FILE_NOT_FOUND);
+        return E_OUTOFMEMORY;
+    }};
+
+    EXPECT_EQ(ReportCable(kUp), E_OUTOFMEMORY);
 
     EXPECT_THAT(m_log.Lines(),
-                ElementsAre(TraceIn(kEvent, L"NLM_CONNECTIVITY = 64"),
-                            Information(kEvent, L"------------------start----------------------"),
+                ElementsAre(TraceIn(kEvent, L"NLM_CONNECTIVITY = 64"), Information(kEvent, kStart),
                             Error(kEvent, L"StringFromCLSID failed w/err 0x00000002"), TraceOut(kEvent)));
-    EXPECT_TRUE(msm_Notification_flag);
-    EXPECT_THAT(RadioOperations(), IsEmpty());
-
-    EXPECT_EQ(Report(1, kUp), S_OK) << "the lock is free again";
-    EXPECT_FALSE(msm_Notification_flag) << "the next change clears it";
 }
 
-TEST_F(NLMEventHandlerTest, ExceptionFailsTheEventAndTheFlagStaysSet) {
-    GiveAddress();
-    {
-        const ScopedImport<&::StringFromCLSID> throws{
-            [](auto...) -> HRESULT { throw DWORD{ERROR_GEN_FAILURE}; }};
-        EXPECT_EQ(Report(1, kUp), E_FAIL);
-    }
+TEST_F(FailingEventTest, ExceptionFailsTheEventAndGivesTheTextBack) {
+    // Entry, start, connection: the line after these.
+    const Rig::ThrowFromLogLine throwing{4, DWORD{ERROR_GEN_FAILURE}};
+
+    EXPECT_EQ(ReportCable(kUp), E_FAIL);
 
     EXPECT_THAT(
         m_log.Lines(),
-        ElementsAre(TraceIn(kEvent, L"NLM_CONNECTIVITY = 64"),
-                    Information(kEvent, L"------------------start----------------------"),
+        ElementsAre(TraceIn(kEvent, L"NLM_CONNECTIVITY = 64"), Information(kEvent, kStart),
+                    Information(kEvent, L"Connection ID : " + Id()),
                     Error(kEvent, L"Exception in NetworkConnectionConnectivityChanged()"), TraceOut(kEvent)));
-    EXPECT_TRUE(msm_Notification_flag);
-    EXPECT_EQ(m_manager.References(), 1) << "the service's own";
-
-    EXPECT_EQ(Report(1, kUp), S_OK) << "the lock is free again";
-    EXPECT_FALSE(msm_Notification_flag);
-}
-
-TEST_F(NLMEventHandlerTest, StandardExceptionInTheMiddleOfAnEventFailsItAndGivesTheTextBack) {
-    GiveAddress();
-    int freed = 0;
-    const ScopedImport<&::CoTaskMemFree> frees{[&](void* memory) {
-        ++freed;
-        frees.Original(memory);
-    }};
-    // Entry, start, connection: the line after these.
-    const Rig::ThrowFromLogLine throwing{4, std::runtime_error("no more log")};
-
-    EXPECT_EQ(Report(1, kUp), E_FAIL);
-
-    EXPECT_EQ(freed, 1);
-    EXPECT_THAT(RadioOperations(), IsEmpty());
-    EXPECT_TRUE(msm_Notification_flag);
-}
-
-TEST_F(NLMEventHandlerTest, TextOfTheIdentifierIsGivenBack) {
-    std::vector<void*> given;
-    std::vector<void*> freed;
-    const ScopedImport<&::StringFromCLSID> texts{[&](REFCLSID id, LPOLESTR* text) {
-        const HRESULT result = texts.Original(id, text);
-        given.push_back(*text);
-        return result;
-    }};
-    const ScopedImport<&::CoTaskMemFree> frees{[&](void* memory) {
-        freed.push_back(memory);
-        frees.Original(memory);
-    }};
-
-    Report(1, kDown);
-
-    EXPECT_EQ(given.size(), 1U);
-    EXPECT_EQ(freed, given);
+    EXPECT_EQ(m_ledger.Outstanding(Rig::Kind::kTaskMemory), 0);
 }
 
 #if defined(__GNUC__)
-/// Has the calling thread fail to wait for a lock, for a scope. Other runtimes have locks that
-/// cannot fail.
-class NoWaits {
-  public:
-    [[nodiscard]] int Calls() const { return m_waits.Calls(); }
-
-  private:
-    ScopedImport<&::WaitForSingleObject> m_waits{
-        [thisThread = GetCurrentThreadId()](HANDLE, DWORD) { return GetCurrentThreadId() == thisThread; },
-        [](HANDLE, DWORD) -> DWORD { return WAIT_FAILED; }};
-};
-
-TEST_F(NLMEventHandlerTest, LockThatCannotBeTakenFailsTheEventAndTheFlagStaysSet) {
-    GiveAddress();
+TEST_F(FailingEventTest, LockThatCannotBeTakenFailsTheEventAndTheFlagStaysSet) {
     HRESULT result = S_OK;
     int refusedWaits = 0;
     {
         const std::lock_guard otherChange(connectivityChangeLock);
         std::thread([&] {
             const NoWaits noWaits;
-            result = Report(1, kUp);
+            result = ReportCable(kUp);
             refusedWaits = noWaits.Calls();
         }).join();
     }
@@ -807,27 +489,21 @@ TEST_F(NLMEventHandlerTest, LockThatCannotBeTakenFailsTheEventAndTheFlagStaysSet
         m_log.Lines(),
         ElementsAre(TraceIn(kEvent, L"NLM_CONNECTIVITY = 64"),
                     Error(kEvent, L"Exception in NetworkConnectionConnectivityChanged()"), TraceOut(kEvent)));
-    EXPECT_TRUE(msm_Notification_flag);
-    EXPECT_EQ(m_manager.References(), 1) << "the service's own";
-
-    EXPECT_EQ(Report(1, kUp), S_OK);
-    EXPECT_FALSE(msm_Notification_flag) << "the next change clears it";
 }
 
-TEST_F(NLMEventHandlerTest, AdaptersThatCannotBeGivenBackAtTheEndOfAHandlerAreReported) {
-    static constexpr char kDestructor[] = "NLMEventHandler::~NLMEventHandler";
+TEST_F(CableEventTest, AdaptersThatCannotBeGivenBackAtTheEndOfAHandlerAreReported) {
     int refusedWaits = 0;
-    m_adapterList.Set({EthernetWithAddress()});
+    m_notebook.PlugCable();
     // While a check holds the adapters' lock.
-    m_adapterList.AnswerNext([&refusedWaits](IP_ADAPTER_INFO*, ULONG*) -> DWORD {
+    m_notebook.At(Call::GetAdaptersInfo, 1, [&refusedWaits] {
         std::thread([&refusedWaits] {
-            auto* const handler = new OpenHandler(nullptr, nullptr);
+            auto* const handler = new NLMEventHandler(nullptr, nullptr);
             handler->AddRef();
             const NoWaits noWaits;
             EXPECT_EQ(handler->Release(), 0U);
             refusedWaits = noWaits.Calls();
         }).join();
-        return ERROR_SUCCESS;
+        return std::nullopt;
     });
     int status = -1;
 
@@ -843,25 +519,25 @@ TEST_F(NLMEventHandlerTest, AdaptersThatCannotBeGivenBackAtTheEndOfAHandlerAreRe
 
 // --- Several events, and the end of the service ---------------------------------------------------
 
-TEST_F(NLMEventHandlerTest, EventsOfSeveralThreadsAreHandledOneAfterTheOther) {
-    GiveAddress();
-    const LogLine start = Information(kEvent, L"------------------start----------------------");
-    const LogLine end = Information(kEvent, L"-------------------end-----------------------");
+TEST_F(CableEventTest, EventsOfSeveralThreadsAreHandledOneAfterTheOther) {
+    const LogLine start = Information(kEvent, kStart);
+    const LogLine end = Information(kEvent, kEnd);
     std::thread secondEvent;
     bool secondWaited = false;
     // In the middle of the first event.
-    m_wlan.whenSwitched = [&] {
-        secondEvent = std::thread([this] { Report(3, kDown); });
+    m_notebook.At(Call::WlanSetInterface, 1, [&] {
+        secondEvent = std::thread([this] { Report(Wifi(), kDown); });
         EXPECT_TRUE(m_log.WaitFor(TraceIn(kEvent, L"NLM_CONNECTIVITY = 0")));
         Rig::Real<&::Sleep>(DWORD{20});
         secondWaited = m_log.Count(start) == 1;
-    };
+        return std::nullopt;
+    });
 
-    Report(1, kUp);
+    Plug();
     secondEvent.join();
 
     EXPECT_TRUE(secondWaited);
-    std::vector<LogLine> bounds = OwnLines();
+    std::vector<LogLine> bounds = Inside(kEvent);
     std::erase_if(bounds, [&](const LogLine& line) { return line != start && line != end; });
     EXPECT_THAT(bounds, testing::UnorderedElementsAre(start, end, start, end));
     EXPECT_EQ(bounds.front(), start);
@@ -869,195 +545,128 @@ TEST_F(NLMEventHandlerTest, EventsOfSeveralThreadsAreHandledOneAfterTheOther) {
 
 // The flag is one for all events. The one that waits has set it already when the
 // one before it clears it, and does not set it again.
-TEST_F(NLMEventHandlerTest, EventThatWaitedForAnotherOneSwitchesWithTheFlagClear) {
-    GiveAddress();
+TEST_F(CableEventTest, EventThatWaitedForAnotherOneSwitchesWithTheFlagClear) {
+    m_notebook.PlugCable();
     std::optional<bool> flagAtTheSwitch;
-    m_wlan.whenSwitched = [&flagAtTheSwitch] { flagAtTheSwitch = msm_Notification_flag; };
+    m_notebook.At(Call::WlanSetInterface, 1, [&flagAtTheSwitch] {
+        flagAtTheSwitch = msm_Notification_flag;
+        return std::nullopt;
+    });
     std::thread waitingEvent;
     // In the middle of the first event the second one comes. Having set the flag, it takes the
     // third reference to the manager; then it waits.
     const ScopedImport<&::StringFromCLSID> texts{
         Rig::kWrapping, [&](const auto& original, REFCLSID id, LPOLESTR* text) {
             if (!waitingEvent.joinable()) {
-                waitingEvent = std::thread([this] { Report(1, kUp); });
-                for (int i = 0; i < 5000 && m_manager.References() < 3; ++i) {
+                waitingEvent = std::thread([this] { ReportCable(kUp); });
+                for (int i = 0; i < 5000 && References() < 3; ++i) {
                     Rig::Real<&::Sleep>(DWORD{1});
                 }
-                EXPECT_EQ(m_manager.References(), 3);
+                EXPECT_EQ(References(), 3);
                 EXPECT_TRUE(msm_Notification_flag);
             }
             return original.Original(id, text);
         }};
 
-    EXPECT_EQ(Report(3, kDown), S_OK);
+    EXPECT_EQ(Report(Wifi(), kDown), S_OK);
     waitingEvent.join();
 
-    EXPECT_THAT(m_wlan.Switches(), ElementsAre(false));
+    EXPECT_THAT(Switches(), ElementsAre(kOff));
     EXPECT_EQ(flagAtTheSwitch, false);
     EXPECT_FALSE(msm_Notification_flag);
 }
 
-TEST_F(NLMEventHandlerTest, ManagerThatTheServiceGivesBackWhileAnEventWaitsStaysUsable) {
-    GiveAddress();
+TEST_F(CableEventTest, ManagerThatTheServiceGivesBackWhileAnEventWaitsStaysUsable) {
     std::unique_lock otherChange(connectivityChangeLock);
-    std::thread event([this] { Report(1, kUp); });
+    std::thread event([this] { Plug(); });
     EXPECT_TRUE(m_log.WaitFor(TraceIn(kEvent, L"NLM_CONNECTIVITY = 64")));
-    while (m_manager.References() < 2) {
+    while (References() < 2) {
         std::this_thread::yield();
     }
 
-    m_managerReference.Reset();
+    m_manager.Reset();
     otherChange.unlock();
     event.join();
 
     EXPECT_THAT(RadioOperations(), ElementsAre(kStopWlan, kStopWwan));
-    EXPECT_EQ(m_manager.References(), 0);
+    EXPECT_EQ(References(), 0);
 }
 
-TEST_F(NLMEventHandlerTest, ManagerThatTheServiceGivesBackAtTheFirstLineStaysUsable) {
-    GiveAddress();
+TEST_F(CableEventTest, ManagerThatTheServiceGivesBackAtTheFirstLineStaysUsable) {
     {
         const Rig::AtEachLogLine lines{[this](const auto& entry) {
             if (entry.FunctionName() == kEvent) {
-                m_managerReference.Reset();
+                m_manager.Reset();
             }
         }};
-        EXPECT_EQ(Report(1, kUp), S_OK);
+        EXPECT_EQ(Plug(), S_OK);
     }
     EXPECT_THAT(RadioOperations(), ElementsAre(kStopWlan, kStopWwan));
-    EXPECT_EQ(m_manager.References(), 0);
+    EXPECT_EQ(References(), 0);
 }
 
 // --- The COM object -------------------------------------------------------------------------------
 
-TEST_F(NLMEventHandlerTest, EachInterfaceIsAnsweredWithAReference) {
-    const std::vector<std::pair<IID, void*>> interfaces{
-        {IID_IUnknown, static_cast<INetworkListManagerEvents*>(m_handler)},
-        {IID_INetworkListManagerEvents, static_cast<INetworkListManagerEvents*>(m_handler)},
-        {IID_INetworkConnectionEvents, static_cast<INetworkConnectionEvents*>(m_handler)},
-        {IID_INetworkEvents, static_cast<INetworkEvents*>(m_handler)}};
+TEST_F(CableEventTest, EachInterfaceIsAnsweredWithAReference) {
+    IUnknown* const manager = static_cast<INetworkListManagerEvents*>(m_handler);
+    IUnknown* const network = static_cast<INetworkEvents*>(m_handler);
+    IUnknown* const connection = static_cast<INetworkConnectionEvents*>(m_handler);
+    EXPECT_EQ(static_cast<void*>(manager), m_handler) << "the primary interface";
+    EXPECT_LT(network, connection);
     // Asked through each of the object's own interfaces.
-    const std::vector<IUnknown*> ways{static_cast<INetworkListManagerEvents*>(m_handler),
-                                      static_cast<INetworkEvents*>(m_handler),
-                                      static_cast<INetworkConnectionEvents*>(m_handler)};
-    for (IUnknown* const way : ways) {
-        for (const auto& [id, expected] : interfaces) {
+    for (IUnknown* const way : {manager, network, connection}) {
+        for (const auto& [id, expected] : {std::pair{IID_IUnknown, manager},
+                                           {IID_INetworkListManagerEvents, manager},
+                                           {IID_INetworkConnectionEvents, connection},
+                                           {IID_INetworkEvents, network}}) {
             void* object = nullptr;
 
             EXPECT_EQ(way->QueryInterface(id, &object), S_OK);
 
             EXPECT_EQ(object, expected);
-            EXPECT_EQ(m_handler->m_references, 2U);
-            EXPECT_EQ(static_cast<IUnknown*>(object)->Release(), 1U);
+            EXPECT_EQ(expected->AddRef(), 3U);
+            EXPECT_EQ(way->Release(), 2U);
+            EXPECT_EQ(expected->Release(), 1U);
         }
     }
 }
 
-TEST_F(NLMEventHandlerTest, UnknownInterfaceClearsTheOutPointer) {
+TEST_F(CableEventTest, UnknownInterfaceOrNullOutPointerIsRefused) {
     void* object = this;
-
     EXPECT_EQ(m_handler->QueryInterface(IID_IDispatch, &object), E_NOINTERFACE);
-
     EXPECT_EQ(object, nullptr);
-    EXPECT_EQ(m_handler->m_references, 1U);
-}
-
-TEST_F(NLMEventHandlerTest, NullOutPointerIsRefused) {
     EXPECT_EQ(m_handler->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
-    EXPECT_EQ(m_handler->m_references, 1U);
+    EXPECT_EQ(m_handler->AddRef(), 2U);
+    EXPECT_EQ(m_handler->Release(), 1U);
 }
 
-TEST(NLMEventHandlerObject, ReferencesAreCountedAndTheLastReleaseDestroysIt) {
-    LogRecorder log;
-    auto* const handler = new OpenHandler(nullptr, nullptr);
-    EXPECT_EQ(handler->m_references, 0U);
+TEST_F(CableEventTest, ReferencesStartAtNoneAndTheLastReleaseDestroysTheHandler) {
+    auto* const handler = new NLMEventHandler(m_manager.Get(), &m_wired);
+    EXPECT_EQ(References(), 1) << "the manager is only borrowed";
 
     EXPECT_EQ(handler->AddRef(), 1U);
     EXPECT_EQ(static_cast<INetworkEvents*>(handler)->AddRef(), 2U);
     EXPECT_EQ(static_cast<INetworkConnectionEvents*>(handler)->Release(), 1U);
-    EXPECT_TRUE(log.Of("NLMEventHandler::~NLMEventHandler").empty());
+    EXPECT_THAT(m_log.Of(kDestructor), IsEmpty());
     EXPECT_EQ(handler->Release(), 0U);
 
-    EXPECT_THAT(log.Of("NLMEventHandler::~NLMEventHandler"),
-                ElementsAre(TraceIn("NLMEventHandler::~NLMEventHandler"),
-                            TraceOut("NLMEventHandler::~NLMEventHandler")));
-}
-
-TEST(NLMEventHandlerObject, BasesAndFieldsStandInTheirOrder) {
-    const LogRecorder log;
-    FakeNetworkListManager manager;
-    WiredConnections wired;
-    OpenHandler handler(&manager, &wired);
-    const auto offset = [&handler](const void* part) {
-        return reinterpret_cast<const char*>(part) - reinterpret_cast<const char*>(&handler);
-    };
-    constexpr std::ptrdiff_t kPointer = sizeof(void*);
-
-    EXPECT_EQ(offset(static_cast<INetworkListManagerEvents*>(&handler)), 0);
-    EXPECT_EQ(offset(static_cast<INetworkEvents*>(&handler)), kPointer);
-    EXPECT_EQ(offset(static_cast<INetworkConnectionEvents*>(&handler)), 2 * kPointer);
-    EXPECT_EQ(offset(&handler.m_references), 3 * kPointer);
-    EXPECT_EQ(offset(&handler.m_networkListManager), 4 * kPointer);
-    EXPECT_EQ(offset(&handler.m_wiredConnections), 5 * kPointer);
-    EXPECT_EQ(handler.m_references, 0U);
-    EXPECT_EQ(handler.m_networkListManager, &manager);
-    EXPECT_EQ(handler.m_wiredConnections, &wired);
-    EXPECT_EQ(manager.ReferencesTaken(), 0) << "the manager is only borrowed";
+    EXPECT_THAT(m_log.Of(kDestructor), ElementsAre(TraceIn(kDestructor), TraceOut(kDestructor)));
 }
 
 #if defined(__GNUC__)
-/// The entry of a virtual table, as a function.
-template <class Function>
-Function* Slot(void* object, std::size_t number) {
-    return reinterpret_cast<Function*>((*static_cast<void***>(object))[number]);
-}
+TEST_F(CableEventTest, DestructorStandsBehindThePrimaryInterfacesOperations) {
+    alignas(NLMEventHandler) std::byte storage[sizeof(NLMEventHandler)];
+    void* const object = new (storage) NLMEventHandler(nullptr, nullptr);
+    using Destructor = void(void*);
 
-TEST(NLMEventHandlerObject, VirtualTablesHoldTheOperationsInTheirOrder) {
-    LogRecorder log;
-    alignas(OpenHandler) std::byte storage[sizeof(OpenHandler)];
-    auto* const handler = new (storage) NLMEventHandler(nullptr, nullptr);
-    log.Clear();
-    void* const manager = static_cast<INetworkListManagerEvents*>(handler);
-    void* const network = static_cast<INetworkEvents*>(handler);
-    void* const connection = static_cast<INetworkConnectionEvents*>(handler);
-    constexpr GUID kId{};
-
-    ULONG references = 0;
-    for (void* const table : {manager, network, connection}) {
-        EXPECT_EQ(Slot<ULONG WINAPI(void*)>(table, 1)(table), ++references);
-    }
-    for (void* const table : {manager, network, connection}) {
-        void* found = nullptr;
-        EXPECT_EQ(Slot<HRESULT WINAPI(void*, REFIID, void**)>(table, 0)(table, IID_IUnknown, &found), S_OK);
-        EXPECT_EQ(found, manager);
-        EXPECT_EQ(Slot<ULONG WINAPI(void*)>(table, 2)(table), references);
-    }
-    Slot<HRESULT WINAPI(void*, int)>(manager, 3)(manager, 1);
-    Slot<HRESULT WINAPI(void*, GUID)>(network, 3)(network, kId);
-    Slot<HRESULT WINAPI(void*, GUID)>(network, 4)(network, kId);
-    Slot<HRESULT WINAPI(void*, GUID, int)>(network, 5)(network, kId, 2);
-    Slot<HRESULT WINAPI(void*, GUID, int)>(network, 6)(network, kId, 3);
-    Slot<HRESULT WINAPI(void*, GUID, int)>(connection, 3)(connection, kId, 0);
-    Slot<HRESULT WINAPI(void*, GUID, int)>(connection, 4)(connection, kId, 4);
     // The entry that destroys the object without freeing its memory.
-    Slot<void(void*)>(manager, 4)(manager);
+    reinterpret_cast<Destructor*>((*static_cast<void***>(object))[4])(object);
 
-    std::vector<LogLine> entries = log.At(Level::kTraceIn);
-    std::erase_if(entries, [](const LogLine& line) { return line.function.starts_with("NLMUtils::"); });
-    EXPECT_THAT(
-        entries,
-        ElementsAre(TraceIn("NLMEventHandler::ConnectivityChanged", L"NLM_CONNECTIVITY = 1"),
-                    TraceIn("NLMEventHandler::NetworkAdded"), TraceIn("NLMEventHandler::NetworkDeleted"),
-                    TraceIn("NLMEventHandler::NetworkConnectivityChanged", L"NLM_CONNECTIVITY = 2"),
-                    TraceIn("NLMEventHandler::NetworkPropertyChanged", L"NLM_NETWORK_PROPERTY_CHANGE = 3"),
-                    TraceIn(kEvent, L"NLM_CONNECTIVITY = 0"),
-                    TraceIn("NLMEventHandler::NetworkConnectionPropertyChanged",
-                            L"NLM_CONNECTION_PROPERTY_CHANGE = 4"),
-                    TraceIn("NLMEventHandler::~NLMEventHandler")));
+    EXPECT_THAT(m_log.Of(kDestructor), ElementsAre(TraceIn(kDestructor), TraceOut(kDestructor)));
 }
 #endif
 
-TEST_F(NLMEventHandlerTest, OtherEventsAreLoggedAndNothingElse) {
+TEST_F(CableEventTest, OtherEventsAreLoggedAndNothingElse) {
     constexpr GUID kId{};
     EXPECT_EQ(m_handler->ConnectivityChanged(kDown), S_OK);
     EXPECT_EQ(m_handler->NetworkAdded(kId), S_OK);
@@ -1067,19 +676,18 @@ TEST_F(NLMEventHandlerTest, OtherEventsAreLoggedAndNothingElse) {
     EXPECT_EQ(m_handler->NetworkConnectionPropertyChanged(kId, NLM_CONNECTION_PROPERTY_CHANGE_AUTHENTICATION),
               S_OK);
 
-    EXPECT_THAT(
-        m_log.Lines(),
-        ElementsAre(TraceIn("NLMEventHandler::ConnectivityChanged", L"NLM_CONNECTIVITY = 0"),
-                    TraceOut("NLMEventHandler::ConnectivityChanged"),
-                    TraceIn("NLMEventHandler::NetworkAdded"), TraceOut("NLMEventHandler::NetworkAdded"),
-                    TraceIn("NLMEventHandler::NetworkDeleted"), TraceOut("NLMEventHandler::NetworkDeleted"),
-                    TraceIn("NLMEventHandler::NetworkConnectivityChanged", L"NLM_CONNECTIVITY = 64"),
-                    TraceOut("NLMEventHandler::NetworkConnectivityChanged"),
-                    TraceIn("NLMEventHandler::NetworkPropertyChanged", L"NLM_NETWORK_PROPERTY_CHANGE = 4"),
-                    TraceOut("NLMEventHandler::NetworkPropertyChanged"),
-                    TraceIn("NLMEventHandler::NetworkConnectionPropertyChanged",
-                            L"NLM_CONNECTION_PROPERTY_CHANGE = 1"),
-                    TraceOut("NLMEventHandler::NetworkConnectionPropertyChanged")));
+    std::vector<LogLine> expected;
+    for (const auto& [name, entryText] :
+         {std::pair{"ConnectivityChanged", L"NLM_CONNECTIVITY = 0"},
+          {"NetworkAdded", L""},
+          {"NetworkDeleted", L""},
+          {"NetworkConnectivityChanged", L"NLM_CONNECTIVITY = 64"},
+          {"NetworkPropertyChanged", L"NLM_NETWORK_PROPERTY_CHANGE = 4"},
+          {"NetworkConnectionPropertyChanged", L"NLM_CONNECTION_PROPERTY_CHANGE = 1"}}) {
+        expected.push_back(TraceIn(std::string("NLMEventHandler::") + name, entryText));
+        expected.push_back(TraceOut(std::string("NLMEventHandler::") + name));
+    }
+    EXPECT_EQ(m_log.Lines(), expected);
 }
 
 }  // namespace
