@@ -3,6 +3,7 @@
 #include <iphlpapi.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <mutex>
 #include <optional>
@@ -31,6 +32,19 @@ constexpr UINT kWiMaxType = 237;
 constexpr UINT kGsmType = 243;
 constexpr UINT kCdmaType = 244;
 
+/// Adapters that are no Ethernet, and the line of each.
+struct OtherType {
+    UINT type;
+    const wchar_t* line;
+};
+constexpr std::array kOtherTypes{
+    OtherType{MIB_IF_TYPE_OTHER, L"Some other type of network interface."},
+    OtherType{IF_TYPE_IEEE80211, L"An IEEE 802.11 wireless network interface."},
+    OtherType{kWiMaxType, L"A mobile broadband interface for WiMax devices."},
+    OtherType{kGsmType, L"A mobile broadband interface for GSM - based devices."},
+    OtherType{kCdmaType, L"A mobile broadband interface for CDMA-based devices."},
+};
+
 constexpr std::string_view kNoAddress = "0.0.0.0";
 
 /// Makes the adapter list single-threaded: reading it, walking it, releasing it.
@@ -48,10 +62,6 @@ template <std::size_t Size>
 std::string_view FieldText(const char (&field)[Size]) {
     const char* const end = std::find(field, field + Size, '\0');
     return {field, static_cast<std::size_t>(end - field)};
-}
-
-bool Contains(std::string_view text, std::string_view part) {
-    return text.find(part) != std::string_view::npos;
 }
 
 DWORD ReadAdapters(const LogScope& log) {
@@ -87,48 +97,34 @@ DWORD ReadAdapters(const LogScope& log) {
 }
 
 void LogOtherAdapter(const LogScope& log, UINT type) {
-    switch (type) {
-        case MIB_IF_TYPE_OTHER:
-            log.Information(L"Some other type of network interface.");
-            break;
-        case IF_TYPE_IEEE80211:
-            log.Information(L"An IEEE 802.11 wireless network interface.");
-            break;
-        case kWiMaxType:
-            log.Information(L"A mobile broadband interface for WiMax devices.");
-            break;
-        case kGsmType:
-            log.Information(L"A mobile broadband interface for GSM - based devices.");
-            break;
-        case kCdmaType:
-            log.Information(L"A mobile broadband interface for CDMA-based devices.");
-            break;
-        default:
-            log.Information(L"Unknown type %d", type);
-            break;
+    const auto known = std::ranges::find(kOtherTypes, type, &OtherType::type);
+    if (known != kOtherTypes.end()) {
+        log.Information(known->line);
+    } else {
+        log.Information(L"Unknown type %d", type);
     }
 }
 
 /// Whether one adapter of the list counts as a connected Ethernet; the first such ends the walk.
 bool FindUsableEthernet(const LogScope& log, const IP_ADAPTER_INFO* adapters, int* noAddress) {
     for (const IP_ADAPTER_INFO* adapter = adapters; adapter != nullptr; adapter = adapter->Next) {
-        switch (NLMUtils::JudgeAdapter(*adapter)) {
-            case NLMUtils::AdapterVerdict::kNotEthernet:
-                LogOtherAdapter(log, adapter->Type);
-                break;
-            case NLMUtils::AdapterVerdict::kNoAddress:
-                if (noAddress != nullptr) {
-                    *noAddress = 1;
-                }
-                break;
-            case NLMUtils::AdapterVerdict::kVirtual:
-                log.Information(L"An Ethernet network interface.");
-                log.Information(L"Ethernet is VPN and IP is valid");
-                break;
-            case NLMUtils::AdapterVerdict::kCable:
-                log.Information(L"An Ethernet network interface.");
-                log.Information(L"Ethernet is not VPN and IP is valid");
-                return true;
+        const NLMUtils::AdapterVerdict verdict = NLMUtils::JudgeAdapter(*adapter);
+        if (verdict == NLMUtils::AdapterVerdict::kNotEthernet) {
+            LogOtherAdapter(log, adapter->Type);
+            continue;
+        }
+        if (verdict == NLMUtils::AdapterVerdict::kNoAddress) {
+            if (noAddress != nullptr) {
+                *noAddress = 1;
+            }
+            continue;
+        }
+        const bool isCable = verdict == NLMUtils::AdapterVerdict::kCable;
+        log.Information(L"An Ethernet network interface.");
+        log.Information(isCable ? L"Ethernet is not VPN and IP is valid"
+                                : L"Ethernet is VPN and IP is valid");
+        if (isCable) {
+            return true;
         }
     }
     return false;
@@ -145,10 +141,10 @@ NLMUtils::AdapterVerdict NLMUtils::JudgeAdapter(const IP_ADAPTER_INFO& adapter) 
     }
     // Case matters.
     const std::string_view description = FieldText(adapter.Description);
-    if (Contains(description, "VPN") || Contains(description, "Virtual")) {
-        return AdapterVerdict::kVirtual;
-    }
-    return AdapterVerdict::kCable;
+    const auto contains = [&description](const char* part) {
+        return description.find(part) != std::string_view::npos;
+    };
+    return contains("VPN") || contains("Virtual") ? AdapterVerdict::kVirtual : AdapterVerdict::kCable;
 }
 
 DWORD NLMEventHandler::InitialiseAdapter() {
@@ -165,20 +161,19 @@ DWORD NLMEventHandler::InitialiseAdapter() {
 int NLMEventHandler::CheckEthernetConnectionStatus(int* status, int* noAddress) {
     LogScope log("NLMEventHandler::CheckEthernetConnectionStatus");
     int found = 0;
-    int completed = 0;
-    try {
+    const int completed = log.Guard(0, [&] {
         if (InitialiseAdapter() != ERROR_SUCCESS) {
             log.Error(L"InitialiseAdapter failed");
-        } else if (!Adapters()) {
-            log.Error(L"PIP_ADAPTER_INFO is NULL!!");
-        } else {
-            found = FindUsableEthernet(log, Adapters().Get(), noAddress) ? 1 : 0;
-            *status = found;
-            completed = 1;
+            return 0;
         }
-    } catch (...) {
-        log.Error(L"Exception in CheckEthernetConnectionStatus()");
-    }
+        if (!Adapters()) {
+            log.Error(L"PIP_ADAPTER_INFO is NULL!!");
+            return 0;
+        }
+        found = FindUsableEthernet(log, Adapters().Get(), noAddress) ? 1 : 0;
+        *status = found;
+        return 1;
+    });
     log.ExitLine(L"Ethernet Status = %d", found);
     return completed;
 }

@@ -5,7 +5,9 @@
 #include <wrl/client.h>
 
 #include <algorithm>
+#include <array>
 #include <locale>
+#include <optional>
 #include <string>
 
 #include "logging/log_scope.h"
@@ -20,7 +22,7 @@ using AddressList = Platform::UniqueProcessHeap<IP_ADAPTER_ADDRESSES>;
 /// Bytes of the first try, enough for most machines.
 constexpr ULONG kFirstListBytes = 15000;
 /// Passes with more memory: at most four are made, but as many as this count as failure, whatever
-/// the last one brought. On purpose.
+/// the last one brought.
 constexpr int kMostPasses = 4;
 constexpr int kPassesThatFail = 3;
 
@@ -28,57 +30,44 @@ const wchar_t* TextOrEmpty(const wchar_t* text) {
     return text != nullptr ? text : L"";
 }
 
-ULONG ReadAddresses(const AddressList& list, ULONG& bytes) {
+/// Reads the adapters into a new block of so many bytes, in place of the one before; `bytes` is then what
+/// the system asks for. The error of the call; empty when there is no memory.
+std::optional<ULONG> ReadAddresses(const LogScope& log, AddressList& list, ULONG& bytes) {
+    list.Reset();
+    list = NLMUtils::AllocateAdapterRecords<IP_ADAPTER_ADDRESSES>(bytes);
+    if (!list) {
+        log.Error(L"Memory allocation failed for IP_ADAPTER_ADDRESSES struct");
+        return std::nullopt;
+    }
     return GetAdaptersAddresses(AF_UNSPEC, GAA_FLAG_INCLUDE_PREFIX, nullptr, list.Get(), &bytes);
-}
-
-/// Reads the list once more with as much memory as the system asked for, until that is enough or
-/// the passes are used up. Whether the list may be used.
-bool ReadWithMoreMemory(const LogScope& log, AddressList& list, ULONG bytes) {
-    ULONG error = ERROR_BUFFER_OVERFLOW;
-    int passes = 0;
-    while (error == ERROR_BUFFER_OVERFLOW && passes < kMostPasses) {
-        log.Information(
-            L"The buffer size is not enough,trying to allocate more memory...Required Memory is %d Bytes",
-            bytes);
-        list.Reset();
-        list = NLMUtils::AllocateAdapterRecords<IP_ADAPTER_ADDRESSES>(bytes);
-        if (list) {
-            error = ReadAddresses(list, bytes);
-        } else {
-            log.Error(L"Memory allocation failed for IP_ADAPTER_ADDRESSES struct");
-        }
-        ++passes;
-    }
-    if (passes >= kPassesThatFail) {
-        log.Error(L"Memory allocation retry limit exceeded ");
-        return false;
-    }
-    if (error != ERROR_SUCCESS) {
-        log.Error(L"ERROR with GetAdaptersAddresses");
-        return false;
-    }
-    return true;
 }
 
 /// The adapters with their addresses; empty when they could not be read.
 AddressList ReadAdapterAddresses(const LogScope& log) {
+    AddressList list;
     ULONG bytes = kFirstListBytes;
-    AddressList list = NLMUtils::AllocateAdapterRecords<IP_ADAPTER_ADDRESSES>(bytes);
-    if (!list) {
-        log.Error(L"Memory allocation failed for IP_ADAPTER_ADDRESSES struct");
+    const std::optional<ULONG> firstError = ReadAddresses(log, list, bytes);
+    if (!firstError) {
         return {};
     }
-    const ULONG error = ReadAddresses(list, bytes);
+    ULONG error = *firstError;
     if (error != ERROR_SUCCESS) {
         log.Information(L"GetAdaptersAddresses failed with an Error code : %d", error);
-        if (error != ERROR_BUFFER_OVERFLOW) {
-            log.Error(L"ERROR with GetAdaptersAddresses");
-            return {};
-        }
-        if (!ReadWithMoreMemory(log, list, bytes)) {
-            return {};
-        }
+    }
+    int passes = 0;
+    for (; error == ERROR_BUFFER_OVERFLOW && passes < kMostPasses; ++passes) {
+        log.Information(
+            L"The buffer size is not enough,trying to allocate more memory...Required Memory is %d Bytes",
+            bytes);
+        error = ReadAddresses(log, list, bytes).value_or(ERROR_BUFFER_OVERFLOW);
+    }
+    if (passes >= kPassesThatFail) {
+        log.Error(L"Memory allocation retry limit exceeded ");
+        return {};
+    }
+    if (error != ERROR_SUCCESS) {
+        log.Error(L"ERROR with GetAdaptersAddresses");
+        return {};
     }
     log.Information(L"Memory allocation success for IP_ADAPTER_ADDRESSES struct");
     return list;
@@ -116,30 +105,21 @@ void LogMatchingAdapters(const LogScope& log, const IP_ADAPTER_ADDRESSES* adapte
     }
 }
 
-const wchar_t* InterfaceTypeName(DWORD interfaceType) {
-    switch (interfaceType) {
-        case IF_TYPE_OTHER:
-            return L"Other";
-        case IF_TYPE_ETHERNET_CSMACD:
-            return L"Ethernet";
-        case IF_TYPE_ISO88025_TOKENRING:
-            return L"Token Ring";
-        case IF_TYPE_PPP:
-            return L"PPP";
-        case IF_TYPE_SOFTWARE_LOOPBACK:
-            return L"Software Loopback";
-        case IF_TYPE_ATM:
-            return L"ATM";
-        case IF_TYPE_IEEE80211:
-            return L"IEEE 802.11 Wireless";
-        case IF_TYPE_TUNNEL:
-            return L"Tunnel";
-        case IF_TYPE_IEEE1394:
-            return L"IEEE 1394 (Firewire)";
-        default:
-            return L"Unrecognized interface type";
-    }
-}
+struct TypeName {
+    DWORD type;
+    const wchar_t* name;
+};
+constexpr std::array kTypeNames{
+    TypeName{IF_TYPE_OTHER, L"Other"},
+    TypeName{IF_TYPE_ETHERNET_CSMACD, L"Ethernet"},
+    TypeName{IF_TYPE_ISO88025_TOKENRING, L"Token Ring"},
+    TypeName{IF_TYPE_PPP, L"PPP"},
+    TypeName{IF_TYPE_SOFTWARE_LOOPBACK, L"Software Loopback"},
+    TypeName{IF_TYPE_ATM, L"ATM"},
+    TypeName{IF_TYPE_IEEE80211, L"IEEE 802.11 Wireless"},
+    TypeName{IF_TYPE_TUNNEL, L"Tunnel"},
+    TypeName{IF_TYPE_IEEE1394, L"IEEE 1394 (Firewire)"},
+};
 
 /// Whether the connection's adapter could be told; its type goes to `*isEthernet`.
 bool ExamineConnection(const LogScope& log, INetworkListManager* networkListManager, const GUID& connectionId,
@@ -179,29 +159,24 @@ bool ExamineConnection(const LogScope& log, INetworkListManager* networkListMana
 bool NLMUtils::IsEthernetConnection(INetworkListManager* networkListManager, const GUID& connectionId,
                                     unsigned char* isEthernet) {
     LogScope log("NLMUtils::IsEthernetConnection");
-    bool isKnown = false;
-    try {
-        isKnown = ExamineConnection(log, networkListManager, connectionId, isEthernet);
-    } catch (...) {
-        log.Error(L"Exception in IsEthernetConnection()");
-    }
-    return log.Return(L"Return Value = %d", isKnown);
+    return log.Return(L"Return Value = %d", log.Guard(false, [&] {
+        return ExamineConnection(log, networkListManager, connectionId, isEthernet);
+    }));
 }
 
 void NLMUtils::PrintAdapterInfo(const std::wstring& adapterId, unsigned char* isEthernet) {
     LogScope log("NLMUtils::PrintAdapterInfo", L"GUID Value = %s", adapterId.c_str());
-    try {
-        const AddressList adapters = ReadAdapterAddresses(log);
-        if (adapters) {
+    log.Guard([&] {
+        if (const AddressList adapters = ReadAdapterAddresses(log)) {
             LogMatchingAdapters(log, adapters.Get(), adapterId, isEthernet);
         }
-    } catch (...) {
-        log.Error(L"Exception in PrintAdapterInfo()");
-    }
+    });
     log.ExitLine(L"Ethernet Status = %d", *isEthernet);
 }
 
 std::wstring NLMUtils::GetInterfaceTypeString(const DWORD* interfaceType) {
     LogScope log("NLMUtils::GetInterfaceTypeString", L"IFTYPE Value = %d", *interfaceType);
-    return log.Return(L"InterfaceType = %s", InterfaceTypeName(*interfaceType));
+    const auto known = std::ranges::find(kTypeNames, *interfaceType, &TypeName::type);
+    return log.Return(L"InterfaceType = %s",
+                      known != kTypeNames.end() ? known->name : L"Unrecognized interface type");
 }

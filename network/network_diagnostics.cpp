@@ -24,7 +24,7 @@ constexpr DWORD kIpv4Bits = 0x0F0;
 constexpr DWORD kIpv6Bits = 0xF00;
 
 /// One value of one group, and its line. A group is compared as a whole: a mixture of its bits has
-/// no line, and a connected value without a "no traffic" bit reads as disconnected there. On purpose.
+/// no line, and a connected value without a "no traffic" bit reads as disconnected there.
 struct ConnectivityLine {
     DWORD group;
     NLM_CONNECTIVITY value;
@@ -153,7 +153,7 @@ void NLMUtils::PrintConnectivityState(const DWORD* connectivity) {
 void NLMUtils::PrintNetworkConnections(INetworkListManager* networkListManager,
                                        WiredConnections* wiredConnections) {
     const LogScope log("NLMUtils::PrintNetworkConnections");
-    try {
+    log.Guard([&] {
         if (networkListManager == nullptr) {
             log.Error(L"INetworkListManager is NULL");
             return;
@@ -167,7 +167,5 @@ void NLMUtils::PrintNetworkConnections(INetworkListManager* networkListManager,
         if (enumerator != nullptr) {
             LogConnections(log, *enumerator.Get(), wiredConnections);
         }
-    } catch (...) {
-        log.Error(L"Exception in PrintNetworkConnections()");
-    }
+    });
 }

@@ -74,11 +74,7 @@ NLMEventHandler::NLMEventHandler(INetworkListManager* networkListManager, WiredC
 
 NLMEventHandler::~NLMEventHandler() {
     const LogScope log("NLMEventHandler::~NLMEventHandler");
-    try {
-        ReleaseAdapters();
-    } catch (...) {
-        log.Error(L"Exception in ~NLMEventHandler()");
-    }
+    log.Guard([] { ReleaseAdapters(); });
 }
 
 HRESULT NLMEventHandler::QueryInterface(REFIID interfaceId, void** object) {
@@ -153,41 +149,41 @@ HRESULT NLMEventHandler::NetworkConnectionConnectivityChanged(GUID connectionId,
     const Microsoft::WRL::ComPtr<INetworkListManager> heldManager(m_networkListManager);
     const LogScope log("NLMEventHandler::NetworkConnectionConnectivityChanged", L"NLM_CONNECTIVITY = %d",
                        connectivity);
-    try {
-        msm_Notification_flag = true;
-        std::unique_lock lock(connectivityChangeLock);
-        log.Information(L"------------------start----------------------");
-        Platform::UniqueCoTaskText text;
-        const HRESULT converted = StringFromCLSID(connectionId, text.Put());
-        if (FAILED(converted)) {
-            // The line shows the last error, not the result. The notification flag stays set, until the
-            // next event ends.
-            log.Error(L"StringFromCLSID failed w/err 0x%08lx", GetLastError());
-            return converted;
-        }
-        log.Information(L"Connection ID : %s", text.Get());
-        log.Information(L"New connectivity state : ");
-        const auto connectivityBits = static_cast<DWORD>(connectivity);
-        NLMUtils::PrintConnectivityState(&connectivityBits);
-        if (connectivity == NLM_CONNECTIVITY_DISCONNECTED) {
-            HandleDisconnect(log, text.Get());
-        } else {
-            HandleConnect(log, connectionId, text.Get(), connectivity);
-        }
-        LogWiredConnections(log);
-        msm_Notification_flag = false;
-        text.Reset();
-        lock.unlock();
-        log.Information(L"-------------------end-----------------------");
-        return S_OK;
-    } catch (...) {
-        log.Error(L"Exception in NetworkConnectionConnectivityChanged()");
-        return E_FAIL;
+    return log.Guard(HRESULT{E_FAIL}, [&] { return HandleCableEvent(log, connectionId, connectivity); });
+}
+
+HRESULT NLMEventHandler::HandleCableEvent(const LogScope& log, const GUID& connectionId,
+                                          NLM_CONNECTIVITY connectivity) {
+    msm_Notification_flag = true;
+    std::unique_lock lock(connectivityChangeLock);
+    log.Information(L"------------------start----------------------");
+    Platform::UniqueCoTaskText text;
+    const HRESULT converted = StringFromCLSID(connectionId, text.Put());
+    if (FAILED(converted)) {
+        // The line shows the last error, not the result. The notification flag stays set, until the
+        // next event ends.
+        log.Error(L"StringFromCLSID failed w/err 0x%08lx", GetLastError());
+        return converted;
     }
+    log.Information(L"Connection ID : %s", text.Get());
+    log.Information(L"New connectivity state : ");
+    const auto connectivityBits = static_cast<DWORD>(connectivity);
+    NLMUtils::PrintConnectivityState(&connectivityBits);
+    if (connectivity == NLM_CONNECTIVITY_DISCONNECTED) {
+        HandleDisconnect(log, text.Get());
+    } else {
+        HandleConnect(log, connectionId, text.Get(), connectivity);
+    }
+    LogWiredConnections(log);
+    msm_Notification_flag = false;
+    text.Reset();
+    lock.unlock();
+    log.Information(L"-------------------end-----------------------");
+    return S_OK;
 }
 
 void NLMEventHandler::HandleConnect(const LogScope& log, const GUID& connectionId,
-                                    const std::wstring& connectionText, NLM_CONNECTIVITY connectivity) {
+                                    const std::wstring& connectionText, NLM_CONNECTIVITY connectivity) const {
     log.Information(L"Connectivity state : %d ", connectivity);
     unsigned char isEthernet = 0;
     if (!NLMUtils::IsEthernetConnection(m_networkListManager, connectionId, &isEthernet)) {

@@ -17,8 +17,9 @@ class LogScope;
 extern std::atomic<bool> msm_Notification_flag;
 
 /// Receives the Network List Manager's events, on threads of the multithreaded apartment, several
-/// at once. A connection that becomes connected over Ethernet switches the radios off; one that
-/// disconnects and was ever wired brings them back.
+/// at once. A cable event enters by `NetworkConnectionConnectivityChanged`: a connection that becomes
+/// connected over Ethernet (a cable plugged in) switches the radios off; one that disconnects and was
+/// ever wired (a cable pulled out) brings them back. The other events are only logged.
 class NLMEventHandler : public INetworkListManagerEvents,
                         public INetworkEvents,
                         public INetworkConnectionEvents {
@@ -46,6 +47,8 @@ class NLMEventHandler : public INetworkListManagerEvents,
                                                      NLM_NETWORK_PROPERTY_CHANGE flags) override;
 
     // INetworkConnectionEvents
+    /// Every cable event. S_OK; the failure of the identifier's conversion to text; E_FAIL after an
+    /// exception.
     HRESULT STDMETHODCALLTYPE NetworkConnectionConnectivityChanged(GUID connectionId,
                                                                    NLM_CONNECTIVITY connectivity) override;
     HRESULT STDMETHODCALLTYPE NetworkConnectionPropertyChanged(GUID connectionId,
@@ -63,18 +66,18 @@ class NLMEventHandler : public INetworkListManagerEvents,
     /// The same under the Ethernet-check lock. Everybody else asks through `NLMUtils::IsCableIn`.
     static int CheckEthernetConnectionStatusEx(int* status, int* noAddress);
 
-  protected:
-    /// A plain integer, changed without interlocked operations.
-    ULONG m_references = 0;
-    INetworkListManager* m_networkListManager;
-    WiredConnections* m_wiredConnections;
-
   private:
     /// Gives back the buffer of the adapter list, under the Ethernet-check lock.
     static void ReleaseAdapters();
 
+    HRESULT HandleCableEvent(const LogScope& log, const GUID& connectionId, NLM_CONNECTIVITY connectivity);
     void HandleDisconnect(const LogScope& log, const std::wstring& connectionText) const;
     void HandleConnect(const LogScope& log, const GUID& connectionId, const std::wstring& connectionText,
-                       NLM_CONNECTIVITY connectivity);
+                       NLM_CONNECTIVITY connectivity) const;
     void LogWiredConnections(const LogScope& log) const;
+
+    /// A plain integer, changed without interlocked operations.
+    ULONG m_references = 0;
+    INetworkListManager* m_networkListManager;
+    WiredConnections* m_wiredConnections;
 };

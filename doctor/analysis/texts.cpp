@@ -135,7 +135,7 @@ constexpr KnownText kTexts[] = {
     {Said::kCableEventCheck, kCableEvent, "Ethernet connection status = %d"},
     {Said::kCableEventCheckFailed, kCableEvent, "CheckEthernetConnectionStatus failed"},
     {Said::kCableEventEnds, kCableEvent, "-------------------end-----------------------"},
-    {Said::kCableEventThrew, kCableEvent, "Exception in NetworkConnectionConnectivityChanged()"},
+    {Said::kCableEventThrew, kCableEvent, "Exception in %S()"},
 
     {Said::kAdaptersRead, kAdapters, "GetAdaptersInfo() success: ulOutBufLen = %u."},
     {Said::kAdaptersUnreadable, kAdapters, "GetAdaptersInfo() failed.Error = 0x%08lx"},

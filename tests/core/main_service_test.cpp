@@ -38,7 +38,7 @@ constexpr char kOnStop[] = "CMainService::OnStop";
 class JournaledHandler : public NLMEventHandler {
   public:
     explicit JournaledHandler(Journal& journal) : NLMEventHandler(nullptr, nullptr), m_journal(journal) {
-        m_references = 1;
+        NLMEventHandler::AddRef();
     }
     ULONG WINAPI Release() override {
         m_journal.Add("Release NLMEventHandler");
