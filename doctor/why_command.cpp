@@ -57,7 +57,7 @@ std::filesystem::path FolderOfThisMachine() {
     if (windows == nullptr) {
         return {};
     }
-    return std::filesystem::path(windows) / "System32/config/systemprofile/AppData/Roaming/orvkLog";
+    return std::filesystem::path(windows) / "System32" / kServiceLogFolder;
 }
 
 void Print(const std::string& text) {

@@ -227,6 +227,10 @@ std::optional<Time> Asked(const std::string& text, std::optional<Time> latest) {
     return time;
 }
 
+std::string LinesText(std::uint64_t count) {
+    return fmt::format("{} {}", count, count == 1 ? "line" : "lines");
+}
+
 void JudgeFiles(Machine& machine, const MachineReader& reader) {
     std::uint64_t unread = 0;
     std::uint64_t doubtful = 0;
@@ -244,7 +248,8 @@ void JudgeFiles(Machine& machine, const MachineReader& reader) {
     };
     if (doubtful > 0) {
         add(Cause::kLinesDoubtful,
-            fmt::format("{} lines that may be part of a name with line ends in it were left out", doubtful),
+            fmt::format("{} that may be part of a name with line ends in it {} left out", LinesText(doubtful),
+                        doubtful == 1 ? "was" : "were"),
             reader.DoubtfulAfter());
     }
     if (reader.SetBackAt()) {
@@ -252,7 +257,7 @@ void JudgeFiles(Machine& machine, const MachineReader& reader) {
             reader.SetBackAt());
     }
     if (unread > 0 && machine.history.linesOfService > 0) {
-        add(Cause::kLogDamaged, fmt::format("{} lines cannot be read as lines of the log", unread),
+        add(Cause::kLogDamaged, fmt::format("{} cannot be read as part of the log", LinesText(unread)),
             std::nullopt);
     }
     for (std::size_t i = 1; i < machine.files.size(); ++i) {
@@ -275,6 +280,7 @@ Machine ReadMachine(const LogSet& set, const Question& question) {
     machine.until = Asked(question.until, set.latest);
     // What comes after the time of interest does not belong to the verdict.
     const std::optional<Time> asked = machine.at ? machine.at : machine.until;
+    machine.asked = machine.at;
     MachineReader reader(machine, asked);
     for (const std::filesystem::path& path : set.paths) {
         reader.Read(path);

@@ -46,6 +46,8 @@ struct Machine {
     std::string name;
     std::vector<LogFile> files;
     History history;
+    /// The moment that was asked for, if any was.
+    std::optional<Time> asked;
     /// The moment that the findings are about, and what was so then.
     std::optional<Time> at;
     Situation situation;

@@ -14,6 +14,7 @@ enum class Cause : std::uint8_t {
     kServiceEnded,
     kStartGivenUp,
     kNotSubscribed,
+    kSubscriptionLost,
     kNotNotified,
     kWaitingForFirmware,
     kWaitingForService,

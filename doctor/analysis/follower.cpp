@@ -23,6 +23,20 @@ constexpr Time kRestartMs = 10000;
 /// Threads come and go with numbers of their own; those that say nothing any more are let go.
 constexpr std::size_t kMostThreads = 4096;
 
+/// The text of a line that may be repeated, without the number of the try.
+std::string WithoutCount(std::string_view text) {
+    constexpr std::string_view kCounts[] = {"retry count ", "in try ", "in count = ", "in retry "};
+    std::string rest(text);
+    for (const std::string_view count : kCounts) {
+        const std::size_t found = rest.find(count);
+        if (found != std::string::npos) {
+            const std::size_t begin = found + count.size();
+            rest.erase(begin, std::min(rest.find_first_not_of("0123456789", begin), rest.size()) - begin);
+        }
+    }
+    return rest;
+}
+
 Proof MakeProof(const LogLine& line, Place place) {
     return {.place = place,
             .time = line.time,
@@ -137,6 +151,10 @@ void Follower::Handle(Thread& thread, const LogLine& line, const Reading& readin
 
 void Follower::BeginTask(Thread& thread, Task task, const LogLine& line) {
     EndTask(thread, line.time);
+    if (task == Task::kCableIn || task == Task::kCableOut) {
+        m_now.untoldCable.reset();
+        m_cableToldOf = true;
+    }
     if (line.time - thread.lastTime >= kPromptMs) {
         thread.busySince = line.time;
     }
@@ -488,7 +506,7 @@ void Follower::Tell(StoryKind kind, Time time, const Proof& proof, std::string s
 }
 
 void Follower::TellError(const LogLine& line, const Proof& proof) {
-    std::string key = fmt::format("{}|{}", line.operation, line.text);
+    std::string key = fmt::format("{}|{}", line.operation, WithoutCount(line.text));
     if (const auto found = m_recentErrors.find(key); found != m_recentErrors.end()) {
         StoryEvent& before = m_history.story[found->second];
         if (line.time - before.until < kErrorRepeatMs && line.time >= before.time) {

@@ -89,6 +89,7 @@ class Follower {
     void Wake(Thread& thread, const LogLine& line, const Proof& proof);
     void EndWake(Time time);
     void EndDoubts();
+    [[nodiscard]] bool IsUntold(const Thread& thread) const;
     void EndCheck(Thread& thread, bool found, Time time, const Proof& proof);
     void SetHalf(Radio radio, Half half, const Reading& reading, const Proof& proof);
     Lane& CableLane(const std::string& connection, const std::string& adapter);
@@ -107,6 +108,8 @@ class Follower {
     Decision* CurrentDecision(Thread& thread, Radio radio);
     void Fail(Thread& thread, Radio radio, Outcome outcome, std::int64_t error, const LogLine& line,
               const Proof& proof);
+    void NoteFailure(const Thread& thread, Radio radio, Outcome outcome, std::int64_t error,
+                     const Proof& proof);
     void Succeed(Thread& thread, Radio radio, Outcome outcome, const LogLine& line, const Proof& proof);
     void EndDecision(Thread& thread, Radio radio, Time time);
     void Publish(Thread& thread, Radio radio);
@@ -138,6 +141,8 @@ class Follower {
     std::optional<Time> m_wakeEnds;
     /// Since when changes may have gone unseen, while what happened in a sleep is being told.
     std::optional<Time> m_sleptSince;
+    /// Windows has told of a connection since no cable was last seen.
+    bool m_cableToldOf = false;
     /// Errors of the story that may be repeated, by operation and text.
     std::map<std::string, std::size_t, std::less<>> m_recentErrors;
     std::vector<std::pair<Time, Time>> m_silentEnds;

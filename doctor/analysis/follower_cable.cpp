@@ -41,13 +41,35 @@ bool Follower::HandleEthernet(Thread& thread, const LogLine& line, const Reading
     return reading.said == Said::kEthernetFound;
 }
 
+/// Whether a look by the way finds a cable although Windows has told of no connection since the last one
+/// found none.
+bool Follower::IsUntold(const Thread& thread) const {
+    switch (thread.task) {
+        case Task::kRadioChange:
+        case Task::kNetworkAvailable:
+        case Task::kAirplane:
+        case Task::kCompletion:
+            break;
+        default:
+            return false;
+    }
+    return m_now.cable == State::kOut && m_now.subscribed && !m_now.notSubscribed && !m_sleptSince &&
+           !m_cableToldOf;
+}
+
 void Follower::EndCheck(Thread& thread, bool found, Time time, const Proof& proof) {
     thread.checking = false;
     const bool waitsForAddress = thread.task == Task::kCableIn && thread.wired && !found;
     const State state = found ? State::kIn : waitsForAddress ? State::kNoAddress : State::kOut;
-    if (state == State::kOut && m_now.cable == State::kNoAddress) {
+    if (state == State::kOut && m_now.cable == State::kNoAddress && thread.task != Task::kCableOut) {
         // An adapter without an address leaves no line in a look; that it is there is known from its event.
         return;
+    }
+    if (found && IsUntold(thread)) {
+        m_now.untoldCable = proof;
+    } else if (state == State::kOut) {
+        m_now.untoldCable.reset();
+        m_cableToldOf = false;
     }
     if (m_now.cable != state) {
         m_now.cable = state;

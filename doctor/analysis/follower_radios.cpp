@@ -99,7 +99,8 @@ Decision& Follower::DecisionOf(Thread& thread, Radio radio, bool on, const LogLi
                             .outcome = Outcome::kGoesOn,
                             .error = 0,
                             .failures = 0,
-                            .proof = proof};
+                            .proof = proof,
+                            .firstFailure = std::nullopt};
     }
     decision->until = line.time;
     Publish(thread, radio);
@@ -116,11 +117,32 @@ void Follower::Fail(Thread& thread, Radio radio, Outcome outcome, std::int64_t e
     ++decision->failures;
     // A plain error says more than what follows from it.
     if (decision->outcome != Outcome::kRefused || outcome == Outcome::kRefused) {
+        // The same failure again is the last of a row; another one begins a row.
+        if (decision->outcome != outcome || !decision->firstFailure) {
+            decision->firstFailure = proof;
+        }
         decision->outcome = outcome;
         decision->error = error;
         decision->proof = proof;
     }
     Publish(thread, radio);
+}
+
+/// Something went wrong outside of a switch.
+void Follower::NoteFailure(const Thread& thread, Radio radio, Outcome outcome, std::int64_t error,
+                           const Proof& proof) {
+    if (m_now.Of(radio).failure) {
+        return;
+    }
+    m_now.Of(radio).failure = Decision{.radio = radio,
+                                       .task = thread.task,
+                                       .from = proof.time,
+                                       .until = proof.time,
+                                       .outcome = outcome,
+                                       .error = error,
+                                       .failures = 1,
+                                       .proof = proof,
+                                       .firstFailure = std::nullopt};
 }
 
 void Follower::Succeed(Thread& thread, Radio radio, Outcome outcome, const LogLine& line,
@@ -337,28 +359,11 @@ bool Follower::HandleWlanFailure(Thread& thread, const LogLine& line, const Read
         case Said::kQueryFailed:
             ForgetRadio(Radio::kWifi, line.time, "the radio cannot be read", proof);
             Fail(thread, Radio::kWifi, Outcome::kUnreadable, reading.numbers[0], line, proof);
-            if (!m_now.wifi.failure) {
-                m_now.wifi.failure = Decision{.radio = Radio::kWifi,
-                                              .task = thread.task,
-                                              .from = line.time,
-                                              .until = line.time,
-                                              .outcome = Outcome::kUnreadable,
-                                              .error = reading.numbers[0],
-                                              .failures = 1,
-                                              .proof = proof};
-            }
+            NoteFailure(thread, Radio::kWifi, Outcome::kUnreadable, reading.numbers[0], proof);
             return true;
         case Said::kQueryTimeout:
             ForgetRadio(Radio::kWifi, line.time, "the service does not look at the radio any more", proof);
-            if (!m_now.wifi.failure) {
-                m_now.wifi.failure = Decision{.radio = Radio::kWifi,
-                                              .task = thread.task,
-                                              .from = line.time,
-                                              .until = line.time,
-                                              .outcome = Outcome::kQueryTimeout,
-                                              .failures = 1,
-                                              .proof = proof};
-            }
+            NoteFailure(thread, Radio::kWifi, Outcome::kQueryTimeout, 0, proof);
             return true;
         case Said::kPhysNotAll:
         case Said::kPhysGivenUp:
@@ -484,16 +489,7 @@ bool Follower::HandleWwanFailure(Thread& thread, const LogLine& line, const Read
         case Said::kWwanSwitchNoRadio:
             ForgetRadio(Radio::kWwan, line.time, "the modem cannot be read", proof);
             Fail(thread, Radio::kWwan, Outcome::kUnreadable, reading.numbers[0], line, proof);
-            if (!m_now.wwan.failure) {
-                m_now.wwan.failure = Decision{.radio = Radio::kWwan,
-                                              .task = thread.task,
-                                              .from = line.time,
-                                              .until = line.time,
-                                              .outcome = Outcome::kUnreadable,
-                                              .error = reading.numbers[0],
-                                              .failures = 1,
-                                              .proof = proof};
-            }
+            NoteFailure(thread, Radio::kWwan, Outcome::kUnreadable, reading.numbers[0], proof);
             return true;
         case Said::kWwanLastRadioUnreadable:
             return true;

@@ -110,7 +110,9 @@ struct Decision {
     /// The last error of Windows, or 0.
     std::int64_t error = 0;
     std::uint64_t failures = 0;
+    /// The line that tells what came of it; of failures the last.
     Proof proof;
+    std::optional<Proof> firstFailure;
 };
 
 /// What became of the last cable event.
@@ -189,6 +191,8 @@ struct Situation {
     bool subscribed = false;
     State cable = State::kUnknown;
     std::optional<Proof> cableProof;
+    /// A look found a cable that no event has told of.
+    std::optional<Proof> untoldCable;
     std::string cableName;
     CableOutcome cableOutcome = CableOutcome::kNone;
     std::optional<Proof> cableOutcomeProof;

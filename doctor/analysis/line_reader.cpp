@@ -36,18 +36,16 @@ bool IsLowHalf(char32_t unit) {
 
 }  // namespace
 
-LineReader::LineReader(const std::filesystem::path& path) : m_file(path, std::ios::binary) {
-    if (m_file.is_open()) {
+LineReader::LineReader(const std::filesystem::path& path) : m_file(OpenForReading(path)) {
+    if (m_file) {
         DetectEncoding();
     }
 }
 
 void LineReader::DetectEncoding() {
     constexpr std::size_t kLooked = 64;
-    m_block.resize(kLooked);
-    m_file.read(m_block.data(), kLooked);
-    m_block.resize(static_cast<std::size_t>(m_file.gcount()));
-    std::streamoff skipped = 0;
+    m_block.resize(ReadBlock(kLooked));
+    long skipped = 0;
     if (StartsWith(m_block, "\xEF\xBB\xBF")) {
         skipped = 3;
     } else if (StartsWith(m_block, "\xFF\xFE")) {
@@ -61,18 +59,20 @@ void LineReader::DetectEncoding() {
     } else if (IsZeroAt(m_block, 0)) {
         m_encoding = Encoding::kUtf16BigEndian;
     }
-    m_file.clear();
-    m_file.seekg(skipped);
+    std::fseek(m_file.get(), skipped, SEEK_SET);
     m_bytes = static_cast<std::uint64_t>(skipped);
+}
+
+std::size_t LineReader::ReadBlock(std::size_t bytes) {
+    m_block.resize(bytes);
+    return m_file ? std::fread(m_block.data(), 1, bytes, m_file.get()) : 0;
 }
 
 /// Reads one more block behind what is still to be given. False when there is none.
 bool LineReader::Fill() {
     m_text.erase(0, m_begin);
     m_begin = 0;
-    m_block.resize(kBlockBytes);
-    m_file.read(m_block.data(), kBlockBytes);
-    const auto bytes = static_cast<std::size_t>(m_file.gcount());
+    const std::size_t bytes = ReadBlock(kBlockBytes);
     m_bytes += bytes;
     if (bytes == 0) {
         return false;

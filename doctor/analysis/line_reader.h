@@ -3,10 +3,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "doctor/analysis/input_file.h"
 
 namespace Doctor {
 
@@ -26,7 +27,7 @@ class LineReader {
     explicit LineReader(const std::filesystem::path& path);
 
     /// Whether the file could be opened.
-    [[nodiscard]] bool IsOpen() const { return m_file.is_open(); }
+    [[nodiscard]] bool IsOpen() const { return m_file != nullptr; }
     [[nodiscard]] Encoding TextEncoding() const { return m_encoding; }
 
     /// The next line without its end (LF, or CR LF), or false at the file's end. The text lives until
@@ -45,7 +46,9 @@ class LineReader {
     void AppendCharacter(char32_t character);
     std::string_view WithoutReturn(std::string_view line) const;
 
-    std::ifstream m_file;
+    std::size_t ReadBlock(std::size_t bytes);
+
+    InputFile m_file;
     Encoding m_encoding = Encoding::kUtf8;
     std::vector<char> m_block;
     /// What has been read and not yet given, from `m_begin` on.

@@ -1,12 +1,12 @@
 #include "doctor/analysis/log_files.h"
 
 #include <algorithm>
-#include <fstream>
 #include <map>
 #include <set>
 #include <string>
 #include <system_error>
 
+#include "doctor/analysis/input_file.h"
 #include "doctor/analysis/line_reader.h"
 
 namespace Doctor {
@@ -38,6 +38,19 @@ std::optional<int> RotationNumber(const std::filesystem::path& path) {
     return std::stoi(digits);
 }
 
+/// The last bytes of a file, or all.
+std::string Tail(const std::filesystem::path& path, std::size_t bytes) {
+    const InputFile file = OpenForReading(path);
+    if (!file) {
+        return {};
+    }
+    // Where there are fewer the place stays at the beginning.
+    static_cast<void>(std::fseek(file.get(), -static_cast<long>(bytes), SEEK_END));
+    std::string tail(bytes, '\0');
+    tail.resize(std::fread(tail.data(), 1, bytes, file.get()));
+    return tail;
+}
+
 /// The first line's time, and the last's as far as it stands near the end.
 void LookAtEnds(Candidate& candidate) {
     constexpr int kMostLines = 2000;
@@ -49,13 +62,8 @@ void LookAtEnds(Candidate& candidate) {
             break;
         }
     }
-    constexpr std::streamoff kTailBytes = std::streamoff{64} * 1024;
-    std::ifstream file(candidate.path, std::ios::binary | std::ios::ate);
-    const std::streamoff size = file.tellg();
-    const std::streamoff begin = std::max<std::streamoff>(0, size - kTailBytes);
-    std::string tail(static_cast<std::size_t>(std::max<std::streamoff>(0, size - begin)), '\0');
-    file.seekg(begin);
-    file.read(tail.data(), static_cast<std::streamsize>(tail.size()));
+    constexpr std::size_t kTailBytes = std::size_t{64} * 1024;
+    std::string tail = Tail(candidate.path, kTailBytes);
     // Without its zeros ASCII in UTF-16 reads as ASCII.
     std::erase(tail, '\0');
     for (std::size_t end = tail.size(); end != 0 && end != std::string::npos && !candidate.last;) {

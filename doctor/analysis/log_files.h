@@ -8,6 +8,9 @@
 
 namespace Doctor {
 
+/// Where the service, which runs under the local system account, keeps its log: below Windows' system folder.
+constexpr char kServiceLogFolder[] = "config/systemprofile/AppData/Roaming/orvkLog";
+
 /// The files of one machine's log, oldest first.
 struct LogSet {
     std::string name;

@@ -243,6 +243,7 @@ Json MachineJson(const Machine& machine) {
                  {"files", std::move(files)},
                  {"from", told ? TimeOrNull(machine.from) : Json(nullptr)},
                  {"until", told ? TimeOrNull(machine.until) : Json(nullptr)},
+                 {"asked", TimeOrNull(machine.asked)},
                  {"at", TimeOrNull(machine.at)},
                  {"levels", std::move(levels)},
                  {"findings", std::move(findings)},

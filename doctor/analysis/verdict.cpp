@@ -7,6 +7,9 @@
 namespace Doctor {
 namespace {
 
+/// An event of Windows that is not there after this time is not to come.
+constexpr Time kEventMs = 100;
+
 /// What the causes of a radio are called.
 struct RadioCauses {
     Radio radio;
@@ -124,6 +127,14 @@ void JudgeService(const Situation& now, std::optional<std::pair<Time, Time>> end
                      "The service hears nothing of cables: subscribing to Windows' network events failed",
                      {&now.notSubscribed});
     }
+    if (now.untoldCable && *now.lastTime - now.untoldCable->time >= kEventMs) {
+        findings.Add(
+            Cause::kSubscriptionLost,
+            fmt::format("Windows does not tell the service of cables any more: at {} it found one that no "
+                        "event had told of",
+                        TimeText(now.untoldCable->time)),
+            {&now.untoldCable});
+    }
     if (now.notNotified) {
         findings.Add(
             Cause::kNotNotified,
@@ -226,8 +237,12 @@ Cause FailureCause(const Decision& failure, const RadioCauses& causes) {
 }
 
 void AddFailure(const RadioSituation& radio, const RadioCauses& causes, Findings& findings) {
-    const std::optional<Proof> proof = radio.failure->proof;
-    findings.Add(FailureCause(*radio.failure, causes), FailureSentence(*radio.failure), {&proof});
+    const std::optional<Proof> last = radio.failure->proof;
+    std::optional<Proof> first = radio.failure->firstFailure;
+    if (first && first->place.file == last->place.file && first->place.line == last->place.line) {
+        first.reset();
+    }
+    findings.Add(FailureCause(*radio.failure, causes), FailureSentence(*radio.failure), {&first, &last});
 }
 
 /// Whether the half is known not to be switched by the service; says so.

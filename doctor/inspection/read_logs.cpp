@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 #include <string>
 
+#include "doctor/analysis/log_files.h"
 #include "doctor/inspection/readers.h"
 #include "doctor/inspection/text.h"
 #include "platform/handles.h"
@@ -14,10 +16,6 @@
 
 namespace Inspection {
 namespace {
-
-constexpr wchar_t kLogFolderName[] = L"\\orvkLog";
-/// Where Windows keeps local system's roaming application data, below its own folder.
-constexpr wchar_t kSystemProfileData[] = L"\\config\\systemprofile\\AppData\\Roaming";
 
 std::wstring SystemFolder() {
     std::array<wchar_t, MAX_PATH> path{};
@@ -74,10 +72,11 @@ std::string LocalTimeText(const FILETIME& utc) {
 
 std::vector<LogFolder> ReadLogFolders() {
     std::vector<LogFolder> folders;
-    folders.push_back(ReadLogFolder(SystemFolder() + kSystemProfileData + kLogFolderName, true));
+    const std::filesystem::path services = std::filesystem::path(SystemFolder()) / Doctor::kServiceLogFolder;
+    folders.push_back(ReadLogFolder(std::filesystem::path(services).make_preferred().wstring(), true));
     const std::wstring own = OwnRoamingFolder();
     if (!own.empty()) {
-        folders.push_back(ReadLogFolder(own + kLogFolderName, false));
+        folders.push_back(ReadLogFolder((std::filesystem::path(own) / services.filename()).wstring(), false));
     }
     return folders;
 }

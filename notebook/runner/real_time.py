@@ -14,8 +14,9 @@ import random
 MINUTE_MS = 60_000
 # From one event to the next.
 PAUSE_MINUTES = (10, 120)
-# A notebook is put to sleep, or sleeps by itself, at most so long after the last event.
-BEFORE_SLEEP_MINUTES = (0, 15)
+# A notebook is put to sleep by its lid, or sleeps by itself when nobody uses it: Windows 11 waits for at most
+# five minutes unless it is told otherwise.
+BEFORE_SLEEP_MINUTES = (0, 5)
 SLEEP_MINUTES = (30, 600)
 TIME_OF_A_LINE = "%Y/%m/%d %H:%M:%S.%f"
 # A pause begins so long before the look that it begins with: the machine has been quiet for longer, and the

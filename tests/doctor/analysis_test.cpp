@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+
 #include <fstream>
 #include <iterator>
 
@@ -82,6 +84,50 @@ TEST(Verdict, OfADriverThatRefusesCountsItsRefusals) {
         }
     }
     EXPECT_THAT(folded, ElementsAre(486));
+    // The first refusal and the last prove it.
+    const std::vector<Proof>& proof = machine.findings.front().proof;
+    ASSERT_EQ(proof.size(), 2U);
+    EXPECT_EQ(proof[1].place.line - proof[0].place.line, 485U);
+}
+
+TEST(Verdict, OfACableThatNoEventToldOfIsThatTheyComeNoMore) {
+    const auto looksByTheWay = [](WrittenLog& log) -> WrittenLog& {
+        log.On(0x70, "CMainService::WlanNotificationCallback").TraceIn();
+        log.LooksAtAdaptersBy("CMainService::WlanNotificationCallback", true);
+        return log.TraceOut();
+    };
+    WrittenLog lost = WrittenLog().Started();
+    looksByTheWay(lost).Later(200).LooksAtWifi(true);
+    EXPECT_EQ(VerdictOf(lost.Text()), "subscription-lost");
+
+    WrittenLog told = WrittenLog().Started();
+    looksByTheWay(told).Later(200).CableIn().EventEnds();
+    EXPECT_NE(VerdictOf(told.Text()), "subscription-lost") << "the event came behind the look";
+
+    WrittenLog before = WrittenLog().Started().CableIn().EventEnds();
+    looksByTheWay(before).Later(200).LooksAtWifi(true);
+    EXPECT_NE(VerdictOf(before.Text()), "subscription-lost") << "the event came before the look";
+
+    WrittenLog slept = WrittenLog().Started();
+    slept.Later(3600000).On(0x71, "CServiceBase::OnContinue").TraceIn().TraceOut();
+    looksByTheWay(slept).Later(200).LooksAtWifi(true);
+    EXPECT_NE(VerdictOf(slept.Text()), "subscription-lost") << "moved in a sleep";
+}
+
+TEST(Story, FoldsTriesThatDifferInTheirNumber) {
+    WrittenLog log = WrittenLog().Started().On(0x20, "ServiceUtils::SwitchWlanStatus");
+    for (int i = 0; i < 5; ++i) {
+        log.Warning("Could not Set WLAN state in all PHYs. So retrying in count = " + std::to_string(i));
+    }
+    log.Warning("Could not Set WLAN state in all PHYs. Giving up");
+    const Machine machine = Analysed(log.Text());
+    const auto count = std::count_if(
+        machine.history.story.begin(), machine.history.story.end(),
+        [](const StoryEvent& event) { return event.text.find("in all PHYs. So") != std::string::npos; });
+    EXPECT_EQ(count, 1);
+    EXPECT_EQ(std::count_if(machine.history.story.begin(), machine.history.story.end(),
+                            [](const StoryEvent& event) { return event.times == 5; }),
+              1);
 }
 
 TEST(Verdict, OfAUsersSwitchIsTheUser) {

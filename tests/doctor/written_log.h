@@ -45,6 +45,10 @@ class WrittenLog {
     WrittenLog& Started(std::string_view wlanSetting = "Enabled");
     /// The lines of a look at Wi-Fi.
     WrittenLog& LooksAtWifi(bool on);
+    /// An operation's look at the adapters.
+    WrittenLog& LooksAtAdaptersBy(std::string operation, bool cable) {
+        return In(std::move(operation)).LooksAtAdapters(cable);
+    }
     /// A cable event with its look at the adapters, up to what it leads to.
     WrittenLog& CableIn();
     WrittenLog& CableOut(bool another = false);

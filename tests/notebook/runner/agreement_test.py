@@ -91,7 +91,7 @@ class PuttingInPauses(unittest.TestCase):
         first = pauses.later(1500) - 1500
         self.assertEqual(0, pauses.later(900) - 900)
         self.assertTrue(10 * MINUTE_MS <= first <= 120 * MINUTE_MS)
-        self.assertTrue(0 <= pauses.later(2500) - 2500 - first <= 15 * MINUTE_MS)
+        self.assertTrue(0 <= pauses.later(2500) - 2500 - first <= 5 * MINUTE_MS)
 
     def test_nothing_changes_in_a_pause(self):
         pauses = Pauses(1, self.LOOKS)
