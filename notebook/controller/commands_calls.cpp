@@ -146,25 +146,6 @@ Answer EventLog(Words& words) {
     return {"", EventLogLines()};
 }
 
-Answer Reports(Words& words) {
-    words.End();
-    Answer answer;
-    LockedMachine machine;
-    const ServiceRun& service = machine->service;
-    const std::uint64_t first =
-        service.reportCount > kReportCapacity ? service.reportCount - kReportCapacity : 0;
-    for (std::uint64_t i = first; i < service.reportCount; ++i) {
-        const StateReport& report = service.reports[i % kReportCapacity];
-        char text[160];
-        std::snprintf(
-            text, sizeof(text), " type=%lu state=%lu accepted=0x%lx exit=%lu checkpoint=%lu hint=%lu",
-            report.status.dwServiceType, report.status.dwCurrentState, report.status.dwControlsAccepted,
-            report.status.dwWin32ExitCode, report.status.dwCheckPoint, report.status.dwWaitHint);
-        answer.lines.push_back(TimeText(*machine, report.at) + text);
-    }
-    return answer;
-}
-
 }  // namespace
 
 const std::vector<Command>& CallCommands() {
@@ -179,7 +160,6 @@ const std::vector<Command>& CallCommands() {
         {"trace", "on|off|clear|show", "Every platform call with its time, thread and result.",
          &TraceCommand},
         {"event-log", "[clear]", "What the service wrote to the Windows event log.", &EventLog},
-        {"reports", "", "The state reports that this run of the service gave.", &Reports},
     };
     return commands;
 }

@@ -5,7 +5,6 @@
 #include <objbase.h>
 #include <wlanapi.h>
 
-#include <array>
 #include <utility>
 
 #include "notebook/controller/conversation.h"
@@ -27,10 +26,18 @@ std::uint32_t TakeCable(Words& words) {
     return words.TakeIf("cable") ? words.TakeNumber("cable number") : 1;
 }
 
-Adapter& Port(Machine& machine, std::uint32_t cable) {
-    Adapter* const port = CablePort(machine, cable);
-    if (port == nullptr) {
+Adapter& NewAdapter(Machine& machine, std::string_view name, AdapterRole role, std::uint32_t type) {
+    Adapter* const adapter = AddAdapter(machine, name, role, type);
+    if (adapter == nullptr) {
         throw CommandError("no room for another adapter");
+    }
+    return *adapter;
+}
+
+Adapter& Port(Machine& machine, std::uint32_t cable) {
+    Adapter* const port = FindAdapter(machine, "cable" + std::to_string(cable));
+    if (port == nullptr) {
+        throw CommandError("no port for cable " + std::to_string(cable) + " (reset cables N makes several)");
     }
     return *port;
 }
@@ -56,76 +63,29 @@ Answer Plug(Words& words) {
 }
 
 Answer Unplug(Words& words) {
-    const bool all = words.TakeIf("all");
-    const std::uint32_t cable = all ? 0 : TakeCable(words);
+    const std::uint32_t cable = TakeCable(words);
     words.End();
     LockedMachine machine;
-    for (Adapter& adapter : machine->devices.adapters) {
-        if (adapter.present != 0 && adapter.role == AdapterRole::Cable && (all || adapter.number == cable)) {
-            PullOut(*machine, adapter, machine.Time());
-        }
-    }
+    PullOut(*machine, Port(*machine, cable), machine.Time());
     return {};
 }
 
-Answer Address(Words& words) {
-    std::uint32_t cable = 1;
-    bool on = true;
-    std::optional<std::string> text;
-    while (!words.Empty()) {
-        if (words.Peek() == "cable") {
-            cable = TakeCable(words);
-        } else if (words.Peek() == "on" || words.Peek() == "off") {
-            on = words.TakeOnOff();
-        } else if (words.TakeIf("is")) {
-            text = words.Take("address");
-        } else {
-            break;
-        }
-    }
-    words.End();
-    LockedMachine machine;
-    Adapter& port = Port(*machine, cable);
-    if (text) {
-        CopyText(port.address, *text);
-    }
-    if (on) {
-        GiveAddress(*machine, port, machine.Time());
-    } else {
-        TakeAddress(*machine, port, machine.Time());
-    }
-    return {};
-}
-
-/// An adapter that presents itself as Ethernet without being a cable: on, off, or there but idle.
+/// An adapter that presents itself as Ethernet without being a cable.
 Answer SoftAdapter(Words& words, const char* name, AdapterRole role, const char* description,
                    const wchar_t* friendly, const char* address) {
-    const std::string wanted = words.Take("on, off or idle");
+    const bool on = words.TakeOnOff();
     words.End();
-    if (wanted != "on" && wanted != "off" && wanted != "idle") {
-        throw CommandError("on, off or idle, not " + wanted);
-    }
     LockedMachine machine;
     Adapter* adapter = FindAdapter(*machine, name);
-    if (wanted == "off") {
-        if (adapter != nullptr) {
-            RemoveAdapter(*machine, *adapter, machine.Time());
-        }
-        return {};
+    if (adapter != nullptr && !on) {
+        RemoveAdapter(*machine, *adapter, machine.Time());
     }
-    if (adapter == nullptr) {
-        adapter = AddAdapter(*machine, name, role, IF_TYPE_ETHERNET_CSMACD);
-        if (adapter == nullptr) {
-            throw CommandError("no room for another adapter");
-        }
+    if (adapter == nullptr && on) {
+        adapter = &NewAdapter(*machine, name, role, IF_TYPE_ETHERNET_CSMACD);
         CopyText(adapter->description, std::string_view(description));
         CopyText(adapter->friendlyName, std::wstring_view(friendly));
         CopyText(adapter->address, std::string_view(address));
-    }
-    if (wanted == "on") {
         PlugIn(*machine, *adapter, 0, machine.Time());
-    } else {
-        PullOut(*machine, *adapter, machine.Time());
     }
     return {};
 }
@@ -139,15 +99,8 @@ Answer Virtual(Words& words) {
                        "172.20.0.1");
 }
 
-std::uint32_t TakeWlanAdapter(Words& words) {
-    const std::uint32_t number = words.TakeIf("adapter") ? words.TakeNumber("adapter number") : 1;
-    if (number == 0 || number > kMaxWlanAdapters) {
-        throw CommandError("no such WLAN adapter");
-    }
-    return number - 1;
-}
-
-void WifiNotify(Words& words, std::uint32_t adapter) {
+/// Any notification of the first WLAN adapter.
+Answer WifiNotify(Words& words) {
     Event event{};
     event.kind = EventKind::Wlan;
     event.source = words.TakeNumber("source");
@@ -159,53 +112,32 @@ void WifiNotify(Words& words, std::uint32_t adapter) {
     }
     words.End();
     LockedMachine machine;
-    event.id = machine->devices.wlan[adapter].id;
+    event.id = machine->devices.wlan[0].id;
     PostEvent(*machine, event, machine.Time());
-}
-
-/// Properties of the WLAN adapter and its hardware switch. Returns whether `what` was one of them.
-bool WifiSetting(const std::string& what, Words& words, std::uint32_t adapter) {
-    if (what == "notify") {
-        WifiNotify(words, adapter);
-    } else if (what == "joins") {
-        const bool never = words.TakeIf("never");
-        const std::uint32_t after = never ? 0 : words.TakeNumber("milliseconds");
-        LockedMachine machine;
-        machine->devices.wlan[adapter].joinsByItself = never ? 0 : 1;
-        machine->devices.wlan[adapter].joinMs = after;
-    } else if (what == "hardware") {
-        const bool on = words.TakeOnOff();
-        LockedMachine machine;
-        SwitchWlanHardware(*machine, on, machine.Time());
-    } else if (what == "interface-state") {
-        const std::uint32_t state = words.TakeNumber("state");
-        LockedMachine machine;
-        machine->devices.wlan[adapter].state = state;
-    } else {
-        return false;
-    }
-    return true;
+    return {};
 }
 
 Answer Wifi(Words& words) {
     const std::string what = words.Take("on, off, connect, ...");
-    const std::uint32_t adapter = TakeWlanAdapter(words);
-    if (WifiSetting(what, words, adapter)) {
-        return {};
+    if (what == "notify") {
+        return WifiNotify(words);
     }
+    const bool hardwareOn = what == "hardware" && words.TakeOnOff();
     words.End();
     LockedMachine machine;
     if (what == "on" || what == "off") {
         SwitchWlanByUser(*machine, what == "on", machine.Time());
     } else if (what == "connect") {
-        if (!ConnectWifi(*machine, adapter, machine.Time())) {
+        if (!ConnectWifi(*machine, 0, machine.Time())) {
             throw CommandError("the WLAN radio is off");
         }
     } else if (what == "disconnect") {
-        DisconnectWifi(*machine, adapter, machine.Time());
+        DisconnectWifi(*machine, 0, machine.Time());
     } else if (what == "available") {
-        AnnounceWlan(*machine, adapter, WLAN_NOTIFICATION_SOURCE_ACM, wlan_notification_acm_network_available,
+        AnnounceWlan(*machine, 0, WLAN_NOTIFICATION_SOURCE_ACM, wlan_notification_acm_network_available,
                      machine.Time());
+    } else if (what == "hardware") {
+        SwitchWlanHardware(*machine, hardwareOn, machine.Time());
     } else {
         throw CommandError("not understood: wifi " + what);
     }
@@ -214,31 +146,17 @@ Answer Wifi(Words& words) {
 
 Answer PhyCommand(Words& words) {
     const std::uint32_t number = words.TakeNumber("PHY index");
-    const std::uint32_t adapter = TakeWlanAdapter(words);
-    const std::string what = words.Take("accept, refuse, slow or state");
-    std::uint32_t value = 0;
-    std::uint32_t error = ERROR_GEN_FAILURE;
-    if (what == "refuse") {
-        value = TakeCount(words, "times or for-ever");
-        error = words.TakeIf("error") ? words.TakeNumber("error") : error;
-    } else if (what != "accept") {
-        value = words.TakeNumber("number");
-    }
-    words.End();
     LockedMachine machine;
-    WlanAdapter& wlan = machine->devices.wlan[adapter];
+    WlanAdapter& wlan = machine->devices.wlan[0];
     if (number >= wlan.phyCount) {
         throw CommandError("no such PHY");
     }
     Phy& phy = wlan.phys[number];
-    if (what == "accept" || what == "refuse") {
-        phy.refusalsLeft = value;
-        phy.refuseError = error;
-        phy.slowMs = what == "accept" ? 0 : phy.slowMs;
-    } else if (what == "slow") {
-        phy.slowMs = value;
+    const std::string what = words.Take("refuse or state");
+    if (what == "refuse") {
+        phy.refusalsLeft = TakeCount(words, "times or for-ever");
     } else if (what == "state") {
-        phy.software = value;
+        phy.software = words.TakeNumber("state");
     } else {
         throw CommandError("not understood: phy " + what);
     }
@@ -254,57 +172,39 @@ Modem& TheModem(Machine& machine, std::uint32_t number) {
 
 Answer Wwan(Words& words) {
     const bool on = words.TakeOnOff();
-    const std::uint32_t number = words.TakeIf("modem") ? words.TakeNumber("modem number") : 1;
     words.End();
     LockedMachine machine;
-    TheModem(*machine, number);
-    SwitchModemByUser(*machine, number - 1, on, machine.Time());
+    TheModem(*machine, 1);
+    SwitchModemByUser(*machine, 0, on, machine.Time());
     return {};
 }
 
-ConfirmRadio TakeConfirmRadio(Words& words) {
-    static constexpr std::array<std::pair<std::string_view, ConfirmRadio>, 5> kNames = {{
-        {"same", ConfirmRadio::Same},
-        {"fresh", ConfirmRadio::Fresh},
-        {"opposite", ConfirmRadio::Opposite},
-        {"failing", ConfirmRadio::Failing},
-        {"null", ConfirmRadio::Null},
-    }};
-    const std::string word = words.Take("same, fresh, opposite, failing or null");
-    for (const auto& [name, radio] : kNames) {
-        if (name == word) {
-            return radio;
-        }
-    }
-    throw CommandError("not understood: radio " + word);
-}
+constexpr std::pair<std::string_view, ConfirmRadio> kConfirmRadios[] = {
+    {"same", ConfirmRadio::Same},       {"fresh", ConfirmRadio::Fresh}, {"opposite", ConfirmRadio::Opposite},
+    {"failing", ConfirmRadio::Failing}, {"null", ConfirmRadio::Null},
+};
 
 /// One property of a modem, as the words name it.
-void SetModem(Words& words, Modem& modem, std::uint32_t index, LockedMachine& machine) {
+void SetModem(Words& words, Modem& modem) {
     const std::string what = words.Take("confirm, follows, radio, ...");
     if (what == "confirm") {
         modem.confirmMs = words.TakeIf("never") ? kForEver : words.TakeNumber("milliseconds or never");
     } else if (what == "follows") {
         modem.follows = words.TakeOnOff() ? 1 : 0;
     } else if (what == "radio") {
-        modem.confirmRadio = TakeConfirmRadio(words);
+        modem.confirmRadio = words.TakeOneOf(kConfirmRadios);
     } else if (what == "status") {
         modem.confirmStatus = static_cast<std::int32_t>(words.TakeNumber("HRESULT"));
     } else if (what == "request") {
-        modem.wrongRequest = words.Take("right or wrong") == "wrong" ? 1 : 0;
+        words.TakeThe("wrong");
+        modem.wrongRequest = 1;
     } else if (what == "reverts") {
         modem.revertsLeft = TakeCount(words, "times or for-ever");
         modem.revertMs = words.TakeIf("after") ? words.TakeNumber("milliseconds") : 0;
     } else if (what == "refuse") {
         modem.refusalsLeft = TakeCount(words, "times or for-ever");
-        modem.refuseError =
-            words.TakeIf("error") ? words.TakeNumber("HRESULT") : static_cast<std::uint32_t>(E_FAIL);
-    } else if (what == "accept") {
-        modem.refusalsLeft = 0;
     } else if (what == "id") {
         CopyText(modem.idText, Widen(words.Take("text")));
-    } else if (what == "becomes") {
-        ChangeModemByItself(*machine, index, words.TakeOnOff(), machine.Time());
     } else {
         throw CommandError("not understood: modem " + what);
     }
@@ -315,32 +215,32 @@ Answer ModemCommand(Words& words) {
     LockedMachine machine;
     Modem& modem = TheModem(*machine, number);
     do {
-        SetModem(words, modem, number - 1, machine);
+        SetModem(words, modem);
     } while (!words.Empty());
     return {};
 }
 
 Answer ModemListCommand(Words& words) {
-    static constexpr std::array<std::pair<std::string_view, ModemList>, 6> kNames = {{
+    static constexpr std::pair<std::string_view, ModemList> kTable[] = {
         {"normal", ModemList::Normal},
         {"empty", ModemList::Empty},
         {"null", ModemList::Null},
         {"odd-bounds", ModemList::OddBounds},
         {"null-element", ModemList::NullElement},
         {"wrong-type", ModemList::WrongType},
-    }};
-    const std::string word = words.Take("normal, empty, ...");
-    for (const auto& [name, kind] : kNames) {
-        if (name == word) {
-            LockedMachine machine;
-            machine->devices.modemList = kind;
-            return {};
-        }
-    }
-    throw CommandError("not understood: modems " + word);
+    };
+    const ModemList list = words.TakeOneOf(kTable);
+    LockedMachine machine;
+    machine->devices.modemList = list;
+    return {};
 }
 
-void AdapterProperties(Words& words, Adapter& adapter, LockedMachine& machine) {
+void AddNamedAdapter(Words& words, LockedMachine& machine) {
+    const std::string name = words.Take("adapter name");
+    if (FindAdapter(*machine, name) != nullptr) {
+        throw CommandError("there is an adapter of that name: " + name);
+    }
+    Adapter& adapter = NewAdapter(*machine, name, AdapterRole::Other, IF_TYPE_ETHERNET_CSMACD);
     while (!words.Empty()) {
         const std::string what = words.Take("property");
         if (what == "type") {
@@ -349,65 +249,26 @@ void AdapterProperties(Words& words, Adapter& adapter, LockedMachine& machine) {
             CopyText(adapter.address, words.Take("address"));
         } else if (what == "description") {
             CopyText(adapter.description, words.Take("text"));
-        } else if (what == "friendly") {
-            CopyText(adapter.friendlyName, Widen(words.Take("text")));
-        } else if (what == "network") {
-            CopyText(adapter.networkName, Widen(words.Take("text")));
-        } else if (what == "connectivity") {
-            adapter.connectivityUp = words.TakeNumber("NLM_CONNECTIVITY");
         } else if (what == "up") {
             PlugIn(*machine, adapter, 0, machine.Time());
-        } else if (what == "down") {
-            PullOut(*machine, adapter, machine.Time());
-        } else if (what == "listed") {
-            // In the adapter list with its address, without a connection or an event.
-            adapter.hasAddress = words.TakeOnOff() ? 1 : 0;
         } else {
             throw CommandError("not understood: adapter ... " + what);
         }
     }
 }
 
-void FillAdapters(Machine& machine, std::uint32_t count) {
-    for (std::uint32_t i = machine.devices.adapterCount; i < count; ++i) {
-        const std::string name = "filler" + std::to_string(i);
-        Adapter* const adapter = AddAdapter(machine, name, AdapterRole::Other, IF_TYPE_SOFTWARE_LOOPBACK);
-        if (adapter == nullptr) {
-            throw CommandError("no room for another adapter");
-        }
-        adapter->hasAddress = 1;
-    }
-}
-
 Answer AdapterCommand(Words& words) {
-    const std::string what = words.Take("add, set, remove, fill or clear");
+    const bool fills = words.TakeIf("fill");
     LockedMachine machine;
-    if (what == "fill") {
-        FillAdapters(*machine, words.TakeNumber("adapters in all"));
+    if (!fills) {
+        words.TakeThe("add");
+        AddNamedAdapter(words, machine);
         return {};
     }
-    if (what == "clear") {
-        for (Adapter& adapter : machine->devices.adapters) {
-            if (adapter.present != 0) {
-                RemoveAdapter(*machine, adapter, machine.Time());
-            }
-        }
-        return {};
-    }
-    const std::string name = words.Take("adapter name");
-    Adapter* adapter = FindAdapter(*machine, name);
-    if (what == "add" && adapter == nullptr) {
-        adapter = AddAdapter(*machine, name, AdapterRole::Other, IF_TYPE_ETHERNET_CSMACD);
-    }
-    if (adapter == nullptr) {
-        throw CommandError("no such adapter: " + name);
-    }
-    if (what == "remove") {
-        RemoveAdapter(*machine, *adapter, machine.Time());
-    } else if (what == "add" || what == "set") {
-        AdapterProperties(words, *adapter, machine);
-    } else {
-        throw CommandError("not understood: adapter " + what);
+    const std::uint32_t count = words.TakeNumber("adapters in all");
+    for (std::uint32_t i = machine->devices.adapterCount; i < count; ++i) {
+        NewAdapter(*machine, "filler" + std::to_string(i), AdapterRole::Other, IF_TYPE_SOFTWARE_LOOPBACK)
+            .hasAddress = 1;
     }
     return {};
 }
@@ -444,72 +305,36 @@ GUID TakeConnection(Words& words, Machine& machine) {
 }
 
 Answer EventCommand(Words& words) {
-    static constexpr std::array<std::pair<std::string_view, EventKind>, 7> kNames = {{
-        {"connection", EventKind::ConnectionConnectivity},
-        {"connection-property", EventKind::ConnectionProperty},
-        {"network", EventKind::NetworkConnectivity},
-        {"network-added", EventKind::NetworkAdded},
-        {"network-deleted", EventKind::NetworkDeleted},
-        {"network-property", EventKind::NetworkProperty},
-        {"machine", EventKind::MachineConnectivity},
-    }};
-    const std::string word = words.Take("kind of event");
-    for (const auto& [name, kind] : kNames) {
-        if (name != word) {
-            continue;
-        }
-        LockedMachine machine;
-        Event event{};
-        event.kind = kind;
-        if (kind != EventKind::MachineConnectivity) {
-            event.id = TakeConnection(words, *machine);
-        }
-        event.value = words.Empty() ? 0 : words.TakeNumber("value");
-        PostEvent(*machine, event, machine.Time());
-        return {};
-    }
-    throw CommandError("not understood: event " + word);
+    words.TakeThe("connection");
+    LockedMachine machine;
+    Event event{};
+    event.kind = EventKind::ConnectionConnectivity;
+    event.id = TakeConnection(words, *machine);
+    event.value = words.TakeNumber("value");
+    PostEvent(*machine, event, machine.Time());
+    return {};
 }
 
-SettingKind TakeSettingKind(const std::string& word) {
-    static constexpr std::array<std::pair<std::string_view, SettingKind>, 13> kNames = {{
-        {"text", SettingKind::Text},
-        {"null", SettingKind::Null},
-        {"empty", SettingKind::Empty},
-        {"int16", SettingKind::Int16},
-        {"int32", SettingKind::Int32},
-        {"int64", SettingKind::Int64},
-        {"byte", SettingKind::Byte},
-        {"bool", SettingKind::Bool},
-        {"double", SettingKind::Double},
-        {"date", SettingKind::Date},
-        {"error", SettingKind::Error},
-        {"unknown", SettingKind::Unknown},
-        {"texts", SettingKind::TextArray},
-    }};
-    for (const auto& [name, kind] : kNames) {
-        if (name == word) {
-            return kind;
-        }
-    }
-    throw CommandError("not understood: bios ... " + word);
-}
+constexpr std::pair<std::string_view, SettingKind> kSettingKinds[] = {
+    {"text", SettingKind::Text},       {"null", SettingKind::Null},   {"empty", SettingKind::Empty},
+    {"int16", SettingKind::Int16},     {"int32", SettingKind::Int32}, {"int64", SettingKind::Int64},
+    {"byte", SettingKind::Byte},       {"bool", SettingKind::Bool},   {"double", SettingKind::Double},
+    {"date", SettingKind::Date},       {"error", SettingKind::Error}, {"unknown", SettingKind::Unknown},
+    {"texts", SettingKind::TextArray},
+};
 
 Answer BiosSetting(const std::string& name, Words& words) {
-    const std::string what = words.Take("text, null, absent, ...");
     LockedMachine machine;
     Setting* const setting = PutSetting(*machine, Widen(name));
     if (setting == nullptr) {
         throw CommandError("no room for another setting");
     }
-    if (what == "absent") {
+    if (words.TakeIf("absent")) {
         setting->present = 0;
-    } else if (what == "timeouts") {
+    } else if (words.TakeIf("timeouts")) {
         setting->timeoutsLeft = TakeCount(words, "times or for-ever");
-    } else if (what == "slow") {
-        setting->slowMs = words.TakeNumber("milliseconds");
     } else {
-        setting->kind = TakeSettingKind(what);
+        setting->kind = words.TakeOneOf(kSettingKinds);
         if (!words.Empty()) {
             CopyText(setting->text, Widen(words.Take("value")));
         }
@@ -529,30 +354,16 @@ Answer Bios(Words& words) {
 }
 
 Answer Feature(Words& words) {
-    const std::string which = words.Take("wlan or wwan");
+    static constexpr std::pair<std::string_view, const wchar_t*> kTable[] = {
+        {"wlan", L"LAN / WLAN Auto Switching"},
+        {"wwan", L"LAN / WWAN Auto Switching"},
+    };
+    const wchar_t* const name = words.TakeOneOf(kTable);
     const bool on = words.TakeOnOff();
-    const wchar_t* const name = which == "wlan" ? L"LAN / WLAN Auto Switching" : L"LAN / WWAN Auto Switching";
-    if (which != "wlan" && which != "wwan") {
-        throw CommandError("wlan or wwan, not " + which);
-    }
     LockedMachine machine;
     Setting* const setting = PutSetting(*machine, name);
     setting->kind = SettingKind::Text;
     CopyText(setting->text, std::wstring_view(on ? L"Enabled" : L"*Disabled"));
-    return {};
-}
-
-Answer Threads(Words& words) {
-    const std::uint32_t count = words.TakeNumber("threads");
-    LockedMachine machine;
-    machine->devices.networkThreads = count;
-    return {};
-}
-
-Answer CloseWaits(Words& words) {
-    const bool on = words.TakeOnOff();
-    LockedMachine machine;
-    machine->devices.closeWaits = on ? 1 : 0;
     return {};
 }
 
@@ -562,48 +373,34 @@ const std::vector<Command>& DeviceCommands() {
     static const std::vector<Command> commands = {
         {"plug", "[cable N] [noaddress | dhcp MS]",
          "A cable goes in, with its address at once, after so long, or never.", &Plug},
-        {"unplug", "[cable N | all]", "A cable comes out.", &Unplug},
-        {"address", "[on|off] [is ADDRESS] [cable N]", "A plugged cable gets or loses its address.",
-         &Address},
-        {"vpn", "on|off|idle", "An Ethernet-typed VPN adapter: connected, gone, or there unconnected.", &Vpn},
-        {"virtual", "on|off|idle", "The same for a virtual switch.", &Virtual},
-        {"wifi",
-         "on|off | connect|disconnect|available | joins MS|never | hardware on|off | "
-         "interface-state N | notify SOURCE CODE [nodata|null]   ([adapter N] behind the first word)",
-         "The user's Wi-Fi switch; joining a network; one being in reach; joining again by itself when the "
-         "radio is back; the hardware switch; any notification.",
+        {"unplug", "[cable N]", "A cable comes out.", &Unplug},
+        {"vpn", "on|off", "An Ethernet-typed VPN adapter, connected.", &Vpn},
+        {"virtual", "on|off", "The same for a virtual switch.", &Virtual},
+        {"wifi", "on|off | connect|disconnect|available | hardware on|off | notify SOURCE CODE [nodata|null]",
+         "The user's Wi-Fi switch; joining a network; one being in reach; the hardware switch; any "
+         "notification.",
          &Wifi},
-        {"phy", "INDEX [adapter N] accept | refuse TIMES|for-ever [error E] | slow MS | state N",
+        {"phy", "INDEX refuse TIMES|for-ever | INDEX state N",
          "How one PHY takes being set; its software state.", &PhyCommand},
-        {"wwan", "on|off [modem N]", "The user's mobile-broadband switch.", &Wwan},
+        {"wwan", "on|off", "The user's mobile-broadband switch.", &Wwan},
         {"modem",
          "N [confirm MS|never] [follows on|off] [radio same|fresh|opposite|failing|null] [status HRESULT] "
-         "[request right|wrong] [reverts TIMES|for-ever [after MS]] [refuse TIMES|for-ever [error HRESULT]] "
-         "[accept] [id TEXT] [becomes on|off]",
+         "[request wrong] [reverts TIMES|for-ever [after MS]] [refuse TIMES|for-ever] [id TEXT]",
          "How a modem answers a switch: when it confirms, whether its radio follows, which radio object and "
-         "request the completion carries, whether it takes the change back, refuses, or changes by itself.",
+         "request the completion carries, whether it takes the change back or refuses.",
          &ModemCommand},
         {"modems", "normal|empty|null|odd-bounds|null-element|wrong-type",
          "What the list of modems looks like.", &ModemListCommand},
-        {"adapter",
-         "add|set NAME [type N] [address A] [description D] [friendly F] [network N] [connectivity N] "
-         "[listed on|off] [up|down] | remove NAME | fill COUNT | clear",
+        {"adapter", "add NAME [type N] [address A] [description D] [up] | fill COUNT",
          "Any adapter at all; fill makes the list that long.", &AdapterCommand},
         {"adapters", "", "Lists them.", &Adapters},
-        {"event",
-         "connection|connection-property|network|network-added|network-deleted|network-property "
-         "ADAPTER|GUID [VALUE] | machine VALUE",
-         "A network event as it is, whatever the adapters do.", &EventCommand},
+        {"event", "connection ADAPTER|GUID CONNECTIVITY",
+         "An event of a connection as it is, whatever the adapters do.", &EventCommand},
         {"bios",
          "NAME text|int16|int32|int64|byte|bool|double|date|error|texts VALUE | NAME "
-         "null|empty|unknown|absent "
-         "| NAME timeouts TIMES|for-ever | NAME slow MS | provider on|off",
-         "A BIOS setting: its value by type, missing, answered after time-outs or slowly; the provider.",
-         &Bios},
+         "null|empty|unknown|absent | NAME timeouts TIMES|for-ever | provider on|off",
+         "A BIOS setting: its value by type, missing, answered after time-outs; the provider.", &Bios},
         {"feature", "wlan|wwan on|off", "The BIOS setting that enables one half of the switching.", &Feature},
-        {"threads", "N", "How many threads deliver network events.", &Threads},
-        {"close-waits", "on|off", "Whether leaving the WLAN notifications waits for a callback that runs.",
-         &CloseWaits},
     };
     return commands;
 }

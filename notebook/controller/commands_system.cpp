@@ -87,14 +87,7 @@ Answer SetUp(Words& words) {
     return {};
 }
 
-/// Whether the devices stand in another process than the service's.
-bool TakePlace(Words& words) {
-    const std::string place = words.Take("here or remote");
-    if (place != "here" && place != "remote") {
-        throw CommandError("here or remote, not " + place);
-    }
-    return place == "remote";
-}
+constexpr std::pair<std::string_view, bool> kPlaces[] = {{"here", false}, {"remote", true}};
 
 Answer Reset(Words& words) {
     Shape shape;
@@ -110,7 +103,7 @@ Answer Reset(Words& words) {
         } else if (what == "modems") {
             shape.modems = words.TakeNumber("modems");
         } else if (what == "devices") {
-            remote = TakePlace(words);
+            remote = words.TakeOneOf(kPlaces);
         } else {
             throw CommandError("not understood: reset ... " + what);
         }
@@ -276,12 +269,6 @@ DWORD TranslatedCode(std::string_view name) {
 }
 
 Answer Control(Words& words) {
-    if (!words.Empty() && words.TakeNumberIf()) {
-        throw CommandError("a control has a name, or is sent raw: control code N");
-    }
-    if (words.TakeIf("code")) {
-        return SendAndWait(words.TakeNumber("code"));
-    }
     return SendAndWait(TranslatedCode(words.Take("name of a control")));
 }
 
@@ -301,43 +288,21 @@ Answer Suspend(Words& words) {
     return answer;
 }
 
-void WakeUp(bool announce) {
-    LockedMachine machine;
-    machine->devices.asleep = 0;
-    if (announce) {
-        ReleaseHeldEvents(*machine, machine.Time());
-    }
-}
-
 Answer Resume(Words& words) {
-    bool user = false;
-    std::string events = "after";
-    while (!words.Empty()) {
-        if (words.TakeIf("user")) {
-            user = true;
-        } else if (words.TakeIf("events")) {
-            events = words.Take("before, after or dropped");
-        } else {
-            break;
-        }
-    }
     words.End();
-    if (events != "before" && events != "after" && events != "dropped") {
-        throw CommandError("events before, after or dropped, not " + events);
-    }
-    WakeUp(events == "before");
+    const auto wakeUp = [](bool announces) {
+        LockedMachine machine;
+        machine->devices.asleep = 0;
+        if (announces) {
+            ReleaseHeldEvents(*machine, machine.Time());
+        }
+    };
+    wakeUp(false);
     Answer answer;
     if (ServiceRuns()) {
         answer = SendAndWait(TranslatedCode("resume-automatic"));
-        if (user) {
-            SendAndWait(TranslatedCode("resume-suspend"));
-        }
     }
-    if (events == "dropped") {
-        LockedMachine machine;
-        machine->heldCount = 0;
-    }
-    WakeUp(true);
+    wakeUp(true);
     return answer;
 }
 
@@ -379,12 +344,11 @@ RegistryValue TakeRegistryValue(Words& words) {
     throw CommandError("sz, expand, multi, unterminated, dword or binary, not " + type);
 }
 
+constexpr std::pair<std::string_view, StoredRadio> kStoredRadios[] = {{"wlan", StoredRadio::Wlan},
+                                                                      {"wwan", StoredRadio::Wwan}};
+
 Answer Stored(Words& words) {
-    const std::string which = words.Take("wlan or wwan");
-    if (which != "wlan" && which != "wwan") {
-        throw CommandError("wlan or wwan, not " + which);
-    }
-    const StoredRadio radio = which == "wlan" ? StoredRadio::Wlan : StoredRadio::Wwan;
+    const StoredRadio radio = words.TakeOneOf(kStoredRadios);
     if (words.TakeIf("missing")) {
         DeleteStored(radio);
     } else if (words.TakeIf("type")) {
@@ -396,19 +360,13 @@ Answer Stored(Words& words) {
 }
 
 /// Windows' own switch: the value is written, then the radios follow. Whoever looks at a radio
-/// between the two waits for the state's lock, unless the radios are late.
-void SwitchAirplane(bool on, std::uint32_t lateMs) {
+/// between the two waits for the state's lock.
+void SwitchAirplane(bool on) {
     LockedMachine machine;
     const bool before = AirplaneIsOn();
     WriteAirplane(on);
-    if (before == on) {
-        return;
-    }
-    if (lateMs == 0) {
+    if (before != on) {
         FollowAirplaneMode(*machine, on, machine.Time());
-    } else {
-        Schedule(*machine, PendingKind::RadiosFollowAirplane, 0, on ? 1 : 0, 0,
-                 machine.Time() + Micros{lateMs} * kMicrosPerMilli);
     }
 }
 
@@ -421,61 +379,51 @@ Answer Airplane(Words& words) {
         }
         return {};
     }
-    if (words.TakeIf("key")) {
-        const std::string what = words.Take("missing or present");
-        if (what == "missing") {
-            DeleteAirplaneKey();
-        } else {
-            WriteAirplane(false);
-        }
-        return {};
+    static constexpr std::pair<std::string_view, bool> kKey[] = {{"missing", false}, {"present", true}};
+    if (!words.TakeIf("key")) {
+        const bool on = words.TakeOnOff();
+        words.End();
+        SwitchAirplane(on);
+    } else if (words.TakeOneOf(kKey)) {
+        WriteAirplane(false);
+    } else {
+        DeleteAirplaneKey();
     }
-    const bool on = words.TakeOnOff();
-    const std::uint32_t late = words.TakeIf("late") ? words.TakeNumber("milliseconds") : 0;
-    words.End();
-    SwitchAirplane(on, late);
     return {};
 }
 
-std::wstring TakeStub(Words& words) {
-    const std::string name = words.Take("WlanSvc or WwanSvc");
-    if (name != "WlanSvc" && name != "WwanSvc") {
-        throw CommandError("WlanSvc or WwanSvc, not " + name);
-    }
-    return Widen(name);
-}
-
-void SetLate(const std::wstring& name, std::uint32_t lateMs) {
-    LockedMachine machine;
-    (name == L"WlanSvc" ? machine->devices.wlanServiceLateMs : machine->devices.wwanServiceLateMs) = lateMs;
-}
-
-void MarkStopped(const std::wstring& name) {
-    LockedMachine machine;
-    (name == L"WlanSvc" ? machine->devices.wlanServiceRuns : machine->devices.wwanServiceRuns) = 0;
-}
+constexpr std::pair<std::string_view, const wchar_t*> kNeighbours[] = {{"WlanSvc", L"WlanSvc"},
+                                                                       {"WwanSvc", L"WwanSvc"}};
 
 Answer ServiceCommand(Words& words) {
-    const std::wstring name = TakeStub(words);
+    const std::wstring name = words.TakeOneOf(kNeighbours);
     const std::string what = words.Take("run, stop, late or absent");
     const std::uint32_t late = what == "late" ? words.TakeNumber("milliseconds") : 0;
     words.End();
-    SetLate(name, late);
+    if (what != "run" && what != "stop" && what != "late" && what != "absent") {
+        throw CommandError("not understood: service ... " + what);
+    }
+    const bool isWlan = name == L"WlanSvc";
+    {
+        LockedMachine machine;
+        (isWlan ? machine->devices.wlanServiceLateMs : machine->devices.wwanServiceLateMs) = late;
+    }
     if (what == "run") {
         RunStub(name.c_str());
-    } else if (what == "stop") {
-        StopStub(name);
-        MarkStopped(name);
-    } else if (what == "absent") {
+        return {};
+    }
+    if (what == "absent") {
         RemoveStub(name);
-        MarkStopped(name);
-    } else if (what == "late") {
+    } else {
         StopStub(name);
-        MarkStopped(name);
+    }
+    {
+        LockedMachine machine;
+        (isWlan ? machine->devices.wlanServiceRuns : machine->devices.wwanServiceRuns) = 0;
+    }
+    if (what == "late") {
         InstallStub(name, OwnFolder() + L"\\stub_service.exe");
         StartInstalled(name);
-    } else {
-        throw CommandError("not understood: service ... " + what);
     }
     return {};
 }
@@ -518,18 +466,16 @@ const std::vector<Command>& SystemCommands() {
         {"kill", "", "Ends the service's process.", &Kill},
         {"doom", "", "Marks the service for deletion: it is gone when the controller has ended.", &Doom},
         {"state", "", "What the service manager knows of the service.", &State},
-        {"control", "NAME | code N",
+        {"control", "NAME",
          "Sends suspend, standby, resume-automatic, resume-suspend, power-status-change, preshutdown, "
-         "shutdown "
-         "or interrogate, or a bare code, and waits for the handler.",
+         "shutdown or interrogate, and waits for the handler.",
          &Control},
         {"suspend", "", "The notebook goes to sleep: what happens from now on is announced later.", &Suspend},
-        {"resume", "[user] [events before|after|dropped]",
-         "It wakes up; what happened meanwhile is announced when the service has handled the resume (or "
-         "before, or never).",
+        {"resume", "",
+         "It wakes up; what happened meanwhile is announced when the service has handled the resume.",
          &Resume},
         {"preshutdown", "", "Windows shuts down; waits as stop does.", &Preshutdown},
-        {"airplane", "on|off [late MS] | value TYPE DATA | value missing | key missing|present",
+        {"airplane", "on|off | value TYPE DATA | value missing | key missing|present",
          "Airplane mode, with the radios following; or only its registry value.", &Airplane},
         {"stored", "wlan|wwan TEXT | missing | type sz|expand|multi|unterminated|dword|binary DATA",
          "The stored choice for a radio.", &Stored},

@@ -211,6 +211,9 @@ Answer Help(Words& words) {
             }
         }
     }
+    if (answer.lines.empty()) {
+        throw CommandError("no such command: " + wanted);
+    }
     return answer;
 }
 

@@ -80,13 +80,7 @@ std::string StateName(const ServiceState& state) {
 
 void StartInstalled(const std::wstring& name) {
     const ScHandle service = OpenInstalled(name);
-    if (StartServiceW(service.Get(), 0, nullptr) != FALSE) {
-        return;
-    }
-    // Wine's manager says "internal error" when the process was lost before it started, which happens
-    // where the kernel's random addresses cannot be switched off.
-    const bool wasLost = GetLastError() == ERROR_INTERNAL_ERROR;
-    if (!wasLost || StartServiceW(service.Get(), 0, nullptr) == FALSE) {
+    if (StartServiceW(service.Get(), 0, nullptr) == FALSE) {
         Fail("StartService " + Narrow(name), GetLastError());
     }
 }

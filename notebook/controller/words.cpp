@@ -145,11 +145,8 @@ std::optional<std::uint32_t> Words::TakeNumberIf() {
 }
 
 bool Words::TakeOnOff() {
-    const std::string word = Take("on or off");
-    if (word != "on" && word != "off") {
-        throw CommandError("on or off, not " + word);
-    }
-    return word == "on";
+    static constexpr std::pair<std::string_view, bool> kTable[] = {{"on", true}, {"off", false}};
+    return TakeOneOf(kTable);
 }
 
 void Words::End() const {

@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace Notebook {
@@ -37,6 +38,18 @@ class Words {
     std::int64_t TakeInteger(std::string_view what);
     std::optional<std::uint32_t> TakeNumberIf();
     bool TakeOnOff();
+    /// The value that the next word stands for in a table of (name, value) pairs.
+    template <class Value, std::size_t N>
+    Value TakeOneOf(const std::pair<std::string_view, Value> (&table)[N]) {
+        std::string names;
+        for (const auto& [name, value] : table) {
+            if (TakeIf(name)) {
+                return value;
+            }
+            names += (names.empty() ? "" : ", ") + std::string(name);
+        }
+        throw CommandError("one of " + names + (Empty() ? "" : ", not " + m_words[m_next]));
+    }
     /// Nothing may follow.
     void End() const;
     /// The words that are left, as one line that splits into the same words.

@@ -42,6 +42,12 @@ class CallScope {
         return result;
     }
 
+    /// The result of a call that answers an HRESULT: what its rule says, or else what the device does.
+    template <class Device>
+    HRESULT Answer(Device device) {
+        return Result(m_refused ? Hresult() : device());
+    }
+
     /// Arguments for the trace, printf-style; costs nothing while tracing is off.
     void Detail(const char* format, ...) noexcept;
 

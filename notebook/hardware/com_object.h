@@ -27,6 +27,18 @@ inline std::uint32_t CurrentRun() {
     return SharedState::Get().Raw().service.runs;
 }
 
+/// A method that the service does not call.
+#define NOTEBOOK_NOT_NEEDED(...)                     \
+    HRESULT STDMETHODCALLTYPE __VA_ARGS__ override { \
+        return E_NOTIMPL;                            \
+    }                                                \
+    static_assert(true)
+
+template <class... Ids>
+bool IsOneOf(REFIID iid, const Ids&... ids) {
+    return (IsEqualIID(iid, ids) || ...);
+}
+
 /// Reference counting and QueryInterface for a stand-in object; every reference that is given out
 /// is counted in the ledger. Starts with one reference, for whoever made it. (Where the service is
 /// another process, those who hold the references are the stubs that stand for it.)

@@ -55,7 +55,7 @@ std::uint64_t EventPump::Start() {
     }
     m_wlan.Need(1);
     m_modem.Need(1);
-    m_network.Need(std::max<std::uint32_t>(1, machine->devices.networkThreads));
+    m_network.Need(1);
     if (m_wake == nullptr) {
         const DWORD process = GetCurrentProcessId();
         m_wake = CreateEventW(nullptr, FALSE, FALSE, SharedState::ListenerEventName(process).c_str());

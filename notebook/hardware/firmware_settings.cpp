@@ -116,66 +116,54 @@ class SettingObject final : public ComObject<IWbemClassObject> {
         CallScope call(Call::WbemGet);
         call.Detail("%ls", name);
         *value = VARIANT{};
-        if (call.Refused()) {
-            return call.Result(call.Hresult());
-        }
-        if (type != nullptr) {
-            *type = CIM_STRING;
-        }
-        if (flavor != nullptr) {
-            *flavor = 0;
-        }
-        if (_wcsicmp(name, L"Name") == 0) {
-            V_VT(value) = VT_BSTR;
-            V_BSTR(value) = SysAllocString(m_setting.name);
-            return call.Result(S_OK);
-        }
-        if (_wcsicmp(name, L"Value") != 0) {
-            return call.Result(static_cast<HRESULT>(WBEM_E_NOT_FOUND));
-        }
-        FillValue(m_setting, *value);
-        return call.Result(S_OK);
+        return call.Answer([&] {
+            if (type != nullptr) {
+                *type = CIM_STRING;
+            }
+            if (flavor != nullptr) {
+                *flavor = 0;
+            }
+            if (_wcsicmp(name, L"Name") == 0) {
+                V_VT(value) = VT_BSTR;
+                V_BSTR(value) = SysAllocString(m_setting.name);
+                return S_OK;
+            }
+            if (_wcsicmp(name, L"Value") != 0) {
+                return static_cast<HRESULT>(WBEM_E_NOT_FOUND);
+            }
+            FillValue(m_setting, *value);
+            return S_OK;
+        });
     }
 
-    HRESULT STDMETHODCALLTYPE GetQualifierSet(IWbemQualifierSet**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE Put(LPCWSTR, LONG, VARIANT*, CIMTYPE) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE Delete(LPCWSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetNames(LPCWSTR, LONG, VARIANT*, SAFEARRAY**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE BeginEnumeration(LONG) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE Next(LONG, BSTR*, VARIANT*, CIMTYPE*, LONG*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE EndEnumeration() override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetPropertyQualifierSet(LPCWSTR, IWbemQualifierSet**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE Clone(IWbemClassObject**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetObjectText(LONG, BSTR*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE SpawnDerivedClass(LONG, IWbemClassObject**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE SpawnInstance(LONG, IWbemClassObject**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE CompareTo(LONG, IWbemClassObject*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetPropertyOrigin(LPCWSTR, BSTR*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE InheritsFrom(LPCWSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetMethod(LPCWSTR, LONG, IWbemClassObject**, IWbemClassObject**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE PutMethod(LPCWSTR, LONG, IWbemClassObject*, IWbemClassObject*) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE DeleteMethod(LPCWSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE BeginMethodEnumeration(LONG) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE NextMethod(LONG, BSTR*, IWbemClassObject**, IWbemClassObject**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE EndMethodEnumeration() override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetMethodQualifierSet(LPCWSTR, IWbemQualifierSet**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE GetMethodOrigin(LPCWSTR, BSTR*) override { return E_NOTIMPL; }
+    NOTEBOOK_NOT_NEEDED(GetQualifierSet(IWbemQualifierSet**));
+    NOTEBOOK_NOT_NEEDED(Put(LPCWSTR, LONG, VARIANT*, CIMTYPE));
+    NOTEBOOK_NOT_NEEDED(Delete(LPCWSTR));
+    NOTEBOOK_NOT_NEEDED(GetNames(LPCWSTR, LONG, VARIANT*, SAFEARRAY**));
+    NOTEBOOK_NOT_NEEDED(BeginEnumeration(LONG));
+    NOTEBOOK_NOT_NEEDED(Next(LONG, BSTR*, VARIANT*, CIMTYPE*, LONG*));
+    NOTEBOOK_NOT_NEEDED(EndEnumeration());
+    NOTEBOOK_NOT_NEEDED(GetPropertyQualifierSet(LPCWSTR, IWbemQualifierSet**));
+    NOTEBOOK_NOT_NEEDED(Clone(IWbemClassObject**));
+    NOTEBOOK_NOT_NEEDED(GetObjectText(LONG, BSTR*));
+    NOTEBOOK_NOT_NEEDED(SpawnDerivedClass(LONG, IWbemClassObject**));
+    NOTEBOOK_NOT_NEEDED(SpawnInstance(LONG, IWbemClassObject**));
+    NOTEBOOK_NOT_NEEDED(CompareTo(LONG, IWbemClassObject*));
+    NOTEBOOK_NOT_NEEDED(GetPropertyOrigin(LPCWSTR, BSTR*));
+    NOTEBOOK_NOT_NEEDED(InheritsFrom(LPCWSTR));
+    NOTEBOOK_NOT_NEEDED(GetMethod(LPCWSTR, LONG, IWbemClassObject**, IWbemClassObject**));
+    NOTEBOOK_NOT_NEEDED(PutMethod(LPCWSTR, LONG, IWbemClassObject*, IWbemClassObject*));
+    NOTEBOOK_NOT_NEEDED(DeleteMethod(LPCWSTR));
+    NOTEBOOK_NOT_NEEDED(BeginMethodEnumeration(LONG));
+    NOTEBOOK_NOT_NEEDED(NextMethod(LONG, BSTR*, IWbemClassObject**, IWbemClassObject**));
+    NOTEBOOK_NOT_NEEDED(EndMethodEnumeration());
+    NOTEBOOK_NOT_NEEDED(GetMethodQualifierSet(LPCWSTR, IWbemQualifierSet**));
+    NOTEBOOK_NOT_NEEDED(GetMethodOrigin(LPCWSTR, BSTR*));
 
   protected:
     void* Find(REFIID iid) override {
-        return IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IWbemClassObject)
-                   ? static_cast<IWbemClassObject*>(this)
-                   : nullptr;
+        return IsOneOf(iid, IID_IUnknown, IID_IWbemClassObject) ? static_cast<IWbemClassObject*>(this)
+                                                                : nullptr;
     }
 
   private:
@@ -197,11 +185,7 @@ class Answer final : public ComObject<IEnumWbemClassObject> {
         if (call.Refused()) {
             return call.Result(call.Hresult());
         }
-        DWORD slowMs = 0;
-        const std::optional<Setting> setting = Read(slowMs);
-        if (slowMs != 0) {
-            Sleep(slowMs);
-        }
+        const std::optional<Setting> setting = Read();
         if (setting && setting->timeoutsLeft != 0) {
             return call.Result(static_cast<HRESULT>(WBEM_S_TIMEDOUT));
         }
@@ -213,29 +197,27 @@ class Answer final : public ComObject<IEnumWbemClassObject> {
         *returned = 1;
         return call.Result(static_cast<HRESULT>(count == 1 ? WBEM_S_NO_ERROR : WBEM_S_FALSE));
     }
-    HRESULT STDMETHODCALLTYPE Reset() override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE NextAsync(ULONG, IWbemObjectSink*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE Clone(IEnumWbemClassObject**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE Skip(LONG, ULONG) override { return E_NOTIMPL; }
+    NOTEBOOK_NOT_NEEDED(Reset());
+    NOTEBOOK_NOT_NEEDED(NextAsync(ULONG, IWbemObjectSink*));
+    NOTEBOOK_NOT_NEEDED(Clone(IEnumWbemClassObject**));
+    NOTEBOOK_NOT_NEEDED(Skip(LONG, ULONG));
 
   protected:
     void* Find(REFIID iid) override {
-        return IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IEnumWbemClassObject)
-                   ? static_cast<IEnumWbemClassObject*>(this)
-                   : nullptr;
+        return IsOneOf(iid, IID_IUnknown, IID_IEnumWbemClassObject) ? static_cast<IEnumWbemClassObject*>(this)
+                                                                    : nullptr;
     }
 
   private:
     ~Answer() override = default;
 
     /// The setting as it is now; counts a time-out down.
-    std::optional<Setting> Read(DWORD& slowMs) const {
+    std::optional<Setting> Read() const {
         LockedMachine machine;
         Setting* const setting = FindSetting(*machine, m_name);
         if (setting == nullptr) {
             return std::nullopt;
         }
-        slowMs = setting->slowMs;
         const Setting copy = *setting;
         if (setting->timeoutsLeft != 0 && setting->timeoutsLeft != kForEver) {
             --setting->timeoutsLeft;
@@ -273,89 +255,35 @@ class Services final : public ComObject<IWbemServices, IClientSecurity> {
         CallScope call(Call::WbemSetBlanket);
         return call.Result(call.Refused() ? call.Hresult() : S_OK);
     }
-    HRESULT STDMETHODCALLTYPE QueryBlanket(IUnknown*, DWORD*, DWORD*, OLECHAR**, DWORD*, DWORD*, void**,
-                                           DWORD*) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE CopyProxy(IUnknown*, IUnknown**) override { return E_NOTIMPL; }
+    NOTEBOOK_NOT_NEEDED(QueryBlanket(IUnknown*, DWORD*, DWORD*, OLECHAR**, DWORD*, DWORD*, void**, DWORD*));
+    NOTEBOOK_NOT_NEEDED(CopyProxy(IUnknown*, IUnknown**));
 
-    HRESULT STDMETHODCALLTYPE OpenNamespace(const BSTR, LONG, IWbemContext*, IWbemServices**,
-                                            IWbemCallResult**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE CancelAsyncCall(IWbemObjectSink*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE QueryObjectSink(LONG, IWbemObjectSink**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetObject(const BSTR, LONG, IWbemContext*, IWbemClassObject**,
-                                        IWbemCallResult**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE GetObjectAsync(const BSTR, LONG, IWbemContext*, IWbemObjectSink*) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE PutClass(IWbemClassObject*, LONG, IWbemContext*, IWbemCallResult**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE PutClassAsync(IWbemClassObject*, LONG, IWbemContext*,
-                                            IWbemObjectSink*) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE DeleteClass(const BSTR, LONG, IWbemContext*, IWbemCallResult**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE DeleteClassAsync(const BSTR, LONG, IWbemContext*, IWbemObjectSink*) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE CreateClassEnum(const BSTR, LONG, IWbemContext*,
-                                              IEnumWbemClassObject**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE CreateClassEnumAsync(const BSTR, LONG, IWbemContext*,
-                                                   IWbemObjectSink*) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE PutInstance(IWbemClassObject*, LONG, IWbemContext*,
-                                          IWbemCallResult**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE PutInstanceAsync(IWbemClassObject*, LONG, IWbemContext*,
-                                               IWbemObjectSink*) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE DeleteInstance(const BSTR, LONG, IWbemContext*, IWbemCallResult**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE DeleteInstanceAsync(const BSTR, LONG, IWbemContext*,
-                                                  IWbemObjectSink*) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE CreateInstanceEnum(const BSTR, LONG, IWbemContext*,
-                                                 IEnumWbemClassObject**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE CreateInstanceEnumAsync(const BSTR, LONG, IWbemContext*,
-                                                      IWbemObjectSink*) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE ExecQueryAsync(const BSTR, const BSTR, LONG, IWbemContext*,
-                                             IWbemObjectSink*) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE ExecNotificationQuery(const BSTR, const BSTR, LONG, IWbemContext*,
-                                                    IEnumWbemClassObject**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE ExecNotificationQueryAsync(const BSTR, const BSTR, LONG, IWbemContext*,
-                                                         IWbemObjectSink*) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE ExecMethod(const BSTR, const BSTR, LONG, IWbemContext*, IWbemClassObject*,
-                                         IWbemClassObject**, IWbemCallResult**) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE ExecMethodAsync(const BSTR, const BSTR, LONG, IWbemContext*, IWbemClassObject*,
-                                              IWbemObjectSink*) override {
-        return E_NOTIMPL;
-    }
+    NOTEBOOK_NOT_NEEDED(OpenNamespace(const BSTR, LONG, IWbemContext*, IWbemServices**, IWbemCallResult**));
+    NOTEBOOK_NOT_NEEDED(CancelAsyncCall(IWbemObjectSink*));
+    NOTEBOOK_NOT_NEEDED(QueryObjectSink(LONG, IWbemObjectSink**));
+    NOTEBOOK_NOT_NEEDED(GetObject(const BSTR, LONG, IWbemContext*, IWbemClassObject**, IWbemCallResult**));
+    NOTEBOOK_NOT_NEEDED(GetObjectAsync(const BSTR, LONG, IWbemContext*, IWbemObjectSink*));
+    NOTEBOOK_NOT_NEEDED(PutClass(IWbemClassObject*, LONG, IWbemContext*, IWbemCallResult**));
+    NOTEBOOK_NOT_NEEDED(PutClassAsync(IWbemClassObject*, LONG, IWbemContext*, IWbemObjectSink*));
+    NOTEBOOK_NOT_NEEDED(DeleteClass(const BSTR, LONG, IWbemContext*, IWbemCallResult**));
+    NOTEBOOK_NOT_NEEDED(DeleteClassAsync(const BSTR, LONG, IWbemContext*, IWbemObjectSink*));
+    NOTEBOOK_NOT_NEEDED(CreateClassEnum(const BSTR, LONG, IWbemContext*, IEnumWbemClassObject**));
+    NOTEBOOK_NOT_NEEDED(CreateClassEnumAsync(const BSTR, LONG, IWbemContext*, IWbemObjectSink*));
+    NOTEBOOK_NOT_NEEDED(PutInstance(IWbemClassObject*, LONG, IWbemContext*, IWbemCallResult**));
+    NOTEBOOK_NOT_NEEDED(PutInstanceAsync(IWbemClassObject*, LONG, IWbemContext*, IWbemObjectSink*));
+    NOTEBOOK_NOT_NEEDED(DeleteInstance(const BSTR, LONG, IWbemContext*, IWbemCallResult**));
+    NOTEBOOK_NOT_NEEDED(DeleteInstanceAsync(const BSTR, LONG, IWbemContext*, IWbemObjectSink*));
+    NOTEBOOK_NOT_NEEDED(CreateInstanceEnum(const BSTR, LONG, IWbemContext*, IEnumWbemClassObject**));
+    NOTEBOOK_NOT_NEEDED(CreateInstanceEnumAsync(const BSTR, LONG, IWbemContext*, IWbemObjectSink*));
+    NOTEBOOK_NOT_NEEDED(ExecQueryAsync(const BSTR, const BSTR, LONG, IWbemContext*, IWbemObjectSink*));
+    NOTEBOOK_NOT_NEEDED(ExecNotificationQuery(const BSTR, const BSTR, LONG, IWbemContext*,
+                                              IEnumWbemClassObject**));
+    NOTEBOOK_NOT_NEEDED(ExecNotificationQueryAsync(const BSTR, const BSTR, LONG, IWbemContext*,
+                                                   IWbemObjectSink*));
+    NOTEBOOK_NOT_NEEDED(ExecMethod(const BSTR, const BSTR, LONG, IWbemContext*, IWbemClassObject*,
+                                   IWbemClassObject**, IWbemCallResult**));
+    NOTEBOOK_NOT_NEEDED(ExecMethodAsync(const BSTR, const BSTR, LONG, IWbemContext*, IWbemClassObject*,
+                                        IWbemObjectSink*));
 
   protected:
     void* Find(REFIID iid) override {
@@ -363,9 +291,7 @@ class Services final : public ComObject<IWbemServices, IClientSecurity> {
             // The answer to CoSetProxyBlanket, as a proxy would give it.
             return static_cast<IClientSecurity*>(this);
         }
-        return IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IWbemServices)
-                   ? static_cast<IWbemServices*>(this)
-                   : nullptr;
+        return IsOneOf(iid, IID_IUnknown, IID_IWbemServices) ? static_cast<IWbemServices*>(this) : nullptr;
     }
 
   private:
@@ -394,9 +320,7 @@ class Locator final : public ComObject<IWbemLocator> {
 
   protected:
     void* Find(REFIID iid) override {
-        return IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IWbemLocator)
-                   ? static_cast<IWbemLocator*>(this)
-                   : nullptr;
+        return IsOneOf(iid, IID_IUnknown, IID_IWbemLocator) ? static_cast<IWbemLocator*>(this) : nullptr;
     }
 
   private:

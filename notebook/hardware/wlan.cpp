@@ -52,7 +52,7 @@ class Clients {
         return m_clients.count(Key(handle)) != 0;
     }
 
-    bool Close(HANDLE handle, bool wait) {
+    bool Close(HANDLE handle) {
         const ExclusiveLock lock(m_lock);
         const auto found = m_clients.find(Key(handle));
         if (found == m_clients.end()) {
@@ -60,12 +60,12 @@ class Clients {
         }
         const std::shared_ptr<Client> client = found->second;
         m_clients.erase(found);
-        Unregister(*client, wait);
+        Unregister(*client, true);
         return true;
     }
 
     bool Register(HANDLE handle, DWORD sources, WLAN_NOTIFICATION_CALLBACK callback, void* context,
-                  std::uint64_t since, bool wait, DWORD& before) {
+                  std::uint64_t since, DWORD& before) {
         const ExclusiveLock lock(m_lock);
         const auto found = m_clients.find(Key(handle));
         if (found == m_clients.end()) {
@@ -73,7 +73,7 @@ class Clients {
         }
         const std::shared_ptr<Client> client = found->second;
         before = client->sources;
-        Unregister(*client, wait && sources == WLAN_NOTIFICATION_SOURCE_NONE);
+        Unregister(*client, sources == WLAN_NOTIFICATION_SOURCE_NONE);
         client->sources = sources;
         client->callback = callback;
         client->context = context;
@@ -228,17 +228,6 @@ DWORD QueryRadio(const GUID& id, DWORD* size, void** data) {
 }
 
 DWORD SetRadio(const GUID& id, const WLAN_PHY_RADIO_STATE& wanted) {
-    DWORD slowMs = 0;
-    {
-        LockedMachine machine;
-        const WlanAdapter* const adapter = FindAdapterById(*machine, id);
-        if (adapter != nullptr && wanted.dwPhyIndex < adapter->phyCount) {
-            slowMs = adapter->phys[wanted.dwPhyIndex].slowMs;
-        }
-    }
-    if (slowMs != 0) {
-        Sleep(slowMs);
-    }
     LockedMachine machine;
     WlanAdapter* const adapter = FindAdapterById(*machine, id);
     if (adapter == nullptr) {
@@ -306,7 +295,7 @@ DWORD WINAPI NotebookWlanCloseHandle(HANDLE clientHandle, PVOID reserved) {
         return call.Result(call.Error());
     }
     Machine& machine = SharedState::Get().Raw();
-    if (reserved != nullptr || !Clients::Get().Close(clientHandle, machine.devices.closeWaits != 0)) {
+    if (reserved != nullptr || !Clients::Get().Close(clientHandle)) {
         InterlockedIncrement(&machine.ledger.misuses);
         return call.Result(static_cast<DWORD>(ERROR_INVALID_HANDLE));
     }
@@ -392,8 +381,7 @@ DWORD WINAPI NotebookWlanRegisterNotification(HANDLE clientHandle, DWORD sources
     }
     const std::uint64_t since = EventPump::Get().Start();
     DWORD before = 0;
-    const bool known = Clients::Get().Register(clientHandle, sources, callback, context, since,
-                                               SharedState::Get().Raw().devices.closeWaits != 0, before);
+    const bool known = Clients::Get().Register(clientHandle, sources, callback, context, since, before);
     result = known ? static_cast<DWORD>(ERROR_SUCCESS) : static_cast<DWORD>(ERROR_INVALID_HANDLE);
     if (previousSources != nullptr) {
         *previousSources = before;

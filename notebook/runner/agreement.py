@@ -30,7 +30,8 @@ import tempfile
 import time
 
 from .machine import CommandFailed, DOCTOR, Machine, ROOT
-from .random_day import Day
+from .prefix import leave_by_signals
+from .random_day import Day, NotAllowed
 from .real_time import Pauses, milliseconds, rewrite_logs
 
 KEYS = ("cable", "cables", "wifi", "wwan", "airplane", "asleep", "stored_wlan", "stored_wwan", "service")
@@ -258,7 +259,7 @@ def play(options, readings):
             print(f"seed {seed}{' overlapping' if options.overlapping else ''}", flush=True)
             try:
                 play_day(machine, seed, options, readings)
-            except (CommandFailed, SystemExit) as failure:
+            except (CommandFailed, NotAllowed) as failure:
                 # What the rules do not allow is random_day's affair, and a day like any other here.
                 print(f"the day ends early: {failure}", flush=True)
 
@@ -285,6 +286,7 @@ def arguments():
 
 def main():
     options = arguments()
+    leave_by_signals()
     readings = Readings(options.overlapping)
     if options.again:
         judge_again(options.again, readings)

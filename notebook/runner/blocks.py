@@ -4,7 +4,7 @@
     @wifi-reads-on
     @wifi-interface
     2 x I ServiceUtils::CheckWlanStatus| ...     the line twice
-    6 x                                          what is indented six times, {n} being 0, 1, ... 5
+    6 x                                          what is indented six times, {n} being 0 to 5, {100+n} 100 to 105
         W ServiceUtils::SwitchWlanStatusWithRetry| SwitchWlanStatus not Succeeded. Retrying to {n}
 
 A block ends with an empty line. One that begins with `log` holds whole sections, as a scenario does.
@@ -18,7 +18,7 @@ import re
 
 SCENARIOS = pathlib.Path(__file__).resolve().parents[1] / "scenarios"
 COUNTED = re.compile(r"([1-9]\d*) x(?: (.*))?", re.S)
-NUMBER = "{n}"
+NUMBER = re.compile(r"\{(?:(\d+)\+)?n\}")
 
 
 class ScenarioError(Exception):
@@ -74,7 +74,8 @@ class Blocks:
             if counted:
                 repeated, at = _repeated(path, lines, at, counted[2])
                 each = self.lines(path, repeated, within)
-                texts += [line.replace(NUMBER, str(n)) for n in range(int(counted[1])) for line in each]
+                texts += [NUMBER.sub(lambda number, n=n: str(int(number[1] or 0) + n), line)
+                          for n in range(int(counted[1])) for line in each]
             elif text.startswith("@"):
                 block = self._find(path, number, text, within)
                 if block.has_sections:

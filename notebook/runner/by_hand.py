@@ -1,24 +1,49 @@
 """The notebook by hand: starts it with the service on it and takes the controller's commands."""
 
+import argparse
+import pathlib
 import sys
 
 from .machine import CommandFailed, Machine, ROOT
 from .player import SHOWN
+from .prefix import leave_by_signals
 
 PROMPT = "notebook> "
-INTERRUPTED = 130
+# What is held, or due later, is for the next command to bring on.
+SETTLED_SECONDS = 15
+COUNTED = ("wlan", "phys", "cables", "modems")
+USAGE = f"scripts/notebook {' '.join(f'[{word} N]' for word in COUNTED)} [devices here|remote]"
+# In place of the controller's own way to leave, which its help has last.
+OWN_COMMANDS = ("log ", "      The service's log so far.", "quit ", "      Ends the notebook; exit does, too.")
 
 
-def show(machine, answer):
-    for line in machine.lines:
-        print("  " + line)
-    if answer:
-        print("  " + answer)
+def show(lines):
+    for line in lines:
+        print(f"  {line}")
 
 
 def show_state(machine):
     values = machine.values(*SHOWN)
-    print("  " + "  ".join(f"{key}={values[key]}" for key in SHOWN))
+    show(["  ".join(f"{key}={values[key]}" for key in SHOWN)])
+
+
+def show_outcome(machine):
+    """The state that a command has led to."""
+    try:
+        machine.settle(SETTLED_SECONDS)
+    except CommandFailed as failure:
+        show([f"still at work: {failure}"])
+    show_state(machine)
+
+
+def carry_out(machine, command):
+    answer = machine.do(command)
+    lines = machine.lines
+    if command == "help":
+        lines = [*lines[:-2], *OWN_COMMANDS]
+    show([*lines, *([answer] if answer else [])])
+    if not answer and not lines and command.split()[0] not in ("background", "call"):
+        show_outcome(machine)
 
 
 def obey(machine, line):
@@ -28,25 +53,39 @@ def obey(machine, line):
         return False
     if command == "log":
         sys.stdout.write(machine.log_file().read_bytes().decode("utf-8-sig").replace("\r\n", "\n"))
-        return True
-    try:
-        if command:
-            answer = machine.do(command)
-            show(machine, answer)
-            if not answer and not machine.lines:
-                show_state(machine)
-    except CommandFailed as failure:
-        print(f"  {failure}")
+    elif command:
+        try:
+            carry_out(machine, command)
+        except CommandFailed as failure:
+            show([failure])
     return True
 
 
+def arguments():
+    parser = argparse.ArgumentParser(prog="scripts/notebook", usage=USAGE, description="A notebook with the service running on it.")
+    parser.add_argument("shape", nargs="*", help="what kind of notebook")
+    parser.add_argument("--check", action="store_true", help=argparse.SUPPRESS)
+    parser.add_argument("--programs", default=ROOT / "build/cross/bin", type=pathlib.Path, help=argparse.SUPPRESS)
+    parser.add_argument("--prefix", default=ROOT / "build/wine/by-hand", type=pathlib.Path, help=argparse.SUPPRESS)
+    options = parser.parse_args()
+    pairs = list(zip(options.shape[::2], options.shape[1::2]))
+    if len(options.shape) % 2 or any(word not in COUNTED or not number.isdecimal() for word, number in pairs
+                                     if (word, number) not in (("devices", "here"), ("devices", "remote"))):
+        parser.error(f"not understood: {' '.join(options.shape)}")
+    return options
+
+
 def main():
+    options = arguments()
+    if options.check:
+        return 0
+    leave_by_signals()
     print("Booting the notebook and installing the service (some seconds) ...", flush=True)
-    with Machine(ROOT / "build/wine/by-hand", ROOT / "build/cross/bin") as machine:
-        machine.begin(" ".join(sys.argv[1:]) or "modems 1")
+    with Machine(options.prefix, options.programs) as machine:
+        machine.begin(" ".join(options.shape) or "modems 1")
         machine.do("start")
         print("The service runs. Try: plug, unplug, wifi off, airplane on, status, log, help, quit.")
-        show_state(machine)
+        show_outcome(machine)
         while True:
             try:
                 line = input(PROMPT if sys.stdin.isatty() else "")
@@ -54,12 +93,9 @@ def main():
                 break
             if not obey(machine, line):
                 break
+            sys.stdout.flush()
     return 0
 
 
 if __name__ == "__main__":
-    try:
-        sys.exit(main())
-    except KeyboardInterrupt:
-        print()
-        sys.exit(INTERRUPTED)
+    sys.exit(main())

@@ -11,6 +11,7 @@ import time
 from .log import Log, decisions
 from .machine import DOCTOR, Machine, ROOT
 from .player import condition
+from .prefix import leave_by_signals
 from .story import EVENING
 
 STEP_SECONDS = 120
@@ -122,16 +123,20 @@ def have_drawn(machine, picture, page):
 
 
 def arguments():
-    parser = argparse.ArgumentParser(description="Shows an evening on the simulated notebook.")
+    parser = argparse.ArgumentParser(prog="scripts/demo", description="Shows an evening on the simulated notebook.")
     parser.add_argument("--programs", default=ROOT / "build/cross/bin", help="where the programs are")
     parser.add_argument("--prefix", default=ROOT / "build/wine/demo", help="the Wine prefix to make")
     parser.add_argument("--picture", default=ROOT / "build/evening.svg", type=pathlib.Path, help="where the picture goes")
     parser.add_argument("--page", default=ROOT / "build/evening.html", type=pathlib.Path, help="where the page goes")
+    parser.add_argument("--check", action="store_true", help=argparse.SUPPRESS)
     return parser.parse_args()
 
 
 def main():
     options = arguments()
+    if options.check:
+        return 0
+    leave_by_signals()
     screen = Screen()
     screen.note("Booting the notebook and installing the service (some seconds) ...")
     with Machine(options.prefix, options.programs) as machine:

@@ -1,8 +1,8 @@
 """One simulated notebook: a Wine prefix with the shipped service, stand-in devices and a controller
 that is spoken to through pipes."""
 
+import contextlib
 import json
-import os
 import pathlib
 import shlex
 import shutil
@@ -10,8 +10,8 @@ import subprocess
 import time
 
 from .log import WORKER_ENDS
+from .prefix import ROOT, WinePrefix
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
 FOLDER = "C:\\Program Files\\Orva\\Linkvane"
 SERVICE = "LinkvaneService.exe"
 # It runs here, not in the notebook: what it reads are files.
@@ -20,9 +20,9 @@ DOCTOR = ROOT / "build/native/bin/LinkvaneDoctor"
 DOCTOR_IN_NOTEBOOK = "LinkvaneDoctor.exe"
 # No answer takes long but the waits, which name their own time; a loaded machine may stretch it.
 PATIENCE_SECONDS = 180
-SETTLE = "settle within 180000"
+SETTLE = "settle"
 # The service hears of airplane mode through the registry: no device can tell that it has not begun.
-SETTLE_AFTER_AIRPLANE = "settle quiet 600 within 180000"
+SETTLE_AFTER_AIRPLANE = "settle quiet 600"
 
 
 class CommandFailed(Exception):
@@ -35,38 +35,53 @@ def parse_pairs(text):
 
 
 class Machine:
-    """A context manager: boots the notebook, installs the service (unless told not to), and ends it all."""
+    """A context manager: boots the notebook, installs the service (unless told not to), and ends it all. `prefix` is
+    the Wine prefix to make; where that is in use another one is made."""
 
     def __init__(self, prefix, programs, installs=True):
-        self.prefix = pathlib.Path(prefix).absolute()
+        self._prefix = WinePrefix(prefix)
         self.programs = pathlib.Path(programs)
         self._installs = installs
         self._controller = None
+        self._undone = None
         self._awaited_ends = 0
         self._settle = SETTLE
 
     def __enter__(self):
-        self._wine_prefix("fresh")
-        self._copy_programs()
-        self._controller = subprocess.Popen(
-            [ROOT / "scripts/run-wine", FOLDER + "\\notebook.exe"],
-            env={**os.environ, "LINKVANE_WINEPREFIX": str(self.prefix)},
-            stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, encoding="utf-8", bufsize=1)
-        self.do("setup")
-        if self._installs:
-            self.do("install")
-        self._show_log_where_windows_has_it()
+        with contextlib.ExitStack() as undone:
+            undone.enter_context(self._prefix)
+            self._copy_programs()
+            # In a session of its own: the keyboard's Ctrl-C is for whoever gives the commands.
+            self._controller = subprocess.Popen(
+                **self._prefix.command(FOLDER + "\\notebook.exe"), start_new_session=True,
+                stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True, encoding="utf-8", bufsize=1)
+            undone.callback(self._end_controller)
+            self.do("setup")
+            if self._installs:
+                self.do("install")
+            self._show_log_where_windows_has_it()
+            self._undone = undone.pop_all()
         return self
 
-    def __exit__(self, *_):
-        if self._controller is not None:
-            self._controller.stdin.close()
-            try:
-                self._controller.wait(timeout=20)
-            except subprocess.TimeoutExpired:
-                self._controller.kill()
-            self._controller.stdout.close()
-        self._wine_prefix("end")
+    def __exit__(self, *details):
+        return self._undone.__exit__(*details)
+
+    @property
+    def prefix(self):
+        return self._prefix.folder
+
+    def _end_controller(self):
+        self._controller.stdin.close()
+        try:
+            self._controller.wait(timeout=5)
+        except subprocess.TimeoutExpired:
+            self._prefix.end()
+            self._controller.wait()
+        self._controller.stdout.close()
+
+    def abort(self):
+        """Ends everything; the command that somebody waits for fails."""
+        self._prefix.end()
 
     def do(self, command):
         """Carries out one command; the text of its answer. Lines before it go to `self.lines`."""
@@ -75,9 +90,10 @@ class Machine:
             self._awaited_ends = self._worker_ends() + 1 if command.startswith("start") else 0
         if command.startswith("airplane "):
             self._settle = SETTLE_AFTER_AIRPLANE
-        self._controller.stdin.write(command + "\n")
-        self._controller.stdin.flush()
         self.lines = []
+        with contextlib.suppress(BrokenPipeError):
+            self._controller.stdin.write(command + "\n")
+            self._controller.stdin.flush()
         while True:
             line = self._controller.stdout.readline()
             if not line:
@@ -91,14 +107,14 @@ class Machine:
                 raise CommandFailed(f"{command}: {line[6:]}")
             # Whatever else a program of the prefix prints does not belong to the answer.
 
-    def settle(self):
-        """Waits until nothing more happens, the start of the service included."""
-        given_up = time.monotonic() + PATIENCE_SECONDS
+    def settle(self, within=PATIENCE_SECONDS):
+        """Waits until nothing more happens, the start of the service included; so many seconds at most."""
+        given_up = time.monotonic() + within
         while self._worker_ends() < self._awaited_ends and time.monotonic() < given_up:
             self.look()
             time.sleep(0.05)
-        self.await_quiet(self._settle)
-        self._settle = SETTLE
+        command, self._settle = self._settle, SETTLE
+        self.await_quiet(f"{command} within {within * 1000}")
 
     def look(self):
         """For those who want to see what happens while the machine settles."""
@@ -153,10 +169,6 @@ class Machine:
         roaming = self.prefix / "drive_c/windows/system32/config/systemprofile/AppData/Roaming"
         roaming.mkdir(parents=True)
         (roaming / "orvkLog").symlink_to(self.log_folder())
-
-    def _wine_prefix(self, verb):
-        subprocess.run([ROOT / "scripts/wine-prefix", verb, self.prefix], check=True,
-                       stdin=subprocess.DEVNULL, timeout=600)
 
     def _copy_programs(self):
         folder = self.prefix / "drive_c" / FOLDER.removeprefix("C:\\").replace("\\", "/")

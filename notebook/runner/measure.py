@@ -15,6 +15,7 @@ import time
 
 from .log import Log
 from .machine import Machine, ROOT, SERVICE, parse_pairs
+from .prefix import leave_by_signals
 
 FEW_PAIRS = 10
 SWITCH = "ServiceUtils::SwitchWwanStatus"
@@ -157,6 +158,7 @@ def arguments():
 
 def main():
     options = arguments()
+    leave_by_signals()
     with Machine(options.prefix, options.programs) as machine:
         machine.begin("modems 1")
         machine.do("policy MaxLogSize 65536")

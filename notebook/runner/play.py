@@ -5,6 +5,7 @@ scenario that waits. Every failure is shown with its story; the last line counts
 """
 
 import argparse
+import contextlib
 import pathlib
 import queue
 import sys
@@ -15,6 +16,7 @@ import traceback
 from .blocks import SCENARIOS, ScenarioError, named_lines, near
 from .machine import Machine, ROOT
 from .player import Player
+from .prefix import leave_by_signals
 from .record import with_recorded_log
 from .scenario import read_scenario
 
@@ -83,22 +85,40 @@ class Runner:
         for path, also in rounds:
             self._waiting.put((path, also, options.second_chance))
         self._print = threading.Lock()
+        self._machines = []
+        self._stopping = False
         self.passed = 0
         self.failed = 0
 
     def run(self):
-        jobs = [threading.Thread(target=self._job, args=(number,)) for number in range(self._options.jobs)]
+        jobs = [threading.Thread(target=self._job) for _ in range(self._options.jobs)]
         for job in jobs:
             job.start()
-        for job in jobs:
-            job.join()
+        try:
+            for job in jobs:
+                job.join()
+        except BaseException:
+            self._stop()
+            for job in jobs:
+                job.join()
+            raise
         self.failed += self._waiting.qsize()
 
-    def _job(self, number):
-        prefix = pathlib.Path(self._options.prefixes) / f"notebook-{number}"
+    def _stop(self):
+        """Lets every job come to its end: what it plays fails, and nothing waits."""
+        self._stopping = True
+        with contextlib.suppress(queue.Empty):
+            while True:
+                self._waiting.get_nowait()
+        for machine in self._machines:
+            machine.abort()
+
+    def _job(self):
+        prefix = pathlib.Path(self._options.prefixes) / "notebook"
         try:
             while not self._waiting.empty():
                 with Machine(prefix, self._options.programs) as machine:
+                    self._machines.append(machine)
                     # After a failure the notebook may be in any state: the next scenario gets a new one.
                     while self._play(machine, *self._waiting.get_nowait()):
                         pass
@@ -116,6 +136,8 @@ class Runner:
             self._play_once(machine, path, also, story)
         except Exception as error:
             failure = error
+        if self._stopping:
+            return False
         with self._print:
             if failure is None:
                 self.passed += 1
@@ -153,6 +175,7 @@ class Runner:
 
 def main():
     options = arguments()
+    leave_by_signals()
     try:
         files = scenario_files(options.scenarios)
         rounds = plays(files) * options.repeat

@@ -12,8 +12,13 @@ import time
 
 from . import rules
 from .machine import Machine, ROOT
+from .prefix import leave_by_signals
 
 STORED = {"missing": None, "True": True, "False": False}
+
+
+class NotAllowed(SystemExit):
+    """What has come of a day's events is not what the rules allow."""
 
 
 class Day:
@@ -45,13 +50,13 @@ class Day:
         print(f"{number:4} {seconds:5.1f} s  {what:44} phys={values['phys']} wlan={values['stored_wlan']} "
               f"wwan={values['wwan']}/{values['stored_wwan']}", flush=True)
         if values["service"] != "running":
-            raise SystemExit(f"the service is {values['service']}")
+            raise NotAllowed(f"the service is {values['service']}")
         for half, worlds in self._worlds.items():
             allowed = rules.outcomes(worlds, actions)
             self._worlds[half] = {world for world in allowed if visible(world) == seen[half]}
             if not self._worlds[half]:
                 choices = "\n    ".join(sorted({str(visible(world)) for world in allowed}))
-                raise SystemExit(f"{half}: {seen[half]}, but the rules allow\n    {choices}")
+                raise NotAllowed(f"{half}: {seen[half]}, but the rules allow\n    {choices}")
 
     def _event(self, overlapping):
         """An action of the rules and the commands that make it happen."""
@@ -115,6 +120,7 @@ def arguments():
 
 def main():
     options = arguments()
+    leave_by_signals()
     print(f"seed {options.seed}{' overlapping' if options.overlapping else ''}", flush=True)
     name = "notebook-overlapping" if options.overlapping else "notebook-day"
     with Machine(pathlib.Path(options.prefixes) / name, options.programs) as machine:

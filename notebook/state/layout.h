@@ -72,7 +72,6 @@ struct Phy {
     std::uint32_t hardware;
     std::uint32_t refusalsLeft;  ///< `kForEver`: it never accepts
     std::uint32_t refuseError;
-    std::uint32_t slowMs;
     std::uint32_t beforeAirplane;  ///< software state to restore
     std::uint32_t sets;            ///< attempts to set it, refused ones included
 };
@@ -81,9 +80,7 @@ struct WlanAdapter {
     std::uint32_t present;
     GUID id;
     wchar_t description[256];
-    std::uint32_t state;          ///< WLAN_INTERFACE_STATE
-    std::uint32_t joinsByItself;  ///< joins its network again when its radio has come back
-    std::uint32_t joinMs;         ///< so long after that
+    std::uint32_t state;  ///< WLAN_INTERFACE_STATE
     std::uint32_t phyCount;
     Phy phys[kMaxPhys];
 };
@@ -145,7 +142,6 @@ struct Setting {
     wchar_t text[256];  ///< text, or the number in digits
     VARIANT raw;
     std::uint32_t timeoutsLeft;
-    std::uint32_t slowMs;
 };
 
 enum class RuleKind : std::uint32_t { None, Fail, Hold, HoldUntilStopped };
@@ -165,14 +161,7 @@ struct CallCount {
     LONG failed;
 };
 
-enum class PendingKind : std::uint32_t {
-    Free,
-    AddressArrives,
-    WifiJoins,
-    ModemConfirms,
-    ModemReverts,
-    RadiosFollowAirplane
-};
+enum class PendingKind : std::uint32_t { Free, AddressArrives, ModemConfirms, ModemReverts };
 
 /// Something that the devices do by themselves when its time comes.
 struct Pending {
@@ -197,8 +186,6 @@ struct Devices {
     std::uint32_t wwanServiceRuns;
     Setting settings[kMaxSettings];
     std::uint32_t providerPresent;
-    std::uint32_t networkThreads;     ///< threads that deliver network events
-    std::uint32_t closeWaits;         ///< unregistering waits for a callback that runs
     std::uint32_t wlanServiceLateMs;  ///< start pending so long
     std::uint32_t wwanServiceLateMs;
     std::uint32_t machineConnectivity;  ///< as last announced

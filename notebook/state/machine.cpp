@@ -87,17 +87,12 @@ void AfterWlanChange(Machine& machine, std::uint32_t index, Micros now) {
         return phy.software == kRadioOn && phy.hardware == kRadioOn;
     });
     if (!anyOn && adapter.phyCount != 0) {
-        CancelPending(machine, PendingKind::WifiJoins, index);
         DisconnectWifi(machine, index, now);
         adapter.state = wlan_interface_state_not_ready;
         return;
     }
     if (adapter.state == wlan_interface_state_not_ready) {
         adapter.state = wlan_interface_state_disconnected;
-        if (adapter.joinsByItself != 0) {
-            Schedule(machine, PendingKind::WifiJoins, index, 0, 0,
-                     now + Micros{adapter.joinMs} * kMicrosPerMilli);
-        }
     }
 }
 
@@ -181,17 +176,11 @@ void Perform(Machine& machine, const Pending& pending, Micros now) {
         case PendingKind::AddressArrives:
             GiveAddress(machine, machine.devices.adapters[pending.index], now);
             break;
-        case PendingKind::WifiJoins:
-            ConnectWifi(machine, pending.index, now);
-            break;
         case PendingKind::ModemConfirms:
             ConfirmModem(machine, pending, now);
             break;
         case PendingKind::ModemReverts:
             ChangeModemByItself(machine, pending.index, pending.value != 0, now);
-            break;
-        case PendingKind::RadiosFollowAirplane:
-            FollowAirplaneMode(machine, pending.value != 0, now);
             break;
         case PendingKind::Free:
             break;
@@ -262,8 +251,6 @@ void ResetMachine(Machine& machine, const Shape& shape, Micros now) {
     machine.devices.wlanServiceRuns = 1;
     machine.devices.wwanServiceRuns = 1;
     machine.devices.providerPresent = 1;
-    machine.devices.networkThreads = 1;
-    machine.devices.closeWaits = 1;
     machine.devices.nextRequest = kFirstRequest;
     for (std::uint32_t number = 1; number <= shape.cables; ++number) {
         CablePort(machine, number);

@@ -11,6 +11,13 @@ step() { printf '\n==> %s\n' "$*"; }
 # A line of detail below a heading.
 say() { printf '    %s\n' "$*"; }
 
+# What the comment at the script's top says, and the end, where the first argument asks for it.
+help_when_asked() {
+    [[ ${1:-} == -h || ${1:-} == --help ]] || return 0
+    sed -n '2,/^[^#]/{/shellcheck/d;s/^# \{0,1\}//p}' "$0"
+    exit 0
+}
+
 # Ends the script with a reason.
 die() {
     printf '%s: %s\n' "$(basename "$0")" "$*" >&2

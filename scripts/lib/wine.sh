@@ -187,6 +187,9 @@ wine_lock() {
 
 wine_unlock() { exec 9>&-; }
 
+# wine_unused PREFIX: whether no notebook or test has marked it as its own (notebook/runner/prefix.py).
+wine_unused() { [[ ! -f $1.use ]] || flock --nonblock "$1.use" true; }
+
 # wine_take_free: locks a prefix of the pool that nobody uses; its path is left in WINE_TAKEN.
 wine_take_free() {
     local number

@@ -5,14 +5,12 @@ import json
 import os
 import pathlib
 import subprocess
-import sys
 import unittest
 import zipfile
 
 from rig import EXECUTABLE, PATIENCE_SECONDS, ROOT
 
-sys.path.insert(0, str(ROOT))
-from notebook.runner.machine import DOCTOR_IN_NOTEBOOK, FOLDER, Machine  # noqa: E402
+from notebook.runner.machine import DOCTOR_IN_NOTEBOOK, FOLDER, Machine
 
 ALL_WELL, WARNINGS, CANNOT_WORK, CANNOT_BE_TOLD = range(4)
 WLAN_SETTING = '"LAN / WLAN Auto Switching"'

@@ -6,8 +6,11 @@ import re
 import shutil
 import struct
 import subprocess
+import sys
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2]))
+from notebook.runner.prefix import ROOT, WinePrefix  # noqa: E402
+
 EXECUTABLE = pathlib.Path(os.environ["LINKVANE_EXE"])
 NOTEBOOK = pathlib.Path(os.environ["LINKVANE_NOTEBOOK"])
 OBJDUMP = os.environ["LINKVANE_OBJDUMP"]
@@ -28,26 +31,11 @@ def file_version():
     return high >> 16, high & 0xFFFF, low >> 16, low & 0xFFFF
 
 
-class Prefix:
-    """A Wine prefix made anew for one test program; a context manager that ends it."""
+class Prefix(WinePrefix):
+    """The Wine prefix of one test program."""
 
-    def __init__(self):
-        self.folder = pathlib.Path(os.environ["LINKVANE_E2E_PREFIX"])
-
-    def __enter__(self):
-        self._script("fresh")
-        return self
-
-    def __exit__(self, *_):
-        self._script("end")
-
-    def end(self):
-        """Ends everything that runs; the next program boots it anew."""
-        self._script("end")
-
-    def _script(self, verb):
-        subprocess.run([ROOT / "scripts/wine-prefix", verb, self.folder], check=True,
-                       stdin=subprocess.DEVNULL, timeout=600)
+    def __init__(self, folder=None):
+        super().__init__(folder or os.environ["LINKVANE_E2E_PREFIX"])
 
     def path(self, windows_path):
         """Where a path below C: lies on the host."""
@@ -62,8 +50,7 @@ class Prefix:
     def run(self, program, *arguments):
         """Runs a Windows program; gives its exit code and what it printed, as bytes."""
         done = subprocess.run(
-            [ROOT / "scripts/run-wine", program, *arguments],
-            env={**os.environ, "LINKVANE_WINEPREFIX": str(self.folder)},
+            **self.command(program, *arguments),
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=PATIENCE_SECONDS, check=False)
         return done.returncode, done.stdout
 

@@ -181,17 +181,6 @@ TEST_F(MachineTest, RadioOffEndsTheWifiConnection) {
     EXPECT_FALSE(ConnectWifi(TheMachine(), 0, 0));
 }
 
-TEST_F(MachineTest, WifiJoinsByItselfWhenItsRadioIsBack) {
-    Wlan().joinsByItself = 1;
-    Wlan().joinMs = 500;
-    SwitchWlanByUser(TheMachine(), false, 0);
-    SwitchWlanByUser(TheMachine(), true, kSecond);
-
-    ApplyDue(TheMachine(), kSecond + 500 * kMicrosPerMilli);
-
-    EXPECT_EQ(std::uint32_t{wlan_interface_state_connected}, Wlan().state);
-}
-
 TEST_F(MachineTest, AirplaneModeSwitchesOffAndRestoresWhatWasOn) {
     SwitchModemByUser(TheMachine(), 0, false, 0);
 

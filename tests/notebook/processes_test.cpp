@@ -26,8 +26,18 @@ TEST_F(ProcessesTest, WhatTheControllerDoesIsSeenHere) {
 }
 
 TEST_F(ProcessesTest, StateOutlivesTheProcessThatMadeIt) {
+    {
+        LockedMachine machine;
+        CablePort(*machine, 2);
+    }
     EXPECT_EQ("OK", RunController("plug cable 2"));
     EXPECT_EQ("OK cables=1:out,2:in", RunController("get cables"));
+}
+
+TEST_F(ProcessesTest, CableWithoutAPortIsRefused) {
+    EXPECT_THAT(RunController("plug cable 2"), StartsWith("ERROR no port for cable 2"));
+    EXPECT_THAT(RunController("unplug cable 2"), StartsWith("ERROR no port for cable 2"));
+    EXPECT_EQ("OK cables=1:out", RunController("get cables"));
 }
 
 TEST_F(ProcessesTest, NotificationCausedByAnotherProcessArrives) {
@@ -58,7 +68,7 @@ TEST_F(ProcessesTest, WaitThatIsNotMetSaysWhatItFound) {
 TEST_F(ProcessesTest, CommandThatIsNotUnderstoodIsAnError) {
     EXPECT_THAT(RunController("levitate"), StartsWith("ERROR no such command: levitate"));
     EXPECT_THAT(RunController("plug sideways"), StartsWith("ERROR not understood: sideways"));
-    EXPECT_EQ("ERROR here or remote, not sideways", RunController("reset devices sideways"));
+    EXPECT_EQ("ERROR one of here, remote, not sideways", RunController("reset devices sideways"));
     EXPECT_EQ("ERROR kill or run, not bury", RunController("devices bury"));
     EXPECT_EQ("ERROR no process of their own serves the devices", RunController("devices kill"));
 }

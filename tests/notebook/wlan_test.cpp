@@ -221,14 +221,6 @@ TEST_F(WlanTest, RefusingPhyGivesItsError) {
     EXPECT_EQ(DWORD{ERROR_SUCCESS}, client.Set(0, dot11_radio_state_off));
 }
 
-TEST_F(WlanTest, SlowPhyTakesItsTime) {
-    Adapter().phys[0].slowMs = 50;
-    Client client;
-    const Micros start = Now();
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, client.Set(0, dot11_radio_state_off));
-    EXPECT_GE(Now() - start, 50 * kMicrosPerMilli);
-}
-
 TEST_F(WlanTest, NoAdapterGivesAListWithoutEntries) {
     Reset({.wlanAdapters = 0});
     Client client;

@@ -30,9 +30,9 @@ LEFT_FILES = {"users/{user}/AppData/Roaming/orvkLog", "users/{user}/AppData/Roam
 class Notebook(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.prefix = Prefix()
         cls.machine = cls.enterClassContext(
-            Machine(cls.prefix.folder, os.environ["LINKVANE_PROGRAMS"], installs=False))
+            Machine(os.environ["LINKVANE_E2E_PREFIX"], os.environ["LINKVANE_PROGRAMS"], installs=False))
+        cls.prefix = Prefix(cls.machine.prefix)
         cls.machine.do("reset")
         cls.registered_by_itself = cls.register_by_itself()
         cls.installer = Installer(cls.prefix)

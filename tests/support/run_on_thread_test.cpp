@@ -57,12 +57,23 @@ TEST(RunOnThread, ExceptionComesBackToTheTest) {
 
 TEST(RunOnThread, HangFailsTheTestInsteadOfHangingIt) {
     static HANDLE never = nullptr;
+    static HANDLE begun = nullptr;
+    static HANDLE thread = nullptr;
     never = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    EXPECT_NONFATAL_FAILURE(EXPECT_THROW(RunOnThread([] { WaitForSingleObject(never, INFINITE); },
-                                                     Apartment::kNone, std::chrono::milliseconds(20)),
-                                         std::runtime_error),
-                            "did not come to its end within 20 ms");
+    begun = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    const auto hang = [] {
+        DuplicateHandle(GetCurrentProcess(), GetCurrentThread(), GetCurrentProcess(), &thread, SYNCHRONIZE,
+                        FALSE, 0);
+        SetEvent(begun);
+        WaitForSingleObject(never, INFINITE);
+    };
+    EXPECT_NONFATAL_FAILURE(
+        EXPECT_THROW(RunOnThread(hang, Apartment::kNone, std::chrono::milliseconds(20)), std::runtime_error),
+        "did not come to its end within 20 ms");
+    // However late the thread begins: it has ended before the process does.
+    WaitForSingleObject(begun, INFINITE);
     SetEvent(never);
+    EXPECT_EQ(WAIT_OBJECT_0, WaitForSingleObject(thread, INFINITE));
 }
 
 }  // namespace

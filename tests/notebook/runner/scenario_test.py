@@ -174,7 +174,7 @@ class Names(unittest.TestCase):
         for lines, expanded in (
                 (["3 x a"], ["a", "a", "a"]),
                 (["2 x I A|  "], ["I A|  ", "I A|  "]),
-                (["2 x try {n}"], ["try 0", "try 1"]),
+                (["2 x try {n} of {n}, request {99+n}"], ["try 0 of 0, request 99", "try 1 of 1, request 100"]),
                 (["2 x @rest", "z"], ["b", "? c", "b", "? c", "z"]),
                 (["2 x", "    a {n}", "    2 x b", "z"], ["a 0", "b", "b", "a 1", "b", "b", "z"]),
                 (["2 x", "    2 x", "        a {n}"], ["a 0", "a 1", "a 0", "a 1"]),
