@@ -8,20 +8,23 @@ was seen of the devices, as if the notebook's clock had been set forward while i
 
 import bisect
 import datetime
+import itertools
 import pathlib
 import random
 
 MINUTE_MS = 60_000
 # From one event to the next.
 PAUSE_MINUTES = (10, 120)
-# A notebook is put to sleep by its lid, or sleeps by itself when nobody uses it: Windows 11 waits for at most
-# five minutes unless it is told otherwise.
-BEFORE_SLEEP_MINUTES = (0, 5)
+# From the last event to the sleep: these days assume that a notebook sleeps soon after the last thing that
+# happened to it.
+BEFORE_SLEEP_MINUTES = (0, 15)
 SLEEP_MINUTES = (30, 600)
 TIME_OF_A_LINE = "%Y/%m/%d %H:%M:%S.%f"
 # A pause begins so long before the look that it begins with: the machine has been quiet for longer, and the
 # clocks of the log and of the looks differ by less.
 BEFORE_LOOK_MS = 50
+# Asleep it has been for a few milliseconds only. The service has answered the suspend before the look.
+BEFORE_LOOK_ASLEEP_MS = 1
 LENGTH_OF_A_TIME = len("2026/11/20 20:37:40.123")
 
 
@@ -31,14 +34,12 @@ class Pauses:
     def __init__(self, seed, looks):
         chance = random.Random(f"pauses of {seed}")
         self._moments, self._lengths, self._sums = [], [], [0]
-        for look, following in zip(looks, looks[1:]):
+        for number, look in enumerate(looks):
+            commands = list(itertools.takewhile(lambda entry: isinstance(entry, str), looks[number + 1:]))
             # The machine is quiet when somebody gives it a command.
-            if not isinstance(look, str) and isinstance(following, str):
-                asleep = look[2]["asleep"] == "yes"
-                minutes = (SLEEP_MINUTES if asleep else BEFORE_SLEEP_MINUTES if following.startswith("suspend")
-                           else PAUSE_MINUTES)
-                self._moments.append(look[0] - BEFORE_LOOK_MS)
-                self._lengths.append(chance.randint(*minutes) * MINUTE_MS)
+            if not isinstance(look, str) and commands and not changes_nothing(look[2], commands):
+                self._moments.append(begin_of_pause(look))
+                self._lengths.append(chance.randint(*minutes_of_pause(look, commands)) * MINUTE_MS)
                 self._sums.append(self._sums[-1] + self._lengths[-1])
 
     def later(self, moment):
@@ -53,8 +54,8 @@ class Pauses:
                 longer.append(None)
                 continue
             begin, end, values = look
-            if begin - BEFORE_LOOK_MS in self._moments:
-                paused = self.later(begin - BEFORE_LOOK_MS)
+            if begin_of_pause(look) in self._moments:
+                paused = self.later(begin_of_pause(look))
                 longer.append((paused, paused, values, "pause"))
             longer.append((self.later(begin), self.later(end), values))
         return longer
@@ -74,6 +75,24 @@ class Pauses:
         moment = milliseconds(written)
         later = written + datetime.timedelta(milliseconds=self.later(moment) - moment)
         return later.strftime(TIME_OF_A_LINE)[:LENGTH_OF_A_TIME] + line[LENGTH_OF_A_TIME:]
+
+
+def changes_nothing(values, commands):
+    """Whether all of them switch a radio to what it is: no event, and no pause is put before it."""
+    return all(command in (f"wifi {values['wifi']}", f"wwan {values['wwan']}") for command in commands)
+
+
+def begin_of_pause(look):
+    """When (ms of the played day) a pause begins that is put in before what follows a look."""
+    begin, _, values = look
+    return begin - (BEFORE_LOOK_ASLEEP_MS if values["asleep"] == "yes" else BEFORE_LOOK_MS)
+
+
+def minutes_of_pause(look, commands):
+    """The shortest and the longest pause between a look and the commands that follow it."""
+    if look[2]["asleep"] == "yes":
+        return SLEEP_MINUTES
+    return BEFORE_SLEEP_MINUTES if commands[0].startswith("suspend") else PAUSE_MINUTES
 
 
 def milliseconds(local):
