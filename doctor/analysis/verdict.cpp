@@ -101,8 +101,14 @@ std::string CableText(const Situation& now) {
     return now.cableName.empty() ? "a wired adapter" : fmt::format("the adapter \"{}\"", now.cableName);
 }
 
-void JudgeService(const Situation& now, std::optional<std::pair<Time, Time>> endedSilently,
-                  Findings& findings) {
+/// Whether an event that tells of the cable would have come by the moment that is asked for. Where none is,
+/// it is the end of the log, behind which nothing has come.
+bool IsCableLeftUntold(const Situation& now, std::optional<Time> at) {
+    return now.untoldCable && (!at || *at - now.untoldCable->time >= kEventMs);
+}
+
+void JudgeService(const Situation& now, std::optional<Time> at,
+                  std::optional<std::pair<Time, Time>> endedSilently, Findings& findings) {
     if (endedSilently) {
         findings.Add(
             Cause::kServiceEnded,
@@ -127,7 +133,7 @@ void JudgeService(const Situation& now, std::optional<std::pair<Time, Time>> end
                      "The service hears nothing of cables: subscribing to Windows' network events failed",
                      {&now.notSubscribed});
     }
-    if (now.untoldCable && *now.lastTime - now.untoldCable->time >= kEventMs) {
+    if (IsCableLeftUntold(now, at)) {
         findings.Add(
             Cause::kSubscriptionLost,
             fmt::format("Windows does not tell the service of cables any more: at {} it found one that no "
@@ -474,7 +480,7 @@ std::vector<Finding> Judge(const Situation& now, const History& history, std::op
                                  TimeText(*history.from), TimeText(at.value_or(*history.from))));
         return findings.Take();
     }
-    JudgeService(now, endedSilently, findings);
+    JudgeService(now, at, endedSilently, findings);
     if (now.run != RunState::kStopped && !endedSilently) {
         JudgeWaiting(now, findings);
         if (now.run == RunState::kStarting && !now.startGivenUp) {

@@ -1,9 +1,9 @@
 #include "doctor/analysis/analysis.h"
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 #include <algorithm>
-
 #include <fstream>
 #include <iterator>
 
@@ -100,6 +100,15 @@ TEST(Verdict, OfACableThatNoEventToldOfIsThatTheyComeNoMore) {
     looksByTheWay(lost).Later(200).LooksAtWifi(true);
     EXPECT_EQ(VerdictOf(lost.Text()), "subscription-lost");
 
+    WrittenLog last = WrittenLog().Started();
+    EXPECT_EQ(VerdictOf(looksByTheWay(last).Text()), "subscription-lost") << "nothing comes behind the look";
+    const Time look = *Analysed(last.Text()).findings.front().time;
+    const auto verdictAfter = [&last, look](Time later) {
+        return VerdictOf(last.Text(), {.time = TimeText(look + later), .since = "", .until = ""});
+    };
+    EXPECT_NE(verdictAfter(99), "subscription-lost") << "the event may be on its way";
+    EXPECT_EQ(verdictAfter(100), "subscription-lost") << "the event would have come";
+
     WrittenLog told = WrittenLog().Started();
     looksByTheWay(told).Later(200).CableIn().EventEnds();
     EXPECT_NE(VerdictOf(told.Text()), "subscription-lost") << "the event came behind the look";
@@ -128,6 +137,22 @@ TEST(Story, FoldsTriesThatDifferInTheirNumber) {
     EXPECT_EQ(std::count_if(machine.history.story.begin(), machine.history.story.end(),
                             [](const StoryEvent& event) { return event.times == 5; }),
               1);
+}
+
+TEST(Story, FoldsTriesToListModems) {
+    WrittenLog log = WrittenLog().Started().On(0x20, "ServiceUtils::EnumerateWwanInterfaces");
+    for (int i = 0; i < 5; ++i) {
+        log.Warning(fmt::format("GetInterfaces failed in try {} with !err is 0x80070426", i)).Later(500);
+    }
+    log.Error("GetInterfaces failed with error: HRESULT : 0x80070426");
+    const Machine machine = Analysed(log.Text());
+    std::vector<std::uint64_t> folded;
+    for (const StoryEvent& event : machine.history.story) {
+        if (event.text.starts_with("GetInterfaces failed")) {
+            folded.push_back(event.times);
+        }
+    }
+    EXPECT_THAT(folded, ElementsAre(5, 1));
 }
 
 TEST(Verdict, OfAUsersSwitchIsTheUser) {
