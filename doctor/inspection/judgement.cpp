@@ -16,9 +16,9 @@ constexpr std::string_view kElevate = "Ask again from an elevated prompt.";
 constexpr std::string_view kElevateOrConsent =
     "Ask again from an elevated prompt. Windows 11 24H2 and later: turn location services on for the device "
     "(Settings, Privacy & security, Location).";
-constexpr std::string_view kReinstall =
-    "In an elevated prompt: LinkvaneService.exe -remove (it also forgets what is remembered), then "
-    "LinkvaneService.exe -install and net start LinkvaneService.";
+constexpr std::string_view kRepair =
+    "Repair the package: msiexec /i LinkvaneService.msi REINSTALL=ALL REINSTALLMODE=vomus; where it is not "
+    "installed, install it over this. Do not use -remove: it forgets what users chose.";
 
 /// What is found, in the order in which it is looked for.
 class Findings {
@@ -67,11 +67,11 @@ void JudgeRegistration(const Service& service, Findings& findings) {
     if (!service.isExecutableThere) {
         findings.Add(Severity::kFault, "service-file-missing", "service",
                      fmt::format("The executable that is registered is not there: {}.", service.executable),
-                     kReinstall);
+                     kRepair);
     } else if (!service.isQuoted && service.executable.find(' ') != std::string::npos) {
         findings.Add(Severity::kWarning, "service-path-unquoted", "service",
                      "The registered path has blanks and no quotes: Windows may start another program.",
-                     kReinstall);
+                     kRepair);
     }
     if (service.start == "disabled") {
         findings.Add(Severity::kFault, "service-disabled", "service", "The service is disabled.",
@@ -89,7 +89,7 @@ void JudgeRegistration(const Service& service, Findings& findings) {
     }
     if (service.type != "own-process") {
         findings.Add(Severity::kWarning, "service-type", "service",
-                     "The service is not registered as a process of its own.", kReinstall);
+                     "The service is not registered as a process of its own.", kRepair);
     }
     if (service.dependencies != service.expectedDependencies) {
         findings.Add(

@@ -384,6 +384,22 @@ TEST(JudgementTest, GravestComesFirst) {
     EXPECT_EQ(findings.front().severity, Severity::kFault);
 }
 
+TEST(JudgementTest, RegistrationIsMendedByThePackageWhichKeepsWhatUsersChose) {
+    const auto missing = [](Service& service) { service.isExecutableThere = false; };
+    const auto unquoted = [](Service& service) { service.isQuoted = false; };
+    const auto otherType = [](Service& service) { service.type = "other"; };
+    for (const std::function<void(Service&)>& spoil :
+         {std::function<void(Service&)>(missing), std::function<void(Service&)>(unquoted),
+          std::function<void(Service&)>(otherType)}) {
+        State state = GoodState();
+        spoil(state.service);
+        const Finding finding = Judge(state).front();
+        EXPECT_EQ(finding.subject, "service");
+        EXPECT_THAT(finding.remedy, HasSubstr("msiexec /i LinkvaneService.msi REINSTALL=ALL")) << finding.id;
+        EXPECT_THAT(finding.remedy, Not(HasSubstr("LinkvaneService.exe -"))) << finding.id;
+    }
+}
+
 TEST(StateReportTest, NamesFromOutsideCannotForgeLinesOrBreakTheJson) {
     State state = GoodState();
     PutCableIn(state);
