@@ -8,6 +8,22 @@
 
 namespace Notebook {
 
+const char* EventsName(REFIID events) {
+    const struct {
+        const IID& id;
+        const char* name;
+    } known[] = {{IID_INetworkListManagerEvents, "INetworkListManagerEvents"},
+                 {IID_INetworkConnectionEvents, "INetworkConnectionEvents"},
+                 {IID_INetworkEvents, "INetworkEvents"},
+                 {IID_IMbnRadioEvents, "IMbnRadioEvents"}};
+    for (const auto& [id, name] : known) {
+        if (IsEqualIID(events, id)) {
+            return name;
+        }
+    }
+    return "other events";
+}
+
 HRESULT GetDeviceClass(REFCLSID clsid, REFIID iid, void** object) {
     *object = nullptr;
     if (IsEqualCLSID(clsid, CLSID_NetworkListManager)) {

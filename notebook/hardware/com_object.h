@@ -163,6 +163,15 @@ inline bool IsGone(HRESULT result) {
            result == HRESULT_FROM_WIN32(RPC_S_CALL_FAILED);
 }
 
+/// The name of an event interface that the notebook tells, as traces have it.
+const char* EventsName(REFIID events);
+
+/// The next subscription's number. No two have the same, of whatever kind.
+inline DWORD NextCookie() {
+    static LONG last = 0;
+    return static_cast<DWORD>(InterlockedIncrement(&last));
+}
+
 /// Who subscribed in this process to one kind of event interface. A sink is released when it is
 /// unadvised and the calls to it that run have ended, once: sinks need not count safely. When the
 /// multithreaded apartment ends all are released, as COM does with those of other processes.
@@ -180,9 +189,10 @@ class SinkTable {
             ApartmentEnd::Watch(iid, [] { Get().Clear(); });
         }
         auto entry = std::make_shared<Entry>(sink, since);
+        const DWORD cookie = NextCookie();
         const ExclusiveLock lock(m_lock);
-        m_entries[++m_lastCookie] = std::move(entry);
-        return m_lastCookie;
+        m_entries[cookie] = std::move(entry);
+        return cookie;
     }
 
     bool Remove(DWORD cookie) {
@@ -248,7 +258,6 @@ class SinkTable {
     SRWLOCK m_lock = SRWLOCK_INIT;
     LONG m_watching = 0;  ///< the apartment's end
     Entries m_entries;
-    DWORD m_lastCookie = 0;
 };
 
 /// A connection point for one event interface.
@@ -270,6 +279,7 @@ class ConnectionPoint final : public ComObject<IConnectionPoint> {
     }
     HRESULT STDMETHODCALLTYPE Advise(IUnknown* unknown, DWORD* cookie) override {
         CallScope call(Call::Advise);
+        call.Detail("%s", EventsName(m_iid));
         if (call.Refused()) {
             return call.Result(call.Hresult());
         }
@@ -286,6 +296,7 @@ class ConnectionPoint final : public ComObject<IConnectionPoint> {
     }
     HRESULT STDMETHODCALLTYPE Unadvise(DWORD cookie) override {
         CallScope call(Call::Unadvise);
+        call.Detail("%s", EventsName(m_iid));
         if (call.Refused()) {
             return call.Result(call.Hresult());
         }

@@ -251,6 +251,7 @@ class Manager final
     HRESULT STDMETHODCALLTYPE EnumConnectionPoints(IEnumConnectionPoints**) override { return E_NOTIMPL; }
     HRESULT STDMETHODCALLTYPE FindConnectionPoint(REFIID iid, IConnectionPoint** point) override {
         CallScope call(Call::FindConnectionPoint);
+        call.Detail("%s", EventsName(iid));
         *point = nullptr;
         if (call.Refused()) {
             return call.Result(call.Hresult());

@@ -117,6 +117,26 @@ TEST_F(NetworkListTest, PlugAndUnplugReachTheSinkInOrderOnAnotherThread) {
     EXPECT_TRUE(Eventually([&] { return sink.references == 0; }));
 }
 
+TEST_F(NetworkListTest, SubscriptionsAreTracedByTheirEventsAndNumberedApart) {
+    Machine& machine = SharedState::Get().Raw();
+    machine.traceOn = 1;
+    const LONGLONG first = machine.traceCount;
+    Sink sink;
+    const ComPtr<IConnectionPoint> point = Point();
+    DWORD cookies[2] = {};
+    ASSERT_EQ(S_OK, point->Advise(&sink, &cookies[0]));
+    ASSERT_EQ(S_OK, point->Advise(&sink, &cookies[1]));
+    EXPECT_NE(cookies[0], cookies[1]);
+    for (const DWORD cookie : cookies) {
+        EXPECT_EQ(S_OK, point->Unadvise(cookie));
+    }
+    machine.traceOn = 0;
+    ASSERT_EQ(machine.traceCount, first + 5);
+    for (LONGLONG i = first; i < machine.traceCount; ++i) {
+        EXPECT_STREQ(machine.trace[i % kTraceCapacity].detail, "INetworkConnectionEvents");
+    }
+}
+
 TEST_F(NetworkListTest, SinkIsReleasedOnlyWhenTheCallInProgressHasEnded) {
     Sink sink;
     sink.sleepMs = 100;

@@ -168,7 +168,9 @@ std::vector<std::string> SimulatedNotebook::Calls() const {
     const auto capacity = static_cast<LONGLONG>(kTraceCapacity);
     for (LONGLONG i = std::max(LONGLONG{0}, m_state.traceCount - capacity); i < m_state.traceCount; ++i) {
         const TraceEntry& entry = m_state.trace[i % capacity];
-        if (entry.call != Call::Notification) {
+        if (entry.call == Call::Count) {
+            calls.emplace_back(entry.detail);
+        } else if (entry.call != Call::Notification) {
             const std::string name(CallName(entry.call));
             calls.push_back(entry.detail[0] == '\0' ? name : name + " " + entry.detail);
         }
@@ -181,6 +183,11 @@ std::vector<std::string> SimulatedNotebook::Calls(Call call) const {
     const std::string name(CallName(call));
     std::erase_if(calls, [&name](const std::string& text) { return text.substr(0, text.find(' ')) != name; });
     return calls;
+}
+
+void SimulatedNotebook::Note(const std::string& call) {
+    // By a name that the notebook does not know.
+    Trace(Call::Count, Now(), 0, call.c_str());
 }
 
 bool SimulatedNotebook::WlanIsOn(std::size_t adapter) const {
@@ -204,11 +211,11 @@ void SimulatedNotebook::Deliver() {
 }
 
 HRESULT SimulatedNotebook::CreateObject(REFCLSID classId, REFIID interfaceId, void** object) {
-    IClassFactory* factory = nullptr;
-    HRESULT result = GetDeviceClass(classId, IID_IClassFactory, reinterpret_cast<void**>(&factory));
+    Microsoft::WRL::ComPtr<IClassFactory> factory;
+    HRESULT result =
+        GetDeviceClass(classId, IID_IClassFactory, reinterpret_cast<void**>(factory.GetAddressOf()));
     if (SUCCEEDED(result)) {
         result = factory->CreateInstance(nullptr, interfaceId, object);
-        factory->Release();
     }
     return result;
 }

@@ -112,6 +112,9 @@ class SimulatedNotebook {
     void FailEach(Call call, LONG error);
     void GiveNothing(Call call) { FailEach(call, ERROR_SUCCESS); }
 
+    /// Puts a call that a test replaced by itself into the row of calls.
+    static void Note(const std::string& call);
+
     // --- what became of it ---
 
     /// Every call so far, in the order in which they ended, by name and detail as the notebook's trace has
@@ -125,6 +128,8 @@ class SimulatedNotebook {
     [[nodiscard]] bool WlanIsOn(std::size_t adapter = 0) const;
     [[nodiscard]] bool WlanIsOff(std::size_t adapter = 0) const;
     [[nodiscard]] const ::Notebook::Ledger& Held() const { return m_state.ledger; }
+    /// So many references to devices' objects are kept to the end of the process, as they are meant to be.
+    void KeepForGood(LONG references) const { m_state.ledger.comReferences -= references; }
 
     /// What was written to the event log so far, one text an entry: R"(source|type|category|id|"text"...)".
     [[nodiscard]] static std::vector<std::string> EventLog();
