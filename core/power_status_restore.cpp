@@ -1,8 +1,10 @@
+#include "core/power_status_restore.h"
+
 #include <string>
 
-#include "core/common_steps.h"
-#include "core/main_service.h"
 #include "logging/log_scope.h"
+#include "radio/airplane_mode.h"
+#include "radio/power_status.h"
 #include "radio/wlan_radio.h"
 #include "radio/wwan_radio.h"
 #include "registry/registry.h"
@@ -31,19 +33,20 @@ void Restore(const LogScope& log, const RememberedRadio& radio) {
         log.Information(radio.emptyLine);
         text = PowerStatus::kOn;
     }
-    const ServiceUtils::RadioStatus status = CoreSteps::RadioStatusFromText(text);
+    const ServiceUtils::RadioStatus status =
+        text == PowerStatus::kOn ? ServiceUtils::kRadioOn : ServiceUtils::kRadioOff;
     log.Information(radio.stateLine, status, status);
     static_cast<void>(radio.switchRadio(status, ServiceUtils::kRespectAirplaneMode));
 }
 
 }  // namespace
 
-void CMainService::UpdateWlanPowerStatus() {
+void UpdateWlanPowerStatus() {
     const LogScope log("CMainService::UpdateWlanPowerStatus");
     Restore(log, kWlan);
 }
 
-void CMainService::UpdateWwanPowerStatus() {
+void UpdateWwanPowerStatus() {
     const LogScope log("CMainService::UpdateWwanPowerStatus");
     Restore(log, kWwan);
 }

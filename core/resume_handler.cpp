@@ -3,7 +3,7 @@
 #include <optional>
 
 #include "bios/bios_settings.h"
-#include "core/common_steps.h"
+#include "core/auto_config.h"
 #include "logging/log_scope.h"
 #include "network/cable_check.h"
 #include "radio/radio_switch.h"
@@ -17,14 +17,14 @@ namespace {
 void RestoreWlan(const LogScope& log) {
     log.Information(L"Service resume handler starting WLAN service..");
     log.Information(L"Wait for (WLAN AutoConfig) to start");
-    CoreSteps::WaitForWlanAutoConfig(log);
+    WaitForWlanAutoConfig(log);
     log.Information(L"WLAN AutoConfig wait completed");
     ServiceUtils::StartWLANService();
 }
 
 void WaitForWwanIfPresent(const LogScope& log) {
     if (WwanState::devicePresent) {
-        CoreSteps::WaitForWwanAutoConfig(log);
+        WaitForWwanAutoConfig(log);
         log.Information(L"WWAN AutoConfig wait completed.");
     }
 }

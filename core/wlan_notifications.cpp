@@ -1,3 +1,5 @@
+#include "core/wlan_notifications.h"
+
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -5,11 +7,13 @@
 #include <utility>
 
 #include "bios/bios_settings.h"
-#include "core/common_steps.h"
-#include "core/main_service.h"
+#include "core/service_state.h"
 #include "logging/log_scope.h"
 #include "network/cable_check.h"
+#include "network/nlm_event_handler.h"
 #include "platform/wlan_notifications.h"
+#include "radio/airplane_mode.h"
+#include "radio/power_status.h"
 #include "radio/wlan_radio.h"
 
 namespace {
@@ -21,61 +25,13 @@ std::mutex notificationLock;
 /// Never destroyed: a callback may still come while the process ends.
 std::wstring& wlanStatusText = *new std::wstring(PowerStatus::kOff);
 
-bool IsNetworkAvailable(const WLAN_NOTIFICATION_DATA& data) {
-    return data.NotificationSource == WLAN_NOTIFICATION_SOURCE_ACM &&
-           data.NotificationCode == wlan_notification_acm_network_available;
-}
-
-bool IsRadioStateChange(const WLAN_NOTIFICATION_DATA& data) {
-    return data.NotificationSource == WLAN_NOTIFICATION_SOURCE_MSM &&
-           data.NotificationCode == Platform::kWlanNotificationMsmRadioStateChange;
-}
-
-/// The low half, as the log shows it.
-unsigned long HandleForLog(HANDLE handle) {
-    return static_cast<unsigned long>(reinterpret_cast<std::uintptr_t>(handle));
-}
-
-DWORD OpenWlanHandle(const LogScope& log, Platform::UniqueWlanHandle& client) {
-    DWORD negotiatedVersion = 0;
-    Platform::UniqueWlanHandle opened;
-    const DWORD result =
-        WlanOpenHandle(Platform::kWlanClientVersion, nullptr, &negotiatedVersion, opened.Put());
-    if (result != ERROR_SUCCESS) {
-        log.Error(L"WlanOpenHandle failed with error: %u", result);
-        return result;
-    }
-    client = std::move(opened);
-    return client ? ERROR_SUCCESS : ERROR_NOT_READY;
-}
-
-DWORD SubscribeToWlan(const LogScope& log, HANDLE client) {
-    const DWORD result =
-        WlanRegisterNotification(client, WLAN_NOTIFICATION_SOURCE_ACM | WLAN_NOTIFICATION_SOURCE_MSM, FALSE,
-                                 &CMainService::WlanNotificationCallback, nullptr, nullptr, nullptr);
-    if (result != ERROR_SUCCESS) {
-        // The line shows the thread's last error, which need not be the result; the caller gets that.
-        log.Error(L"WlanRegisterNotification(Registration) fail with err %d!!", GetLastError());
-    }
-    return result;
-}
-
-DWORD UnsubscribeFromWlan(const LogScope& log, HANDLE client) {
-    const DWORD result = WlanRegisterNotification(client, WLAN_NOTIFICATION_SOURCE_NONE, FALSE, nullptr,
-                                                  nullptr, nullptr, nullptr);
-    if (result != ERROR_SUCCESS) {
-        log.Error(L"WlanRegisterNotification (Un-Registration) fail with err %d!!", GetLastError());
-    }
-    return result;
-}
-
 void SwitchWlanOff(const LogScope& log, unsigned char checkAirplaneStatus) {
     if (!ServiceUtils::SwitchWlanStatus(ServiceUtils::kRadioOff, checkAirplaneStatus)) {
         log.Error(L"SwitchWlanStatus(false) failed");
     }
 }
 
-/// A network can only be there because the radio is on: somebody wants it on.
+/// Without a cable a network that is there, with the radio on, is remembered as a choice, too.
 void RememberThatWlanIsOn(const LogScope& log) {
     log.Information(L"wlan_notification_acm_network_available ServiceUtils::my_service_turnonoff_wifi : %d",
                     ServiceUtils::my_service_turnonoff_wifi.load());
@@ -89,7 +45,7 @@ void RememberThatWlanIsOn(const LogScope& log) {
     }
 }
 
-/// The radio came back behind the service's back.
+/// The cable is in: a radio that is on has come back without the service.
 void SwitchWlanOffBesideCable(const LogScope& log) {
     log.Information(L"Ethernet is connected");
     const bool enabled = NLMUtils::lanWlanSwitchingEnabled;
@@ -97,25 +53,6 @@ void SwitchWlanOffBesideCable(const LogScope& log) {
     if (enabled) {
         SwitchWlanOff(log, ServiceUtils::kRespectAirplaneMode);
     }
-}
-
-/// Without a cable and without airplane mode a change is the user's own, unless a cable event that
-/// is being handled made it.
-void RememberUsersChoice(const LogScope& log, bool isOn) {
-    if (msm_Notification_flag) {
-        return;
-    }
-    log.Information(
-        L"Airplane mode if OFF. Ethernet not connected. msm_Notification_flag = false. Setting WLAN registry "
-        L"status with WiFi Status = %d",
-        isOn);
-    static_cast<void>(
-        ServiceUtils::SetWlanPowerStatusInRegistry(isOn ? ServiceUtils::kRadioOn : ServiceUtils::kRadioOff));
-}
-
-void RecordStatusText(const LogScope& log, bool isOn) {
-    wlanStatusText = isOn ? PowerStatus::kOn : PowerStatus::kOff;
-    log.Information(L"Changing WiFi Status (string) to %s ", wlanStatusText.c_str());
 }
 
 void HandleRadioStateChange(const LogScope& log) {
@@ -129,80 +66,142 @@ void HandleRadioStateChange(const LogScope& log) {
     log.Information(L"Current WLAN status = %d", isOn);
 
     if (!airplaneMode && !*isCableIn) {
-        RememberUsersChoice(log, isOn);
+        // The user's own choice, unless a cable event that is being handled made the change.
+        if (!msm_Notification_flag) {
+            log.Information(
+                L"Airplane mode if OFF. Ethernet not connected. msm_Notification_flag = false. Setting WLAN "
+                L"registry status with WiFi Status = %d",
+                isOn);
+            static_cast<void>(ServiceUtils::SetWlanPowerStatusInRegistry(isOn ? ServiceUtils::kRadioOn
+                                                                              : ServiceUtils::kRadioOff));
+        }
         return;
     }
     if (*isCableIn && isOn && NLMUtils::lanWlanSwitchingEnabled) {
         SwitchWlanOff(log, ServiceUtils::kIgnoreAirplaneMode);
     }
     if (airplaneMode) {
-        RecordStatusText(log, isOn);
+        wlanStatusText = isOn ? PowerStatus::kOn : PowerStatus::kOff;
+        log.Information(L"Changing WiFi Status (string) to %s ", wlanStatusText.c_str());
     }
 }
 
-}  // namespace
-
-DWORD CMainService::RegisterWlanNotification(const unsigned char* registers) {
-    LogScope log("CMainService::RegisterWlanNotification", L"Registration Status - %d, WLANHandle = 0x%08lx",
-                 *registers, HandleForLog(m_wlanHandle.Get()));
-    // Taken out while it is in use: the worker and a stop may be here at the same time, and neither
-    // must close the handle that the other works with. Whoever finds none opens one; the first to come
-    // back leaves its own here, and the other's is closed, its registration with it.
-    Platform::UniqueWlanHandle client = m_wlanHandle.Take();
-    DWORD result = client ? static_cast<DWORD>(ERROR_SUCCESS) : OpenWlanHandle(log, client);
-    if (result == ERROR_SUCCESS) {
-        result =
-            *registers != 0 ? SubscribeToWlan(log, client.Get()) : UnsubscribeFromWlan(log, client.Get());
-    }
-    m_wlanHandle.TakeUnlessHeld(client);
-    return log.Return(L"Return  = %d", result);
-}
-
-void WINAPI CMainService::WlanNotificationCallback(WLAN_NOTIFICATION_DATA* data, void* /*context*/) {
-    const LogScope log("CMainService::WlanNotificationCallback");
-    if (data == nullptr) {
-        return;
-    }
-    try {
-        log.Information(L"WlanNotificationCallback - Notification Source = 0x%x, Notification Code = %d",
-                        data->NotificationSource, data->NotificationCode);
-        const std::lock_guard lock(notificationLock);
-        if (IsNetworkAvailable(*data)) {
-            log.Information(
-                L"NotificationSource = WLAN_NOTIFICATION_SOURCE_ACM, NotificationCode = "
-                L"wlan_notification_acm_network_available. Processing Callback ");
-            HandleWlanNotificationAcmNetworkAvailable();
-        }
-        if (IsRadioStateChange(*data)) {
-            log.Information(
-                L"NotificationSource = WLAN_NOTIFICATION_SOURCE_MSM, NotificationCode= "
-                L"wlan_notification_msm_radio_state_change. Processing Callback");
-            HandleWlanNotificationMsmRadioStateChange();
-        }
-    } catch (...) {
-        log.Error(L"Exception in WlanNotificationCallback()");
-    }
-}
-
-void CMainService::HandleWlanNotificationAcmNetworkAvailable() {
+void HandleWlanNotificationAcmNetworkAvailable() {
     const LogScope log("CMainService::HandleWlanNotificationAcmNetworkAvailable");
     const std::optional<bool> isCableIn = NLMUtils::IsCableIn(log);
     if (!isCableIn) {
         return;
     }
     log.Information(L"Ethernet connection status = %d", *isCableIn);
-    if (!*isCableIn) {
-        RememberThatWlanIsOn(log);
-    } else {
+    if (*isCableIn) {
         SwitchWlanOffBesideCable(log);
+    } else {
+        RememberThatWlanIsOn(log);
     }
 }
 
-void CMainService::HandleWlanNotificationMsmRadioStateChange() {
+void HandleWlanNotificationMsmRadioStateChange() {
     const LogScope log("CMainService::HandleWlanNotificationMsmRadioStateChange");
-    try {
-        HandleRadioStateChange(log);
-    } catch (...) {
-        log.Error(L"Exception in HandleWlanNotificationMsmRadioStateChange()");
+    log.Guard([&] { HandleRadioStateChange(log); });
+}
+
+/// What is done about a notification; one that is not here is only logged.
+struct HandledNotification {
+    DWORD source;
+    DWORD code;
+    const wchar_t* line;
+    void (*handle)();
+};
+
+constexpr HandledNotification kHandled[] = {
+    {WLAN_NOTIFICATION_SOURCE_ACM, wlan_notification_acm_network_available,
+     L"NotificationSource = WLAN_NOTIFICATION_SOURCE_ACM, NotificationCode = "
+     L"wlan_notification_acm_network_available. Processing Callback ",
+     &HandleWlanNotificationAcmNetworkAvailable},
+    {WLAN_NOTIFICATION_SOURCE_MSM, Platform::kWlanNotificationMsmRadioStateChange,
+     L"NotificationSource = WLAN_NOTIFICATION_SOURCE_MSM, NotificationCode= "
+     L"wlan_notification_msm_radio_state_change. Processing Callback",
+     &HandleWlanNotificationMsmRadioStateChange},
+};
+
+void HandleNotification(const LogScope& log, const WLAN_NOTIFICATION_DATA& data) {
+    log.Information(L"WlanNotificationCallback - Notification Source = 0x%x, Notification Code = %d",
+                    data.NotificationSource, data.NotificationCode);
+    const std::lock_guard lock(notificationLock);
+    for (const HandledNotification& handled : kHandled) {
+        if (data.NotificationSource == handled.source && data.NotificationCode == handled.code) {
+            log.Information(handled.line);
+            handled.handle();
+        }
+    }
+}
+
+void WINAPI WlanNotificationCallback(WLAN_NOTIFICATION_DATA* data, void* /*context*/) {
+    const LogScope log("CMainService::WlanNotificationCallback");
+    if (data != nullptr) {
+        log.Guard([&] { HandleNotification(log, *data); });
+    }
+}
+
+/// The low half, as the log shows it.
+unsigned long HandleForLog(HANDLE handle) {
+    return static_cast<unsigned long>(reinterpret_cast<std::uintptr_t>(handle));
+}
+
+/// What a registration asks for, or its end.
+struct Registration {
+    DWORD sources;
+    WLAN_NOTIFICATION_CALLBACK callback;
+    const wchar_t* failureLine;
+};
+
+constexpr Registration kRegistration = {WLAN_NOTIFICATION_SOURCE_ACM | WLAN_NOTIFICATION_SOURCE_MSM,
+                                        &WlanNotificationCallback,
+                                        L"WlanRegisterNotification(Registration) fail with err %d!!"};
+constexpr Registration kUnregistration = {WLAN_NOTIFICATION_SOURCE_NONE, nullptr,
+                                          L"WlanRegisterNotification (Un-Registration) fail with err %d!!"};
+
+DWORD OpenWlanHandle(const LogScope& log, Platform::UniqueWlanHandle& client) {
+    DWORD negotiatedVersion = 0;
+    const DWORD result =
+        WlanOpenHandle(Platform::kWlanClientVersion, nullptr, &negotiatedVersion, client.Put());
+    if (result != ERROR_SUCCESS) {
+        log.Error(L"WlanOpenHandle failed with error: %u", result);
+        return result;
+    }
+    return client ? ERROR_SUCCESS : ERROR_NOT_READY;
+}
+
+DWORD Register(const LogScope& log, HANDLE client, const Registration& wanted) {
+    const DWORD result =
+        WlanRegisterNotification(client, wanted.sources, FALSE, wanted.callback, nullptr, nullptr, nullptr);
+    if (result != ERROR_SUCCESS) {
+        // The line shows the thread's last error, which need not be the result; the caller gets that.
+        log.Error(wanted.failureLine, GetLastError());
+    }
+    return result;
+}
+
+}  // namespace
+
+DWORD RegisterWlanNotification(ServiceState& service, const unsigned char* registers) {
+    LogScope log("CMainService::RegisterWlanNotification", L"Registration Status - %d, WLANHandle = 0x%08lx",
+                 *registers, HandleForLog(service.wlanHandle.Get()));
+    // Taken out while it is in use: the worker and a stop may be here at the same time, and neither
+    // must close the handle that the other works with. Whoever finds none opens one; the first to come
+    // back leaves its own here, and the other's is closed, its registration with it.
+    Platform::UniqueWlanHandle client = service.wlanHandle.Take();
+    DWORD result = client ? static_cast<DWORD>(ERROR_SUCCESS) : OpenWlanHandle(log, client);
+    if (result == ERROR_SUCCESS) {
+        result = Register(log, client.Get(), *registers != 0 ? kRegistration : kUnregistration);
+    }
+    service.wlanHandle.TakeUnlessHeld(client);
+    return log.Return(L"Return  = %d", result);
+}
+
+void CloseWlanHandle(const LogScope& log, ServiceState& service) {
+    const DWORD error = service.wlanHandle.TryClose();
+    if (error != ERROR_SUCCESS) {
+        log.Error(L"WlanCloseHandle failed with error %d", error);
     }
 }

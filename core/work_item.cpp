@@ -13,7 +13,7 @@ DWORD WINAPI RunWorkItem(void* context) {
 
 }  // namespace
 
-void QueueWorkItem(CMainService& service, void (*routine)(CMainService&), ULONG flags) {
+void QueueWorkItem(ServiceState& service, void (*routine)(ServiceState&), ULONG flags) {
     auto item = std::make_unique<WorkItem>(WorkItem{routine, &service});
     if (QueueUserWorkItem(&RunWorkItem, item.get(), flags) == FALSE) {
         throw GetLastError();

@@ -1,25 +1,22 @@
-#include <windows.h>
-
-#include <gmock/gmock.h>
+#include "core/airplane_mode_watcher.h"
 
 #include <algorithm>
-#include <atomic>
-#include <cstddef>
-#include <functional>
-#include <memory>
 #include <new>
-#include <string>
+#include <ostream>
 #include <thread>
+#include <tuple>
 #include <utility>
-#include <vector>
 
-#include "tests/core/core_world.h"
+#include "bios/bios_settings.h"
+#include "logging/log_scope.h"
+#include "tests/core/core_test.h"
 #include "tests/support/at_each_log_line.h"
 #include "tests/support/ledger.h"
 
 namespace CoreTests {
 namespace {
 
+using Rig::LogLine;
 using Rig::Lines::Error;
 using Rig::Lines::Information;
 using Rig::Lines::TraceIn;
@@ -32,311 +29,200 @@ using testing::SizeIs;
 constexpr char kWatcher[] = "CMainService::AirplaneModeWatcher";
 constexpr wchar_t kEntry[] = L"AirplaneModeWatcher - Entry";
 constexpr wchar_t kExit[] = L"AirplaneModeWatcher - Exit";
-constexpr wchar_t kChange[] = L"AirplaneModeWatcher - Registry Change Event Triggered";
 constexpr wchar_t kStopped[] = L"AirplaneModeWatcher - Service Stop event Triggered. Exiting";
-constexpr wchar_t kAirplaneOn[] = L"Airplane Mode ON , setting default";
-constexpr wchar_t kAirplaneOff[] = L"Airplane mode is OFF";
-constexpr wchar_t kCheckFailed[] = L"CheckEthernetConnectionStatusEx failed";
-constexpr wchar_t kCreateFailed[] = L"CreateEvent (AirPlaneWatcherEvent) failed with error 5";
 
-constexpr wchar_t kWatchedKey[] = L"SYSTEM\\CurrentControlSet\\Control\\RadioManagement\\SystemRadioState";
-constexpr REGSAM kWatchAccess = 0x20119;
+const LogLine kChange = Information(kWatcher, L"AirplaneModeWatcher - Registry Change Event Triggered");
+const LogLine kAirplaneOn = Information(kWatcher, L"Airplane Mode ON , setting default");
+const LogLine kAirplaneOff = Information(kWatcher, L"Airplane mode is OFF");
+const LogLine kCheckFailed = Error(kWatcher, L"CheckEthernetConnectionStatusEx failed");
+const LogLine kCreateFailed = Error(kWatcher, L"CreateEvent (AirPlaneWatcherEvent) failed with error 5");
+const LogLine kRemembersTrue = Information(kWatcher, L"Previous WLAN Power Status in registry = True");
+const LogLine kSetsOn = Information(kWatcher, L"Setting SetWlanPowerStatusInRegistry with value = 1");
 
-bool IsWatchedOpen(HKEY root, const wchar_t* path, REGSAM access) {
-    return root == HKEY_LOCAL_MACHINE && path != nullptr && std::wstring(path) == kWatchedKey &&
-           access == kWatchAccess;
-}
+constexpr wchar_t kEventName[] = L"AIRPLANE_WATCHER_EVENT";
+
+using NotifyImport = Rig::ScopedImport<&::RegNotifyChangeKeyValue>;
+
+/// Opens of the watched key go to `open`, whose first argument opens it.
+class WatchedKeyOpens {
+  public:
+    explicit WatchedKeyOpens(std::function<LSTATUS(const std::function<LSTATUS()>&)> open)
+        : m_import(
+              [](HKEY root, LPCWSTR path, DWORD, REGSAM access, PHKEY) {
+                  return root == HKEY_LOCAL_MACHINE && path != nullptr &&
+                         std::wstring(path) ==
+                             L"SYSTEM\\CurrentControlSet\\Control\\RadioManagement\\SystemRadioState" &&
+                         access == 0x20119;
+              },
+              [this, open = std::move(open)](HKEY root, LPCWSTR path, DWORD options, REGSAM access,
+                                             PHKEY key) {
+                  EXPECT_EQ(options, 0U);
+                  return open([&] { return m_import.Original(root, path, options, access, key); });
+              }) {}
+
+    [[nodiscard]] int Calls() const { return m_import.Calls(); }
+
+  private:
+    Rig::ScopedImport<&::RegOpenKeyExW> m_import;
+};
 
 /// The watcher on the test's own thread. What happens while it waits is a row of steps; behind the
 /// last one the service stops.
 class WatcherTest : public CoreTest {
   protected:
-    void Run(std::vector<std::function<void()>> steps) {
+    using Steps = std::vector<std::function<void()>>;
+
+    void Run(const Steps& steps) {
         std::size_t next = 0;
-        const Rig::ScopedImport<&::WaitForSingleObject> wait{
-            [this](HANDLE handle, DWORD milliseconds) {
-                return milliseconds == INFINITE && handle == service.m_airplaneWatcherEvent.Get();
-            },
-            [&](HANDLE, DWORD) -> DWORD {
-                if (next == steps.size()) {
-                    service.m_running = false;
-                } else {
-                    steps[next++]();
-                }
-                return WAIT_OBJECT_0;
-            }};
-        service.m_running = true;
-        service.AirplaneModeWatcher();
+        RunWithWaits([&]() -> DWORD {
+            if (next == steps.size()) {
+                state.running = false;
+            } else {
+                steps[next++]();
+            }
+            return WAIT_OBJECT_0;
+        });
         EXPECT_EQ(next, steps.size());
         // Each change is worth one switch: the watcher comes back with the next one.
         EXPECT_THAT(log.Of("ServiceUtils::SwitchWlanStatusWithRetry"), IsEmpty());
         EXPECT_THAT(log.Of("ServiceUtils::SwitchWwanStatusWithRetry"), IsEmpty());
     }
 
+    /// The waits for the event are answered by `wait`. How many there were.
+    int RunWithWaits(const std::function<DWORD()>& wait) {
+        const Rig::ScopedImport<&::WaitForSingleObject> waits{
+            [this](HANDLE handle, DWORD milliseconds) {
+                return milliseconds == INFINITE && handle == state.airplaneWatcherEvent.Get();
+            },
+            [&](HANDLE, DWORD) { return wait(); }};
+        state.running = true;
+        AirplaneModeWatcher(state);
+        return waits.Calls();
+    }
+
     /// The lines between the entry and those of the stop.
-    [[nodiscard]] std::vector<Rig::LogLine> Lines() const {
-        std::vector<Rig::LogLine> lines = log.Of(kWatcher);
+    [[nodiscard]] std::vector<LogLine> Lines() const {
+        std::vector<LogLine> lines = log.Of(kWatcher);
         EXPECT_EQ(lines.front(), TraceIn(kWatcher, kEntry));
         EXPECT_EQ(lines.back(), TraceOut(kWatcher, kExit));
         EXPECT_EQ(lines[lines.size() - 2], Information(kWatcher, kStopped));
         return {lines.begin() + 1, lines.end() - 2};
     }
 
-    void SetBoth(bool isOn) {
-        world.wlan.adapters[0].phys[0] = isOn ? RadioTests::On() : RadioTests::Off();
-        world.wwanRadio.state = isOn ? MBN_RADIO_ON : MBN_RADIO_OFF;
+    /// Airplane mode changes while a PHY is set for the n-th time.
+    void ChangeAtSwitch(int nth, bool isOn) {
+        notebook.At(Call::WlanSetInterface, nth, [this, isOn] {
+            machine.SetAirplaneMode(isOn);
+            return std::nullopt;
+        });
     }
 
     std::function<void()> nothing = [] {};
-    std::function<void()> airplaneOn = [this] { world.machine.SetAirplaneMode(true); };
-    std::function<void()> airplaneOff = [this] { world.machine.SetAirplaneMode(false); };
+    std::function<void()> airplaneOn = [this] { machine.SetAirplaneMode(true); };
+    std::function<void()> airplaneOff = [this] { machine.SetAirplaneMode(false); };
 
     OpenService service;
+    ServiceState& state = service.m_state;
 };
 
-// --- Airplane mode on ------------------------------------------------------------------------------
+// --- One change ------------------------------------------------------------------------------------
 
-TEST_F(WatcherTest, AirplaneModeOnSwitchesWlanOffWithoutAskingForIt) {
-    world.EnableWlanSwitching();
-    Run({airplaneOn});
-    EXPECT_THAT(Lines(), ElementsAre(Information(kWatcher, kChange), Information(kWatcher, kAirplaneOn)));
+/// Airplane mode then, the cable, the two features, and what is remembered for both (null: nothing).
+class ChangeIn : public WatcherTest,
+                 public testing::WithParamInterface<std::tuple<bool, Cable, bool, bool, const wchar_t*>> {};
+
+TEST_P(ChangeIn, IsFollowedAsTheSituationAsksAndStoresNothing) {
+    const auto [isAirplaneOn, cable, enablesWlan, enablesWwan, remembered] = GetParam();
+    const std::wstring text = remembered == nullptr ? L"" : remembered;
+    const bool wantsOn = remembered == nullptr || text == L"True";
+    NLMUtils::lanWlanSwitchingEnabled = enablesWlan;
+    NLMUtils::lanWwanSwitchingEnabled = enablesWwan;
+    MakeModemKnown();
+    SetRadios(isAirplaneOn || !wantsOn);
+    Set(cable);
+    if (remembered != nullptr) {
+        machine.RememberWlan(remembered);
+        machine.RememberWwan(remembered);
+    }
+    machine.SetAirplaneMode(!isAirplaneOn);
+    Run({isAirplaneOn ? airplaneOn : airplaneOff});
+
+    const bool restores = !isAirplaneOn && cable == Cable::kOut;
+    std::vector<LogLine> expected{kChange};
+    if (isAirplaneOn && enablesWlan) {
+        expected.push_back(kAirplaneOn);
+    }
+    if (cable == Cable::kUnreadable) {
+        expected.push_back(kCheckFailed);
+    }
+    if (restores) {
+        expected.push_back(kAirplaneOff);
+    }
+    if (restores && enablesWlan) {
+        expected.push_back(Information(kWatcher, L"Previous WLAN Power Status in registry = " +
+                                                     (remembered == nullptr ? L"True" : text)));
+        expected.push_back(Information(kWatcher, wantsOn ? kSetsOn.message
+                                                         : L"Setting SetWlanPowerStatusInRegistry with value "
+                                                           L"= 0"));
+    }
+    EXPECT_EQ(Lines(), expected);
+    using Made = std::vector<std::string>;
+    const Made restored{wantsOn ? "on" : "off"};
+    EXPECT_EQ(WlanSwitches(), !enablesWlan   ? Made{}
+                              : isAirplaneOn ? Made{"off"}
+                              : restores     ? restored
+                                             : Made{});
+    EXPECT_EQ(WwanSwitches(), enablesWwan && restores ? restored : Made{});
+    EXPECT_EQ(machine.RememberedWlan(), text);
+    EXPECT_EQ(machine.RememberedWwan(), text);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Situations, ChangeIn,
+    testing::Combine(testing::Bool(), testing::Values(Cable::kOut, Cable::kIn, Cable::kUnreadable),
+                     testing::Bool(), testing::Bool(),
+                     testing::Values(nullptr, L"True", L"False", L"true", L"TRUE", L"True ", L"1")));
+
+TEST_F(WatcherTest, SwitchesOffWithoutAskingForAirplaneModeAndOnOnlyOutsideOfIt) {
+    EnableWlanSwitching();
+    Run({airplaneOn, airplaneOff});
     EXPECT_TRUE(
         log.Contains(TraceIn("ServiceUtils::SwitchWlanStatus", L"OnOffValue = 0, bCheckAirplaneStatus = 0")));
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("off"));
-    EXPECT_EQ(world.machine.RememberedWlan(), L"");
-}
-
-TEST_F(WatcherTest, AirplaneModeOnWithCableSwitchesWlanOffToo) {
-    world.EnableWlanSwitching();
-    world.machine.PlugCableIn();
-    Run({airplaneOn});
-    EXPECT_THAT(Lines(), ElementsAre(Information(kWatcher, kChange), Information(kWatcher, kAirplaneOn)));
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("off"));
-}
-
-TEST_F(WatcherTest, AirplaneModeOnLeavesWlanWhenItsFeatureIsDisabled) {
-    world.EnableWwanSwitching();
-    world.MakeModemKnown();
-    Run({airplaneOn});
-    EXPECT_THAT(Lines(), ElementsAre(Information(kWatcher, kChange)));
-    EXPECT_THAT(world.WlanSwitches(), IsEmpty());
-    EXPECT_THAT(world.WwanSwitches(), IsEmpty());
-}
-
-TEST_F(WatcherTest, FailedSwitchIsNotLookedAt) {
-    world.EnableWlanSwitching();
-    world.wlan.adapters[0].phys[0] = RadioTests::Refusing(RadioTests::On());
-    Run({airplaneOn});
-    EXPECT_THAT(Lines(), ElementsAre(Information(kWatcher, kChange), Information(kWatcher, kAirplaneOn)));
-}
-
-// --- Airplane mode off -----------------------------------------------------------------------------
-
-TEST_F(WatcherTest, AirplaneModeOffWithNothingRememberedSwitchesWlanOn) {
-    world.EnableWlanSwitching();
-    SetBoth(false);
-    world.machine.SetAirplaneMode(true);
-    Run({airplaneOff});
-    EXPECT_THAT(Lines(),
-                ElementsAre(Information(kWatcher, kChange), Information(kWatcher, kAirplaneOff),
-                            Information(kWatcher, L"Previous WLAN Power Status in registry = True"),
-                            Information(kWatcher, L"Setting SetWlanPowerStatusInRegistry with value = 1")));
     EXPECT_TRUE(
         log.Contains(TraceIn("ServiceUtils::SwitchWlanStatus", L"OnOffValue = 1, bCheckAirplaneStatus = 1")));
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
-    EXPECT_FALSE(world.machine.store.Exists(L"WlanPowerStatus"));
 }
 
-TEST_F(WatcherTest, AirplaneModeOffWithTrueRememberedSwitchesWlanOn) {
-    world.EnableWlanSwitching();
-    SetBoth(false);
-    world.machine.RememberWlan(L"True");
-    Run({nothing});
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
-    EXPECT_EQ(world.machine.RememberedWlan(), L"True");
-}
-
-class OtherTextRemembered : public WatcherTest, public testing::WithParamInterface<const wchar_t*> {};
-
-TEST_P(OtherTextRemembered, SwitchesWlanOffActively) {
-    world.EnableWlanSwitching();
-    world.machine.RememberWlan(GetParam());
-    Run({nothing});
-    EXPECT_THAT(Lines(),
-                ElementsAre(Information(kWatcher, kChange), Information(kWatcher, kAirplaneOff),
-                            Information(kWatcher, L"Previous WLAN Power Status in registry = " +
-                                                      std::wstring(GetParam())),
-                            Information(kWatcher, L"Setting SetWlanPowerStatusInRegistry with value = 0")));
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("off"));
-    EXPECT_EQ(world.machine.RememberedWlan(), GetParam());
-}
-
-INSTANTIATE_TEST_SUITE_P(Texts, OtherTextRemembered,
-                         testing::Values(L"False", L"true", L"TRUE", L"True ", L"1"));
-
-TEST_F(WatcherTest, AirplaneModeOffWithCableSwitchesNothing) {
-    world.EnableWlanSwitching();
-    world.EnableWwanSwitching();
-    world.MakeModemKnown();
-    SetBoth(false);
-    world.machine.PlugCableIn();
+TEST_F(WatcherTest, WlanComesBackBeforeWwan) {
+    EnableSwitching();
+    MakeModemKnown();
+    SetRadios(false);
     Run({airplaneOff});
-    EXPECT_THAT(Lines(), ElementsAre(Information(kWatcher, kChange)));
-    EXPECT_THAT(world.WlanSwitches(), IsEmpty());
-    EXPECT_THAT(world.WwanSwitches(), IsEmpty());
-}
-
-TEST_F(WatcherTest, AirplaneModeOffBringsWwanBackAfterWlan) {
-    world.EnableWlanSwitching();
-    world.EnableWwanSwitching();
-    world.MakeModemKnown();
-    SetBoth(false);
-    world.machine.RememberWwan(L"True");
-    Run({airplaneOff});
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
-    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_ON));
-    const std::vector<Rig::LogLine> lines = log.Lines();
-    const auto wlan =
-        std::find(lines.begin(), lines.end(),
-                  TraceIn("ServiceUtils::SwitchWlanStatus", L"OnOffValue = 1, bCheckAirplaneStatus = 1"));
-    const auto wwan = std::find(lines.begin(), lines.end(), TraceIn("CMainService::UpdateWwanPowerStatus"));
-    EXPECT_LT(wlan, wwan);
+    const std::vector<LogLine> lines = log.Lines();
+    const auto wwan = std::ranges::find(lines, TraceIn("CMainService::UpdateWwanPowerStatus"));
+    EXPECT_LT(std::ranges::find(lines, kSetsOn), wwan);
     EXPECT_NE(wwan, lines.end());
 }
 
-TEST_F(WatcherTest, AirplaneModeOffBringsOnlyWwanBackWhenOnlyThatIsEnabled) {
-    world.EnableWwanSwitching();
-    world.MakeModemKnown();
-    world.machine.RememberWwan(L"False");
-    Run({airplaneOff});
-    EXPECT_THAT(Lines(), ElementsAre(Information(kWatcher, kChange), Information(kWatcher, kAirplaneOff)));
-    EXPECT_THAT(world.WlanSwitches(), IsEmpty());
-    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_OFF));
-}
-
-TEST_F(WatcherTest, AirplaneModeOffWithBothFeaturesDisabledOnlyWritesTheLine) {
-    Run({airplaneOff});
-    EXPECT_THAT(Lines(), ElementsAre(Information(kWatcher, kChange), Information(kWatcher, kAirplaneOff)));
-    EXPECT_THAT(world.wlan.Calls(), IsEmpty());
-}
-
-TEST_F(WatcherTest, AirplaneModeThatEndsDuringTheSwitchOffIsSeenAtOnce) {
-    world.EnableWlanSwitching();
-    world.wlan.At(RadioTests::WlanCall::kSet, 1, [this] {
-        world.machine.SetAirplaneMode(false);
-        return DWORD{ERROR_SUCCESS};
-    });
+TEST_F(WatcherTest, FailedSwitchIsNotLookedAt) {
+    EnableWlanSwitching();
+    notebook.SetPhys({Refusing(RadioTests::On())});
     Run({airplaneOn});
-    EXPECT_THAT(Lines(),
-                ElementsAre(Information(kWatcher, kChange), Information(kWatcher, kAirplaneOn),
-                            Information(kWatcher, kAirplaneOff),
-                            Information(kWatcher, L"Previous WLAN Power Status in registry = True"),
-                            Information(kWatcher, L"Setting SetWlanPowerStatusInRegistry with value = 1")));
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("off", "on"));
+    EXPECT_THAT(Lines(), ElementsAre(kChange, kAirplaneOn));
 }
 
-// --- A change while another one is at work ---------------------------------------------------------
-
-// Each pass arms a new notification, so Windows announces none of these.
-
-TEST_F(WatcherTest, AirplaneModeThatBeginsDuringTheRestoreIsActedOnAtOnce) {
-    world.EnableWlanSwitching();
-    SetBoth(false);
-    world.wlan.At(RadioTests::WlanCall::kSet, 1, [this] {
-        world.machine.SetAirplaneMode(true);
-        return DWORD{ERROR_SUCCESS};
-    });
-    Run({nothing});
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on", "off"));
-    EXPECT_THAT(Lines(),
-                ElementsAre(Information(kWatcher, kChange), Information(kWatcher, kAirplaneOff),
-                            Information(kWatcher, L"Previous WLAN Power Status in registry = True"),
-                            Information(kWatcher, L"Setting SetWlanPowerStatusInRegistry with value = 1"),
-                            Information(kWatcher, kChange), Information(kWatcher, kAirplaneOn)));
-}
-
-TEST_F(WatcherTest, AirplaneModeThatBeginsBetweenTheTwoLooksIsActedOnAtOnce) {
-    world.EnableWlanSwitching();
-    world.machine.adapters.AnswerNext([this](IP_ADAPTER_INFO*, ULONG*) -> DWORD {
-        world.machine.SetAirplaneMode(true);
-        return ERROR_NO_DATA;
-    });
-    Run({nothing});
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("off"));
-    EXPECT_EQ(log.Count(Information(kWatcher, kChange)), 2);
-}
-
-TEST_F(WatcherTest, AirplaneModeThatEndsBehindTheLastLookIsActedOnAtOnce) {
-    world.EnableWlanSwitching();
-    const Rig::AtEachLogLine lines{[this, looks = 0](const auto& entry) mutable {
-        // The pass has two looks. Its last line is that of the second.
-        if (entry.FunctionName() == "ServiceUtils::CheckAirplaneMode" &&
-            entry.GetLevel() == Orva::Shared::Level::kTraceOut && ++looks == 3) {
-            world.machine.SetAirplaneMode(false);
-        }
-    }};
-    // The switch-off asks, too.
-    Run({airplaneOn});
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("off", "on"));
-    EXPECT_EQ(log.Count(Information(kWatcher, kChange)), 2);
-}
-
-TEST_F(WatcherTest, AirplaneModeThatComesAndGoesBehindTheRestoreEndsInTheLastState) {
-    world.EnableWlanSwitching();
-    world.wlan.At(RadioTests::WlanCall::kSet, 1, [this] {
-        world.machine.SetAirplaneMode(false);
-        return DWORD{ERROR_SUCCESS};
-    });
-    world.wlan.At(RadioTests::WlanCall::kSet, 2, [this] {
-        world.machine.SetAirplaneMode(true);
-        return DWORD{ERROR_SUCCESS};
-    });
-    Run({airplaneOn});
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("off", "on", "off"));
-}
-
-TEST_F(WatcherTest, AirplaneModeThatBeginsBeforeTheFirstArmingIsActedOnAtOnce) {
-    world.EnableWlanSwitching();
-    const Rig::ScopedImport<&::RegNotifyChangeKeyValue> notify{
-        [&](HKEY key, BOOL subtree, DWORD filter, HANDLE event, BOOL isAsynchronous) {
-            world.machine.SetAirplaneMode(true);
-            return notify.Original(key, subtree, filter, event, isAsynchronous);
-        }};
-    Run({});
-    EXPECT_THAT(Lines(), ElementsAre(Information(kWatcher, kChange), Information(kWatcher, kAirplaneOn)));
-    EXPECT_EQ(notify.Calls(), 2);
-}
-
-TEST_F(WatcherTest, PassThatAsksForNothingIsFollowedByAWait) {
-    world.EnableWwanSwitching();
-    world.machine.PlugCableIn();
-    Run({airplaneOn, nothing, airplaneOff});
-    EXPECT_EQ(log.Count(Information(kWatcher, kChange)), 3);
-}
-
-TEST_F(WatcherTest, ComparingLeavesNoLine) {
-    Rig::DeleteRegistryValue(HKEY_LOCAL_MACHINE, ServiceUtils::kAirplaneModeKey, L"");
-    Run({});
-    EXPECT_THAT(log.Of("ServiceUtils::CheckAirplaneMode"), IsEmpty());
-    EXPECT_THAT(Lines(), IsEmpty());
+TEST_F(WatcherTest, UnreadableAdaptersOfOneChangeLeaveTheNextOneAlone) {
+    EnableWlanSwitching();
+    SetRadios(false);
+    notebook.Fail(Call::GetAdaptersInfo, 1, ERROR_NOT_SUPPORTED);
+    Run({nothing, nothing});
+    EXPECT_THAT(Lines(), ElementsAre(kChange, kCheckFailed, kChange, kAirplaneOff, kRemembersTrue, kSetsOn));
 }
 
 TEST_F(WatcherTest, EveryChangeIsDecidedAfresh) {
-    world.EnableWlanSwitching();
+    EnableWlanSwitching();
     Run({airplaneOn, airplaneOff, airplaneOn});
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("off", "on", "off"));
-    EXPECT_EQ(log.Count(Information(kWatcher, kChange)), 3);
-}
-
-TEST_F(WatcherTest, UnreadableAdaptersAreLoggedAndTheNextChangeCounts) {
-    world.EnableWlanSwitching();
-    SetBoth(false);
-    Run({[this] { world.machine.HideAdapters(); }, [this] { world.PullCable(); }});
-    EXPECT_THAT(Lines(),
-                ElementsAre(Information(kWatcher, kChange), Error(kWatcher, kCheckFailed),
-                            Information(kWatcher, kChange), Information(kWatcher, kAirplaneOff),
-                            Information(kWatcher, L"Previous WLAN Power Status in registry = True"),
-                            Information(kWatcher, L"Setting SetWlanPowerStatusInRegistry with value = 1")));
+    EXPECT_THAT(WlanSwitches(), ElementsAre("off", "on", "off"));
+    EXPECT_EQ(log.Count(kChange), 3);
 }
 
 /// Values that the system does not write today.
@@ -354,17 +240,17 @@ void PrintTo(const OddValue& value, std::ostream* out) {
 class OddAirplaneValue : public WatcherTest, public testing::WithParamInterface<OddValue> {};
 
 TEST_P(OddAirplaneValue, IsOnlyOnWhenItReadsAsOne) {
-    world.EnableWlanSwitching();
+    EnableWlanSwitching();
     Run({[this] {
         Rig::RegistryValue value{GetParam().type, {}};
         for (const unsigned char byte : GetParam().bytes) {
             value.bytes.push_back(std::byte{byte});
         }
-        world.machine.airplane.Write({}, {}, value);
+        machine.airplane.Write({}, {}, value);
     }});
-    EXPECT_EQ(log.Contains(Information(kWatcher, kAirplaneOn)), GetParam().meansOn);
-    EXPECT_EQ(log.Contains(Information(kWatcher, kAirplaneOff)), !GetParam().meansOn);
-    EXPECT_EQ(world.wlan.IsOff(), GetParam().meansOn);
+    EXPECT_EQ(log.Contains(kAirplaneOn), GetParam().meansOn);
+    EXPECT_EQ(log.Contains(kAirplaneOff), !GetParam().meansOn);
+    EXPECT_EQ(notebook.WlanIsOff(), GetParam().meansOn);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -379,64 +265,118 @@ INSTANTIATE_TEST_SUITE_P(
                     OddValue{"ManyBytes", REG_BINARY, std::vector<unsigned char>(4096, 1), false}),
     [](const testing::TestParamInfo<OddValue>& parameter) { return parameter.param.name; });
 
-TEST_F(WatcherTest, MissingAirplaneValueMeansOff) {
-    world.EnableWlanSwitching();
-    Run({[this] { Rig::DeleteRegistryValue(HKEY_LOCAL_MACHINE, ServiceUtils::kAirplaneModeKey, L""); }});
-    EXPECT_TRUE(log.Contains(Information(kWatcher, kAirplaneOff)));
+TEST_F(WatcherTest, MissingAirplaneValueMeansOffAndComparingLeavesNoLine) {
+    EnableWlanSwitching();
+    Rig::DeleteRegistryValue(HKEY_LOCAL_MACHINE, ServiceUtils::kAirplaneModeKey, L"");
+    Run({});
+    EXPECT_THAT(Lines(), IsEmpty());
+    EXPECT_THAT(log.Of("ServiceUtils::CheckAirplaneMode"), IsEmpty());
+    log.Clear();
+    CreateAirplaneWatcherEvent(LogScope("Test"), state);
+    Run({nothing});
+    EXPECT_TRUE(log.Contains(kAirplaneOff));
+}
+
+// --- A change while another one is at work ---------------------------------------------------------
+
+// Each pass arms a new notification, so Windows announces none of these.
+
+TEST_F(WatcherTest, AirplaneModeThatEndsDuringTheSwitchOffIsSeenAtOnce) {
+    EnableWlanSwitching();
+    ChangeAtSwitch(1, false);
+    Run({airplaneOn});
+    EXPECT_THAT(Lines(), ElementsAre(kChange, kAirplaneOn, kAirplaneOff, kRemembersTrue, kSetsOn));
+    EXPECT_THAT(WlanSwitches(), ElementsAre("off", "on"));
+}
+
+TEST_F(WatcherTest, AirplaneModeThatBeginsDuringTheRestoreIsActedOnAtOnce) {
+    EnableWlanSwitching();
+    SetRadios(false);
+    ChangeAtSwitch(1, true);
+    Run({nothing});
+    EXPECT_THAT(WlanSwitches(), ElementsAre("on", "off"));
+    EXPECT_THAT(Lines(), ElementsAre(kChange, kAirplaneOff, kRemembersTrue, kSetsOn, kChange, kAirplaneOn));
+}
+
+TEST_F(WatcherTest, AirplaneModeThatBeginsBetweenTheTwoLooksIsActedOnAtOnce) {
+    EnableWlanSwitching();
+    notebook.At(Call::GetAdaptersInfo, 1, [this] {
+        machine.SetAirplaneMode(true);
+        return std::nullopt;
+    });
+    Run({nothing});
+    EXPECT_THAT(WlanSwitches(), ElementsAre("off"));
+    EXPECT_EQ(log.Count(kChange), 2);
+}
+
+TEST_F(WatcherTest, AirplaneModeThatEndsBehindTheLastLookIsActedOnAtOnce) {
+    EnableWlanSwitching();
+    const Rig::AtEachLogLine lines{[this, looks = 0](const auto& entry) mutable {
+        // The pass has two looks. Its last line is that of the second.
+        if (entry.FunctionName() == "ServiceUtils::CheckAirplaneMode" &&
+            entry.GetLevel() == Orva::Shared::Level::kTraceOut && ++looks == 3) {
+            machine.SetAirplaneMode(false);
+        }
+    }};
+    // The switch-off asks, too.
+    Run({airplaneOn});
+    EXPECT_THAT(WlanSwitches(), ElementsAre("off", "on"));
+    EXPECT_EQ(log.Count(kChange), 2);
+}
+
+TEST_F(WatcherTest, AirplaneModeThatComesAndGoesBehindTheRestoreEndsInTheLastState) {
+    EnableWlanSwitching();
+    ChangeAtSwitch(1, false);
+    ChangeAtSwitch(2, true);
+    Run({airplaneOn});
+    EXPECT_THAT(WlanSwitches(), ElementsAre("off", "on", "off"));
+}
+
+TEST_F(WatcherTest, AirplaneModeThatBeginsBeforeTheFirstArmingIsActedOnAtOnce) {
+    EnableWlanSwitching();
+    const NotifyImport notify{[&](HKEY key, BOOL subtree, DWORD filter, HANDLE event, BOOL isAsynchronous) {
+        machine.SetAirplaneMode(true);
+        return notify.Original(key, subtree, filter, event, isAsynchronous);
+    }};
+    Run({});
+    EXPECT_THAT(Lines(), ElementsAre(kChange, kAirplaneOn));
+    EXPECT_EQ(notify.Calls(), 2);
+}
+
+TEST_F(WatcherTest, PassThatAsksForNothingIsFollowedByAWait) {
+    EnableWwanSwitching();
+    notebook.PlugCable();
+    Run({airplaneOn, nothing, airplaneOff});
+    EXPECT_EQ(log.Count(kChange), 3);
 }
 
 // --- How it watches --------------------------------------------------------------------------------
 
 TEST_F(WatcherTest, WatchesTheWholeSubtreeForNamesAndValues) {
-    struct Arguments {
-        BOOL subtree;
-        DWORD filter;
-        HANDLE event;
-        BOOL isAsynchronous;
-    };
-    std::vector<Arguments> armed;
-    Rig::ScopedImport<&::RegNotifyChangeKeyValue> notify{
-        [&](HKEY key, BOOL subtree, DWORD filter, HANDLE event, BOOL isAsynchronous) {
-            armed.push_back({subtree, filter, event, isAsynchronous});
-            return notify.Original(key, subtree, filter, event, isAsynchronous);
-        }};
-    const HANDLE event = service.m_airplaneWatcherEvent.Get();
+    const HANDLE event = state.airplaneWatcherEvent.Get();
+    NotifyImport notify{[&](HKEY key, BOOL subtree, DWORD filter, HANDLE armed, BOOL isAsynchronous) {
+        EXPECT_EQ(subtree, TRUE);
+        EXPECT_EQ(filter, 0x5U);
+        EXPECT_EQ(armed, event);
+        EXPECT_EQ(isAsynchronous, TRUE);
+        return notify.Original(key, subtree, filter, armed, isAsynchronous);
+    }};
     Run({nothing, nothing});
-    ASSERT_THAT(armed, SizeIs(3));
-    for (const Arguments& call : armed) {
-        EXPECT_EQ(call.subtree, TRUE);
-        EXPECT_EQ(call.filter, 0x5U);
-        EXPECT_EQ(call.event, event);
-        EXPECT_EQ(call.isAsynchronous, TRUE);
-    }
+    EXPECT_EQ(notify.Calls(), 3);
 }
 
 TEST_F(WatcherTest, EachPassOpensTheKeyAnewAndNoneStaysOpen) {
-    std::atomic<int> opened = 0;
-    Rig::ScopedImport<&::RegOpenKeyExW> open{
-        [](HKEY root, LPCWSTR path, DWORD, REGSAM access, PHKEY) {
-            return IsWatchedOpen(root, path, access);
-        },
-        [&](HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) {
-            ++opened;
-            EXPECT_EQ(options, 0U);
-            return open.Original(root, path, options, access, key);
-        }};
+    const WatchedKeyOpens opens{[](const auto& open) { return open(); }};
     Rig::Ledger ledger;
     Run({nothing, nothing, nothing});
-    EXPECT_EQ(opened, 4);
+    EXPECT_EQ(opens.Calls(), 4);
     EXPECT_EQ(ledger.Outstanding(Rig::Kind::kRegistryKey), 0);
     // The adapter list of the last look stays allocated.
     ledger.Dismiss();
 }
 
-TEST_F(WatcherTest, ClosesTheStopEventAtItsEnd) {
-    Run({});
-    EXPECT_FALSE(service.m_airplaneWatcherEvent);
-}
-
-TEST_F(WatcherTest, KeepsAStopEventThatCannotBeClosed) {
-    const HANDLE event = service.m_airplaneWatcherEvent.Get();
+TEST_F(WatcherTest, ClosesTheStopEventAtItsEndOrKeepsOneThatCannotBeClosed) {
+    const HANDLE event = state.airplaneWatcherEvent.Get();
     {
         const Rig::ScopedImport<&::CloseHandle> close{[=](HANDLE handle) { return handle == event; },
                                                       [](HANDLE) {
@@ -446,125 +386,89 @@ TEST_F(WatcherTest, KeepsAStopEventThatCannotBeClosed) {
         Run({});
         EXPECT_EQ(close.Calls(), 1);
     }
-    EXPECT_EQ(service.m_airplaneWatcherEvent.Get(), event);
+    EXPECT_EQ(state.airplaneWatcherEvent.Get(), event);
     EXPECT_THAT(log.At(Orva::Shared::Level::kError), IsEmpty());
+    Run({});
+    EXPECT_FALSE(state.airplaneWatcherEvent);
 }
 
 TEST_F(WatcherTest, StoppedServiceIsNotWatchedAtAll) {
-    service.m_running = false;
-    const Rig::ScopedImport<&::RegNotifyChangeKeyValue> notify{
-        [](HKEY, BOOL, DWORD, HANDLE, BOOL) { return LONG{ERROR_SUCCESS}; }};
-    service.AirplaneModeWatcher();
+    state.running = false;
+    const WatchedKeyOpens opens{[](const auto& open) { return open(); }};
+    AirplaneModeWatcher(state);
     EXPECT_THAT(log.Of(kWatcher), ElementsAre(TraceIn(kWatcher, kEntry), TraceOut(kWatcher, kExit)));
-    EXPECT_EQ(notify.Calls(), 0);
-    EXPECT_FALSE(service.m_airplaneWatcherEvent);
+    EXPECT_EQ(opens.Calls(), 0);
+    EXPECT_FALSE(state.airplaneWatcherEvent);
 }
 
 TEST_F(WatcherTest, StopDuringAChangeEndsTheLoopWithoutItsLine) {
-    world.EnableWlanSwitching();
-    SetBoth(false);
-    world.wlan.At(RadioTests::WlanCall::kSet, 1, [this] {
-        service.m_running = false;
-        return DWORD{ERROR_SUCCESS};
+    EnableWlanSwitching();
+    SetRadios(false);
+    notebook.At(Call::WlanSetInterface, 1, [this] {
+        state.running = false;
+        return std::nullopt;
     });
-    const Rig::ScopedImport<&::WaitForSingleObject> wait{
-        [this](HANDLE handle, DWORD) { return handle == service.m_airplaneWatcherEvent.Get(); },
-        [](HANDLE, DWORD) -> DWORD { return WAIT_OBJECT_0; }};
-    service.m_running = true;
-    service.AirplaneModeWatcher();
+    EXPECT_EQ(RunWithWaits([] { return DWORD{WAIT_OBJECT_0}; }), 1);
     EXPECT_THAT(log.Of(kWatcher), SizeIs(6));
     EXPECT_FALSE(log.Contains(Information(kWatcher, kStopped)));
-    EXPECT_EQ(wait.Calls(), 1);
 }
 
 TEST_F(WatcherTest, StopSignalThatTheArmingResetsIsNotWaitedForAgain) {
     // The stop has come between the look at the flag and the arming, which resets the event.
     DWORD eventAfterArming = WAIT_FAILED;
-    const Rig::ScopedImport<&::RegNotifyChangeKeyValue> notify{
-        [&](HKEY key, BOOL subtree, DWORD filter, HANDLE event, BOOL isAsynchronous) {
-            service.m_running = false;
-            SetEvent(event);
-            const LONG result = notify.Original(key, subtree, filter, event, isAsynchronous);
-            eventAfterArming = WaitForSingleObject(event, 0);
-            return result;
-        }};
-    const Rig::ScopedImport<&::WaitForSingleObject> wait{
-        [](HANDLE, DWORD milliseconds) { return milliseconds == INFINITE; },
-        [](HANDLE, DWORD) -> DWORD { return WAIT_OBJECT_0; }};
-    service.m_running = true;
-    service.AirplaneModeWatcher();
+    const NotifyImport notify{[&](HKEY key, BOOL subtree, DWORD filter, HANDLE event, BOOL isAsynchronous) {
+        state.running = false;
+        SetEvent(event);
+        const LONG result = notify.Original(key, subtree, filter, event, isAsynchronous);
+        eventAfterArming = WaitForSingleObject(event, 0);
+        return result;
+    }};
+    EXPECT_EQ(RunWithWaits([] { return DWORD{WAIT_OBJECT_0}; }), 0);
     EXPECT_EQ(eventAfterArming, DWORD{WAIT_TIMEOUT});
-    EXPECT_EQ(wait.Calls(), 0);
     EXPECT_THAT(Lines(), IsEmpty());
 }
 
 // --- What goes wrong while watching ----------------------------------------------------------------
 
 TEST_F(WatcherTest, MissingKeyIsTriedAtOnceAgainUntilItAppears) {
-    world.machine.airplane.Delete();
+    machine.airplane.Delete();
     constexpr int kManyPasses = 1000;
     int tries = 0;
-    Rig::ScopedImport<&::RegOpenKeyExW> open{
-        [](HKEY root, LPCWSTR path, DWORD, REGSAM access, PHKEY) {
-            return IsWatchedOpen(root, path, access);
-        },
-        [&](HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) {
-            if (++tries == kManyPasses) {
-                world.machine.airplane.Create();
-            }
-            return open.Original(root, path, options, access, key);
-        }};
+    const WatchedKeyOpens opens{[&](const auto& open) {
+        if (++tries == kManyPasses) {
+            machine.airplane.Create();
+        }
+        return open();
+    }};
     Run({});
     EXPECT_EQ(tries, kManyPasses);
     EXPECT_THAT(Lines(), IsEmpty());
-    EXPECT_THAT(world.machine.clock.SleepsAndWaits(), IsEmpty());
+    EXPECT_THAT(machine.clock.SleepsAndWaits(), IsEmpty());
 }
 
 TEST_F(WatcherTest, MissingKeyEndsWithTheService) {
-    world.machine.airplane.Delete();
     int tries = 0;
-    const Rig::ScopedImport<&::RegOpenKeyExW> open{[](HKEY root, LPCWSTR path, DWORD, REGSAM access, PHKEY) {
-                                                       return IsWatchedOpen(root, path, access);
-                                                   },
-                                                   [&](HKEY, LPCWSTR, DWORD, REGSAM, PHKEY) {
-                                                       service.m_running = ++tries < 10;
-                                                       return LSTATUS{ERROR_FILE_NOT_FOUND};
-                                                   }};
-    service.m_running = true;
-    service.AirplaneModeWatcher();
+    const WatchedKeyOpens opens{[&](const auto&) {
+        state.running = ++tries < 10;
+        return LSTATUS{ERROR_FILE_NOT_FOUND};
+    }};
+    state.running = true;
+    AirplaneModeWatcher(state);
     EXPECT_EQ(tries, 10);
     EXPECT_THAT(log.Of(kWatcher), ElementsAre(TraceIn(kWatcher, kEntry), TraceOut(kWatcher, kExit)));
-    EXPECT_FALSE(service.m_airplaneWatcherEvent);
+    EXPECT_FALSE(state.airplaneWatcherEvent);
 }
 
-TEST_F(WatcherTest, MissingStopEventIsCreatedAsTheConstructorWould) {
-    service.m_airplaneWatcherEvent.Reset();
-    struct Arguments {
-        BOOL isManualReset;
-        BOOL isSignalled;
-        std::wstring name;
-    };
-    std::vector<Arguments> created;
-    Rig::ScopedImport<&::CreateEventW> create{
-        [](LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR name) { return name != nullptr; },
-        [&](LPSECURITY_ATTRIBUTES attributes, BOOL isManualReset, BOOL isSignalled, LPCWSTR name) {
-            EXPECT_EQ(attributes, nullptr);
-            created.push_back({isManualReset, isSignalled, name});
-            return create.Original(attributes, isManualReset, isSignalled, name);
-        }};
-    Run({nothing});
-    ASSERT_THAT(created, SizeIs(1));
-    EXPECT_EQ(created[0].isManualReset, TRUE);
-    EXPECT_EQ(created[0].isSignalled, FALSE);
-    EXPECT_EQ(created[0].name, L"AIRPLANE_WATCHER_EVENT");
-}
-
-TEST_F(WatcherTest, EventThatCannotBeCreatedIsLoggedEachTimeAndTriedAgain) {
-    service.m_airplaneWatcherEvent.Reset();
+TEST_F(WatcherTest, MissingEventIsLoggedEachTimeAndTriedAgain) {
+    state.airplaneWatcherEvent.Reset();
     int tries = 0;
     Rig::ScopedImport<&::CreateEventW> create{
         [](LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR name) { return name != nullptr; },
         [&](LPSECURITY_ATTRIBUTES attributes, BOOL isManualReset, BOOL isSignalled, LPCWSTR name) -> HANDLE {
+            EXPECT_EQ(attributes, nullptr);
+            EXPECT_EQ(isManualReset, TRUE);
+            EXPECT_EQ(isSignalled, FALSE);
+            EXPECT_STREQ(name, kEventName);
             if (++tries <= 3) {
                 SetLastError(ERROR_ACCESS_DENIED);
                 return nullptr;
@@ -573,35 +477,28 @@ TEST_F(WatcherTest, EventThatCannotBeCreatedIsLoggedEachTimeAndTriedAgain) {
         }};
     Run({});
     EXPECT_EQ(tries, 4);
-    EXPECT_THAT(Lines(), ElementsAre(Error(kWatcher, kCreateFailed), Error(kWatcher, kCreateFailed),
-                                     Error(kWatcher, kCreateFailed)));
+    EXPECT_THAT(Lines(), ElementsAre(kCreateFailed, kCreateFailed, kCreateFailed));
 }
 
 TEST_F(WatcherTest, NotificationThatCannotBeArmedIsTriedAgain) {
     int tries = 0;
-    Rig::ScopedImport<&::RegNotifyChangeKeyValue> notify{
-        [&](HKEY key, BOOL subtree, DWORD filter, HANDLE event, BOOL isAsynchronous) {
-            return ++tries <= 3 ? LONG{ERROR_NOT_ENOUGH_MEMORY}
-                                : notify.Original(key, subtree, filter, event, isAsynchronous);
-        }};
+    const NotifyImport notify{[&](HKEY key, BOOL subtree, DWORD filter, HANDLE event, BOOL isAsynchronous) {
+        return ++tries <= 3 ? LONG{ERROR_NOT_ENOUGH_MEMORY}
+                            : notify.Original(key, subtree, filter, event, isAsynchronous);
+    }};
     Run({});
     EXPECT_EQ(tries, 4);
     EXPECT_THAT(Lines(), IsEmpty());
 }
 
 TEST_F(WatcherTest, WaitThatFailsIsTriedAgain) {
-    int waits = 0;
-    const Rig::ScopedImport<&::WaitForSingleObject> wait{
-        [this](HANDLE handle, DWORD) { return handle == service.m_airplaneWatcherEvent.Get(); },
-        [&](HANDLE, DWORD) -> DWORD {
-            if (++waits <= 3) {
-                return WAIT_FAILED;
-            }
-            service.m_running = false;
-            return WAIT_OBJECT_0;
-        }};
-    service.m_running = true;
-    service.AirplaneModeWatcher();
+    const int waits = RunWithWaits([this, failures = 3]() mutable -> DWORD {
+        if (--failures >= 0) {
+            return WAIT_FAILED;
+        }
+        state.running = false;
+        return WAIT_OBJECT_0;
+    });
     EXPECT_EQ(waits, 4);
     EXPECT_THAT(Lines(), IsEmpty());
 }
@@ -610,9 +507,9 @@ TEST_F(WatcherTest, WaitThatFailsIsTriedAgain) {
 class NoMemoryForTheRestore : public WatcherTest {
   protected:
     NoMemoryForTheRestore() {
-        world.EnableWlanSwitching();
-        SetBoth(false);
-        world.machine.RememberWlan(L"True");
+        EnableWlanSwitching();
+        SetRadios(false);
+        machine.RememberWlan(L"True");
     }
 
     Rig::ScopedImport<&::RegQueryValueExW> query{
@@ -631,22 +528,19 @@ class NoMemoryForTheRestore : public WatcherTest {
 };
 
 TEST_F(NoMemoryForTheRestore, IsLoggedAndTheChangeIsFollowedAtOnceAgain) {
-    world.machine.SetAirplaneMode(true);
+    machine.SetAirplaneMode(true);
     Run({airplaneOff});
     EXPECT_THAT(Lines(),
-                ElementsAre(Information(kWatcher, kChange), Information(kWatcher, kAirplaneOff),
-                            Error(kWatcher, L"Exception in AirplaneModeWatcher()"),
-                            Information(kWatcher, kChange), Information(kWatcher, kAirplaneOff),
-                            Information(kWatcher, L"Previous WLAN Power Status in registry = True"),
-                            Information(kWatcher, L"Setting SetWlanPowerStatusInRegistry with value = 1")));
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
+                ElementsAre(kChange, kAirplaneOff, Error(kWatcher, L"Exception in AirplaneModeWatcher()"),  //
+                            kChange, kAirplaneOff, kRemembersTrue, kSetsOn));
+    EXPECT_THAT(WlanSwitches(), ElementsAre("on"));
 }
 
 TEST_F(NoMemoryForTheRestore, WithoutAChangeOfAirplaneModeIsLoggedAndTheNextWakeCounts) {
     Run({nothing, nothing});
     EXPECT_EQ(log.Count(Error(kWatcher, L"Exception in AirplaneModeWatcher()")), 1);
-    EXPECT_EQ(log.Count(Information(kWatcher, kChange)), 2);
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
+    EXPECT_EQ(log.Count(kChange), 2);
+    EXPECT_THAT(WlanSwitches(), ElementsAre("on"));
 }
 
 // --- With the system's own notifications -----------------------------------------------------------
@@ -655,8 +549,8 @@ TEST_F(NoMemoryForTheRestore, WithoutAChangeOfAirplaneModeIsLoggedAndTheNextWake
 class LiveWatcherTest : public CoreTest {
   protected:
     LiveWatcherTest() {
-        service.m_running = true;
-        m_thread = std::thread([this] { service.AirplaneModeWatcher(); });
+        service.m_state.running = true;
+        m_thread = std::thread([this] { AirplaneModeWatcher(service.m_state); });
         WaitUntilArmed(1);
     }
     ~LiveWatcherTest() override { StopWatcher(); }
@@ -682,60 +576,49 @@ class LiveWatcherTest : public CoreTest {
     std::atomic<int> whichArming = 0;
 
   private:
-    Rig::ScopedImport<&::RegNotifyChangeKeyValue> m_notify{
-        [this](HKEY key, BOOL subtree, DWORD filter, HANDLE event, BOOL isAsynchronous) {
-            if (m_armed + 1 == whichArming) {
-                beforeArming();
-            }
-            const LONG result = m_notify.Original(key, subtree, filter, event, isAsynchronous);
-            ++m_armed;
-            return result;
-        }};
+    NotifyImport m_notify{[this](HKEY key, BOOL subtree, DWORD filter, HANDLE event, BOOL isAsynchronous) {
+        if (m_armed + 1 == whichArming) {
+            beforeArming();
+        }
+        const LONG result = m_notify.Original(key, subtree, filter, event, isAsynchronous);
+        ++m_armed;
+        return result;
+    }};
     std::thread m_thread;
 };
 
-TEST_F(LiveWatcherTest, StopSignalEndsTheWaitingWatcherWithOneLine) {
+TEST_F(LiveWatcherTest, StopEndsTheWaitingWatcherWithOneLine) {
     StopWatcher();
     EXPECT_THAT(log.Of(kWatcher), ElementsAre(TraceIn(kWatcher, kEntry), Information(kWatcher, kStopped),
                                               TraceOut(kWatcher, kExit)));
 }
 
-TEST_F(LiveWatcherTest, StopOfTheServiceEndsTheWatcher) {
-    Stop(service);
-    EXPECT_TRUE(log.WaitFor(Information(kWatcher, kStopped)));
-}
-
-TEST_F(LiveWatcherTest, ChangedAirplaneValueWakesIt) {
-    world.machine.SetAirplaneMode(true);
-    EXPECT_TRUE(log.WaitFor(Information(kWatcher, kChange)));
-}
-
-TEST_F(LiveWatcherTest, EveryChangeWakesItAgain) {
-    world.machine.SetAirplaneMode(true);
+TEST_F(LiveWatcherTest, EveryChangeOfTheValueWakesItAgain) {
+    machine.SetAirplaneMode(true);
     WaitUntilArmed(2);
-    world.machine.SetAirplaneMode(false);
+    machine.SetAirplaneMode(false);
     WaitUntilArmed(3);
-    EXPECT_EQ(log.Count(Information(kWatcher, kChange)), 2);
+    EXPECT_EQ(log.Count(kChange), 2);
 }
 
 TEST_F(LiveWatcherTest, ChangedSubkeyWakesItToo) {
-    world.machine.airplane.Create(L"Some Radio");
+    machine.airplane.Create(L"Some Radio");
     WaitUntilArmed(2);
-    world.machine.airplane.Write(L"Some Radio", L"State", Rig::RegistryNumber(1));
+    machine.airplane.Write(L"Some Radio", L"State", Rig::RegistryNumber(1));
     WaitUntilArmed(3);
-    EXPECT_GE(log.Count(Information(kWatcher, kChange)), 2);
+    EXPECT_GE(log.Count(kChange), 2);
 }
 
 TEST_F(LiveWatcherTest, ChangeBeforeTheArmingIsFollowedOnceAlthoughItsKeyIsClosedWhileArmed) {
     // Windows signals the event of an armed notification when its key is closed.
-    beforeArming = [this] { world.machine.SetAirplaneMode(false); };
+    beforeArming = [this] { machine.SetAirplaneMode(false); };
     whichArming = 2;
-    world.machine.SetAirplaneMode(true);
+    machine.SetAirplaneMode(true);
     WaitUntilArmed(3);
     constexpr DWORD kAWhile = 100;
     Rig::Real<&::Sleep>(kAWhile);
     EXPECT_EQ(m_armed, 3);
-    EXPECT_EQ(log.Count(Information(kWatcher, kChange)), 2);
+    EXPECT_EQ(log.Count(kChange), 2);
 }
 
 TEST_F(LiveWatcherTest, WaitingWatcherDoesNotSpin) {

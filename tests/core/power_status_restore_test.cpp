@@ -1,10 +1,10 @@
-#include <windows.h>
+#include "core/power_status_restore.h"
 
-#include <gmock/gmock.h>
+#include <optional>
+#include <ostream>
+#include <tuple>
 
-#include <string>
-
-#include "tests/core/core_world.h"
+#include "tests/core/core_test.h"
 
 namespace CoreTests {
 namespace {
@@ -14,150 +14,136 @@ using Rig::Lines::TraceIn;
 using Rig::Lines::TraceOut;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::SizeIs;
 
-constexpr char kUpdateWlan[] = "CMainService::UpdateWlanPowerStatus";
-constexpr char kUpdateWwan[] = "CMainService::UpdateWwanPowerStatus";
+/// One of the two restores, with the other's radio beside it.
+struct Restore {
+    const char* name;
+    const char* function;
+    void (*run)();
+    const wchar_t* subkey;
+    const wchar_t* radio;
+    const char* switchFunction;
+};
 
-class PowerStatusRestoreTest : public CoreTest {
+constexpr Restore kWlan{
+    "Wlan",  "CMainService::UpdateWlanPowerStatus", &UpdateWlanPowerStatus, L"WlanPowerStatus",
+    L"WLAN", "ServiceUtils::SwitchWlanStatus"};
+constexpr Restore kWwan{
+    "Wwan",  "CMainService::UpdateWwanPowerStatus", &UpdateWwanPowerStatus, L"WwanPowerStatus",
+    L"WWAN", "ServiceUtils::SwitchWwanStatus"};
+
+void PrintTo(const Restore& restore, std::ostream* out) {
+    *out << restore.name;
+}
+
+class AnyRestore : public CoreTest {
   protected:
-    PowerStatusRestoreTest() { world.MakeModemKnown(); }
+    AnyRestore() { MakeModemKnown(); }
     /// A radio is switched once; what comes of it is not looked at.
-    ~PowerStatusRestoreTest() override {
+    ~AnyRestore() override {
         EXPECT_THAT(log.Of("ServiceUtils::SwitchWlanStatusWithRetry"), IsEmpty());
         EXPECT_THAT(log.Of("ServiceUtils::SwitchWwanStatusWithRetry"), IsEmpty());
     }
 
-    void SwitchBothOff() {
-        world.wlan.adapters[0].phys[0] = RadioTests::Off();
-        world.wwanRadio.state = MBN_RADIO_OFF;
+    void Remember(const Restore& restore, const Rig::RegistryValue& value) const {
+        machine.store.Write(restore.subkey, PowerStatus::kValueName, value);
     }
-
-    OpenService service;
+    [[nodiscard]] std::optional<Rig::RegistryValue> Remembered(const Restore& restore) const {
+        return machine.store.Read(restore.subkey, PowerStatus::kValueName);
+    }
+    [[nodiscard]] std::vector<std::string> SwitchesOf(const Restore& restore) const {
+        return restore.run == kWlan.run ? WlanSwitches() : WwanSwitches();
+    }
+    /// One switch of the radio that is asked for, none of the other one.
+    void ExpectSwitched(const Restore& restore, const std::string& to) const {
+        EXPECT_THAT(SwitchesOf(restore), ElementsAre(to));
+        EXPECT_THAT(SwitchesOf(restore.run == kWlan.run ? kWwan : kWlan), IsEmpty());
+    }
 };
 
-TEST_F(PowerStatusRestoreTest, NothingRememberedForWlanMeansOn) {
-    SwitchBothOff();
-    service.UpdateWlanPowerStatus();
-    EXPECT_THAT(
-        log.Of(kUpdateWlan),
-        ElementsAre(TraceIn(kUpdateWlan),
-                    Information(kUpdateWlan, L"Registry read is empty : WLAN. Setting Default Value as TRUE"),
-                    Information(kUpdateWlan, L"Registry read is 1, WLAN Switch = 1"), TraceOut(kUpdateWlan)));
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
-    EXPECT_THAT(world.WwanSwitches(), IsEmpty());
-    EXPECT_FALSE(world.machine.store.Exists(L"WlanPowerStatus"));
+/// A remembered text (null: there is none) and what it means.
+struct Remembered {
+    const wchar_t* text;
+    bool meansOn;
+};
+
+class RestoreOfText : public AnyRestore,
+                      public testing::WithParamInterface<std::tuple<Restore, Remembered>> {};
+
+TEST_P(RestoreOfText, SwitchesTheRadioToItAndStoresNothing) {
+    const auto& [restore, remembered] = GetParam();
+    SetRadios(!remembered.meansOn);
+    std::optional<Rig::RegistryValue> stored;
+    if (remembered.text != nullptr) {
+        stored = Rig::RegistryText(remembered.text);
+        Remember(restore, *stored);
+    }
+    restore.run();
+
+    const std::wstring radio = restore.radio;
+    std::vector<Rig::LogLine> expected{TraceIn(restore.function)};
+    if (remembered.text == nullptr || *remembered.text == L'\0') {
+        expected.push_back(Information(
+            restore.function, L"Registry read is empty : " + radio + L". Setting Default Value as TRUE"));
+    }
+    const std::wstring state = remembered.meansOn ? L"1" : L"0";
+    expected.push_back(
+        Information(restore.function, L"Registry read is " + state + L", " + radio + L" Switch = " + state));
+    expected.push_back(TraceOut(restore.function));
+    EXPECT_EQ(log.Of(restore.function), expected);
+    ExpectSwitched(restore, remembered.meansOn ? "on" : "off");
+    EXPECT_EQ(Remembered(restore), stored);
 }
 
-TEST_F(PowerStatusRestoreTest, NothingRememberedForWwanMeansOn) {
-    SwitchBothOff();
-    service.UpdateWwanPowerStatus();
-    EXPECT_THAT(
-        log.Of(kUpdateWwan),
-        ElementsAre(TraceIn(kUpdateWwan),
-                    Information(kUpdateWwan, L"Registry read is empty : WWAN. Setting Default Value as TRUE"),
-                    Information(kUpdateWwan, L"Registry read is 1, WWAN Switch = 1"), TraceOut(kUpdateWwan)));
-    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_ON));
-    EXPECT_THAT(world.WlanSwitches(), IsEmpty());
-    EXPECT_FALSE(world.machine.store.Exists(L"WwanPowerStatus"));
+INSTANTIATE_TEST_SUITE_P(
+    Texts, RestoreOfText,
+    testing::Combine(testing::Values(kWlan, kWwan),
+                     testing::Values(Remembered{nullptr, true}, Remembered{L"", true},
+                                     Remembered{L"True", true}, Remembered{L"False", false},
+                                     Remembered{L"true", false}, Remembered{L"TRUE", false},
+                                     Remembered{L" True", false}, Remembered{L"True ", false},
+                                     Remembered{L"1", false}, Remembered{L"Tru", false},
+                                     Remembered{L"?", false})));
+
+class RestoreOf : public AnyRestore, public testing::WithParamInterface<Restore> {};
+
+TEST_P(RestoreOf, ValueOfAnotherTypeReadsAsNothing) {
+    SetRadios(false);
+    Remember(GetParam(), Rig::RegistryNumber(0));
+    GetParam().run();
+    ExpectSwitched(GetParam(), "on");
 }
 
-TEST_F(PowerStatusRestoreTest, EmptyTextRememberedMeansOn) {
-    SwitchBothOff();
-    world.machine.RememberWlan(L"");
-    world.machine.RememberWwan(L"");
-    service.UpdateWlanPowerStatus();
-    service.UpdateWwanPowerStatus();
-    EXPECT_THAT(
-        world.LinesOf(kUpdateWlan),
-        ElementsAre(Information(kUpdateWlan, L"Registry read is empty : WLAN. Setting Default Value as TRUE"),
-                    Information(kUpdateWlan, L"Registry read is 1, WLAN Switch = 1")));
-    EXPECT_THAT(
-        world.LinesOf(kUpdateWwan),
-        ElementsAre(Information(kUpdateWwan, L"Registry read is empty : WWAN. Setting Default Value as TRUE"),
-                    Information(kUpdateWwan, L"Registry read is 1, WWAN Switch = 1")));
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
-    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_ON));
-    EXPECT_TRUE(world.machine.store.Exists(L"WlanPowerStatus"));
-    EXPECT_EQ(world.machine.RememberedWlan(), L"");
+TEST_P(RestoreOf, RefusedSwitchIsNotTriedAgain) {
+    Remember(GetParam(), Rig::RegistryText(L"False"));
+    notebook.SetPhys({Refusing(RadioTests::On())});
+    MakeModemStubborn();
+    GetParam().run();
+    EXPECT_THAT(LinesOf(GetParam().function), SizeIs(1));
+    EXPECT_EQ(log.Count(TraceIn(GetParam().switchFunction, L"OnOffValue = 0, bCheckAirplaneStatus = 1")), 1);
 }
 
-TEST_F(PowerStatusRestoreTest, RefusedSwitchIsNotTriedAgain) {
-    world.machine.RememberWwan(L"False");
-    world.MakeWwanStubborn();
-    service.UpdateWwanPowerStatus();
-    EXPECT_THAT(world.LinesOf(kUpdateWwan),
-                ElementsAre(Information(kUpdateWwan, L"Registry read is 0, WWAN Switch = 0")));
-    EXPECT_EQ(
-        log.Count(TraceIn("ServiceUtils::SwitchWwanStatus", L"OnOffValue = 0, bCheckAirplaneStatus = 1")), 1);
-}
-
-TEST_F(PowerStatusRestoreTest, RememberedTrueSwitchesOn) {
-    SwitchBothOff();
-    world.machine.RememberWlan(L"True");
-    world.machine.RememberWwan(L"True");
-    service.UpdateWlanPowerStatus();
-    service.UpdateWwanPowerStatus();
-    EXPECT_THAT(
-        log.Of(kUpdateWlan),
-        ElementsAre(TraceIn(kUpdateWlan), Information(kUpdateWlan, L"Registry read is 1, WLAN Switch = 1"),
-                    TraceOut(kUpdateWlan)));
-    EXPECT_THAT(
-        log.Of(kUpdateWwan),
-        ElementsAre(TraceIn(kUpdateWwan), Information(kUpdateWwan, L"Registry read is 1, WWAN Switch = 1"),
-                    TraceOut(kUpdateWwan)));
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
-    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_ON));
-}
-
-class AnyOtherText : public PowerStatusRestoreTest, public testing::WithParamInterface<const wchar_t*> {};
-
-TEST_P(AnyOtherText, SwitchesOffActively) {
-    world.machine.RememberWlan(GetParam());
-    world.machine.RememberWwan(GetParam());
-    service.UpdateWlanPowerStatus();
-    service.UpdateWwanPowerStatus();
-    EXPECT_THAT(world.LinesOf(kUpdateWlan),
-                ElementsAre(Information(kUpdateWlan, L"Registry read is 0, WLAN Switch = 0")));
-    EXPECT_THAT(world.LinesOf(kUpdateWwan),
-                ElementsAre(Information(kUpdateWwan, L"Registry read is 0, WWAN Switch = 0")));
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("off"));
-    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_OFF));
-    EXPECT_EQ(world.machine.RememberedWlan(), GetParam());
-    EXPECT_EQ(world.machine.RememberedWwan(), GetParam());
-}
-
-INSTANTIATE_TEST_SUITE_P(Texts, AnyOtherText,
-                         testing::Values(L"False", L"true", L"TRUE", L" True", L"True ", L"1", L"Tru", L"?"));
-
-TEST_F(PowerStatusRestoreTest, ValueOfAnotherTypeReadsAsNothing) {
-    SwitchBothOff();
-    world.machine.store.Write(L"WlanPowerStatus", L"PowerOnOff", Rig::RegistryNumber(0));
-    service.UpdateWlanPowerStatus();
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
-}
-
-TEST_F(PowerStatusRestoreTest, AirplaneModeForbidsSwitchingOn) {
-    SwitchBothOff();
-    world.machine.SetAirplaneMode(true);
-    service.UpdateWlanPowerStatus();
-    service.UpdateWwanPowerStatus();
-    EXPECT_THAT(world.WlanSwitches(), IsEmpty());
-    EXPECT_THAT(world.WwanSwitches(), IsEmpty());
+TEST_P(RestoreOf, AirplaneModeForbidsSwitchingOn) {
+    SetRadios(false);
+    machine.SetAirplaneMode(true);
+    GetParam().run();
+    EXPECT_THAT(SwitchesOf(GetParam()), IsEmpty());
     EXPECT_TRUE(
-        log.Contains(TraceIn("ServiceUtils::SwitchWlanStatus", L"OnOffValue = 1, bCheckAirplaneStatus = 1")));
-    EXPECT_TRUE(
-        log.Contains(TraceIn("ServiceUtils::SwitchWwanStatus", L"OnOffValue = 1, bCheckAirplaneStatus = 1")));
+        log.Contains(TraceIn(GetParam().switchFunction, L"OnOffValue = 1, bCheckAirplaneStatus = 1")));
 }
 
-TEST_F(PowerStatusRestoreTest, AirplaneModeDoesNotKeepARadioOn) {
-    world.machine.SetAirplaneMode(true);
-    world.machine.RememberWlan(L"False");
-    world.machine.RememberWwan(L"False");
-    service.UpdateWlanPowerStatus();
-    service.UpdateWwanPowerStatus();
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("off"));
-    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_OFF));
+TEST_P(RestoreOf, AirplaneModeDoesNotKeepARadioOn) {
+    machine.SetAirplaneMode(true);
+    Remember(GetParam(), Rig::RegistryText(L"False"));
+    GetParam().run();
+    ExpectSwitched(GetParam(), "off");
 }
+
+INSTANTIATE_TEST_SUITE_P(Radios, RestoreOf, testing::Values(kWlan, kWwan),
+                         [](const testing::TestParamInfo<Restore>& parameter) {
+                             return parameter.param.name;
+                         });
 
 }  // namespace
 }  // namespace CoreTests

@@ -1,369 +1,257 @@
 #include "core/resume_handler.h"
 
-#include <windows.h>
-
-#include <wbemcli.h>
-
-#include <gmock/gmock.h>
-
-#include <string>
+#include <algorithm>
+#include <ostream>
 #include <tuple>
-#include <vector>
 
 #include "bios/bios_settings.h"
 #include "radio/wwan_state.h"
-#include "tests/core/core_world.h"
-#include "tests/support/run_on_thread.h"
-#include "tests/support/simulated_notebook.h"
+#include "tests/core/core_test.h"
 
 namespace CoreTests {
 namespace {
 
+using Rig::LogLine;
 using Rig::Lines::Error;
 using Rig::Lines::Information;
 using Rig::Lines::TraceIn;
 using Rig::Lines::TraceOut;
 using testing::Contains;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 
 constexpr char kResume[] = "NLMUtils::SystemResumeHandler";
-constexpr wchar_t kReturn[] = L"Return = 1";
 constexpr DWORD kPollInterval = 1000;  // milliseconds, of a wait for a service
+constexpr int kMostPolls = 15;
 
-constexpr wchar_t kStartingWlan[] = L"Service resume handler starting WLAN service..";
-constexpr wchar_t kWaitForWlan[] = L"Wait for (WLAN AutoConfig) to start";
-constexpr wchar_t kWlanWaited[] = L"WLAN AutoConfig wait completed";
-constexpr wchar_t kWaitForWwan[] = L"Wait for (WWAN AutoConfig) to start";
-constexpr wchar_t kWwanWaited[] = L"WWAN AutoConfig wait completed.";
-constexpr wchar_t kStartingWwan[] = L"Obtained Signal Service resume handler starting WWAN service..";
+const LogLine kStartingWlan = Information(kResume, L"Service resume handler starting WLAN service..");
+const LogLine kWaitForWlan = Information(kResume, L"Wait for (WLAN AutoConfig) to start");
+const LogLine kWlanWaited = Information(kResume, L"WLAN AutoConfig wait completed");
+const LogLine kWaitForWwan = Information(kResume, L"Wait for (WWAN AutoConfig) to start");
+const LogLine kWwanWaited = Information(kResume, L"WWAN AutoConfig wait completed.");
+const LogLine kStartingWwan =
+    Information(kResume, L"Obtained Signal Service resume handler starting WWAN service..");
+const LogLine kSwitchFailed = Error(kResume, L"SwitchWwanStatusWithRetry failed");
 
-class ResumeHandlerTest : public CoreTest {
+class ResumeTest : public CoreTest {
   protected:
-    ResumeHandlerTest() { world.MakeModemKnown(); }
+    ResumeTest() { MakeModemKnown(); }
 
-    void SwitchBothOff() {
-        world.wlan.adapters[0].phys[0] = RadioTests::Off();
-        world.wwanRadio.state = MBN_RADIO_OFF;
-    }
-    void RemoveModem() {
+    static void ForgetModem() {
         WwanState::devicePresent = false;
         WwanState::interfaceManager.store(nullptr);
     }
+    /// As it was found at the start of the service.
+    void Set(bool isCableIn, bool hasModem) {
+        CoreTest::Set(isCableIn ? Cable::kIn : Cable::kOut);
+        SetRadios(isCableIn);
+        if (!hasModem) {
+            ForgetModem();
+        }
+        notebook.ForgetCalls();
+    }
 };
 
-TEST_F(ResumeHandlerTest, FailedEthernetCheckEndsTheHandler) {
-    world.EnableWlanSwitching();
-    world.EnableWwanSwitching();
-    world.machine.HideAdapters();
-    EXPECT_TRUE(NLMUtils::SystemResumeHandler());
-    EXPECT_THAT(log.Of(kResume),
-                ElementsAre(TraceIn(kResume), Error(kResume, L"CheckEthernetConnectionStatusEx failed"),
-                            TraceOut(kResume, kReturn)));
-    EXPECT_THAT(world.journal.Calls(), IsEmpty());
-}
-
-TEST_F(ResumeHandlerTest, WithoutCableBothRadiosComeBackAfterTheirServices) {
-    world.EnableWlanSwitching();
-    world.EnableWwanSwitching();
-    world.machine.RememberWlan(L"True");
-    world.machine.RememberWwan(L"True");
-    SwitchBothOff();
-    EXPECT_TRUE(NLMUtils::SystemResumeHandler());
-    EXPECT_THAT(log.Of(kResume),
-                ElementsAre(TraceIn(kResume), Information(kResume, L"Ethernet Status = 0"),
-                            Information(kResume, kStartingWlan), Information(kResume, kWaitForWlan),
-                            Information(kResume, kWlanWaited), Information(kResume, kWaitForWwan),
-                            Information(kResume, kWwanWaited), Information(kResume, kStartingWwan),
-                            TraceOut(kResume, kReturn)));
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
-    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_ON));
-    EXPECT_EQ(world.journal.Calls().front(), "OpenService WlanSvc");
-}
-
-TEST_F(ResumeHandlerTest, WithoutCableOnlyTheEnabledHalfComesBack) {
-    world.EnableWlanSwitching();
-    SwitchBothOff();
-    NLMUtils::SystemResumeHandler();
-    EXPECT_THAT(world.LinesOf(kResume),
-                ElementsAre(Information(kResume, L"Ethernet Status = 0"), Information(kResume, kStartingWlan),
-                            Information(kResume, kWaitForWlan), Information(kResume, kWlanWaited)));
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
-    EXPECT_THAT(world.WwanSwitches(), IsEmpty());
-}
-
-TEST_F(ResumeHandlerTest, WithoutCableOnlyWwanComesBackWhenThatIsEnabled) {
-    world.EnableWwanSwitching();
-    SwitchBothOff();
-    NLMUtils::SystemResumeHandler();
-    EXPECT_THAT(world.LinesOf(kResume),
-                ElementsAre(Information(kResume, L"Ethernet Status = 0"), Information(kResume, kWaitForWwan),
-                            Information(kResume, kWwanWaited), Information(kResume, kStartingWwan)));
-    EXPECT_THAT(world.WlanSwitches(), IsEmpty());
-    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_ON));
-}
-
-TEST_F(ResumeHandlerTest, RememberedOffStaysOffWithoutBeingSwitched) {
-    world.EnableWlanSwitching();
-    world.EnableWwanSwitching();
-    world.machine.RememberWlan(L"False");
-    world.machine.RememberWwan(L"False");
-    NLMUtils::SystemResumeHandler();
-    EXPECT_THAT(world.WlanSwitches(), IsEmpty());
-    EXPECT_THAT(world.WwanSwitches(), IsEmpty());
-}
-
-TEST_F(ResumeHandlerTest, EmptyTextRememberedBringsBothRadiosBack) {
-    world.EnableWlanSwitching();
-    world.EnableWwanSwitching();
-    world.machine.RememberWlan(L"");
-    world.machine.RememberWwan(L"");
-    SwitchBothOff();
-    NLMUtils::SystemResumeHandler();
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
-    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_ON));
-}
-
-TEST_F(ResumeHandlerTest, WithoutModemThereIsNoWaitButTheRestIsTheSame) {
-    world.EnableWwanSwitching();
-    RemoveModem();
-    NLMUtils::SystemResumeHandler();
-    EXPECT_THAT(world.LinesOf(kResume), ElementsAre(Information(kResume, L"Ethernet Status = 0"),
-                                                    Information(kResume, kStartingWwan)));
-    EXPECT_THAT(log.Lines(), Contains(TraceIn("ServiceUtils::StartWWANService")));
-    EXPECT_THAT(log.Lines(), Not(Contains(TraceIn("Utils::WaitforServiceToStartRunning"))));
-}
-
-TEST_F(ResumeHandlerTest, LateWlanServiceCostsALineAndTheRadioIsTriedAllTheSame) {
-    world.EnableWlanSwitching();
-    world.services.states[L"WlanSvc"] = FakeServices::State::kStarting;
-    SwitchBothOff();
-    EXPECT_TRUE(NLMUtils::SystemResumeHandler());
-    EXPECT_THAT(world.LinesOf(kResume),
-                ElementsAre(Information(kResume, L"Ethernet Status = 0"), Information(kResume, kStartingWlan),
-                            Information(kResume, kWaitForWlan),
-                            Error(kResume,
-                                  L"WaitforServiceToStartRunning (WLAN AutoConfig) failed with running "
-                                  L"status = 1"),
-                            Information(kResume, kWlanWaited)));
-    EXPECT_EQ(world.journal.Count("OpenService WlanSvc"), 15);
-    EXPECT_THAT(world.machine.clock.SleepsAndWaits(), Contains(kPollInterval).Times(15));
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
-}
-
-TEST_F(ResumeHandlerTest, LateWwanServiceIsWaitedForBesideTheCable) {
-    world.EnableWwanSwitching();
-    world.machine.PlugCableIn();
-    world.services.states[L"WwanSvc"] = FakeServices::State::kStarting;
-    NLMUtils::SystemResumeHandler();
-    EXPECT_EQ(world.journal.Count("OpenService WwanSvc"), 15);
-    EXPECT_THAT(world.machine.clock.SleepsAndWaits(), Contains(kPollInterval).Times(15));
-    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_OFF));
-}
-
-TEST_F(ResumeHandlerTest, AbsentWwanServiceCostsALineAndTheRadioIsTriedAllTheSame) {
-    world.EnableWwanSwitching();
-    world.services.states[L"WwanSvc"] = FakeServices::State::kAbsent;
-    SwitchBothOff();
-    EXPECT_TRUE(NLMUtils::SystemResumeHandler());
-    EXPECT_THAT(world.LinesOf(kResume),
-                ElementsAre(Information(kResume, L"Ethernet Status = 0"), Information(kResume, kWaitForWwan),
-                            Error(kResume,
-                                  L"WaitforServiceToStartRunning (WWAN AutoConfig) failed with running "
-                                  L"status = -1"),
-                            Information(kResume, kWwanWaited), Information(kResume, kStartingWwan)));
-    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_ON));
-}
-
-TEST_F(ResumeHandlerTest, WithCableOnlyWwanIsSwitchedOff) {
-    world.EnableWlanSwitching();
-    world.EnableWwanSwitching();
-    world.machine.PlugCableIn();
-    EXPECT_TRUE(NLMUtils::SystemResumeHandler());
-    EXPECT_THAT(log.Of(kResume), ElementsAre(TraceIn(kResume), Information(kResume, L"Ethernet Status = 1"),
-                                             Information(kResume, kWaitForWwan),
-                                             Information(kResume, kWwanWaited), TraceOut(kResume, kReturn)));
-    EXPECT_THAT(world.wlan.Calls(), IsEmpty());
-    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_OFF));
-    EXPECT_TRUE(
-        log.Contains(TraceIn("ServiceUtils::SwitchWwanStatusWithRetry", L"NewStatus = 0, Retry Count = 5")));
-    EXPECT_EQ(world.machine.RememberedWwan(), L"");
-}
-
-TEST_F(ResumeHandlerTest, WithCableAndStubbornModemTheFailureIsLoggedAfterSixAttempts) {
-    world.EnableWwanSwitching();
-    world.machine.PlugCableIn();
-    world.MakeWwanStubborn();
-    EXPECT_TRUE(NLMUtils::SystemResumeHandler());
-    EXPECT_THAT(
-        world.LinesOf(kResume),
-        ElementsAre(Information(kResume, L"Ethernet Status = 1"), Information(kResume, kWaitForWwan),
-                    Information(kResume, kWwanWaited), Error(kResume, L"SwitchWwanStatusWithRetry failed")));
-    EXPECT_EQ(
-        log.Count(TraceIn("ServiceUtils::SwitchWwanStatus", L"OnOffValue = 0, bCheckAirplaneStatus = 1")), 6);
-}
-
-TEST_F(ResumeHandlerTest, WithCableAndLateWwanServiceTheSwitchIsTriedAllTheSame) {
-    world.EnableWwanSwitching();
-    world.machine.PlugCableIn();
-    world.services.states[L"WwanSvc"] = FakeServices::State::kAbsent;
-    NLMUtils::SystemResumeHandler();
-    EXPECT_THAT(world.LinesOf(kResume),
-                ElementsAre(Information(kResume, L"Ethernet Status = 1"), Information(kResume, kWaitForWwan),
-                            Error(kResume,
-                                  L"WaitforServiceToStartRunning (WWAN AutoConfig) failed with running "
-                                  L"status = -1"),
-                            Information(kResume, kWwanWaited)));
-    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_OFF));
-}
-
-TEST_F(ResumeHandlerTest, WithCableAndWithoutModemTheSwitchFails) {
-    world.EnableWwanSwitching();
-    world.machine.PlugCableIn();
-    RemoveModem();
-    EXPECT_TRUE(NLMUtils::SystemResumeHandler());
-    EXPECT_THAT(world.LinesOf(kResume), ElementsAre(Information(kResume, L"Ethernet Status = 1"),
-                                                    Error(kResume, L"SwitchWwanStatusWithRetry failed")));
-}
-
-TEST_F(ResumeHandlerTest, WithCableAndOnlyWlanEnabledNothingIsDone) {
-    world.EnableWlanSwitching();
-    world.machine.PlugCableIn();
-    NLMUtils::SystemResumeHandler();
-    EXPECT_THAT(world.LinesOf(kResume), ElementsAre(Information(kResume, L"Ethernet Status = 1")));
-    EXPECT_THAT(world.journal.Calls(), IsEmpty());
-    EXPECT_THAT(world.wlan.Calls(), IsEmpty());
-}
-
-TEST_F(ResumeHandlerTest, InAirplaneModeNothingIsSwitchedOn) {
-    world.EnableWlanSwitching();
-    world.EnableWwanSwitching();
-    world.machine.SetAirplaneMode(true);
-    SwitchBothOff();
-    NLMUtils::SystemResumeHandler();
-    EXPECT_THAT(world.WlanSwitches(), IsEmpty());
-    EXPECT_THAT(world.WwanSwitches(), IsEmpty());
-}
-
 /// Cable, both features and modem, in every combination.
-class Resume : public ResumeHandlerTest,
-               public testing::WithParamInterface<std::tuple<bool, bool, bool, bool>> {};
+class Resume : public ResumeTest, public testing::WithParamInterface<std::tuple<bool, bool, bool, bool>> {};
 
 TEST_P(Resume, SwitchesAndWaitsAsTheSituationAsks) {
     const auto [isCableIn, wlanEnabled, wwanEnabled, hasModem] = GetParam();
-    if (isCableIn) {
-        world.machine.PlugCableIn();
-    } else {
-        SwitchBothOff();
-    }
+    Set(isCableIn, hasModem);
     NLMUtils::lanWlanSwitchingEnabled = wlanEnabled;
     NLMUtils::lanWwanSwitchingEnabled = wwanEnabled;
-    if (!hasModem) {
-        RemoveModem();
-    }
     EXPECT_TRUE(NLMUtils::SystemResumeHandler());
-    EXPECT_EQ(world.journal.Count("OpenService WlanSvc"), wlanEnabled && !isCableIn ? 1 : 0);
-    EXPECT_EQ(world.journal.Count("OpenService WwanSvc"), wwanEnabled && hasModem ? 1 : 0);
-    EXPECT_EQ(world.wlan.IsOn(), isCableIn || wlanEnabled);
-    EXPECT_EQ(world.wwanRadio.state == MBN_RADIO_ON, isCableIn != (wwanEnabled && hasModem));
-    EXPECT_EQ(log.Count(Information(kResume, kStartingWwan)), wwanEnabled && !isCableIn ? 1 : 0);
+
+    std::vector<LogLine> expected{
+        TraceIn(kResume), Information(kResume, isCableIn ? L"Ethernet Status = 1" : L"Ethernet Status = 0")};
+    const auto add = [&expected](bool applies, std::initializer_list<LogLine> lines) {
+        expected.insert(expected.end(), lines.begin(), applies ? lines.end() : lines.begin());
+    };
+    add(!isCableIn && wlanEnabled, {kStartingWlan, kWaitForWlan, kWlanWaited});
+    add(wwanEnabled && hasModem, {kWaitForWwan, kWwanWaited});
+    add(!isCableIn && wwanEnabled, {kStartingWwan});
+    add(isCableIn && wwanEnabled && !hasModem, {kSwitchFailed});
+    expected.push_back(TraceOut(kResume, L"Return = 1"));
+    EXPECT_EQ(log.Of(kResume), expected);
+
+    EXPECT_EQ(Opens("WlanSvc"), wlanEnabled && !isCableIn ? 1 : 0);
+    EXPECT_EQ(Opens("WwanSvc"), wwanEnabled && hasModem ? 1 : 0);
+    EXPECT_EQ(notebook.WlanIsOn(), isCableIn || wlanEnabled);
+    EXPECT_EQ(ModemIsOn(), isCableIn != (wwanEnabled && hasModem));
+    EXPECT_EQ(log.Count(TraceIn("ServiceUtils::StartWLANService")), !isCableIn && wlanEnabled ? 1 : 0);
+    EXPECT_EQ(log.Count(TraceIn("ServiceUtils::StartWWANService")), !isCableIn && wwanEnabled ? 1 : 0);
+    EXPECT_EQ(
+        log.Count(TraceIn("ServiceUtils::SwitchWwanStatusWithRetry", L"NewStatus = 0, Retry Count = 5")),
+        isCableIn && wwanEnabled ? 1 : 0);
+    if (isCableIn) {
+        EXPECT_EQ(notebook.Count(Call::WlanOpenHandle), 0);
+        EXPECT_EQ(machine.RememberedWwan(), L"");
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Situations, Resume,
                          testing::Combine(testing::Bool(), testing::Bool(), testing::Bool(),
                                           testing::Bool()));
 
+/// A service of Windows that is late or absent, with the cable in or out.
+struct MissingService {
+    const char* name;
+    const wchar_t* service;
+    bool isInstalled;
+    bool isCableIn;
+    const wchar_t* failure;
+    int polls;
+};
+
+void PrintTo(const MissingService& missing, std::ostream* out) {
+    *out << missing.name;
+}
+
+class ResumeWithout : public ResumeTest, public testing::WithParamInterface<MissingService> {};
+
+TEST_P(ResumeWithout, CostsALineAndTheRadioIsTriedAllTheSame) {
+    const MissingService& missing = GetParam();
+    const bool isWlan = missing.service == std::wstring(L"WlanSvc");
+    Set(missing.isCableIn, true);
+    (isWlan ? &EnableWlanSwitching : &EnableWwanSwitching)();
+    if (missing.isInstalled) {
+        notebook.Service(missing.service).state = SERVICE_START_PENDING;
+    } else {
+        notebook.Uninstall(missing.service);
+    }
+    EXPECT_TRUE(NLMUtils::SystemResumeHandler());
+    EXPECT_THAT(LinesOf(kResume), Contains(Error(kResume, missing.failure)));
+    EXPECT_THAT(LinesOf(kResume), Contains(isWlan ? kWlanWaited : kWwanWaited));
+    EXPECT_EQ(Opens(isWlan ? "WlanSvc" : "WwanSvc"), missing.polls);
+    EXPECT_THAT(machine.clock.SleepsAndWaits(), Contains(kPollInterval).Times(missing.polls));
+    EXPECT_THAT(isWlan ? WlanSwitches() : WwanSwitches(), ElementsAre(missing.isCableIn ? "off" : "on"));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Services, ResumeWithout,
+    testing::Values(
+        MissingService{"LateWlan", L"WlanSvc", true, false,
+                       L"WaitforServiceToStartRunning (WLAN AutoConfig) failed with running status = 1",
+                       kMostPolls},
+        MissingService{"AbsentWwan", L"WwanSvc", false, false,
+                       L"WaitforServiceToStartRunning (WWAN AutoConfig) failed with running status = -1", 1},
+        MissingService{"LateWwanBesideTheCable", L"WwanSvc", true, true,
+                       L"WaitforServiceToStartRunning (WWAN AutoConfig) failed with running status = 1",
+                       kMostPolls},
+        MissingService{"AbsentWwanBesideTheCable", L"WwanSvc", false, true,
+                       L"WaitforServiceToStartRunning (WWAN AutoConfig) failed with running status = -1", 1}),
+    [](const testing::TestParamInfo<MissingService>& parameter) { return parameter.param.name; });
+
+TEST_F(ResumeTest, FailedEthernetCheckEndsTheHandler) {
+    EnableSwitching();
+    machine.HideAdapters();
+    EXPECT_TRUE(NLMUtils::SystemResumeHandler());
+    EXPECT_THAT(log.Of(kResume),
+                ElementsAre(TraceIn(kResume), Error(kResume, L"CheckEthernetConnectionStatusEx failed"),
+                            TraceOut(kResume, L"Return = 1")));
+    EXPECT_EQ(notebook.Calls(), notebook.Calls(Call::GetAdaptersInfo));
+}
+
+TEST_F(ResumeTest, WlanServiceIsWaitedForBeforeItsRadioIsTouched) {
+    EnableWlanSwitching();
+    Set(false, true);
+    NLMUtils::SystemResumeHandler();
+    const std::vector<std::string> calls = notebook.Calls();
+    const auto isOpenService = [](const std::string& call) {
+        return call.starts_with("OpenServiceW WlanSvc");
+    };
+    EXPECT_LT(std::ranges::find_if(calls, isOpenService),
+              std::ranges::find(calls, "WlanOpenHandle version 2"));
+}
+
+TEST_F(ResumeTest, RememberedChoiceDecidesWhetherARadioComesBack) {
+    EnableSwitching();
+    for (const wchar_t* const text : {L"True", L"", L"False"}) {
+        Set(false, true);
+        machine.RememberWlan(text);
+        machine.RememberWwan(text);
+        NLMUtils::SystemResumeHandler();
+        EXPECT_EQ(notebook.WlanIsOn(), std::wstring(text) != L"False");
+        EXPECT_EQ(ModemIsOn(), std::wstring(text) != L"False");
+    }
+}
+
+TEST_F(ResumeTest, RememberedOffIsNotSwitchedOff) {
+    EnableSwitching();
+    machine.RememberWlan(L"False");
+    machine.RememberWwan(L"False");
+    NLMUtils::SystemResumeHandler();
+    EXPECT_THAT(WlanSwitches(), IsEmpty());
+    EXPECT_THAT(WwanSwitches(), IsEmpty());
+}
+
+TEST_F(ResumeTest, InAirplaneModeNothingIsSwitchedOn) {
+    EnableSwitching();
+    machine.SetAirplaneMode(true);
+    Set(false, true);
+    NLMUtils::SystemResumeHandler();
+    EXPECT_THAT(WlanSwitches(), IsEmpty());
+    EXPECT_THAT(WwanSwitches(), IsEmpty());
+}
+
+TEST_F(ResumeTest, WithCableAndStubbornModemTheFailureIsLoggedAfterSixAttempts) {
+    EnableWwanSwitching();
+    Set(true, true);
+    MakeModemStubborn();
+    EXPECT_TRUE(NLMUtils::SystemResumeHandler());
+    EXPECT_THAT(LinesOf(kResume), ElementsAre(Information(kResume, L"Ethernet Status = 1"), kWaitForWwan,
+                                              kWwanWaited, kSwitchFailed));
+    EXPECT_EQ(
+        log.Count(TraceIn("ServiceUtils::SwitchWwanStatus", L"OnOffValue = 0, bCheckAirplaneStatus = 1")), 6);
+}
+
 // --- OnContinue ------------------------------------------------------------------------------------
 
-class ContinueTest : public ResumeHandlerTest {
+constexpr char kContinue[] = "CServiceBase::OnContinue";
+constexpr wchar_t kWlanSetting[] = L"LAN / WLAN Auto Switching";
+constexpr wchar_t kWwanSetting[] = L"LAN / WWAN Auto Switching";
+
+class ContinueTest : public ResumeTest {
   protected:
+    ContinueTest() { log.Clear(); }  // the construction of the service
+
     void Continue() {
         Rig::RunOnThread([this] { service.OnContinue(); }, Rig::Apartment::kNone);
-    }
-    /// Which of the operations that a resume is made of were entered.
-    [[nodiscard]] std::vector<std::string> Entered() const {
-        std::vector<std::string> entered;
-        for (const Rig::LogLine& line : log.At(Orva::Shared::Level::kTraceIn)) {
-            if (line.function == kResume || line.function.find("AutoSwitchingEnabled") != std::string::npos) {
-                entered.push_back(line.function);
-            }
-        }
-        return entered;
     }
 
     OpenService service;
 };
 
-TEST_F(ContinueTest, WithBothFeaturesDisabledOnlyTheSettingsAreReadAgain) {
-    log.Clear();  // the construction of the service
-    Continue();
-    EXPECT_THAT(log.Of("CServiceBase::OnContinue"),
-                ElementsAre(TraceIn("CServiceBase::OnContinue"), TraceOut("CServiceBase::OnContinue")));
-    EXPECT_EQ(log.Lines().front(), TraceIn("CServiceBase::OnContinue"));
-    EXPECT_EQ(log.Lines().back(), TraceOut("CServiceBase::OnContinue"));
-    EXPECT_THAT(Entered(), ElementsAre("NLMUtils::IsLanWlanAutoSwitchingEnabled",
-                                       "NLMUtils::IsLanWwanAutoSwitchingEnabled"));
-    EXPECT_THAT(world.wlan.Calls(), IsEmpty());
-    EXPECT_EQ(world.machine.adapters.Calls(), 0);
-}
-
-TEST_F(ContinueTest, WithEitherFeatureEnabledTheRadiosAreDecided) {
-    for (const bool isWlan : {true, false}) {
-        NLMUtils::lanWlanSwitchingEnabled = isWlan;
-        NLMUtils::lanWwanSwitchingEnabled = !isWlan;
+TEST_F(ContinueTest, ReadsBothSettingsInTheirOrderAndDecidesTheRadiosWithEitherFeature) {
+    notebook.SetSetting(kWlanSetting, L"*Disable");
+    notebook.SetSetting(kWwanSetting, L"*Disable");
+    for (const unsigned features : {0U, 1U, 2U, 3U}) {
+        NLMUtils::lanWlanSwitchingEnabled = (features & 1U) != 0;
+        NLMUtils::lanWwanSwitchingEnabled = (features & 2U) != 0;
         log.Clear();
+        notebook.ForgetCalls();
         Continue();
-        EXPECT_THAT(Entered(), ElementsAre("NLMUtils::IsLanWlanAutoSwitchingEnabled",
-                                           "NLMUtils::IsLanWwanAutoSwitchingEnabled", kResume));
+        EXPECT_THAT(log.Of(kContinue), ElementsAre(TraceIn(kContinue), TraceOut(kContinue)));
+        EXPECT_EQ(log.Lines().front(), TraceIn(kContinue));
+        EXPECT_EQ(log.Lines().back(), TraceOut(kContinue));
+        EXPECT_THAT(notebook.Calls(Call::WbemExecQuery), ElementsAre(HasSubstr("LAN / WLAN Auto Switching"),
+                                                                     HasSubstr("LAN / WWAN Auto Switching")));
+        EXPECT_EQ(log.Count(TraceIn(kResume)), features == 0 ? 0 : 1);
+        EXPECT_EQ(notebook.Count(Call::GetAdaptersInfo) > 0, features != 0);
+        // What was enabled once stays so.
+        EXPECT_EQ(NLMUtils::lanWlanSwitchingEnabled, (features & 1U) != 0);
+        EXPECT_EQ(NLMUtils::lanWwanSwitchingEnabled, (features & 2U) != 0);
     }
 }
 
-TEST_F(ContinueTest, WithBothFeaturesEnabledTheRadiosAreDecidedOnce) {
-    world.EnableWlanSwitching();
-    world.EnableWwanSwitching();
-    Continue();
-    EXPECT_EQ(log.Count(TraceIn(kResume)), 1);
-}
-
-class ContinueWithBiosTest : public ContinueTest {
-  protected:
-    ContinueWithBiosTest() {
-        world.com.creators["other class"] = [this](REFIID interfaceId, void** object) {
-            return bios.CreateObject(CLSID_WbemLocator, interfaceId, object);
-        };
-        bios.RemoveSettings();
-    }
-
-    Rig::SimulatedNotebook bios{world.machine.clock, {}, Rig::SimulatedNotebook::Imports::kKept};
-};
-
-TEST_F(ContinueWithBiosTest, FeatureThatWasEnabledMeanwhileCountsAtOnce) {
-    bios.SetSetting(L"LAN / WLAN Auto Switching", L"Enable");
-    SwitchBothOff();
+TEST_F(ContinueTest, FeatureThatWasEnabledMeanwhileCountsAtOnce) {
+    notebook.SetSetting(kWlanSetting, L"Enable");
+    SetRadios(false);
     Continue();
     EXPECT_TRUE(NLMUtils::lanWlanSwitchingEnabled);
-    EXPECT_THAT(world.WlanSwitches(), ElementsAre("on"));
-    EXPECT_THAT(world.WwanSwitches(), IsEmpty());
-}
-
-TEST_F(ContinueWithBiosTest, FeatureThatWasDisabledMeanwhileStaysEnabled) {
-    world.EnableWwanSwitching();
-    bios.SetSetting(L"LAN / WWAN Auto Switching", L"*Disable");
-    world.machine.PlugCableIn();
-    Continue();
-    EXPECT_TRUE(NLMUtils::lanWwanSwitchingEnabled);
-    EXPECT_THAT(world.WwanSwitches(), ElementsAre(MBN_RADIO_OFF));
-}
-
-TEST_F(ContinueWithBiosTest, BothSettingsAreAskedInTheirOrder) {
-    bios.SetSetting(L"LAN / WLAN Auto Switching", L"*Disable");
-    bios.SetSetting(L"LAN / WWAN Auto Switching", L"*Disable");
-    Continue();
-    EXPECT_THAT(bios.Calls(Rig::Call::WbemExecQuery),
-                ElementsAre(testing::HasSubstr("LAN / WLAN Auto Switching"),
-                            testing::HasSubstr("LAN / WWAN Auto Switching")));
-    EXPECT_EQ(log.Count(TraceIn(kResume)), 0);
+    EXPECT_THAT(WlanSwitches(), ElementsAre("on"));
+    EXPECT_THAT(WwanSwitches(), IsEmpty());
 }
 
 }  // namespace

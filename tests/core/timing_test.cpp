@@ -1,15 +1,10 @@
-#include <windows.h>
-#include <wlanapi.h>
-
-#include <gmock/gmock.h>
-
 #include <set>
-#include <string>
-#include <vector>
 
+#include "core/airplane_mode_watcher.h"
+#include "core/power_status_restore.h"
+#include "core/start_up_worker.h"
 #include "platform/wlan_notifications.h"
-#include "tests/core/core_world.h"
-#include "tests/support/run_on_thread.h"
+#include "tests/core/core_test.h"
 
 namespace CoreTests {
 namespace {
@@ -35,46 +30,30 @@ auto ElapsedTimeOf(const std::string& function) {
     return Line(kDiag, function, StartsWith(L"Elapsed time = "));
 }
 
-/// Every operation of the core, in a world in which operations are timed. All of it on one thread,
-/// so that the log has each operation's lines where they were written.
-class CoreTimingTest : public testing::Test {
+/// Every operation of the core, where operations are timed. All of it on one thread, so that the log has
+/// each operation's lines where they were written.
+class CoreTimingTest : public CoreTest {
   protected:
-    ~CoreTimingTest() override {
-        while (m_handler != nullptr && m_handler->Release() != 0) {
-        }
-    }
-
-    static void Notify(DWORD source, DWORD code) {
-        WLAN_NOTIFICATION_DATA data{};
-        data.NotificationSource = source;
-        data.NotificationCode = code;
-        CMainService::WlanNotificationCallback(&data, nullptr);
+    void Announce(std::uint32_t source, std::uint32_t code) const {
+        notebook.Act(&::Notebook::AnnounceWlan, 0U, source, code);
+        notebook.Deliver();
     }
 
     /// The life of a service, from its construction to its destruction.
     void LiveOnce() {
         OpenService service;
         service.OnStart(0, nullptr);
-        world.pool.Drop();
-        service.ServiceWorkerThread();
-        world.pool.Drop();
-        m_handler = service.m_networkEventHandler;
-
-        Notify(WLAN_NOTIFICATION_SOURCE_ACM, wlan_notification_acm_network_available);
-        Notify(WLAN_NOTIFICATION_SOURCE_MSM, Platform::kWlanNotificationMsmRadioStateChange);
-        world.EnableWlanSwitching();
+        pool.RunNext();
+        pool.Drop();
+        Announce(WLAN_NOTIFICATION_SOURCE_ACM, wlan_notification_acm_network_available);
+        Announce(WLAN_NOTIFICATION_SOURCE_MSM, Platform::kWlanNotificationMsmRadioStateChange);
+        EnableWlanSwitching();
         service.OnContinue();
-        service.UpdateWlanPowerStatus();
-        service.UpdateWwanPowerStatus();
         service.OnShutdown();
-        service.AirplaneModeWatcher();
+        AirplaneModeWatcher(service.m_state);
     }
 
-    World world;
     LogRecorder timed{LogRecorder::Timing::kOn};
-
-  private:
-    NLMEventHandler* m_handler = nullptr;
 };
 
 TEST_F(CoreTimingTest, EveryExitLineIsFollowedByTheElapsedTimeOfItsOperation) {
@@ -101,23 +80,19 @@ TEST_F(CoreTimingTest, EveryExitLineIsFollowedByTheElapsedTimeOfItsOperation) {
                       "NLMUtils::SystemResumeHandler"}));
     // Nothing is timed that did not begin, and whatever began was timed.
     EXPECT_EQ(timed.At(kDiag).size(), timed.At(kTraceIn).size());
-}
-
-TEST_F(CoreTimingTest, WorkersTimeComesBehindTheExitLineThatItWritesItself) {
-    Rig::RunOnThread([this] { LiveOnce(); }, Rig::Apartment::kMultithreadedTwice);
-    const std::vector<LogLine> lines = timed.Of(kWorker);
-    ASSERT_GT(lines.size(), 3U);
-    EXPECT_EQ(lines.front(), TraceIn(kWorker, kEntry));
-    EXPECT_EQ(lines[lines.size() - 2], TraceOut(kWorker, kExit));
-    EXPECT_THAT(lines.back(), ElapsedTimeOf(kWorker));
+    // The worker writes its exit line itself, once.
+    const std::vector<LogLine> worker = timed.Of(kWorker);
+    EXPECT_EQ(worker.front(), TraceIn(kWorker, kEntry));
+    EXPECT_THAT(worker.back(), ElapsedTimeOf(kWorker));
     EXPECT_EQ(timed.Count(TraceOut(kWorker, kExit)), 1);
     EXPECT_THAT(timed.At(kTraceOut), testing::Contains(Line(kTraceOut, kWorker, testing::_)).Times(1));
 }
 
 TEST_F(CoreTimingTest, WorkerThatGivesUpIsTimedWithoutAnExitLine) {
-    world.com.entryResult = E_OUTOFMEMORY;
-    OpenService service;
-    service.ServiceWorkerThread();
+    ComVisits com;
+    com.entryResult = E_OUTOFMEMORY;
+    ServiceState service;
+    ServiceWorkerThread(service);
     EXPECT_THAT(timed.Of(kWorker), ElementsAre(TraceIn(kWorker, kEntry),
                                                Error(kWorker, L"CoInitialize failed with error: 0x8007000E"),
                                                ElapsedTimeOf(kWorker)));

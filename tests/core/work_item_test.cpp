@@ -1,13 +1,9 @@
 #include "core/work_item.h"
 
-#include <windows.h>
-
-#include <gmock/gmock.h>
-
 #include <cstdlib>
 #include <stdexcept>
 
-#include "tests/core/core_world.h"
+#include "tests/core/core_test.h"
 #include "tests/support/skip_unless_imported.h"
 
 namespace CoreTests {
@@ -15,52 +11,29 @@ namespace {
 
 using testing::SizeIs;
 
-/// What the routines below were called with; they are plain functions.
-CMainService* ranWith = nullptr;
+// A record of two words.
+static_assert(sizeof(WorkItem) == 2 * sizeof(void*));
 
-void NoteRun(CMainService& service) {
+/// What the routines below were called with; they are plain functions.
+ServiceState* ranWith = nullptr;
+
+void NoteRun(ServiceState& service) {
     ranWith = &service;
 }
 
 class WorkItemTest : public CoreTest {
   protected:
     WorkItemTest() { ranWith = nullptr; }
-    OpenService service;
+    ServiceState service;
 };
 
-TEST_F(WorkItemTest, RecordIsTheRoutineAndTheService) {
-    QueueWorkItem(service, &NoteRun, WT_EXECUTEONLYONCE);
-    ASSERT_THAT(world.pool.items, SizeIs(1));
-    EXPECT_EQ(world.pool.items.front().flags, ULONG{WT_EXECUTEONLYONCE});
-    const auto* const record = static_cast<WorkItem*>(world.pool.items.front().context);
-    static_assert(sizeof(WorkItem) == 2 * sizeof(void*));
-    EXPECT_EQ(record->routine, &NoteRun);
-    EXPECT_EQ(record->service, &service);
-    EXPECT_EQ(world.pool.RunNext(), 0U);
-}
-
 TEST_F(WorkItemTest, RoutineRunsWithTheServiceWhenThePoolGetsToIt) {
-    QueueWorkItem(service, &NoteRun, WT_EXECUTEDEFAULT);
+    QueueWorkItem(service, &NoteRun, WT_EXECUTEONLYONCE);
+    ASSERT_THAT(pool.items, SizeIs(1));
+    EXPECT_EQ(pool.items.front().flags, ULONG{WT_EXECUTEONLYONCE});
     EXPECT_EQ(ranWith, nullptr);
-    EXPECT_EQ(world.pool.RunNext(), 0U);
+    EXPECT_EQ(pool.RunNext(), 0U);
     EXPECT_EQ(ranWith, &service);
-}
-
-TEST_F(WorkItemTest, QueueFailureThrowsTheSystemError) {
-    world.pool.error = ERROR_NOT_ENOUGH_QUOTA;
-    try {
-        QueueWorkItem(service, &NoteRun, WT_EXECUTEDEFAULT);
-        FAIL() << "nothing was thrown";
-    } catch (DWORD error) {
-        EXPECT_EQ(error, DWORD{ERROR_NOT_ENOUGH_QUOTA});
-    }
-    EXPECT_EQ(ranWith, nullptr);
-}
-
-TEST_F(WorkItemTest, WhatTheRoutineThrowsLeavesTheCallback) {
-    QueueWorkItem(
-        service, [](CMainService&) { throw std::runtime_error("routine"); }, WT_EXECUTEDEFAULT);
-    EXPECT_THROW(world.pool.RunNext(), std::runtime_error);
 }
 
 /// Watches one block of memory: counts how often it is given back and keeps it meanwhile, so that
@@ -86,7 +59,7 @@ class WatchedBlock {
                                       [this](void*) { ++m_given; }};
 };
 
-TEST_F(WorkItemTest, RecordOfARefusedItemIsFreedOnce) {
+TEST_F(WorkItemTest, RefusedItemThrowsTheSystemErrorAndFreesItsRecordOnce) {
     SKIP_UNLESS_IMPORTED(free);
     WatchedBlock record;
     const Rig::ScopedImport<&::QueueUserWorkItem> refuse{[&](LPTHREAD_START_ROUTINE, PVOID context, ULONG) {
@@ -94,7 +67,17 @@ TEST_F(WorkItemTest, RecordOfARefusedItemIsFreedOnce) {
         SetLastError(ERROR_NOT_ENOUGH_QUOTA);
         return FALSE;
     }};
-    EXPECT_THROW(QueueWorkItem(service, &NoteRun, WT_EXECUTEDEFAULT), DWORD);
+    EXPECT_THROW(
+        {
+            try {
+                QueueWorkItem(service, &NoteRun, WT_EXECUTEDEFAULT);
+            } catch (DWORD error) {
+                EXPECT_EQ(error, DWORD{ERROR_NOT_ENOUGH_QUOTA});
+                throw;
+            }
+        },
+        DWORD);
+    EXPECT_EQ(ranWith, nullptr);
     EXPECT_EQ(refuse.Calls(), 1);
     EXPECT_EQ(record.TimesGivenBack(), 1);
 }
@@ -105,32 +88,30 @@ TEST_F(WorkItemTest, RecordIsFreedOnceAndNotBeforeTheRoutineHasRun) {
     static int givenBackWhileRunning = -1;
     WatchedBlock record;
     watched = &record;
-    givenBackWhileRunning = -1;
     QueueWorkItem(
-        service, [](CMainService&) { givenBackWhileRunning = watched->TimesGivenBack(); }, WT_EXECUTEDEFAULT);
-    record.Watch(world.pool.items.front().context);
-    EXPECT_EQ(record.TimesGivenBack(), 0);
-    EXPECT_EQ(world.pool.RunNext(), 0U);
+        service, [](ServiceState&) { givenBackWhileRunning = watched->TimesGivenBack(); }, WT_EXECUTEDEFAULT);
+    record.Watch(pool.items.front().context);
+    EXPECT_EQ(pool.RunNext(), 0U);
     EXPECT_EQ(givenBackWhileRunning, 0);
     EXPECT_EQ(record.TimesGivenBack(), 1);
 }
 
-TEST_F(WorkItemTest, RecordIsFreedOnceWhenTheRoutineThrows) {
+TEST_F(WorkItemTest, WhatTheRoutineThrowsLeavesTheCallbackAndTheRecordIsFreedOnce) {
     SKIP_UNLESS_IMPORTED(free);
     QueueWorkItem(
-        service, [](CMainService&) { throw DWORD{ERROR_GEN_FAILURE}; }, WT_EXECUTEDEFAULT);
+        service, [](ServiceState&) { throw std::runtime_error("routine"); }, WT_EXECUTEDEFAULT);
     WatchedBlock record;
-    record.Watch(world.pool.items.front().context);
-    EXPECT_THROW(world.pool.RunNext(), DWORD);
+    record.Watch(pool.items.front().context);
+    EXPECT_THROW(pool.RunNext(), std::runtime_error);
     EXPECT_EQ(record.TimesGivenBack(), 1);
 }
 
 /// On the system's own pool, where nothing stands around the callback.
 [[noreturn]] void ThrowOnThePool() {
     constexpr DWORD kPatience = 20000;
-    OpenService service;
+    ServiceState service;
     QueueWorkItem(
-        service, [](CMainService&) { throw DWORD{ERROR_NOT_ENOUGH_QUOTA}; }, WT_EXECUTEINPERSISTENTTHREAD);
+        service, [](ServiceState&) { throw DWORD{ERROR_NOT_ENOUGH_QUOTA}; }, WT_EXECUTEINPERSISTENTTHREAD);
     Sleep(kPatience);
     ExitProcess(0);
 }

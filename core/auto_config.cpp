@@ -1,10 +1,9 @@
-#include "core/common_steps.h"
+#include "core/auto_config.h"
 
 #include "logging/log_scope.h"
 #include "service/service_names.h"
 #include "service/service_utilities.h"
 
-namespace CoreSteps {
 namespace {
 
 void WaitForService(const LogScope& log, const wchar_t* serviceName, const wchar_t* failureLine) {
@@ -26,17 +25,3 @@ void WaitForWwanAutoConfig(const LogScope& log) {
     WaitForService(log, ServiceNames::kWwanAutoConfig,
                    L"WaitforServiceToStartRunning (WWAN AutoConfig) failed with running status = %d");
 }
-
-bool StepSucceeded(const LogScope& log, HRESULT result, const wchar_t* failureLine) {
-    if (FAILED(result)) {
-        log.Error(failureLine, result);
-        return false;
-    }
-    return true;
-}
-
-ServiceUtils::RadioStatus RadioStatusFromText(const std::wstring& text) {
-    return text == PowerStatus::kOn ? ServiceUtils::kRadioOn : ServiceUtils::kRadioOff;
-}
-
-}  // namespace CoreSteps

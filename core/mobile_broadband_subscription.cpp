@@ -1,0 +1,35 @@
+#include "core/mobile_broadband_subscription.h"
+
+#include <new>
+
+#include "core/event_subscription.h"
+#include "core/service_state.h"
+#include "logging/log_scope.h"
+
+using Microsoft::WRL::ComPtr;
+
+namespace {
+
+/// The sink counts from 0: one reference is the service's, one the caller's, as for network events.
+ComPtr<IUnknown> CreateSinks(const LogScope& log, ServiceState& service) {
+    const ComPtr<CMbnSinks> sinks(new (std::nothrow) CMbnSinks);
+    if (sinks == nullptr) {
+        log.Error(L"CMbnSinks allocation Failed");
+        return nullptr;
+    }
+    sinks->AddRef();
+    service.mbnSinks = sinks.Get();
+    return sinks;
+}
+
+}  // namespace
+
+void ListenForWwanEvents(ServiceState& service) {
+    const LogScope log("CMainService::ListenForWwanEvents");
+    const ComPtr<IMbnInterfaceManager> manager = service.mbnInterfaceManager;
+    SubscribeToEvents(log, manager.Get(),
+                      {{IID_IMbnRadioEvents, L"FindConnectionPoint failed with error: 0x%08X",
+                        L"IID_IMbnRadioEvents QueryInterface failed with error: 0x%08X",
+                        service.mbnRadioEvents, service.mbnRadioCookie, false}},
+                      [&] { return CreateSinks(log, service); });
+}
