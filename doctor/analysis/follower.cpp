@@ -166,8 +166,12 @@ void Follower::BeginTask(Thread& thread, Task task, const LogLine& line) {
 
 void Follower::DoubtIfBehind(const Thread& thread, Lane& lane) {
     if (thread.behindSince) {
-        lane.Doubt(*thread.behindSince);
+        lane.Doubt(*thread.behindSince, "changed while the service was busy with something else");
     }
+}
+
+void Follower::DoubtAfterSleep(Lane& lane, Time since) {
+    lane.Doubt(since, "changed during a sleep, or as it woke; the log does not tell when the sleep began");
 }
 
 void Follower::EndTask(Thread& thread, Time time) {
@@ -311,12 +315,11 @@ void Follower::Wake(Thread& thread, const LogLine& line, const Proof& proof) {
                         proof.place);
     m_history.sleep.Set(line.time, State::kAwake, Who::kUser, "woken", proof.place);
     m_sleptSince = before;
-    m_history.cable.Doubt(before);
-    m_history.wifi.Doubt(before);
-    m_history.wwan.Doubt(before);
-    m_history.airplane.Doubt(before);
+    for (Lane* const lane : {&m_history.cable, &m_history.wifi, &m_history.wwan, &m_history.airplane}) {
+        DoubtAfterSleep(*lane, before);
+    }
     for (auto& [connection, lane] : m_history.cables) {
-        lane.Doubt(before);
+        DoubtAfterSleep(lane, before);
     }
     BeginTask(thread, Task::kResume, line);
     m_wakeEnds.reset();

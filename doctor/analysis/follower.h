@@ -83,6 +83,8 @@ class Follower {
     void EndTask(Thread& thread, Time time);
     /// Before a change that a thread tells of late: when it was is not known.
     static void DoubtIfBehind(const Thread& thread, Lane& lane);
+    /// Before what is told of after a sleep that began at some time since `since`.
+    static void DoubtAfterSleep(Lane& lane, Time since);
     void BeginRun(const LogLine& line, const Proof& proof);
     void EndRun(Time time, const Proof& proof);
     void ForgetRadios(Time time, const std::string& why, Place place);

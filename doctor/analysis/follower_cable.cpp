@@ -111,7 +111,7 @@ Lane& Follower::CableLane(const std::string& connection, const std::string& adap
         }
     }
     if (isNew && m_sleptSince) {
-        lane.Doubt(*m_sleptSince);
+        DoubtAfterSleep(lane, *m_sleptSince);
     }
     return lane;
 }

@@ -68,7 +68,7 @@ void Lane::Set(Time time, State state, Who who, std::string why, std::optional<P
         return;
     }
     if (m_doubt) {
-        Begin(*m_doubt, State::kUnknown, Who::kUnknown, "changed at a time that the log does not tell", line);
+        Begin(m_doubt->since, State::kUnknown, Who::kUnknown, std::move(m_doubt->why), line);
         m_doubt.reset();
     }
     Begin(time, state, who, std::move(why), line);
@@ -81,9 +81,10 @@ void Lane::Find(Time time, State state, Who who, std::string why, std::optional<
         return;
     }
     if (Now() != State::kUnknown) {
-        const Time since = m_doubt ? *m_doubt : m_confirmed;
+        Doubted doubt = m_doubt.value_or(
+            Doubted{.since = m_confirmed, .why = "changed at a time that the log does not tell"});
         m_doubt.reset();
-        Begin(since, State::kUnknown, Who::kUnknown, "changed at a time that the log does not tell", line);
+        Begin(doubt.since, State::kUnknown, Who::kUnknown, std::move(doubt.why), line);
     }
     Begin(time, state, who, std::move(why), line);
 }
@@ -96,9 +97,9 @@ void Lane::Forget(Time time, std::string why, std::optional<Place> line) {
     Begin(time, State::kUnknown, Who::kUnknown, std::move(why), line);
 }
 
-void Lane::Doubt(Time time) {
+void Lane::Doubt(Time time, std::string why) {
     if (!m_doubt && Now() != State::kUnknown) {
-        m_doubt = std::max({time, m_intervals.back().from, m_confirmed});
+        m_doubt = {.since = std::max({time, m_intervals.back().from, m_confirmed}), .why = std::move(why)};
     }
 }
 

@@ -65,8 +65,8 @@ class Lane {
     /// Nothing is known from `time` on.
     void Forget(Time time, std::string why, std::optional<Place> line);
     /// From `time` on changes may have gone unseen: a look, or a change at once after it, that differs
-    /// makes unknown what lies between.
-    void Doubt(Time time);
+    /// makes unknown what lies between, for the reason `why`.
+    void Doubt(Time time, std::string why);
     /// What is seen from now on is seen when it happens.
     void EndDoubt() { m_doubt.reset(); }
     /// Corrects who brought the present state about.
@@ -89,7 +89,11 @@ class Lane {
     std::vector<Interval> m_intervals;
     /// When the present state was last seen.
     Time m_confirmed;
-    std::optional<Time> m_doubt;
+    struct Doubted {
+        Time since = 0;
+        std::string why;
+    };
+    std::optional<Doubted> m_doubt;
 };
 
 }  // namespace Doctor

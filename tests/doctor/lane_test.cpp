@@ -44,7 +44,7 @@ TEST_F(ALane, IsUnknownBetweenTwoLooksThatDiffer) {
 
 TEST_F(ALane, StaysKnownOverADoubtThatALookDispels) {
     Find(10, State::kOn);
-    m_lane.Doubt(30);
+    m_lane.Doubt(30, "it slept");
     Find(60, State::kOn);
     Set(80, State::kOff);
     EXPECT_EQ(TextOf(m_lane), "0 unknown, 10 on, 80 off");
@@ -52,9 +52,10 @@ TEST_F(ALane, StaysKnownOverADoubtThatALookDispels) {
 
 TEST_F(ALane, IsUnknownFromADoubtOnWhenItThenDiffers) {
     Find(10, State::kOn);
-    m_lane.Doubt(30);
+    m_lane.Doubt(30, "it slept");
     Set(60, State::kOff);
     EXPECT_EQ(TextOf(m_lane), "0 unknown, 10 on, 30 unknown, 60 off");
+    EXPECT_EQ(m_lane.Between(30, 60).front().why, "it slept");
 }
 
 TEST_F(ALane, DoesNotTakeBackWhatWasSeenLater) {

@@ -1,6 +1,8 @@
 // What the lanes say of a day, where that is less simple than the last line about it.
 #include <gtest/gtest.h>
 
+#include <string>
+
 #include "tests/doctor/written_log.h"
 
 namespace Doctor {
@@ -13,6 +15,13 @@ constexpr Time kHour = 3600000;
 State At(const Lane& lane, Time time) {
     return lane.Between(time, time + 1).front().state;
 }
+
+std::string WhyAt(const Lane& lane, Time time) {
+    return lane.Between(time, time + 1).front().why;
+}
+
+constexpr const char kDuringASleep[] =
+    "changed during a sleep, or as it woke; the log does not tell when the sleep began";
 
 /// A log with a modem that the service knows, without and with airplane mode.
 WrittenLog WithModem(bool on) {
@@ -63,6 +72,30 @@ WrittenLog& Stops(WrittenLog& log) {
 WrittenLog& Wakes(WrittenLog& log) {
     log.On(kControlThread, "CServiceBase::OnContinue").TraceIn();
     return log.TraceOut();
+}
+
+/// A resume that looks whether a cable is in.
+WrittenLog& WakesAndLooks(WrittenLog& log, bool cable) {
+    log.On(kControlThread, "CServiceBase::OnContinue").TraceIn();
+    log.LooksAtAdaptersBy("NLMUtils::SystemResumeHandler", cable)
+        .Information(cable ? "Ethernet Status = 1" : "Ethernet Status = 0");
+    return log.In("CServiceBase::OnContinue").TraceOut();
+}
+
+/// A cable whose adapter gets no address for as long as the service waits.
+WrittenLog& CableInWithoutAddress(WrittenLog& log) {
+    const std::string operation = "NLMEventHandler::NetworkConnectionConnectivityChanged";
+    log.On(0x30, operation).TraceIn("NLM_CONNECTIVITY = 3");
+    log.Information("------------------start----------------------")
+        .Information("Connection ID : {C0AA3C70-5E1F-4B2C-9AD3-C0DE00000001}")
+        .Information("Connectivity state : 3 ")
+        .Information("Ethernet state : 1 ");
+    for (int attempt = 0; attempt < 8; ++attempt) {
+        log.LooksAtAdaptersBy(operation, false)
+            .Warning("CheckEthernetConnectionStatus failed in try " + std::to_string(attempt))
+            .Later(1000);
+    }
+    return log.EventEnds();
 }
 
 TEST(Modem, IsFollowedInAirplaneModeByItsEventsAlone) {
@@ -167,7 +200,52 @@ TEST(Cables, WhoseEventWaitedBehindAnotherMayHaveMovedMeanwhile) {
     log.Later(3000).EventEnds();
     const Machine machine = Analysed(log.CableOut().EventEnds().Text());
     EXPECT_EQ(At(machine.history.cable, busy + 1000), State::kUnknown);
+    EXPECT_EQ(WhyAt(machine.history.cable, busy + 1000),
+              "changed while the service was busy with something else");
     EXPECT_EQ(machine.history.cable.Now(), State::kOut);
+}
+
+TEST(Cables, PulledInASleepAreInUntilItMayHaveBegunAndOutFromTheResumesLookOn) {
+    WrittenLog log;
+    log.Started().CableIn().EventEnds();
+    const Time before = log.Now();
+    log.Later(8 * kHour);
+    const Machine machine = Analysed(WakesAndLooks(log, false).Text());
+    for (const Lane* lane : {&machine.history.cable, &machine.history.cables.begin()->second}) {
+        EXPECT_EQ(At(*lane, before - 30), State::kIn);
+        EXPECT_EQ(At(*lane, before + kHour), State::kUnknown);
+        EXPECT_EQ(WhyAt(*lane, before + kHour), kDuringASleep);
+        EXPECT_EQ(lane->Now(), State::kOut);
+    }
+}
+
+TEST(Cables, ThatTheResumeFindsAsBeforeWereSoThroughTheSleep) {
+    WrittenLog log;
+    log.Started().CableIn().EventEnds();
+    const Time before = log.Now();
+    log.Later(8 * kHour);
+    const Machine machine = Analysed(WakesAndLooks(log, true).Text());
+    EXPECT_EQ(At(machine.history.cable, before + kHour), State::kIn);
+    EXPECT_EQ(machine.history.cable.Now(), State::kIn);
+}
+
+TEST(Cables, ThatGoOutWithoutEverHavingHadAnAddressAreOutFromTheirEventOn) {
+    WrittenLog log;
+    log.Started();
+    const Time plugged = log.Now();
+    CableInWithoutAddress(log).Later(kHour);
+    // A look by the way does not see an adapter that has no address.
+    log.On(0x60, "CMainService::AirplaneModeWatcher")
+        .LooksAtAdaptersBy("CMainService::AirplaneModeWatcher", false)
+        .Information("Airplane mode is OFF");
+    const Time pulled = log.Later(kHour).Now();
+    const Machine machine = Analysed(log.CableOut().EventEnds().Text());
+    for (const Lane* lane : {&machine.history.cable, &machine.history.cables.begin()->second}) {
+        EXPECT_EQ(At(*lane, plugged + kHour / 2), State::kNoAddress);
+        EXPECT_EQ(At(*lane, pulled - 1), State::kNoAddress);
+        EXPECT_EQ(At(*lane, pulled), State::kOut);
+        EXPECT_EQ(lane->Now(), State::kOut);
+    }
 }
 
 }  // namespace
