@@ -14,7 +14,7 @@
 namespace {
 
 /// CLI11 wants the arguments without the program, and the last one first.
-int Run(std::vector<std::string> arguments) {
+int Run(const std::vector<std::string>& arguments) {
     CLI::App app("What the Linkvane service did, and why", "LinkvaneDoctor");
     app.require_subcommand(1);
     app.set_version_flag("--version", LINKVANE_VERSION);
@@ -47,13 +47,13 @@ int wmain(int count, wchar_t** arguments) {
         text.pop_back();
         texts.push_back(std::move(text));
     }
-    return Run(std::move(texts));
+    return Run(texts);
 }
 
 #else
 
 int main(int count, char** arguments) {
-    return Run(std::vector<std::string>(arguments + 1, arguments + count));
+    return Run({arguments + 1, arguments + count});
 }
 
 #endif

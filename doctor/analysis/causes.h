@@ -72,12 +72,12 @@ enum class Cause : std::uint8_t {
 
 struct CauseInfo {
     Cause cause;
-    std::string_view id;
-    /// wifi, wwan, service or log.
-    std::string_view subject;
     Severity severity;
     /// Of findings, the one with the highest rank is the verdict.
     int rank;
+    std::string_view id;
+    /// wifi, wwan, service or log.
+    std::string_view subject;
     /// What to do; may be empty.
     std::string_view remedy;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -40,25 +41,25 @@ class Follower {
         Time lastTime = 0;
         /// Since when it has had no pause.
         Time busySince = 0;
-        /// A cable event waits for its turn.
-        bool waitsForTurn = false;
         std::string connection;
         std::string adapter;
+        /// A cable event waits for its turn.
+        bool waitsForTurn = false;
         bool connected = false;
         bool wired = false;
         /// A look at the adapters that has not ended.
         bool checking = false;
         Time checkSince = 0;
         std::optional<Proof> lastError;
-        bool airplaneUnread = false;
-        bool ownCompletion = false;
         std::int64_t completionStatus = 0;
+        bool ownCompletion = false;
+        bool airplaneUnread = false;
         /// What is being written to the registry.
         std::optional<Radio> storing;
         std::string storedText;
         Proof storeProof;
-        std::optional<Decision> decisions[2];
-        bool switching[2] = {false, false};
+        std::array<std::optional<Decision>, 2> decisions;
+        std::array<bool, 2> switching{};
         Proof lastLine;
     };
 
@@ -104,7 +105,7 @@ class Follower {
     void SeeAirplane(Thread& thread, bool on, Time time, const Proof& proof);
     void SeeRemembered(Radio radio, State state, std::string text, const Proof& proof);
     void Store(Thread& thread, const Proof& proof);
-    std::pair<Who, std::string> WhoStored(const Thread& thread, Radio radio, bool on) const;
+    [[nodiscard]] std::pair<Who, std::string> WhoStored(const Thread& thread, Radio radio, bool on) const;
 
     Decision& DecisionOf(Thread& thread, Radio radio, bool on, const LogLine& line, const Proof& proof);
     Decision* CurrentDecision(Thread& thread, Radio radio);
@@ -115,7 +116,10 @@ class Follower {
     void Succeed(Thread& thread, Radio radio, Outcome outcome, const LogLine& line, const Proof& proof);
     void EndDecision(Thread& thread, Radio radio, Time time);
     void Publish(Thread& thread, Radio radio);
-    bool ServiceSwitched(Radio radio, bool on, Time time) const;
+    [[nodiscard]] bool ServiceSwitched(Radio radio, bool on, Time time) const;
+    /// Who made a change that a look or a notification shows, and why.
+    [[nodiscard]] std::pair<Who, std::string> WhoSwitched(Radio radio, bool on, Time time, bool wasKnown,
+                                                          bool isNotification) const;
 
     void Tell(StoryKind kind, Time time, const Proof& proof, std::string subject, Who who, Severity severity,
               std::string text);
@@ -131,14 +135,14 @@ class Follower {
         bool busy = false;
         std::string reason;
     };
-    OwnSwitch m_own[2];
+    std::array<OwnSwitch, 2> m_own;
     std::optional<Time> m_airplaneChanged;
     /// The modem has told of a change since it was last looked at.
     bool m_modemChanged = false;
     /// When a look at the modem showed a change that it has not told of yet.
     std::optional<Time> m_modemAhead;
     /// What the radios were when the service stopped.
-    std::optional<State> m_atStop[2];
+    std::array<std::optional<State>, 2> m_atStop;
     std::optional<Proof> m_firmwareError;
     std::optional<Time> m_wakeEnds;
     /// Since when changes may have gone unseen, while what happened in a sleep is being told.

@@ -16,6 +16,16 @@ bool IsOfEthernetCheck(std::string_view operation) {
            operation == "NLMEventHandler::InitialiseAdapter";
 }
 
+/// A look that finds no cable tells it of each connection that nothing was known of; after a sleep of all.
+void FindAllOut(std::map<std::string, Lane>& cables, bool isAfterSleep, Time time, const std::string& why,
+                Place place) {
+    for (auto& [connection, cable] : cables) {
+        if (isAfterSleep || cable.Now() == State::kUnknown) {
+            cable.Find(time, State::kOut, Who::kUser, why, place);
+        }
+    }
+}
+
 }  // namespace
 
 /// A look at the adapters ends with the first that counts, or, without one, when the thread goes on.
@@ -88,11 +98,7 @@ void Follower::EndCheck(Thread& thread, bool found, Time time, const Proof& proo
         lane.Find(time, state, Who::kUser, why, proof.place);
     }
     if (state == State::kOut) {
-        for (auto& [connection, cable] : m_history.cables) {
-            if (cable.Now() == State::kUnknown || thread.task == Task::kResume) {
-                cable.Find(time, State::kOut, Who::kUser, why, proof.place);
-            }
-        }
+        FindAllOut(m_history.cables, thread.task == Task::kResume, time, why, proof.place);
     }
 }
 

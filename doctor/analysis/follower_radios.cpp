@@ -206,6 +206,24 @@ bool Follower::ServiceSwitched(Radio radio, bool on, Time time) const {
            (own.busy || (own.until != 0 && time - own.until < kEchoMs && time >= own.until - kEchoMs));
 }
 
+std::pair<Who, std::string> Follower::WhoSwitched(Radio radio, bool on, Time time, bool wasKnown,
+                                                  bool isNotification) const {
+    if (ServiceSwitched(radio, on, time)) {
+        return {Who::kService,
+                fmt::format("switched by the service, because {}", m_own[Index(radio)].reason)};
+    }
+    if (m_airplaneChanged && time - *m_airplaneChanged < kAirplaneFollowsMs) {
+        return {Who::kWindows, "airplane mode changed"};
+    }
+    if (!wasKnown) {
+        return {Who::kUnknown, "so when the service looked"};
+    }
+    if (isNotification) {
+        return {Who::kUser, "switched by somebody else than the service"};
+    }
+    return {Who::kUnknown, "changed by somebody else than the service"};
+}
+
 /// A look at a radio: who changed it, if it changed.
 void Follower::SeeRadio(Thread& thread, Radio radio, bool on, Time time, const Proof& proof) {
     const State state = on ? State::kOn : State::kOff;
@@ -225,28 +243,14 @@ void Follower::SeeRadio(Thread& thread, Radio radio, bool on, Time time, const P
         return;
     }
     const Time since = isNotification ? std::min(thread.taskSince, time) : time;
-    Who who = Who::kUnknown;
-    std::string why;
-    if (ServiceSwitched(radio, on, time)) {
-        who = Who::kService;
-        why = fmt::format("switched by the service, because {}", m_own[Index(radio)].reason);
-    } else if (m_airplaneChanged && time - *m_airplaneChanged < kAirplaneFollowsMs) {
-        who = Who::kWindows;
-        why = "airplane mode changed";
-    } else if (lane.Now() != State::kUnknown && isNotification) {
-        who = Who::kUser;
-        why = "switched by somebody else than the service";
-    } else if (lane.Now() == State::kUnknown) {
-        why = "so when the service looked";
-    } else {
-        why = "changed by somebody else than the service";
-    }
+    const bool wasKnown = lane.Now() != State::kUnknown;
+    const auto [who, why] = WhoSwitched(radio, on, time, wasKnown, isNotification);
     if (isNotification && who != Who::kService) {
         DoubtIfBehind(thread, lane);
     }
     const bool seenAsItHappens = isNotification || who != Who::kUnknown ||
                                  (radio == Radio::kWifi ? m_now.subscribed : m_now.modem.has_value());
-    if (lane.Now() != State::kUnknown && seenAsItHappens) {
+    if (wasKnown && seenAsItHappens) {
         lane.Set(since, state, who, why, proof.place);
     } else {
         lane.Find(since, state, who, why, proof.place);

@@ -188,13 +188,15 @@ struct Situation {
     std::optional<Proof> wwanNotSubscribed;
     std::optional<Proof> serviceMissed;
     bool workerDone = false;
+    /// The firmware or a service of Windows is being waited for.
+    bool readingFirmware = false;
     bool subscribed = false;
     State cable = State::kUnknown;
+    CableOutcome cableOutcome = CableOutcome::kNone;
     std::optional<Proof> cableProof;
     /// A look found a cable that no event has told of.
     std::optional<Proof> untoldCable;
     std::string cableName;
-    CableOutcome cableOutcome = CableOutcome::kNone;
     std::optional<Proof> cableOutcomeProof;
     Time cableOutcomeTime = 0;
     State airplane = State::kUnknown;
@@ -206,8 +208,6 @@ struct Situation {
     RadioSituation wifi;
     RadioSituation wwan;
     std::vector<Waiting> waiting;
-    /// The firmware or a service of Windows is being waited for.
-    bool readingFirmware = false;
 
     RadioSituation& Of(Radio radio) { return radio == Radio::kWifi ? wifi : wwan; }
     [[nodiscard]] const RadioSituation& Of(Radio radio) const { return radio == Radio::kWifi ? wifi : wwan; }

@@ -44,7 +44,7 @@ class LineReader {
     bool Fill();
     void AppendUtf16(std::size_t bytes);
     void AppendCharacter(char32_t character);
-    std::string_view WithoutReturn(std::string_view line) const;
+    [[nodiscard]] std::string_view WithoutReturn(std::string_view line) const;
 
     std::size_t ReadBlock(std::size_t bytes);
 

@@ -143,7 +143,8 @@ std::optional<LogLine> ParseLine(std::string_view line) {
         return std::nullopt;
     }
     const std::size_t operationEnd = line.find('|', kOperation);
-    if (operationEnd == std::string_view::npos || operationEnd > kOperation + kLongestOperation) {
+    // Where there is no such end, it lies behind every text.
+    if (operationEnd > kOperation + kLongestOperation) {
         return std::nullopt;
     }
     const std::optional<Time> time = ParseTime(line.substr(0, kTimeEnd));

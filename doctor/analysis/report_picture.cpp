@@ -124,11 +124,11 @@ std::string_view StateWord(State state) {
 
 void DrawBand(Out out, std::string_view filling, double x, double y, double width, std::string_view title) {
     const auto band = [&](std::string_view paint) {
-        fmt::format_to(out, "<rect x=\"{:.1f}\" y=\"{}\" width=\"{:.1f}\" height=\"{}\" {}>", x, y, width,
-                       kBand, paint);
+        fmt::format_to(out, R"(<rect x="{:.1f}" y="{}" width="{:.1f}" height="{}" {}>)", x, y, width, kBand,
+                       paint);
         fmt::format_to(out, "<title>{}</title></rect>\n", Xml(title));
     };
-    band(fmt::format("class=\"{}\" stroke-width=\"0.7\"", filling));
+    band(fmt::format(R"(class="{}" stroke-width="0.7")", filling));
     if (filling == "hatch" || filling == "stripes") {
         band(fmt::format("fill=\"url(#{})\"", filling));
     }
@@ -140,10 +140,10 @@ void DrawWho(Out out, Who who, double x, double y) {
     const std::string paint = fmt::format("class=\"who\" fill=\"var(--{})\"", WhoName(who));
     switch (who) {
         case Who::kUser:
-            fmt::format_to(out, "<circle cx=\"{:.1f}\" cy=\"{:.1f}\" r=\"{}\" {}/>", x, y, kHalf, paint);
+            fmt::format_to(out, R"(<circle cx="{:.1f}" cy="{:.1f}" r="{}" {}/>)", x, y, kHalf, paint);
             break;
         case Who::kService:
-            fmt::format_to(out, "<rect x=\"{:.1f}\" y=\"{:.1f}\" width=\"{}\" height=\"{}\" {}/>", x - kHalf,
+            fmt::format_to(out, R"(<rect x="{:.1f}" y="{:.1f}" width="{}" height="{}" {}/>)", x - kHalf,
                            y - kHalf, 2 * kHalf, 2 * kHalf, paint);
             break;
         case Who::kWindows:
@@ -279,7 +279,7 @@ class Picture {
                 continue;
             }
             free = x + kLabelGap;
-            fmt::format_to(m_out, "<path class=\"event\" d=\"M{:.1f} {}V{}\"/>", x, m_top - 6, bottom);
+            fmt::format_to(m_out, R"(<path class="event" d="M{:.1f} {}V{}"/>)", x, m_top - 6, bottom);
             fmt::format_to(m_out,
                            "<text x=\"{:.1f}\" y=\"{}\" transform=\"rotate(-35 {:.1f} {})\">{}</text>\n", x,
                            m_top - 10, x, m_top - 10, Xml(Label(event)));

@@ -55,18 +55,23 @@ void Tell(Out out, const Machine& machine) {
 
 constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
 
+/// The bytes of a character that begins with this one, or 0 where none does.
+std::size_t LengthFrom(unsigned first) {
+    return first < 0x80U   ? 1
+           : first < 0xC2U ? 0
+           : first < 0xE0U ? 2
+           : first < 0xF0U ? 3
+           : first < 0xF5U ? 4
+                           : 0;
+}
+
 /// The bytes of the first character, or 0 where it is not UTF-8.
 std::size_t CharacterLength(std::string_view text) {
     const auto byte = [text](std::size_t at) {
         return static_cast<unsigned char>(at < text.size() ? text[at] : 0);
     };
     const unsigned first = byte(0);
-    const std::size_t length = first < 0x80U   ? 1
-                               : first < 0xC2U ? 0
-                               : first < 0xE0U ? 2
-                               : first < 0xF0U ? 3
-                               : first < 0xF5U ? 4
-                                               : 0;
+    const std::size_t length = LengthFrom(first);
     for (std::size_t i = 1; i < length; ++i) {
         if ((byte(i) & 0xC0U) != 0x80U) {
             return 0;

@@ -172,7 +172,7 @@ void JudgeHalf(const FirmwareHalf& half, std::string_view id, std::string_view r
     if (half.result == 0 && !half.value.empty()) {
         if (!half.isEnabled) {
             findings.Add(Severity::kNote, fmt::format("{}-half-disabled", id), "firmware",
-                         fmt::format("The half for {} is disabled in the firmware (\"{}\" is \"{}\").", radio,
+                         fmt::format(R"(The half for {} is disabled in the firmware ("{}" is "{}").)", radio,
                                      half.setting, half.value),
                          "If that is not meant: enable it in the notebook's setup, then restart Windows.");
         }
@@ -398,12 +398,11 @@ void JudgeRemembered(const Remembered& remembered, std::string_view radio, Findi
         return;
     }
     if (remembered.oddity == "other-text") {
-        findings.Add(
-            Severity::kWarning, "remembered-odd", subject,
-            fmt::format("\"{}\" is remembered for {}: it is neither \"True\" nor \"False\", and counts "
-                        "as off.",
-                        remembered.value->text, radio),
-            kRememberRemedy);
+        findings.Add(Severity::kWarning, "remembered-odd", subject,
+                     fmt::format(R"("{}" is remembered for {}: it is neither "True" nor "False", and counts )"
+                                 "as off.",
+                                 remembered.value->text, radio),
+                     kRememberRemedy);
     } else if (remembered.oddity != "none") {
         findings.Add(Severity::kWarning, "remembered-type", subject,
                      fmt::format("What is remembered for {} is no text as the service writes it ({}, {}): it "

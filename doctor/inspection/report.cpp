@@ -191,7 +191,7 @@ void AddService(const Service& service, Lines& lines) {
 
 void AddHalf(std::string_view heading, const FirmwareHalf& half, Lines& lines) {
     lines.Add(heading, half.result == 0
-                           ? fmt::format("{} (\"{}\" is \"{}\")", half.isEnabled ? "enabled" : "disabled",
+                           ? fmt::format(R"({} ("{}" is "{}"))", half.isEnabled ? "enabled" : "disabled",
                                          half.setting, half.value)
                            : fmt::format("not read (\"{}\": {})", half.setting, ErrorText(half.result)));
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -173,12 +174,7 @@ struct LogPolicies {
     std::vector<std::string> outputs;
     [[nodiscard]] bool WritesNothing() const { return minLevel > maxLevel || minLevel > kHighestLevel; }
     [[nodiscard]] bool WritesFile() const {
-        for (const std::string& output : outputs) {
-            if (output == "file") {
-                return !WritesNothing();
-            }
-        }
-        return false;
+        return !WritesNothing() && std::find(outputs.begin(), outputs.end(), "file") != outputs.end();
     }
 
   private:
