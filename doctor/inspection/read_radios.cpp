@@ -59,8 +59,8 @@ void ReadPhys(const Platform::UniqueWlanHandle& client, const GUID& id, WlanInte
         wlanInterface.error = ERROR_INVALID_DATA;
         return;
     }
-    const std::size_t shown = std::min<std::size_t>({radio->dwNumberOfPhys, std::size(radio->PhyRadioState),
-                                                     (bytes - kHeader) / sizeof(WLAN_PHY_RADIO_STATE)});
+    const auto shown = std::min<std::size_t>({radio->dwNumberOfPhys, std::size(radio->PhyRadioState),
+                                              (bytes - kHeader) / sizeof(WLAN_PHY_RADIO_STATE)});
     for (std::size_t i = 0; i < shown; ++i) {
         wlanInterface.phys.push_back({RadioStateName(radio->PhyRadioState[i].dot11SoftwareRadioState),
                                       RadioStateName(radio->PhyRadioState[i].dot11HardwareRadioState)});
