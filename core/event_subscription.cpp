@@ -27,19 +27,20 @@ ComPtr<IConnectionPointContainer> QueryContainer(const LogScope& log, IUnknown* 
     if (manager != nullptr) {
         result = manager->QueryInterface(IID_PPV_ARGS(container.GetAddressOf()));
     }
-    static_cast<void>(
+    const bool succeeded =
         StepSucceeded(log, RequireObject(result, container),
-                      L"IID_IConnectionPointContainer QueryInterface failed with error: 0x%08X"));
-    return container;
+                      L"IID_IConnectionPointContainer QueryInterface failed with error: 0x%08X");
+    return succeeded ? container : nullptr;
 }
 
 ComPtr<IConnectionPoint> FindPoint(const LogScope& log, IConnectionPointContainer& container,
                                    const EventSubscription& subscription) {
     ComPtr<IConnectionPoint> point;
     const HRESULT result = container.FindConnectionPoint(subscription.events, point.GetAddressOf());
-    if (StepSucceeded(log, RequireObject(result, point), subscription.findFailedLine)) {
-        subscription.point = point;
+    if (!StepSucceeded(log, RequireObject(result, point), subscription.findFailedLine)) {
+        return nullptr;
     }
+    subscription.point = point;
     return point;
 }
 
@@ -74,7 +75,8 @@ void SubscribeToEvents(const LogScope& log, IUnknown* manager,
             return;
         }
         if (sink == nullptr) {
-            sink = makeSink();
+            // Not assigned, which may count twice: the handler's count is a plain integer.
+            makeSink().Swap(sink);
         }
         if (sink == nullptr || !Advise(log, *point.Get(), *sink.Get(), subscription)) {
             return;

@@ -83,7 +83,8 @@ void CMainService::OnStop() {
     m_state.mbnInterfaceManager.Reset();
 
     CloseWlanHandle(log, m_state);
-    // This thread has not entered COM, so that leaving it ends nothing.
+    // This thread has not entered COM. It leaves it all the same, which ends nothing: the process holds
+    // its multithreaded apartment.
     CoUninitialize();
 }
 

@@ -1,5 +1,6 @@
 #include "core/mobile_broadband_subscription.h"
 
+#include <functional>
 #include <new>
 
 #include "core/event_subscription.h"
@@ -27,9 +28,10 @@ ComPtr<IUnknown> CreateSinks(const LogScope& log, ServiceState& service) {
 void ListenForWwanEvents(ServiceState& service) {
     const LogScope log("CMainService::ListenForWwanEvents");
     const ComPtr<IMbnInterfaceManager> manager = service.mbnInterfaceManager;
+    const auto createSinks = [&] { return CreateSinks(log, service); };
     SubscribeToEvents(log, manager.Get(),
                       {{IID_IMbnRadioEvents, L"FindConnectionPoint failed with error: 0x%08X",
                         L"IID_IMbnRadioEvents QueryInterface failed with error: 0x%08X",
                         service.mbnRadioEvents, service.mbnRadioCookie, false}},
-                      [&] { return CreateSinks(log, service); });
+                      std::ref(createSinks));
 }

@@ -1,5 +1,6 @@
 #include "core/network_subscription.h"
 
+#include <functional>
 #include <new>
 
 #include "core/event_subscription.h"
@@ -30,6 +31,7 @@ ComPtr<IUnknown> CreateHandler(const LogScope& log, ServiceState& service, INetw
 void ListenForWlanEvents(ServiceState& service) {
     const LogScope log("CMainService::ListenForWlanEvents");
     ComPtr<INetworkListManager> manager = service.networkListManager;
+    const auto createHandler = [&] { return CreateHandler(log, service, manager.Get()); };
     constexpr wchar_t kFindFailed[] = L"FindConnectionPoint failed with error: 0x%08X";
     SubscribeToEvents(
         log, manager.Get(),
@@ -41,7 +43,7 @@ void ListenForWlanEvents(ServiceState& service) {
           service.networkConnectionEvents, service.networkConnectionCookie, true},
          {IID_INetworkEvents, kFindFailed, L"IID_INetworkEvents QueryInterface failed with error: 0x%08X",
           service.networkEvents, service.networkCookie, true}},
-        [&] { return CreateHandler(log, service, manager.Get()); });
+        std::ref(createHandler));
     if (!service.running || service.networkListManager == nullptr) {
         // The service stops or has stopped. What was subscribed behind the back of the stop nobody
         // gives back, and the handler works with the manager without holding it: it must not go

@@ -21,8 +21,8 @@
 /// else reads one holds a reference of its own to the object by then. The watcher's event is taken out
 /// while it is signalled, the WLAN handle while it is in use.
 ///
-/// What was never given back by a stop is released in the reverse of this order; that of the first four
-/// pointers is also the order in which a stop takes the subscriptions back.
+/// What was never given back by a stop is released in the reverse of this order; that of the four
+/// connection points is also the order in which a stop takes the subscriptions back.
 struct ServiceState {
     /// Never deleted: the worker and network events may outlive the service, and what they do then still
     /// reaches the set. It goes with the process.

@@ -3,6 +3,7 @@
 #include <windows.h>
 #include <sensapi.h>
 
+#include <atomic>
 #include <exception>
 #include <optional>
 
@@ -183,7 +184,8 @@ bool SetUpWwan(const LogScope& log, ServiceState& service) {
 bool SetUpAndDecide(const LogScope& log, ServiceState& service) {
     // Whoever gives up early stays in COM: the thread belongs to the pool for good. The normal end
     // leaves what it entered; a thread that lives in another apartment keeps that and goes on. What is
-    // created and subscribed here lives in the multithreaded apartment, one for the whole process.
+    // created and subscribed here lives in the multithreaded apartment, which the process holds from before
+    // the service exists to its end.
     const HRESULT entered = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     if (FAILED(entered) && entered != RPC_E_CHANGED_MODE) {
         log.Error(L"CoInitialize failed with error: 0x%08X", entered);

@@ -163,12 +163,13 @@ constexpr Registration kUnregistration = {WLAN_NOTIFICATION_SOURCE_NONE, nullptr
 
 DWORD OpenWlanHandle(const LogScope& log, Platform::UniqueWlanHandle& client) {
     DWORD negotiatedVersion = 0;
-    const DWORD result =
-        WlanOpenHandle(Platform::kWlanClientVersion, nullptr, &negotiatedVersion, client.Put());
+    HANDLE opened = nullptr;
+    const DWORD result = WlanOpenHandle(Platform::kWlanClientVersion, nullptr, &negotiatedVersion, &opened);
     if (result != ERROR_SUCCESS) {
         log.Error(L"WlanOpenHandle failed with error: %u", result);
         return result;
     }
+    client.Reset(opened);
     return client ? ERROR_SUCCESS : ERROR_NOT_READY;
 }
 

@@ -4,8 +4,8 @@
 
 namespace Orva::Shared {
 
-/// A critical section, deleted with its owner, that is held for a moment only: whoever finds it taken
-/// spins before it waits.
+/// A critical section, deleted with its owner, that is seldom held for more than a moment: whoever finds it
+/// taken spins before it waits.
 class CriticalSection {
   public:
     CriticalSection() noexcept {
@@ -34,6 +34,18 @@ class CriticalSectionLock {
     CriticalSectionLock(const CriticalSectionLock&) = delete;
     CriticalSectionLock& operator=(const CriticalSectionLock&) = delete;
     ~CriticalSectionLock() { m_section.Leave(); }
+
+  private:
+    CriticalSection& m_section;
+};
+
+/// Leaves a section that the caller holds, for a scope.
+class CriticalSectionGap {
+  public:
+    explicit CriticalSectionGap(CriticalSection& section) noexcept : m_section(section) { m_section.Leave(); }
+    CriticalSectionGap(const CriticalSectionGap&) = delete;
+    CriticalSectionGap& operator=(const CriticalSectionGap&) = delete;
+    ~CriticalSectionGap() { m_section.Enter(); }
 
   private:
     CriticalSection& m_section;

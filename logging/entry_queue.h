@@ -8,8 +8,8 @@
 namespace Orva::Shared {
 
 /// Copies of log entries, first in, first out, packed one behind the other: to append one costs no more
-/// than copying its texts. With a deque of entries, queued calls miss their bounds in `logging_bench`.
-/// Not safe for use by two threads at once.
+/// than copying its texts, and where the block grows, those that wait. With a deque of entries, queued calls
+/// miss their bounds in `logging_bench`. Not safe for use by two threads at once.
 class EntryQueue {
   public:
     [[nodiscard]] bool IsEmpty() const noexcept { return m_first == m_bytes.size(); }

@@ -44,10 +44,12 @@ void AppendHeader(std::wstring& line, const SYSTEMTIME& time, DWORD threadId, st
     line += L'|';
 }
 
-/// As the C runtime's "%S" has it in its own locale, "C": each byte is a character.
+/// As the C runtime's "%S" has it in its own locale, "C": each byte is a character. One at a time: as a
+/// whole they would be copied once more first, into memory of their own.
 void AppendName(std::wstring& line, std::string_view name) {
-    const auto* const bytes = reinterpret_cast<const unsigned char*>(name.data());
-    line.append(bytes, bytes + name.size());
+    for (const char character : name) {
+        line += static_cast<wchar_t>(static_cast<unsigned char>(character));
+    }
 }
 
 }  // namespace

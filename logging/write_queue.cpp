@@ -109,9 +109,11 @@ void WriteQueue::TearDown() {
 /// finds this writer ended closes the handle that it finds, and starts another one.
 DWORD WriteQueue::WaitForWriter() {
     Platform::UniqueHandle writer = std::move(m_writer);
-    m_lock.Leave();
-    const DWORD result = WaitForSingleObject(writer.Get(), kTearDownWaitMilliseconds);
-    m_lock.Enter();
+    DWORD result = WAIT_FAILED;
+    {
+        const CriticalSectionGap gap(m_lock);
+        result = WaitForSingleObject(writer.Get(), kTearDownWaitMilliseconds);
+    }
     if (!m_writer) {
         m_writer = std::move(writer);
     }

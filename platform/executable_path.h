@@ -8,8 +8,8 @@
 
 namespace Platform {
 
-/// Gets the full path of the running executable, cut to the room there is, with its end. The Win32 error;
-/// ERROR_INSUFFICIENT_BUFFER for a path that was cut, which leads nowhere.
+/// Gets the full path of the running executable, cut to the room there is (not none), with its end. The Win32
+/// error; ERROR_INSUFFICIENT_BUFFER for a path that was cut, which leads nowhere.
 inline DWORD GetExecutablePath(std::span<wchar_t> path) {
     const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
     path.back() = L'\0';

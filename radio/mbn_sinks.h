@@ -9,8 +9,10 @@
 /// `Release` destroys it.
 ///
 /// The completion of a modem's radio change (`OnSetSoftwareRadioStateComplete`) does this, in order:
-///  1. it wakes the switch that waits for it (radio/wwan_radio.cpp), whosever change it is;
-///  2. while the service itself is switching, or in airplane mode, that is all;
+///  1. it remembers the radio, and wakes the switch that waits for it (radio/wwan_radio.cpp), whosever
+///     change it is;
+///  2. where the adapters cannot be read, while the service itself is switching, or in airplane mode, that is
+///  all;
 ///  3. a change that the service did not make is the user's choice and is stored as such
 ///     (radio/power_status.h), unless a cable is in and LAN/WWAN switching enabled: then a modem that is on
 ///     is switched off again, and nothing is stored.
