@@ -11,8 +11,8 @@
 /// The completion of a modem's radio change (`OnSetSoftwareRadioStateComplete`) does this, in order:
 ///  1. it remembers the radio, and wakes the switch that waits for it (radio/wwan_radio.cpp), whosever
 ///     change it is;
-///  2. where the adapters cannot be read, while the service itself is switching, or in airplane mode, that is
-///  all;
+///  2. that is all where the adapters cannot be read, while the service itself is switching, and in airplane
+///     mode;
 ///  3. a change that the service did not make is the user's choice and is stored as such
 ///     (radio/power_status.h), unless a cable is in and LAN/WWAN switching enabled: then a modem that is on
 ///     is switched off again, and nothing is stored.

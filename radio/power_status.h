@@ -7,9 +7,8 @@
 /// Where the user's last choice for each radio is remembered: the state that it is to have without a cable,
 /// whatever it has now. It is written, by `SetWlanPowerStatusInRegistry` and its WWAN twin,
 ///  - with the new state, when a radio changed without this service's doing, outside of airplane mode and
-///  without a cable: WLAN by
-///    `CMainService::HandleWlanNotificationMsmRadioStateChange`, the modem (with a cable as well, while its
-///    feature is disabled) by `CMbnSinks::OnSetSoftwareRadioStateComplete`;
+///    without a cable: WLAN by `CMainService::HandleWlanNotificationMsmRadioStateChange`, the modem (with a
+///    cable as well, while its feature is disabled) by `CMbnSinks::OnSetSoftwareRadioStateComplete`;
 ///  - with "on", when the cable takes down a radio that was on: `StopWLANService`, `StopWWANService`;
 ///  - with "on", when a WLAN network is there without a cable:
 ///    `CMainService::HandleWlanNotificationAcmNetworkAvailable`.
