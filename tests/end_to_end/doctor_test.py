@@ -24,9 +24,9 @@ class Doctor(unittest.TestCase):
     def setUpClass(cls):
         cls.notebook = cls.enterClassContext(Machine(os.environ["LINKVANE_E2E_PREFIX"], EXECUTABLE.parent))
 
-    def run_doctor(self, *arguments):
+    def run_doctor(self, *arguments, before=()):
         done = subprocess.run(
-            [ROOT / "scripts/run-wine", FOLDER + "\\" + DOCTOR_IN_NOTEBOOK, *arguments],
+            [ROOT / "scripts/run-wine", *before, FOLDER + "\\" + DOCTOR_IN_NOTEBOOK, *arguments],
             env={**os.environ, "LINKVANE_WINEPREFIX": str(self.notebook.prefix)},
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=PATIENCE_SECONDS, check=False)
         return done.returncode, done.stdout.decode()
@@ -37,8 +37,15 @@ class Doctor(unittest.TestCase):
         return json.loads(output)
 
     def expect_check(self, exit_code, *causes):
-        """Exactly these causes, in this order, besides that there is no modem."""
-        code, output = self.run_doctor("check", "--json")
+        """Exactly these causes, in this order, besides that there is no modem; a plain user is told the same."""
+        as_plain_user = self.run_check(exit_code, causes, before=[os.environ["LINKVANE_PLAIN_USER"]])
+        findings = self.run_check(exit_code, causes)
+        self.assertEqual([finding["cause"] for finding in as_plain_user],
+                         [finding["cause"] for finding in findings])
+        return findings
+
+    def run_check(self, exit_code, causes, before=()):
+        code, output = self.run_doctor("check", "--json", before=before)
         report = json.loads(output)
         found = [finding["cause"] for finding in report["findings"]]
         self.assertEqual([cause for cause in found if cause != "wwan-no-modem"], list(causes))
