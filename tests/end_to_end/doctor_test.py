@@ -160,7 +160,7 @@ class Doctor(unittest.TestCase):
             self.expect_check(CANNOT_WORK, "both-halves-disabled", "wifi-half-disabled", "wwan-half-disabled")
         with self.at_rest("bios provider off", undo=["bios provider on"]):
             self.expect_check(CANNOT_WORK, "provider-missing")
-        with self.at_rest(f"bios {WLAN_SETTING} timeouts 1"):
+        with self.at_rest(f"bios {WLAN_SETTING} timeouts 2"):
             self.expect_check(CANNOT_BE_TOLD, "wifi-half-unreadable")
 
     def registry(self):
@@ -193,7 +193,7 @@ class Doctor(unittest.TestCase):
 
     def what_cannot_be_looked_at(self):
         for call, cause in (("WlanQueryInterface", "wifi-unreadable"), ("GetAdaptersInfo", "cable-unreadable")):
-            with self.at_rest(f"call {call} fail always {ACCESS_DENIED}", undo=[f"call {call} ok"]):
+            with self.at_rest(f"call {call} fail always with {ACCESS_DENIED}", undo=[f"call {call} ok"]):
                 self.expect_check(CANNOT_BE_TOLD, cause)
         with self.subTest("no WLAN interface, as on a server"):
             library = pathlib.Path(self.notebook.prefix, "drive_c", FOLDER[3:].replace("\\", "/"), "wlanapi.dll")
