@@ -1,5 +1,4 @@
-# The targets check-format and check-tidy. Include after everything that adds sources to linkvane or to the
-# doctor.
+# The targets check-format and check-tidy. Include after everything that adds sources to linkvane.
 #
 # Both remember what they have found good: an unchanged source is not read again.
 
@@ -43,62 +42,22 @@ function(linkvane_clang_flags result)
   set(${result} ${flags} PARENT_SCOPE)
 endfunction()
 
-# The sources of ours that a target is made of, by their full names.
-function(linkvane_sources_of target result)
-  get_target_property(sources ${target} SOURCES)
-  get_target_property(folder ${target} SOURCE_DIR)
-  list(FILTER sources INCLUDE REGEX "\\.cpp$")
-  list(TRANSFORM sources PREPEND "${folder}/" REGEX "^[^/]")
-  string(REGEX REPLACE "([][+.*^$()|?])" "\\\\\\1" binary_folder "${CMAKE_BINARY_DIR}")
-  list(FILTER sources EXCLUDE REGEX "^${binary_folder}/")
-  set(${result} ${sources} PARENT_SCOPE)
-endfunction()
-
-# Sources of the doctor that are not read yet.
-set(LINKVANE_UNREAD
-  doctor/analysis/analysis.cpp
-  doctor/analysis/follower.cpp
-  doctor/analysis/follower_cable.cpp
-  doctor/analysis/follower_radios.cpp
-  doctor/analysis/log_line.cpp
-  doctor/analysis/report_picture.cpp
-  doctor/analysis/report_text.cpp
-  doctor/collect_command.cpp
-  doctor/inspection/read_logs.cpp
-  doctor/inspection/read_network.cpp
-  doctor/inspection/read_radios.cpp
-  doctor/inspection/read_registry.cpp
-  doctor/inspection/read_service.cpp
-  doctor/inspection/read_state.cpp
-  doctor/inspection/registry_view.cpp
-  doctor/inspection/report.cpp
-  doctor/machine_now.cpp
-  doctor/main.cpp
-  doctor/page/page.cpp
-  doctor/quiet_log.cpp
-  doctor/status_command.cpp
-  doctor/why_command.cpp
-  doctor/zip_file.cpp
-)
-
 # One stamp a source. Its dependency file comes from the cross compiler, so that a changed header has
 # every source that includes it read again.
-function(linkvane_add_tidy_stamps target clang_flags result)
-  set(stamps)
-  linkvane_sources_of(${target} sources)
-  set(rules ${CMAKE_CURRENT_SOURCE_DIR}/.clang-tidy ${CMAKE_CURRENT_SOURCE_DIR}/doctor/.clang-tidy)
-  set(folders "$<TARGET_PROPERTY:${target},INCLUDE_DIRECTORIES>")
-  set(libraries "$<TARGET_PROPERTY:${target},SYSTEM_INCLUDE_DIRECTORIES>")
-  set(definitions "$<TARGET_PROPERTY:${target},COMPILE_DEFINITIONS>")
-  # Each of these becomes a list when the build files are written; until then it must stay whole.
-  set(flags -std=c++20
-    "$<$<BOOL:${folders}>:-I$<JOIN:${folders},;-I>>"
-    "$<$<BOOL:${libraries}>:-isystem$<JOIN:${libraries},;-isystem>>"
-    "-D$<JOIN:${definitions},;-D>")
+function(linkvane_add_tidy_check)
+  linkvane_clang_flags(clang_flags)
+  get_target_property(sources linkvane SOURCES)
+  list(APPEND sources ${CMAKE_CURRENT_SOURCE_DIR}/service/main.cpp)
+  set(folders "$<TARGET_PROPERTY:linkvane,INCLUDE_DIRECTORIES>")
+  set(definitions "$<TARGET_PROPERTY:linkvane,COMPILE_DEFINITIONS>")
+  # Each of the two becomes a list when the build files are written; until then it must stay whole.
+  set(folder_flags "-I$<JOIN:${folders},;-I>")
+  set(definition_flags "-D$<JOIN:${definitions},;-D>")
 
+  set(stamps)
   foreach(source IN LISTS sources)
     cmake_path(RELATIVE_PATH source BASE_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR} OUTPUT_VARIABLE name)
-    if(name IN_LIST LINKVANE_UNREAD)
+    if(NOT name MATCHES "\\.cpp$" OR name MATCHES "^\\.\\.")
       continue()
     endif()
     set(stamp ${CMAKE_BINARY_DIR}/checks/tidy/${name}.stamp)
@@ -106,29 +65,23 @@ function(linkvane_add_tidy_stamps target clang_flags result)
     file(MAKE_DIRECTORY ${stamp_folder})
     add_custom_command(
       OUTPUT ${stamp}
-      COMMAND ${CMAKE_CXX_COMPILER} "${flags}" -MM -MT ${stamp} -MF ${stamp}.d ${source}
+      COMMAND ${CMAKE_CXX_COMPILER} -std=c++20 "${folder_flags}" "${definition_flags}"
+        -MM -MT ${stamp} -MF ${stamp}.d ${source}
       COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/scripts/lib/clang-tidy-quietly ${CLANG_TIDY} ${source} --
-        ${clang_flags} "${flags}" -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+        ${clang_flags} -std=c++20 "${folder_flags}" "${definition_flags}"
+        -Wall -Wextra -Wpedantic -Wconversion -Wshadow
       COMMAND ${CMAKE_COMMAND} -E touch ${stamp}
-      DEPENDS ${source} ${rules}
+      DEPENDS ${source} ${CMAKE_CURRENT_SOURCE_DIR}/.clang-tidy
       DEPFILE ${stamp}.d
       COMMENT "Checking ${name} with clang-tidy"
       COMMAND_EXPAND_LISTS VERBATIM)
     list(APPEND stamps ${stamp})
   endforeach()
-  set(${result} ${stamps} PARENT_SCOPE)
+  add_custom_target(check-tidy DEPENDS ${stamps})
 endfunction()
 
 if(CLANG_TIDY AND MINGW)
-  linkvane_clang_flags(clang_flags)
-  set(stamps)
-  # The service, and what looks at it. What is made for it while it is built is not read.
-  foreach(target linkvane LinkvaneService linkvane_analysis linkvane_inspection linkvane_page linkvane_machine
-      LinkvaneDoctor)
-    linkvane_add_tidy_stamps(${target} "${clang_flags}" target_stamps)
-    list(APPEND stamps ${target_stamps})
-  endforeach()
-  add_custom_target(check-tidy DEPENDS ${stamps})
+  linkvane_add_tidy_check()
 else()
   linkvane_add_missing_check(check-tidy clang-tidy)
 endif()

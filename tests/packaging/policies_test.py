@@ -36,7 +36,8 @@ class Code:
     keys = {wide_text("kPolicyRoot") + product, wide_text("kPolicyRoot") + product + r"\LinkvaneService"}
     texts = {wide_text(name) for name in ("kLoggingType", "kMinLogLevel", "kMaxLogLevel")}
     numbers = {wide_text(name) for name in ("kMaxLogSize", "kQueuedWrites")}
-    levels = set(re.findall(r'L"(\w+)"', constant(r"kNames\[\] = \{([^}]*)\}", "logging/level.cpp")))
+    # Every text that is no name of a level means "Never", which has none in the table.
+    levels = {"Never", *re.findall(r'L"(\w+)"', constant(r"kNames\[\] = \{([^}]*)\}", "logging/level.cpp"))}
     words = set(re.findall(r'\{L"(\w+)", ListenerType::k\w+\}', (ROOT / "logging/policy.cpp").read_text()))
     all_names = set(re.findall(r'L"(\w+)";', (ROOT / "logging/policy.cpp").read_text()))
 
