@@ -97,12 +97,13 @@ DWORD ReadAdapters(const LogScope& log) {
 }
 
 void LogOtherAdapter(const LogScope& log, UINT type) {
-    const auto known = std::ranges::find(kOtherTypes, type, &OtherType::type);
-    if (known != kOtherTypes.end()) {
-        log.Information(known->line);
-    } else {
-        log.Information(L"Unknown type %d", type);
+    for (const OtherType& known : kOtherTypes) {
+        if (known.type == type) {
+            log.Information(known.line);
+            return;
+        }
     }
+    log.Information(L"Unknown type %d", type);
 }
 
 /// Whether one adapter of the list counts as a connected Ethernet; the first such ends the walk.

@@ -176,7 +176,11 @@ void NLMUtils::PrintAdapterInfo(const std::wstring& adapterId, unsigned char* is
 
 std::wstring NLMUtils::GetInterfaceTypeString(const DWORD* interfaceType) {
     LogScope log("NLMUtils::GetInterfaceTypeString", L"IFTYPE Value = %d", *interfaceType);
-    const auto known = std::ranges::find(kTypeNames, *interfaceType, &TypeName::type);
-    return log.Return(L"InterfaceType = %s",
-                      known != kTypeNames.end() ? known->name : L"Unrecognized interface type");
+    const wchar_t* name = L"Unrecognized interface type";
+    for (const TypeName& known : kTypeNames) {
+        if (known.type == *interfaceType) {
+            name = known.name;
+        }
+    }
+    return log.Return(L"InterfaceType = %s", name);
 }
