@@ -59,7 +59,9 @@ else()
       $<$<COMPILE_LANGUAGE:CXX>:-fno-sanitize=enum>)
   endif()
   if(LINKVANE_COVERAGE)
-    target_compile_options(linkvane_options INTERFACE $<$<COMPILE_LANGUAGE:CXX>:--coverage>)
+    # Threads that count the same line at once would lose counts, and come to negative ones.
+    target_compile_options(linkvane_options INTERFACE
+      $<$<COMPILE_LANGUAGE:CXX>:--coverage> $<$<COMPILE_LANGUAGE:CXX>:-fprofile-update=atomic>)
     target_link_options(linkvane_options INTERFACE --coverage)
   endif()
 endif()
