@@ -20,8 +20,7 @@ constexpr std::string_view kFirmwareProvider =
 
 constexpr std::string_view kLookFurther =
     "If it does not work all the same: the service did its part and sees the software switch only; look at "
-    "the hardware "
-    "switch, the driver and the network.";
+    "the hardware switch, the driver and the network.";
 
 constexpr Severity kWell = Severity::kWell;
 constexpr Severity kNote = Severity::kNote;

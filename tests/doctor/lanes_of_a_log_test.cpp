@@ -128,24 +128,19 @@ TEST(Modem, ThatChangesBackWhileItsFirstChangeIsLookedAtIsAsBefore) {
     EXPECT_EQ(machine.history.wwan.Now(), State::kOff);
 }
 
-TEST(Radios, AreAfterARestartAsBeforeUntilTheServiceLooks) {
-    WrittenLog log;
-    log.Started().Later(kHour);
-    Stops(log).Later(2000);
-    log.On(0x11, "CMainService::OnStart").Information("Linkvane Service (1.0.0.1) in OnStart").Later(kHour);
-    const Machine machine =
-        Analysed(log.In("CMainService::ServiceWorkerThread").TraceIn("ServiceWorkerThread - Entry").Text());
-    EXPECT_EQ(At(machine.history.wifi, log.Now() - kHour / 2), State::kOn);
-}
-
-TEST(Radios, AreNotKnownAfterALongerStop) {
-    WrittenLog log;
-    log.Started().Later(kHour);
-    Stops(log).Later(20000);
-    log.On(0x11, "CMainService::OnStart").Information("Linkvane Service (1.0.0.1) in OnStart").Later(kHour);
-    const Machine machine =
-        Analysed(log.In("CMainService::ServiceWorkerThread").TraceIn("ServiceWorkerThread - Entry").Text());
-    EXPECT_EQ(At(machine.history.wifi, log.Now() - kHour / 2), State::kUnknown);
+TEST(Radios, AreAfterARestartAsBeforeUntilTheServiceLooksUnlessItTookLong) {
+    for (const auto& [milliseconds, expected] :
+         {std::pair(2000, State::kOn), std::pair(20000, State::kUnknown)}) {
+        WrittenLog log;
+        log.Started().Later(kHour);
+        Stops(log).Later(milliseconds);
+        log.On(0x11, "CMainService::OnStart")
+            .Information("Linkvane Service (1.0.0.1) in OnStart")
+            .Later(kHour);
+        const Machine machine = Analysed(
+            log.In("CMainService::ServiceWorkerThread").TraceIn("ServiceWorkerThread - Entry").Text());
+        EXPECT_EQ(At(machine.history.wifi, log.Now() - kHour / 2), expected) << milliseconds;
+    }
 }
 
 TEST(Cables, OfAnAdapterThatTurnsUpLateWereOutInEveryRunThatListedThem) {
