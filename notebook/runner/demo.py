@@ -119,7 +119,9 @@ def have_drawn(machine, picture, page):
     """The doctor's picture and page of the log so far."""
     for path, arguments in ((picture, ["--picture"]), (page, [in_airplane_mode(machine), "--html"])):
         path.parent.mkdir(parents=True, exist_ok=True)
-        subprocess.run([DOCTOR, "why", *arguments, path, machine.log_folder()], check=True, timeout=60)
+        # By its name alone: the page shows what it was given, and where it lay is nobody's business.
+        subprocess.run([DOCTOR, "why", *arguments, path.resolve(), "LinkvaneService.log"], check=True, timeout=60,
+                       cwd=machine.log_folder())
 
 
 def arguments():
