@@ -8,7 +8,7 @@ import sys
 import time
 import unittest
 
-from rig import EXECUTABLE, PATIENCE_SECONDS, ROOT
+from rig import EXECUTABLE, TIMEOUT_SECONDS, ROOT
 
 PREFIX = pathlib.Path(os.environ["LINKVANE_E2E_PREFIX"])
 RUNS = "The service runs"
@@ -42,12 +42,12 @@ class ByHand(unittest.TestCase):
 
     def say(self, notebook, *commands):
         """Gives the commands and leaves; what was answered."""
-        answer, _ = notebook.communicate("\n".join([*commands, "quit"]), timeout=PATIENCE_SECONDS)
+        answer, _ = notebook.communicate("\n".join([*commands, "quit"]), timeout=TIMEOUT_SECONDS)
         self.assertEqual(0, notebook.returncode)
         return answer
 
     def expect_nothing_left(self, prefix=PREFIX):
-        given_up = time.monotonic() + PATIENCE_SECONDS
+        given_up = time.monotonic() + TIMEOUT_SECONDS
         while processes(prefix) and time.monotonic() < given_up:
             time.sleep(0.1)
         self.assertEqual([], processes(prefix))
@@ -72,7 +72,7 @@ class ByHand(unittest.TestCase):
                 notebook = self.start(until="Booting")
                 time.sleep(0.5)
                 notebook.send_signal(number)
-                self.assertEqual(128 + number, notebook.wait(PATIENCE_SECONDS))
+                self.assertEqual(128 + number, notebook.wait(TIMEOUT_SECONDS))
                 self.expect_nothing_left()
 
     def test_two_side_by_side_leave_each_other_alone(self):
@@ -80,7 +80,7 @@ class ByHand(unittest.TestCase):
         self.assertNotEqual([], processes(PREFIX))
         self.assertNotEqual([], processes(f"{PREFIX}-2"))
         second.send_signal(signal.SIGTERM)
-        self.assertEqual(128 + signal.SIGTERM, second.wait(PATIENCE_SECONDS))
+        self.assertEqual(128 + signal.SIGTERM, second.wait(TIMEOUT_SECONDS))
         self.expect_nothing_left(f"{PREFIX}-2")
         # Its owner still runs.
         subprocess.run([ROOT / "scripts/wine-stop"], check=True, stdin=subprocess.DEVNULL)

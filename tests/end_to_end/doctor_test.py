@@ -8,7 +8,7 @@ import subprocess
 import unittest
 import zipfile
 
-from rig import EXECUTABLE, PATIENCE_SECONDS, ROOT
+from rig import EXECUTABLE, TIMEOUT_SECONDS, ROOT
 
 from notebook.runner.machine import DOCTOR_IN_NOTEBOOK, FOLDER, Machine
 
@@ -28,7 +28,7 @@ class Doctor(unittest.TestCase):
         done = subprocess.run(
             [ROOT / "scripts/run-wine", *before, FOLDER + "\\" + DOCTOR_IN_NOTEBOOK, *arguments],
             env={**os.environ, "LINKVANE_WINEPREFIX": str(self.notebook.prefix)},
-            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=PATIENCE_SECONDS, check=False)
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=TIMEOUT_SECONDS, check=False)
         return done.returncode, done.stdout.decode()
 
     def status(self):

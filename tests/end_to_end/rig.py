@@ -17,7 +17,7 @@ OBJDUMP = os.environ["LINKVANE_OBJDUMP"]
 SERVICE = "LinkvaneService"
 
 # No call here takes long; a loaded machine may stretch it.
-PATIENCE_SECONDS = 120
+TIMEOUT_SECONDS = 120
 
 # A version resource's fixed part begins with this signature and the structure's version 1.0.
 FIXED_FILE_INFO = b"\xbd\x04\xef\xfe\x00\x00\x01\x00"
@@ -51,7 +51,7 @@ class Prefix(WinePrefix):
         """Runs a Windows program; gives its exit code and what it printed, as bytes."""
         done = subprocess.run(
             **self.command(program, *arguments),
-            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=PATIENCE_SECONDS, check=False)
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=TIMEOUT_SECONDS, check=False)
         return done.returncode, done.stdout
 
     def run_lines(self, *lines, folder="C:\\"):
