@@ -13,7 +13,6 @@ from notebook.runner.prefix import ROOT, WinePrefix  # noqa: E402
 
 EXECUTABLE = pathlib.Path(os.environ["LINKVANE_EXE"])
 NOTEBOOK = pathlib.Path(os.environ["LINKVANE_NOTEBOOK"])
-OBJDUMP = os.environ["LINKVANE_OBJDUMP"]
 SERVICE = "LinkvaneService"
 
 # No call here takes long; a loaded machine may stretch it.
