@@ -54,7 +54,7 @@ class Release(unittest.TestCase):
             *PROGRAMS, *(f"{name}.debug" for name in PROGRAMS), "LinkvaneService.msi", "licences.txt", "bom.cdx.json",
             "SHA256SUMS", "policies/LinkvaneService.admx", "policies/en-US/LinkvaneService.adml",
             "policies/de-DE/LinkvaneService.adml", "docs/deployment.md", "docs/operations.md", "docs/logging.md",
-            "docs/real-notebooks.md", "docs/doctor.md", *(f"docs/{picture}" for picture in pictures),
+            "docs/real-notebooks.md", "docs/doctor.md", "docs/security.md", *(f"docs/{picture}" for picture in pictures),
             "docs/CHANGELOG.md"})
 
     def test_sums_are_right_and_cover_every_file(self):
@@ -123,6 +123,19 @@ class Release(unittest.TestCase):
         for page in (RELEASE / "docs").glob("*.md"):
             for target in re.findall(r"\]\(([^)#:]+)\)", page.read_text()):
                 self.assertTrue((page.parent / target).exists(), f"{page.name}: {target}")
+
+    def test_proofs_of_the_security_page_are_there(self):
+        page = (ROOT / "docs/security.md").read_text()
+        files = {str(file.relative_to(ROOT / "tests")): file for file in (ROOT / "tests").rglob("*_test.*")}
+        files["page_test.py"] = ROOT / "doctor/page/tests/page_test.py"
+        tests = {(name.rsplit("_test.", 1)[0], found) for name, file in files.items()
+                 for found in re.findall(r"(?:TEST(?:_F|_P)?\(\w+,\s*|def )(\w+)", file.read_text())}
+        scenarios = {("scenario", file.stem) for file in (ROOT / "notebook/scenarios").glob("*.txt")}
+        proofs = set(re.findall(r"`([\w/]+): (\w+)`", page)) - {("folder/file", "name"), ("scenario", "name")}
+        self.assertGreater(len(proofs), 100)
+        self.assertEqual(proofs - tests - scenarios, set())
+        # Each document that is referred to is listed, and the other way round.
+        self.assertEqual(set(re.findall(r"\[(\d+)\]", page)), set(re.findall(r"(?m)^\| (\d+) \|", page)))
 
 
 class Again(unittest.TestCase):
