@@ -8,24 +8,14 @@
 namespace RadioTests {
 namespace {
 
-// Without a `Machine`, which would set everything to what is expected here. That each test runs in
-// a process of its own, as CTest does it, makes these see what a process begins with.
-
-TEST(InitialState, NoFeatureIsEnabled) {
+/// What a process begins with. The first test of its program: each later one has a `Machine`, which sets
+/// everything to what is expected here.
+TEST(InitialState, NothingIsEnabledKnownOrBeingSwitched) {
     EXPECT_FALSE(NLMUtils::lanWlanSwitchingEnabled);
     EXPECT_FALSE(NLMUtils::lanWwanSwitchingEnabled);
-}
-
-TEST(InitialState, NoConnectivityChangeIsBeingHandled) {
     EXPECT_FALSE(msm_Notification_flag);
-}
-
-TEST(InitialState, ServiceHasNotSwitchedWlan) {
     EXPECT_EQ(ServiceUtils::my_service_turnonoff_wifi, 0);
     EXPECT_FALSE(ServiceUtils::my_setwifitimeout);
-}
-
-TEST(InitialState, ThereIsNoWwanDeviceAndNoSwitchOfIt) {
     EXPECT_EQ(WwanState::interfaceManager.load(), nullptr);
     EXPECT_TRUE(WwanState::interfaceId.empty());
     EXPECT_FALSE(WwanState::devicePresent);

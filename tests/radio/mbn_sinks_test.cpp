@@ -4,22 +4,22 @@
 
 #include <atomic>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <type_traits>
+#include <utility>
+#include <vector>
 
 #include "bios/bios_settings.h"
 #include "radio/wwan_radio.h"
 #include "radio/wwan_state.h"
 #include "tests/radio/wwan_test.h"
-#include "tests/support/throw_from_log_line.h"
 
 namespace RadioTests {
 namespace {
 
 using namespace Rig::Lines;
 using namespace std::chrono_literals;
-using Orva::Shared::Level::kError;
-using Rig::ThrowFromLogLine;
 using ServiceUtils::kRadioOff;
 using ServiceUtils::SwitchWwanStatus;
 using testing::AllOf;
@@ -30,7 +30,17 @@ using testing::IsEmpty;
 using testing::SizeIs;
 
 constexpr char kComplete[] = "CMbnSinks::OnSetSoftwareRadioStateComplete";
+constexpr wchar_t kOff[] = L"WWAN Status = 0";
+constexpr wchar_t kReceived[] = L"Received OnSetSoftwareRadioStateComplete Event for requestID = 17";
 constexpr char kChange[] = "CMbnSinks::OnRadioStateChange";
+
+using Texts = std::vector<const wchar_t*>;
+
+// What a completion ends with.
+const Texts kRemembersOn{L"WWAN Status = 1", L"Writing WWAN status 1 to registry", kReceived};
+const Texts kRemembersOff{kOff, L"Writing WWAN status 0 to registry", kReceived};
+const Texts kUndoes{L"WWAN Status = 1", L"Ethernet is present, switching OFF WWAN"};
+const Texts kIgnores{L"Not Processing OnSetSoftwareRadioStateComplete"};
 
 /// The auto-reset event of a switch, as it publishes it.
 std::shared_ptr<Platform::UniqueHandle> PublishEvent() {
@@ -70,6 +80,8 @@ TEST_F(SinkIdentityTest, SinkIsItsTwoInterfacesWithAReferenceEach) {
         EXPECT_EQ(sink->QueryInterface(id, &object), S_OK);
         EXPECT_EQ(object, static_cast<IMbnRadioEvents*>(sink));
     }
+    EXPECT_EQ(sink->AddRef(), 3U);
+    EXPECT_EQ(sink->Release(), 2U);
     EXPECT_EQ(sink->Release(), 1U);
     EXPECT_EQ(sink->Release(), 0U);
 }
@@ -81,22 +93,10 @@ TEST_F(SinkIdentityTest, SinkIsNothingElse) {
         EXPECT_EQ(sink->QueryInterface(id, &object), E_NOINTERFACE);
         EXPECT_EQ(object, nullptr);
     }
-    EXPECT_EQ(sink->AddRef(), 2U) << "no reference was taken";
-    EXPECT_EQ(sink->Release(), 1U);
-}
-
-TEST_F(SinkIdentityTest, QueryWithoutAPlaceForTheAnswerIsRefused) {
-    const HeldSink sink;
     EXPECT_EQ(sink->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
     EXPECT_EQ(sink->QueryInterface(IID_IMbnRadio, nullptr), E_POINTER);
-}
-
-TEST_F(SinkIdentityTest, CountStartsAtZero) {
-    auto* const sink = new CMbnSinks;
-    EXPECT_EQ(sink->AddRef(), 1U);
-    EXPECT_EQ(sink->AddRef(), 2U);
+    EXPECT_EQ(sink->AddRef(), 2U) << "no reference was taken";
     EXPECT_EQ(sink->Release(), 1U);
-    EXPECT_EQ(sink->Release(), 0U);
 }
 
 TEST_F(SinkIdentityTest, ReferencesOfManyThreadsAreCounted) {
@@ -133,31 +133,21 @@ TEST_F(SinkIdentityTest, LastReleaseClosesAndClearsTheEvent) {
 }
 
 TEST_F(SinkIdentityTest, EventThatCannotBeClosedStaysPublished) {
-    const HANDLE event = PublishEvent()->Get();
-    {
-        const Rig::ScopedImport<&::CloseHandle> fails{[event](HANDLE handle) { return handle == event; },
-                                                      [](HANDLE) { return FALSE; }};
-        { const HeldSink sink; }
-        EXPECT_EQ(fails.Calls(), 1);
+    for (const bool throws : {false, true}) {
+        const HANDLE event = PublishEvent()->Get();
+        {
+            const Rig::ScopedImport<&::CloseHandle> fails{
+                [event](HANDLE handle) { return handle == event; },
+                [throws](HANDLE) { return throws ? throw DWORD{ERROR_CRC} : FALSE; }};
+            { const HeldSink sink; }
+            EXPECT_EQ(fails.Calls(), 1);
+        }
+        ASSERT_NE(WwanState::radioChangeEvent.load(), nullptr);
+        EXPECT_EQ(WwanState::radioChangeEvent.load()->Get(), event);
+        EXPECT_TRUE(CanBeUsed(event));
+        WwanState::radioChangeEvent.store(nullptr);
     }
-    ASSERT_NE(WwanState::radioChangeEvent.load(), nullptr);
-    EXPECT_EQ(WwanState::radioChangeEvent.load()->Get(), event);
-    EXPECT_TRUE(CanBeUsed(event));
-    WwanState::radioChangeEvent.store(nullptr);
-}
-
-TEST_F(SinkIdentityTest, EventWhoseCloseThrowsStaysPublished) {
-    const HANDLE event = PublishEvent()->Get();
-    {
-        const Rig::ScopedImport<&::CloseHandle> throws{[event](HANDLE handle) { return handle == event; },
-                                                       [](HANDLE) -> BOOL { throw DWORD{ERROR_CRC}; }};
-        { const HeldSink sink; }
-        EXPECT_EQ(throws.Calls(), 1);
-    }
-    ASSERT_NE(WwanState::radioChangeEvent.load(), nullptr);
-    EXPECT_TRUE(CanBeUsed(event));
     EXPECT_THAT(m_machine.log.Lines(), IsEmpty());
-    WwanState::radioChangeEvent.store(nullptr);
 }
 
 TEST_F(SinkIdentityTest, WithoutAnEventTheLastReleaseClosesNothing) {
@@ -221,13 +211,20 @@ class SinkTest : public WwanTest {
 
     [[nodiscard]] std::vector<Rig::LogLine> Lines() const { return m_machine.log.Of(kComplete); }
 
-    /// Sets or takes back the mark of the service's own switches while the sink looks for Ethernet:
-    /// after it has logged the mark, before it decides.
-    void MarkDuringTheEthernetTest(bool mark) {
-        m_notebook.At(Call::GetAdaptersInfo, 1, [mark] {
-            WwanState::NetworkChangedForSetRadio = mark;
-            return std::nullopt;
-        });
+    /// What the completion of request 17 says when the Ethernet test went well.
+    [[nodiscard]] static std::vector<Rig::LogLine> CompletionLines(bool mark, bool feature, bool cable,
+                                                                   const Texts& rest) {
+        std::vector<Rig::LogLine> lines{TraceIn(kComplete, L"RequestID = 17, Status = 0x0")};
+        for (const auto& [text, flag] : {std::pair(L"NetworkChangedForSetRadio Status = ", mark),
+                                         std::pair(L"LAN-WWAN Auto Switching Status = ", feature),
+                                         std::pair(L"Ethernet Connection Status = ", cable)}) {
+            lines.push_back(Information(kComplete, text + std::to_wstring(flag)));
+        }
+        for (const wchar_t* text : rest) {
+            lines.push_back(Information(kComplete, text));
+        }
+        lines.push_back(TraceOut(kComplete));
+        return lines;
     }
 };
 
@@ -245,13 +242,6 @@ TEST_F(SinkTest, RadioOfACompletionIsKeptUntilAnotherOneComes) {
     EXPECT_EQ(WwanState::lastRadio.load(), nullptr);
     EXPECT_EQ(References(), 0);
     Complete(1, S_OK, ConfirmRadio::Null);
-}
-
-TEST_F(SinkTest, CompletionSignalsTheEvent) {
-    const auto event = PublishEvent();
-    Complete();
-    EXPECT_TRUE(IsSignalled(*event));
-    EXPECT_FALSE(IsSignalled(*event)) << "one waiter is woken";
 }
 
 TEST_F(SinkTest, CompletionWithoutASwitchEverSignalsNothing) {
@@ -285,55 +275,62 @@ TEST_F(SinkTest, EventThatIsReplacedWhileItIsSignalledStaysOpen) {
     EXPECT_TRUE(signalled);
 }
 
-TEST_F(SinkTest, UserSwitchingOnWithoutACableIsRemembered) {
-    EXPECT_EQ(Complete(17, S_OK), S_OK);
-    EXPECT_EQ(m_machine.RememberedWwan(), L"True");
-    EXPECT_THAT(Lines(),
-                ElementsAre(TraceIn(kComplete, L"RequestID = 17, Status = 0x0"),
-                            Information(kComplete, L"NetworkChangedForSetRadio Status = 0"),
-                            Information(kComplete, L"LAN-WWAN Auto Switching Status = 0"),
-                            Information(kComplete, L"Ethernet Connection Status = 0"),
-                            Information(kComplete, L"WWAN Status = 1"),
-                            Information(kComplete, L"Writing WWAN status 1 to registry"),
-                            Information(kComplete,
-                                        L"Received OnSetSoftwareRadioStateComplete Event for requestID = 17"),
-                            TraceOut(kComplete)));
-}
+/// A machine at the moment of a completion, and what becomes of it.
+struct Moment {
+    bool mark = false;  ///< the service itself is switching
+    bool airplaneMode = false;
+    bool feature = false;
+    bool cable = false;
+    bool isOn = false;
+    Texts lines;
+    const wchar_t* remembers = nullptr;  ///< null: what was remembered stays
+    bool undoes = false;
+};
 
-TEST_F(SinkTest, UserSwitchingOffWithoutACableIsRemembered) {
-    NLMUtils::lanWwanSwitchingEnabled = true;
-    m_machine.RememberWwan(L"True");
-    Modem().software = 0;
-    Complete();
-    EXPECT_EQ(m_machine.RememberedWwan(), L"False");
-    EXPECT_THAT(Lines(), Contains(Information(kComplete, L"LAN-WWAN Auto Switching Status = 1")));
-    EXPECT_THAT(Lines(), Contains(Information(kComplete, L"Writing WWAN status 0 to registry")));
-}
-
-TEST_F(SinkTest, WithTheFeatureOffTheCableDoesNotMatter) {
-    m_notebook.PlugCable();
-    Complete();
-    EXPECT_EQ(m_machine.RememberedWwan(), L"True");
-    EXPECT_EQ(SetCount(), 0);
-    EXPECT_THAT(Lines(), Contains(Information(kComplete, L"Ethernet Connection Status = 1")));
-}
-
-TEST_F(SinkTest, UserSwitchingOnWithTheCableInIsUndoneAndNotRemembered) {
-    NLMUtils::lanWwanSwitchingEnabled = true;
-    m_notebook.PlugCable();
-    m_machine.RememberWwan(L"False");
-    EXPECT_EQ(Complete(17), S_OK);
-    EXPECT_FALSE(IsOn());
-    EXPECT_EQ(m_machine.RememberedWwan(), L"False");
-    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kComplete, L"RequestID = 17, Status = 0x0"),
-                                     Information(kComplete, L"NetworkChangedForSetRadio Status = 0"),
-                                     Information(kComplete, L"LAN-WWAN Auto Switching Status = 1"),
-                                     Information(kComplete, L"Ethernet Connection Status = 1"),
-                                     Information(kComplete, L"WWAN Status = 1"),
-                                     Information(kComplete, L"Ethernet is present, switching OFF WWAN"),
-                                     TraceOut(kComplete)));
-    EXPECT_THAT(m_machine.log.Lines(), Contains(TraceIn("ServiceUtils::SwitchWwanStatusWithRetry",
-                                                        L"NewStatus = 0, Retry Count = 5")));
+TEST_F(SinkTest, CompletionIsJudgedByMarkAirplaneModeFeatureAndCable) {
+    for (const Moment& moment : {
+             // The user's choice is remembered,
+             Moment{.isOn = true, .lines = kRemembersOn, .remembers = L"True"},
+             Moment{.lines = kRemembersOff, .remembers = L"False"},
+             Moment{.feature = true, .isOn = true, .lines = kRemembersOn, .remembers = L"True"},
+             Moment{.feature = true, .lines = kRemembersOff, .remembers = L"False"},
+             Moment{.cable = true, .isOn = true, .lines = kRemembersOn, .remembers = L"True"},
+             Moment{.cable = true, .lines = kRemembersOff, .remembers = L"False"},
+             // but undone where the cable is in and the feature enabled.
+             Moment{.feature = true, .cable = true, .isOn = true, .lines = kUndoes, .undoes = true},
+             Moment{.feature = true, .cable = true, .lines = {kOff, kReceived}},
+             // The service's own switch, and airplane mode.
+             Moment{.mark = true, .feature = true, .cable = true, .isOn = true, .lines = kIgnores},
+             Moment{.mark = true, .lines = kIgnores},
+             Moment{.airplaneMode = true, .feature = true, .cable = true, .isOn = true, .lines = kIgnores},
+             Moment{.airplaneMode = true, .lines = kIgnores},
+         }) {
+        SCOPED_TRACE(testing::Message()
+                     << "mark " << moment.mark << ", airplane mode " << moment.airplaneMode << ", feature "
+                     << moment.feature << ", cable " << moment.cable << ", on " << moment.isOn);
+        SetModems(1);
+        FollowWithoutAWord();
+        Modem().software = moment.isOn ? 1 : 0;
+        if (moment.cable) {
+            m_notebook.PlugCable();
+        }
+        WwanState::NetworkChangedForSetRadio = moment.mark;
+        NLMUtils::lanWwanSwitchingEnabled = moment.feature;
+        m_machine.SetAirplaneMode(moment.airplaneMode);
+        const std::wstring before = moment.isOn ? L"False" : L"True";
+        m_machine.RememberWwan(before);
+        m_machine.log.Clear();
+        const auto event = PublishEvent();
+        EXPECT_EQ(Complete(17), S_OK);
+        EXPECT_TRUE(IsSignalled(*event));
+        EXPECT_EQ(m_machine.RememberedWwan(), moment.remembers != nullptr ? moment.remembers : before);
+        EXPECT_EQ(IsOn(), moment.isOn && !moment.undoes);
+        EXPECT_EQ(SetCount(), moment.undoes ? 1 : 0);
+        EXPECT_EQ(Lines(), CompletionLines(moment.mark, moment.feature, moment.cable, moment.lines));
+        EXPECT_EQ(m_machine.log.Count(
+                      TraceIn("ServiceUtils::SwitchWwanStatusWithRetry", L"NewStatus = 0, Retry Count = 5")),
+                  moment.undoes ? 1 : 0);
+    }
 }
 
 TEST_F(SinkTest, ChangeThatCannotBeUndoneIsTriedSixTimesAndNotRemembered) {
@@ -353,92 +350,19 @@ TEST_F(SinkTest, ChangeThatCannotBeUndoneIsTriedSixTimesAndNotRemembered) {
                                      L"Received OnSetSoftwareRadioStateComplete Event for requestID = 18")));
 }
 
-TEST_F(SinkTest, UserSwitchingOffWithTheCableInIsOnlyLogged) {
-    NLMUtils::lanWwanSwitchingEnabled = true;
-    m_notebook.PlugCable();
-    m_machine.RememberWwan(L"True");
-    Modem().software = 0;
-    Complete(17);
-    EXPECT_EQ(m_machine.RememberedWwan(), L"True");
-    EXPECT_EQ(SetCount(), 0);
-    EXPECT_THAT(Lines(),
-                Contains(Information(kComplete,
-                                     L"Received OnSetSoftwareRadioStateComplete Event for requestID = 17")));
-}
-
-TEST_F(SinkTest, CompletionOfTheServicesOwnSwitchOnlySignals) {
-    NLMUtils::lanWwanSwitchingEnabled = true;
-    WwanState::NetworkChangedForSetRadio = true;
-    m_notebook.PlugCable();
-    const auto event = PublishEvent();
-    Complete(17);
-    EXPECT_TRUE(IsSignalled(*event));
-    EXPECT_EQ(SetCount(), 0);
-    EXPECT_TRUE(m_machine.RememberedWwan().empty());
-    EXPECT_THAT(Lines(),
-                ElementsAre(TraceIn(kComplete, L"RequestID = 17, Status = 0x0"),
-                            Information(kComplete, L"NetworkChangedForSetRadio Status = 1"),
-                            Information(kComplete, L"LAN-WWAN Auto Switching Status = 1"),
-                            Information(kComplete, L"Ethernet Connection Status = 1"),
-                            Information(kComplete, L"Not Processing OnSetSoftwareRadioStateComplete"),
-                            TraceOut(kComplete)));
-}
-
-TEST_F(SinkTest, SwitchThatBeginsDuringTheEthernetTestIsTheServicesOwn) {
-    MarkDuringTheEthernetTest(true);
-    Complete(17);
-    EXPECT_TRUE(m_machine.RememberedWwan().empty());
-    EXPECT_THAT(Lines(),
-                ElementsAre(TraceIn(kComplete, L"RequestID = 17, Status = 0x0"),
-                            Information(kComplete, L"NetworkChangedForSetRadio Status = 0"),
-                            Information(kComplete, L"LAN-WWAN Auto Switching Status = 0"),
-                            Information(kComplete, L"Ethernet Connection Status = 0"),
-                            Information(kComplete, L"Not Processing OnSetSoftwareRadioStateComplete"),
-                            TraceOut(kComplete)));
-}
-
-TEST_F(SinkTest, SwitchThatEndsDuringTheEthernetTestDoesNotHideTheChange) {
-    WwanState::NetworkChangedForSetRadio = true;
-    MarkDuringTheEthernetTest(false);
-    Complete(17);
-    EXPECT_EQ(m_machine.RememberedWwan(), L"True");
-    EXPECT_THAT(Lines(),
-                ElementsAre(TraceIn(kComplete, L"RequestID = 17, Status = 0x0"),
-                            Information(kComplete, L"NetworkChangedForSetRadio Status = 1"),
-                            Information(kComplete, L"LAN-WWAN Auto Switching Status = 0"),
-                            Information(kComplete, L"Ethernet Connection Status = 0"),
-                            Information(kComplete, L"WWAN Status = 1"),
-                            Information(kComplete, L"Writing WWAN status 1 to registry"),
-                            Information(kComplete,
-                                        L"Received OnSetSoftwareRadioStateComplete Event for requestID = 17"),
-                            TraceOut(kComplete)));
-}
-
-TEST_F(SinkTest, InAirplaneModeACompletionOnlySignals) {
-    m_machine.SetAirplaneMode(true);
-    Modem().software = 0;
-    const auto event = PublishEvent();
-    Complete();
-    EXPECT_TRUE(IsSignalled(*event));
-    EXPECT_TRUE(m_machine.RememberedWwan().empty());
-    EXPECT_THAT(Lines(), Contains(Information(kComplete, L"Not Processing OnSetSoftwareRadioStateComplete")));
-}
-
-TEST_F(SinkTest, InAirplaneModeARadioThatIsOnWithTheCableInIsLeftAlone) {
-    NLMUtils::lanWwanSwitchingEnabled = true;
-    m_notebook.PlugCable();
-    m_machine.SetAirplaneMode(true);
-    m_machine.RememberWwan(L"False");
-    EXPECT_EQ(Complete(17), S_OK);
-    EXPECT_EQ(SetCount(), 0);
-    EXPECT_EQ(m_machine.RememberedWwan(), L"False");
-    EXPECT_THAT(Lines(),
-                ElementsAre(TraceIn(kComplete, L"RequestID = 17, Status = 0x0"),
-                            Information(kComplete, L"NetworkChangedForSetRadio Status = 0"),
-                            Information(kComplete, L"LAN-WWAN Auto Switching Status = 1"),
-                            Information(kComplete, L"Ethernet Connection Status = 1"),
-                            Information(kComplete, L"Not Processing OnSetSoftwareRadioStateComplete"),
-                            TraceOut(kComplete)));
+TEST_F(SinkTest, MarkIsLookedAtAfterTheEthernetTest) {
+    // A switch begins or ends meanwhile.
+    for (const bool mark : {true, false}) {
+        WwanState::NetworkChangedForSetRadio = !mark;
+        m_notebook.At(Call::GetAdaptersInfo, 1, [mark] {
+            WwanState::NetworkChangedForSetRadio = mark;
+            return std::nullopt;
+        });
+        m_machine.log.Clear();
+        Complete(17);
+        EXPECT_EQ(Lines(), CompletionLines(!mark, false, false, mark ? kIgnores : kRemembersOn));
+        EXPECT_EQ(m_machine.RememberedWwan(), mark ? L"" : L"True");
+    }
 }
 
 TEST_F(SinkTest, WhenEthernetCannotBeToldACompletionOnlySignals) {
@@ -476,14 +400,6 @@ TEST_F(SinkTest, ExceptionIsLoggedAndTheLockLeft) {
                                      Error(kComplete, L"Exception in OnSetSoftwareRadioStateComplete()"),
                                      TraceOut(kComplete)));
     EXPECT_EQ(Complete(), S_OK);
-}
-
-TEST_F(SinkTest, CompletionDuringASwitchOfAnotherThreadWakesItWithoutWaitingForIt) {
-    // The switching thread holds the switch lock while the sink runs on a thread of its own.
-    ConfirmAfter(200ms);
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, 0));
-    EXPECT_EQ(m_machine.clock.Elapsed(), 300ms);
-    EXPECT_THAT(Lines(), Contains(Information(kComplete, L"Not Processing OnSetSoftwareRadioStateComplete")));
 }
 
 TEST_F(SinkTest, CompletionOfASwitchOutOfTheSinkWaitsUntilThatSwitchHasTimedOut) {

@@ -2,7 +2,8 @@
 
 #include <gmock/gmock.h>
 
-#include <ostream>
+#include <utility>
+#include <vector>
 
 #include "radio/airplane_mode.h"
 #include "tests/radio/machine.h"
@@ -18,48 +19,40 @@ using Rig::RegistryBytes;
 using Rig::RegistryNumber;
 using Rig::RegistryText;
 using Rig::ThrowFromLogLine;
-using testing::Contains;
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr char kSet[] = "ServiceUtils::SetPowerStatusInRegistry";
 constexpr char kSetWlan[] = "ServiceUtils::SetWlanPowerStatusInRegistry";
 constexpr char kSetWwan[] = "ServiceUtils::SetWwanPowerStatusInRegistry";
 constexpr char kAirplane[] = "ServiceUtils::CheckAirplaneMode";
-constexpr DWORD kInterrupted = 0xFFFFFFFF;
 
 using PowerStatusTest = RadioTest;
 
-TEST_F(PowerStatusTest, OnIsTrueInTenBytes) {
-    EXPECT_EQ(SetWlanPowerStatusInRegistry(kRadioOn), DWORD{ERROR_SUCCESS});
-    EXPECT_EQ(m_machine.store.Read(L"WlanPowerStatus", L"PowerOnOff"),
-              RegistryBytes(REG_SZ, {'T', 0, 'r', 0, 'u', 0, 'e', 0, 0, 0}));
-    EXPECT_FALSE(m_machine.store.Exists(L"WwanPowerStatus"));
-}
-
-TEST_F(PowerStatusTest, OffIsFalseInTwelveBytes) {
-    EXPECT_EQ(SetWwanPowerStatusInRegistry(kRadioOff), DWORD{ERROR_SUCCESS});
-    EXPECT_EQ(m_machine.store.Read(L"WwanPowerStatus", L"PowerOnOff"),
-              RegistryBytes(REG_SZ, {'F', 0, 'a', 0, 'l', 0, 's', 0, 'e', 0, 0, 0}));
-    EXPECT_FALSE(m_machine.store.Exists(L"WlanPowerStatus"));
-}
-
-TEST_F(PowerStatusTest, OnlyExactlyOneIsOn) {
-    for (const RadioStatus status : {RadioStatus{2}, RadioStatus{255}}) {
-        SetWlanPowerStatusInRegistry(kRadioOn);
+TEST_F(PowerStatusTest, OnlyExactlyOneIsWrittenAsTrue) {
+    const auto trueText = RegistryBytes(REG_SZ, {'T', 0, 'r', 0, 'u', 0, 'e', 0, 0, 0});
+    const auto falseText = RegistryBytes(REG_SZ, {'F', 0, 'a', 0, 'l', 0, 's', 0, 'e', 0, 0, 0});
+    for (const RadioStatus status : {kRadioOn, kRadioOff, RadioStatus{2}, RadioStatus{255}}) {
+        // In place of what was there, of whatever type.
+        m_machine.store.Write(L"WlanPowerStatus", L"PowerOnOff", RegistryNumber(1));
         EXPECT_EQ(SetWlanPowerStatusInRegistry(status), DWORD{ERROR_SUCCESS});
-        EXPECT_EQ(m_machine.RememberedWlan(), L"False");
+        EXPECT_EQ(SetWwanPowerStatusInRegistry(status), DWORD{ERROR_SUCCESS});
+        for (const wchar_t* key : {L"WlanPowerStatus", L"WwanPowerStatus"}) {
+            EXPECT_EQ(m_machine.store.Read(key, L"PowerOnOff"), status == 1 ? trueText : falseText);
+        }
     }
 }
 
-TEST_F(PowerStatusTest, WritingReplacesAValueOfAnotherType) {
-    m_machine.store.Write(L"WlanPowerStatus", L"PowerOnOff", RegistryNumber(1));
-    EXPECT_EQ(SetWlanPowerStatusInRegistry(kRadioOff), DWORD{ERROR_SUCCESS});
-    EXPECT_EQ(m_machine.store.Read(L"WlanPowerStatus", L"PowerOnOff"), RegistryText(L"False"));
+TEST_F(PowerStatusTest, EachRadioHasAKeyOfItsOwn) {
+    SetWlanPowerStatusInRegistry(kRadioOn);
+    EXPECT_FALSE(m_machine.store.Exists(L"WwanPowerStatus"));
+    m_machine.store.Delete();
+    SetWwanPowerStatusInRegistry(kRadioOn);
+    EXPECT_FALSE(m_machine.store.Exists(L"WlanPowerStatus"));
 }
 
-TEST_F(PowerStatusTest, LinesOfAWlanWrite) {
+TEST_F(PowerStatusTest, LinesOfAWrite) {
     SetWlanPowerStatusInRegistry(kRadioOn);
+    SetWwanPowerStatusInRegistry(2);
     EXPECT_THAT(
         m_machine.log.Lines(),
         ElementsAre(
@@ -67,14 +60,7 @@ TEST_F(PowerStatusTest, LinesOfAWlanWrite) {
             Information(kSetWlan, L"SetWlanPowerStatusInRegistry. Value = True"),
             TraceIn(kSet, L"Setting = SOFTWARE\\Orva\\Orva Brimlet Support\\WlanPowerStatus,  Status = 1"),
             Information(kSet, L"Writing Power Status in registry. Value = True"),
-            TraceOut(kSet, L"Return Status = 0"), TraceOut(kSetWlan, L"Return Status = 0")));
-}
-
-TEST_F(PowerStatusTest, LinesOfAWwanWrite) {
-    SetWwanPowerStatusInRegistry(2);
-    EXPECT_THAT(
-        m_machine.log.Lines(),
-        ElementsAre(
+            TraceOut(kSet, L"Return Status = 0"), TraceOut(kSetWlan, L"Return Status = 0"),
             TraceIn(kSetWwan, L"WWAN status to write = 2"),
             Information(kSetWwan, L"SetWwanPowerStatusInRegistry. Value = False"),
             TraceIn(kSet, L"Setting = SOFTWARE\\Orva\\Orva Brimlet Support\\WwanPowerStatus,  Status = 2"),
@@ -118,24 +104,6 @@ TEST_F(PowerStatusTest, KeyThatCannotBeMadeReturnsTheError) {
     EXPECT_EQ(m_machine.log.Of(kSetWwan).back(), TraceOut(kSetWwan, L"Return Status = 5"));
 }
 
-TEST_F(PowerStatusTest, ExceptionInTheWriteIsMinusOne) {
-    const Rig::ScopedImport<&::RegSetValueExW> fake{
-        [](HKEY, LPCWSTR, DWORD, DWORD, const BYTE*, DWORD) -> LSTATUS { throw DWORD{ERROR_CRC}; }};
-    EXPECT_EQ(SetPowerStatusInRegistry(PowerStatus::kWlanKey, kRadioOn), kInterrupted);
-    EXPECT_THAT(m_machine.log.At(kError),
-                ElementsAre(Error(kSet, L"Exception in SetPowerStatusInRegistry()")));
-    EXPECT_EQ(m_machine.log.Lines().back(), TraceOut(kSet, L"Return Status = -1"));
-}
-
-TEST_F(PowerStatusTest, ExceptionInTheWlanWriterIsMinusOne) {
-    const ThrowFromLogLine second{2, DWORD{ERROR_CRC}};
-    EXPECT_EQ(SetWlanPowerStatusInRegistry(kRadioOn), kInterrupted);
-    EXPECT_THAT(m_machine.log.Lines(),
-                ElementsAre(TraceIn(kSetWlan, L"WLAN status to write = 1"),
-                            Error(kSetWlan, L"Exception in SetWlanPowerStatusInRegistry()"),
-                            TraceOut(kSetWlan, L"Return Status = -1")));
-}
-
 TEST_F(PowerStatusTest, ExceptionInTheWwanWriterCannotBeToldFromSuccess) {
     const ThrowFromLogLine second{2, DWORD{ERROR_CRC}};
     EXPECT_EQ(SetWwanPowerStatusInRegistry(kRadioOn), DWORD{ERROR_SUCCESS});
@@ -149,15 +117,8 @@ TEST_F(PowerStatusTest, ExceptionInTheWwanWriterCannotBeToldFromSuccess) {
 TEST_F(PowerStatusTest, ExceptionInTheWriteTravelsAsMinusOneThroughBothWriters) {
     const Rig::ScopedImport<&::RegSetValueExW> fake{
         [](HKEY, LPCWSTR, DWORD, DWORD, const BYTE*, DWORD) -> LSTATUS { throw DWORD{ERROR_CRC}; }};
-    EXPECT_EQ(SetWlanPowerStatusInRegistry(kRadioOn), kInterrupted);
-    EXPECT_EQ(SetWwanPowerStatusInRegistry(kRadioOn), kInterrupted);
-}
-
-TEST_F(PowerStatusTest, WhatWasWrittenIsRemembered) {
-    SetWlanPowerStatusInRegistry(kRadioOff);
-    EXPECT_EQ(RememberedPowerStatus(PowerStatus::kWlanKey), L"False");
-    SetWlanPowerStatusInRegistry(kRadioOn);
-    EXPECT_EQ(RememberedPowerStatus(PowerStatus::kWlanKey), L"True");
+    EXPECT_EQ(SetWlanPowerStatusInRegistry(kRadioOn), DWORD{0xFFFFFFFF});
+    EXPECT_EQ(SetWwanPowerStatusInRegistry(kRadioOn), DWORD{0xFFFFFFFF});
 }
 
 TEST_F(PowerStatusTest, ReadingNeverMakesTheKey) {
@@ -165,100 +126,60 @@ TEST_F(PowerStatusTest, ReadingNeverMakesTheKey) {
     EXPECT_FALSE(m_machine.store.Exists());
 }
 
-struct OtherValue {
-    const char* name;
-    Rig::RegistryValue value;
-};
-
-void PrintTo(const OtherValue& tested, std::ostream* out) {
-    *out << tested.name;
+TEST_F(PowerStatusTest, ValueThatIsNoTextCountsAsOn) {
+    for (const Rig::RegistryValue& value :
+         {RegistryText(L""), RegistryNumber(0), RegistryBytes(REG_BINARY, {'F', 0, 0, 0}),
+          RegistryBytes(REG_SZ, {}), RegistryBytes(REG_SZ, {'F', 0}), RegistryBytes(REG_SZ, {'F', 0, 0}),
+          RegistryBytes(REG_MULTI_SZ, {'F', 0, 0, 0, 0, 0}), RegistryText(std::wstring(1024, L'F'))}) {
+        m_machine.store.Write(L"WwanPowerStatus", L"PowerOnOff", value);
+        EXPECT_EQ(RememberedPowerStatus(PowerStatus::kWwanKey), L"True") << testing::PrintToString(value);
+    }
 }
-
-class RememberedValueTest : public PowerStatusTest, public testing::WithParamInterface<OtherValue> {};
-
-TEST_P(RememberedValueTest, ValueThatIsNoTextCountsAsOn) {
-    m_machine.store.Write(L"WwanPowerStatus", L"PowerOnOff", GetParam().value);
-    EXPECT_EQ(RememberedPowerStatus(PowerStatus::kWwanKey), L"True");
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Values, RememberedValueTest,
-    testing::Values(OtherValue{"EmptyText", RegistryText(L"")}, OtherValue{"Number", RegistryNumber(0)},
-                    OtherValue{"Binary", RegistryBytes(REG_BINARY, {'F', 0, 0, 0})},
-                    OtherValue{"NoBytes", RegistryBytes(REG_SZ, {})},
-                    OtherValue{"Unterminated", RegistryBytes(REG_SZ, {'F', 0})},
-                    OtherValue{"OddLength", RegistryBytes(REG_SZ, {'F', 0, 0})},
-                    OtherValue{"SeveralTexts", RegistryBytes(REG_MULTI_SZ, {'F', 0, 0, 0, 0, 0})},
-                    OtherValue{"TooLong", RegistryText(std::wstring(1024, L'F'))}));
 
 TEST_F(PowerStatusTest, ExpandableTextIsTakenAsItStands) {
     m_machine.store.Write(L"WwanPowerStatus", L"PowerOnOff", RegistryBytes(REG_EXPAND_SZ, {'F', 0, 0, 0}));
     EXPECT_EQ(RememberedPowerStatus(PowerStatus::kWwanKey), L"F");
 }
 
-struct AirplaneValue {
-    const char* name;
-    Rig::RegistryValue value;
-    bool on;
-};
-
-void PrintTo(const AirplaneValue& tested, std::ostream* out) {
-    *out << tested.name;
+TEST_F(PowerStatusTest, AirplaneModeIsOnForANumberOneOfWhateverType) {
+    const std::pair<Rig::RegistryValue, bool> values[] = {{RegistryNumber(1), true},
+                                                          {RegistryNumber(0), false},
+                                                          {RegistryNumber(2), false},
+                                                          {RegistryNumber(0xFFFFFFFF), false},
+                                                          {RegistryNumber(0x01000000), false},
+                                                          {RegistryBytes(REG_BINARY, {1, 0, 0, 0}), true},
+                                                          {RegistryBytes(REG_BINARY, {1}), true},
+                                                          {RegistryBytes(REG_BINARY, {2}), false},
+                                                          {RegistryBytes(REG_NONE, {}), false},
+                                                          {RegistryText(L""), false},
+                                                          {RegistryText(L"1"), false},
+                                                          {RegistryBytes(REG_SZ, {1, 0}), true},
+                                                          {RegistryBytes(12345, {1, 0, 0, 0}), true}};
+    for (const auto& [value, isOn] : values) {
+        SCOPED_TRACE(testing::PrintToString(value));
+        m_machine.airplane.Write({}, {}, value);
+        m_machine.log.Clear();
+        EXPECT_EQ(CheckAirplaneMode(), isOn);
+        EXPECT_THAT(m_machine.log.Lines(),
+                    ElementsAre(TraceIn(kAirplane), TraceOut(kAirplane, isOn ? L"Airplane Mode Status: 1 "
+                                                                             : L"Airplane Mode Status: 0 ")));
+    }
 }
 
-class AirplaneValueTest : public PowerStatusTest, public testing::WithParamInterface<AirplaneValue> {};
-
-TEST_P(AirplaneValueTest, OnlyANumberOneIsOnWhateverItsType) {
-    m_machine.airplane.Write({}, {}, GetParam().value);
-    EXPECT_EQ(CheckAirplaneMode(), GetParam().on);
-    EXPECT_THAT(
-        m_machine.log.Lines(),
-        ElementsAre(TraceIn(kAirplane), TraceOut(kAirplane, GetParam().on ? L"Airplane Mode Status: 1 "
-                                                                          : L"Airplane Mode Status: 0 ")));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Values, AirplaneValueTest,
-    testing::Values(AirplaneValue{"One", RegistryNumber(1), true},
-                    AirplaneValue{"Zero", RegistryNumber(0), false},
-                    AirplaneValue{"Two", RegistryNumber(2), false},
-                    AirplaneValue{"Highest", RegistryNumber(0xFFFFFFFF), false},
-                    AirplaneValue{"OneInTheWrongByte", RegistryNumber(0x01000000), false},
-                    AirplaneValue{"BinaryOne", RegistryBytes(REG_BINARY, {1, 0, 0, 0}), true},
-                    AirplaneValue{"OneByteOne", RegistryBytes(REG_BINARY, {1}), true},
-                    AirplaneValue{"OneByteTwo", RegistryBytes(REG_BINARY, {2}), false},
-                    AirplaneValue{"NoBytes", RegistryBytes(REG_NONE, {}), false},
-                    AirplaneValue{"EmptyText", RegistryText(L""), false},
-                    AirplaneValue{"TextOne", RegistryText(L"1"), false},
-                    AirplaneValue{"TextOfCodeOne", RegistryBytes(REG_SZ, {1, 0}), true},
-                    AirplaneValue{"UnknownType", RegistryBytes(12345, {1, 0, 0, 0}), true}));
-
-TEST_F(PowerStatusTest, AirplaneValueOfMoreThanFourBytesIsAFailureAndOff) {
+TEST_F(PowerStatusTest, AirplaneModeThatCannotBeReadIsOff) {
+    const auto expectOffAfter = [this](const wchar_t* error) {
+        m_machine.log.Clear();
+        EXPECT_FALSE(CheckAirplaneMode());
+        EXPECT_THAT(m_machine.log.Lines(), ElementsAre(TraceIn(kAirplane), Error(kAirplane, error),
+                                                       TraceOut(kAirplane, L"Airplane Mode Status: 0 ")));
+    };
+    // Of more than four bytes.
     m_machine.airplane.Write({}, {}, RegistryBytes(REG_QWORD, {1, 0, 0, 0, 0, 0, 0, 0}));
-    EXPECT_FALSE(CheckAirplaneMode());
-    EXPECT_THAT(m_machine.log.At(kError),
-                ElementsAre(Error(kAirplane,
-                                  L"RegQueryValueEx (BrimletAirplaneModeRegistry) failed with error: 234")));
-}
-
-TEST_F(PowerStatusTest, AirplaneKeyWithoutItsValueIsAFailureAndOff) {
+    expectOffAfter(L"RegQueryValueEx (BrimletAirplaneModeRegistry) failed with error: 234");
     Rig::DeleteRegistryValue(HKEY_LOCAL_MACHINE, m_machine.airplane.Path(), {});
-    EXPECT_FALSE(CheckAirplaneMode());
-    EXPECT_THAT(
-        m_machine.log.Lines(),
-        ElementsAre(TraceIn(kAirplane),
-                    Error(kAirplane, L"RegQueryValueEx (BrimletAirplaneModeRegistry) failed with error: 2"),
-                    TraceOut(kAirplane, L"Airplane Mode Status: 0 ")));
-}
-
-TEST_F(PowerStatusTest, MissingAirplaneKeyIsAFailureAndOff) {
+    expectOffAfter(L"RegQueryValueEx (BrimletAirplaneModeRegistry) failed with error: 2");
     m_machine.airplane.Delete();
-    EXPECT_FALSE(CheckAirplaneMode());
-    EXPECT_THAT(
-        m_machine.log.Lines(),
-        ElementsAre(TraceIn(kAirplane),
-                    Error(kAirplane, L"RegOpenKeyEx (BrimletAirplaneModeRegistry) failed with error: 2"),
-                    TraceOut(kAirplane, L"Airplane Mode Status: 0 ")));
+    expectOffAfter(L"RegOpenKeyEx (BrimletAirplaneModeRegistry) failed with error: 2");
     EXPECT_FALSE(m_machine.airplane.Exists()) << "asking makes no key";
 }
 

@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <ostream>
-#include <stdexcept>
 #include <utility>
 
 #include "notebook/hardware/guarded_memory.h"
@@ -16,9 +14,10 @@ namespace {
 
 using namespace Rig::Lines;
 using Orva::Shared::Level::kError;
+using Orva::Shared::Level::kInformation;
 using ServiceUtils::CheckWlanStatus;
-using testing::Contains;
 using testing::ElementsAre;
+using testing::ElementsAreArray;
 using testing::IsEmpty;
 
 constexpr char kCheck[] = "ServiceUtils::CheckWlanStatus";
@@ -36,53 +35,39 @@ TEST_F(WlanQueryTest, RadioWithEveryPhyOnIsOn) {
                     Information(kCheck, L"Interface State :  "), Information(kCheck, L"Not connected"),
                     Information(kCheck, L"Phy: 0 On"), Information(kCheck, L"Phy: 1 On"),
                     Information(kCheck, L"Phy state : 1"), TraceOut(kCheck, L"WLAN Status = 1")));
-}
-
-TEST_F(WlanQueryTest, AskingOpensAndClosesAClientOfItsOwn) {
-    m_notebook.SetPhys({On()});
-    static_cast<void>(CheckWlanStatus());
     EXPECT_THAT(m_notebook.Calls(), ElementsAre("WlanOpenHandle version 2", "WlanEnumInterfaces",
                                                 "WlanQueryInterface", "WlanCloseHandle"));
 }
 
-TEST_F(WlanQueryTest, OnePhyOffMakesTheRadioOff) {
-    m_notebook.SetPhys({On(), Off(), On()});
-    EXPECT_FALSE(CheckWlanStatus());
-    EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy: 1 Off")));
-    EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy: 2 On")));
-    EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy state : 0")));
-    EXPECT_THAT(m_machine.log.Lines(), Contains(TraceOut(kCheck, L"WLAN Status = 0")));
-}
-
-TEST_F(WlanQueryTest, PhyOfUnknownStateMakesTheRadioOff) {
-    m_notebook.SetPhys({On(), PhyIn(dot11_radio_state_unknown)});
-    EXPECT_FALSE(CheckWlanStatus());
-    EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy: 1 Unknown")));
-}
-
-TEST_F(WlanQueryTest, PhyOfAStateOutOfRangeMakesTheRadioOff) {
-    m_notebook.SetPhys({PhyIn(static_cast<DOT11_RADIO_STATE>(3)), On()});
-    EXPECT_FALSE(CheckWlanStatus());
-    EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy: 0 Other Unknown state 3")));
+TEST_F(WlanQueryTest, RadioIsOnOnlyIfEveryPhyIs) {
+    std::vector<Phy> most(WLAN_MAX_PHY_INDEX, On());
+    most.front() = Off();
+    most.back() = Off();
+    struct Case {
+        std::vector<Phy> phys;
+        bool isOn;
+        const wchar_t* line;
+    };
+    for (const Case& tested :
+         {Case{{On(), Off()}, false, L"Phy: 1 Off"}, Case{most, false, L"Phy: 63 Off"},
+          Case{{On(), PhyIn(dot11_radio_state_unknown)}, false, L"Phy: 1 Unknown"},
+          Case{{PhyIn(static_cast<DOT11_RADIO_STATE>(3)), On()}, false, L"Phy: 0 Other Unknown state 3"},
+          Case{{}, true, L"Phy state : 1"}}) {
+        SCOPED_TRACE(tested.line);
+        m_notebook.SetPhys(tested.phys);
+        m_machine.log.Clear();
+        EXPECT_EQ(CheckWlanStatus(), tested.isOn);
+        EXPECT_TRUE(m_machine.log.Contains(Information(kCheck, tested.line)));
+        const auto lines = m_machine.log.Lines();
+        EXPECT_THAT(std::vector(lines.end() - 2, lines.end()),
+                    ElementsAre(Information(kCheck, tested.isOn ? L"Phy state : 1" : L"Phy state : 0"),
+                                TraceOut(kCheck, tested.isOn ? L"WLAN Status = 1" : L"WLAN Status = 0")));
+    }
 }
 
 TEST_F(WlanQueryTest, HardwareSwitchIsIgnored) {
     m_notebook.Act(&::Notebook::SwitchWlanHardware, false);
     EXPECT_TRUE(CheckWlanStatus());
-}
-
-TEST_F(WlanQueryTest, InterfaceWithoutPhysCountsAsOn) {
-    m_notebook.SetPhys({});
-    EXPECT_TRUE(CheckWlanStatus());
-    EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy state : 1")));
-}
-
-TEST_F(WlanQueryTest, AllOf64PhysAreLookedAt) {
-    std::vector<Phy> phys(WLAN_MAX_PHY_INDEX, On());
-    phys.back() = Off();
-    m_notebook.SetPhys(phys);
-    EXPECT_FALSE(CheckWlanStatus());
-    EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"Phy: 63 Off")));
 }
 
 constexpr std::size_t kHeaderBytes = offsetof(WLAN_RADIO_STATE, PhyRadioState);
@@ -108,35 +93,26 @@ class CutRecords {
     Rig::ScopedImport<&::WlanQueryInterface> m_query;
 };
 
-/// A record that does not show what it names: every PHY is on, as far as can be seen.
-struct BrokenRecord {
-    const char* name;
-    DWORD claimedPhys;
-    std::size_t bytes;
-};
-
-void PrintTo(const BrokenRecord& tested, std::ostream* out) {
-    *out << tested.name;
-}
-
-class WlanBrokenRecordTest : public WlanQueryTest, public testing::WithParamInterface<BrokenRecord> {};
-
-TEST_P(WlanBrokenRecordTest, BrokenRecordIsNoDataAndIsNotReadBeyondItsEnd) {
+TEST_F(WlanQueryTest, RecordThatDoesNotShowWhatItNamesIsNoDataAndIsNotReadBeyondItsEnd) {
+    // Every PHY is on, as far as can be seen.
     m_notebook.SetPhys(std::vector<Phy>(WLAN_MAX_PHY_INDEX, On()));
-    const CutRecords records{GetParam().claimedPhys, GetParam().bytes};
-    EXPECT_FALSE(CheckWlanStatus());
-    EXPECT_THAT(m_machine.log.At(kError), ElementsAre(Error(kCheck, L"WlanQueryInterface failed! err is 0")));
-    EXPECT_FALSE(m_machine.log.Contains(Information(kCheck, L"Phy: 0 On")));
+    const std::pair<DWORD, std::size_t> records[] = {{0, 0},
+                                                     {0, kHeaderBytes - 1},
+                                                     {1, kHeaderBytes},
+                                                     {1, kHeaderBytes + kPhyBytes - 1},
+                                                     {3, kHeaderBytes + 2 * kPhyBytes},
+                                                     {WLAN_MAX_PHY_INDEX + 1, sizeof(WLAN_RADIO_STATE)},
+                                                     {0xFFFFFFFF, sizeof(WLAN_RADIO_STATE)}};
+    for (const auto& [phys, bytes] : records) {
+        SCOPED_TRACE(std::to_string(phys) + " PHYs, bytes: " + std::to_string(bytes));
+        const CutRecords cut{phys, bytes};
+        m_machine.log.Clear();
+        EXPECT_FALSE(CheckWlanStatus());
+        EXPECT_THAT(m_machine.log.At(kError),
+                    ElementsAre(Error(kCheck, L"WlanQueryInterface failed! err is 0")));
+        EXPECT_FALSE(m_machine.log.Contains(Information(kCheck, L"Phy: 0 On")));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Records, WlanBrokenRecordTest,
-    testing::Values(BrokenRecord{"Nothing", 0, 0}, BrokenRecord{"HalfANumber", 0, 3},
-                    BrokenRecord{"NumberOnly", 1, kHeaderBytes},
-                    BrokenRecord{"PartOfAPhy", 1, kHeaderBytes + kPhyBytes - 1},
-                    BrokenRecord{"OnePhyTooFew", 3, kHeaderBytes + 2 * kPhyBytes},
-                    BrokenRecord{"OnePhyTooMany", WLAN_MAX_PHY_INDEX + 1, sizeof(WLAN_RADIO_STATE)},
-                    BrokenRecord{"ManyPhysTooMany", 0xFFFFFFFF, sizeof(WLAN_RADIO_STATE)}));
 
 TEST_F(WlanQueryTest, RecordOfJustThePhysThatItNamesIsRead) {
     for (const DWORD phys : {0UL, 1UL, 2UL}) {
@@ -146,157 +122,101 @@ TEST_F(WlanQueryTest, RecordOfJustThePhysThatItNamesIsRead) {
     }
 }
 
-struct NamedState {
-    const char* name;
-    int state;
-    const wchar_t* text;
-};
-
-void PrintTo(const NamedState& tested, std::ostream* out) {
-    *out << tested.name;
+TEST_F(WlanQueryTest, InterfaceStateIsLoggedByName) {
+    const std::pair<int, const wchar_t*> states[] = {
+        {0, L"Not ready"},
+        {1, L"Connected"},
+        {2, L"First node in a ad hoc network"},
+        {3, L"Disconnecting"},
+        {4, L"Not connected"},
+        {5, L"Attempting to associate with a network"},
+        {6, L"Auto configuration is discovering settings for the network"},
+        {7, L"In process of authenticating"},
+        {8, L"Unknown state 8"},
+        {-1, L"Unknown state -1"},
+    };
+    for (const auto& [state, text] : states) {
+        m_notebook.Wlan().state = static_cast<std::uint32_t>(state);
+        m_machine.log.Clear();
+        static_cast<void>(CheckWlanStatus());
+        EXPECT_EQ(m_machine.log.Lines().at(5), Information(kCheck, text));
+    }
 }
-
-class WlanInterfaceStateTest : public WlanQueryTest, public testing::WithParamInterface<NamedState> {};
-
-TEST_P(WlanInterfaceStateTest, StateIsLoggedByName) {
-    m_notebook.Wlan().state = static_cast<std::uint32_t>(GetParam().state);
-    static_cast<void>(CheckWlanStatus());
-    EXPECT_EQ(m_machine.log.Of(kCheck).at(5), Information(kCheck, GetParam().text));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    States, WlanInterfaceStateTest,
-    testing::Values(
-        NamedState{"NotReady", 0, L"Not ready"}, NamedState{"Connected", 1, L"Connected"},
-        NamedState{"AdHoc", 2, L"First node in a ad hoc network"},
-        NamedState{"Disconnecting", 3, L"Disconnecting"}, NamedState{"NotConnected", 4, L"Not connected"},
-        NamedState{"Associating", 5, L"Attempting to associate with a network"},
-        NamedState{"Discovering", 6, L"Auto configuration is discovering settings for the network"},
-        NamedState{"Authenticating", 7, L"In process of authenticating"},
-        NamedState{"Beyond", 8, L"Unknown state 8"}, NamedState{"Negative", -1, L"Unknown state -1"}));
 
 TEST_F(WlanQueryTest, OnlyTheFirstAdapterIsLookedAt) {
     m_notebook.Make({.wlanAdapters = 2});
     m_notebook.Wlan(1).phys[0] = Off();
     EXPECT_TRUE(CheckWlanStatus());
     EXPECT_EQ(m_notebook.Count(Call::WlanQueryInterface), 1);
-    EXPECT_THAT(m_machine.log.Lines(), Contains(Information(kCheck, L"WLAN Interface Count : 2")));
+    EXPECT_TRUE(m_machine.log.Contains(Information(kCheck, L"WLAN Interface Count : 2")));
 }
 
 TEST_F(WlanQueryTest, DescriptionThatFillsItsFieldIsReadToItsEnd) {
     std::ranges::fill(m_notebook.Wlan().description, L'x');
     EXPECT_TRUE(CheckWlanStatus());
-    EXPECT_EQ(m_machine.log.Of(kCheck).at(3),
+    EXPECT_EQ(m_machine.log.Lines().at(3),
               Information(kCheck, L"Interface Description: " + std::wstring(WLAN_MAX_NAME_LENGTH - 1, L'x')));
 }
 
-TEST_F(WlanQueryTest, FailedOpenMakesTheRadioOff) {
-    m_notebook.SetPhys({On()});
-    m_notebook.Fail(Call::WlanOpenHandle, 1, ERROR_SERVICE_NOT_ACTIVE);
-    EXPECT_FALSE(CheckWlanStatus());
-    EXPECT_THAT(m_machine.log.Lines(),
-                ElementsAre(TraceIn(kCheck), Error(kCheck, L"WlanOpenHandle failed with error: 1062"),
-                            TraceOut(kCheck, L"WLAN Status = 0")));
-    EXPECT_THAT(m_notebook.Calls(), ElementsAre("WlanOpenHandle version 2"));
-}
-
-TEST_F(WlanQueryTest, FailedEnumerationClosesTheHandle) {
-    m_notebook.SetPhys({On()});
-    m_notebook.Fail(Call::WlanEnumInterfaces, 1, ERROR_NOT_ENOUGH_MEMORY);
-    EXPECT_FALSE(CheckWlanStatus());
-    EXPECT_THAT(m_machine.log.Lines(),
-                ElementsAre(TraceIn(kCheck), Error(kCheck, L"WlanEnumInterfaces failed with error: 8"),
-                            TraceOut(kCheck, L"WLAN Status = 0")));
-    EXPECT_THAT(m_notebook.Calls(),
-                ElementsAre("WlanOpenHandle version 2", "WlanEnumInterfaces", "WlanCloseHandle"));
-}
-
-TEST_F(WlanQueryTest, NoListMakesTheRadioOff) {
-    m_notebook.SetPhys({On()});
-    m_notebook.GiveNothing(Call::WlanEnumInterfaces);
-    EXPECT_FALSE(CheckWlanStatus());
-    EXPECT_THAT(m_machine.log.Lines(), ElementsAre(TraceIn(kCheck), Error(kCheck, L"Interface list is empty"),
-                                                   TraceOut(kCheck, L"WLAN Status = 0")));
-    EXPECT_THAT(m_notebook.Calls(),
-                ElementsAre("WlanOpenHandle version 2", "WlanEnumInterfaces", "WlanCloseHandle"));
+TEST_F(WlanQueryTest, CallThatFailsOrGivesNothingMakesTheRadioOff) {
+    struct Case {
+        Call call;
+        LONG error;  ///< zero: it gives nothing
+        const wchar_t* line;
+        std::vector<std::string> calls;
+    };
+    const std::string open = "WlanOpenHandle version 2";
+    const std::string list = "WlanEnumInterfaces";
+    const std::string query = "WlanQueryInterface";
+    const std::string close = "WlanCloseHandle";
+    for (const Case& broken :
+         {Case{Call::WlanOpenHandle,
+               ERROR_SERVICE_NOT_ACTIVE,
+               L"WlanOpenHandle failed with error: 1062",
+               {open}},
+          Case{Call::WlanEnumInterfaces,
+               ERROR_NOT_ENOUGH_MEMORY,
+               L"WlanEnumInterfaces failed with error: 8",
+               {open, list, close}},
+          Case{Call::WlanEnumInterfaces, ERROR_SUCCESS, L"Interface list is empty", {open, list, close}},
+          Case{Call::WlanQueryInterface,
+               ERROR_INVALID_STATE,
+               L"WlanQueryInterface failed! err is 5023",
+               {open, list, query, close}},
+          Case{Call::WlanQueryInterface,
+               ERROR_SUCCESS,
+               L"WlanQueryInterface failed! err is 0",
+               {open, list, query, close}}}) {
+        SCOPED_TRACE(broken.line);
+        m_machine.log.Clear();
+        m_notebook.ForgetCalls();
+        m_notebook.Fail(broken.call, 1, broken.error);
+        EXPECT_FALSE(CheckWlanStatus());
+        EXPECT_THAT(m_notebook.Calls(), ElementsAreArray(broken.calls));
+        EXPECT_THAT(m_machine.log.At(kError), ElementsAre(Error(kCheck, broken.line)));
+        EXPECT_EQ(m_machine.log.Lines().back(), TraceOut(kCheck, L"WLAN Status = 0"));
+    }
 }
 
 TEST_F(WlanQueryTest, ListWithoutEntriesIsAskedAboutNobodyAndNotReadBeyondItsEnd) {
     m_notebook.Make({.wlanAdapters = 0});
     EXPECT_FALSE(CheckWlanStatus());
     EXPECT_THAT(
-        m_machine.log.From(Orva::Shared::Level::kInformation),
+        m_machine.log.From(kInformation),
         ElementsAre(Information(kCheck, L"WLAN Interface Count : 0"),
                     Information(kCheck, L"Current Index: 0"), Information(kCheck, L"Interface Description: "),
                     Information(kCheck, L"Interface State :  "), Information(kCheck, L"Not ready"),
                     Error(kCheck, L"WlanQueryInterface failed! err is 1168")));
-    EXPECT_THAT(m_notebook.Calls(), ElementsAre("WlanOpenHandle version 2", "WlanEnumInterfaces",
-                                                "WlanQueryInterface", "WlanCloseHandle"));
-}
-
-TEST_F(WlanQueryTest, FailedQueryMakesTheRadioOff) {
-    m_notebook.SetPhys({On()});
-    m_notebook.Fail(Call::WlanQueryInterface, 1, ERROR_INVALID_STATE);
-    EXPECT_FALSE(CheckWlanStatus());
-    EXPECT_THAT(m_machine.log.At(kError),
-                ElementsAre(Error(kCheck, L"WlanQueryInterface failed! err is 5023")));
-    EXPECT_THAT(m_notebook.Calls(), ElementsAre("WlanOpenHandle version 2", "WlanEnumInterfaces",
-                                                "WlanQueryInterface", "WlanCloseHandle"));
-}
-
-TEST_F(WlanQueryTest, QueryWithoutDataMakesTheRadioOff) {
-    m_notebook.SetPhys({On()});
-    m_notebook.GiveNothing(Call::WlanQueryInterface);
-    EXPECT_FALSE(CheckWlanStatus());
-    EXPECT_THAT(m_machine.log.At(kError), ElementsAre(Error(kCheck, L"WlanQueryInterface failed! err is 0")));
+    EXPECT_EQ(m_notebook.Calls().back(), "WlanCloseHandle");
 }
 
 TEST_F(WlanQueryTest, AfterASwitchRanOutTheRadioReadsAsOffWithoutAsking) {
     ServiceUtils::my_setwifitimeout = true;
-    m_notebook.SetPhys({On()});
     EXPECT_FALSE(CheckWlanStatus());
     EXPECT_THAT(m_machine.log.Lines(),
                 ElementsAre(TraceIn(kCheck), Error(kCheck, L"My WIFI Query timeout, my_setwifitimeout : 1"),
                             TraceOut(kCheck, L"WLAN Status = 0")));
     EXPECT_THAT(m_notebook.Calls(), IsEmpty());
-}
-
-class WlanQueryThrowsTest : public WlanQueryTest, public testing::WithParamInterface<Call> {};
-
-TEST_P(WlanQueryThrowsTest, ExceptionIsLoggedAndEverythingGivenBack) {
-    m_notebook.SetPhys({On()});
-    m_notebook.At(GetParam(), 1, []() -> DWORD { throw std::runtime_error("out of order"); });
-    EXPECT_FALSE(CheckWlanStatus());
-    EXPECT_THAT(m_machine.log.At(kError), ElementsAre(Error(kCheck, L"Exception in CheckWlanStatus()")));
-    EXPECT_EQ(m_machine.log.Lines().back(), TraceOut(kCheck, L"WLAN Status = 0"));
-}
-
-INSTANTIATE_TEST_SUITE_P(EachCall, WlanQueryThrowsTest,
-                         testing::Values(Call::WlanOpenHandle, Call::WlanEnumInterfaces,
-                                         Call::WlanQueryInterface));
-
-TEST_F(WlanQueryTest, ExceptionOfGivingBackGoesNowhere) {
-    m_notebook.SetPhys({On()});
-    const Rig::ScopedImport<&::WlanFreeMemory> frees{Rig::kWrapping, [](const auto& fake, void* block) {
-                                                         fake.Original(block);
-                                                         throw std::runtime_error("out of order");
-                                                     }};
-    const Rig::ScopedImport<&::WlanCloseHandle> closes{
-        Rig::kWrapping, [](const auto& fake, HANDLE client, void* reserved) -> DWORD {
-            fake.Original(client, reserved);
-            throw DWORD{ERROR_CRC};
-        }};
-    EXPECT_TRUE(CheckWlanStatus());
-    EXPECT_EQ(frees.Calls(), 2);
-    EXPECT_EQ(closes.Calls(), 1);
-    EXPECT_THAT(m_machine.log.At(kError), IsEmpty());
-}
-
-TEST_F(WlanQueryTest, ThrownWin32ErrorIsLoggedAndEverythingGivenBack) {
-    m_notebook.SetPhys({On()});
-    m_notebook.At(Call::WlanQueryInterface, 1, []() -> DWORD { throw DWORD{ERROR_ACCESS_DENIED}; });
-    EXPECT_FALSE(CheckWlanStatus());
-    EXPECT_THAT(m_machine.log.At(kError), ElementsAre(Error(kCheck, L"Exception in CheckWlanStatus()")));
 }
 
 }  // namespace

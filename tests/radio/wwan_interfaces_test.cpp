@@ -2,13 +2,15 @@
 
 #include <gmock/gmock.h>
 
+#include <functional>
 #include <limits>
-#include <ostream>
-#include <stdexcept>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "notebook/hardware/class_objects.h"
 #include "notebook/state/text.h"
-#include "radio/wwan_radio.h"
 #include "radio/wwan_state.h"
 #include "tests/radio/wwan_test.h"
 #include "tests/support/skip_unless_imported.h"
@@ -18,31 +20,33 @@ namespace {
 
 using namespace Rig::Lines;
 using NLMUtils::CopyArrayOfInterfaces;
+using ::Notebook::ModemList;
 using Orva::Shared::Level::kError;
-using Orva::Shared::Level::kInformation;
 using Orva::Shared::Level::kWarning;
 using ServiceUtils::EnumerateWwanInterfaces;
+using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::SizeIs;
 
 constexpr char kEnumerate[] = "ServiceUtils::EnumerateWwanInterfaces";
 constexpr char kCopy[] = "NLMUtils::CopyArrayOfInterfaces";
+constexpr wchar_t kTryFailed[] = L"GetInterfaces failed in try %d with !err is 0x";
+constexpr wchar_t kGivenUp[] = L"GetInterfaces failed with error: HRESULT : 0x";
+constexpr LONG kLowest = std::numeric_limits<LONG>::min();
+constexpr LONG kHighest = std::numeric_limits<LONG>::max();
 
 class WwanEnumerationTest : public WwanTest {
   protected:
-    WwanEnumerationTest() {
+    WwanEnumerationTest() { MakeModems(1); }
+
+    /// The machine has so many modems, and none is recorded.
+    void MakeModems(std::uint32_t count) {
+        SetModems(count);
         WwanState::devicePresent = false;
         WwanState::interfaceId.clear();
     }
-
-    [[nodiscard]] std::vector<Rig::LogLine> Lines() const { return m_machine.log.Of(kEnumerate); }
-
-    /// The machine has two modems, and none is published.
-    void MakeSecondModem() {
-        SetModems(2);
-        WwanState::interfaceId.clear();
-    }
-    [[nodiscard]] Microsoft::WRL::ComPtr<IUnknown> TheModem() const {
+    [[nodiscard]] static Microsoft::WRL::ComPtr<IUnknown> TheModem() {
         Microsoft::WRL::ComPtr<IMbnRadio> radio;
         *radio.GetAddressOf() = ::Notebook::EventRadio(0, ConfirmRadio::Same);
         return radio;
@@ -55,13 +59,19 @@ class WwanEnumerationTest : public WwanTest {
     }
     [[nodiscard]] std::wstring Id(std::size_t modem) const { return ::Notebook::GuidText(Modem(modem).id); }
 
+    [[nodiscard]] std::vector<Rig::LogLine> Lines() const { return m_machine.log.Of(kEnumerate); }
+    [[nodiscard]] Rig::LogLine Recorded(std::size_t modem) const {
+        return Information(kEnumerate, L"WWAN Interface = " + Id(modem));
+    }
+
     ULONG m_count = 0;
     Platform::UniqueProcessHeap<GUID> m_identifiers;
 };
 
 /// An array of these references.
-SAFEARRAY* ArrayOf(const std::vector<IUnknown*>& elements, LONG lowerBound = 0, VARTYPE type = VT_UNKNOWN) {
-    SAFEARRAY* const array = SafeArrayCreateVector(type, lowerBound, static_cast<ULONG>(elements.size()));
+SAFEARRAY* ArrayOf(const std::vector<IUnknown*>& elements, LONG lowerBound = 0) {
+    SAFEARRAY* const array =
+        SafeArrayCreateVector(VT_UNKNOWN, lowerBound, static_cast<ULONG>(elements.size()));
     for (std::size_t i = 0; i < elements.size(); ++i) {
         LONG index = lowerBound + static_cast<LONG>(i);
         SafeArrayPutElement(array, &index, elements[i]);
@@ -73,34 +83,17 @@ TEST_F(WwanEnumerationTest, OneModemIsRecorded) {
     EXPECT_TRUE(EnumerateWwanInterfaces());
     EXPECT_EQ(WwanState::interfaceId, Id(0));
     EXPECT_THAT(m_machine.log.Lines(), ElementsAre(TraceIn(kEnumerate), TraceIn(kCopy), TraceOut(kCopy),
-                                                   Information(kEnumerate, L"WWAN Interface = " + Id(0)),
-                                                   TraceOut(kEnumerate, L"Return = 1")));
+                                                   Recorded(0), TraceOut(kEnumerate, L"Return = 1")));
     EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(500));
+    EXPECT_EQ(References(), 0);
 }
 
 TEST_F(WwanEnumerationTest, OfTwoModemsTheLastOneWins) {
-    MakeSecondModem();
+    MakeModems(2);
     EXPECT_TRUE(EnumerateWwanInterfaces());
     EXPECT_EQ(WwanState::interfaceId, Id(1));
-    EXPECT_THAT(Lines(),
-                ElementsAre(TraceIn(kEnumerate), Information(kEnumerate, L"WWAN Interface = " + Id(0)),
-                            Information(kEnumerate, L"WWAN Interface = " + Id(1)),
-                            TraceOut(kEnumerate, L"Return = 1")));
-}
-
-TEST_F(WwanEnumerationTest, ArrayThatDoesNotBeginAtZeroIsReadFromItsLowerBound) {
-    MakeSecondModem();
-    m_notebook.Devices().modemList = ::Notebook::ModemList::OddBounds;
-    EXPECT_TRUE(EnumerateWwanInterfaces());
-    EXPECT_EQ(WwanState::interfaceId, Id(1));
-}
-
-TEST_F(WwanEnumerationTest, ArrayIsReadFromWhateverItsLowerBoundIs) {
-    const Microsoft::WRL::ComPtr<IUnknown> modem = TheModem();
-    for (const LONG lower : {1L, -1L, 1000000L, -2147483647L - 1, 2147483645L}) {
-        EXPECT_EQ(Copy(ArrayOf({modem.Get(), modem.Get()}, lower)), S_OK) << lower;
-        EXPECT_EQ(m_count, 2U) << lower;
-    }
+    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kEnumerate), Recorded(0), Recorded(1),
+                                     TraceOut(kEnumerate, L"Return = 1")));
 }
 
 TEST_F(WwanEnumerationTest, LowerCaseIdentifierIsRecordedInRegistryForm) {
@@ -117,70 +110,182 @@ TEST_F(WwanEnumerationTest, WithoutAManagerThereIsNothingToAsk) {
     EXPECT_THAT(m_machine.clock.Sleeps(), IsEmpty());
 }
 
-TEST_F(WwanEnumerationTest, ManagerThatIsNotReadyIsAskedAgain) {
-    for (int call = 1; call < 5; ++call) {
-        m_notebook.Fail(Call::MbnInterfaceManagerGetInterfaces, call, E_PENDING);
+TEST_F(WwanEnumerationTest, ManagerThatIsNotReadyIsAskedFiveTimes) {
+    for (const bool comesAtLast : {true, false}) {
+        for (int call = 1; call <= (comesAtLast ? 4 : 5); ++call) {
+            m_notebook.Fail(Call::MbnInterfaceManagerGetInterfaces, call, E_PENDING);
+        }
+        m_machine.log.Clear();
+        m_machine.clock.ForgetRecords();
+        EXPECT_EQ(EnumerateWwanInterfaces(), comesAtLast);
+        EXPECT_EQ(m_machine.log.From(kWarning),
+                  comesAtLast ? FailedTries(kEnumerate, 4, kTryFailed, L"8000000A")
+                              : FailedTries(kEnumerate, 5, kTryFailed, L"8000000A", kGivenUp));
+        EXPECT_THAT(m_machine.clock.Sleeps(), testing::AllOf(SizeIs(5), Each(500)));
+        EXPECT_EQ(Lines().back(), TraceOut(kEnumerate, comesAtLast ? L"Return = 1" : L"Return = 0"));
     }
-    EXPECT_TRUE(EnumerateWwanInterfaces());
-    EXPECT_THAT(m_machine.log.At(kWarning),
-                ElementsAre(Warning(kEnumerate, L"GetInterfaces failed in try 0 with !err is 0x8000000A"),
-                            Warning(kEnumerate, L"GetInterfaces failed in try 1 with !err is 0x8000000A"),
-                            Warning(kEnumerate, L"GetInterfaces failed in try 2 with !err is 0x8000000A"),
-                            Warning(kEnumerate, L"GetInterfaces failed in try 3 with !err is 0x8000000A")));
-    EXPECT_THAT(m_machine.log.At(kError), IsEmpty());
-    EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(500, 500, 500, 500, 500));
 }
 
-TEST_F(WwanEnumerationTest, ManagerThatFailsFiveTimesIsGivenUp) {
-    m_notebook.FailEach(Call::MbnInterfaceManagerGetInterfaces, E_FAIL);
-    EXPECT_FALSE(EnumerateWwanInterfaces());
-    EXPECT_EQ(m_notebook.Count(Call::MbnInterfaceManagerGetInterfaces), 5);
-    EXPECT_THAT(m_machine.log.From(kWarning),
-                ElementsAre(Warning(kEnumerate, L"GetInterfaces failed in try 0 with !err is 0x80004005"),
-                            Warning(kEnumerate, L"GetInterfaces failed in try 1 with !err is 0x80004005"),
-                            Warning(kEnumerate, L"GetInterfaces failed in try 2 with !err is 0x80004005"),
-                            Warning(kEnumerate, L"GetInterfaces failed in try 3 with !err is 0x80004005"),
-                            Warning(kEnumerate, L"GetInterfaces failed in try 4 with !err is 0x80004005"),
-                            Error(kEnumerate, L"GetInterfaces failed with error: HRESULT : 0x80004005")));
-    EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(500, 500, 500, 500, 500));
-    EXPECT_EQ(Lines().back(), TraceOut(kEnumerate, L"Return = 0"));
+/// What fails the enumeration, for as long as its answer lives.
+using Trouble = std::function<std::shared_ptr<void>(const Rig::SimulatedNotebook& notebook)>;
+
+Trouble Listing(ModemList list) {
+    return [list](const auto& notebook) {
+        notebook.Devices().modemList = list;
+        return nullptr;
+    };
+}
+
+template <auto Function>
+Trouble Failing() {
+    return [](const auto& /*notebook*/) {
+        return std::make_shared<Rig::ScopedResult<Function>>(DISP_E_BADINDEX);
+    };
+}
+
+TEST_F(WwanEnumerationTest, ListThatCannotBeReadIsReportedAndRecordsNothing) {
+    const std::pair<Trouble, std::wstring> troubles[] = {{Listing(ModemList::Null), L"0x80004003"},
+                                                         {Listing(ModemList::NullElement), L"0x80004003"},
+                                                         {Listing(ModemList::WrongType), L"0x80020005"},
+                                                         {Failing<&::SafeArrayGetLBound>(), L"0x8002000B"},
+                                                         {Failing<&::SafeArrayGetUBound>(), L"0x8002000B"},
+                                                         {Failing<&::SafeArrayGetElement>(), L"0x8002000B"}};
+    for (const auto& [trouble, error] : troubles) {
+        MakeModems(2);
+        const std::shared_ptr<void> scope = trouble(m_notebook);
+        EXPECT_FALSE(EnumerateWwanInterfaces());
+        EXPECT_TRUE(WwanState::interfaceId.empty());
+        EXPECT_EQ(m_machine.log.At(kError).back(),
+                  Error(kEnumerate, L"CopyArrayOfInterfaces Failed with error " + error));
+        EXPECT_EQ(Lines().back(), TraceOut(kEnumerate, L"Return = 0"));
+    }
+    EXPECT_THAT(m_machine.log.At(kError), SizeIs(std::size(troubles)));
+}
+
+TEST_F(WwanEnumerationTest, ModemThatCannotBeAskedIsReportedAndTheNextIsNotRecordedEither) {
+    struct Case {
+        Call call;
+        LONG error;  ///< zero: it gives nothing
+        const wchar_t* text;
+    };
+    for (const Case& broken : {Case{Call::MbnInterfaceQueryInterface, S_OK, L"0x80004002"},
+                               Case{Call::MbnInterfaceGetInterfaceId, E_ACCESSDENIED, L"0x80070005"},
+                               Case{Call::MbnInterfaceGetInterfaceId, S_OK, L"0x800401F4"}}) {
+        MakeModems(2);
+        m_notebook.Fail(broken.call, 1, broken.error);
+        EXPECT_FALSE(EnumerateWwanInterfaces());
+        EXPECT_TRUE(WwanState::interfaceId.empty());
+        EXPECT_EQ(m_machine.log.At(kError).back(),
+                  Error(kEnumerate, std::wstring(L"CopyArrayOfInterfaces Failed with error ") + broken.text));
+    }
+}
+
+TEST_F(WwanEnumerationTest, TextThatIsNoGuidMeansNoModem) {
+    for (const std::wstring& text :
+         {std::wstring(), std::wstring(L"Modem"), std::wstring(L"11111111-1111-1111-1111-111111111111"),
+          std::wstring(L"{11111111-1111-1111-1111-1111"),
+          std::wstring(L"{GGGGGGGG-1111-1111-1111-111111111111}"), std::wstring(100000, L'{')}) {
+        const Rig::ScopedImport<&::SysAllocString> gives{
+            Rig::kWrapping,
+            [&](const auto& system, const OLECHAR*) { return system.Original(text.c_str()); }};
+        m_machine.log.Clear();
+        EXPECT_FALSE(EnumerateWwanInterfaces());
+        EXPECT_TRUE(WwanState::interfaceId.empty());
+        ASSERT_THAT(m_machine.log.At(kError), SizeIs(1));
+        EXPECT_THAT(m_machine.log.At(kError)[0].message,
+                    testing::StartsWith(L"CopyArrayOfInterfaces Failed with error 0x8"));
+    }
+}
+
+TEST_F(WwanEnumerationTest, IdentifierWithoutATextMakesTheResultFalseButNotTheNextOneUnrecorded) {
+    const std::pair<HRESULT, const wchar_t*> answers[] = {
+        {E_OUTOFMEMORY, L"StringFromIID failed with error 0x8007000E"},
+        {S_OK, L"StringFromIID failed with error 0x00000000"}};
+    for (const auto& [answer, text] : answers) {
+        MakeModems(2);
+        m_machine.log.Clear();
+        const Rig::ScopedResult<&::StringFromIID> givesNoText{answer, Rig::AtCall{1}};
+        EXPECT_FALSE(EnumerateWwanInterfaces());
+        EXPECT_EQ(WwanState::interfaceId, Id(1));
+        EXPECT_THAT(Lines(), ElementsAre(TraceIn(kEnumerate), Error(kEnumerate, text), Recorded(1),
+                                         TraceOut(kEnumerate, L"Return = 0")));
+    }
 }
 
 TEST_F(WwanEnumerationTest, EmptyArrayMeansNoModem) {
-    m_notebook.Devices().modemList = ::Notebook::ModemList::Empty;
+    m_notebook.Devices().modemList = ModemList::Empty;
     EXPECT_FALSE(EnumerateWwanInterfaces());
+    {
+        const Rig::ScopedImport<&::SafeArrayGetUBound> odd{[](SAFEARRAY*, UINT, LONG* bound) {
+            *bound = kLowest;
+            return S_OK;
+        }};
+        EXPECT_FALSE(EnumerateWwanInterfaces());
+    }
     EXPECT_TRUE(WwanState::interfaceId.empty());
-    EXPECT_THAT(m_machine.log.From(kInformation), IsEmpty());
+    EXPECT_THAT(m_machine.log.From(kWarning), IsEmpty());
     for (const LONG lower : {7L, -7L}) {
         EXPECT_EQ(Copy(ArrayOf({}, lower)), S_OK);
         EXPECT_EQ(m_count, 0U);
     }
 }
 
-/// What the devices can list that is no list of interfaces.
-TEST_F(WwanEnumerationTest, BadArrayIsReportedAndDestroyed) {
-    using ::Notebook::ModemList;
-    const std::pair<ModemList, std::wstring> kinds[] = {{ModemList::Null, L"0x80004003"},
-                                                        {ModemList::NullElement, L"0x80004003"},
-                                                        {ModemList::WrongType, L"0x80020005"}};
-    for (const auto& [kind, error] : kinds) {
-        m_notebook.Devices().modemList = kind;
-        EXPECT_FALSE(EnumerateWwanInterfaces());
-        EXPECT_EQ(m_machine.log.At(kError).back(),
-                  Error(kEnumerate, L"CopyArrayOfInterfaces Failed with error " + error));
-        EXPECT_EQ(Lines().back(), TraceOut(kEnumerate, L"Return = 0"));
+TEST_F(WwanEnumerationTest, TextsListAndArrayAreGivenBack) {
+    SKIP_UNLESS_IMPORTED(malloc);
+    EXPECT_TRUE(EnumerateWwanInterfaces());
+    for (const char* kind :
+         {Rig::Kind::kBstr, Rig::Kind::kTaskMemory, Rig::Kind::kSafeArray, Rig::Kind::kHeapMemory}) {
+        EXPECT_EQ(m_ledger.Given(kind), 1) << kind;
+        EXPECT_EQ(m_ledger.Outstanding(kind), 0) << kind;
     }
 }
 
-/// Arrays that hold no interface.
-struct BadArray {
-    const char* name;
-    SAFEARRAY* (*make)();
-    HRESULT error;
-};
+TEST_F(WwanEnumerationTest, WidestBoundsAskForMemoryForEveryElementAndFailWithoutIt) {
+    SKIP_UNLESS_IMPORTED(malloc);
+    const Rig::ScopedImport<&::SafeArrayGetLBound> lowest{[](SAFEARRAY*, UINT, LONG* bound) {
+        *bound = kLowest;
+        return S_OK;
+    }};
+    const Rig::ScopedImport<&::SafeArrayGetUBound> highest{[](SAFEARRAY*, UINT, LONG* bound) {
+        *bound = kHighest;
+        return S_OK;
+    }};
+    std::vector<SIZE_T> asked;
+    const Rig::ScopedImport<&::HeapAlloc> refuses{[&](HANDLE, DWORD, SIZE_T bytes) -> void* {
+        asked.push_back(bytes);
+        return nullptr;
+    }};
+    EXPECT_FALSE(EnumerateWwanInterfaces());
+    EXPECT_THAT(asked, ElementsAre((SIZE_T{1} << 32) * sizeof(GUID)));
+    EXPECT_THAT(m_machine.log.At(kError),
+                ElementsAre(Error(kCopy, L"CopyArrayOfInterfaces malloc failed!!"),
+                            Error(kEnumerate, L"CopyArrayOfInterfaces Failed with error 0x8007000E")));
+}
 
-void PrintTo(const BadArray& tested, std::ostream* out) {
-    *out << tested.name;
+TEST_F(WwanEnumerationTest, CopyRefusesNullArguments) {
+    SAFEARRAY* const array = ArrayOf({});
+    EXPECT_EQ(CopyArrayOfInterfaces(nullptr, &m_count, &m_identifiers), E_POINTER);
+    EXPECT_EQ(CopyArrayOfInterfaces(array, nullptr, &m_identifiers), E_POINTER);
+    EXPECT_EQ(CopyArrayOfInterfaces(array, &m_count, nullptr), E_POINTER);
+    SafeArrayDestroy(array);
+}
+
+TEST_F(WwanEnumerationTest, CopyCountsTheElementsAndGivesTheirIdentifiers) {
+    MakeModems(2);
+    SAFEARRAY* array = nullptr;
+    ASSERT_EQ(WwanState::interfaceManager.load()->GetInterfaces(&array), S_OK);
+    EXPECT_EQ(Copy(array), S_OK);
+    ASSERT_EQ(m_count, 2U);
+    EXPECT_EQ(m_identifiers.Get()[0], Modem(0).id);
+    EXPECT_EQ(m_identifiers.Get()[1], Modem(1).id);
+}
+
+TEST_F(WwanEnumerationTest, ArrayIsReadFromWhateverItsLowerBoundIs) {
+    const Microsoft::WRL::ComPtr<IUnknown> modem = TheModem();
+    for (const LONG lower : {1L, -1L, 1000000L, kLowest, kHighest - 2}) {
+        EXPECT_EQ(Copy(ArrayOf({modem.Get(), modem.Get()}, lower)), S_OK) << lower;
+        EXPECT_EQ(m_count, 2U) << lower;
+    }
 }
 
 SAFEARRAY* ArrayOfTwoDimensions() {
@@ -197,220 +302,22 @@ SAFEARRAY* ArrayWithoutRoom() {
     return array;
 }
 
-class WwanBadArrayTest : public WwanEnumerationTest, public testing::WithParamInterface<BadArray> {};
-
-TEST_P(WwanBadArrayTest, ArrayIsRefused) {
-    EXPECT_EQ(Copy(GetParam().make()), GetParam().error);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Arrays, WwanBadArrayTest,
-    testing::Values(
-        BadArray{"NoRoom", &ArrayWithoutRoom, E_POINTER},
-        BadArray{"Numbers", [] { return SafeArrayCreateVector(VT_I8, 0, 3); }, DISP_E_TYPEMISMATCH},
-        BadArray{"Texts", [] { return SafeArrayCreateVector(VT_BSTR, 0, 1); }, DISP_E_TYPEMISMATCH},
-        BadArray{"Variants", [] { return SafeArrayCreateVector(VT_VARIANT, 0, 1); }, DISP_E_TYPEMISMATCH},
-        BadArray{"TwoDimensions", &ArrayOfTwoDimensions, DISP_E_TYPEMISMATCH}));
-
-TEST_F(WwanEnumerationTest, ElementOfAnotherKindStopsTheCopy) {
-    EXPECT_EQ(Copy(ArrayOf({WwanState::interfaceManager.load().get()})), E_NOINTERFACE);
-}
-
-TEST_F(WwanEnumerationTest, ElementThatGivesNoInterfaceStopsTheCopy) {
-    m_notebook.GiveNothing(Call::MbnInterfaceQueryInterface);
-    EXPECT_FALSE(EnumerateWwanInterfaces());
-    EXPECT_THAT(m_machine.log.At(kError),
-                ElementsAre(Error(kEnumerate, L"CopyArrayOfInterfaces Failed with error 0x80004002")));
-}
-
-TEST_F(WwanEnumerationTest, IdentifierThatCannotBeReadStopsTheCopy) {
-    MakeSecondModem();
-    m_notebook.Fail(Call::MbnInterfaceGetInterfaceId, 1, E_ACCESSDENIED);
-    EXPECT_FALSE(EnumerateWwanInterfaces());
-    EXPECT_TRUE(WwanState::interfaceId.empty()) << "the second one is not recorded either";
-    EXPECT_THAT(m_machine.log.At(kError),
-                ElementsAre(Error(kEnumerate, L"CopyArrayOfInterfaces Failed with error 0x80070005")));
-}
-
-struct BadIdentifier {
-    const char* name;
-    std::wstring text;
-};
-
-void PrintTo(const BadIdentifier& tested, std::ostream* out) {
-    *out << tested.name;
-}
-
-class WwanBadIdentifierTest : public WwanEnumerationTest,
-                              public testing::WithParamInterface<BadIdentifier> {};
-
-TEST_P(WwanBadIdentifierTest, TextThatIsNoGuidMeansNoModem) {
-    const Rig::ScopedImport<&::SysAllocString> gives{Rig::kWrapping, [](const auto& system, const OLECHAR*) {
-                                                         return system.Original(GetParam().text.c_str());
-                                                     }};
-    EXPECT_FALSE(EnumerateWwanInterfaces());
-    EXPECT_TRUE(WwanState::interfaceId.empty());
-    ASSERT_EQ(m_machine.log.At(kError).size(), 1U);
-    EXPECT_THAT(m_machine.log.At(kError)[0].message,
-                testing::StartsWith(L"CopyArrayOfInterfaces Failed with error 0x8"));
-}
-
-INSTANTIATE_TEST_SUITE_P(Texts, WwanBadIdentifierTest,
-                         testing::Values(BadIdentifier{"Empty", L""}, BadIdentifier{"Name", L"Modem"},
-                                         BadIdentifier{"NoBraces", L"11111111-1111-1111-1111-111111111111"},
-                                         BadIdentifier{"CutShort", L"{11111111-1111-1111-1111-1111"},
-                                         BadIdentifier{"Letters", L"{GGGGGGGG-1111-1111-1111-111111111111}"},
-                                         BadIdentifier{"Long", std::wstring(100000, L'{')}));
-
-TEST_F(WwanEnumerationTest, NoTextAtAllMeansNoModem) {
-    m_notebook.GiveNothing(Call::MbnInterfaceGetInterfaceId);
-    EXPECT_FALSE(EnumerateWwanInterfaces());
-    EXPECT_TRUE(WwanState::interfaceId.empty());
-}
-
-TEST_F(WwanEnumerationTest, IdentifierWithoutATextMakesTheResultFalseButNotTheNextOneUnrecorded) {
-    MakeSecondModem();
-    const Rig::ScopedResult<&::StringFromIID> fails{E_OUTOFMEMORY, Rig::AtCall{1}};
-    EXPECT_FALSE(EnumerateWwanInterfaces());
-    EXPECT_EQ(WwanState::interfaceId, Id(1));
-    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kEnumerate),
-                                     Error(kEnumerate, L"StringFromIID failed with error 0x8007000E"),
-                                     Information(kEnumerate, L"WWAN Interface = " + Id(1)),
-                                     TraceOut(kEnumerate, L"Return = 0")));
-}
-
-TEST_F(WwanEnumerationTest, SuccessWithoutATextIsAFailureToo) {
-    MakeSecondModem();
-    const Rig::ScopedResult<&::StringFromIID> noText{S_OK, Rig::AtCall{1}};
-    EXPECT_FALSE(EnumerateWwanInterfaces());
-    EXPECT_EQ(WwanState::interfaceId, Id(1));
-    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kEnumerate),
-                                     Error(kEnumerate, L"StringFromIID failed with error 0x00000000"),
-                                     Information(kEnumerate, L"WWAN Interface = " + Id(1)),
-                                     TraceOut(kEnumerate, L"Return = 0")));
-}
-
-TEST_F(WwanEnumerationTest, TextsListAndArrayAreGivenBack) {
-    SKIP_UNLESS_IMPORTED(malloc);
-    EXPECT_TRUE(EnumerateWwanInterfaces());
-    for (const char* kind :
-         {Rig::Kind::kBstr, Rig::Kind::kTaskMemory, Rig::Kind::kSafeArray, Rig::Kind::kHeapMemory}) {
-        EXPECT_EQ(m_ledger.Given(kind), 1) << kind;
-        EXPECT_EQ(m_ledger.Outstanding(kind), 0) << kind;
+TEST_F(WwanEnumerationTest, ArrayThatHoldsNoInterfaceIsRefusedAndLeavesNothingInTheOutputs) {
+    const std::pair<SAFEARRAY*, HRESULT> arrays[] = {
+        {ArrayWithoutRoom(), E_POINTER},
+        {ArrayOf({nullptr}), E_POINTER},
+        {ArrayOf({WwanState::interfaceManager.load().get()}), E_NOINTERFACE},
+        {SafeArrayCreateVector(VT_I8, 0, 3), DISP_E_TYPEMISMATCH},
+        {SafeArrayCreateVector(VT_BSTR, 0, 1), DISP_E_TYPEMISMATCH},
+        {SafeArrayCreateVector(VT_VARIANT, 0, 1), DISP_E_TYPEMISMATCH},
+        {ArrayOfTwoDimensions(), DISP_E_TYPEMISMATCH}};
+    for (const auto& [array, error] : arrays) {
+        m_count = 5;
+        m_identifiers = Platform::AllocateFromProcessHeap<GUID>(sizeof(GUID));
+        EXPECT_EQ(Copy(array), error);
+        EXPECT_EQ(m_count, 0U);
+        EXPECT_FALSE(m_identifiers);
     }
-    EXPECT_EQ(References(), 0);
-}
-
-TEST_F(WwanEnumerationTest, WithoutMemoryTheCopyFails) {
-    SKIP_UNLESS_IMPORTED(malloc);
-    const Rig::ScopedResult<&::HeapAlloc> fails{nullptr};
-    EXPECT_FALSE(EnumerateWwanInterfaces());
-    EXPECT_THAT(m_machine.log.At(kError),
-                ElementsAre(Error(kCopy, L"CopyArrayOfInterfaces malloc failed!!"),
-                            Error(kEnumerate, L"CopyArrayOfInterfaces Failed with error 0x8007000E")));
-}
-
-TEST_F(WwanEnumerationTest, BoundsThatCannotBeReadFailTheCopy) {
-    {
-        const Rig::ScopedResult<&::SafeArrayGetLBound> fails{DISP_E_BADINDEX};
-        EXPECT_FALSE(EnumerateWwanInterfaces());
-    }
-    const Rig::ScopedResult<&::SafeArrayGetUBound> fails{DISP_E_BADINDEX};
-    EXPECT_FALSE(EnumerateWwanInterfaces());
-    EXPECT_THAT(m_machine.log.At(kError),
-                ElementsAre(Error(kEnumerate, L"CopyArrayOfInterfaces Failed with error 0x8002000B"),
-                            Error(kEnumerate, L"CopyArrayOfInterfaces Failed with error 0x8002000B")));
-}
-
-TEST_F(WwanEnumerationTest, WidestBoundsAskForMemoryForEveryElement) {
-    SKIP_UNLESS_IMPORTED(malloc);
-    const Rig::ScopedImport<&::SafeArrayGetLBound> lowest{[](SAFEARRAY*, UINT, LONG* bound) {
-        *bound = std::numeric_limits<LONG>::min();
-        return S_OK;
-    }};
-    const Rig::ScopedImport<&::SafeArrayGetUBound> highest{[](SAFEARRAY*, UINT, LONG* bound) {
-        *bound = std::numeric_limits<LONG>::max();
-        return S_OK;
-    }};
-    std::vector<SIZE_T> asked;
-    const Rig::ScopedImport<&::HeapAlloc> refuses{[&](HANDLE, DWORD, SIZE_T bytes) -> void* {
-        asked.push_back(bytes);
-        return nullptr;
-    }};
-    EXPECT_FALSE(EnumerateWwanInterfaces());
-    EXPECT_THAT(asked, ElementsAre((SIZE_T{1} << 32) * sizeof(GUID)));
-    EXPECT_THAT(m_machine.log.At(kError),
-                ElementsAre(Error(kCopy, L"CopyArrayOfInterfaces malloc failed!!"),
-                            Error(kEnumerate, L"CopyArrayOfInterfaces Failed with error 0x8007000E")));
-}
-
-TEST_F(WwanEnumerationTest, UpperBoundBelowTheLowerOneIsAnEmptyArray) {
-    const Rig::ScopedImport<&::SafeArrayGetUBound> odd{[](SAFEARRAY*, UINT, LONG* bound) {
-        *bound = -2147483647L - 1;
-        return S_OK;
-    }};
-    EXPECT_FALSE(EnumerateWwanInterfaces());
-    EXPECT_THAT(m_machine.log.At(kError), IsEmpty());
-}
-
-TEST_F(WwanEnumerationTest, ElementThatCannotBeReadFailsTheCopy) {
-    const Rig::ScopedResult<&::SafeArrayGetElement> fails{DISP_E_BADINDEX};
-    EXPECT_FALSE(EnumerateWwanInterfaces());
-    EXPECT_THAT(m_machine.log.At(kError),
-                ElementsAre(Error(kEnumerate, L"CopyArrayOfInterfaces Failed with error 0x8002000B")));
-}
-
-TEST_F(WwanEnumerationTest, ExceptionOfTheManagerIsLogged) {
-    m_notebook.AtEach(Call::MbnInterfaceManagerGetInterfaces,
-                      []() -> DWORD { throw std::runtime_error("out of order"); });
-    EXPECT_FALSE(EnumerateWwanInterfaces());
-    EXPECT_THAT(Lines(),
-                ElementsAre(TraceIn(kEnumerate), Error(kEnumerate, L"Exception in EnumerateWwanInterfaces()"),
-                            TraceOut(kEnumerate, L"Return = 0")));
-}
-
-TEST_F(WwanEnumerationTest, ExceptionInTheMiddleOfTheCopyGivesEverythingBack) {
-    SKIP_UNLESS_IMPORTED(malloc);
-    const Rig::ScopedImport<&::IIDFromString> throws{
-        [](LPCOLESTR, IID*) -> HRESULT { throw DWORD{ERROR_CRC}; }};
-    EXPECT_FALSE(EnumerateWwanInterfaces());
-    EXPECT_THAT(m_machine.log.At(kError),
-                ElementsAre(Error(kEnumerate, L"Exception in EnumerateWwanInterfaces()")));
-    for (const char* kind : {Rig::Kind::kBstr, Rig::Kind::kSafeArray, Rig::Kind::kHeapMemory}) {
-        EXPECT_EQ(m_ledger.Given(kind), 1) << kind;
-        EXPECT_EQ(m_ledger.Outstanding(kind), 0) << kind;
-    }
-    EXPECT_EQ(References(), 0);
-}
-
-TEST_F(WwanEnumerationTest, CopyRefusesNullArguments) {
-    SAFEARRAY* const array = ArrayOf({});
-    ULONG count = 0;
-    Platform::UniqueProcessHeap<GUID> identifiers;
-    EXPECT_EQ(CopyArrayOfInterfaces(nullptr, &count, &identifiers), E_POINTER);
-    EXPECT_EQ(CopyArrayOfInterfaces(array, nullptr, &identifiers), E_POINTER);
-    EXPECT_EQ(CopyArrayOfInterfaces(array, &count, nullptr), E_POINTER);
-    SafeArrayDestroy(array);
-}
-
-TEST_F(WwanEnumerationTest, CopyCountsTheElementsAndGivesTheirIdentifiers) {
-    MakeSecondModem();
-    SAFEARRAY* array = nullptr;
-    ASSERT_EQ(WwanState::interfaceManager.load()->GetInterfaces(&array), S_OK);
-    EXPECT_EQ(Copy(array), S_OK);
-    ASSERT_EQ(m_count, 2U);
-    EXPECT_EQ(m_identifiers.Get()[0], Modem(0).id);
-    EXPECT_EQ(m_identifiers.Get()[1], Modem(1).id);
-}
-
-TEST_F(WwanEnumerationTest, FailedCopyLeavesNothingInItsOutputs) {
-    ULONG count = 5;
-    auto identifiers = Platform::AllocateFromProcessHeap<GUID>(sizeof(GUID));
-    SAFEARRAY* const array = ArrayOf({nullptr});
-    EXPECT_EQ(CopyArrayOfInterfaces(array, &count, &identifiers), E_POINTER);
-    EXPECT_EQ(count, 0U);
-    EXPECT_FALSE(identifiers);
-    SafeArrayDestroy(array);
 }
 
 }  // namespace

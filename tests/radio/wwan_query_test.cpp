@@ -1,7 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <stdexcept>
-
 #include "radio/wwan_radio.h"
 #include "radio/wwan_state.h"
 #include "tests/radio/wwan_test.h"
@@ -10,15 +8,19 @@ namespace RadioTests {
 namespace {
 
 using namespace Rig::Lines;
-using Orva::Shared::Level::kError;
 using Orva::Shared::Level::kWarning;
+using Rig::LogLine;
 using ServiceUtils::CheckWwanStatus;
 using ServiceUtils::GetRadioInterface;
+using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr char kGet[] = "ServiceUtils::GetRadioInterface";
 constexpr char kCheck[] = "ServiceUtils::CheckWwanStatus";
+
+constexpr wchar_t kTryFailed[] = L"GetInterface failed in try %d with !err is 0x";
+constexpr wchar_t kGivenUp[] = L"GetInterface failed with error: HRESULT : 0x";
 
 class WwanRadioInterfaceTest : public WwanTest {
   protected:
@@ -40,82 +42,51 @@ TEST_F(WwanRadioInterfaceTest, CallerGetsTheRadioWithAReference) {
 }
 
 TEST_F(WwanRadioInterfaceTest, ManagerThatFailsForAWhileIsAskedAgain) {
-    m_notebook.Fail(Call::MbnInterfaceManagerGetInterface, 1, E_PENDING);
-    m_notebook.Fail(Call::MbnInterfaceManagerGetInterface, 2, E_PENDING);
+    for (int call = 1; call < 5; ++call) {
+        m_notebook.Fail(Call::MbnInterfaceManagerGetInterface, call, E_PENDING);
+    }
     EXPECT_TRUE(GetRadioInterface(&m_radio));
-    EXPECT_THAT(
-        m_machine.log.Lines(),
-        ElementsAre(TraceIn(kGet), Warning(kGet, L"GetInterface failed in try 0 with !err is 0x8000000A"),
-                    Warning(kGet, L"GetInterface failed in try 1 with !err is 0x8000000A"), TraceOut(kGet)));
-    EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(50, 50, 50));
-}
-
-TEST_F(WwanRadioInterfaceTest, ManagerThatFailsFiveTimesIsGivenUp) {
-    m_notebook.FailEach(Call::MbnInterfaceManagerGetInterface, E_FAIL);
-    EXPECT_FALSE(GetRadioInterface(&m_radio));
-    EXPECT_EQ(m_radio, nullptr);
-    EXPECT_THAT(m_machine.log.From(kWarning),
-                ElementsAre(Warning(kGet, L"GetInterface failed in try 0 with !err is 0x80004005"),
-                            Warning(kGet, L"GetInterface failed in try 1 with !err is 0x80004005"),
-                            Warning(kGet, L"GetInterface failed in try 2 with !err is 0x80004005"),
-                            Warning(kGet, L"GetInterface failed in try 3 with !err is 0x80004005"),
-                            Warning(kGet, L"GetInterface failed in try 4 with !err is 0x80004005"),
-                            Error(kGet, L"GetInterface failed with error: HRESULT : 0x80004005")));
+    EXPECT_EQ(m_machine.log.From(kWarning), FailedTries(kGet, 4, kTryFailed, L"8000000A"));
     EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(50, 50, 50, 50, 50));
 }
 
-TEST_F(WwanRadioInterfaceTest, ModemThatIsGoneIsAFailure) {
-    Modem().present = 0;
-    EXPECT_FALSE(GetRadioInterface(&m_radio));
-    EXPECT_THAT(m_machine.log.At(kError),
-                ElementsAre(Error(kGet, L"GetInterface failed with error: HRESULT : 0x80070490")));
-}
-
-TEST_F(WwanRadioInterfaceTest, SuccessWithoutAnInterfaceIsAFailure) {
-    m_notebook.GiveNothing(Call::MbnInterfaceManagerGetInterface);
-    EXPECT_FALSE(GetRadioInterface(&m_radio));
-    EXPECT_THAT(m_machine.log.At(kError),
-                ElementsAre(Error(kGet, L"GetInterface failed with error: HRESULT : 0x80004003")));
-}
-
-TEST_F(WwanRadioInterfaceTest, AdapterWithoutARadioIsAFailure) {
-    m_notebook.FailEach(Call::MbnInterfaceQueryInterface, E_NOINTERFACE);
-    EXPECT_FALSE(GetRadioInterface(&m_radio));
-    EXPECT_EQ(m_radio, nullptr);
-    EXPECT_THAT(
-        m_machine.log.Lines(),
-        ElementsAre(TraceIn(kGet), Error(kGet, L"QueryInterface failed with error: HRESULT : 0x80004002"),
-                    TraceOut(kGet)));
-    EXPECT_EQ(References(), 0);
-}
-
-TEST_F(WwanRadioInterfaceTest, SuccessWithoutARadioIsAFailure) {
-    m_notebook.GiveNothing(Call::MbnInterfaceQueryInterface);
-    EXPECT_FALSE(GetRadioInterface(&m_radio));
-    EXPECT_THAT(m_machine.log.At(kError),
-                ElementsAre(Error(kGet, L"QueryInterface failed with error: HRESULT : 0x80004002")));
+TEST_F(WwanRadioInterfaceTest, CallThatFailsOrGivesNothingGivesNoRadio) {
+    struct Case {
+        Call call;
+        LONG error;  ///< zero: it gives nothing
+        std::vector<LogLine> lines;
+    };
+    for (const Case& broken :
+         {Case{Call::MbnInterfaceManagerGetInterface, E_FAIL,
+               FailedTries(kGet, 5, kTryFailed, L"80004005", kGivenUp)},
+          Case{Call::MbnInterfaceManagerGetInterface, S_OK,
+               FailedTries(kGet, 5, kTryFailed, L"80004003", kGivenUp)},
+          Case{Call::MbnInterfaceQueryInterface,
+               E_ACCESSDENIED,
+               {Error(kGet, L"QueryInterface failed with error: HRESULT : 0x80070005")}},
+          Case{Call::MbnInterfaceQueryInterface,
+               S_OK,
+               {Error(kGet, L"QueryInterface failed with error: HRESULT : 0x80004002")}}}) {
+        SetModems(1);
+        m_machine.log.Clear();
+        m_machine.clock.ForgetRecords();
+        const int tries = static_cast<int>(broken.lines.size()) == 1 ? 1 : 5;
+        for (int call = 1; call <= tries; ++call) {
+            m_notebook.Fail(broken.call, call, broken.error);
+        }
+        EXPECT_FALSE(GetRadioInterface(&m_radio));
+        EXPECT_EQ(m_radio, nullptr);
+        EXPECT_EQ(References(), 0);
+        EXPECT_EQ(m_machine.log.From(kWarning), broken.lines);
+        EXPECT_THAT(m_machine.clock.Sleeps(), testing::AllOf(testing::SizeIs(tries), Each(50)));
+    }
 }
 
 TEST_F(WwanRadioInterfaceTest, WithoutAManagerThereIsNothingToAsk) {
     WwanState::interfaceManager.store(nullptr);
     EXPECT_FALSE(GetRadioInterface(&m_radio));
-    EXPECT_THAT(m_machine.log.At(kError), ElementsAre(Error(kGet, L"IMbnInterfaceManager is NULL")));
+    EXPECT_THAT(m_machine.log.From(kWarning), ElementsAre(Error(kGet, L"IMbnInterfaceManager is NULL")));
     EXPECT_THAT(m_machine.clock.Sleeps(), IsEmpty());
-}
-
-TEST_F(WwanRadioInterfaceTest, ExceptionOfTheManagerIsLogged) {
-    m_notebook.AtEach(Call::MbnInterfaceManagerGetInterface,
-                      []() -> DWORD { throw std::runtime_error("out of order"); });
-    EXPECT_FALSE(GetRadioInterface(&m_radio));
-    EXPECT_THAT(m_machine.log.Lines(),
-                ElementsAre(TraceIn(kGet), Error(kGet, L"Exception in GetRadioInterface()"), TraceOut(kGet)));
-}
-
-TEST_F(WwanRadioInterfaceTest, ExceptionOfTheAdapterReleasesIt) {
-    m_notebook.AtEach(Call::MbnInterfaceQueryInterface, []() -> DWORD { throw DWORD{ERROR_CRC}; });
-    EXPECT_FALSE(GetRadioInterface(&m_radio));
-    EXPECT_THAT(m_machine.log.At(kError), ElementsAre(Error(kGet, L"Exception in GetRadioInterface()")));
-    EXPECT_EQ(References(), 0);
 }
 
 TEST_F(WwanRadioInterfaceTest, ManagerThatIsReplacedDuringTheCallStaysHeldUntilItsEnd) {
@@ -128,25 +99,22 @@ TEST_F(WwanRadioInterfaceTest, ManagerThatIsReplacedDuringTheCallStaysHeldUntilI
     EXPECT_EQ(References(), 0) << "the radio is held, the manager is not";
 }
 
-class WwanQueryTest : public WwanTest {
-  protected:
-    [[nodiscard]] std::vector<Rig::LogLine> Lines() const { return m_machine.log.Of(kCheck); }
-};
+using WwanQueryTest = WwanTest;
 
-TEST_F(WwanQueryTest, RadioThatIsOn) {
-    EXPECT_TRUE(CheckWwanStatus());
-    EXPECT_THAT(m_machine.log.Lines(), ElementsAre(TraceIn(kCheck), TraceIn(kGet), TraceOut(kGet),
-                                                   Information(kCheck, L"Current WWAN status : ON"),
-                                                   TraceOut(kCheck, L"WWAN Status = 1")));
-    EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(50));
-    EXPECT_EQ(References(), 0);
-}
-
-TEST_F(WwanQueryTest, RadioThatIsOff) {
-    Modem().software = 0;
-    EXPECT_FALSE(CheckWwanStatus());
-    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kCheck), Information(kCheck, L"Current WWAN status : OFF"),
-                                     TraceOut(kCheck, L"WWAN Status = 0")));
+TEST_F(WwanQueryTest, RadioIsOnOnlyInThatState) {
+    for (const std::uint32_t state : {1U, 0U, 7U}) {
+        Modem().software = state;
+        m_machine.log.Clear();
+        m_machine.clock.ForgetRecords();
+        EXPECT_EQ(CheckWwanStatus(), state == 1);
+        EXPECT_THAT(m_machine.log.Lines(),
+                    ElementsAre(TraceIn(kCheck), TraceIn(kGet), TraceOut(kGet),
+                                Information(kCheck, state == 1 ? L"Current WWAN status : ON"
+                                                               : L"Current WWAN status : OFF"),
+                                TraceOut(kCheck, state == 1 ? L"WWAN Status = 1" : L"WWAN Status = 0")));
+        EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(50));
+        EXPECT_EQ(References(), 0);
+    }
 }
 
 TEST_F(WwanQueryTest, OfTwoModemsTheRecordedOneIsAsked) {
@@ -155,44 +123,20 @@ TEST_F(WwanQueryTest, OfTwoModemsTheRecordedOneIsAsked) {
     EXPECT_FALSE(CheckWwanStatus());
 }
 
-TEST_F(WwanQueryTest, WithoutADeviceNothingIsAsked) {
-    WwanState::devicePresent = false;
-    EXPECT_FALSE(CheckWwanStatus());
-    EXPECT_THAT(m_machine.log.Lines(),
-                ElementsAre(TraceIn(kCheck), Error(kCheck, L"WWAN Device is not available."),
-                            TraceOut(kCheck, L"WWAN Status = 0")));
-    EXPECT_THAT(m_notebook.Calls(), IsEmpty());
-}
-
-TEST_F(WwanQueryTest, RadioThatCannotBeReachedReadsAsOff) {
-    m_notebook.FailEach(Call::MbnInterfaceManagerGetInterface, E_FAIL);
-    EXPECT_FALSE(CheckWwanStatus());
-    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kCheck), Error(kCheck, L"GetRadioInterface Failed"),
-                                     TraceOut(kCheck, L"WWAN Status = 0")));
-}
-
-TEST_F(WwanQueryTest, FailedQueryReadsAsOffAndReleasesTheRadio) {
-    m_notebook.FailEach(Call::MbnRadioGetSoftwareRadioState, E_FAIL);
-    EXPECT_FALSE(CheckWwanStatus());
-    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kCheck),
-                                     Error(kCheck, L"get_SoftwareRadioState failed! err is -2147467259"),
-                                     TraceOut(kCheck, L"WWAN Status = 0")));
-    EXPECT_EQ(References(), 0);
-}
-
-TEST_F(WwanQueryTest, StateOutOfRangeReadsAsOff) {
-    Modem().software = 7;
-    EXPECT_FALSE(CheckWwanStatus());
-    EXPECT_THAT(Lines(), testing::Contains(Information(kCheck, L"Current WWAN status : OFF")));
-}
-
-TEST_F(WwanQueryTest, ExceptionOfTheRadioReadsAsOffAndReleasesIt) {
-    m_notebook.AtEach(Call::MbnRadioGetSoftwareRadioState,
-                      []() -> DWORD { throw std::runtime_error("out of order"); });
-    EXPECT_FALSE(CheckWwanStatus());
-    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kCheck), Error(kCheck, L"Exception in CheckWwanStatus()"),
-                                     TraceOut(kCheck, L"WWAN Status = 0")));
-    EXPECT_EQ(References(), 0);
+TEST_F(WwanQueryTest, RadioThatCannotBeReachedOrAskedReadsAsOff) {
+    const std::pair<Call, const wchar_t*> failures[] = {
+        {Call::MbnInterfaceManagerGetInterface, L"GetRadioInterface Failed"},
+        {Call::MbnRadioGetSoftwareRadioState, L"get_SoftwareRadioState failed! err is -2147467259"}};
+    for (const auto& [call, line] : failures) {
+        SetModems(1);
+        m_machine.log.Clear();
+        m_notebook.FailEach(call, E_FAIL);
+        EXPECT_FALSE(CheckWwanStatus());
+        m_notebook.AtEach(call, nullptr);
+        EXPECT_THAT(m_machine.log.Of(kCheck),
+                    ElementsAre(TraceIn(kCheck), Error(kCheck, line), TraceOut(kCheck, L"WWAN Status = 0")));
+        EXPECT_EQ(References(), 0);
+    }
 }
 
 }  // namespace

@@ -1,9 +1,10 @@
 #include <gmock/gmock.h>
 
+#include <functional>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "radio/wwan_radio.h"
@@ -14,12 +15,10 @@ namespace RadioTests {
 namespace {
 
 using namespace Rig::Lines;
+using namespace ServiceUtils;
 using namespace std::chrono_literals;
-using Orva::Shared::Level::kError;
 using Orva::Shared::Level::kWarning;
-using ServiceUtils::kRadioOff;
-using ServiceUtils::kRadioOn;
-using ServiceUtils::SwitchWwanStatus;
+using Rig::LogLine;
 using testing::AllOf;
 using testing::Contains;
 using testing::Each;
@@ -29,147 +28,148 @@ using testing::Not;
 using testing::SizeIs;
 
 constexpr char kSwitch[] = "ServiceUtils::SwitchWwanStatus";
-constexpr unsigned char kIgnoresAirplane = 0;
-constexpr unsigned char kRespectsAirplane = 1;
+constexpr wchar_t kRequestFailed[] = L"SetSoftwareRadioState failed with error in retry %d: HRESULT : 0x";
+constexpr wchar_t kRequestGivenUp[] = L"SetSoftwareRadioState failed with error : HRESULT : 0x";
+
+// Lines of a switch off.
+
+LogLine Requested(int requestId) {
+    return Information(kSwitch,
+                       L"SetSoftwareRadioState Radio State = 0, Request ID = " + std::to_wstring(requestId));
+}
+LogLine Waited(int outcome) {
+    return Information(
+        kSwitch, L"WaitForSingleObject returned = " + std::to_wstring(outcome) + L" , bOnOffStatus = 0");
+}
+LogLine LastRadioSays(int state, int iteration) {
+    return Information(kSwitch, L"New SoftwareRadioState = " + std::to_wstring(state) + L" in iteration " +
+                                    std::to_wstring(iteration));
+}
+LogLine FreshLookSays(int status) {
+    return Information(kSwitch, L"Got new WWAN Status = " + std::to_wstring(status) + L" , bOnOffStatus = 0");
+}
+LogLine Retrying(int iteration) {
+    return Information(kSwitch, L"Retrying SetSoftwareRadioState = " + std::to_wstring(iteration));
+}
+const LogLine kMatch =
+    Information(kSwitch, L"NewSoftwareRadioState and expected radio states match. Exiting.. ");
+const LogLine kFollowedAnyway =
+    Information(kSwitch, L"New Radio State is Set after timeout. So exiting from loop");
 
 class WwanSwitchTest : public WwanTest {
   protected:
-    [[nodiscard]] std::vector<Rig::LogLine> Lines() const { return m_machine.log.Of(kSwitch); }
+    static bool SwitchOn() { return SwitchWwanStatus(kRadioOn, kIgnoreAirplaneMode); }
+    static bool SwitchOff() { return SwitchWwanStatus(kRadioOff, kIgnoreAirplaneMode); }
 
-    /// After an exception out of the middle of a switch the switch has failed, and nothing of it
-    /// is left: no mark, no reference, no held lock.
-    void ExpectGivenUpWithNothingLeft(LONG references = 0) {
-        EXPECT_THAT(m_machine.log.At(kError),
-                    ElementsAre(Error(kSwitch, L"Exception in SwitchWwanStatus()")));
-        EXPECT_EQ(Lines().back(), TraceOut(kSwitch, L"WWAN switching Status = 0"));
-        EXPECT_FALSE(WwanState::NetworkChangedForSetRadio);
-        EXPECT_EQ(References(), references);
-        bool isLockFree = false;
-        std::thread([&isLockFree] {
-            isLockFree = WwanState::switchLock.try_lock();
-            if (isLockFree) {
-                WwanState::switchLock.unlock();
-            }
-        }).join();
-        EXPECT_TRUE(isLockFree);
+    [[nodiscard]] std::vector<LogLine> Lines() const { return m_machine.log.Of(kSwitch); }
+
+    /// All lines of a switch off whose radio was on.
+    [[nodiscard]] static std::vector<LogLine> SwitchOffLines(const std::vector<LogLine>& special,
+                                                             bool result = true) {
+        std::vector<LogLine> lines{TraceIn(kSwitch, L"OnOffValue = 0, bCheckAirplaneStatus = 0"),
+                                   Information(kSwitch, L"Current Status : 1, To Change Status = 0"),
+                                   Information(kSwitch, L"Change to softwareRadioState : 0")};
+        lines.insert(lines.end(), special.begin(), special.end());
+        lines.push_back(
+            TraceOut(kSwitch, result ? L"WWAN switching Status = 1" : L"WWAN switching Status = 0"));
+        return lines;
+    }
+
+    /// Has something happen at the n-th of the calls from now on, which then goes on.
+    void WhenCalled(Call call, int nth, const std::function<void()>& what) {
+        m_notebook.At(call, nth, [what] {
+            what();
+            return std::nullopt;
+        });
     }
 };
 
 TEST_F(WwanSwitchTest, CompletionDuringTheWaitEndsTheSwitch) {
     ConfirmAfter(250ms);
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
+    EXPECT_TRUE(SwitchOff());
     EXPECT_THAT(Sets(), ElementsAre("modem 1 to 0"));
-    EXPECT_THAT(Lines(),
-                ElementsAre(TraceIn(kSwitch, L"OnOffValue = 0, bCheckAirplaneStatus = 0"),
-                            Information(kSwitch, L"Current Status : 1, To Change Status = 0"),
-                            Information(kSwitch, L"Change to softwareRadioState : 0"),
-                            Information(kSwitch, L"SetSoftwareRadioState Radio State = 0, Request ID = 100"),
-                            Information(kSwitch, L"WaitForSingleObject returned = 0 , bOnOffStatus = 0"),
-                            Information(kSwitch, L"New SoftwareRadioState = 0 in iteration 0"),
-                            Information(kSwitch,
-                                        L"NewSoftwareRadioState and expected radio states match. Exiting.. "),
-                            TraceOut(kSwitch, L"WWAN switching Status = 1")));
+    EXPECT_EQ(Lines(), SwitchOffLines({Requested(100), Waited(0), LastRadioSays(0, 0), kMatch}));
     EXPECT_THAT(m_machine.clock.SleepsAndWaits(), ElementsAre(50, 50, 100, 7000));
     EXPECT_EQ(m_machine.clock.Elapsed(), 350ms);
+    EXPECT_FALSE(WwanState::NetworkChangedForSetRadio);
+    // The sink's thread wakes the switch, does not wait for it, and leaves the rest to it.
+    EXPECT_TRUE(m_machine.log.Contains(Information("CMbnSinks::OnSetSoftwareRadioStateComplete",
+                                                   L"Not Processing OnSetSoftwareRadioStateComplete")));
 }
 
 TEST_F(WwanSwitchTest, CompletionBeforeTheWaitIsNotMissed) {
     ConfirmAfter(10ms);
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_THAT(Lines(),
-                Contains(Information(kSwitch, L"WaitForSingleObject returned = 0 , bOnOffStatus = 0")));
+    EXPECT_TRUE(SwitchOff());
+    EXPECT_THAT(Lines(), Contains(Waited(0)));
     EXPECT_EQ(m_machine.clock.Elapsed(), 200ms) << "nothing but the pauses";
 }
 
 TEST_F(WwanSwitchTest, CompletionOutOfTheRequestItselfEndsTheSwitch) {
     FollowWithoutAWord();
     // Whatever request it is of, and whatever became of that.
-    m_notebook.At(Call::MbnRadioSetSoftwareRadioState, 1, [this] {
+    WhenCalled(Call::MbnRadioSetSoftwareRadioState, 1, [this] {
         Modem().software = 0;
         Complete(1042, E_FAIL);
-        return std::nullopt;
     });
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
+    EXPECT_TRUE(SwitchOff());
     EXPECT_EQ(m_machine.clock.Elapsed(), 200ms);
-    EXPECT_THAT(m_machine.log.Of("CMbnSinks::OnSetSoftwareRadioStateComplete"),
-                Contains(Information("CMbnSinks::OnSetSoftwareRadioStateComplete",
-                                     L"Not Processing OnSetSoftwareRadioStateComplete")));
 }
 
 TEST_F(WwanSwitchTest, CompletionAfterTheWaitIsTakenForTheNextRequest) {
     ConfirmAfter(7300ms);
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
+    EXPECT_TRUE(SwitchOff());
     // The second request's own completion comes too late to be waited for.
     EXPECT_THAT(Sets(), ElementsAre("modem 1 to 0", "modem 1 to 0"));
     EXPECT_THAT(m_machine.clock.SleepsAndWaits(), ElementsAre(50, 50, 100, 7000, 50, 500, 100, 7000));
-    EXPECT_THAT(Lines(), Contains(Information(kSwitch, L"New SoftwareRadioState = 0 in iteration 1")));
+    EXPECT_THAT(Lines(), Contains(LastRadioSays(0, 1)));
 }
 
 TEST_F(WwanSwitchTest, SwitchingOnAsksForOn) {
     Modem().software = 0;
-    ConfirmAfter(10ms);
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOn, kRespectsAirplane));
+    EXPECT_TRUE(SwitchOn());
     EXPECT_THAT(Sets(), ElementsAre("modem 1 to 1"));
-    EXPECT_TRUE(IsOn());
     EXPECT_THAT(Lines(), Contains(Information(kSwitch, L"Change to softwareRadioState : 1")));
-}
-
-TEST_F(WwanSwitchTest, AnyNumberButZeroMeansOn) {
-    Modem().software = 0;
-    ConfirmAfter(10ms);
-    EXPECT_TRUE(SwitchWwanStatus(2, kRespectsAirplane));
-    EXPECT_TRUE(IsOn());
-    EXPECT_TRUE(SwitchWwanStatus(2, kRespectsAirplane));
-    EXPECT_THAT(Lines(), Contains(Information(kSwitch, L"No change in WWAN Status Needed.")));
-}
-
-TEST_F(WwanSwitchTest, RadioInTheWantedStateIsOnlyAsked) {
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOn, kIgnoresAirplane));
-    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kSwitch, L"OnOffValue = 1, bCheckAirplaneStatus = 0"),
-                                     Information(kSwitch, L"Current Status : 1, To Change Status = 1"),
-                                     Information(kSwitch, L"No change in WWAN Status Needed."),
-                                     TraceOut(kSwitch, L"WWAN switching Status = 1")));
-    EXPECT_THAT(Sets(), IsEmpty());
-    EXPECT_EQ(m_notebook.Count(Call::GetAdaptersInfo), 0);
-    EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(50));
+    EXPECT_FALSE(WwanState::offWithoutEthernet);
 }
 
 TEST_F(WwanSwitchTest, WithoutADeviceNothingIsDone) {
+    struct Operation {
+        const char* name;
+        std::function<bool()> act;
+        const wchar_t* entryLine;
+        const wchar_t* exitLine;
+    };
     WwanState::devicePresent = false;
-    for (const auto status : {kRadioOn, kRadioOff}) {
-        EXPECT_FALSE(SwitchWwanStatus(status, kIgnoresAirplane));
+    for (const Operation& operation :
+         {Operation{"CheckWwanStatus", &CheckWwanStatus, L"", L"WWAN Status = 0"},
+          Operation{"SwitchWwanStatus", &SwitchOn, L"OnOffValue = 1, bCheckAirplaneStatus = 0",
+                    L"WWAN switching Status = 0"},
+          Operation{"SwitchWwanStatus", &SwitchOff, L"OnOffValue = 0, bCheckAirplaneStatus = 0",
+                    L"WWAN switching Status = 0"},
+          Operation{"SwitchWwanStatusWithRetry", [] { return SwitchWwanStatusWithRetry(kRadioOn, 5); },
+                    L"NewStatus = 1, Retry Count = 5", L"WWAN switching Status = 0"},
+          Operation{"StartWWANService",
+                    [] {
+                        StartWWANService();
+                        return false;
+                    },
+                    L"", L""},
+          Operation{"StopWWANService",
+                    [] {
+                        StopWWANService();
+                        return false;
+                    },
+                    L"", L""}}) {
+        const std::string name = std::string("ServiceUtils::") + operation.name;
+        m_machine.log.Clear();
+        EXPECT_FALSE(operation.act());
+        EXPECT_THAT(m_machine.log.Lines(), ElementsAre(TraceIn(name, operation.entryLine),
+                                                       Error(name, L"WWAN Device is not available."),
+                                                       TraceOut(name, operation.exitLine)));
     }
-    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kSwitch, L"OnOffValue = 1, bCheckAirplaneStatus = 0"),
-                                     Error(kSwitch, L"WWAN Device is not available."),
-                                     TraceOut(kSwitch, L"WWAN switching Status = 0"),
-                                     TraceIn(kSwitch, L"OnOffValue = 0, bCheckAirplaneStatus = 0"),
-                                     Error(kSwitch, L"WWAN Device is not available."),
-                                     TraceOut(kSwitch, L"WWAN switching Status = 0")));
-}
-
-TEST_F(WwanSwitchTest, SwitchingOnIsRefusedInAirplaneMode) {
-    m_machine.SetAirplaneMode(true);
-    Modem().software = 0;
-    EXPECT_FALSE(SwitchWwanStatus(kRadioOn, kRespectsAirplane));
-    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kSwitch, L"OnOffValue = 1, bCheckAirplaneStatus = 1"),
-                                     Information(kSwitch, L"SwitchWwanStatus not needed for New status = 1"),
-                                     TraceOut(kSwitch, L"WWAN switching Status = 0")));
     EXPECT_THAT(m_notebook.Calls(), IsEmpty());
-}
-
-TEST_F(WwanSwitchTest, SwitchingOnInAirplaneModeGoesOnWhenTheCallerIgnoresIt) {
-    m_machine.SetAirplaneMode(true);
-    Modem().software = 0;
-    ConfirmAfter(10ms);
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOn, kIgnoresAirplane));
-    EXPECT_TRUE(IsOn());
-}
-
-TEST_F(WwanSwitchTest, SwitchingOffIsNotRefusedInAirplaneMode) {
-    m_machine.SetAirplaneMode(true);
-    ConfirmAfter(10ms);
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kRespectsAirplane));
-    EXPECT_FALSE(IsOn());
+    EXPECT_THAT(m_machine.clock.Sleeps(), IsEmpty());
+    EXPECT_FALSE(m_machine.store.Exists());
 }
 
 TEST_F(WwanSwitchTest, MarkIsSetAfterTheEthernetTestAndDuringTheSwitchOnly) {
@@ -178,85 +178,67 @@ TEST_F(WwanSwitchTest, MarkIsSetAfterTheEthernetTestAndDuringTheSwitchOnly) {
         return [&steps, step] {
             steps.push_back(std::string(step) +
                             (WwanState::NetworkChangedForSetRadio ? ", mark" : ", no mark"));
-            return std::nullopt;
         };
     };
     FollowWithoutAWord();
-    m_notebook.At(Call::GetAdaptersInfo, 1, note("Ethernet test"));
-    m_notebook.At(Call::MbnRadioSetSoftwareRadioState, 1, note("request"));
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
+    WhenCalled(Call::GetAdaptersInfo, 1, note("Ethernet test"));
+    WhenCalled(Call::MbnRadioSetSoftwareRadioState, 1, note("request"));
+    EXPECT_TRUE(SwitchOff());
     EXPECT_THAT(steps, ElementsAre("Ethernet test, no mark", "request, mark"));
     EXPECT_FALSE(WwanState::NetworkChangedForSetRadio);
 }
 
-TEST_F(WwanSwitchTest, SwitchingOffWithoutEthernetLeavesAMark) {
-    ConfirmAfter(10ms);
-    SwitchWwanStatus(kRadioOff, kIgnoresAirplane);
-    EXPECT_TRUE(WwanState::offWithoutEthernet);
-    m_notebook.PlugCable();
-    SwitchWwanStatus(kRadioOn, kIgnoresAirplane);
-    SwitchWwanStatus(kRadioOff, kIgnoresAirplane);
-    EXPECT_TRUE(WwanState::offWithoutEthernet) << "nobody takes it back";
-}
-
 TEST_F(WwanSwitchTest, SwitchingOffWithTheCableInLeavesNoMark) {
     m_notebook.PlugCable();
-    ConfirmAfter(10ms);
-    SwitchWwanStatus(kRadioOff, kIgnoresAirplane);
+    SwitchOff();
     EXPECT_FALSE(WwanState::offWithoutEthernet);
     EXPECT_GT(m_notebook.Count(Call::GetAdaptersInfo), 0);
 }
 
-TEST_F(WwanSwitchTest, SwitchingOnLeavesNoMark) {
-    Modem().software = 0;
-    ConfirmAfter(10ms);
-    SwitchWwanStatus(kRadioOn, kIgnoresAirplane);
-    EXPECT_FALSE(WwanState::offWithoutEthernet);
+TEST_F(WwanSwitchTest, SwitchingOffWithoutEthernetLeavesAMarkThatNobodyTakesBack) {
+    SwitchOff();
+    EXPECT_TRUE(WwanState::offWithoutEthernet);
+    m_notebook.PlugCable();
+    SwitchOn();
+    SwitchOff();
+    EXPECT_TRUE(WwanState::offWithoutEthernet);
 }
 
 TEST_F(WwanSwitchTest, UnreadableAdaptersDoNotStopTheSwitch) {
     m_machine.HideAdapters();
-    ConfirmAfter(10ms);
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
+    EXPECT_TRUE(SwitchOff());
     EXPECT_FALSE(IsOn());
     EXPECT_TRUE(WwanState::offWithoutEthernet) << "no Ethernet was found";
 }
 
 TEST_F(WwanSwitchTest, EachSwitchMakesAnEventOfItsOwnThatReplacesTheLastOne) {
     const EventWatch events;
-    ConfirmAfter(10ms);
-    SwitchWwanStatus(kRadioOff, kIgnoresAirplane);
+    SwitchOff();
     EXPECT_THAT(events.Made(), ElementsAre("auto-reset, not signalled"));
     EXPECT_EQ(events.Open(), 1U) << "it stays published after the switch";
     const auto first = WwanState::radioChangeEvent.load()->Get();
-    SwitchWwanStatus(kRadioOn, kIgnoresAirplane);
+    SwitchOn();
     EXPECT_EQ(events.Made().size(), 2U);
     EXPECT_EQ(events.Open(), 1U) << "the first one is closed";
     EXPECT_NE(WwanState::radioChangeEvent.load()->Get(), first);
 }
 
 TEST_F(WwanSwitchTest, OldCompletionDoesNotWakeANewSwitch) {
-    ConfirmAfter(10ms);
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
+    Modem().software = 0;
+    EXPECT_TRUE(SwitchOn());
     // A straggler: nobody waits any more for the event that the switch has left published.
     Complete();
     FollowWithoutAWord();
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOn, kIgnoresAirplane));
-    EXPECT_THAT(Sets(), ElementsAre("modem 1 to 0", "modem 1 to 1"));
-    EXPECT_THAT(
-        Lines(),
-        AllOf(Contains(Information(kSwitch, L"WaitForSingleObject returned = 258 , bOnOffStatus = 1")),
-              Not(Contains(Information(kSwitch, L"WaitForSingleObject returned = 0 , bOnOffStatus = 1")))));
+    EXPECT_TRUE(SwitchOff());
+    EXPECT_THAT(Sets(), ElementsAre("modem 1 to 1", "modem 1 to 0"));
+    EXPECT_THAT(Lines(), AllOf(Contains(Waited(WAIT_TIMEOUT)), Not(Contains(Waited(0)))));
 }
 
 TEST_F(WwanSwitchTest, EventThatCannotBeMadeEndsTheSwitch) {
     const Rig::ScopedResult<&::CreateEventW> fails{nullptr, ERROR_NO_SYSTEM_RESOURCES};
-    EXPECT_FALSE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kSwitch, L"OnOffValue = 0, bCheckAirplaneStatus = 0"),
-                                     Information(kSwitch, L"Current Status : 1, To Change Status = 0"),
-                                     Information(kSwitch, L"Change to softwareRadioState : 0"),
-                                     Error(kSwitch, L"CreateEvent failed with error: HRESULT : 0x800705AA"),
-                                     TraceOut(kSwitch, L"WWAN switching Status = 0")));
+    EXPECT_FALSE(SwitchOff());
+    EXPECT_EQ(Lines(), SwitchOffLines(
+                           {Error(kSwitch, L"CreateEvent failed with error: HRESULT : 0x800705AA")}, false));
     EXPECT_THAT(Sets(), IsEmpty());
     EXPECT_FALSE(WwanState::NetworkChangedForSetRadio) << "else the sink would ignore the user";
 }
@@ -266,158 +248,39 @@ TEST_F(WwanSwitchTest, RadioThatCannotBeReachedEndsTheSwitch) {
     for (int call = 2; call <= 6; ++call) {
         m_notebook.Fail(Call::MbnInterfaceManagerGetInterface, call, E_FAIL);
     }
-    EXPECT_FALSE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kSwitch, L"OnOffValue = 0, bCheckAirplaneStatus = 0"),
-                                     Information(kSwitch, L"Current Status : 1, To Change Status = 0"),
-                                     Information(kSwitch, L"Change to softwareRadioState : 0"),
-                                     Error(kSwitch, L"GetRadioInterface Failed"),
-                                     TraceOut(kSwitch, L"WWAN switching Status = 0")));
+    EXPECT_FALSE(SwitchOff());
+    EXPECT_EQ(Lines(), SwitchOffLines({Error(kSwitch, L"GetRadioInterface Failed")}, false));
     EXPECT_FALSE(WwanState::NetworkChangedForSetRadio);
 }
 
 TEST_F(WwanSwitchTest, RadioThatRefusesForAWhileIsAskedAgain) {
     Modem().refusalsLeft = 4;
     Modem().refuseError = static_cast<std::uint32_t>(E_PENDING);
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_THAT(
-        m_machine.log.At(kWarning),
-        ElementsAre(
-            Warning(kSwitch, L"SetSoftwareRadioState failed with error in retry 0: HRESULT : 0x8000000A"),
-            Warning(kSwitch, L"SetSoftwareRadioState failed with error in retry 1: HRESULT : 0x8000000A"),
-            Warning(kSwitch, L"SetSoftwareRadioState failed with error in retry 2: HRESULT : 0x8000000A"),
-            Warning(kSwitch, L"SetSoftwareRadioState failed with error in retry 3: HRESULT : 0x8000000A")));
-    EXPECT_THAT(m_machine.log.At(kError), IsEmpty());
+    EXPECT_TRUE(SwitchOff());
+    EXPECT_EQ(m_machine.log.From(kWarning), FailedTries(kSwitch, 4, kRequestFailed, L"8000000A"));
     EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(50, 50, 100, 100, 100, 100, 100));
 }
 
 TEST_F(WwanSwitchTest, RadioThatRefusesFiveTimesIsWaitedForAllTheSame) {
     Modem().refusalsLeft = 5;
-    m_notebook.At(Call::MbnRadioSetSoftwareRadioState, 5, [this] {
+    WhenCalled(Call::MbnRadioSetSoftwareRadioState, 5, [this] {
         m_machine.clock.At(m_machine.clock.Elapsed() + 1000ms,
                            [this] { m_notebook.Act(&::Notebook::SwitchModemByUser, 0U, false); });
-        return std::nullopt;
     });
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_THAT(
-        m_machine.log.From(kWarning),
-        ElementsAre(
-            Warning(kSwitch, L"SetSoftwareRadioState failed with error in retry 0: HRESULT : 0x80004005"),
-            Warning(kSwitch, L"SetSoftwareRadioState failed with error in retry 1: HRESULT : 0x80004005"),
-            Warning(kSwitch, L"SetSoftwareRadioState failed with error in retry 2: HRESULT : 0x80004005"),
-            Warning(kSwitch, L"SetSoftwareRadioState failed with error in retry 3: HRESULT : 0x80004005"),
-            Warning(kSwitch, L"SetSoftwareRadioState failed with error in retry 4: HRESULT : 0x80004005"),
-            Error(kSwitch, L"SetSoftwareRadioState failed with error : HRESULT : 0x80004005")));
-    EXPECT_THAT(Lines(),
-                Contains(Information(kSwitch, L"SetSoftwareRadioState Radio State = 0, Request ID = 0")));
-    EXPECT_THAT(Sets(), SizeIs(5));
+    EXPECT_TRUE(SwitchOff());
+    EXPECT_EQ(m_machine.log.From(kWarning),
+              FailedTries(kSwitch, 5, kRequestFailed, L"80004005", kRequestGivenUp));
+    EXPECT_THAT(Lines(), Contains(Requested(0)));
     EXPECT_THAT(m_machine.clock.SleepsAndWaits(), ElementsAre(50, 50, 100, 100, 100, 100, 100, 7000));
 }
 
 TEST_F(WwanSwitchTest, RadioThatFollowsWithoutAWordIsFoundByTheLookAfterTheTimeout) {
     FollowWithoutAWord();
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_THAT(
-        Lines(),
-        ElementsAre(TraceIn(kSwitch, L"OnOffValue = 0, bCheckAirplaneStatus = 0"),
-                    Information(kSwitch, L"Current Status : 1, To Change Status = 0"),
-                    Information(kSwitch, L"Change to softwareRadioState : 0"),
-                    Information(kSwitch, L"SetSoftwareRadioState Radio State = 0, Request ID = 100"),
-                    Information(kSwitch, L"WaitForSingleObject returned = 258 , bOnOffStatus = 0"),
-                    Information(kSwitch, L"Got new WWAN Status = 0 , bOnOffStatus = 0"),
-                    Information(kSwitch, L"New Radio State is Set after timeout. So exiting from loop"),
-                    TraceOut(kSwitch, L"WWAN switching Status = 1")));
+    EXPECT_TRUE(SwitchOff());
+    EXPECT_EQ(Lines(),
+              SwitchOffLines({Requested(100), Waited(WAIT_TIMEOUT), FreshLookSays(0), kFollowedAnyway}));
     EXPECT_THAT(m_machine.clock.SleepsAndWaits(), ElementsAre(50, 50, 100, 7000, 50));
-}
-
-TEST_F(WwanSwitchTest, RadioThatNeverConfirmsIsGivenUpAfterTenIterationsWithSuccess) {
-    IgnoreRequests();
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_TRUE(IsOn());
-    EXPECT_THAT(Sets(), AllOf(SizeIs(10), Each("modem 1 to 0")));
-    EXPECT_THAT(m_machine.clock.Waits(), AllOf(SizeIs(10), Each(7000)));
-    EXPECT_EQ(m_machine.clock.Elapsed(), 50ms + 50ms + 10 * (100ms + 7000ms + 50ms + 500ms));
-    const auto lines = Lines();
-    EXPECT_THAT(std::vector(lines.end() - 5, lines.end()),
-                ElementsAre(Information(kSwitch, L"SetSoftwareRadioState Radio State = 0, Request ID = 109"),
-                            Information(kSwitch, L"WaitForSingleObject returned = 258 , bOnOffStatus = 0"),
-                            Information(kSwitch, L"Got new WWAN Status = 1 , bOnOffStatus = 0"),
-                            Information(kSwitch, L"Retrying SetSoftwareRadioState = 9"),
-                            TraceOut(kSwitch, L"WWAN switching Status = 1")));
-    EXPECT_FALSE(WwanState::NetworkChangedForSetRadio);
-}
-
-TEST_F(WwanSwitchTest, RadioThatConfirmsAnotherStateIsAskedAgain) {
-    Modem().follows = 0;
-    m_notebook.At(Call::MbnRadioSetSoftwareRadioState, 2, [this] {
-        Modem().follows = 1;
-        return std::nullopt;
-    });
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_THAT(Lines(),
-                ElementsAre(TraceIn(kSwitch, L"OnOffValue = 0, bCheckAirplaneStatus = 0"),
-                            Information(kSwitch, L"Current Status : 1, To Change Status = 0"),
-                            Information(kSwitch, L"Change to softwareRadioState : 0"),
-                            Information(kSwitch, L"SetSoftwareRadioState Radio State = 0, Request ID = 100"),
-                            Information(kSwitch, L"WaitForSingleObject returned = 0 , bOnOffStatus = 0"),
-                            Information(kSwitch, L"New SoftwareRadioState = 1 in iteration 0"),
-                            Information(kSwitch, L"Got new WWAN Status = 1 , bOnOffStatus = 0"),
-                            Information(kSwitch, L"Retrying SetSoftwareRadioState = 0"),
-                            Information(kSwitch, L"SetSoftwareRadioState Radio State = 0, Request ID = 101"),
-                            Information(kSwitch, L"WaitForSingleObject returned = 0 , bOnOffStatus = 0"),
-                            Information(kSwitch, L"New SoftwareRadioState = 0 in iteration 1"),
-                            Information(kSwitch,
-                                        L"NewSoftwareRadioState and expected radio states match. Exiting.. "),
-                            TraceOut(kSwitch, L"WWAN switching Status = 1")));
-    EXPECT_THAT(m_machine.clock.SleepsAndWaits(), ElementsAre(50, 50, 100, 7000, 50, 500, 100, 7000));
-}
-
-TEST_F(WwanSwitchTest, RadioThatChangesItsMindBetweenTheTwoLooksCountsAsFollowing) {
-    // The completion's radio says "on" still; the fresh look finds it off.
-    Modem().follows = 0;
-    m_notebook.At(Call::MbnRadioGetSoftwareRadioState, 3, [this] {
-        Modem().software = 0;
-        return std::nullopt;
-    });
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_THAT(Lines(), Contains(Information(
-                             kSwitch, L"New Radio State is Set after timeout. So exiting from loop")));
-}
-
-TEST_F(WwanSwitchTest, LastRadioThatCannotBeAskedIsReportedAndLookedAtAfresh) {
-    m_notebook.Fail(Call::MbnRadioGetSoftwareRadioState, 2, E_FAIL);
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_THAT(
-        m_machine.log.At(kError),
-        ElementsAre(Error(kSwitch, L"get_SoftwareRadioState failed with error: HRESULT : 0x80004005")));
-    EXPECT_THAT(Lines(), Contains(Information(kSwitch, L"Got new WWAN Status = 0 , bOnOffStatus = 0")));
-}
-
-TEST_F(WwanSwitchTest, CompletionWithoutARadioIsReportedAndLookedAtAfresh) {
-    Modem().confirmRadio = ConfirmRadio::Null;
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_THAT(
-        m_machine.log.At(kError),
-        ElementsAre(Error(kSwitch, L"get_SoftwareRadioState failed with error: HRESULT : 0x80004003")));
-    EXPECT_THAT(Lines(), Contains(Information(
-                             kSwitch, L"New Radio State is Set after timeout. So exiting from loop")));
-}
-
-TEST_F(WwanSwitchTest, CompletionWithAnotherRadioObjectIsAskedInstead) {
-    Modem().follows = 0;
-    Modem().confirmRadio = ConfirmRadio::Opposite;
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_THAT(Lines(), Contains(Information(kSwitch, L"New SoftwareRadioState = 0 in iteration 0")));
-}
-
-TEST_F(WwanSwitchTest, RadioThatIsReplacedWhileItIsAskedStaysHeld) {
-    Modem().confirmRadio = ConfirmRadio::Fresh;
-    // A radio that nobody holds is gone, and the question that is still inside would end the process.
-    m_notebook.At(Call::MbnRadioGetSoftwareRadioState, 2, [this] {
-        Complete();
-        return std::nullopt;
-    });
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_EQ(References(), 1) << "the one that replaced it";
+    EXPECT_EQ(References(), 0);
 }
 
 TEST_F(WwanSwitchTest, FailedWaitIsLookedAtLikeATimeout) {
@@ -425,64 +288,89 @@ TEST_F(WwanSwitchTest, FailedWaitIsLookedAtLikeATimeout) {
     const Rig::ScopedImport<&::WaitForSingleObject> fails{
         [](HANDLE, DWORD milliseconds) { return milliseconds == 7000; },
         [](HANDLE, DWORD) { return DWORD{WAIT_FAILED}; }};
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_THAT(Lines(),
-                Contains(Information(kSwitch, L"WaitForSingleObject returned = -1 , bOnOffStatus = 0")));
-    EXPECT_THAT(Lines(), Contains(Information(kSwitch, L"Got new WWAN Status = 0 , bOnOffStatus = 0")));
+    EXPECT_TRUE(SwitchOff());
+    EXPECT_EQ(Lines(), SwitchOffLines({Requested(100), Waited(-1), FreshLookSays(0), kFollowedAnyway}));
+}
+
+TEST_F(WwanSwitchTest, RadioThatNeverConfirmsIsGivenUpAfterTenIterationsWithSuccess) {
+    IgnoreRequests();
+    EXPECT_TRUE(SwitchOff());
+    EXPECT_TRUE(IsOn());
+    EXPECT_THAT(Sets(), AllOf(SizeIs(10), Each("modem 1 to 0")));
+    std::vector<LogLine> iterations;
+    for (int i = 0; i < 10; ++i) {
+        iterations.insert(iterations.end(),
+                          {Requested(100 + i), Waited(WAIT_TIMEOUT), FreshLookSays(1), Retrying(i)});
+    }
+    EXPECT_EQ(Lines(), SwitchOffLines(iterations));
+    EXPECT_THAT(m_machine.clock.Waits(), AllOf(SizeIs(10), Each(7000)));
+    EXPECT_EQ(m_machine.clock.Elapsed(), 50ms + 50ms + 10 * (100ms + 7000ms + 50ms + 500ms));
+}
+
+TEST_F(WwanSwitchTest, StopRemembersARadioAsOnThatNeverFollows) {
+    IgnoreRequests();
+    StopWWANService();
+    EXPECT_THAT(Sets(), SizeIs(10)) << "the switch is not repeated";
+    EXPECT_EQ(m_machine.RememberedWwan(), L"True");
+}
+
+TEST_F(WwanSwitchTest, RadioThatConfirmsAnotherStateIsAskedAgain) {
+    Modem().follows = 0;
+    WhenCalled(Call::MbnRadioSetSoftwareRadioState, 2, [this] { Modem().follows = 1; });
+    EXPECT_TRUE(SwitchOff());
+    EXPECT_EQ(Lines(), SwitchOffLines({Requested(100), Waited(0), LastRadioSays(1, 0), FreshLookSays(1),
+                                       Retrying(0), Requested(101), Waited(0), LastRadioSays(0, 1), kMatch}));
+    EXPECT_THAT(m_machine.clock.SleepsAndWaits(), ElementsAre(50, 50, 100, 7000, 50, 500, 100, 7000));
+}
+
+TEST_F(WwanSwitchTest, RadioThatChangesItsMindBetweenTheTwoLooksCountsAsFollowing) {
+    // The completion's radio says "on" still; the fresh look finds it off.
+    Modem().follows = 0;
+    WhenCalled(Call::MbnRadioGetSoftwareRadioState, 3, [this] { Modem().software = 0; });
+    EXPECT_TRUE(SwitchOff());
+    EXPECT_EQ(Lines(), SwitchOffLines({Requested(100), Waited(0), LastRadioSays(1, 0), FreshLookSays(0),
+                                       kFollowedAnyway}));
+}
+
+TEST_F(WwanSwitchTest, LastRadioThatCannotBeAskedIsReportedAndLookedAtAfresh) {
+    m_notebook.Fail(Call::MbnRadioGetSoftwareRadioState, 2, E_FAIL);
+    EXPECT_TRUE(SwitchOff());
+    EXPECT_EQ(Lines(), SwitchOffLines(
+                           {Requested(100), Waited(0),
+                            Error(kSwitch, L"get_SoftwareRadioState failed with error: HRESULT : 0x80004005"),
+                            FreshLookSays(0), kFollowedAnyway}));
+}
+
+TEST_F(WwanSwitchTest, CompletionWithoutARadioIsReportedAndLookedAtAfresh) {
+    Modem().confirmRadio = ConfirmRadio::Null;
+    EXPECT_TRUE(SwitchOff());
+    EXPECT_EQ(Lines(), SwitchOffLines(
+                           {Requested(100), Waited(0),
+                            Error(kSwitch, L"get_SoftwareRadioState failed with error: HRESULT : 0x80004003"),
+                            FreshLookSays(0), kFollowedAnyway}));
+}
+
+TEST_F(WwanSwitchTest, CompletionWithAnotherRadioObjectIsAskedInstead) {
+    Modem().follows = 0;
+    Modem().confirmRadio = ConfirmRadio::Opposite;
+    EXPECT_TRUE(SwitchOff());
+    EXPECT_THAT(Lines(), Contains(LastRadioSays(0, 0)));
+}
+
+TEST_F(WwanSwitchTest, RadioThatIsReplacedWhileItIsAskedStaysHeld) {
+    Modem().confirmRadio = ConfirmRadio::Fresh;
+    // A radio that nobody holds is gone, and the question that is still inside would end the process.
+    WhenCalled(Call::MbnRadioGetSoftwareRadioState, 2, [this] { Complete(); });
+    EXPECT_TRUE(SwitchOff());
+    EXPECT_EQ(References(), 1) << "the one that replaced it";
 }
 
 TEST_F(WwanSwitchTest, OfTwoModemsOnlyTheLastOneIsSwitched) {
     SetModems(2);
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
+    EXPECT_TRUE(SwitchOff());
     EXPECT_THAT(Sets(), ElementsAre("modem 2 to 0"));
     EXPECT_TRUE(IsOn());
     EXPECT_EQ(Modem(1).software, 0U);
-}
-
-TEST_F(WwanSwitchTest, RadioIsReleasedAtTheEnd) {
-    FollowWithoutAWord();
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_EQ(References(), 0);
-}
-
-TEST_F(WwanSwitchTest, ExceptionTakesTheMarkBackAndLeavesTheLock) {
-    m_notebook.AtEach(Call::MbnRadioSetSoftwareRadioState,
-                      []() -> DWORD { throw std::runtime_error("out of order"); });
-    EXPECT_FALSE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kSwitch, L"OnOffValue = 0, bCheckAirplaneStatus = 0"),
-                                     Information(kSwitch, L"Current Status : 1, To Change Status = 0"),
-                                     Information(kSwitch, L"Change to softwareRadioState : 0"),
-                                     Error(kSwitch, L"Exception in SwitchWwanStatus()"),
-                                     TraceOut(kSwitch, L"WWAN switching Status = 0")));
-    ExpectGivenUpWithNothingLeft();
-}
-
-TEST_F(WwanSwitchTest, ExceptionOutOfTheWaitTakesTheMarkBackAndLeavesTheLock) {
-    FollowWithoutAWord();
-    {
-        const Rig::ScopedImport<&::WaitForSingleObject> throws{
-            [](HANDLE, DWORD milliseconds) { return milliseconds == 7000; },
-            [](HANDLE, DWORD) -> DWORD { throw std::runtime_error("out of order"); }};
-        EXPECT_FALSE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-        EXPECT_EQ(throws.Calls(), 1);
-    }
-    EXPECT_THAT(Sets(), ElementsAre("modem 1 to 0"));
-    ExpectGivenUpWithNothingLeft();
-}
-
-TEST_F(WwanSwitchTest, ExceptionOutOfTheLastRadioTakesTheMarkBackAndLeavesTheLock) {
-    m_notebook.At(Call::MbnRadioGetSoftwareRadioState, 2, []() -> DWORD { throw DWORD{ERROR_CRC}; });
-    EXPECT_FALSE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-    constexpr LONG kPublished = 1;
-    ExpectGivenUpWithNothingLeft(kPublished);
-}
-
-TEST_F(WwanSwitchTest, ThrownWin32ErrorOutOfTheEventIsLogged) {
-    const Rig::ScopedImport<&::CreateEventW> throws{
-        [](LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR) -> HANDLE { throw DWORD{ERROR_CRC}; }};
-    EXPECT_FALSE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
-    EXPECT_THAT(m_machine.log.At(kError), ElementsAre(Error(kSwitch, L"Exception in SwitchWwanStatus()")));
-    EXPECT_FALSE(WwanState::NetworkChangedForSetRadio);
 }
 
 TEST_F(WwanSwitchTest, SecondSwitchWaitsUntilTheFirstOneIsDone) {
@@ -490,11 +378,11 @@ TEST_F(WwanSwitchTest, SecondSwitchWaitsUntilTheFirstOneIsDone) {
     std::optional<std::thread> second;
     int setsMeanwhile = 0;
     m_machine.clock.At(500ms, [&] {
-        second.emplace([] { SwitchWwanStatus(kRadioOn, kIgnoresAirplane); });
+        second.emplace(&SwitchOn);
         Rig::Real<&::Sleep>(50);
         setsMeanwhile = SetCount();
     });
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
+    EXPECT_TRUE(SwitchOff());
     ASSERT_TRUE(second);
     second->join();
     EXPECT_EQ(setsMeanwhile, 1);
@@ -505,8 +393,8 @@ TEST_F(WwanSwitchTest, SecondSwitchWaitsUntilTheFirstOneIsDone) {
 TEST_F(WwanSwitchTest, QueryDoesNotWaitForASwitch) {
     ConfirmAfter(300ms);
     std::optional<bool> asked;
-    m_machine.clock.AtOnOwnThread(300ms, [&] { asked = ServiceUtils::CheckWwanStatus(); });
-    EXPECT_TRUE(SwitchWwanStatus(kRadioOff, kIgnoresAirplane));
+    m_machine.clock.AtOnOwnThread(300ms, [&] { asked = CheckWwanStatus(); });
+    EXPECT_TRUE(SwitchOff());
     EXPECT_EQ(asked, true);
 }
 

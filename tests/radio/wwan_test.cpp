@@ -64,6 +64,20 @@ HRESULT WwanTest::Complete(ULONG requestId, HRESULT status, ConfirmRadio kind) c
     return m_sink->OnSetSoftwareRadioStateComplete(radio.Get(), requestId, status);
 }
 
+std::vector<Rig::LogLine> FailedTries(const char* operation, int tries, const wchar_t* failed,
+                                      const std::wstring& error, const wchar_t* givenUp) {
+    std::vector<Rig::LogLine> lines;
+    for (int i = 0; i < tries; ++i) {
+        std::wstring text = failed;
+        text.replace(text.find(L"%d"), 2, std::to_wstring(i));
+        lines.push_back(Rig::Lines::Warning(operation, text + error));
+    }
+    if (givenUp != nullptr) {
+        lines.push_back(Rig::Lines::Error(operation, givenUp + error));
+    }
+    return lines;
+}
+
 EventWatch::EventWatch()
     : m_create([this](LPSECURITY_ATTRIBUTES security, BOOL manual, BOOL signalled, LPCWSTR name) {
           const HANDLE event = m_create.Original(security, manual, signalled, name);

@@ -52,6 +52,12 @@ class WwanTest : public RadioTest {
     LONG m_ownReferences = 0;
 };
 
+/// The warnings of tries that failed, and behind them, where `givenUp` is not null, the error that ends them.
+/// The texts have "%d" for the number of the try, from 0, and end where the HRESULT begins.
+[[nodiscard]] std::vector<Rig::LogLine> FailedTries(const char* operation, int tries, const wchar_t* failed,
+                                                    const std::wstring& error,
+                                                    const wchar_t* givenUp = nullptr);
+
 /// Events that the code under test makes and closes, for a scope.
 class EventWatch {
   public:
