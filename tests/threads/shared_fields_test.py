@@ -1,7 +1,8 @@
 """docs/threads.md tells every variable that threads share, and what makes it safe, as the sources have it.
 
 Functions are looked at as a whole: one that takes a lock counts as holding it wherever it touches what the lock
-guards. Whom a function calls is told by the name alone.
+guards, and from there to its end where it calls others. Whom it calls is told by the name, so that a pointer to a
+function leads nowhere.
 """
 
 import dataclasses
@@ -17,6 +18,9 @@ LOCK_TYPES = ("std::mutex", "CriticalSection")
 # What takes a lock for a scope, and has a name: without one it would let go of it at once.
 GUARD = re.compile(r"\b(?:std::(?:lock_guard|unique_lock|scoped_lock)|CriticalSectionLock)\b(?:<[^;()]*>)?\s+\w+"
                    r"[({]\s*(?:[\w:]|\.|->)*?(\w+)\s*[)}]")
+# What is called, behind an object or a scope; or the type of an object that is made.
+CALL = re.compile(r"(?:(\w*)\s*(?:\.|->)\s*|((?:\w+::)+))?(?<![\w~])(?!return\b|new\b|throw\b|else\b)(~?\w+)"
+                  r"(?:<[^;()]*>)?(?:\s+\w+)?\s*[({]")
 FILE_GUARD = re.compile(r"\bOpenedLogFile\s+\w+\(")
 FILE_LOCK = "LogFile::m_mutex"
 
@@ -132,12 +136,63 @@ class Comparison:
             if lock.name not in told:
                 self._fail(f"lock {lock.name} is not told")
         self._find_circle({name: inside for name, (_, _, inside) in self.document.locks.items()})
+        self._compare_order(told)
 
     def _find_circle(self, order):
         while innermost := [name for name, inside in order.items() if not inside & set(order)]:
             order = {name: inside for name, inside in order.items() if name not in innermost}
         if order:
             self._fail(f"locks wait for each other: {', '.join(sorted(order))}")
+
+    # What is called while a lock is held
+
+    def _compare_order(self, told):
+        types = {each.name for each in self.declared.types}
+        short_types = {name.rpartition("::")[2] for name in types}
+        self.members, self.free = {}, {}
+        for function in self.declared.functions:
+            (self.members if function.owner in types else self.free).setdefault(function.short, []).append(function)
+        self.field_types = {(field.owner, field.short): short_types & set(re.findall(r"\w+", field.type))
+                            for field in self.declared.fields}
+        self.callees = {}
+        for lock in self.locks:
+            for function in self.declared.functions:
+                if lock.name in told and lock.name in self.taken[id(function)]:
+                    self._follow(lock, told[lock.name], function)
+
+    def _follow(self, lock, told, function):
+        """Looks at all that is reached by name from where the function takes the lock on."""
+        guards = FILE_GUARD if is_named(FILE_LOCK, lock.name) else re.compile(rf"{GUARD.pattern}(?<={lock.short}[)}}])")
+        way, seen = [(self._calls(function, guards.search(function.body).end()), function.name)], set()
+        while way:
+            callees, path = way.pop()
+            for callee in callees:
+                if id(callee) in seen:
+                    continue
+                seen.add(id(callee))
+                for inner in self.taken[id(callee)]:
+                    if not any(is_named(each, inner) for each in self.document.locks[told][2]):
+                        self._fail(f"{inner} is taken while {told} is held: {path}, {callee.name}")
+                if id(callee) not in self.callees:
+                    self.callees[id(callee)] = self._calls(callee)
+                way.append((self.callees[id(callee)], f"{path}, {callee.name}"))
+
+    def _calls(self, function, start=0):
+        """What the body calls or makes, from `start` on."""
+        found = []
+        for receiver, scope, name in (call.groups() for call in CALL.finditer(function.body, start)):
+            members = self.members.get(name, [])
+            if receiver is not None:
+                kinds = self.field_types.get((function.owner, receiver))
+                found += [each for each in members if kinds is None or each.owner.rpartition("::")[2] in kinds]
+            elif scope:
+                found += [each for each in members + self.free.get(name, []) if is_named(scope[:-2], each.owner)]
+            else:
+                found += self.free.get(name, []) + [each for each in members if each.owner == function.owner]
+            # An object that is made is unmade at its scope's end.
+            found += [each for short in (name, f"~{name}") for each in self.members.get(short, [])
+                      if each.owner.rpartition("::")[2] == name]
+        return found
 
     # Variables
 
@@ -468,6 +523,12 @@ CHANGES = {
     "a type in both lists": ("document", "`Entry`", "`Entry`, `Queue`", "Log::Queue has rows and is in the list, too"),
     "locks in a circle": ("document", "| `Queue::Add` | |", "| `Queue::Add` | `nameLock` |",
                           "locks wait for each other: Queue::m_lock, nameLock"),
+    "a lock that is taken inside of another": (
+        "queue.h", "        Count();", "        Count();\n        Rename();",
+        "nameLock is taken while Queue::m_lock is held: Log::Queue::Add, Rename"),
+    "a lock that is taken twice": ("queue.h", "++m_count;", "lines.Add();",
+                                   "Log::Queue::m_lock is taken while Queue::m_lock is held: Log::Queue::Add, "
+                                   "Log::Queue::Count, Log::Queue::Add"),
     "an order of what is no lock": ("document", "| `Queue::Add` | |", "| `Queue::Add` | `noLock` |",
                                     "inside of Queue::m_lock comes noLock, which is no lock"),
 }
