@@ -49,14 +49,16 @@ constexpr char kReadMe[] =
 
 struct KeyToCollect {
     const wchar_t* path;
+    Inspection::Below below = Inspection::Below::kToo;
 };
 constexpr KeyToCollect kKeys[] = {
     {L"SOFTWARE\\Orva\\Orva Brimlet Support"},
     {Inspection::kPolicyKey},
     {ServiceUtils::kAirplaneModeKey},
     {L"SYSTEM\\CurrentControlSet\\Services\\LinkvaneService"},
-    {L"SYSTEM\\CurrentControlSet\\Services\\WlanSvc"},
-    {L"SYSTEM\\CurrentControlSet\\Services\\WwanSvc"},
+    // What Windows keeps below these is about networks.
+    {L"SYSTEM\\CurrentControlSet\\Services\\WlanSvc", Inspection::Below::kNot},
+    {L"SYSTEM\\CurrentControlSet\\Services\\WwanSvc", Inspection::Below::kNot},
     {L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\LinkvaneService"},
 };
 
@@ -108,7 +110,7 @@ std::vector<std::string> AddLogs(ZipFile& zip, const std::vector<Inspection::Log
 std::string RegistryText() {
     std::string text;
     for (const KeyToCollect& key : kKeys) {
-        text += Inspection::Dump(HKEY_LOCAL_MACHINE, key.path);
+        text += Inspection::Dump(HKEY_LOCAL_MACHINE, key.path, key.below);
     }
     return text;
 }

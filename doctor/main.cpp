@@ -38,6 +38,9 @@ int Run(const std::vector<std::string>& arguments) {
 #ifdef _WIN32
 
 int wmain(int count, wchar_t** arguments) {
+    // A library that Windows does not have (wlanapi.dll on a server) is not looked for where somebody may
+    // have put one: in the current folder and the search path.
+    SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_APPLICATION_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32);
     SetConsoleOutputCP(CP_UTF8);
     std::vector<std::string> texts;
     for (int i = 1; i < count; ++i) {

@@ -156,7 +156,7 @@ Value Describe(const RawValue& value) {
     return described;
 }
 
-std::string Dump(HKEY root, const std::wstring& path) {
+std::string Dump(HKEY root, const std::wstring& path, Below below) {
     const std::string shown = "HKEY_LOCAL_MACHINE\\" + Utf8(path);
     Platform::UniqueRegistryKey key;
     const LSTATUS error = OpenForReading(root, path, key);
@@ -164,7 +164,7 @@ std::string Dump(HKEY root, const std::wstring& path) {
         return fmt::format("[{}]\r\nnot opened: error {}\r\n\r\n", shown, error);
     }
     std::string dump;
-    DumpKey(key.Get(), shown, kMostLevels, dump);
+    DumpKey(key.Get(), shown, below == Below::kToo ? kMostLevels : 0, dump);
     return dump;
 }
 

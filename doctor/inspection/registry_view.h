@@ -36,7 +36,10 @@ struct RawValue {
 /// For people: a text, a number, or bytes in hexadecimal (the first 64).
 [[nodiscard]] Value Describe(const RawValue& value);
 
-/// A key with everything below it, one value a line, for people.
-[[nodiscard]] std::string Dump(HKEY root, const std::wstring& path);
+/// Whether the keys below a key go with it.
+enum class Below { kNot, kToo };
+
+/// A key, one value a line, for people.
+[[nodiscard]] std::string Dump(HKEY root, const std::wstring& path, Below below = Below::kToo);
 
 }  // namespace Inspection

@@ -25,8 +25,11 @@ class Doctor(unittest.TestCase):
         cls.notebook = cls.enterClassContext(Machine(os.environ["LINKVANE_E2E_PREFIX"], EXECUTABLE.parent))
 
     def run_doctor(self, *arguments, before=()):
+        return self.run_program(*before, FOLDER + "\\" + DOCTOR_IN_NOTEBOOK, *arguments)
+
+    def run_program(self, *words):
         done = subprocess.run(
-            [ROOT / "scripts/run-wine", *before, FOLDER + "\\" + DOCTOR_IN_NOTEBOOK, *arguments],
+            [ROOT / "scripts/run-wine", *words],
             env={**os.environ, "LINKVANE_WINEPREFIX": str(self.notebook.prefix)},
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=TIMEOUT_SECONDS, check=False)
         return done.returncode, done.stdout.decode()
@@ -204,6 +207,8 @@ class Doctor(unittest.TestCase):
             self.assertEqual(code, CANNOT_WORK)
 
     def collected(self):
+        services = r"HKLM\SYSTEM\CurrentControlSet\Services"
+        self.assertEqual(self.run_program("reg", "add", services + r"\WlanSvc\Of a network", "/f")[0], 0)
         with self.situation("plug"):
             code, output = self.run_doctor("collect", "C:\\out.zip", "--json")
             self.assertEqual((code, json.loads(output)),
@@ -216,6 +221,8 @@ class Doctor(unittest.TestCase):
                 "logs/service/LinkvaneService.log", "logs/user/LinkvaneService.log"})
             self.assertIn("Personal data", content["README.txt"])
             self.assertIn('"PowerOnOff" REG_SZ: True', content["registry.txt"])
+            self.assertIn(r"\Services\WlanSvc]", content["registry.txt"])
+            self.assertNotIn("Of a network", content["registry.txt"])
             self.assertIn("|Application|LinkvaneService|0|Information|LinkvaneService|Linkvane Service in OnStart",
                           content["events.txt"])
             self.assertEqual(content["logs/service/LinkvaneService.log"],

@@ -84,6 +84,11 @@ class Hardening(unittest.TestCase):
         # A library that exports names itself, too.
         self.assertEqual(libraries_named(data) | imported, LIBRARIES[name] | ({name} & {"folder_check.dll"}))
 
+    def test_doctor_looks_for_libraries_in_no_folder_of_its_callers(self):
+        entries = self.images["LinkvaneDoctor.exe"].DIRECTORY_ENTRY_IMPORT
+        imported = {each.name.decode() for entry in entries for each in entry.imports}
+        self.assertIn("SetDefaultDllDirectories", imported)
+
     @of_each
     def test_offers_nothing_that_others_could_call(self, name, _data, image):
         imported = {each.name.decode() for entry in image.DIRECTORY_ENTRY_IMPORT for each in entry.imports}
