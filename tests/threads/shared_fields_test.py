@@ -64,7 +64,7 @@ class Document:
                 found = re.fullmatch(r"([a-z ]+?)(?: `([\w:]+)`)?(?:, in (`.*`))?", cells[1])
                 self.rows.append(Row(re.findall(r"`([\w:]+)`", cells[0]), found[1], found[2] or "",
                                      re.findall(r"`([\w:~]+)`", found[3] or ""),
-                                     {each for cell in cells[2:4] for each in cell.split(", ")}))
+                                     {each for cell in cells[2:4] for each in cell.split(", ")} - {""}))
 
 
 class Comparison:
