@@ -57,6 +57,7 @@ class Variable:
 class Type:
     name: str
     file: str
+    bases: list  # the words of their names
 
 
 @dataclasses.dataclass
@@ -182,7 +183,8 @@ class Declarations:
         is_type = re.match(r"(class|struct|union)\s+([\w:]+)[^=(]*$", head)
         if is_type:
             name = "::".join((*scopes, is_type[2]))
-            self.types.append(Type(name, self._file))
+            bases = re.split(r"(?<!:):(?!:)", head, maxsplit=1)[1:]
+            self.types.append(Type(name, self._file, re.findall(r"\w+", "".join(bases))))
             self._read_scope(code, start + 1, tuple(name.split("::")), name)
             return is_type[2], end  # a variable of the type may follow
         if self._is_function(head):

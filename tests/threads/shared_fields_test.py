@@ -324,11 +324,10 @@ class Comparison:
         for field in self.fields:
             fields.setdefault(field.owner, []).append(field)
         shared = {each.owner for each in self.fields if each.name in self.rows}
-        text = " ".join(each.type for each in self.variables + [each for each in self.fields if each.owner in shared])
-        code = " ".join(self.declared.code.values())
+        reached = self._words_reached(shared)
         for name in self.document.single:
-            if sum(is_named(name, each) for each in fields) != 1:
-                self._fail(f"{name} is in the list, and no such type has fields")
+            if not any(is_named(name, each) and each.rpartition("::")[2] in reached for each in fields):
+                self._fail(f"{name} is in the list, and no such type with fields is shared")
         for each in self.declared.types:
             listed = any(is_named(name, each.name) for name in self.document.single)
             if each.name in shared:
@@ -337,11 +336,24 @@ class Comparison:
                 for field in fields[each.name]:
                     if field.name not in self.rows:
                         self._fail(f"{field.name} has no row: {field.type}, {field.file}")
-            elif each.name in fields and not listed:
-                short = each.name.rpartition("::")[2]
-                made = rf"\bnew\s+{short}\b|make_(unique|shared)<{short}>"
-                if each.file.endswith(".h") or re.search(rf"\b{short}\b", text) or re.search(made, code):
-                    self._fail(f"{each.name} has fields and is in neither of the lists: {each.file}")
+            elif each.name in fields and not listed and each.name.rpartition("::")[2] in reached:
+                self._fail(f"{each.name} is shared, and has fields in neither of the lists: {each.file}")
+
+    def _words_reached(self, shared):
+        """The names of the types of which variables and shared types are made, and of what is on the heap."""
+        code = " ".join(self.declared.code.values())
+        made = r"\b(?:new\s*(?:\([^()]*\)\s*)?|make_(?:unique|shared)<)(?:\w+::)*(\w+)"
+        words = set(re.findall(made, code))
+        for each in self.variables + [field for field in self.fields if field.owner in shared]:
+            words |= set(re.findall(r"\w+", each.type))
+        bases = {each.name.rpartition("::")[2]: each.bases for each in self.declared.types}
+        todo = list(words)
+        while todo:
+            word = todo.pop()
+            more = set(self.aliases.get(word, ())) | set(bases.get(word, ()))
+            todo += more - words
+            words |= more
+        return words
 
 
 class Service(unittest.TestCase):
@@ -414,6 +426,7 @@ std::atomic<bool> Log::running{false};
 void Log::Queue::Make(int size) {
     s_made = size;
     Stack stack;
+    queue.Take(std::make_unique<Log::Entry>());
     static Queue& queue = *new Queue;
 }
 void Rename() {
@@ -473,10 +486,13 @@ CHANGES = {
                        "Log::Queue::s_lost has no row: static int, queue.h"),
     "a field of a shared type": ("queue.h", "int m_count;", "int m_count;\nint m_lost;",
                                  "Log::Queue::m_lost has no row: int, queue.h"),
-    "a type of a header": ("queue.h", "struct Entry {", "struct Line {\n int length;\n};\nstruct Entry {",
-                           "Log::Line has fields and is in neither of the lists: queue.h"),
-    "a source's own type that is made on the heap": ("queue.cpp", "Stack stack;", "new Stack;",
-                                                     "Stack has fields and is in neither of the lists: queue.cpp"),
+    "a type of which a variable is made": ("queue.cpp", "Part part;", "Part part;\nstd::map<int, Stack> stacks;",
+                                           "Stack is shared, and has fields in neither of the lists: queue.cpp"),
+    "a type that is made on the heap": ("queue.cpp", "Stack stack;", "new (std::nothrow) Stack;",
+                                        "Stack is shared, and has fields in neither of the lists: queue.cpp"),
+    "a type on which a shared one is based": (
+        "queue.h", "class Queue {", "struct Base {\n int size;\n};\nclass Queue : public Base {",
+        "Log::Base is shared, and has fields in neither of the lists: queue.h"),
     "a variable that has gone": ("queue.cpp", "const wchar_t* word = nullptr;", "",
                                  "word has a row, and is declared 0 times"),
     "a name that is not one variable's": ("queue.cpp", "Part part;", "Part part;\nnamespace Other {\nint word;\n}",
@@ -519,7 +535,9 @@ CHANGES = {
     "an unknown reason": ("document", "| plain |", "| luck |", "word is not luck: const wchar_t*"),
     "two rows": ("document", "| `word` |", "| `word`, `m_waiting` |", "m_waiting has two rows"),
     "a type in the list that has gone": ("queue.h", "struct Entry", "struct Line",
-                                         "Entry is in the list, and no such type has fields"),
+                                         "Entry is in the list, and no such type with fields is shared"),
+    "a type in the list that is no longer shared": ("queue.cpp", "make_unique<Log::Entry>()", "",
+                                                    "Entry is in the list, and no such type with fields is shared"),
     "a type in both lists": ("document", "`Entry`", "`Entry`, `Queue`", "Log::Queue has rows and is in the list, too"),
     "locks in a circle": ("document", "| `Queue::Add` | |", "| `Queue::Add` | `nameLock` |",
                           "locks wait for each other: Queue::m_lock, nameLock"),
