@@ -27,6 +27,7 @@ class Variable:
     file: str
     owner: str = ""  # of a field: the type's name
     function: str = ""  # of a static local variable: the function's name
+    values: str = ""  # with which it begins, in curly brackets
 
     @property
     def short(self):
@@ -154,7 +155,7 @@ class Declarations:
 
     def _read_scope(self, code, place, scopes, owner):
         """Reads to the end of a namespace or, with `owner`, of a type. The place behind its bracket."""
-        head = ""
+        head = values = ""
         while True:
             found = re.compile(r"[(){};]").search(code, place)
             head += code[place:found.start()]
@@ -164,12 +165,13 @@ class Declarations:
                 head += code[found.start():end]
                 place = end
             elif found[0] == ";":
-                self._read_declaration(without_prefixes(head), scopes, owner)
-                head = ""
+                self._read_declaration(without_prefixes(head), values, scopes, owner)
+                head = values = ""
             elif found[0] == "}":
                 return place
             else:
                 head, place = self._read_block(code, found.start(), without_prefixes(head), scopes, owner)
+                values = code[found.start():place]
 
     def _read_block(self, code, start, head, scopes, owner):
         """What stands before the next declaration or belongs to it, and the place behind the block."""
@@ -214,8 +216,9 @@ class Declarations:
                 variable.function = function.name
                 self.variables.append(variable)
 
-    def _read_declaration(self, text, scopes, owner):
+    def _read_declaration(self, text, values, scopes, owner):
         for variable in self._variables(text, scopes):
+            variable.values = values
             if owner is None or re.search(r"\bstatic\b", variable.type):
                 self.variables.append(variable)
             else:

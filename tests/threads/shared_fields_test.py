@@ -1,8 +1,8 @@
 """docs/threads.md tells every variable that threads share, and what makes it safe, as the sources have it.
 
 Functions are looked at as a whole: one that takes a lock counts as holding it wherever it touches what the lock
-guards, and from there to its end where it calls others. Whom it calls is told by the name, so that a pointer to a
-function leads nowhere.
+guards, and from there to its end where it calls others. Whom it calls is told by the name; a pointer to a function
+leads to those that stand in tables, or nowhere.
 """
 
 import dataclasses
@@ -10,7 +10,7 @@ import pathlib
 import re
 import unittest
 
-from declarations import Declarations
+from declarations import Declarations, pieces
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 FOLDERS = "service core network radio bios registry logging platform".split()
@@ -154,28 +154,50 @@ class Comparison:
             (self.members if function.owner in types else self.free).setdefault(function.short, []).append(function)
         self.field_types = {(field.owner, field.short): short_types & set(re.findall(r"\w+", field.type))
                             for field in self.declared.fields}
+        self.pointed = self._functions_in_tables()
         self.callees = {}
         for lock in self.locks:
+            reached = set()
             for function in self.declared.functions:
                 if lock.name in told and lock.name in self.taken[id(function)]:
-                    self._follow(lock, told[lock.name], function)
+                    reached |= self._follow(lock, told[lock.name], function)
+            for name in self.document.locks[told[lock.name]][2] if lock.name in told else ():
+                if not any(is_named(name, inner) for inner in reached):
+                    self._fail(f"{name} is never taken while {lock.name} is held")
+
+    def _functions_in_tables(self):
+        """What a field that points to functions may lead to, by its name: what constants of its type have there."""
+        found = {}
+        for constant in self.declared.variables:
+            kind = constant.type.rpartition(" ")[2]
+            fields = [field for field in self.declared.fields if is_named(kind, field.owner)]
+            rows = re.findall(r"\{[^{}]*\}", constant.values) if fields else []
+            for row in rows:
+                for field, value in zip(fields, pieces(row[1:-1], ",")):
+                    name = re.fullmatch(r"\s*&((?:\w+::)*)(\w+)\s*", value)
+                    if "(*" in field.type and name:
+                        found.setdefault(field.short, []).extend(self.free.get(name[2], []))
+        return found
 
     def _follow(self, lock, told, function):
         """Looks at all that is reached by name from where the function takes the lock on."""
         guards = FILE_GUARD if is_named(FILE_LOCK, lock.name) else re.compile(rf"{GUARD.pattern}(?<={lock.short}[)}}])")
-        way, seen = [(self._calls(function, guards.search(function.body).end()), function.name)], set()
+        way = [(self._calls(function, guards.search(function.body).end()), function.name)]
+        seen, reached = set(), set()
         while way:
             callees, path = way.pop()
             for callee in callees:
                 if id(callee) in seen:
                     continue
                 seen.add(id(callee))
+                reached |= self.taken[id(callee)]
                 for inner in self.taken[id(callee)]:
                     if not any(is_named(each, inner) for each in self.document.locks[told][2]):
                         self._fail(f"{inner} is taken while {told} is held: {path}, {callee.name}")
                 if id(callee) not in self.callees:
                     self.callees[id(callee)] = self._calls(callee)
                 way.append((self.callees[id(callee)], f"{path}, {callee.name}"))
+        return reached
 
     def _calls(self, function, start=0):
         """What the body calls or makes, from `start` on."""
@@ -183,6 +205,7 @@ class Comparison:
         for receiver, scope, name in (call.groups() for call in CALL.finditer(function.body, start)):
             members = self.members.get(name, [])
             if receiver is not None:
+                found += self.pointed.get(name, [])
                 kinds = self.field_types.get((function.owner, receiver))
                 found += [each for each in members if kinds is None or each.owner.rpartition("::")[2] in kinds]
             elif scope:
@@ -407,7 +430,12 @@ extern std::atomic<bool> running;
 """, "queue.cpp": """
 #include "queue.h"
 namespace {
-constexpr Step kSteps[] = {{1, [] { return Step(); }}};
+struct Step {
+    int number;
+    void (*run)();
+};
+void Fill();
+constexpr Step kSteps[] = {{1, &Fill}, {2, [] { return Step(); }}};
 using Lines = Log::Queue;
 struct Part {
     std::atomic<int> number{1'000};
@@ -429,9 +457,13 @@ void Log::Queue::Make(int size) {
     queue.Take(std::make_unique<Log::Entry>());
     static Queue& queue = *new Queue;
 }
+void Fill() {
+    lines.Add();
+}
 void Rename() {
     const std::lock_guard hold(nameLock);
     name = L"a";
+    kSteps[0].run();
 }
 const wchar_t* Read() {
     return word;
@@ -547,6 +579,8 @@ CHANGES = {
     "a lock that is taken twice": ("queue.h", "++m_count;", "lines.Add();",
                                    "Log::Queue::m_lock is taken while Queue::m_lock is held: Log::Queue::Add, "
                                    "Log::Queue::Count, Log::Queue::Add"),
+    "an order that nothing follows": ("queue.cpp", "{1, &Fill}", "{1, &Read}",
+                                      "Queue::m_lock is never taken while nameLock is held"),
     "an order of what is no lock": ("document", "| `Queue::Add` | |", "| `Queue::Add` | `noLock` |",
                                     "inside of Queue::m_lock comes noLock, which is no lock"),
 }
