@@ -3,7 +3,7 @@
 
     make_msi.py FOLDER PACKAGE
 
-FOLDER holds the files that the package installs, and folder_check.dll, which it runs; the version is that
+FOLDER holds the files that the package installs, and installer_actions.dll, which it runs; the version is that
 of the service. Times come from SOURCE_DATE_EPOCH and the product code from the content, so that the same
 files give the same bytes.
 """
@@ -33,12 +33,15 @@ FOLDER_SECURITY = "O:BAG:BAD:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;0x1200a9;;
 # Custom actions, from Windows Installer's documents ("Custom Action Return Processing Options",
 # "Custom Action In-Script Execution Options").
 SET_PROPERTY = 51
-# A program by its path, as the system; its exit code does not count.
-RUN_AND_IGNORE = 34 + 64 + 1024 + 2048
-# The same, when all has succeeded.
-RUN_AT_END = RUN_AND_IGNORE + 512
 # A function of a DLL in the package, at once; where it cannot run, all goes on without it.
 CALL_AND_IGNORE = 1 + 64
+# The same as the system, when its turn has come.
+CALL_AS_SYSTEM = CALL_AND_IGNORE + 1024 + 2048
+# The same when all has succeeded.
+CALL_AT_END = CALL_AS_SYSTEM + 512
+# A program by its path, then; its exit code does not count. Only at a removal, which takes an administrator:
+# it has a console window, and runs as the system.
+RUN_AT_END = 34 + 64 + 512 + 1024 + 2048
 # A sentence with which the installation ends.
 REFUSE = 19
 
@@ -114,7 +117,7 @@ def refusals(installed):
     longest_folder = PATH_CHARACTERS - max(len(file.name) for file in installed)
     kilobytes = sum(-(-file.stat().st_size // (1024 * CLUSTER_KILOBYTES)) for file in installed) * CLUSTER_KILOBYTES
     return [
-        *action("MeasureFolder", CALL_AND_IGNORE, "FolderCheck", "MeasureFolder", "NOT Installed", 1410),
+        *action("MeasureFolder", CALL_AND_IGNORE, "InstallerActions", "MeasureFolder", "NOT Installed", 1410),
         *action("RefusePath", REFUSE, "", "The path of the installation folder is too long. "
                 f"Choose one of {longest_folder - 1} characters at the most.",
                 f"NOT Installed AND FolderLength > {longest_folder}", 1411),
@@ -147,8 +150,7 @@ def corrections(version, installed):
         condition("DeleteServices", "NOT UPGRADINGPRODUCTCODE"),
         condition("RemoveRegistryValues", "NOT UPGRADINGPRODUCTCODE"),
         # A stopped service may write its log for 1.2 s more. An executable in use costs a restart.
-        *action("WaitForEnd", RUN_AND_IGNORE, "System64Folder", '"[System64Folder]ping.exe" -n 3 127.0.0.1',
-                "Installed", 1910),
+        *action("WaitForEnd", CALL_AS_SYSTEM, "InstallerActions", "WaitForEnd", "Installed", 1910),
         "UPDATE `Property` SET `Value`='INSTALLFOLDER;STARTSERVICE;KEEPSTATES;REMOVELOGS;INSTALLEDFOLDER;"
         "WIX_DOWNGRADE_DETECTED;WIX_UPGRADE_DETECTED' WHERE `Property`='SecureCustomProperties'",
         "CREATE TABLE `MsiLockPermissionsEx` (`MsiLockPermissionsEx` CHAR(72) NOT NULL, "
@@ -169,8 +171,8 @@ def corrections(version, installed):
         forgotten("Wlan"),
         forgotten("Wwan"),
         # A start that Windows refuses, for want of WwanSvc say, undoes nothing.
-        *action("StartService", RUN_AT_END, "System64Folder",
-                '"[System64Folder]sc.exe" start LinkvaneService', 'STARTSERVICE = "1" AND NOT REMOVE', 5950),
+        *action("StartService", CALL_AT_END, "InstallerActions", "StartInstalledService",
+                'STARTSERVICE = "1" AND NOT REMOVE', 5950),
         # The log is where the account of this action and of the service has its application data.
         *action("RemoveLogs", RUN_AT_END, "System64Folder",
                 r'"[System64Folder]cmd.exe" /d /c del /q "%APPDATA%\orvkLog\LinkvaneService*.log" & '
@@ -202,7 +204,7 @@ def make(folder, package):
         "Version": version, "FileVersion": ".".join(map(str, numbers)),
         "UpgradeCode": UPGRADE_CODE, "ProductCode": content_code("product", folder),
         "ProductKey": PRODUCT_KEY, "EventSourceKey": EVENT_SOURCE_KEY})
-    installed = [file for file in sorted(folder.iterdir()) if file.name != "folder_check.dll"]
+    installed = [file for file in sorted(folder.iterdir()) if file.name != "installer_actions.dll"]
     subprocess.run(["msibuild", package, "-q", *corrections(version, installed)], check=True)
     set_summary(package, content_code("package", folder), time.strftime("%Y/%m/%d %H:%M:%S", time.gmtime(seconds)))
 

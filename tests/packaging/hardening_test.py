@@ -13,12 +13,15 @@ OF_BOTH_PROGRAMS = COMMON | {"iphlpapi.dll", "ole32.dll", "oleaut32.dll", "shell
 LIBRARIES = {
     "LinkvaneService.exe": OF_BOTH_PROGRAMS | {"sensapi.dll"},
     "LinkvaneDoctor.exe": OF_BOTH_PROGRAMS | {"user32.dll"},
-    "folder_check.dll": COMMON | {"msi.dll"},
+    "installer_actions.dll": COMMON | {"msi.dll"},
 }
 # What a library's name looks like, in one byte or two a letter. In two it stands behind a zero: a text in one
 # byte a letter may end right before it.
 NAMES_OF_LIBRARIES = (re.compile(rb"[\w.-]+\.dll\b", re.IGNORECASE),
                       re.compile(rb"(?<=\0)(?:[\w.-]\0)+\.\0d\0l\0l\0(?!\w)", re.IGNORECASE))
+
+# What Windows Installer calls.
+ACTIONS = [b"MeasureFolder", b"StartInstalledService", b"WaitForEnd"]
 
 # By these others come in: pipes, mail slots, shared memory, classes that can be asked for, windows.
 WAYS_IN = {"CreateNamedPipeA", "CreateNamedPipeW", "CreateMailslotA", "CreateMailslotW", "CreateFileMappingA",
@@ -29,7 +32,7 @@ PLACES = [str(ROOT), "/build/", "/home/", f"{pathlib.Path.home()}/", "/usr/"]
 
 
 def content(name):
-    return stream("Binary.FolderCheck") if name == "folder_check.dll" else (RELEASE / name).read_bytes()
+    return stream("Binary.InstallerActions") if name == "installer_actions.dll" else (RELEASE / name).read_bytes()
 
 
 def libraries_named(data):
@@ -82,7 +85,7 @@ class Hardening(unittest.TestCase):
         imported = {entry.dll.decode().lower() for entry in image.DIRECTORY_ENTRY_IMPORT}
         self.assertLessEqual(COMMON, imported)
         # A library that exports names itself, too.
-        self.assertEqual(libraries_named(data) | imported, LIBRARIES[name] | ({name} & {"folder_check.dll"}))
+        self.assertEqual(libraries_named(data) | imported, LIBRARIES[name] | ({name} & {"installer_actions.dll"}))
 
     def test_doctor_looks_for_libraries_in_no_folder_of_its_callers(self):
         entries = self.images["LinkvaneDoctor.exe"].DIRECTORY_ENTRY_IMPORT
@@ -96,7 +99,7 @@ class Hardening(unittest.TestCase):
         self.assertEqual(imported & WAYS_IN, set())
         exported = getattr(image, "DIRECTORY_ENTRY_EXPORT", None)
         self.assertEqual([each.name for each in exported.symbols] if exported else [],
-                         [b"MeasureFolder"] if name == "folder_check.dll" else [])
+                         ACTIONS if name == "installer_actions.dll" else [])
 
     @of_each
     def test_tells_nobody_where_it_was_built(self, _name, data, image):
@@ -109,7 +112,7 @@ class Hardening(unittest.TestCase):
     @of_each
     def test_asks_for_no_more_rights_than_its_caller_has(self, name, data, _image):
         levels = re.findall(rb'<requestedExecutionLevel level="(\w+)" uiAccess="(\w+)"', data)
-        self.assertEqual(levels, [] if name == "folder_check.dll" else [(b"asInvoker", b"false")])
+        self.assertEqual(levels, [] if name == "installer_actions.dll" else [(b"asInvoker", b"false")])
 
 
 if __name__ == "__main__":

@@ -73,7 +73,7 @@ def newer_package():
     shutil.copy(RELEASE / "licences.txt", files)
     for program in RELEASE.glob("*.exe"):
         (files / program.name).write_bytes(newer_program(program))
-    (files / "folder_check.dll").write_bytes(stream("Binary.FolderCheck"))
+    (files / "installer_actions.dll").write_bytes(stream("Binary.InstallerActions"))
     os.environ["SOURCE_DATE_EPOCH"] = "1700000000"
     make_msi.make(files, WORK_FOLDER / "Newer.msi")
     return WORK_FOLDER / "Newer.msi"

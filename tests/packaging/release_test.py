@@ -235,8 +235,8 @@ class Signing(unittest.TestCase):
         package = signed / "LinkvaneService.msi"
         for name in PROGRAMS:
             self.assertEqual(int(row("File", name, package)["FileSize"]), (signed / name).stat().st_size)
-        check = self.folder / "folder_check.dll"
-        check.write_bytes(stream("Binary.FolderCheck", package))
+        check = self.folder / "installer_actions.dll"
+        check.write_bytes(stream("Binary.InstallerActions", package))
         self.assertTrue(self.verify(check))
         self.assertNotEqual(product_code(package), product_code(PACKAGE))
 
@@ -259,7 +259,7 @@ class Signing(unittest.TestCase):
         note = self.folder / "signed.txt"
         release(self.folder / "by-command", ROOT, "--sign", f"basename >>'{note}'")
         self.assertEqual(note.read_text().split(),
-                         [*PROGRAMS, "folder_check.dll", "LinkvaneService.msi"])
+                         [*PROGRAMS, "installer_actions.dll", "LinkvaneService.msi"])
 
     def test_wrong_password_ends_the_release(self):
         with self.assertRaises(subprocess.CalledProcessError):

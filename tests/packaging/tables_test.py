@@ -53,9 +53,9 @@ class Tables(unittest.TestCase):
     def test_refusals_hold_for_what_is_installed(self):
         # Called from the package, at once; where it cannot run the installation goes on.
         self.assertEqual(int(row("CustomAction", "MeasureFolder")["Type"]), 1 | 64)
-        image = make_msi.pefile.PE(data=stream("Binary.FolderCheck"))
-        self.assertEqual([each.name.decode() for each in image.DIRECTORY_ENTRY_EXPORT.symbols],
-                         [row("CustomAction", "MeasureFolder")["Target"]])
+        image = make_msi.pefile.PE(data=stream("Binary.InstallerActions"))
+        called = {each["Target"] for each in table("CustomAction") if int(each["Type"]) & 0x3F == 1}
+        self.assertEqual({each.name.decode() for each in image.DIRECTORY_ENTRY_EXPORT.symbols}, called)
         installed = [RELEASE / each["File"] for each in table("File")]
         kilobytes = int(re.fullmatch(r"NOT Installed AND FolderRoom < (\d+)", condition("RefuseFullDisk"))[1])
         total = sum(file.stat().st_size for file in installed)
@@ -100,11 +100,17 @@ class Tables(unittest.TestCase):
         self.assertLess(sequence("InstallServices"), sequence("WriteRegistryValues"))
 
     def test_start_and_end_of_logs_wait_for_success_and_undo_nothing(self):
-        for action in ("StartService", "RemoveLogs"):
-            # Commit, in the script, as the system, whatever the exit code.
-            self.assertEqual(int(row("CustomAction", action)["Type"]), 34 | 64 | 512 | 1024 | 2048, action)
+        for action, kind in (("StartService", 1), ("RemoveLogs", 34)):
+            # Commit, in the script, as the system, whatever the result.
+            self.assertEqual(int(row("CustomAction", action)["Type"]), kind | 64 | 512 | 1024 | 2048, action)
             self.assertLess(sequence("WriteRegistryValues"), sequence(action))
             self.assertLess(sequence(action), sequence("InstallFinalize"))
+
+    def test_only_a_removal_runs_a_program_whose_window_a_user_could_reach(self):
+        # An EXE by its path, by a file that is installed, or in the package.
+        programs = [each["Action"] for each in table("CustomAction") if int(each["Type"]) & 0x37 in (2, 18, 34, 50)]
+        self.assertEqual(programs, ["RemoveLogs"])
+        self.assertIn('REMOVE = "ALL"', condition("RemoveLogs"))
 
     def test_folder_is_for_administrators_to_write(self):
         [lock] = table("MsiLockPermissionsEx")

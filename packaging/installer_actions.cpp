@@ -60,3 +60,25 @@ extern "C" UINT __stdcall MeasureFolder(MSIHANDLE installation) {
     }
     return ERROR_SUCCESS;
 }
+
+/// Gives a stopped service the time that it may take to write its log and end: an executable in use costs a
+/// restart of Windows. A deferred custom action.
+extern "C" UINT __stdcall WaitForEnd(MSIHANDLE /*installation*/) {
+    constexpr DWORD kMilliseconds = 2000;
+    Sleep(kMilliseconds);
+    return ERROR_SUCCESS;
+}
+
+/// Starts the service that was installed, and does not wait until it runs. A commit custom action. (A program
+/// that starts services would have a console window, of the system's, on the user's desktop.)
+extern "C" UINT __stdcall StartInstalledService(MSIHANDLE /*installation*/) {
+    BOOL started = FALSE;
+    if (SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT)) {
+        if (SC_HANDLE service = OpenServiceW(manager, L"LinkvaneService", SERVICE_START)) {
+            started = StartServiceW(service, 0, nullptr);
+            CloseServiceHandle(service);
+        }
+        CloseServiceHandle(manager);
+    }
+    return started != FALSE ? ERROR_SUCCESS : ERROR_INSTALL_FAILURE;
+}
