@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdio>
 
 #include "notebook/controller/conversation.h"
@@ -13,85 +14,48 @@ namespace Notebook {
 
 namespace {
 
-Call TakeCall(Words& words) {
-    const std::string name = words.Take("name of a call");
+/// The rule that the words make of the one before.
+CallRule RuleOf(const Arguments& given, const CallRule& before) {
+    CallRule rule = before;
+    if (given.Has("ok")) {
+        return {};
+    }
+    if (given.Has("release")) {
+        rule.kind = RuleKind::None;
+        return rule;
+    }
+    if (given.Has("slow")) {
+        rule.slowMs = given.Number("slow");
+        return rule;
+    }
+    rule.kind = given.Has("fail")   ? RuleKind::Fail
+                : given.Has("hold") ? RuleKind::Hold
+                                    : RuleKind::HoldUntilStopped;
+    rule.left = given.Has("always") ? kForEver : given.Number("TIMES", 1);
+    rule.error = given.Number("ERROR", 0);
+    rule.skip = given.Has("1") ? 1 : given.Number("CALLS", 0);
+    return rule;
+}
+
+Answer CallCommand(const Arguments& given) {
+    const std::string& name = given.Text("NAME");
     const std::optional<Call> call = CallFromName(name);
     if (!call) {
         throw CommandError("no such call, or several: " + name + " (calls lists them)");
     }
-    return *call;
-}
-
-/// `once`, `always` or `N times`.
-std::uint32_t TakeTimes(Words& words) {
-    if (words.TakeIf("once")) {
-        return 1;
-    }
-    if (words.TakeIf("always")) {
-        return kForEver;
-    }
-    const std::uint32_t times = words.TakeNumber("once, always or N times");
-    words.TakeThe("times");
-    return times;
-}
-
-/// `after N calls`, or nothing.
-std::uint32_t TakeSkipped(Words& words) {
-    if (!words.TakeIf("after")) {
-        return 0;
-    }
-    const std::uint32_t calls = words.TakeNumber("calls");
-    words.TakeThe(calls == 1 ? "call" : "calls");
-    return calls;
-}
-
-CallRule TakeRule(Words& words, const CallRule& before) {
-    CallRule rule = before;
-    const std::string what = words.Take("fail, slow, hold, until-stopped, release or ok");
-    if (what == "ok") {
-        return {};
-    }
-    if (what == "release") {
-        rule.kind = RuleKind::None;
-        return rule;
-    }
-    if (what == "slow") {
-        rule.slowMs = words.TakeNumber("milliseconds");
-        return rule;
-    }
-    if (what == "fail") {
-        rule.kind = RuleKind::Fail;
-        rule.left = TakeTimes(words);
-        words.TakeThe("with");
-        rule.error = words.TakeNumber("error");
-    } else if (what == "hold" || what == "until-stopped") {
-        rule.kind = what == "hold" ? RuleKind::Hold : RuleKind::HoldUntilStopped;
-        rule.left = words.Empty() || words.Peek() == "after" ? 1 : TakeTimes(words);
-    } else {
-        throw CommandError("not understood: call ... " + what);
-    }
-    rule.skip = TakeSkipped(words);
-    return rule;
-}
-
-Answer CallCommand(Words& words) {
-    const auto index = static_cast<std::size_t>(TakeCall(words));
     LockedMachine machine;
-    machine->rules[index] = TakeRule(words, machine->rules[index]);
+    CallRule& rule = machine->rules[static_cast<std::size_t>(*call)];
+    rule = RuleOf(given, rule);
     return {};
 }
 
-Answer Calls(Words& words) {
-    const bool clear = words.TakeIf("clear");
+Answer Calls(const Arguments&) {
     Answer answer;
     LockedMachine machine;
     for (std::size_t i = 0; i < kCommandCallCount; ++i) {
-        CallCount& count = machine->counts[i];
+        const CallCount& count = machine->counts[i];
         answer.lines.push_back(std::string(CallName(static_cast<Call>(i))) + " calls=" +
                                std::to_string(count.calls) + " failed=" + std::to_string(count.failed));
-        if (clear) {
-            count = {};
-        }
     }
     return answer;
 }
@@ -118,31 +82,22 @@ std::string TraceText(const Machine& machine, const TraceEntry& entry) {
     return TimeText(machine, entry.at) + numbers + std::string(CallName(entry.call)) + " " + entry.detail;
 }
 
-Answer TraceCommand(Words& words) {
-    const std::string what = words.Take("on, off, clear or show");
+Answer TraceCommand(const Arguments& given) {
     Answer answer;
     LockedMachine machine;
-    if (what == "on" || what == "off") {
-        machine->traceOn = what == "on" ? 1 : 0;
-    } else if (what == "clear") {
-        machine->traceCount = 0;
-    } else if (what == "show") {
+    if (given.Has("show")) {
         const LONGLONG count = machine->traceCount;
         const auto capacity = static_cast<LONGLONG>(kTraceCapacity);
-        for (LONGLONG i = count > capacity ? count - capacity : 0; i < count; ++i) {
+        for (LONGLONG i = std::max(LONGLONG{0}, count - capacity); i < count; ++i) {
             answer.lines.push_back(TraceText(*machine, machine->trace[i % capacity]));
         }
     } else {
-        throw CommandError("not understood: trace " + what);
+        machine->traceOn = given.Has("on") ? 1 : 0;
     }
     return answer;
 }
 
-Answer EventLog(Words& words) {
-    if (words.TakeIf("clear")) {
-        ClearEventLog();
-        return {};
-    }
+Answer EventLog(const Arguments&) {
     return {"", EventLogLines()};
 }
 
@@ -151,15 +106,15 @@ Answer EventLog(Words& words) {
 const std::vector<Command>& CallCommands() {
     static const std::vector<Command> commands = {
         {"call",
-         "NAME fail once|always|N times with ERROR [after N calls] | slow MS | release | ok | "
-         "hold|until-stopped [once|always|N times] [after N calls]",
+         "NAME (fail (once|always | TIMES times) with ERROR [after (1 call | CALLS calls)] | "
+         "hold|until-stopped [once|always | TIMES times] [after (1 call | CALLS calls)] | "
+         "slow MS | release | ok)",
          "What happens to the next calls of that name; until-stopped lets them come back when the service "
-         "has reported that it stopped.",
+         "has reported that it stopped. The third fails by: fail once with 5 after 2 calls.",
          &CallCommand},
-        {"calls", "[clear]", "All calls with their counts.", &Calls},
-        {"trace", "on|off|clear|show", "Every platform call with its time, thread and result.",
-         &TraceCommand},
-        {"event-log", "[clear]", "What the service wrote to the Windows event log.", &EventLog},
+        {"calls", "", "All calls with their counts.", &Calls},
+        {"trace", "on|off|show", "Every platform call with its time, thread and result.", &TraceCommand},
+        {"event-log", "", "What the service wrote to the Windows event log.", &EventLog},
     };
     return commands;
 }

@@ -16,149 +16,104 @@ namespace Notebook {
 
 namespace {
 
-/// `for-ever` or a number.
-std::uint32_t TakeCount(Words& words, std::string_view what) {
-    return words.TakeIf("for-ever") ? kForEver : words.TakeNumber(what);
-}
-
-/// `cable N`, or cable 1.
-std::uint32_t TakeCable(Words& words) {
-    return words.TakeIf("cable") ? words.TakeNumber("cable number") : 1;
-}
-
-Adapter& NewAdapter(Machine& machine, std::string_view name, AdapterRole role, std::uint32_t type) {
-    Adapter* const adapter = AddAdapter(machine, name, role, type);
+Adapter& NewAdapter(Machine& machine, std::string_view name, std::uint32_t type) {
+    Adapter* const adapter = AddAdapter(machine, name, type);
     if (adapter == nullptr) {
         throw CommandError("no room for another adapter");
     }
     return *adapter;
 }
 
-Adapter& Port(Machine& machine, std::uint32_t cable) {
-    Adapter* const port = FindAdapter(machine, "cable" + std::to_string(cable));
+/// The port of the cable that was named, or of the first.
+Adapter& Port(Machine& machine, const Arguments& given) {
+    const std::string cable = std::to_string(given.Number("cable", 1));
+    Adapter* const port = FindAdapter(machine, "cable" + cable);
     if (port == nullptr) {
-        throw CommandError("no port for cable " + std::to_string(cable) + " (reset cables N makes several)");
+        throw CommandError("no port for cable " + cable + " (reset cables N makes several)");
     }
     return *port;
 }
 
-Answer Plug(Words& words) {
-    std::uint32_t cable = 1;
-    std::uint32_t addressMs = 0;
-    while (!words.Empty()) {
-        if (words.Peek() == "cable") {
-            cable = TakeCable(words);
-        } else if (words.TakeIf("dhcp")) {
-            addressMs = words.TakeNumber("milliseconds");
-        } else if (words.TakeIf("noaddress")) {
-            addressMs = kForEver;
-        } else {
-            break;
-        }
-    }
-    words.End();
+Answer Plug(const Arguments& given) {
+    const std::uint32_t addressMs = given.Has("noaddress") ? kForEver : given.Number("dhcp", 0);
     LockedMachine machine;
-    PlugIn(*machine, Port(*machine, cable), addressMs, machine.Time());
+    PlugIn(*machine, Port(*machine, given), addressMs, machine.Time());
     return {};
 }
 
-Answer Unplug(Words& words) {
-    const std::uint32_t cable = TakeCable(words);
-    words.End();
+Answer Unplug(const Arguments& given) {
     LockedMachine machine;
-    PullOut(*machine, Port(*machine, cable), machine.Time());
+    PullOut(*machine, Port(*machine, given), machine.Time());
     return {};
 }
 
 /// An adapter that presents itself as Ethernet without being a cable.
-Answer SoftAdapter(Words& words, const char* name, AdapterRole role, const char* description,
-                   const wchar_t* friendly, const char* address) {
-    const bool on = words.TakeOnOff();
-    words.End();
+void SwitchSoftAdapter(bool on, const char* name, std::string_view description, std::wstring_view friendly,
+                       std::string_view address) {
     LockedMachine machine;
     Adapter* adapter = FindAdapter(*machine, name);
     if (adapter != nullptr && !on) {
         RemoveAdapter(*machine, *adapter, machine.Time());
     }
     if (adapter == nullptr && on) {
-        adapter = &NewAdapter(*machine, name, role, IF_TYPE_ETHERNET_CSMACD);
-        CopyText(adapter->description, std::string_view(description));
-        CopyText(adapter->friendlyName, std::wstring_view(friendly));
-        CopyText(adapter->address, std::string_view(address));
+        adapter = &NewAdapter(*machine, name, IF_TYPE_ETHERNET_CSMACD);
+        CopyText(adapter->description, description);
+        CopyText(adapter->friendlyName, friendly);
+        CopyText(adapter->address, address);
         PlugIn(*machine, *adapter, 0, machine.Time());
     }
+}
+
+Answer Vpn(const Arguments& given) {
+    SwitchSoftAdapter(given.IsOn("vpn"), "vpn", "Brook VPN Adapter", L"Tunnel", "10.8.0.2");
     return {};
 }
 
-Answer Vpn(Words& words) {
-    return SoftAdapter(words, "vpn", AdapterRole::Vpn, "Brook VPN Adapter", L"Tunnel", "10.8.0.2");
-}
-
-Answer Virtual(Words& words) {
-    return SoftAdapter(words, "virtual", AdapterRole::Virtual, "Brook Virtual Switch Adapter", L"vEthernet",
-                       "172.20.0.1");
-}
-
-/// Any notification of the first WLAN adapter.
-Answer WifiNotify(Words& words) {
-    Event event{};
-    event.kind = EventKind::Wlan;
-    event.source = words.TakeNumber("source");
-    event.code = words.TakeNumber("code");
-    if (words.TakeIf("null")) {
-        event.kind = EventKind::WlanNullNotification;
-    } else if (words.TakeIf("nodata")) {
-        event.withoutData = 1;
-    }
-    words.End();
-    LockedMachine machine;
-    event.id = machine->devices.wlan[0].id;
-    PostEvent(*machine, event, machine.Time());
+Answer Virtual(const Arguments& given) {
+    SwitchSoftAdapter(given.IsOn("virtual"), "virtual", "Brook Virtual Switch Adapter", L"vEthernet",
+                      "172.20.0.1");
     return {};
 }
 
-Answer Wifi(Words& words) {
-    const std::string what = words.Take("on, off, connect, ...");
-    if (what == "notify") {
-        return WifiNotify(words);
-    }
-    const bool hardwareOn = what == "hardware" && words.TakeOnOff();
-    words.End();
+Answer Wifi(const Arguments& given) {
     LockedMachine machine;
-    if (what == "on" || what == "off") {
-        SwitchWlanByUser(*machine, what == "on", machine.Time());
-    } else if (what == "connect") {
+    if (given.Has("connect")) {
         if (!ConnectWifi(*machine, 0, machine.Time())) {
             throw CommandError("the WLAN radio is off");
         }
-    } else if (what == "disconnect") {
+    } else if (given.Has("disconnect")) {
         DisconnectWifi(*machine, 0, machine.Time());
-    } else if (what == "available") {
+    } else if (given.Has("available")) {
         AnnounceWlan(*machine, 0, WLAN_NOTIFICATION_SOURCE_ACM, wlan_notification_acm_network_available,
                      machine.Time());
-    } else if (what == "hardware") {
-        SwitchWlanHardware(*machine, hardwareOn, machine.Time());
+    } else if (given.Has("hardware")) {
+        SwitchWlanHardware(*machine, given.IsOn("hardware"), machine.Time());
+    } else if (given.Has("notify")) {
+        PostEvent(*machine,
+                  {.kind = given.Has("null") ? EventKind::WlanNullNotification : EventKind::Wlan,
+                   .source = given.Number("SOURCE"),
+                   .code = given.Number("CODE"),
+                   .id = machine->devices.wlan[0].id,
+                   .withoutData = given.Has("nodata") ? 1U : 0U},
+                  machine.Time());
     } else {
-        throw CommandError("not understood: wifi " + what);
+        SwitchWlanByUser(*machine, given.IsOn("wifi"), machine.Time());
     }
     return {};
 }
 
-Answer PhyCommand(Words& words) {
-    const std::uint32_t number = words.TakeNumber("PHY index");
+Answer PhyCommand(const Arguments& given) {
+    const std::uint32_t number = given.Number("INDEX");
     LockedMachine machine;
     WlanAdapter& wlan = machine->devices.wlan[0];
     if (number >= wlan.phyCount) {
         throw CommandError("no such PHY");
     }
     Phy& phy = wlan.phys[number];
-    const std::string what = words.Take("refuse or state");
-    if (what == "refuse") {
-        phy.refusalsLeft = TakeCount(words, "times or for-ever");
-    } else if (what == "state") {
-        phy.software = words.TakeNumber("state");
+    if (given.Has("refuse")) {
+        phy.refusalsLeft = given.Count("refuse", "for-ever");
     } else {
-        throw CommandError("not understood: phy " + what);
+        phy.software = given.Number("state");
     }
     return {};
 }
@@ -170,58 +125,53 @@ Modem& TheModem(Machine& machine, std::uint32_t number) {
     return machine.devices.modems[number - 1];
 }
 
-Answer Wwan(Words& words) {
-    const bool on = words.TakeOnOff();
-    words.End();
+Answer Wwan(const Arguments& given) {
     LockedMachine machine;
     TheModem(*machine, 1);
-    SwitchModemByUser(*machine, 0, on, machine.Time());
+    SwitchModemByUser(*machine, 0, given.IsOn("wwan"), machine.Time());
     return {};
 }
 
-constexpr std::pair<std::string_view, ConfirmRadio> kConfirmRadios[] = {
-    {"same", ConfirmRadio::Same},       {"fresh", ConfirmRadio::Fresh}, {"opposite", ConfirmRadio::Opposite},
-    {"failing", ConfirmRadio::Failing}, {"null", ConfirmRadio::Null},
-};
-
-/// One property of a modem, as the words name it.
-void SetModem(Words& words, Modem& modem) {
-    const std::string what = words.Take("confirm, follows, radio, ...");
-    if (what == "confirm") {
-        modem.confirmMs = words.TakeIf("never") ? kForEver : words.TakeNumber("milliseconds or never");
-    } else if (what == "follows") {
-        modem.follows = words.TakeOnOff() ? 1 : 0;
-    } else if (what == "radio") {
-        modem.confirmRadio = words.TakeOneOf(kConfirmRadios);
-    } else if (what == "status") {
-        modem.confirmStatus = static_cast<std::int32_t>(words.TakeNumber("HRESULT"));
-    } else if (what == "request") {
-        words.TakeThe("wrong");
-        modem.wrongRequest = 1;
-    } else if (what == "reverts") {
-        modem.revertsLeft = TakeCount(words, "times or for-ever");
-        modem.revertMs = words.TakeIf("after") ? words.TakeNumber("milliseconds") : 0;
-    } else if (what == "refuse") {
-        modem.refusalsLeft = TakeCount(words, "times or for-ever");
-    } else if (what == "id") {
-        CopyText(modem.idText, Widen(words.Take("text")));
-    } else {
-        throw CommandError("not understood: modem " + what);
-    }
-}
-
-Answer ModemCommand(Words& words) {
-    const std::uint32_t number = words.TakeNumber("modem number");
+Answer ModemCommand(const Arguments& given) {
+    static constexpr std::pair<std::string_view, ConfirmRadio> kRadios[] = {
+        {"same", ConfirmRadio::Same},         {"fresh", ConfirmRadio::Fresh},
+        {"opposite", ConfirmRadio::Opposite}, {"failing", ConfirmRadio::Failing},
+        {"null", ConfirmRadio::Null},
+    };
     LockedMachine machine;
-    Modem& modem = TheModem(*machine, number);
-    do {
-        SetModem(words, modem);
-    } while (!words.Empty());
+    Modem& modem = TheModem(*machine, given.Number("NUMBER"));
+    Modem changed = modem;
+    if (given.Has("confirm")) {
+        changed.confirmMs = given.Count("confirm", "never");
+    }
+    if (given.Has("follows")) {
+        changed.follows = given.IsOn("follows") ? 1 : 0;
+    }
+    if (given.Has("radio")) {
+        changed.confirmRadio = given.OneOf(kRadios);
+    }
+    if (given.Has("status")) {
+        changed.confirmStatus = static_cast<std::int32_t>(given.Number("status"));
+    }
+    if (given.Has("request")) {
+        changed.wrongRequest = 1;
+    }
+    if (given.Has("reverts")) {
+        changed.revertsLeft = given.Count("reverts", "for-ever");
+        changed.revertMs = given.Number("after", 0);
+    }
+    if (given.Has("refuse")) {
+        changed.refusalsLeft = given.Count("refuse", "for-ever");
+    }
+    if (given.Has("id")) {
+        CopyText(changed.idText, Widen(given.Text("id")));
+    }
+    modem = changed;
     return {};
 }
 
-Answer ModemListCommand(Words& words) {
-    static constexpr std::pair<std::string_view, ModemList> kTable[] = {
+Answer ModemListCommand(const Arguments& given) {
+    static constexpr std::pair<std::string_view, ModemList> kLists[] = {
         {"normal", ModemList::Normal},
         {"empty", ModemList::Empty},
         {"null", ModemList::Null},
@@ -229,71 +179,48 @@ Answer ModemListCommand(Words& words) {
         {"null-element", ModemList::NullElement},
         {"wrong-type", ModemList::WrongType},
     };
-    const ModemList list = words.TakeOneOf(kTable);
     LockedMachine machine;
-    machine->devices.modemList = list;
+    machine->devices.modemList = given.OneOf(kLists);
     return {};
 }
 
-void AddNamedAdapter(Words& words, LockedMachine& machine) {
-    const std::string name = words.Take("adapter name");
+Answer AdapterCommand(const Arguments& given) {
+    LockedMachine machine;
+    if (given.Has("fill")) {
+        for (std::uint32_t i = machine->devices.adapterCount; i < given.Number("fill"); ++i) {
+            NewAdapter(*machine, "filler" + std::to_string(i), IF_TYPE_SOFTWARE_LOOPBACK).hasAddress = 1;
+        }
+        return {};
+    }
+    const std::string& name = given.Text("NAME");
+    const std::uint32_t type = given.Number("type", IF_TYPE_ETHERNET_CSMACD);
     if (FindAdapter(*machine, name) != nullptr) {
         throw CommandError("there is an adapter of that name: " + name);
     }
-    Adapter& adapter = NewAdapter(*machine, name, AdapterRole::Other, IF_TYPE_ETHERNET_CSMACD);
-    while (!words.Empty()) {
-        const std::string what = words.Take("property");
-        if (what == "type") {
-            adapter.type = words.TakeNumber("type");
-        } else if (what == "address") {
-            CopyText(adapter.address, words.Take("address"));
-        } else if (what == "description") {
-            CopyText(adapter.description, words.Take("text"));
-        } else if (what == "up") {
-            PlugIn(*machine, adapter, 0, machine.Time());
-        } else {
-            throw CommandError("not understood: adapter ... " + what);
-        }
-    }
-}
-
-Answer AdapterCommand(Words& words) {
-    const bool fills = words.TakeIf("fill");
-    LockedMachine machine;
-    if (!fills) {
-        words.TakeThe("add");
-        AddNamedAdapter(words, machine);
-        return {};
-    }
-    const std::uint32_t count = words.TakeNumber("adapters in all");
-    for (std::uint32_t i = machine->devices.adapterCount; i < count; ++i) {
-        NewAdapter(*machine, "filler" + std::to_string(i), AdapterRole::Other, IF_TYPE_SOFTWARE_LOOPBACK)
-            .hasAddress = 1;
+    Adapter& adapter = NewAdapter(*machine, name, type);
+    CopyText(adapter.address, given.Text("address", adapter.address));
+    CopyText(adapter.description, given.Text("description", adapter.description));
+    if (given.Has("up")) {
+        PlugIn(*machine, adapter, 0, machine.Time());
     }
     return {};
 }
 
-Answer Adapters(Words& words) {
-    words.End();
+Answer ListAdapters(const Arguments&) {
     Answer answer;
     LockedMachine machine;
-    for (std::uint32_t i = 0; i < machine->devices.adapterCount; ++i) {
-        const Adapter& adapter = machine->devices.adapters[i];
-        if (adapter.present != 0) {
-            answer.lines.push_back(std::string(adapter.name) + " type=" + std::to_string(adapter.type) +
-                                   " address=" + (adapter.hasAddress != 0 ? adapter.address : "0.0.0.0") +
-                                   " connectivity=" + std::to_string(adapter.connectivity) +
-                                   " connection=" + Narrow(GuidText(adapter.connectionId)) +
-                                   " adapter=" + Narrow(GuidText(adapter.id)) +
-                                   " description=" + Quoted(adapter.description));
-        }
+    for (const Adapter& adapter : Adapters(machine->devices)) {
+        answer.lines.push_back(std::string(adapter.name) + " type=" + std::to_string(adapter.type) +
+                               " address=" + (adapter.hasAddress != 0 ? adapter.address : "0.0.0.0") +
+                               " connectivity=" + std::to_string(adapter.connectivity) +
+                               " connection=" + Narrow(GuidText(adapter.connectionId)) + " adapter=" +
+                               Narrow(GuidText(adapter.id)) + " description=" + Quoted(adapter.description));
     }
     return answer;
 }
 
 /// An adapter's connection by the adapter's name, or any identifier.
-GUID TakeConnection(Words& words, Machine& machine) {
-    const std::string word = words.Take("adapter name or GUID");
+GUID ConnectionOf(Machine& machine, const std::string& word) {
     if (const Adapter* const adapter = FindAdapter(machine, word)) {
         return adapter->connectionId;
     }
@@ -304,66 +231,66 @@ GUID TakeConnection(Words& words, Machine& machine) {
     return id;
 }
 
-Answer EventCommand(Words& words) {
-    words.TakeThe("connection");
+Answer EventCommand(const Arguments& given) {
     LockedMachine machine;
-    Event event{};
-    event.kind = EventKind::ConnectionConnectivity;
-    event.id = TakeConnection(words, *machine);
-    event.value = words.TakeNumber("value");
-    PostEvent(*machine, event, machine.Time());
+    PostEvent(*machine,
+              {.kind = EventKind::ConnectionConnectivity,
+               .id = ConnectionOf(*machine, given.Text("ADAPTER")),
+               .value = given.Number("CONNECTIVITY")},
+              machine.Time());
     return {};
 }
 
-constexpr std::pair<std::string_view, SettingKind> kSettingKinds[] = {
-    {"text", SettingKind::Text},       {"null", SettingKind::Null},   {"empty", SettingKind::Empty},
-    {"int16", SettingKind::Int16},     {"int32", SettingKind::Int32}, {"int64", SettingKind::Int64},
-    {"byte", SettingKind::Byte},       {"bool", SettingKind::Bool},   {"double", SettingKind::Double},
-    {"date", SettingKind::Date},       {"error", SettingKind::Error}, {"unknown", SettingKind::Unknown},
-    {"texts", SettingKind::TextArray},
-};
-
-Answer BiosSetting(const std::string& name, Words& words) {
-    LockedMachine machine;
-    Setting* const setting = PutSetting(*machine, Widen(name));
+Setting& NamedSetting(Machine& machine, std::wstring_view name) {
+    Setting* const setting = PutSetting(machine, name);
     if (setting == nullptr) {
         throw CommandError("no room for another setting");
     }
-    if (words.TakeIf("absent")) {
-        setting->present = 0;
-    } else if (words.TakeIf("timeouts")) {
-        setting->timeoutsLeft = TakeCount(words, "times or for-ever");
-    } else {
-        setting->kind = words.TakeOneOf(kSettingKinds);
-        if (!words.Empty()) {
-            CopyText(setting->text, Widen(words.Take("value")));
-        }
-    }
-    return {};
+    return *setting;
 }
 
-Answer Bios(Words& words) {
-    const std::string name = words.Take("setting or provider");
-    if (name != "provider") {
-        return BiosSetting(name, words);
-    }
-    const bool on = words.TakeOnOff();
+Answer Bios(const Arguments& given) {
+    static constexpr std::pair<std::string_view, VARTYPE> kTypes[] = {
+        {"text", VT_BSTR},
+        {"null", VT_NULL},
+        {"empty", VT_EMPTY},
+        {"int16", VT_I2},
+        {"int32", VT_I4},
+        {"int64", VT_I8},
+        {"byte", VT_UI1},
+        {"bool", VT_BOOL},
+        {"double", VT_R8},
+        {"date", VT_DATE},
+        {"error", VT_ERROR},
+        {"unknown", VT_UNKNOWN},
+        {"texts", VT_ARRAY | VT_BSTR},
+    };
     LockedMachine machine;
-    machine->devices.providerPresent = on ? 1 : 0;
+    if (given.Has("provider")) {
+        machine->devices.providerPresent = given.IsOn("provider") ? 1 : 0;
+        return {};
+    }
+    Setting& setting = NamedSetting(*machine, Widen(given.Text("NAME")));
+    if (given.Has("absent")) {
+        setting.present = 0;
+    } else if (given.Has("timeouts")) {
+        setting.timeoutsLeft = given.Count("timeouts", "for-ever");
+    } else {
+        setting.type = given.OneOf(kTypes);
+        CopyText(setting.text, Widen(given.Text("VALUE", Narrow(setting.text))));
+    }
     return {};
 }
 
-Answer Feature(Words& words) {
-    static constexpr std::pair<std::string_view, const wchar_t*> kTable[] = {
+Answer Feature(const Arguments& given) {
+    static constexpr std::pair<std::string_view, const wchar_t*> kSettings[] = {
         {"wlan", L"LAN / WLAN Auto Switching"},
         {"wwan", L"LAN / WWAN Auto Switching"},
     };
-    const wchar_t* const name = words.TakeOneOf(kTable);
-    const bool on = words.TakeOnOff();
     LockedMachine machine;
-    Setting* const setting = PutSetting(*machine, name);
-    setting->kind = SettingKind::Text;
-    CopyText(setting->text, std::wstring_view(on ? L"Enabled" : L"*Disabled"));
+    Setting& setting = NamedSetting(*machine, given.OneOf(kSettings));
+    setting.type = VT_BSTR;
+    CopyText(setting.text, std::wstring_view(given.IsOn("feature") ? L"Enabled" : L"*Disabled"));
     return {};
 }
 
@@ -376,16 +303,18 @@ const std::vector<Command>& DeviceCommands() {
         {"unplug", "[cable N]", "A cable comes out.", &Unplug},
         {"vpn", "on|off", "An Ethernet-typed VPN adapter, connected.", &Vpn},
         {"virtual", "on|off", "The same for a virtual switch.", &Virtual},
-        {"wifi", "on|off | connect|disconnect|available | hardware on|off | notify SOURCE CODE [nodata|null]",
+        {"wifi",
+         "on|off | connect | disconnect | available | hardware on|off | notify SOURCE CODE [nodata|null]",
          "The user's Wi-Fi switch; joining a network; one being in reach; the hardware switch; any "
          "notification.",
          &Wifi},
-        {"phy", "INDEX refuse TIMES|for-ever | INDEX state N",
-         "How one PHY takes being set; its software state.", &PhyCommand},
+        {"phy", "INDEX (refuse TIMES|for-ever | state N)", "How one PHY takes being set; its software state.",
+         &PhyCommand},
         {"wwan", "on|off", "The user's mobile-broadband switch.", &Wwan},
         {"modem",
-         "N [confirm MS|never] [follows on|off] [radio same|fresh|opposite|failing|null] [status HRESULT] "
-         "[request wrong] [reverts TIMES|for-ever [after MS]] [refuse TIMES|for-ever] [id TEXT]",
+         "NUMBER (confirm MS|never | follows on|off | radio same|fresh|opposite|failing|null | "
+         "status HRESULT | request wrong | reverts TIMES|for-ever [after MS] | refuse TIMES|for-ever | "
+         "id TEXT)...",
          "How a modem answers a switch: when it confirms, whether its radio follows, which radio object and "
          "request the completion carries, whether it takes the change back or refuses.",
          &ModemCommand},
@@ -393,12 +322,13 @@ const std::vector<Command>& DeviceCommands() {
          "What the list of modems looks like.", &ModemListCommand},
         {"adapter", "add NAME [type N] [address A] [description D] [up] | fill COUNT",
          "Any adapter at all; fill makes the list that long.", &AdapterCommand},
-        {"adapters", "", "Lists them.", &Adapters},
-        {"event", "connection ADAPTER|GUID CONNECTIVITY",
-         "An event of a connection as it is, whatever the adapters do.", &EventCommand},
+        {"adapters", "", "Lists them.", &ListAdapters},
+        {"event", "connection ADAPTER CONNECTIVITY",
+         "An event of a connection as it is, of an adapter or a GUID, whatever the adapters do.",
+         &EventCommand},
         {"bios",
-         "NAME text|int16|int32|int64|byte|bool|double|date|error|texts VALUE | NAME "
-         "null|empty|unknown|absent | NAME timeouts TIMES|for-ever | provider on|off",
+         "provider on|off | NAME (null|empty|unknown | absent | timeouts TIMES|for-ever | "
+         "text|int16|int32|int64|byte|bool|double|date|error|texts [VALUE])",
          "A BIOS setting: its value by type, missing, answered after time-outs; the provider.", &Bios},
         {"feature", "wlan|wwan on|off", "The BIOS setting that enables one half of the switching.", &Feature},
     };

@@ -2,6 +2,9 @@
 
 #include <windows.h>
 
+#include <map>
+#include <sstream>
+
 #include "notebook/controller/conversation.h"
 #include "notebook/controller/service_manager.h"
 #include "notebook/controller/system_registry.h"
@@ -66,6 +69,10 @@ void EndDeviceServer() {
     machine->deviceServer = 0;
 }
 
+void WriteAirplane(bool on) {
+    Write(kAirplane, NumberValue(on ? 1 : 0));
+}
+
 void PlaceDevices(bool remote) {
     const std::wstring dll = OwnFolder() + L"\\wlanapi.dll";
     EndDeviceServer();
@@ -77,8 +84,7 @@ void PlaceDevices(bool remote) {
     }
 }
 
-Answer SetUp(Words& words) {
-    words.End();
+Answer SetUp(const Arguments&) {
     RegisterHardware();
     PlaceDevices(false);
     WriteAirplane(AirplaneIsOn());
@@ -87,96 +93,72 @@ Answer SetUp(Words& words) {
     return {};
 }
 
-constexpr std::pair<std::string_view, bool> kPlaces[] = {{"here", false}, {"remote", true}};
-
-Answer Reset(Words& words) {
+Answer Reset(const Arguments& given) {
     Shape shape;
-    bool remote = false;
-    while (!words.Empty()) {
-        const std::string what = words.Take("what");
-        if (what == "wlan") {
-            shape.wlanAdapters = words.TakeNumber("adapters");
-        } else if (what == "phys") {
-            shape.phys = words.TakeNumber("PHYs");
-        } else if (what == "cables") {
-            shape.cables = words.TakeNumber("cables");
-        } else if (what == "modems") {
-            shape.modems = words.TakeNumber("modems");
-        } else if (what == "devices") {
-            remote = words.TakeOneOf(kPlaces);
-        } else {
-            throw CommandError("not understood: reset ... " + what);
-        }
-    }
+    shape.wlanAdapters = given.Number("wlan", shape.wlanAdapters);
+    shape.phys = given.Number("phys", shape.phys);
+    shape.cables = given.Number("cables", shape.cables);
+    shape.modems = given.Number("modems", shape.modems);
     {
         LockedMachine machine;
         ResetMachine(*machine, shape, machine.Time());
         machine->traceOn = 0;
         machine->traceCount = 0;
     }
-    DeleteStored(StoredRadio::Wlan);
-    DeleteStored(StoredRadio::Wwan);
-    DeletePolicies();
+    for (const wchar_t* const key : {kStoredWlan.key, kStoredWwan.key, kPolicyRoot}) {
+        DeleteKey(key);
+    }
     WriteAirplane(false);
     ClearEventLog();
-    PlaceDevices(remote);
+    PlaceDevices(given.Has("remote"));
     RunStub(L"WlanSvc");
     RunStub(L"WwanSvc");
     return {};
 }
 
-Answer DevicesCommand(Words& words) {
-    const std::string what = words.Take("kill or run");
-    words.End();
-    if (what == "kill") {
-        if (SharedState::Get().Raw().deviceServer == 0) {
-            throw CommandError("no process of their own serves the devices");
-        }
-        EndDeviceServer();
-    } else if (what == "run") {
+Answer DevicesCommand(const Arguments& given) {
+    if (given.Has("run")) {
         RunDeviceServer();
+    } else if (SharedState::Get().Raw().deviceServer != 0) {
+        EndDeviceServer();
     } else {
-        throw CommandError("kill or run, not " + what);
+        throw CommandError("no process of their own serves the devices");
     }
     return {};
 }
 
-Answer Install(Words& words, const wchar_t* option) {
-    words.End();
+Answer Install(const wchar_t* option) {
     DWORD exitCode = 0;
-    const std::string printed =
-        RunProgram(L"\"" + OwnFolder() + L"\\LinkvaneService.exe\" " + option, exitCode);
+    std::istringstream printed(
+        RunProgram(L"\"" + OwnFolder() + L"\\LinkvaneService.exe\" " + option, exitCode));
     Answer answer{"exit=" + std::to_string(exitCode), {}};
-    std::string line;
-    for (const char letter : printed) {
-        if (letter == '\n') {
-            answer.lines.push_back(line);
-            line.clear();
-        } else if (letter != '\r') {
-            line += letter;
-        }
-    }
-    if (!line.empty()) {
+    for (std::string line; std::getline(printed, line);) {
+        std::erase(line, '\r');
         answer.lines.push_back(line);
     }
     return answer;
 }
 
-Answer InstallService(Words& words) {
-    return Install(words, L"-install");
+Answer InstallService(const Arguments&) {
+    return Install(L"-install");
 }
 
-Answer RemoveService(Words& words) {
-    return Install(words, L"-remove");
+Answer RemoveService(const Arguments&) {
+    return Install(L"-remove");
 }
 
-Answer Start(Words& words) {
-    const bool wait = !words.TakeIf("nowait");
-    words.End();
+/// Waits until the service is in the state, and throws what it is in instead.
+void AwaitService(DWORD state, DWORD milliseconds) {
+    if (!WaitForState(kServiceName, state, milliseconds)) {
+        throw CommandError("the service does not get there but is " + StateName(QueryService(kServiceName)));
+    }
+}
+
+Answer Start(const Arguments& given) {
     const Micros start = Now();
     StartInstalled(kServiceName);
-    if (wait && !WaitForState(kServiceName, SERVICE_RUNNING, kStartMs)) {
-        throw CommandError("the service does not run but is " + StateName(QueryService(kServiceName)));
+    if (!given.Has("nowait")) {
+        AwaitService(SERVICE_RUNNING, kStartMs);
     }
     return {"took=" + Milliseconds(start), {}};
 }
@@ -199,42 +181,37 @@ LONG SendNumbered(DWORD code) {
     return number;
 }
 
-/// How long it took until now, how long the process lived on, and how it ended.
-std::string EndText(const Platform::UniqueHandle& process, Micros start) {
+/// Waits for the end that `ask` has asked for: how long it took, how long the process lived on, how it ended.
+template <class Function>
+Answer Stop(Function ask) {
+    const Micros start = Now();
+    const Platform::UniqueHandle process = OpenServiceProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION);
+    ask();
+    AwaitService(SERVICE_STOPPED, kStopMs);
     std::string text = "took=" + Milliseconds(start);
     DWORD code = STILL_ACTIVE;
     if (process && WaitForSingleObject(process.Get(), kStopMs) == WAIT_OBJECT_0) {
         GetExitCodeProcess(process.Get(), &code);
         text += " gone=" + Milliseconds(start) + " exit=" + std::to_string(code);
     }
-    return text;
+    return {text, {}};
 }
 
-Answer Stop(Words& words) {
-    words.End();
-    const Micros start = Now();
-    const Platform::UniqueHandle process = OpenServiceProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION);
-    SendNumbered(SERVICE_CONTROL_STOP);
-    if (!WaitForState(kServiceName, SERVICE_STOPPED, kStopMs)) {
-        throw CommandError("the service does not stop but is " + StateName(QueryService(kServiceName)));
-    }
-    return {EndText(process, start), {}};
+Answer StopService(const Arguments&) {
+    return Stop([] { SendNumbered(SERVICE_CONTROL_STOP); });
 }
 
-Answer Kill(Words& words) {
-    words.End();
+Answer Kill(const Arguments&) {
     KillService(kServiceName);
     return {};
 }
 
-Answer Doom(Words& words) {
-    words.End();
+Answer Doom(const Arguments&) {
     MarkForDeletion(kServiceName);
     return {};
 }
 
-Answer State(Words& words) {
-    words.End();
+Answer State(const Arguments&) {
     const ServiceState state = QueryService(kServiceName);
     return {"state=" + StateName(state) + " pid=" + std::to_string(state.process) +
                 " exit=" + std::to_string(state.exitCode),
@@ -259,17 +236,18 @@ Answer SendAndWait(DWORD code) {
     return {"took=" + Milliseconds(start), {}};
 }
 
-DWORD TranslatedCode(std::string_view name) {
+/// The same with a control that no program may send.
+Answer SendAndWait(std::string_view name) {
     for (const TranslatedControl& control : kTranslatedControls) {
         if (control.name == name) {
-            return control.code;
+            return SendAndWait(control.code);
         }
     }
     throw CommandError("no such control: " + std::string(name));
 }
 
-Answer Control(Words& words) {
-    return SendAndWait(TranslatedCode(words.Take("name of a control")));
+Answer Control(const Arguments& given) {
+    return SendAndWait(given.Text("NAME"));
 }
 
 bool ServiceRuns() {
@@ -277,84 +255,56 @@ bool ServiceRuns() {
     return state.installed && state.state != SERVICE_STOPPED;
 }
 
-Answer Suspend(Words& words) {
-    words.End();
-    Answer answer;
-    if (ServiceRuns()) {
-        answer = SendAndWait(TranslatedCode("suspend"));
-    }
+Answer Suspend(const Arguments&) {
+    const Answer answer = ServiceRuns() ? SendAndWait("suspend") : Answer{};
     LockedMachine machine;
     machine->devices.asleep = 1;
     return answer;
 }
 
-Answer Resume(Words& words) {
-    words.End();
-    const auto wakeUp = [](bool announces) {
+Answer Resume(const Arguments&) {
+    {
         LockedMachine machine;
         machine->devices.asleep = 0;
-        if (announces) {
-            ReleaseHeldEvents(*machine, machine.Time());
-        }
-    };
-    wakeUp(false);
-    Answer answer;
-    if (ServiceRuns()) {
-        answer = SendAndWait(TranslatedCode("resume-automatic"));
     }
-    wakeUp(true);
+    const Answer answer = ServiceRuns() ? SendAndWait("resume-automatic") : Answer{};
+    LockedMachine machine;
+    ReleaseHeldEvents(*machine, machine.Time());
     return answer;
 }
 
-Answer Preshutdown(Words& words) {
-    words.End();
-    const Micros start = Now();
-    const Platform::UniqueHandle process = OpenServiceProcess(SYNCHRONIZE | PROCESS_QUERY_INFORMATION);
-    SendAndWait(TranslatedCode("preshutdown"));
-    if (!WaitForState(kServiceName, SERVICE_STOPPED, kStopMs)) {
-        throw CommandError("the service has not stopped");
-    }
-    return {EndText(process, start), {}};
+Answer Preshutdown(const Arguments&) {
+    return Stop([] { SendAndWait("preshutdown"); });
 }
 
-RegistryValue TakeRegistryValue(Words& words) {
-    const std::string type = words.Take("type");
+/// TYPE and DATA.
+RegistryValue ValueOf(const Arguments& given) {
+    const std::string& type = given.Text("TYPE");
+    const std::string data = given.Text("DATA", "");
     if (type == "dword") {
-        return NumberValue(words.TakeNumber("number"));
-    }
-    const std::string data = words.Empty() ? "" : words.Take("data");
-    if (type == "sz" || type == "expand" || type == "multi") {
-        RegistryValue value = TextValue(type == "sz"       ? REG_SZ
-                                        : type == "expand" ? REG_EXPAND_SZ
-                                                           : REG_MULTI_SZ,
-                                        Widen(data));
-        if (type == "multi") {
-            value.data.insert(value.data.end(), sizeof(wchar_t), 0);
-        }
-        return value;
-    }
-    if (type == "unterminated") {
-        RegistryValue value = TextValue(REG_SZ, Widen(data));
-        value.data.resize(value.data.size() - sizeof(wchar_t));
-        return value;
+        return NumberValue(given.Number("DATA"));
     }
     if (type == "binary") {
         return {REG_BINARY, {data.begin(), data.end()}};
     }
-    throw CommandError("sz, expand, multi, unterminated, dword or binary, not " + type);
+    static const std::map<std::string_view, DWORD> texts = {
+        {"sz", REG_SZ}, {"expand", REG_EXPAND_SZ}, {"multi", REG_MULTI_SZ}, {"unterminated", REG_SZ}};
+    const auto found = texts.find(type);
+    if (found == texts.end()) {
+        throw CommandError("sz, expand, multi, unterminated, dword or binary, not " + type);
+    }
+    RegistryValue value = TextValue(found->second, Widen(data));
+    const std::size_t terminators = type == "multi" ? 2 : type == "unterminated" ? 0 : 1;
+    value.data.resize((Widen(data).size() + terminators) * sizeof(wchar_t));
+    return value;
 }
 
-constexpr std::pair<std::string_view, StoredRadio> kStoredRadios[] = {{"wlan", StoredRadio::Wlan},
-                                                                      {"wwan", StoredRadio::Wwan}};
-
-Answer Stored(Words& words) {
-    const StoredRadio radio = words.TakeOneOf(kStoredRadios);
-    if (words.TakeIf("missing")) {
-        DeleteStored(radio);
-    } else if (words.TakeIf("type")) {
-        WriteStored(radio, TakeRegistryValue(words));
+Answer Stored(const Arguments& given) {
+    const RegistryPlace& place = given.Has("wlan") ? kStoredWlan : kStoredWwan;
+    if (given.Has("missing")) {
+        DeleteKey(place.key);
     } else {
-        WriteStored(radio, TextValue(REG_SZ, Widen(words.Take("text"))));
+        Write(place, given.Has("TYPE") ? ValueOf(given) : TextValue(REG_SZ, Widen(given.Text("TEXT"))));
     }
     return {};
 }
@@ -370,78 +320,67 @@ void SwitchAirplane(bool on) {
     }
 }
 
-Answer Airplane(Words& words) {
-    if (words.TakeIf("value")) {
-        if (words.TakeIf("missing")) {
-            DeleteAirplaneValue();
-        } else {
-            WriteAirplane(TakeRegistryValue(words));
-        }
-        return {};
-    }
-    static constexpr std::pair<std::string_view, bool> kKey[] = {{"missing", false}, {"present", true}};
-    if (!words.TakeIf("key")) {
-        const bool on = words.TakeOnOff();
-        words.End();
-        SwitchAirplane(on);
-    } else if (words.TakeOneOf(kKey)) {
+Answer Airplane(const Arguments& given) {
+    if (given.Has("TYPE")) {
+        Write(kAirplane, ValueOf(given));
+    } else if (given.Has("value")) {
+        DeleteValue(kAirplane);
+    } else if (given.Has("present")) {
         WriteAirplane(false);
+    } else if (given.Has("key")) {
+        DeleteKey(kAirplane.key);
     } else {
-        DeleteAirplaneKey();
+        SwitchAirplane(given.IsOn("airplane"));
     }
     return {};
 }
 
-constexpr std::pair<std::string_view, const wchar_t*> kNeighbours[] = {{"WlanSvc", L"WlanSvc"},
-                                                                       {"WwanSvc", L"WwanSvc"}};
+/// What the notebook knows of a neighbour service.
+void SetNeighbour(bool isWlan, bool runs, std::uint32_t lateMs) {
+    LockedMachine machine;
+    (isWlan ? machine->devices.wlanServiceLateMs : machine->devices.wwanServiceLateMs) = lateMs;
+    if (!runs) {
+        (isWlan ? machine->devices.wlanServiceRuns : machine->devices.wwanServiceRuns) = 0;
+    }
+}
 
-Answer ServiceCommand(Words& words) {
-    const std::wstring name = words.TakeOneOf(kNeighbours);
-    const std::string what = words.Take("run, stop, late or absent");
-    const std::uint32_t late = what == "late" ? words.TakeNumber("milliseconds") : 0;
-    words.End();
-    if (what != "run" && what != "stop" && what != "late" && what != "absent") {
-        throw CommandError("not understood: service ... " + what);
-    }
-    const bool isWlan = name == L"WlanSvc";
-    {
-        LockedMachine machine;
-        (isWlan ? machine->devices.wlanServiceLateMs : machine->devices.wwanServiceLateMs) = late;
-    }
-    if (what == "run") {
+Answer ServiceCommand(const Arguments& given) {
+    const bool isWlan = given.Has("WlanSvc");
+    const std::wstring name = isWlan ? L"WlanSvc" : L"WwanSvc";
+    const std::uint32_t late = given.Number("late", 0);
+    SetNeighbour(isWlan, true, late);
+    if (given.Has("run")) {
         RunStub(name.c_str());
         return {};
     }
-    if (what == "absent") {
+    if (given.Has("absent")) {
         RemoveStub(name);
     } else {
         StopStub(name);
     }
-    {
-        LockedMachine machine;
-        (isWlan ? machine->devices.wlanServiceRuns : machine->devices.wwanServiceRuns) = 0;
-    }
-    if (what == "late") {
+    SetNeighbour(isWlan, false, late);
+    if (given.Has("late")) {
         InstallStub(name, OwnFolder() + L"\\stub_service.exe");
         StartInstalled(name);
     }
     return {};
 }
 
-Answer Policy(Words& words) {
-    if (words.TakeIf("clear")) {
-        DeletePolicies();
+Answer Policy(const Arguments& given) {
+    if (given.Has("clear")) {
+        DeleteKey(kPolicyRoot);
         return {};
     }
-    const bool executable = words.TakeIf("executable");
-    const std::wstring name = Widen(words.Take("value name"));
-    if (words.TakeIf("type")) {
-        WritePolicy(executable, name, TakeRegistryValue(words));
-    } else if (const auto number = words.TakeNumberIf()) {
-        WritePolicy(executable, name, NumberValue(*number));
+    RegistryValue value;
+    if (given.Has("TYPE")) {
+        value = ValueOf(given);
     } else {
-        WritePolicy(executable, name, TextValue(REG_SZ, Widen(words.Take("text"))));
+        const std::string& text = given.Text("VALUE");
+        const bool isNumber = !text.empty() && text.front() >= '0' && text.front() <= '9';
+        value = isNumber ? NumberValue(given.Number("VALUE")) : TextValue(REG_SZ, Widen(text));
     }
+    const std::wstring name = Widen(given.Text("NAME"));
+    Write({given.Has("executable") ? kExecutablePolicyKey : kPolicyKey, name.c_str()}, value);
     return {};
 }
 
@@ -462,7 +401,7 @@ const std::vector<Command>& SystemCommands() {
         {"install", "", "Runs LinkvaneService.exe -install and shows what it prints.", &InstallService},
         {"remove", "", "Runs LinkvaneService.exe -remove and shows what it prints.", &RemoveService},
         {"start", "[nowait]", "Starts the service and waits until it runs.", &Start},
-        {"stop", "", "Stops the service and waits until its process is gone.", &Stop},
+        {"stop", "", "Stops the service and waits until its process is gone.", &StopService},
         {"kill", "", "Ends the service's process.", &Kill},
         {"doom", "", "Marks the service for deletion: it is gone when the controller has ended.", &Doom},
         {"state", "", "What the service manager knows of the service.", &State},
@@ -475,12 +414,14 @@ const std::vector<Command>& SystemCommands() {
          "It wakes up; what happened meanwhile is announced when the service has handled the resume.",
          &Resume},
         {"preshutdown", "", "Windows shuts down; waits as stop does.", &Preshutdown},
-        {"airplane", "on|off | value TYPE DATA | value missing | key missing|present",
+        {"airplane", "on|off | value (missing | TYPE [DATA]) | key missing|present",
          "Airplane mode, with the radios following; or only its registry value.", &Airplane},
-        {"stored", "wlan|wwan TEXT | missing | type sz|expand|multi|unterminated|dword|binary DATA",
-         "The stored choice for a radio.", &Stored},
-        {"service", "WlanSvc|WwanSvc run|stop|late MS|absent", "A neighbour service.", &ServiceCommand},
-        {"policy", "[executable] NAME VALUE | [executable] NAME type TYPE DATA | clear",
+        {"stored", "wlan|wwan (missing | type TYPE [DATA] | TEXT)",
+         "The stored choice for a radio; its type is sz, expand, multi, unterminated, dword or binary.",
+         &Stored},
+        {"service", "WlanSvc|WwanSvc (run | stop | late MS | absent)", "A neighbour service.",
+         &ServiceCommand},
+        {"policy", "clear | [executable] NAME (type TYPE [DATA] | VALUE)",
          "A logging policy, for the product or for the executable alone.", &Policy},
     };
     return commands;

@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-#include <array>
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <iostream>
@@ -22,53 +22,58 @@ constexpr std::uint32_t kDefaultQuietMs = 200;
 
 bool g_quit = false;
 
+/// All of them, in the order of the help.
+std::vector<const Command*> AllCommands() {
+    std::vector<const Command*> all;
+    for (const auto* group :
+         {&DeviceCommands(), &SystemCommands(), &CallCommands(), &ConversationCommands()}) {
+        for (const Command& command : *group) {
+            all.push_back(&command);
+        }
+    }
+    return all;
+}
+
+/// What a command has answered.
+struct Outcome {
+    bool isDone = false;
+    std::string last;
+    std::vector<std::string> lines;
+};
+
+Outcome Execute(const Words& words) {
+    try {
+        const std::vector<const Command*> all = AllCommands();
+        const auto found =
+            std::ranges::find_if(all, [&](const Command* command) { return command->name == words.front(); });
+        if (found == all.end()) {
+            throw CommandError("no such command: " + words.front() + " (try help)");
+        }
+        const Command& command = **found;
+        Answer answer = command.run(Arguments(command.name, command.usage, {words.begin() + 1, words.end()}));
+        if (!command.looksOnly) {
+            // What the command caused may still be on its way to the service.
+            InterlockedExchange64(&SharedState::Get().OwnActivity().lastAt, Now());
+        }
+        return {true, answer.text.empty() ? "OK" : "OK " + answer.text, std::move(answer.lines)};
+    } catch (const std::exception& error) {
+        return {false, std::string("ERROR ") + error.what(), {}};
+    }
+}
+
 /// A command that runs while others are given.
 struct BackgroundCommand {
     std::string line;
-    std::string answer;
-    std::vector<std::string> lines;
-    std::atomic<bool> answered = false;  ///< `answer` and `lines` stand
+    Outcome outcome;
+    std::atomic<bool> answered = false;  ///< `outcome` stands
     std::thread thread;
+
+    std::string Shown() const { return line + ": " + (answered ? outcome.last : "no answer yet"); }
 };
 
 std::list<BackgroundCommand>& Background() {
     static std::list<BackgroundCommand> commands;
     return commands;
-}
-
-const Command* FindCommand(std::string_view name) {
-    for (const auto* group :
-         {&DeviceCommands(), &SystemCommands(), &CallCommands(), &ConversationCommands()}) {
-        for (const Command& command : *group) {
-            if (command.name == name) {
-                return &command;
-            }
-        }
-    }
-    return nullptr;
-}
-
-/// Carries out a command; returns its last line.
-std::string Execute(Words& words, std::vector<std::string>& lines, bool& done) {
-    try {
-        const std::string name = words.Take("a command");
-        const Command* const command = FindCommand(name);
-        if (command == nullptr) {
-            throw CommandError("no such command: " + name + " (try help)");
-        }
-        Answer answer = command->run(words);
-        words.End();
-        if (!command->looksOnly) {
-            // What the command caused may still be on its way to the service.
-            InterlockedExchange64(&SharedState::Get().OwnActivity().lastAt, Now());
-        }
-        lines = std::move(answer.lines);
-        done = true;
-        return answer.text.empty() ? "OK" : "OK " + answer.text;
-    } catch (const std::exception& error) {
-        done = false;
-        return std::string("ERROR ") + error.what();
-    }
 }
 
 void Print(const std::vector<std::string>& lines, const std::string& last) {
@@ -79,111 +84,91 @@ void Print(const std::vector<std::string>& lines, const std::string& last) {
     std::fflush(stdout);
 }
 
-Answer Status(Words& words) {
-    words.End();
+Answer Status(const Arguments&) {
     return {StatusLine(), {}};
 }
 
-Answer Get(Words& words) {
+Answer Get(const Arguments& given) {
     std::string text;
     Snapshot snapshot;
-    while (!words.Empty()) {
-        const std::string key = words.Take("key");
+    for (const std::string& key : given.All("KEY")) {
         text += (text.empty() ? "" : " ") + key + "=" + Quoted(StatusValue(snapshot, key));
     }
     return {text, {}};
 }
 
-/// `within MS` at the end of a command.
-std::uint32_t TakeWithin(Words& words) {
-    return words.TakeIf("within") ? words.TakeNumber("milliseconds") : kDefaultWaitMs;
-}
-
-std::string TookText(Micros start) {
-    return "took=" + std::to_string((Now() - start) / kMicrosPerMilli);
-}
-
-Answer Wait(Words& words) {
-    std::vector<Condition> conditions;
-    while (!words.Empty() && words.Peek() != "within") {
-        conditions.push_back(ParseCondition(words.Take("condition")));
-    }
-    const std::uint32_t within = TakeWithin(words);
+/// Polls until `look` has nothing to say; what it says is the error when `within MS` is over.
+template <class Function>
+Answer Await(const Arguments& given, const char* what, Function look) {
+    const std::uint32_t within = given.Number("within", kDefaultWaitMs);
     const Micros start = Now();
-    while (true) {
+    for (std::string lacking = look(); !lacking.empty(); lacking = look()) {
+        if (Now() - start >= Micros{within} * kMicrosPerMilli) {
+            throw CommandError(what + std::string(" within ") + std::to_string(within) + " ms: " + lacking);
+        }
+        Sleep(kPollMs);
+    }
+    return {"took=" + std::to_string((Now() - start) / kMicrosPerMilli), {}};
+}
+
+Answer Wait(const Arguments& given) {
+    std::vector<Condition> conditions;
+    for (const std::string& text : given.All("CONDITION")) {
+        conditions.push_back(ParseCondition(text));
+    }
+    return Await(given, "not", [&] {
         Snapshot snapshot;
         std::string values;
         bool met = true;
         for (const Condition& condition : conditions) {
             const std::string value = StatusValue(snapshot, condition.key);
-            values += " " + condition.key + "=" + Quoted(value);
+            values += (values.empty() ? "" : " ") + condition.key + "=" + Quoted(value);
             met = met && (value == condition.value) == condition.equal;
         }
-        if (met) {
-            return {TookText(start), {}};
-        }
-        if (Now() - start >= Micros{within} * kMicrosPerMilli) {
-            throw CommandError("not within " + std::to_string(within) + " ms:" + values);
-        }
-        Sleep(kPollMs);
-    }
+        return met ? std::string() : values;
+    });
 }
 
-Answer Settle(Words& words) {
-    const std::uint32_t quiet = words.TakeIf("quiet") ? words.TakeNumber("milliseconds") : kDefaultQuietMs;
-    const std::uint32_t within = TakeWithin(words);
-    const Micros start = Now();
-    while (!IsSettled(Micros{quiet} * kMicrosPerMilli)) {
-        if (Now() - start >= Micros{within} * kMicrosPerMilli) {
-            throw CommandError("not settled within " + std::to_string(within) + " ms: " + ActivityText());
-        }
-        Sleep(kPollMs);
-    }
-    return {TookText(start), {}};
+Answer Settle(const Arguments& given) {
+    const Micros quiet = Micros{given.Number("quiet", kDefaultQuietMs)} * kMicrosPerMilli;
+    return Await(given, "not settled", [&] { return Unsettled(quiet); });
 }
 
-Answer Pause(Words& words) {
-    Sleep(words.TakeNumber("milliseconds"));
+Answer Pause(const Arguments& given) {
+    Sleep(given.Number("MS"));
     return {};
 }
 
-Answer RunInBackground(Words& words) {
-    const std::string line = words.Rest();
-    while (!words.Empty()) {
-        words.Take("word");
-    }
+Answer RunInBackground(const Arguments& given) {
     BackgroundCommand& command = Background().emplace_back();
-    command.line = line;
-    command.thread = std::thread([&command] {
-        bool done = false;
-        Words parsed(command.line);
-        command.answer = Execute(parsed, command.lines, done);
+    for (const std::string& word : given.All("COMMAND")) {
+        command.line += (command.line.empty() ? "" : " ") + Quoted(word);
+    }
+    command.thread = std::thread([&command, words = given.All("COMMAND")] {
+        command.outcome = Execute(words);
         command.answered = true;
     });
     return {};
 }
 
-Answer Answers(Words& words) {
-    words.End();
+Answer Answers(const Arguments&) {
     Answer answer;
     for (const BackgroundCommand& command : Background()) {
-        answer.lines.push_back(command.line + ": " +
-                               (command.answered ? command.answer : std::string("no answer yet")));
+        answer.lines.push_back(command.Shown());
     }
     return answer;
 }
 
-Answer Join(Words& words) {
-    words.End();
+Answer Join(const Arguments&) {
     Answer answer;
     std::string failures;
     for (BackgroundCommand& command : Background()) {
         command.thread.join();
-        const std::string shown = command.line + ": " + command.answer;
-        answer.lines.push_back(shown);
-        answer.lines.insert(answer.lines.end(), command.lines.begin(), command.lines.end());
-        if (command.answer.compare(0, 2, "OK") != 0) {
-            failures += (failures.empty() ? "" : "; ") + shown;
+        const Outcome& outcome = command.outcome;
+        answer.lines.push_back(command.Shown());
+        answer.lines.insert(answer.lines.end(), outcome.lines.begin(), outcome.lines.end());
+        if (!outcome.isDone) {
+            failures += (failures.empty() ? "" : "; ") + command.Shown();
         }
     }
     Background().clear();
@@ -193,22 +178,18 @@ Answer Join(Words& words) {
     return answer;
 }
 
-Answer Quit(Words& words) {
-    words.End();
+Answer Quit(const Arguments&) {
     g_quit = true;
     return {};
 }
 
-Answer Help(Words& words) {
+Answer Help(const Arguments& given) {
     Answer answer;
-    const std::string wanted = words.Empty() ? "" : words.Take("command");
-    for (const auto* group :
-         {&DeviceCommands(), &SystemCommands(), &CallCommands(), &ConversationCommands()}) {
-        for (const Command& command : *group) {
-            if (wanted.empty() || wanted == command.name) {
-                answer.lines.push_back(std::string(command.name) + " " + std::string(command.usage));
-                answer.lines.push_back("      " + std::string(command.meaning));
-            }
+    const std::string wanted = given.Text("COMMAND", "");
+    for (const Command* const command : AllCommands()) {
+        if (wanted.empty() || wanted == command->name) {
+            answer.lines.push_back(std::string(command->name) + " " + std::string(command->usage));
+            answer.lines.push_back("      " + std::string(command->meaning));
         }
     }
     if (answer.lines.empty()) {
@@ -224,8 +205,8 @@ const std::vector<Command>& ConversationCommands() {
         {"status", "", "Everything at a glance: key=value pairs in one line.", &Status, true},
         {"get", "KEY...", "Some of the pairs of status, and handles: how many the service holds.", &Get,
          true},
-        {"wait", "KEY=VALUE|KEY!=VALUE... [within MS]", "Waits until all of it is so (10 s unless told).",
-         &Wait, true},
+        {"wait", "CONDITION... [within MS]",
+         "Waits until all of it is so, each KEY=VALUE or KEY!=VALUE (10 s unless told).", &Wait, true},
         {"settle", "[quiet MS] [within MS]",
          "Waits until every event is handled, nothing is due and no call was made for so long (200 ms).",
          &Settle, true},
@@ -240,22 +221,20 @@ const std::vector<Command>& ConversationCommands() {
     return commands;
 }
 
-bool Perform(Words words) {
-    if (words.Empty()) {
+bool Perform(const Words& words) {
+    if (words.empty()) {
         return true;
     }
-    std::vector<std::string> lines;
-    bool done = false;
-    const std::string last = Execute(words, lines, done);
-    Print(lines, last);
-    return done;
+    const Outcome outcome = Execute(words);
+    Print(outcome.lines, outcome.last);
+    return outcome.isDone;
 }
 
 void Converse() {
     std::string line;
     while (!g_quit && std::getline(std::cin, line)) {
         try {
-            Perform(Words(line));
+            Perform(SplitWords(line));
         } catch (const CommandError& error) {
             Print({}, std::string("ERROR ") + error.what());
         }
@@ -265,7 +244,7 @@ void Converse() {
 void JoinBackground() {
     for (BackgroundCommand& command : Background()) {
         command.thread.join();
-        Print(command.lines, command.line + ": " + command.answer);
+        Print(command.outcome.lines, command.Shown());
     }
     Background().clear();
 }

@@ -20,9 +20,9 @@ struct Answer {
 /// One command. It throws `CommandError` when it cannot be carried out.
 struct Command {
     std::string_view name;
-    std::string_view usage;    ///< what may follow the name
+    std::string_view usage;    ///< what may follow the name, as `Arguments` reads it
     std::string_view meaning;  ///< one sentence
-    Answer (*run)(Words& words);
+    Answer (*run)(const Arguments& given);
     /// Only looks or waits: the notebook may be settled in spite of it.
     bool looksOnly = false;
 };
@@ -33,9 +33,9 @@ const std::vector<Command>& SystemCommands();
 const std::vector<Command>& CallCommands();
 const std::vector<Command>& ConversationCommands();
 
-/// Carries out one line and prints its answer. Returns whether it was carried out. A line without
-/// a command does nothing and answers nothing.
-bool Perform(Words words);
+/// Carries out one command and prints its answer. Returns whether it was carried out. No words do nothing
+/// and answer nothing.
+bool Perform(const Words& words);
 
 /// Reads commands until the input ends or `quit` comes.
 void Converse();

@@ -12,7 +12,7 @@
 int wmain(int argc, wchar_t** argv) {
     using namespace Notebook;
     SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
-    std::vector<std::string> words;
+    Words words;
     for (int i = 1; i < argc; ++i) {
         words.push_back(Narrow(argv[i]));
     }
@@ -20,7 +20,7 @@ int wmain(int argc, wchar_t** argv) {
     if (words.empty()) {
         Converse();
     } else {
-        done = Perform(Words(std::move(words)));
+        done = Perform(words);
     }
     JoinBackground();
     return done ? 0 : 1;

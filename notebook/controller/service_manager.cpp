@@ -20,21 +20,28 @@ using ScHandle = Platform::UniqueServiceHandle;
     throw CommandError(what + " failed with error " + std::to_string(error));
 }
 
-ScHandle OpenManager() {
-    ScHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-    if (!manager) {
-        Fail("OpenSCManager", GetLastError());
+/// What a call gave, which has to be something.
+template <class Handle>
+Handle Checked(Handle handle, const std::string& what) {
+    if (!handle) {
+        Fail(what, GetLastError());
     }
-    return manager;
+    return handle;
+}
+
+ScHandle OpenManager() {
+    return Checked(ScHandle(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)), "OpenSCManager");
 }
 
 ScHandle OpenInstalled(const std::wstring& name) {
-    const ScHandle manager = OpenManager();
-    ScHandle service(OpenServiceW(manager.Get(), name.c_str(), SERVICE_ALL_ACCESS));
-    if (!service) {
-        Fail("OpenService " + Narrow(name), GetLastError());
+    return Checked(ScHandle(OpenServiceW(OpenManager().Get(), name.c_str(), SERVICE_ALL_ACCESS)),
+                   "OpenService " + Narrow(name));
+}
+
+void Delete(const ScHandle& service, const std::wstring& name) {
+    if (DeleteService(service.Get()) == FALSE) {
+        Fail("DeleteService " + Narrow(name), GetLastError());
     }
-    return service;
 }
 
 /// Not every service manager notices at once that a process was killed.
@@ -135,15 +142,11 @@ void InstallStub(const std::wstring& name, const std::wstring& executable) {
     if (QueryService(name).installed) {
         return;
     }
-    const ScHandle manager = OpenManager();
     const std::wstring command = L"\"" + executable + L"\" " + name;
-    const ScHandle service(CreateServiceW(manager.Get(), name.c_str(), name.c_str(), SERVICE_ALL_ACCESS,
-                                          SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START,
-                                          SERVICE_ERROR_NORMAL, command.c_str(), nullptr, nullptr, nullptr,
-                                          nullptr, nullptr));
-    if (!service) {
-        Fail("CreateService " + Narrow(name), GetLastError());
-    }
+    Checked(ScHandle(CreateServiceW(OpenManager().Get(), name.c_str(), name.c_str(), SERVICE_ALL_ACCESS,
+                                    SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
+                                    command.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr)),
+            "CreateService " + Narrow(name));
 }
 
 void StopStub(const std::wstring& name) {
@@ -162,9 +165,7 @@ void StopStub(const std::wstring& name) {
 void MarkForDeletion(const std::wstring& name) {
     static ScHandle kept;
     kept = OpenInstalled(name);
-    if (DeleteService(kept.Get()) == FALSE) {
-        Fail("DeleteService " + Narrow(name), GetLastError());
-    }
+    Delete(kept, name);
 }
 
 void RemoveStub(const std::wstring& name) {
@@ -172,10 +173,7 @@ void RemoveStub(const std::wstring& name) {
         return;
     }
     StopStub(name);
-    const ScHandle service = OpenInstalled(name);
-    if (DeleteService(service.Get()) == FALSE) {
-        Fail("DeleteService " + Narrow(name), GetLastError());
-    }
+    Delete(OpenInstalled(name), name);
 }
 
 std::string RunProgram(const std::wstring& commandLine, DWORD& exitCode) {

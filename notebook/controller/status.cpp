@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -24,9 +25,9 @@ Machine& Raw() {
 }
 
 const Adapter* Named(const Devices& devices, std::string_view name) {
-    for (std::uint32_t i = 0; i < devices.adapterCount; ++i) {
-        if (devices.adapters[i].present != 0 && name == devices.adapters[i].name) {
-            return &devices.adapters[i];
+    for (const Adapter& adapter : Adapters(devices)) {
+        if (name == adapter.name) {
+            return &adapter;
         }
     }
     return nullptr;
@@ -41,10 +42,10 @@ std::string LinkText(const Adapter* adapter) {
 
 std::string Cables(const Devices& devices) {
     std::string text;
-    for (std::uint32_t i = 0; i < devices.adapterCount; ++i) {
-        const Adapter& adapter = devices.adapters[i];
-        if (adapter.present != 0 && adapter.role == AdapterRole::Cable) {
-            text += (text.empty() ? "" : ",") + std::to_string(adapter.number) + ":" + LinkText(&adapter);
+    for (const Adapter& adapter : Adapters(devices)) {
+        const std::string_view name = adapter.name;
+        if (name.starts_with("cable")) {
+            text += (text.empty() ? "" : ",") + std::string(name.substr(5)) + ":" + LinkText(&adapter);
         }
     }
     return text.empty() ? "none" : text;
@@ -68,16 +69,40 @@ std::string WlanText(const WlanAdapter& adapter) {
     return AllPhysAre(adapter, kRadioOn) ? "on" : AllPhysAre(adapter, kRadioOff) ? "off" : "mixed";
 }
 
-std::string PhysText(const WlanAdapter& adapter) {
+/// What each PHY shows, with commas between.
+template <class Function>
+std::string PhysText(const WlanAdapter& adapter, Function show) {
     std::string text;
-    for (std::uint32_t i = 0; i < adapter.phyCount; ++i) {
-        text += (i == 0 ? "" : ",") + RadioText(adapter.phys[i].software);
+    for (const Phy& phy : std::span(adapter.phys, adapter.phyCount)) {
+        text += (text.empty() ? "" : ",") + show(phy);
     }
     return text.empty() ? "none" : text;
 }
 
 std::string ModemText(const Modem& modem) {
     return modem.present == 0 ? "none" : modem.software != 0 ? "on" : "off";
+}
+
+std::string RegistryTypeName(DWORD type) {
+    static constexpr std::pair<DWORD, const char*> kNames[] = {
+        {REG_SZ, "REG_SZ"},       {REG_EXPAND_SZ, "REG_EXPAND_SZ"}, {REG_BINARY, "REG_BINARY"},
+        {REG_DWORD, "REG_DWORD"}, {REG_MULTI_SZ, "REG_MULTI_SZ"},   {REG_QWORD, "REG_QWORD"}};
+    for (const auto& [known, name] : kNames) {
+        if (known == type) {
+            return name;
+        }
+    }
+    return "REG_" + std::to_string(type);
+}
+
+std::string Hex(const std::vector<BYTE>& data) {
+    std::string text;
+    for (const BYTE byte : data) {
+        char digits[4];
+        std::snprintf(digits, sizeof(digits), "%02x", byte);
+        text += digits;
+    }
+    return text;
 }
 
 std::string StoredText(const std::optional<RegistryValue>& value) {
@@ -99,34 +124,12 @@ std::string TypeText(const std::optional<RegistryValue>& value) {
     return value ? RegistryTypeName(value->type) : "none";
 }
 
-std::string CountText(Call call) {
-    return std::to_string(Raw().counts[static_cast<std::size_t>(call)].calls);
-}
-
-std::string PhySets(const WlanAdapter& adapter) {
-    std::string text;
-    for (std::uint32_t i = 0; i < adapter.phyCount; ++i) {
-        text += (i == 0 ? "" : ",") + std::to_string(adapter.phys[i].sets);
-    }
-    return text.empty() ? "none" : text;
-}
-
 std::string ModemSets(const Devices& devices) {
     std::uint32_t sets = 0;
     for (const Modem& modem : devices.modems) {
         sets += modem.sets;
     }
     return std::to_string(sets);
-}
-
-std::string ConnectivityText(const Devices& devices) {
-    std::uint32_t all = 0;
-    for (std::uint32_t i = 0; i < devices.adapterCount; ++i) {
-        all |= devices.adapters[i].present != 0 ? devices.adapters[i].connectivity : 0U;
-    }
-    char text[16];
-    std::snprintf(text, sizeof(text), "0x%x", all);
-    return text;
 }
 
 std::string ReportedText() {
@@ -139,10 +142,6 @@ std::string ReportedText() {
     state.installed = true;
     state.state = service.reports[(service.reportCount - 1) % kReportCapacity].status.dwCurrentState;
     return StateName(state);
-}
-
-std::string StubText(const wchar_t* name) {
-    return StateName(QueryService(name));
 }
 
 /// One entry of the system's list of handles (NtQuerySystemInformation,
@@ -190,53 +189,72 @@ constexpr std::string_view kHandlesKey = "handles";
 
 using Reader = std::function<std::string(Snapshot&)>;
 
+Reader Link(const char* adapter) {
+    return [adapter](Snapshot& s) { return LinkText(Named(s.TheDevices(), adapter)); };
+}
+
+Reader Stub(const wchar_t* name) {
+    return [name](Snapshot&) { return StateName(QueryService(name)); };
+}
+
+Reader Calls(Call call) {
+    return [call](Snapshot&) { return std::to_string(Raw().counts[static_cast<std::size_t>(call)].calls); };
+}
+
+Reader Held(LONG Ledger::*what) {
+    return [what](Snapshot&) { return std::to_string(Raw().ledger.*what); };
+}
+
+Reader Stored(const RegistryPlace& place, std::string (*show)(const std::optional<RegistryValue>&)) {
+    return [place, show](Snapshot&) { return show(Read(place)); };
+}
+
+std::string BytesText(const std::optional<RegistryValue>& value) {
+    return value ? Hex(value->data) : "";
+}
+
 /// The pairs of a status, in its order.
 const std::vector<std::pair<std::string_view, Reader>>& Pairs() {
     static const std::vector<std::pair<std::string_view, Reader>> pairs = {
-        {"cable", [](Snapshot& s) { return LinkText(Named(s.TheDevices(), "cable1")); }},
+        {"cable", Link("cable1")},
         {"cables", [](Snapshot& s) { return Cables(s.TheDevices()); }},
-        {"vpn", [](Snapshot& s) { return LinkText(Named(s.TheDevices(), "vpn")); }},
-        {"virtual", [](Snapshot& s) { return LinkText(Named(s.TheDevices(), "virtual")); }},
-        {"wifi_link", [](Snapshot& s) { return LinkText(Named(s.TheDevices(), "wifi1")); }},
-        {"connectivity", [](Snapshot& s) { return ConnectivityText(s.TheDevices()); }},
+        {"vpn", Link("vpn")},
+        {"virtual", Link("virtual")},
         {"wifi", [](Snapshot& s) { return WlanText(s.TheDevices().wlan[0]); }},
-        {"phys", [](Snapshot& s) { return PhysText(s.TheDevices().wlan[0]); }},
+        {"phys",
+         [](Snapshot& s) {
+             return PhysText(s.TheDevices().wlan[0], [](const Phy& phy) { return RadioText(phy.software); });
+         }},
         {"wifi2", [](Snapshot& s) { return WlanText(s.TheDevices().wlan[1]); }},
         {"wwan", [](Snapshot& s) { return ModemText(s.TheDevices().modems[0]); }},
         {"wwan2", [](Snapshot& s) { return ModemText(s.TheDevices().modems[1]); }},
         {"airplane", [](Snapshot&) { return std::string(AirplaneIsOn() ? "on" : "off"); }},
         {"asleep", [](Snapshot& s) { return std::string(s.TheDevices().asleep != 0 ? "yes" : "no"); }},
-        {"stored_wlan", [](Snapshot& s) { return StoredText(s.Stored(StoredRadio::Wlan)); }},
-        {"stored_wwan", [](Snapshot& s) { return StoredText(s.Stored(StoredRadio::Wwan)); }},
-        {"stored_wlan_type", [](Snapshot& s) { return TypeText(s.Stored(StoredRadio::Wlan)); }},
-        {"stored_wwan_type", [](Snapshot& s) { return TypeText(s.Stored(StoredRadio::Wwan)); }},
-        {"stored_wlan_bytes",
-         [](Snapshot& s) {
-             const auto& value = s.Stored(StoredRadio::Wlan);
-             return value ? Hex(value->data) : "";
-         }},
-        {"stored_wwan_bytes",
-         [](Snapshot& s) {
-             const auto& value = s.Stored(StoredRadio::Wwan);
-             return value ? Hex(value->data) : "";
-         }},
+        {"stored_wlan", Stored(kStoredWlan, &StoredText)},
+        {"stored_wwan", Stored(kStoredWwan, &StoredText)},
+        {"stored_wlan_type", Stored(kStoredWlan, &TypeText)},
+        {"stored_wwan_type", Stored(kStoredWwan, &TypeText)},
+        {"stored_wlan_bytes", Stored(kStoredWlan, &BytesText)},
+        {"stored_wwan_bytes", Stored(kStoredWwan, &BytesText)},
         {"service", [](Snapshot& s) { return StateName(s.Service()); }},
         {"pid", [](Snapshot& s) { return std::to_string(s.Service().process); }},
         {"exit", [](Snapshot& s) { return std::to_string(s.Service().exitCode); }},
         {"reported", [](Snapshot&) { return ReportedText(); }},
-        {"runs", [](Snapshot&) { return std::to_string(Raw().service.runs); }},
-        {"wlansvc", [](Snapshot&) { return StubText(L"WlanSvc"); }},
-        {"wwansvc", [](Snapshot&) { return StubText(L"WwanSvc"); }},
-        {"wlan_sets", [](Snapshot&) { return CountText(Call::WlanSetInterface); }},
-        {"phy_sets", [](Snapshot& s) { return PhySets(s.TheDevices().wlan[0]); }},
+        {"wlansvc", Stub(L"WlanSvc")},
+        {"wwansvc", Stub(L"WwanSvc")},
+        {"wlan_sets", Calls(Call::WlanSetInterface)},
+        {"phy_sets",
+         [](Snapshot& s) {
+             return PhysText(s.TheDevices().wlan[0], [](const Phy& phy) { return std::to_string(phy.sets); });
+         }},
         {"wwan_sets", [](Snapshot& s) { return ModemSets(s.TheDevices()); }},
-        {"event_log", [](Snapshot&) { return CountText(Call::ReportEvent); }},
-        {"wlan_handles", [](Snapshot&) { return std::to_string(Raw().ledger.wlanHandles); }},
-        {"wlan_memory", [](Snapshot&) { return std::to_string(Raw().ledger.wlanMemory); }},
-        {"wlan_registrations", [](Snapshot&) { return std::to_string(Raw().ledger.wlanRegistrations); }},
-        {"com_references", [](Snapshot&) { return std::to_string(Raw().ledger.comReferences); }},
-        {"com_sinks", [](Snapshot&) { return std::to_string(Raw().ledger.comSinks); }},
-        {"event_sources", [](Snapshot&) { return std::to_string(Raw().ledger.eventSources); }},
+        {"event_log", Calls(Call::ReportEvent)},
+        {"wlan_handles", Held(&Ledger::wlanHandles)},
+        {"wlan_memory", Held(&Ledger::wlanMemory)},
+        {"wlan_registrations", Held(&Ledger::wlanRegistrations)},
+        {"com_references", Held(&Ledger::comReferences)},
+        {"com_sinks", Held(&Ledger::comSinks)},
+        {"event_sources", Held(&Ledger::eventSources)},
     };
     return pairs;
 }
@@ -295,14 +313,6 @@ const ServiceState& Snapshot::Service() {
     return *m_service;
 }
 
-const std::optional<RegistryValue>& Snapshot::Stored(StoredRadio radio) {
-    auto& stored = radio == StoredRadio::Wlan ? m_wlan : m_wwan;
-    if (!stored) {
-        stored = ReadStored(radio);
-    }
-    return *stored;
-}
-
 std::string StatusLine() {
     Snapshot snapshot;
     std::string line;
@@ -333,51 +343,19 @@ Condition ParseCondition(const std::string& text) {
     return {text.substr(0, equal ? equals : equals - 1), text.substr(equals + 1), equal};
 }
 
-bool IsSettled(Micros quiet) {
-    const ServiceState service = QueryService(kServiceName);
-    if (service.state == SERVICE_STOPPED) {
-        return true;
+std::string Unsettled(Micros quiet) {
+    if (QueryService(kServiceName).state == SERVICE_STOPPED) {
+        return {};
     }
     const ActivityCounts counts = CountActivity();
-    return counts.calls == 0 && counts.deliveries == 0 && counts.controls == 0 && counts.waits == 0 &&
-           counts.unseen == 0 && !counts.due && counts.idle >= quiet;
-}
-
-std::string ActivityText() {
-    const ActivityCounts counts = CountActivity();
+    if (counts.calls == 0 && counts.deliveries == 0 && counts.controls == 0 && counts.waits == 0 &&
+        counts.unseen == 0 && !counts.due && counts.idle >= quiet) {
+        return {};
+    }
     return "calls=" + std::to_string(counts.calls) + " deliveries=" + std::to_string(counts.deliveries) +
            " controls=" + std::to_string(counts.controls) + " waits=" + std::to_string(counts.waits) +
            " unseen=" + std::to_string(counts.unseen) + " due=" + (counts.due ? "yes" : "no") +
            " idle=" + std::to_string(counts.idle / kMicrosPerMilli);
-}
-
-std::string RegistryTypeName(DWORD type) {
-    switch (type) {
-        case REG_SZ:
-            return "REG_SZ";
-        case REG_EXPAND_SZ:
-            return "REG_EXPAND_SZ";
-        case REG_BINARY:
-            return "REG_BINARY";
-        case REG_DWORD:
-            return "REG_DWORD";
-        case REG_MULTI_SZ:
-            return "REG_MULTI_SZ";
-        case REG_QWORD:
-            return "REG_QWORD";
-        default:
-            return "REG_" + std::to_string(type);
-    }
-}
-
-std::string Hex(const std::vector<BYTE>& data) {
-    std::string text;
-    for (const BYTE byte : data) {
-        char digits[4];
-        std::snprintf(digits, sizeof(digits), "%02x", byte);
-        text += digits;
-    }
-    return text;
 }
 
 }  // namespace Notebook

@@ -17,13 +17,10 @@ class Snapshot {
   public:
     const Devices& TheDevices();
     const ServiceState& Service();
-    const std::optional<RegistryValue>& Stored(StoredRadio radio);
 
   private:
     std::unique_ptr<Devices> m_devices;
     std::optional<ServiceState> m_service;
-    std::optional<std::optional<RegistryValue>> m_wlan;
-    std::optional<std::optional<RegistryValue>> m_wwan;
 };
 
 /// All pairs but what is costly to find out, key=value, blanks between.
@@ -39,14 +36,8 @@ struct Condition {
 /// Reads KEY=VALUE or KEY!=VALUE.
 Condition ParseCondition(const std::string& text);
 
-/// Whether the service has nothing to do with the devices: every event handled, no control and no
-/// call in progress, no thread that sleeps or waits with a time limit, nothing due, and no call for
-/// so long.
-bool IsSettled(Micros quiet);
-/// What keeps it from being settled.
-std::string ActivityText();
-
-std::string RegistryTypeName(DWORD type);
-std::string Hex(const std::vector<BYTE>& data);
+/// What keeps the service from being settled; empty when nothing does: every event handled, no control and no
+/// call in progress, no thread that sleeps or waits with a time limit, nothing due, and no call for so long.
+std::string Unsettled(Micros quiet);
 
 }  // namespace Notebook

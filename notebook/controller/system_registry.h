@@ -9,36 +9,43 @@
 
 namespace Notebook {
 
-/// The stored wish for one radio, as the service keeps it.
-enum class StoredRadio { Wlan, Wwan };
+/// A value of the machine's registry (HKEY_LOCAL_MACHINE); without a name the key's default one.
+struct RegistryPlace {
+    const wchar_t* key;
+    const wchar_t* name;
+};
 
-/// A registry value as it stands.
+/// The stored choice for each radio, as the service keeps it.
+inline constexpr RegistryPlace kStoredWlan = {L"SOFTWARE\\Orva\\Orva Brimlet Support\\WlanPowerStatus",
+                                              L"PowerOnOff"};
+inline constexpr RegistryPlace kStoredWwan = {L"SOFTWARE\\Orva\\Orva Brimlet Support\\WwanPowerStatus",
+                                              L"PowerOnOff"};
+/// Airplane mode, where the system keeps it.
+inline constexpr RegistryPlace kAirplane = {
+    L"SYSTEM\\CurrentControlSet\\Control\\RadioManagement\\SystemRadioState", nullptr};
+/// The logging policy of the product, the one of the executable alone, and the key above both.
+inline constexpr wchar_t kPolicyKey[] = L"Software\\Policies\\Orva\\Orva Brimlet Support";
+inline constexpr wchar_t kExecutablePolicyKey[] =
+    L"Software\\Policies\\Orva\\Orva Brimlet Support\\LinkvaneService";
+inline constexpr wchar_t kPolicyRoot[] = L"Software\\Policies\\Orva";
+
+/// A registry value as it stands; a text may lack its terminating null.
 struct RegistryValue {
     DWORD type = REG_NONE;
     std::vector<BYTE> data;
 };
-
-/// The value, or nothing when there is none. A text without its terminating null comes as it is.
-std::optional<RegistryValue> ReadStored(StoredRadio radio);
-void WriteStored(StoredRadio radio, const RegistryValue& value);
-/// Removes the whole key.
-void DeleteStored(StoredRadio radio);
-
 /// Text as a registry value holds it, with its terminating null.
 RegistryValue TextValue(DWORD type, const std::wstring& text);
 RegistryValue NumberValue(std::uint32_t number);
 
-/// Airplane mode, where the system keeps it. The key is made when it is missing.
-std::optional<RegistryValue> ReadAirplane();
-bool AirplaneIsOn();
-void WriteAirplane(const RegistryValue& value);
-void WriteAirplane(bool on);
-void DeleteAirplaneValue();
-void DeleteAirplaneKey();
+/// The value, or nothing when there is none.
+std::optional<RegistryValue> Read(const RegistryPlace& place);
+/// Makes the key when it is missing.
+void Write(const RegistryPlace& place, const RegistryValue& value);
+void DeleteValue(const RegistryPlace& place);
+void DeleteKey(const wchar_t* key);
 
-/// A value below the logging policy of the product, or of the executable alone.
-void WritePolicy(bool executableOnly, const std::wstring& name, const RegistryValue& value);
-void DeletePolicies();
+bool AirplaneIsOn();
 
 /// Makes the prefix load the hardware: the programs that are tested take the DLL that
 /// stands beside them.

@@ -1,7 +1,10 @@
 #include "notebook/controller/words.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdio>
+#include <set>
+#include <span>
 
 namespace Notebook {
 
@@ -63,16 +66,200 @@ std::string ReadQuoted(std::string_view line, std::size_t& at) {
     return word;
 }
 
+/// One piece of a usage: a choice of words, or a group with its alternatives.
+struct Item {
+    Words words;
+    std::vector<std::vector<Item>> alternatives;
+    bool isOptional = false;
+    bool repeats = false;
+};
+using Sequence = std::vector<Item>;
+
+/// A usage in its tokens: brackets, bars between alternatives, words.
+Words Tokens(std::string_view usage) {
+    std::string spaced;
+    for (std::size_t i = 0; i < usage.size(); ++i) {
+        const bool isBracket = std::string_view("[]()").find(usage[i]) != std::string_view::npos;
+        const bool beginsDots = usage[i] == '.' && usage[i - 1] != '.';
+        spaced +=
+            isBracket ? std::string{' ', usage[i], ' '} : (beginsDots ? " " : "") + std::string(1, usage[i]);
+    }
+    return SplitWords(spaced);
+}
+
+/// Reads alternatives up to their closing bracket, which is left behind.
+std::vector<Sequence> ReadAlternatives(std::span<const std::string>& tokens) {
+    std::vector<Sequence> all(1);
+    while (!tokens.empty()) {
+        const std::string token = tokens.front();
+        tokens = tokens.subspan(1);
+        if (token == "]" || token == ")") {
+            break;
+        }
+        if (token == "|") {
+            all.emplace_back();
+        } else if (token == "...") {
+            all.back().back().repeats = true;
+        } else if (token == "[" || token == "(") {
+            all.back().push_back({{}, ReadAlternatives(tokens), token == "["});
+        } else {
+            Item& item = all.back().emplace_back();
+            for (std::size_t from = 0, to = 0; to != std::string::npos; from = to + 1) {
+                to = token.find('|', from);
+                item.words.push_back(token.substr(from, to - from));
+            }
+        }
+    }
+    return all;
+}
+
+/// Whether a word of a usage stands for a value.
+bool IsName(std::string_view word) {
+    return std::none_of(word.begin(), word.end(),
+                        [](char letter) { return letter >= 'a' && letter <= 'z'; }) &&
+           word.front() >= 'A';
+}
+
+bool Starts(const Sequence& sequence, const std::string& word, bool byName);
+
+/// Whether an item begins with the word: with itself, or with a name that it may be a value of.
+bool Starts(const Item& item, const std::string& word, bool byName) {
+    return std::ranges::any_of(item.words,
+                               [&](const std::string& own) { return byName ? IsName(own) : own == word; }) ||
+           std::ranges::any_of(item.alternatives, [&](const Sequence& alternative) {
+               return Starts(alternative, word, byName);
+           });
+}
+
+bool Starts(const Sequence& sequence, const std::string& word, bool byName) {
+    for (const Item& item : sequence) {
+        if (Starts(item, word, byName)) {
+            return true;
+        }
+        if (!item.isOptional) {
+            return false;
+        }
+    }
+    return false;
+}
+
+/// The words with which an item may begin.
+std::string Beginnings(const Item& item) {
+    std::string text;
+    for (const std::string& word : item.words) {
+        text += (text.empty() ? "" : ", ") + word;
+    }
+    for (const Sequence& alternative : item.alternatives) {
+        text += (text.empty() ? "" : ", ") + Beginnings(alternative.front());
+    }
+    return text;
+}
+
 }  // namespace
 
-Words::Words(std::string_view line) {
+/// Reads words by a usage into arguments.
+class Reader {
+  public:
+    Reader(Arguments& arguments, std::string_view name, const Words& words)
+        : m_arguments(arguments), m_key(name), m_words(words) {}
+
+    void Read(const Sequence& sequence) {
+        for (std::size_t i = 0; i < sequence.size(); ++i) {
+            const Item& item = sequence[i];
+            if (item.isOptional) {
+                const auto end =
+                    std::find_if(sequence.begin() + static_cast<std::ptrdiff_t>(i), sequence.end(),
+                                 [](const Item& other) { return !other.isOptional; });
+                const auto count = static_cast<std::size_t>(end - sequence.begin()) - i;
+                ReadOptional(std::span(sequence).subspan(i, count));
+                i += count - 1;
+                continue;
+            }
+            do {
+                ReadOne(item);
+            } while (item.repeats && !m_words.empty() && Begins(item) && !IsBeginOfNext(sequence, i));
+        }
+    }
+
+    void End() const {
+        if (!m_words.empty()) {
+            throw CommandError("not understood: " + m_words.front());
+        }
+    }
+
+  private:
+    [[nodiscard]] bool Begins(const Item& item) const {
+        return Starts(item, m_words.front(), false) || Starts(item, m_words.front(), true);
+    }
+    [[nodiscard]] bool IsBeginOfNext(const Sequence& sequence, std::size_t i) const {
+        return i + 1 < sequence.size() && Starts(sequence[i + 1], m_words.front(), false);
+    }
+
+    /// Each at most once, in any order; those that have the word itself before those that take any.
+    void ReadOptional(std::span<const Item> items) {
+        std::set<const Item*> taken;
+        const auto next = [&](bool byName) {
+            return std::ranges::find_if(items, [&](const Item& item) {
+                return !taken.contains(&item) && Starts(item, m_words.front(), byName);
+            });
+        };
+        while (!m_words.empty()) {
+            auto found = next(false);
+            found = found == items.end() ? next(true) : found;
+            if (found == items.end()) {
+                return;
+            }
+            taken.insert(&*found);
+            ReadOne(*found);
+        }
+    }
+
+    void ReadOne(const Item& item) {
+        for (const bool byName : {false, true}) {
+            for (const Sequence& alternative : item.alternatives) {
+                if (!m_words.empty() && Starts(alternative, m_words.front(), byName)) {
+                    return Read(alternative);
+                }
+            }
+            for (const std::string& word : item.words) {
+                if (!m_words.empty() && (byName ? IsName(word) : word == m_words.front())) {
+                    return Take(word, item.words.size() > 1 || byName);
+                }
+            }
+        }
+        const std::string wanted = Beginnings(item);
+        const std::string found = m_words.empty() ? "" : ", not " + m_words.front();
+        throw CommandError((m_words.empty() ? "missing: " : "") + wanted + found);
+    }
+
+    void Take(const std::string& word, bool isValue) {
+        const std::string given = m_words.front();
+        m_words = m_words.subspan(1);
+        if (isValue) {
+            m_arguments.m_values[m_key].push_back(given);
+        } else {
+            m_key = word;
+        }
+        m_arguments.m_values[word];
+        if (IsName(word)) {
+            m_arguments.m_values[word].push_back(given);
+        }
+    }
+
+    Arguments& m_arguments;
+    std::string m_key;
+    std::span<const std::string> m_words;
+};
+
+Words SplitWords(std::string_view line) {
+    Words words;
     std::size_t at = 0;
     while (true) {
         while (at < line.size() && IsBlank(line[at])) {
             ++at;
         }
         if (at >= line.size() || line[at] == '#') {
-            return;
+            return words;
         }
         std::string word;
         while (at < line.size() && !IsBlank(line[at])) {
@@ -83,84 +270,58 @@ Words::Words(std::string_view line) {
                 word.push_back(letter);
             }
         }
-        m_words.push_back(std::move(word));
+        words.push_back(std::move(word));
     }
 }
 
-std::string_view Words::Peek() const {
-    return Empty() ? std::string_view() : std::string_view(m_words[m_next]);
-}
-
-std::string Words::Take(std::string_view what) {
-    if (Empty()) {
-        throw CommandError("missing: " + std::string(what));
+Arguments::Arguments(std::string_view name, std::string_view usage, const Words& words) {
+    const Words tokens = Tokens(usage);
+    std::span<const std::string> unread(tokens);
+    const std::vector<Sequence> alternatives = ReadAlternatives(unread);
+    Reader reader(*this, name, words);
+    if (alternatives.size() == 1) {
+        reader.Read(alternatives.front());
+    } else {
+        reader.Read({{{}, alternatives}});
     }
-    return m_words[m_next++];
+    reader.End();
 }
 
-bool Words::TakeIf(std::string_view word) {
-    if (Empty() || m_words[m_next] != word) {
-        return false;
+const std::string& Arguments::Text(std::string_view key) const {
+    const auto found = m_values.find(key);
+    if (found == m_values.end() || found->second.empty()) {
+        throw CommandError("missing: " + std::string(key));
     }
-    ++m_next;
-    return true;
+    return found->second.back();
 }
 
-void Words::TakeThe(std::string_view word) {
-    if (!TakeIf(word)) {
-        throw CommandError("missing: " + std::string(word) + (Empty() ? "" : " before " + m_words[m_next]));
+std::string Arguments::Text(std::string_view key, std::string_view otherwise) const {
+    return Has(key) ? Text(key) : std::string(otherwise);
+}
+
+std::uint32_t Arguments::Number(std::string_view key) const {
+    const std::string& text = Text(key);
+    const std::size_t prefix = text.starts_with("0x") ? 2 : 0;
+    const char* const end = text.data() + text.size();
+    std::uint32_t value = 0;
+    const auto [read, error] = std::from_chars(text.data() + prefix, end, value, prefix != 0 ? 16 : 10);
+    if (error != std::errc() || read != end) {
+        throw CommandError("no number: " + text);
     }
+    return value;
 }
 
-std::uint32_t Words::TakeNumber(std::string_view what) {
-    const std::int64_t value = TakeInteger(what);
-    if (value < 0 || value > UINT32_MAX) {
-        throw CommandError("out of range: " + std::string(what));
-    }
-    return static_cast<std::uint32_t>(value);
+std::uint32_t Arguments::Number(std::string_view key, std::uint32_t otherwise) const {
+    return Has(key) ? Number(key) : otherwise;
 }
 
-std::int64_t Words::TakeInteger(std::string_view what) {
-    const std::string word = Take(what);
-    std::string_view digits = word;
-    const bool negative = !digits.empty() && digits.front() == '-';
-    digits.remove_prefix(negative ? 1 : 0);
-    const bool hexadecimal = digits.substr(0, 2) == "0x";
-    digits.remove_prefix(hexadecimal ? 2 : 0);
-    std::int64_t value = 0;
-    const auto [end, error] =
-        std::from_chars(digits.data(), digits.data() + digits.size(), value, hexadecimal ? 16 : 10);
-    if (error != std::errc() || end != digits.data() + digits.size()) {
-        throw CommandError("no number: " + word);
-    }
-    return negative ? -value : value;
+std::uint32_t Arguments::Count(std::string_view key, std::string_view always) const {
+    return Text(key) == always ? UINT32_MAX : Number(key);
 }
 
-std::optional<std::uint32_t> Words::TakeNumberIf() {
-    const std::string_view next = Peek();
-    if (next.empty() || next.front() < '0' || next.front() > '9') {
-        return std::nullopt;
-    }
-    return TakeNumber("number");
-}
-
-bool Words::TakeOnOff() {
-    static constexpr std::pair<std::string_view, bool> kTable[] = {{"on", true}, {"off", false}};
-    return TakeOneOf(kTable);
-}
-
-void Words::End() const {
-    if (!Empty()) {
-        throw CommandError("not understood: " + m_words[m_next]);
-    }
-}
-
-std::string Words::Rest() const {
-    std::string rest;
-    for (std::size_t i = m_next; i < m_words.size(); ++i) {
-        rest += (rest.empty() ? "" : " ") + Quoted(m_words[i]);
-    }
-    return rest;
+Words Arguments::All(std::string_view key) const {
+    const auto found = m_values.find(key);
+    return found == m_values.end() ? Words() : found->second;
 }
 
 std::string Quoted(std::string_view word) {

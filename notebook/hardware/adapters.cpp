@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstring>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "notebook/hardware/call_scope.h"
@@ -22,7 +23,6 @@ namespace Notebook {
 namespace {
 
 constexpr char kNoAddress[] = "0.0.0.0";
-constexpr std::size_t kAlignment = alignof(IP_ADAPTER_ADDRESSES);
 
 /// The text of a fixed field, which need not have an end.
 template <std::size_t Size>
@@ -32,17 +32,38 @@ std::string FieldText(const char (&field)[Size]) {
 
 std::vector<Adapter> Snapshot() {
     LockedMachine machine;
-    std::vector<Adapter> adapters;
-    for (std::uint32_t i = 0; i < machine->devices.adapterCount; ++i) {
-        if (machine->devices.adapters[i].present != 0) {
-            adapters.push_back(machine->devices.adapters[i]);
-        }
-    }
-    return adapters;
+    auto present = Adapters(machine->devices);
+    return {present.begin(), present.end()};
 }
 
-void Describe(const Adapter& adapter, DWORD index, IP_ADAPTER_INFO& info) {
-    std::memset(&info, 0, sizeof(info));
+/// A list call: its errors, or what `fill` makes of the adapters in `list`, of which each takes one `Entry`.
+template <class Entry, class List, class Function>
+ULONG GiveList(CallScope& call, List* list, PULONG size, bool argumentsFit, Function fill) {
+    return static_cast<ULONG>(call.Answer([&]() -> HRESULT {
+        if (!argumentsFit) {
+            return ERROR_INVALID_PARAMETER;
+        }
+        const std::vector<Adapter> adapters = Snapshot();
+        if (adapters.empty()) {
+            return ERROR_NO_DATA;
+        }
+        const auto needed = static_cast<ULONG>(adapters.size() * sizeof(Entry));
+        if (list == nullptr || *size < needed) {
+            *size = needed;
+            return ERROR_BUFFER_OVERFLOW;
+        }
+        auto* const entries = reinterpret_cast<Entry*>(list);
+        for (std::size_t i = 0; i < adapters.size(); ++i) {
+            std::memset(static_cast<void*>(&entries[i]), 0, sizeof(Entry));
+            fill(adapters[i], static_cast<DWORD>(i + 1), entries[i],
+                 i + 1 < adapters.size() ? &entries[i + 1] : nullptr);
+        }
+        return ERROR_SUCCESS;
+    }));
+}
+
+void Describe(const Adapter& adapter, DWORD index, IP_ADAPTER_INFO& info, IP_ADAPTER_INFO* next) {
+    info.Next = next;
     info.Index = index;
     info.Type = adapter.type;
     info.DhcpEnabled = TRUE;
@@ -56,151 +77,61 @@ void Describe(const Adapter& adapter, DWORD index, IP_ADAPTER_INFO& info) {
     std::memcpy(info.IpAddressList.IpMask.String, "255.255.255.0", sizeof("255.255.255.0"));
 }
 
+/// An adapter with its texts and address, which the record points to.
+struct AddressEntry {
+    IP_ADAPTER_ADDRESSES record;
+    IP_ADAPTER_UNICAST_ADDRESS address;
+    sockaddr_in socket;
+    char name[40];
+    wchar_t description[sizeof(Adapter::description) + 1];
+    wchar_t friendlyName[std::extent_v<decltype(Adapter::friendlyName)>];
+};
+
+void Describe(const Adapter& adapter, DWORD index, AddressEntry& entry, AddressEntry* next) {
+    IP_ADAPTER_ADDRESSES& record = entry.record;
+    record.Length = sizeof(record);
+    record.IfIndex = index;
+    record.Next = next == nullptr ? nullptr : &next->record;
+    record.AdapterName = entry.name;
+    record.Description = entry.description;
+    record.FriendlyName = entry.friendlyName;
+    record.IfType = adapter.type;
+    record.OperStatus = adapter.plugged != 0 ? IfOperStatusUp : IfOperStatusDown;
+    CopyText(entry.name, Narrow(GuidText(adapter.id)));
+    // As Windows shows an adapter's name: each byte a letter.
+    std::ranges::transform(FieldText(adapter.description), entry.description,
+                           [](char letter) { return static_cast<unsigned char>(letter); });
+    CopyText(entry.friendlyName, std::wstring_view(adapter.friendlyName));
+    if (adapter.hasAddress != 0) {
+        record.FirstUnicastAddress = &entry.address;
+        entry.socket.sin_family = AF_INET;
+        entry.socket.sin_addr.s_addr = inet_addr(adapter.address);
+        entry.address.Length = sizeof(entry.address);
+        entry.address.Address.lpSockaddr = reinterpret_cast<SOCKADDR*>(&entry.socket);
+        entry.address.Address.iSockaddrLength = sizeof(entry.socket);
+    }
+}
+
 }  // namespace
 
 ULONG WINAPI NotebookAdaptersInfo(PIP_ADAPTER_INFO list, PULONG size) {
     CallScope call(Call::GetAdaptersInfo);
     call.Detail("%lu bytes", size != nullptr ? *size : 0);
-    if (call.Refused()) {
-        return call.Result(call.Error());
-    }
-    if (size == nullptr) {
-        return call.Result(static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-    }
-    const std::vector<Adapter> adapters = Snapshot();
-    if (adapters.empty()) {
-        return call.Result(static_cast<DWORD>(ERROR_NO_DATA));
-    }
-    const auto needed = static_cast<ULONG>(adapters.size() * sizeof(IP_ADAPTER_INFO));
-    if (list == nullptr || *size < needed) {
-        *size = needed;
-        return call.Result(static_cast<DWORD>(ERROR_BUFFER_OVERFLOW));
-    }
-    for (std::size_t i = 0; i < adapters.size(); ++i) {
-        Describe(adapters[i], static_cast<DWORD>(i + 1), list[i]);
-        list[i].Next = i + 1 < adapters.size() ? &list[i + 1] : nullptr;
-    }
-    return call.Result(static_cast<DWORD>(ERROR_SUCCESS));
+    return GiveList<IP_ADAPTER_INFO>(call, list, size, size != nullptr,
+                                     [](auto&&... what) { Describe(what...); });
 }
-
-namespace {
-
-/// Lays the adapters and their texts out in one block; run once without a block to measure.
-class AddressList {
-  public:
-    explicit AddressList(std::byte* block) : m_block(block) {}
-
-    void Add(const Adapter& adapter) {
-        auto* const record = Place<IP_ADAPTER_ADDRESSES>();
-        const std::string id = Narrow(GuidText(adapter.id));
-        char* const name = PlaceText(id.c_str(), id.size() + 1);
-        const std::wstring wideDescription = Widened(FieldText(adapter.description));
-        wchar_t* const description = PlaceText(wideDescription.c_str(), wideDescription.size() + 1);
-        wchar_t* const friendly = PlaceText(adapter.friendlyName, std::wcslen(adapter.friendlyName) + 1);
-        IP_ADAPTER_UNICAST_ADDRESS* const address = adapter.hasAddress != 0 ? PlaceAddress(adapter) : nullptr;
-        if (record == nullptr) {
-            return;
-        }
-        record->Length = sizeof(IP_ADAPTER_ADDRESSES);
-        record->AdapterName = name;
-        record->Description = description;
-        record->FriendlyName = friendly;
-        record->FirstUnicastAddress = address;
-        record->IfType = adapter.type;
-        record->IfIndex = ++m_count;
-        record->OperStatus = adapter.plugged != 0 ? IfOperStatusUp : IfOperStatusDown;
-        if (m_last != nullptr) {
-            m_last->Next = record;
-        }
-        m_last = record;
-    }
-
-    [[nodiscard]] std::size_t Size() const { return m_used; }
-
-  private:
-    /// As Windows shows an adapter's name: each byte a letter.
-    static std::wstring Widened(const std::string& text) {
-        std::wstring wide;
-        for (const char letter : text) {
-            wide.push_back(static_cast<unsigned char>(letter));
-        }
-        return wide;
-    }
-
-    template <class T>
-    T* Place(std::size_t count = 1) {
-        m_used = (m_used + kAlignment - 1) / kAlignment * kAlignment;
-        auto* const place = m_block == nullptr ? nullptr : reinterpret_cast<T*>(m_block + m_used);
-        m_used += sizeof(T) * count;
-        if (place != nullptr) {
-            std::memset(static_cast<void*>(place), 0, sizeof(T) * count);
-        }
-        return place;
-    }
-
-    template <class Char>
-    Char* PlaceText(const Char* text, std::size_t length) {
-        Char* const place = Place<Char>(length);
-        if (place != nullptr) {
-            std::copy_n(text, length, place);
-        }
-        return place;
-    }
-
-    IP_ADAPTER_UNICAST_ADDRESS* PlaceAddress(const Adapter& adapter) {
-        auto* const address = Place<IP_ADAPTER_UNICAST_ADDRESS>();
-        auto* const socket = Place<sockaddr_in>();
-        if (address != nullptr) {
-            socket->sin_family = AF_INET;
-            socket->sin_addr.s_addr = inet_addr(adapter.address);
-            address->Length = sizeof(IP_ADAPTER_UNICAST_ADDRESS);
-            address->Address.lpSockaddr = reinterpret_cast<SOCKADDR*>(socket);
-            address->Address.iSockaddrLength = sizeof(sockaddr_in);
-        }
-        return address;
-    }
-
-    std::byte* m_block;
-    std::size_t m_used = 0;
-    DWORD m_count = 0;
-    IP_ADAPTER_ADDRESSES* m_last = nullptr;
-};
-
-}  // namespace
 
 ULONG WINAPI NotebookAdaptersAddresses(ULONG family, ULONG flags, PVOID reserved, PIP_ADAPTER_ADDRESSES list,
                                        PULONG size) {
     CallScope call(Call::GetAdaptersAddresses);
     call.Detail("family %lu, flags 0x%lx, %lu bytes", family, flags, size != nullptr ? *size : 0);
-    if (call.Refused()) {
-        return call.Result(call.Error());
-    }
-    if (size == nullptr || reserved != nullptr) {
-        return call.Result(static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-    }
-    const std::vector<Adapter> adapters = Snapshot();
-    if (adapters.empty()) {
-        return call.Result(static_cast<DWORD>(ERROR_NO_DATA));
-    }
-    AddressList measure(nullptr);
-    for (const Adapter& adapter : adapters) {
-        measure.Add(adapter);
-    }
-    if (list == nullptr || *size < measure.Size()) {
-        *size = static_cast<ULONG>(measure.Size());
-        return call.Result(static_cast<DWORD>(ERROR_BUFFER_OVERFLOW));
-    }
-    AddressList filled(reinterpret_cast<std::byte*>(list));
-    for (const Adapter& adapter : adapters) {
-        filled.Add(adapter);
-    }
-    return call.Result(static_cast<DWORD>(ERROR_SUCCESS));
+    return GiveList<AddressEntry>(call, list, size, size != nullptr && reserved == nullptr,
+                                  [](auto&&... what) { Describe(what...); });
 }
 
 BOOL WINAPI NotebookNetworkAlive(LPDWORD flags) {
     CallScope call(Call::IsNetworkAlive);
-    if (call.Refused()) {
-        SetLastError(call.Error());
+    if (call.RefusedWithLastError()) {
         call.Result(DWORD{FALSE});
         return FALSE;
     }

@@ -98,10 +98,10 @@ void CallScope::Obey() {
         slowMs = rule.slowMs;
         if (rule.kind != RuleKind::None && rule.skip != 0) {
             --rule.skip;
-        } else if (rule.kind != RuleKind::None && rule.left != 0) {
+        } else if (rule.kind != RuleKind::None && TakeOne(rule.left)) {
             kind = rule.kind;
             m_error = rule.error;
-            if (rule.left != kForEver && --rule.left == 0 && kind == RuleKind::Fail) {
+            if (rule.left == 0 && kind == RuleKind::Fail) {
                 rule.kind = RuleKind::None;
             }
         }

@@ -28,6 +28,13 @@ class CallScope {
 
     /// Whether the rule makes this call fail.
     [[nodiscard]] bool Refused() const noexcept { return m_refused; }
+    /// The same, for a call that leaves its error as the thread's last one.
+    [[nodiscard]] bool RefusedWithLastError() const noexcept {
+        if (m_refused) {
+            SetLastError(m_error);
+        }
+        return m_refused;
+    }
     /// The error with which it does: a Win32 error or an HRESULT, as the call has it.
     [[nodiscard]] DWORD Error() const noexcept { return m_error; }
     [[nodiscard]] HRESULT Hresult() const noexcept { return static_cast<HRESULT>(m_error); }
@@ -42,7 +49,8 @@ class CallScope {
         return result;
     }
 
-    /// The result of a call that answers an HRESULT: what its rule says, or else what the device does.
+    /// The result of a call that answers an HRESULT or a Win32 error: what its rule says, or else what the
+    /// device does.
     template <class Device>
     HRESULT Answer(Device device) {
         return Result(m_refused ? Hresult() : device());

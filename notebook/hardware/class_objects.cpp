@@ -25,15 +25,21 @@ const char* EventsName(REFIID events) {
 }
 
 HRESULT GetDeviceClass(REFCLSID clsid, REFIID iid, void** object) {
+    const struct {
+        const CLSID& id;
+        Call create;
+        Maker make;
+    } served[] = {{CLSID_NetworkListManager, Call::NetworkListManagerCreate, &MakeNetworkListManager},
+                  {CLSID_MbnInterfaceManager, Call::MbnInterfaceManagerCreate, &MakeMbnInterfaceManager},
+                  {CLSID_WbemLocator, Call::WbemLocatorCreate, &MakeWbemLocator}};
     *object = nullptr;
-    if (IsEqualCLSID(clsid, CLSID_NetworkListManager)) {
-        return GetClassObject(Call::NetworkListManagerCreate, &MakeNetworkListManager, iid, object);
-    }
-    if (IsEqualCLSID(clsid, CLSID_MbnInterfaceManager)) {
-        return GetClassObject(Call::MbnInterfaceManagerCreate, &MakeMbnInterfaceManager, iid, object);
-    }
-    if (IsEqualCLSID(clsid, CLSID_WbemLocator)) {
-        return GetClassObject(Call::WbemLocatorCreate, &MakeWbemLocator, iid, object);
+    for (const auto& [id, create, make] : served) {
+        if (IsEqualCLSID(clsid, id)) {
+            auto* const factory = new ClassObject(create, make);
+            const HRESULT result = factory->QueryInterface(iid, object);
+            factory->Release();
+            return result;
+        }
     }
     return CLASS_E_CLASSNOTAVAILABLE;
 }

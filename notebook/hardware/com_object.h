@@ -34,16 +34,20 @@ inline std::uint32_t CurrentRun() {
     }                                                \
     static_assert(true)
 
-template <class... Ids>
-bool IsOneOf(REFIID iid, const Ids&... ids) {
-    return (IsEqualIID(iid, ids) || ...);
-}
+/// An interface of a stand-in object and the identifiers, besides IUnknown's, that ask for it.
+template <class Type, const IID&... kIds>
+struct As {
+    using Interface = Type;
+    static bool IsAskedFor(REFIID iid) {
+        return IsEqualIID(iid, IID_IUnknown) || (IsEqualIID(iid, kIds) || ...);
+    }
+};
 
-/// Reference counting and QueryInterface for a stand-in object; every reference that is given out
-/// is counted in the ledger. Starts with one reference, for whoever made it. (Where the service is
-/// another process, those who hold the references are the stubs that stand for it.)
-template <class... Interfaces>
-class ComObject : public Interfaces... {
+/// Reference counting and QueryInterface for a stand-in object with interfaces `As<...>`; every reference
+/// that is given out is counted in the ledger. Starts with one reference, for whoever made it. (Where the
+/// service is another process, those who hold the references are the stubs that stand for it.)
+template <class... Each>
+class ComObject : public Each::Interface... {
   public:
     ComObject() { CountReferences(+1); }
     ComObject(const ComObject&) = delete;
@@ -74,7 +78,11 @@ class ComObject : public Interfaces... {
         if (object == nullptr) {
             return E_POINTER;
         }
-        *object = Find(iid);
+        *object = nullptr;
+        ((*object == nullptr && Each::IsAskedFor(iid)
+              ? static_cast<void>(*object = static_cast<typename Each::Interface*>(this))
+              : void()),
+         ...);
         if (*object == nullptr) {
             return E_NOINTERFACE;
         }
@@ -84,9 +92,6 @@ class ComObject : public Interfaces... {
 
   protected:
     virtual ~ComObject() = default;
-
-    /// The interface of that identifier, without a reference; null when the object has none.
-    virtual void* Find(REFIID iid) = 0;
 
   private:
     void CountReferences(LONG change) {
@@ -207,12 +212,13 @@ class SinkTable {
         return true;
     }
 
-    /// Calls every sink that subscribed before the event of that number. One whose process has ended
-    /// is let go of.
-    template <class Function>
-    void Tell(std::uint64_t number, Function function) {
+    /// Calls the method of every sink that subscribed before the event of that number. One whose process
+    /// has ended is let go of.
+    template <class... Parameters, class... Arguments>
+    void Tell(std::uint64_t number, HRESULT (STDMETHODCALLTYPE Sink::*method)(Parameters...),
+              Arguments... arguments) {
         for (const auto& [cookie, entry] : Since(number)) {
-            if (IsGone(function(*entry->sink))) {
+            if (IsGone((entry->sink->*method)(arguments...))) {
                 Remove(cookie);
             }
         }
@@ -260,9 +266,16 @@ class SinkTable {
     Entries m_entries;
 };
 
+/// Has the sinks of an event interface told: `Tell(number, &INetworkEvents::NetworkAdded, id)`.
+template <class Sink, class... Parameters, class... Arguments>
+void Tell(std::uint64_t number, HRESULT (STDMETHODCALLTYPE Sink::*method)(Parameters...),
+          Arguments... arguments) {
+    SinkTable<Sink>::Get().Tell(number, method, arguments...);
+}
+
 /// A connection point for one event interface.
 template <class Sink>
-class ConnectionPoint final : public ComObject<IConnectionPoint> {
+class ConnectionPoint final : public ComObject<As<IConnectionPoint, IID_IConnectionPoint>> {
   public:
     ConnectionPoint(IConnectionPointContainer* container, REFIID iid) : m_container(container), m_iid(iid) {
         m_container->AddRef();
@@ -280,36 +293,25 @@ class ConnectionPoint final : public ComObject<IConnectionPoint> {
     HRESULT STDMETHODCALLTYPE Advise(IUnknown* unknown, DWORD* cookie) override {
         CallScope call(Call::Advise);
         call.Detail("%s", EventsName(m_iid));
-        if (call.Refused()) {
-            return call.Result(call.Hresult());
-        }
-        if (unknown == nullptr || cookie == nullptr) {
-            return call.Result(E_POINTER);
-        }
-        Sink* sink = nullptr;
-        const HRESULT found = unknown->QueryInterface(m_iid, reinterpret_cast<void**>(&sink));
-        if (FAILED(found)) {
-            return call.Result(CONNECT_E_CANNOTCONNECT);
-        }
-        *cookie = SinkTable<Sink>::Get().Add(sink, m_iid);
-        return call.Result(S_OK);
+        return call.Answer([&]() -> HRESULT {
+            Sink* sink = nullptr;
+            if (unknown == nullptr || cookie == nullptr) {
+                return E_POINTER;
+            }
+            if (FAILED(unknown->QueryInterface(m_iid, reinterpret_cast<void**>(&sink)))) {
+                return CONNECT_E_CANNOTCONNECT;
+            }
+            *cookie = SinkTable<Sink>::Get().Add(sink, m_iid);
+            return S_OK;
+        });
     }
     HRESULT STDMETHODCALLTYPE Unadvise(DWORD cookie) override {
         CallScope call(Call::Unadvise);
         call.Detail("%s", EventsName(m_iid));
-        if (call.Refused()) {
-            return call.Result(call.Hresult());
-        }
-        return call.Result(SinkTable<Sink>::Get().Remove(cookie) ? S_OK : CONNECT_E_NOCONNECTION);
+        return call.Answer(
+            [&] { return SinkTable<Sink>::Get().Remove(cookie) ? S_OK : CONNECT_E_NOCONNECTION; });
     }
-    HRESULT STDMETHODCALLTYPE EnumConnections(IEnumConnections**) override { return E_NOTIMPL; }
-
-  protected:
-    void* Find(REFIID iid) override {
-        return IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IConnectionPoint)
-                   ? static_cast<IConnectionPoint*>(this)
-                   : nullptr;
-    }
+    NOTEBOOK_NOT_NEEDED(EnumConnections(IEnumConnections**));
 
   private:
     ~ConnectionPoint() override { m_container->Release(); }
@@ -318,11 +320,39 @@ class ConnectionPoint final : public ComObject<IConnectionPoint> {
     IID m_iid;
 };
 
-/// The class object of a stand-in; `Make` gives the object with one reference.
-template <class Make>
-class ClassObject final : public ComObject<IClassFactory> {
+/// An event interface that a stand-in tells, and its identifier.
+template <class Interface, const IID& kInterfaceId>
+struct Tells {
+    using Sink = Interface;
+    static constexpr const IID& kId = kInterfaceId;
+};
+
+/// A stand-in object that tells `Tells<...>` to those who subscribe.
+template <class Object, class... Events>
+class EventSource : public Object {
   public:
-    ClassObject(Call call, Make make) : m_call(call), m_make(std::move(make)) {}
+    NOTEBOOK_NOT_NEEDED(EnumConnectionPoints(IEnumConnectionPoints**));
+    HRESULT STDMETHODCALLTYPE FindConnectionPoint(REFIID iid, IConnectionPoint** point) override {
+        CallScope call(Call::FindConnectionPoint);
+        call.Detail("%s", EventsName(iid));
+        *point = nullptr;
+        return call.Answer([&] {
+            ((IsEqualIID(iid, Events::kId)
+                  ? static_cast<void>(*point = new ConnectionPoint<typename Events::Sink>(this, iid))
+                  : void()),
+             ...);
+            return *point == nullptr ? CONNECT_E_NOCONNECTION : S_OK;
+        });
+    }
+};
+
+/// Gives a new stand-in, or the one there is, with one reference.
+using Maker = IUnknown* (*)();
+
+/// The class object of a stand-in.
+class ClassObject final : public ComObject<As<IClassFactory, IID_IClassFactory>> {
+  public:
+    ClassObject(Call call, Maker make) : m_call(call), m_make(make) {}
 
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* outer, REFIID iid, void** object) override {
         CallScope call(m_call);
@@ -330,39 +360,21 @@ class ClassObject final : public ComObject<IClassFactory> {
             return call.Result(E_POINTER);
         }
         *object = nullptr;
-        if (call.Refused()) {
-            return call.Result(call.Hresult());
-        }
-        if (outer != nullptr) {
-            return call.Result(CLASS_E_NOAGGREGATION);
-        }
-        IUnknown* const made = m_make();
-        const HRESULT result = made->QueryInterface(iid, object);
-        made->Release();
-        return call.Result(result);
+        return call.Answer([&]() -> HRESULT {
+            if (outer != nullptr) {
+                return CLASS_E_NOAGGREGATION;
+            }
+            IUnknown* const made = m_make();
+            const HRESULT result = made->QueryInterface(iid, object);
+            made->Release();
+            return result;
+        });
     }
     HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
 
-  protected:
-    void* Find(REFIID iid) override {
-        return IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IClassFactory)
-                   ? static_cast<IClassFactory*>(this)
-                   : nullptr;
-    }
-
   private:
-    ~ClassObject() override = default;
-
     Call m_call;
-    Make m_make;
+    Maker m_make;
 };
-
-template <class Make>
-HRESULT GetClassObject(Call call, Make make, REFIID iid, void** object) {
-    auto* const factory = new ClassObject<Make>(call, std::move(make));
-    const HRESULT result = factory->QueryInterface(iid, object);
-    factory->Release();
-    return result;
-}
 
 }  // namespace Notebook

@@ -14,10 +14,11 @@ void DeliveryQueue::Post(Job job) {
     WakeConditionVariable(&m_filled);
 }
 
-void DeliveryQueue::Need(std::uint32_t threads) {
+void DeliveryQueue::Start() {
     const ExclusiveLock lock(m_lock);
-    for (; m_threads < threads; ++m_threads) {
+    if (!m_isWorkedOn) {
         CloseHandle(CreateThread(nullptr, 0, &DeliveryQueue::Main, this, 0, nullptr));
+        m_isWorkedOn = true;
     }
 }
 
@@ -53,9 +54,9 @@ std::uint64_t EventPump::Start() {
     if (m_byHand) {
         return machine->eventCount;
     }
-    m_wlan.Need(1);
-    m_modem.Need(1);
-    m_network.Need(1);
+    for (Line& line : m_lines) {
+        line.queue.Start();
+    }
     if (m_wake == nullptr) {
         const DWORD process = GetCurrentProcessId();
         m_wake = CreateEventW(nullptr, FALSE, FALSE, SharedState::ListenerEventName(process).c_str());
@@ -121,29 +122,31 @@ Micros EventPump::Collect() {
         due = NextDue(*machine);
     }
     for (const Numbered& item : news) {
-        Dispatch(item.event, item.number);
+        Deliver(item.event, item.number);
     }
     return due;
 }
 
-void EventPump::Dispatch(const Event& event, std::uint64_t number) {
-    switch (event.kind) {
+namespace {
+
+Channel ChannelOf(EventKind kind) {
+    switch (kind) {
         case EventKind::Wlan:
         case EventKind::WlanNullNotification:
-            Deliver(m_wlan, m_onWlan, event, number);
-            break;
+            return Channel::Wlan;
         case EventKind::ModemStateChange:
         case EventKind::ModemSetComplete:
-            Deliver(m_modem, m_onModem, event, number);
-            break;
+            return Channel::Modem;
         default:
-            Deliver(m_network, m_onNetwork, event, number);
-            break;
+            return Channel::Network;
     }
 }
 
-void EventPump::Deliver(DeliveryQueue& queue, Handler handler, const Event& event, std::uint64_t number) {
-    DeliveryQueue::Job job = [handler, event, number] {
+}  // namespace
+
+void EventPump::Deliver(const Event& event, std::uint64_t number) {
+    Line& line = m_lines[static_cast<std::size_t>(ChannelOf(event.kind))];
+    DeliveryQueue::Job job = [handler = line.handler.load(), event, number] {
         if (handler != nullptr) {
             handler(event, number);
         }
@@ -154,7 +157,7 @@ void EventPump::Deliver(DeliveryQueue& queue, Handler handler, const Event& even
     if (m_byHand) {
         job();
     } else {
-        queue.Post(std::move(job));
+        line.queue.Post(std::move(job));
     }
 }
 

@@ -11,17 +11,17 @@
 
 namespace Notebook {
 
-/// Threads of the hardware's own that call subscribers, each job once, in order for one thread.
-/// They wait without a time limit and live as long as the process. They enter no COM apartment: like
-/// the threads that bring calls from other processes they work in the multithreaded one while there
-/// is one, and do not keep it alive.
+/// A thread of the hardware's own that calls subscribers, each job once and in order. It waits without a
+/// time limit and lives as long as the process. It enters no COM apartment: like the threads that bring
+/// calls from other processes it works in the multithreaded one while there is one, and does not keep it
+/// alive.
 class DeliveryQueue {
   public:
     using Job = std::function<void()>;
 
     void Post(Job job);
-    /// Makes sure that so many threads work on the queue; never fewer than there are.
-    void Need(std::uint32_t threads);
+    /// From now on a thread works on the queue.
+    void Start();
 
   private:
     static DWORD WINAPI Main(void* queue);
@@ -30,12 +30,14 @@ class DeliveryQueue {
     SRWLOCK m_lock = SRWLOCK_INIT;
     CONDITION_VARIABLE m_filled = CONDITION_VARIABLE_INIT;
     std::deque<Job> m_jobs;
-    std::uint32_t m_threads = 0;
+    bool m_isWorkedOn = false;
 };
 
+/// The threads on which subscribers hear of the devices, as on Windows.
+enum class Channel { Wlan, Network, Modem };
+
 /// Takes what the devices announce out of the shared state and has it delivered to the subscribers
-/// of this process: WLAN notifications, network events and modem events on threads of their own,
-/// as Windows delivers them. Also the one who is awake when something is due.
+/// of this process. Also the one who is awake when something is due.
 class EventPump {
   public:
     static EventPump& Get();
@@ -50,30 +52,28 @@ class EventPump {
     void DeliverNow() { Collect(); }
 
     using Handler = void (*)(const Event& event, std::uint64_t number);
-    /// Who delivers an event to the subscribers; called on the kind's own thread. Set before the first
-    /// subscription. Events of a kind that this process does not serve are passed over.
-    void OnWlan(Handler handler) { m_onWlan = handler; }
-    void OnNetwork(Handler handler) { m_onNetwork = handler; }
-    void OnModem(Handler handler) { m_onModem = handler; }
+    /// Who delivers events to the subscribers; called on the channel's thread. Set before the first
+    /// subscription. Events of a channel that this process does not serve are passed over.
+    void On(Channel channel, Handler handler) {
+        m_lines[static_cast<std::size_t>(channel)].handler = handler;
+    }
 
   private:
     EventPump() = default;
     static DWORD WINAPI Main(void* pump);
     void Run();
     Micros Collect();
-    void Dispatch(const Event& event, std::uint64_t number);
-    void Deliver(DeliveryQueue& queue, Handler handler, const Event& event, std::uint64_t number);
+    void Deliver(const Event& event, std::uint64_t number);
 
     SRWLOCK m_lock = SRWLOCK_INIT;
     bool m_byHand = false;
     HANDLE m_wake = nullptr;
     std::uint64_t m_seen = 0;
-    DeliveryQueue m_wlan;
-    DeliveryQueue m_network;
-    DeliveryQueue m_modem;
-    std::atomic<Handler> m_onWlan = nullptr;
-    std::atomic<Handler> m_onNetwork = nullptr;
-    std::atomic<Handler> m_onModem = nullptr;
+    struct Line {
+        DeliveryQueue queue;
+        std::atomic<Handler> handler = nullptr;
+    };
+    Line m_lines[3];  ///< by channel
 };
 
 /// Waits until another thread has given up the exclusive lock; gives it back at scope end.

@@ -8,12 +8,11 @@
 #include <cstdio>
 #include <cstring>
 #include <cwchar>
-#include <map>
 #include <string>
 #include <vector>
 
 #include "notebook/hardware/call_scope.h"
-#include "notebook/hardware/deliveries.h"
+#include "notebook/hardware/handle_table.h"
 #include "notebook/hardware/import_table.h"
 #include "notebook/hardware/start.h"
 #include "notebook/state/event_log.h"
@@ -28,40 +27,11 @@ decltype(&::RegisterEventSourceW) g_realRegister = nullptr;
 decltype(&::ReportEventW) g_realReport = nullptr;
 decltype(&::DeregisterEventSource) g_realDeregister = nullptr;
 
-/// Names of the sources that are registered now.
-class Sources {
-  public:
-    static Sources& Get() {
-        static Sources& sources = *new Sources();
-        return sources;
-    }
-    void Add(HANDLE handle, const wchar_t* name) {
-        const ExclusiveLock lock(m_lock);
-        m_names[handle] = name;
-    }
-    /// One that no system knows.
-    HANDLE Make(const wchar_t* name) {
-        const ExclusiveLock lock(m_lock);
-        m_last += 4;
-        const auto handle = reinterpret_cast<HANDLE>(m_last);
-        m_names[handle] = name;
-        return handle;
-    }
-    bool Remove(HANDLE handle) {
-        const ExclusiveLock lock(m_lock);
-        return m_names.erase(handle) != 0;
-    }
-    std::wstring Name(HANDLE handle) {
-        const ExclusiveLock lock(m_lock);
-        const auto found = m_names.find(handle);
-        return found == m_names.end() ? L"?" : found->second;
-    }
-
-  private:
-    SRWLOCK m_lock = SRWLOCK_INIT;
-    ULONG_PTR m_last = 0xE70000;
-    std::map<HANDLE, std::wstring> m_names;
-};
+/// The sources that are registered now, by name.
+HandleTable<HANDLE, std::wstring>& Sources() {
+    static auto& sources = *new HandleTable<HANDLE, std::wstring>(0xE70000);
+    return sources;
+}
 
 std::string Quoted(const wchar_t* text) {
     std::string quoted = "\"";
@@ -98,15 +68,14 @@ std::string TimeText() {
 
 HANDLE WINAPI NotebookRegisterEventSource(LPCWSTR server, LPCWSTR source) {
     CallScope call(Call::RegisterEventSource);
-    if (call.Refused()) {
-        SetLastError(call.Error());
+    if (call.RefusedWithLastError()) {
         return nullptr;
     }
     HANDLE handle = nullptr;
     if (g_realRegister == nullptr) {
-        handle = Sources::Get().Make(source);
+        handle = Sources().Open(source);
     } else if (handle = g_realRegister(server, source); handle != nullptr) {
-        Sources::Get().Add(handle, source);
+        Sources().Add(handle, source);
     }
     if (handle != nullptr) {
         InterlockedIncrement(&SharedState::Get().Raw().ledger.eventSources);
@@ -117,12 +86,12 @@ HANDLE WINAPI NotebookRegisterEventSource(LPCWSTR server, LPCWSTR source) {
 BOOL WINAPI NotebookReportEvent(HANDLE log, WORD type, WORD category, DWORD identifier, PSID user,
                                 WORD stringCount, DWORD dataSize, LPCWSTR* strings, LPVOID data) {
     CallScope call(Call::ReportEvent);
-    if (call.Refused()) {
-        SetLastError(call.Error());
+    if (call.RefusedWithLastError()) {
         return FALSE;
     }
-    std::string line = TimeText() + "|" + Narrow(Sources::Get().Name(log)) + "|" + std::to_string(type) +
-                       "|" + std::to_string(category) + "|" + std::to_string(identifier);
+    std::string line = TimeText() + "|" + Narrow(Sources().Find(log).value_or(L"?")) + "|" +
+                       std::to_string(type) + "|" + std::to_string(category) + "|" +
+                       std::to_string(identifier);
     for (WORD i = 0; i < stringCount; ++i) {
         line += '|';
         line += Quoted(strings[i]);
@@ -135,12 +104,11 @@ BOOL WINAPI NotebookReportEvent(HANDLE log, WORD type, WORD category, DWORD iden
 
 BOOL WINAPI NotebookDeregisterEventSource(HANDLE log) {
     CallScope call(Call::DeregisterEventSource);
-    if (call.Refused()) {
-        SetLastError(call.Error());
+    if (call.RefusedWithLastError()) {
         return FALSE;
     }
     Ledger& ledger = SharedState::Get().Raw().ledger;
-    if (Sources::Get().Remove(log)) {
+    if (Sources().Close(log)) {
         InterlockedDecrement(&ledger.eventSources);
     } else {
         InterlockedIncrement(&ledger.misuses);
@@ -150,11 +118,8 @@ BOOL WINAPI NotebookDeregisterEventSource(HANDLE log) {
 
 namespace {
 
-/// What a reader of the log was given and how far it has come: lines from the newest back.
-struct Reader {
-    std::vector<std::string> lines;
-};
-Reader g_reader;
+/// What a reader of the log has not been given yet: lines, from the newest back.
+std::vector<std::string> g_unread;
 
 std::vector<std::wstring> Fields(const std::string& line) {
     std::vector<std::wstring> fields(1);
@@ -214,25 +179,25 @@ std::vector<BYTE> RecordOf(const std::string& line) {
 
 /// The Application log is what was reported; the System log is empty.
 HANDLE WINAPI NotebookOpen(LPCWSTR, LPCWSTR name) {
-    g_reader.lines = std::wcscmp(name, L"Application") == 0 ? EventLogLines() : std::vector<std::string>();
-    return &g_reader;
+    g_unread = std::wcscmp(name, L"Application") == 0 ? EventLogLines() : std::vector<std::string>();
+    return &g_unread;
 }
 
 BOOL WINAPI NotebookRead(HANDLE, DWORD, DWORD, LPVOID buffer, DWORD size, DWORD* read, DWORD* needed) {
     *read = 0;
     *needed = 0;
-    if (g_reader.lines.empty()) {
+    if (g_unread.empty()) {
         SetLastError(ERROR_HANDLE_EOF);
         return FALSE;
     }
-    while (!g_reader.lines.empty()) {
-        const std::vector<BYTE> record = RecordOf(g_reader.lines.back());
+    while (!g_unread.empty()) {
+        const std::vector<BYTE> record = RecordOf(g_unread.back());
         if (record.size() > size - *read) {
             break;
         }
         std::memcpy(static_cast<BYTE*>(buffer) + *read, record.data(), record.size());
         *read += static_cast<DWORD>(record.size());
-        g_reader.lines.pop_back();
+        g_unread.pop_back();
     }
     return TRUE;
 }

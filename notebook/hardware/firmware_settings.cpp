@@ -34,81 +34,44 @@ std::optional<std::wstring> NameInQuery(std::wstring_view query) {
     return std::wstring(rest.substr(0, rest.size() - 1));
 }
 
-void FillNumber(const Setting& setting, VARIANT& value) {
-    const long long number = _wtoi64(setting.text);
-    switch (setting.kind) {
-        case SettingKind::Int16:
-            V_VT(&value) = VT_I2;
-            V_I2(&value) = static_cast<SHORT>(number);
-            break;
-        case SettingKind::Int32:
-            V_VT(&value) = VT_I4;
-            V_I4(&value) = static_cast<LONG>(number);
-            break;
-        case SettingKind::Int64:
-            V_VT(&value) = VT_I8;
-            V_I8(&value) = number;
-            break;
-        case SettingKind::Byte:
-            V_VT(&value) = VT_UI1;
-            V_UI1(&value) = static_cast<BYTE>(number);
-            break;
-        case SettingKind::Bool:
-            V_VT(&value) = VT_BOOL;
-            V_BOOL(&value) = number != 0 ? VARIANT_TRUE : VARIANT_FALSE;
-            break;
-        case SettingKind::Double:
-            V_VT(&value) = VT_R8;
-            V_R8(&value) = std::wcstod(setting.text, nullptr);
-            break;
-        case SettingKind::Date:
-            V_VT(&value) = VT_DATE;
-            V_DATE(&value) = std::wcstod(setting.text, nullptr);
-            break;
-        default:
-            V_VT(&value) = VT_ERROR;
-            V_ERROR(&value) = static_cast<SCODE>(number);
-            break;
-    }
-}
-
-void FillValue(const Setting& setting, VARIANT& value) {
-    switch (setting.kind) {
-        case SettingKind::Text:
+/// The setting's value, of its type.
+VARIANT ValueOf(const Setting& setting) {
+    VARIANT value{};
+    switch (setting.type) {
+        case kRawVariant:
+            return setting.raw;
+        case VT_NULL:
+        case VT_EMPTY:
+        case VT_UNKNOWN:  // a null reference
+            V_VT(&value) = setting.type;
+            return value;
+        case VT_BSTR:
             V_VT(&value) = VT_BSTR;
             V_BSTR(&value) = SysAllocString(setting.text);
-            break;
-        case SettingKind::AsIs:
-            value = setting.raw;
-            break;
-        case SettingKind::Null:
-            V_VT(&value) = VT_NULL;
-            break;
-        case SettingKind::Empty:
-            V_VT(&value) = VT_EMPTY;
-            break;
-        case SettingKind::Unknown:
-            V_VT(&value) = VT_UNKNOWN;
-            V_UNKNOWN(&value) = nullptr;
-            break;
-        case SettingKind::TextArray: {
-            SAFEARRAYBOUND bound{1, 0};
+            return value;
+        case VT_ARRAY | VT_BSTR: {
             V_VT(&value) = VT_ARRAY | VT_BSTR;
-            V_ARRAY(&value) = SafeArrayCreate(VT_BSTR, 1, &bound);
+            V_ARRAY(&value) = SafeArrayCreateVector(VT_BSTR, 0, 1);
             LONG index = 0;
             const BSTR text = SysAllocString(setting.text);
             SafeArrayPutElement(V_ARRAY(&value), &index, text);
             SysFreeString(text);
-            break;
+            return value;
         }
+        case VT_ERROR:
+            V_VT(&value) = VT_ERROR;
+            V_ERROR(&value) = static_cast<SCODE>(_wtoi64(setting.text));
+            return value;
         default:
-            FillNumber(setting, value);
-            break;
+            V_VT(&value) = VT_R8;
+            V_R8(&value) = std::wcstod(setting.text, nullptr);
+            VariantChangeType(&value, &value, 0, setting.type);
+            return value;
     }
 }
 
 /// One setting as a query found it.
-class SettingObject final : public ComObject<IWbemClassObject> {
+class SettingObject final : public ComObject<As<IWbemClassObject, IID_IWbemClassObject>> {
   public:
     explicit SettingObject(const Setting& setting) : m_setting(setting) {}
 
@@ -123,15 +86,10 @@ class SettingObject final : public ComObject<IWbemClassObject> {
             if (flavor != nullptr) {
                 *flavor = 0;
             }
-            if (_wcsicmp(name, L"Name") == 0) {
-                V_VT(value) = VT_BSTR;
-                V_BSTR(value) = SysAllocString(m_setting.name);
-                return S_OK;
-            }
             if (_wcsicmp(name, L"Value") != 0) {
                 return static_cast<HRESULT>(WBEM_E_NOT_FOUND);
             }
-            FillValue(m_setting, *value);
+            *value = ValueOf(m_setting);
             return S_OK;
         });
     }
@@ -160,20 +118,12 @@ class SettingObject final : public ComObject<IWbemClassObject> {
     NOTEBOOK_NOT_NEEDED(GetMethodQualifierSet(LPCWSTR, IWbemQualifierSet**));
     NOTEBOOK_NOT_NEEDED(GetMethodOrigin(LPCWSTR, BSTR*));
 
-  protected:
-    void* Find(REFIID iid) override {
-        return IsOneOf(iid, IID_IUnknown, IID_IWbemClassObject) ? static_cast<IWbemClassObject*>(this)
-                                                                : nullptr;
-    }
-
   private:
-    ~SettingObject() override = default;
-
     Setting m_setting;
 };
 
 /// The answer to one query: at most one setting.
-class Answer final : public ComObject<IEnumWbemClassObject> {
+class Answer final : public ComObject<As<IEnumWbemClassObject, IID_IEnumWbemClassObject>> {
   public:
     explicit Answer(std::wstring name) : m_name(std::move(name)) {}
 
@@ -182,35 +132,26 @@ class Answer final : public ComObject<IEnumWbemClassObject> {
         CallScope call(Call::WbemNext);
         call.Detail("%lu within %ld ms: %s", count, timeout, Narrow(m_name).c_str());
         *returned = 0;
-        if (call.Refused()) {
-            return call.Result(call.Hresult());
-        }
-        const std::optional<Setting> setting = Read();
-        if (setting && setting->timeoutsLeft != 0) {
-            return call.Result(static_cast<HRESULT>(WBEM_S_TIMEDOUT));
-        }
-        if (!setting || m_given || count == 0) {
-            return call.Result(static_cast<HRESULT>(WBEM_S_FALSE));
-        }
-        m_given = true;
-        objects[0] = new SettingObject(*setting);
-        *returned = 1;
-        return call.Result(static_cast<HRESULT>(count == 1 ? WBEM_S_NO_ERROR : WBEM_S_FALSE));
+        return call.Answer([&]() -> HRESULT {
+            const std::optional<Setting> setting = Read();
+            if (setting && setting->timeoutsLeft != 0) {
+                return WBEM_S_TIMEDOUT;
+            }
+            if (!setting || m_given || count == 0) {
+                return WBEM_S_FALSE;
+            }
+            m_given = true;
+            objects[0] = new SettingObject(*setting);
+            *returned = 1;
+            return count == 1 ? WBEM_S_NO_ERROR : WBEM_S_FALSE;
+        });
     }
     NOTEBOOK_NOT_NEEDED(Reset());
     NOTEBOOK_NOT_NEEDED(NextAsync(ULONG, IWbemObjectSink*));
     NOTEBOOK_NOT_NEEDED(Clone(IEnumWbemClassObject**));
     NOTEBOOK_NOT_NEEDED(Skip(LONG, ULONG));
 
-  protected:
-    void* Find(REFIID iid) override {
-        return IsOneOf(iid, IID_IUnknown, IID_IEnumWbemClassObject) ? static_cast<IEnumWbemClassObject*>(this)
-                                                                    : nullptr;
-    }
-
   private:
-    ~Answer() override = default;
-
     /// The setting as it is now; counts a time-out down.
     std::optional<Setting> Read() const {
         LockedMachine machine;
@@ -229,31 +170,32 @@ class Answer final : public ComObject<IEnumWbemClassObject> {
     bool m_given = false;
 };
 
-class Services final : public ComObject<IWbemServices, IClientSecurity> {
+/// Its security is the answer to CoSetProxyBlanket, as a proxy would give it.
+class Services final
+    : public ComObject<As<IWbemServices, IID_IWbemServices>, As<IClientSecurity, IID_IClientSecurity>> {
   public:
     HRESULT STDMETHODCALLTYPE ExecQuery(const BSTR language, const BSTR query, LONG flags, IWbemContext*,
                                         IEnumWbemClassObject** answer) override {
         CallScope call(Call::WbemExecQuery);
         *answer = nullptr;
         call.Detail("0x%lx %s", flags, Narrow(query).c_str());
-        if (call.Refused()) {
-            return call.Result(call.Hresult());
-        }
-        if (_wcsicmp(language, L"WQL") != 0) {
-            return call.Result(static_cast<HRESULT>(WBEM_E_INVALID_QUERY_TYPE));
-        }
-        const std::optional<std::wstring> name = NameInQuery(query);
-        if (!name) {
-            return call.Result(static_cast<HRESULT>(WBEM_E_INVALID_QUERY));
-        }
-        *answer = new Answer(*name);
-        return call.Result(S_OK);
+        return call.Answer([&]() -> HRESULT {
+            if (_wcsicmp(language, L"WQL") != 0) {
+                return static_cast<HRESULT>(WBEM_E_INVALID_QUERY_TYPE);
+            }
+            const std::optional<std::wstring> name = NameInQuery(query);
+            if (!name) {
+                return static_cast<HRESULT>(WBEM_E_INVALID_QUERY);
+            }
+            *answer = new Answer(*name);
+            return S_OK;
+        });
     }
 
     HRESULT STDMETHODCALLTYPE SetBlanket(IUnknown*, DWORD, DWORD, OLECHAR*, DWORD, DWORD, void*,
                                          DWORD) override {
         CallScope call(Call::WbemSetBlanket);
-        return call.Result(call.Refused() ? call.Hresult() : S_OK);
+        return call.Answer([] { return S_OK; });
     }
     NOTEBOOK_NOT_NEEDED(QueryBlanket(IUnknown*, DWORD*, DWORD*, OLECHAR**, DWORD*, DWORD*, void**, DWORD*));
     NOTEBOOK_NOT_NEEDED(CopyProxy(IUnknown*, IUnknown**));
@@ -284,21 +226,9 @@ class Services final : public ComObject<IWbemServices, IClientSecurity> {
                                    IWbemClassObject**, IWbemCallResult**));
     NOTEBOOK_NOT_NEEDED(ExecMethodAsync(const BSTR, const BSTR, LONG, IWbemContext*, IWbemClassObject*,
                                         IWbemObjectSink*));
-
-  protected:
-    void* Find(REFIID iid) override {
-        if (IsEqualIID(iid, IID_IClientSecurity)) {
-            // The answer to CoSetProxyBlanket, as a proxy would give it.
-            return static_cast<IClientSecurity*>(this);
-        }
-        return IsOneOf(iid, IID_IUnknown, IID_IWbemServices) ? static_cast<IWbemServices*>(this) : nullptr;
-    }
-
-  private:
-    ~Services() override = default;
 };
 
-class Locator final : public ComObject<IWbemLocator> {
+class Locator final : public ComObject<As<IWbemLocator, IID_IWbemLocator>> {
   public:
     HRESULT STDMETHODCALLTYPE ConnectServer(const BSTR resource, const BSTR user, const BSTR password,
                                             const BSTR locale, LONG flags, const BSTR authority,
@@ -308,23 +238,15 @@ class Locator final : public ComObject<IWbemLocator> {
         const bool asOneself = user == nullptr && password == nullptr && locale == nullptr &&
                                authority == nullptr && context == nullptr;
         call.Detail("0x%lx %s%s", flags, Narrow(resource).c_str(), asOneself ? "" : ", as another");
-        if (call.Refused()) {
-            return call.Result(call.Hresult());
-        }
-        if (SharedState::Get().Raw().devices.providerPresent == 0 || _wcsicmp(resource, kNamespace) != 0) {
-            return call.Result(static_cast<HRESULT>(WBEM_E_INVALID_NAMESPACE));
-        }
-        *services = new Services();
-        return call.Result(S_OK);
+        return call.Answer([&]() -> HRESULT {
+            if (SharedState::Get().Raw().devices.providerPresent == 0 ||
+                _wcsicmp(resource, kNamespace) != 0) {
+                return static_cast<HRESULT>(WBEM_E_INVALID_NAMESPACE);
+            }
+            *services = new Services();
+            return S_OK;
+        });
     }
-
-  protected:
-    void* Find(REFIID iid) override {
-        return IsOneOf(iid, IID_IUnknown, IID_IWbemLocator) ? static_cast<IWbemLocator*>(this) : nullptr;
-    }
-
-  private:
-    ~Locator() override = default;
 };
 
 }  // namespace

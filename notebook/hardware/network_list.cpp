@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "notebook/hardware/class_objects.h"
@@ -24,136 +25,97 @@ VARIANT_BOOL ToVariant(bool value) {
     return value ? VARIANT_TRUE : VARIANT_FALSE;
 }
 
-class Network final : public ComObject<Automation<INetwork>> {
+class Network final : public ComObject<As<Automation<INetwork>, IID_INetwork, IID_IDispatch>> {
   public:
     Network(const GUID& id, const wchar_t* name) : m_id(id), m_name(name) {}
 
     HRESULT STDMETHODCALLTYPE GetName(BSTR* name) override {
         CallScope call(Call::NetworkGetName);
         *name = nullptr;
-        if (call.Refused()) {
-            return call.Result(call.Hresult());
-        }
-        *name = SysAllocString(m_name.c_str());
-        return call.Result(*name == nullptr ? E_OUTOFMEMORY : S_OK);
+        return call.Answer([&] {
+            *name = SysAllocString(m_name.c_str());
+            return *name == nullptr ? E_OUTOFMEMORY : S_OK;
+        });
     }
     HRESULT STDMETHODCALLTYPE GetNetworkId(GUID* id) override {
         *id = m_id;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE SetName(BSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetDescription(BSTR*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE SetDescription(BSTR) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetDomainType(NLM_DOMAIN_TYPE*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetNetworkConnections(IEnumNetworkConnections**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetTimeCreatedAndConnected(DWORD*, DWORD*, DWORD*, DWORD*) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE get_IsConnectedToInternet(VARIANT_BOOL*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE get_IsConnected(VARIANT_BOOL*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetConnectivity(NLM_CONNECTIVITY*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetCategory(NLM_NETWORK_CATEGORY*) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE SetCategory(NLM_NETWORK_CATEGORY) override { return E_NOTIMPL; }
-
-  protected:
-    void* Find(REFIID iid) override {
-        return IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IDispatch) ||
-                       IsEqualIID(iid, IID_INetwork)
-                   ? static_cast<INetwork*>(this)
-                   : nullptr;
-    }
+    NOTEBOOK_NOT_NEEDED(SetName(BSTR));
+    NOTEBOOK_NOT_NEEDED(GetDescription(BSTR*));
+    NOTEBOOK_NOT_NEEDED(SetDescription(BSTR));
+    NOTEBOOK_NOT_NEEDED(GetDomainType(NLM_DOMAIN_TYPE*));
+    NOTEBOOK_NOT_NEEDED(GetNetworkConnections(IEnumNetworkConnections**));
+    NOTEBOOK_NOT_NEEDED(GetTimeCreatedAndConnected(DWORD*, DWORD*, DWORD*, DWORD*));
+    NOTEBOOK_NOT_NEEDED(get_IsConnectedToInternet(VARIANT_BOOL*));
+    NOTEBOOK_NOT_NEEDED(get_IsConnected(VARIANT_BOOL*));
+    NOTEBOOK_NOT_NEEDED(GetConnectivity(NLM_CONNECTIVITY*));
+    NOTEBOOK_NOT_NEEDED(GetCategory(NLM_NETWORK_CATEGORY*));
+    NOTEBOOK_NOT_NEEDED(SetCategory(NLM_NETWORK_CATEGORY));
 
   private:
-    ~Network() override = default;
-
     GUID m_id;
     std::wstring m_name;
 };
 
 /// A connection as it was found; its identifiers stay, everything else is asked anew each time.
-class Connection final : public ComObject<Automation<INetworkConnection>> {
+class Connection final
+    : public ComObject<As<Automation<INetworkConnection>, IID_INetworkConnection, IID_IDispatch>> {
   public:
     explicit Connection(const Adapter& adapter) : m_id(adapter.connectionId), m_adapter(adapter.id) {}
 
     HRESULT STDMETHODCALLTYPE GetNetwork(INetwork** network) override {
-        CallScope call(Call::NetworkConnectionGetNetwork);
         *network = nullptr;
-        Adapter adapter{};
-        const HRESULT result = Ask(call, adapter);
-        if (result == S_OK && !call.Refused()) {
-            *network = new Network(adapter.networkId, adapter.networkName);
-        }
-        return result;
+        return Ask(Call::NetworkConnectionGetNetwork, [&](const Adapter* adapter) {
+            *network = adapter == nullptr ? nullptr : new Network(adapter->networkId, adapter->networkName);
+        });
     }
     HRESULT STDMETHODCALLTYPE get_IsConnectedToInternet(VARIANT_BOOL* connected) override {
-        CallScope call(Call::NetworkConnectionIsConnectedToInternet);
-        Adapter adapter{};
-        const HRESULT result = Ask(call, adapter);
-        *connected = ToVariant((adapter.connectivity & kInternet) != 0);
-        return result;
+        return Ask(Call::NetworkConnectionIsConnectedToInternet, [&](const Adapter* adapter) {
+            *connected = ToVariant(adapter != nullptr && (adapter->connectivity & kInternet) != 0);
+        });
     }
     HRESULT STDMETHODCALLTYPE get_IsConnected(VARIANT_BOOL* connected) override {
-        CallScope call(Call::NetworkConnectionIsConnected);
-        Adapter adapter{};
-        const HRESULT result = Ask(call, adapter);
-        *connected = ToVariant(adapter.connectivity != 0);
-        return result;
+        return Ask(Call::NetworkConnectionIsConnected,
+                   [&](const Adapter* adapter) { *connected = ToVariant(adapter != nullptr); });
     }
     HRESULT STDMETHODCALLTYPE GetConnectivity(NLM_CONNECTIVITY* connectivity) override {
-        CallScope call(Call::NetworkConnectionGetConnectivity);
-        Adapter adapter{};
-        const HRESULT result = Ask(call, adapter);
-        *connectivity = static_cast<NLM_CONNECTIVITY>(adapter.connectivity);
-        return result;
+        return Ask(Call::NetworkConnectionGetConnectivity, [&](const Adapter* adapter) {
+            *connectivity = static_cast<NLM_CONNECTIVITY>(adapter == nullptr ? 0 : adapter->connectivity);
+        });
     }
     HRESULT STDMETHODCALLTYPE GetConnectionId(GUID* id) override {
-        CallScope call(Call::NetworkConnectionGetConnectionId);
-        return Give(call, m_id, id);
+        return Give(Call::NetworkConnectionGetConnectionId, m_id, id);
     }
     HRESULT STDMETHODCALLTYPE GetAdapterId(GUID* id) override {
-        CallScope call(Call::NetworkConnectionGetAdapterId);
-        return Give(call, m_adapter, id);
+        return Give(Call::NetworkConnectionGetAdapterId, m_adapter, id);
     }
-    HRESULT STDMETHODCALLTYPE GetDomainType(NLM_DOMAIN_TYPE*) override { return E_NOTIMPL; }
-
-  protected:
-    void* Find(REFIID iid) override {
-        return IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IDispatch) ||
-                       IsEqualIID(iid, IID_INetworkConnection)
-                   ? static_cast<INetworkConnection*>(this)
-                   : nullptr;
-    }
+    NOTEBOOK_NOT_NEEDED(GetDomainType(NLM_DOMAIN_TYPE*));
 
   private:
-    ~Connection() override = default;
-
-    HRESULT Ask(CallScope& call, Adapter& adapter) const {
-        if (call.Refused()) {
-            return call.Result(call.Hresult());
-        }
+    /// Tells `give` of the adapter as it is now; of none, null, when the call fails.
+    template <class Function>
+    HRESULT Ask(Call name, Function give) const {
+        CallScope call(name);
         LockedMachine machine;
         const Adapter* const found = FindAdapterByConnection(*machine, m_id);
-        if (found == nullptr || found->connectivity == 0) {
-            return call.Result(kGone);
-        }
-        adapter = *found;
-        return call.Result(S_OK);
+        const bool isThere = found != nullptr && found->connectivity != 0;
+        give(isThere && !call.Refused() ? found : nullptr);
+        return call.Answer([&] { return isThere ? S_OK : kGone; });
     }
 
-    static HRESULT Give(CallScope& call, const GUID& value, GUID* out) {
-        *out = {};
-        if (call.Refused()) {
-            return call.Result(call.Hresult());
-        }
-        *out = value;
-        return call.Result(S_OK);
+    static HRESULT Give(Call name, const GUID& value, GUID* out) {
+        CallScope call(name);
+        *out = call.Refused() ? GUID{} : value;
+        return call.Answer([] { return S_OK; });
     }
 
     GUID m_id;
     GUID m_adapter;
 };
 
-class ConnectionEnumerator final : public ComObject<Automation<IEnumNetworkConnections>> {
+class ConnectionEnumerator final
+    : public ComObject<As<Automation<IEnumNetworkConnections>, IID_IEnumNetworkConnections, IID_IDispatch>> {
   public:
     explicit ConnectionEnumerator(std::vector<Adapter> adapters) : m_adapters(std::move(adapters)) {}
 
@@ -162,68 +124,55 @@ class ConnectionEnumerator final : public ComObject<Automation<IEnumNetworkConne
         if (fetched != nullptr) {
             *fetched = 0;
         }
-        if (call.Refused()) {
-            return call.Result(call.Hresult());
-        }
-        const ConnectionList kind = SharedState::Get().Raw().devices.connectionList;
-        ULONG given = 0;
-        if (kind == ConnectionList::NullElement && m_next == 0 && !m_adapters.empty()) {
-            connections[given++] = nullptr;
-        }
-        for (; given < count && m_next < m_adapters.size(); ++given) {
-            connections[given] = new Connection(m_adapters[m_next++]);
-        }
-        call.Detail("%lu of %lu", given, count);
-        if (fetched != nullptr) {
-            *fetched = given == 0 || kind != ConnectionList::TooMany ? given : given + 1000;
-        }
-        return call.Result(given == count ? S_OK : S_FALSE);
+        return call.Answer([&] {
+            const ConnectionList kind = SharedState::Get().Raw().devices.connectionList;
+            ULONG given = 0;
+            if (kind == ConnectionList::NullElement && m_next == 0 && !m_adapters.empty()) {
+                connections[given++] = nullptr;
+            }
+            for (; given < count && m_next < m_adapters.size(); ++given) {
+                connections[given] = new Connection(m_adapters[m_next++]);
+            }
+            call.Detail("%lu of %lu", given, count);
+            if (fetched != nullptr) {
+                *fetched = given == 0 || kind != ConnectionList::TooMany ? given : given + 1000;
+            }
+            return given == count ? S_OK : S_FALSE;
+        });
     }
-    HRESULT STDMETHODCALLTYPE Skip(ULONG count) override {
-        m_next = std::min<std::size_t>(m_adapters.size(), m_next + count);
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Reset() override {
-        m_next = 0;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE Clone(IEnumNetworkConnections**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE get__NewEnum(IEnumVARIANT**) override { return E_NOTIMPL; }
-
-  protected:
-    void* Find(REFIID iid) override {
-        return IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IDispatch) ||
-                       IsEqualIID(iid, IID_IEnumNetworkConnections)
-                   ? static_cast<IEnumNetworkConnections*>(this)
-                   : nullptr;
-    }
+    NOTEBOOK_NOT_NEEDED(Skip(ULONG));
+    NOTEBOOK_NOT_NEEDED(Reset());
+    NOTEBOOK_NOT_NEEDED(Clone(IEnumNetworkConnections**));
+    NOTEBOOK_NOT_NEEDED(get__NewEnum(IEnumVARIANT**));
 
   private:
-    ~ConnectionEnumerator() override = default;
-
     std::vector<Adapter> m_adapters;
     std::size_t m_next = 0;
 };
 
+using ManagerObject =
+    ComObject<As<Automation<Platform::NetworkListManagerBase>, IID_INetworkListManager, IID_IDispatch>,
+              As<IConnectionPointContainer, IID_IConnectionPointContainer>>;
+
 class Manager final
-    : public ComObject<Automation<Platform::NetworkListManagerBase>, IConnectionPointContainer> {
+    : public EventSource<ManagerObject, Tells<INetworkListManagerEvents, IID_INetworkListManagerEvents>,
+                         Tells<INetworkConnectionEvents, IID_INetworkConnectionEvents>,
+                         Tells<INetworkEvents, IID_INetworkEvents>> {
   public:
     HRESULT STDMETHODCALLTYPE GetNetworkConnections(IEnumNetworkConnections** connections) override {
         CallScope call(Call::NetworkListManagerGetNetworkConnections);
         *connections = nullptr;
-        if (call.Refused()) {
-            return call.Result(call.Hresult());
-        }
-        LockedMachine machine;
-        std::vector<Adapter> connected;
-        for (std::uint32_t i = 0; i < machine->devices.adapterCount; ++i) {
-            const Adapter& adapter = machine->devices.adapters[i];
-            if (adapter.present != 0 && adapter.connectivity != 0) {
-                connected.push_back(adapter);
+        return call.Answer([&] {
+            LockedMachine machine;
+            std::vector<Adapter> connected;
+            for (const Adapter& adapter : Adapters(machine->devices)) {
+                if (adapter.connectivity != 0) {
+                    connected.push_back(adapter);
+                }
             }
-        }
-        *connections = new ConnectionEnumerator(std::move(connected));
-        return call.Result(S_OK);
+            *connections = new ConnectionEnumerator(std::move(connected));
+            return S_OK;
+        });
     }
     HRESULT STDMETHODCALLTYPE GetNetworkConnection(GUID id, INetworkConnection** connection) override {
         CallScope call(Call::NetworkListManagerGetNetworkConnection);
@@ -238,47 +187,15 @@ class Manager final
             return call.Result(kGone);
         }
         *connection = new Connection(*adapter);
-        return call.Result(call.Refused() ? S_FALSE : S_OK);
+        return call.Answer([] { return S_OK; });
     }
     HRESULT STDMETHODCALLTYPE GetConnectivity(NLM_CONNECTIVITY* connectivity) override {
         LockedMachine machine;
         *connectivity = static_cast<NLM_CONNECTIVITY>(MachineConnectivity(*machine));
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE GetNetworks(NLM_ENUM_NETWORK, IEnumNetworks**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetNetwork(GUID, INetwork**) override { return E_NOTIMPL; }
-
-    HRESULT STDMETHODCALLTYPE EnumConnectionPoints(IEnumConnectionPoints**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE FindConnectionPoint(REFIID iid, IConnectionPoint** point) override {
-        CallScope call(Call::FindConnectionPoint);
-        call.Detail("%s", EventsName(iid));
-        *point = nullptr;
-        if (call.Refused()) {
-            return call.Result(call.Hresult());
-        }
-        if (IsEqualIID(iid, IID_INetworkListManagerEvents)) {
-            *point = new ConnectionPoint<INetworkListManagerEvents>(this, iid);
-        } else if (IsEqualIID(iid, IID_INetworkConnectionEvents)) {
-            *point = new ConnectionPoint<INetworkConnectionEvents>(this, iid);
-        } else if (IsEqualIID(iid, IID_INetworkEvents)) {
-            *point = new ConnectionPoint<INetworkEvents>(this, iid);
-        }
-        return call.Result(*point == nullptr ? CONNECT_E_NOCONNECTION : S_OK);
-    }
-
-  protected:
-    void* Find(REFIID iid) override {
-        if (IsEqualIID(iid, IID_IConnectionPointContainer)) {
-            return static_cast<IConnectionPointContainer*>(this);
-        }
-        return IsEqualIID(iid, IID_IUnknown) || IsEqualIID(iid, IID_IDispatch) ||
-                       IsEqualIID(iid, IID_INetworkListManager)
-                   ? static_cast<INetworkListManager*>(this)
-                   : nullptr;
-    }
-
-  private:
-    ~Manager() override = default;
+    NOTEBOOK_NOT_NEEDED(GetNetworks(NLM_ENUM_NETWORK, IEnumNetworks**));
+    NOTEBOOK_NOT_NEEDED(GetNetwork(GUID, INetwork**));
 };
 
 void DeliverNetwork(const Event& event, std::uint64_t number) {
@@ -287,49 +204,21 @@ void DeliverNetwork(const Event& event, std::uint64_t number) {
     const auto connectivity = static_cast<NLM_CONNECTIVITY>(event.value);
     switch (event.kind) {
         case EventKind::ConnectionConnectivity:
-            SinkTable<INetworkConnectionEvents>::Get().Tell(number, [&](INetworkConnectionEvents& sink) {
-                return sink.NetworkConnectionConnectivityChanged(event.id, connectivity);
-            });
-            break;
-        case EventKind::ConnectionProperty:
-            SinkTable<INetworkConnectionEvents>::Get().Tell(number, [&](INetworkConnectionEvents& sink) {
-                return sink.NetworkConnectionPropertyChanged(
-                    event.id, static_cast<NLM_CONNECTION_PROPERTY_CHANGE>(event.value));
-            });
-            break;
+            return Tell(number, &INetworkConnectionEvents::NetworkConnectionConnectivityChanged, event.id,
+                        connectivity);
         case EventKind::NetworkConnectivity:
-            SinkTable<INetworkEvents>::Get().Tell(number, [&](INetworkEvents& sink) {
-                return sink.NetworkConnectivityChanged(event.id, connectivity);
-            });
-            break;
-        case EventKind::NetworkAdded:
-            SinkTable<INetworkEvents>::Get().Tell(
-                number, [&](INetworkEvents& sink) { return sink.NetworkAdded(event.id); });
-            break;
-        case EventKind::NetworkDeleted:
-            SinkTable<INetworkEvents>::Get().Tell(
-                number, [&](INetworkEvents& sink) { return sink.NetworkDeleted(event.id); });
-            break;
-        case EventKind::NetworkProperty:
-            SinkTable<INetworkEvents>::Get().Tell(number, [&](INetworkEvents& sink) {
-                return sink.NetworkPropertyChanged(event.id,
-                                                   static_cast<NLM_NETWORK_PROPERTY_CHANGE>(event.value));
-            });
-            break;
+            return Tell(number, &INetworkEvents::NetworkConnectivityChanged, event.id, connectivity);
         case EventKind::MachineConnectivity:
-            SinkTable<INetworkListManagerEvents>::Get().Tell(number, [&](INetworkListManagerEvents& sink) {
-                return sink.ConnectivityChanged(connectivity);
-            });
-            break;
+            return Tell(number, &INetworkListManagerEvents::ConnectivityChanged, connectivity);
         default:
-            break;
+            return;
     }
 }
 
 }  // namespace
 
 IUnknown* MakeNetworkListManager() {
-    EventPump::Get().OnNetwork(&DeliverNetwork);
+    EventPump::Get().On(Channel::Network, &DeliverNetwork);
     return static_cast<INetworkListManager*>(new Manager());
 }
 

@@ -60,8 +60,7 @@ void BeginRun() {
 
 SERVICE_STATUS_HANDLE WINAPI NotebookRegister(LPCWSTR name, LPHANDLER_FUNCTION_EX handler, LPVOID context) {
     CallScope call(Call::RegisterServiceCtrlHandlerEx);
-    if (call.Refused()) {
-        SetLastError(call.Error());
+    if (call.RefusedWithLastError()) {
         return nullptr;
     }
     BeginRun();
@@ -72,8 +71,7 @@ SERVICE_STATUS_HANDLE WINAPI NotebookRegister(LPCWSTR name, LPHANDLER_FUNCTION_E
 BOOL WINAPI NotebookSetStatus(SERVICE_STATUS_HANDLE handle, LPSERVICE_STATUS status) {
     CallScope call(Call::SetServiceStatus);
     call.Detail("state %lu checkpoint %lu", status->dwCurrentState, status->dwCheckPoint);
-    if (call.Refused()) {
-        SetLastError(call.Error());
+    if (call.RefusedWithLastError()) {
         return FALSE;
     }
     {

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <ranges>
 #include <vector>
 
 #include "notebook/hardware/call_scope.h"
@@ -54,13 +55,11 @@ class Clients {
 
     bool Close(HANDLE handle) {
         const ExclusiveLock lock(m_lock);
-        const auto found = m_clients.find(Key(handle));
-        if (found == m_clients.end()) {
+        const auto closed = m_clients.extract(Key(handle));
+        if (!closed) {
             return false;
         }
-        const std::shared_ptr<Client> client = found->second;
-        m_clients.erase(found);
-        Unregister(*client, true);
+        Unregister(*closed.mapped(), true);
         return true;
     }
 
@@ -131,63 +130,61 @@ class Clients {
     Id m_last = 0x1000;
 };
 
-void* Allocate(std::size_t bytes) {
-    void* const memory = AllocateGuarded(bytes, alignof(WLAN_RADIO_STATE));
-    if (memory != nullptr) {
-        InterlockedIncrement(&SharedState::Get().Raw().ledger.wlanMemory);
-    }
-    return memory;
-}
-
 WlanAdapter* FindAdapterById(Machine& machine, const GUID& id) {
-    for (WlanAdapter& adapter : machine.devices.wlan) {
-        if (adapter.present != 0 && IsEqualGUID(adapter.id, id)) {
+    for (WlanAdapter& adapter : Present(machine.devices.wlan)) {
+        if (IsEqualGUID(adapter.id, id)) {
             return &adapter;
         }
     }
     return nullptr;
 }
 
-/// What every call checks first.
-DWORD Admit(const CallScope& call, HANDLE handle, bool argumentsFit) {
-    if (call.Refused()) {
-        return call.Error();
+/// The result of a client's call: what its rule says, an error of the call's own, or what the device does.
+template <class Device>
+DWORD Answer(CallScope& call, HANDLE handle, bool argumentsFit, Device device) {
+    return static_cast<DWORD>(call.Answer([&]() -> HRESULT {
+        if (!argumentsFit) {
+            return ERROR_INVALID_PARAMETER;
+        }
+        if (!Clients::Get().Knows(handle)) {
+            InterlockedIncrement(&SharedState::Get().Raw().ledger.misuses);
+            return ERROR_INVALID_HANDLE;
+        }
+        if (SharedState::Get().Raw().devices.wlanServiceRuns == 0) {
+            return ERROR_SERVICE_NOT_ACTIVE;
+        }
+        return static_cast<HRESULT>(device());
+    }));
+}
+
+/// Memory for what a call gives, in `place`.
+template <class Type>
+bool Allocate(Type*& place, std::size_t bytes) {
+    place = static_cast<Type*>(AllocateGuarded(bytes, alignof(WLAN_RADIO_STATE)));
+    if (place != nullptr) {
+        InterlockedIncrement(&SharedState::Get().Raw().ledger.wlanMemory);
     }
-    if (!argumentsFit) {
-        return ERROR_INVALID_PARAMETER;
-    }
-    if (!Clients::Get().Knows(handle)) {
-        InterlockedIncrement(&SharedState::Get().Raw().ledger.misuses);
-        return ERROR_INVALID_HANDLE;
-    }
-    return SharedState::Get().Raw().devices.wlanServiceRuns != 0 ? static_cast<DWORD>(ERROR_SUCCESS)
-                                                                 : ERROR_SERVICE_NOT_ACTIVE;
+    return place != nullptr;
 }
 
 DWORD Enumerate(WLAN_INTERFACE_INFO_LIST** list) {
     LockedMachine machine;
-    std::vector<const WlanAdapter*> present;
-    for (const WlanAdapter& adapter : machine->devices.wlan) {
-        if (adapter.present != 0) {
-            present.push_back(&adapter);
-        }
-    }
+    auto present = Present(machine->devices.wlan);
+    const auto count = static_cast<std::size_t>(std::ranges::distance(present));
     // No room for one when there is none.
-    auto* const result = static_cast<WLAN_INTERFACE_INFO_LIST*>(Allocate(
-        offsetof(WLAN_INTERFACE_INFO_LIST, InterfaceInfo) + present.size() * sizeof(WLAN_INTERFACE_INFO)));
-    if (result == nullptr) {
+    if (!Allocate(*list,
+                  offsetof(WLAN_INTERFACE_INFO_LIST, InterfaceInfo) + count * sizeof(WLAN_INTERFACE_INFO))) {
         return ERROR_NOT_ENOUGH_MEMORY;
     }
-    result->dwNumberOfItems = static_cast<DWORD>(present.size());
-    WLAN_INTERFACE_INFO* info = &result->InterfaceInfo[0];
-    for (const WlanAdapter* const adapter : present) {
-        info->InterfaceGuid = adapter->id;
-        std::memcpy(info->strInterfaceDescription, adapter->description,
+    (*list)->dwNumberOfItems = static_cast<DWORD>(count);
+    WLAN_INTERFACE_INFO* info = &(*list)->InterfaceInfo[0];
+    for (const WlanAdapter& adapter : present) {
+        info->InterfaceGuid = adapter.id;
+        std::memcpy(info->strInterfaceDescription, adapter.description,
                     sizeof(info->strInterfaceDescription));
-        info->isState = static_cast<WLAN_INTERFACE_STATE>(adapter->state);
+        info->isState = static_cast<WLAN_INTERFACE_STATE>(adapter.state);
         ++info;
     }
-    *list = result;
     return ERROR_SUCCESS;
 }
 
@@ -197,24 +194,22 @@ DWORD Capability(const GUID& id, WLAN_INTERFACE_CAPABILITY** capability) {
     if (adapter == nullptr) {
         return ERROR_NOT_FOUND;
     }
-    auto* const result = static_cast<WLAN_INTERFACE_CAPABILITY*>(Allocate(sizeof(WLAN_INTERFACE_CAPABILITY)));
-    if (result == nullptr) {
+    if (!Allocate(*capability, sizeof(WLAN_INTERFACE_CAPABILITY))) {
         return ERROR_NOT_ENOUGH_MEMORY;
     }
-    result->interfaceType = wlan_interface_type_native_802_11;
-    result->dwNumberOfSupportedPhys = adapter->phyCount;
-    *capability = result;
+    (*capability)->interfaceType = wlan_interface_type_native_802_11;
+    (*capability)->dwNumberOfSupportedPhys = adapter->phyCount;
     return ERROR_SUCCESS;
 }
 
 DWORD QueryRadio(const GUID& id, DWORD* size, void** data) {
     LockedMachine machine;
     const WlanAdapter* const adapter = FindAdapterById(*machine, id);
+    WLAN_RADIO_STATE* state = nullptr;
     if (adapter == nullptr) {
         return ERROR_NOT_FOUND;
     }
-    auto* const state = static_cast<WLAN_RADIO_STATE*>(Allocate(sizeof(WLAN_RADIO_STATE)));
-    if (state == nullptr) {
+    if (!Allocate(state, sizeof(WLAN_RADIO_STATE))) {
         return ERROR_NOT_ENOUGH_MEMORY;
     }
     state->dwNumberOfPhys = adapter->phyCount;
@@ -229,13 +224,11 @@ DWORD QueryRadio(const GUID& id, DWORD* size, void** data) {
 
 DWORD SetRadio(const GUID& id, const WLAN_PHY_RADIO_STATE& wanted) {
     LockedMachine machine;
-    WlanAdapter* const adapter = FindAdapterById(*machine, id);
-    if (adapter == nullptr) {
-        return ERROR_NOT_FOUND;
-    }
-    return SetPhySoftware(*machine, static_cast<std::uint32_t>(adapter - machine->devices.wlan),
-                          wanted.dwPhyIndex, static_cast<std::uint32_t>(wanted.dot11SoftwareRadioState),
-                          machine.Time());
+    const WlanAdapter* const adapter = FindAdapterById(*machine, id);
+    return adapter == nullptr
+               ? static_cast<DWORD>(ERROR_NOT_FOUND)
+               : SetPhySoftware(*machine, IndexOf(machine->devices.wlan, *adapter), wanted.dwPhyIndex,
+                                static_cast<std::uint32_t>(wanted.dot11SoftwareRadioState), machine.Time());
 }
 
 void DeliverWlan(const Event& event, std::uint64_t number) {
@@ -261,7 +254,7 @@ void DeliverWlan(const Event& event, std::uint64_t number) {
 }  // namespace
 
 void StartWlan() {
-    EventPump::Get().OnWlan(&DeliverWlan);
+    EventPump::Get().On(Channel::Wlan, &DeliverWlan);
 }
 
 }  // namespace Notebook
@@ -274,33 +267,31 @@ DWORD WINAPI NotebookWlanOpenHandle(DWORD clientVersion, PVOID reserved, PDWORD 
                                     PHANDLE clientHandle) {
     CallScope call(Call::WlanOpenHandle);
     call.Detail("version %lu", clientVersion);
-    if (call.Refused()) {
-        return call.Result(call.Error());
-    }
-    if (reserved != nullptr || negotiatedVersion == nullptr || clientHandle == nullptr) {
-        return call.Result(static_cast<DWORD>(ERROR_INVALID_PARAMETER));
-    }
-    if (SharedState::Get().Raw().devices.wlanServiceRuns == 0) {
-        return call.Result(static_cast<DWORD>(ERROR_SERVICE_NOT_ACTIVE));
-    }
-    *negotiatedVersion = std::min(clientVersion, kNegotiatedVersion);
-    *clientHandle = Clients::Get().Open();
-    InterlockedIncrement(&SharedState::Get().Raw().ledger.wlanHandles);
-    return call.Result(static_cast<DWORD>(ERROR_SUCCESS));
+    return static_cast<DWORD>(call.Answer([&]() -> HRESULT {
+        if (reserved != nullptr || negotiatedVersion == nullptr || clientHandle == nullptr) {
+            return ERROR_INVALID_PARAMETER;
+        }
+        if (SharedState::Get().Raw().devices.wlanServiceRuns == 0) {
+            return ERROR_SERVICE_NOT_ACTIVE;
+        }
+        *negotiatedVersion = std::min(clientVersion, kNegotiatedVersion);
+        *clientHandle = Clients::Get().Open();
+        InterlockedIncrement(&SharedState::Get().Raw().ledger.wlanHandles);
+        return ERROR_SUCCESS;
+    }));
 }
 
 DWORD WINAPI NotebookWlanCloseHandle(HANDLE clientHandle, PVOID reserved) {
     CallScope call(Call::WlanCloseHandle);
-    if (call.Refused()) {
-        return call.Result(call.Error());
-    }
-    Machine& machine = SharedState::Get().Raw();
-    if (reserved != nullptr || !Clients::Get().Close(clientHandle)) {
-        InterlockedIncrement(&machine.ledger.misuses);
-        return call.Result(static_cast<DWORD>(ERROR_INVALID_HANDLE));
-    }
-    InterlockedDecrement(&machine.ledger.wlanHandles);
-    return call.Result(static_cast<DWORD>(ERROR_SUCCESS));
+    return static_cast<DWORD>(call.Answer([&]() -> HRESULT {
+        Ledger& ledger = SharedState::Get().Raw().ledger;
+        if (reserved != nullptr || !Clients::Get().Close(clientHandle)) {
+            InterlockedIncrement(&ledger.misuses);
+            return ERROR_INVALID_HANDLE;
+        }
+        InterlockedDecrement(&ledger.wlanHandles);
+        return ERROR_SUCCESS;
+    }));
 }
 
 DWORD WINAPI NotebookWlanEnumInterfaces(HANDLE clientHandle, PVOID reserved,
@@ -309,8 +300,8 @@ DWORD WINAPI NotebookWlanEnumInterfaces(HANDLE clientHandle, PVOID reserved,
     if (list != nullptr) {
         *list = nullptr;
     }
-    const DWORD refusal = Admit(call, clientHandle, reserved == nullptr && list != nullptr);
-    return call.Result(refusal != ERROR_SUCCESS || call.Refused() ? refusal : Enumerate(list));
+    const bool fit = reserved == nullptr && list != nullptr;
+    return Answer(call, clientHandle, fit, [&] { return Enumerate(list); });
 }
 
 DWORD WINAPI NotebookWlanGetInterfaceCapability(HANDLE clientHandle, const GUID* interfaceGuid,
@@ -320,25 +311,19 @@ DWORD WINAPI NotebookWlanGetInterfaceCapability(HANDLE clientHandle, const GUID*
         *capability = nullptr;
     }
     const bool fit = interfaceGuid != nullptr && reserved == nullptr && capability != nullptr;
-    const DWORD refusal = Admit(call, clientHandle, fit);
-    return call.Result(refusal != ERROR_SUCCESS || call.Refused() ? refusal
-                                                                  : Capability(*interfaceGuid, capability));
+    return Answer(call, clientHandle, fit, [&] { return Capability(*interfaceGuid, capability); });
 }
 
 DWORD WINAPI NotebookWlanSetInterface(HANDLE clientHandle, const GUID* interfaceGuid, WLAN_INTF_OPCODE opcode,
                                       DWORD dataSize, const PVOID data, PVOID reserved) {
     CallScope call(Call::WlanSetInterface);
+    const auto* const wanted = static_cast<const WLAN_PHY_RADIO_STATE*>(data);
     const bool fit = interfaceGuid != nullptr && reserved == nullptr && data != nullptr &&
-                     opcode == wlan_intf_opcode_radio_state && dataSize >= sizeof(WLAN_PHY_RADIO_STATE);
+                     opcode == wlan_intf_opcode_radio_state && dataSize >= sizeof(*wanted);
     if (!call.Refused() && fit) {
-        const auto& wanted = *static_cast<const WLAN_PHY_RADIO_STATE*>(data);
-        call.Detail("PHY %lu to %d", wanted.dwPhyIndex, wanted.dot11SoftwareRadioState);
+        call.Detail("PHY %lu to %d", wanted->dwPhyIndex, wanted->dot11SoftwareRadioState);
     }
-    const DWORD refusal = Admit(call, clientHandle, fit);
-    if (refusal != ERROR_SUCCESS || call.Refused()) {
-        return call.Result(refusal);
-    }
-    return call.Result(SetRadio(*interfaceGuid, *static_cast<const WLAN_PHY_RADIO_STATE*>(data)));
+    return Answer(call, clientHandle, fit, [&] { return SetRadio(*interfaceGuid, *wanted); });
 }
 
 DWORD WINAPI NotebookWlanQueryInterface(HANDLE clientHandle, const GUID* interfaceGuid,
@@ -350,14 +335,12 @@ DWORD WINAPI NotebookWlanQueryInterface(HANDLE clientHandle, const GUID* interfa
     }
     const bool fit = interfaceGuid != nullptr && reserved == nullptr && dataSize != nullptr &&
                      data != nullptr && opcode == wlan_intf_opcode_radio_state;
-    const DWORD refusal = Admit(call, clientHandle, fit);
-    if (refusal != ERROR_SUCCESS || call.Refused()) {
-        return call.Result(refusal);
-    }
-    if (valueType != nullptr) {
-        *valueType = wlan_opcode_value_type_query_only;
-    }
-    return call.Result(QueryRadio(*interfaceGuid, dataSize, data));
+    return Answer(call, clientHandle, fit, [&] {
+        if (valueType != nullptr) {
+            *valueType = wlan_opcode_value_type_query_only;
+        }
+        return QueryRadio(*interfaceGuid, dataSize, data);
+    });
 }
 
 VOID WINAPI NotebookWlanFreeMemory(PVOID memory) {
@@ -375,18 +358,15 @@ DWORD WINAPI NotebookWlanRegisterNotification(HANDLE clientHandle, DWORD sources
                                               PVOID reserved, PDWORD previousSources) {
     CallScope call(Call::WlanRegisterNotification);
     call.Detail("sources 0x%lx, ignore duplicates %d", sources, ignoreDuplicate);
-    DWORD result = Admit(call, clientHandle, reserved == nullptr);
-    if (result != ERROR_SUCCESS || call.Refused()) {
-        return call.Result(result);
-    }
-    const std::uint64_t since = EventPump::Get().Start();
-    DWORD before = 0;
-    const bool known = Clients::Get().Register(clientHandle, sources, callback, context, since, before);
-    result = known ? static_cast<DWORD>(ERROR_SUCCESS) : static_cast<DWORD>(ERROR_INVALID_HANDLE);
-    if (previousSources != nullptr) {
-        *previousSources = before;
-    }
-    return call.Result(result);
+    return Answer(call, clientHandle, reserved == nullptr, [&] {
+        const std::uint64_t since = EventPump::Get().Start();
+        DWORD before = 0;
+        const bool known = Clients::Get().Register(clientHandle, sources, callback, context, since, before);
+        if (previousSources != nullptr) {
+            *previousSources = before;
+        }
+        return known ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
+    });
 }
 
 }  // extern "C"

@@ -17,7 +17,7 @@
 namespace Notebook {
 
 /// Raised whenever a structure below changes; a file of another version is made anew.
-inline constexpr std::uint32_t kLayoutVersion = 7;
+inline constexpr std::uint32_t kLayoutVersion = 8;
 inline constexpr std::uint32_t kLayoutMagic = 0x4B4F424E;
 
 inline constexpr std::size_t kMaxAdapters = 512;
@@ -44,15 +44,19 @@ inline constexpr std::uint32_t kRadioOff = 2;
 /// Counts "for ever" in fields that count down.
 inline constexpr std::uint32_t kForEver = 0xFFFFFFFF;
 
-enum class AdapterRole : std::uint32_t { Other, Cable, Wifi, Vpn, Virtual };
+/// Counts down; whether there was something left.
+inline bool TakeOne(std::uint32_t& left) {
+    const bool hadOne = left != 0;
+    left -= hadOne && left != kForEver ? 1 : 0;
+    return hadOne;
+}
 
 /// One network adapter and the one connection that it can have.
 struct Adapter {
     std::uint32_t present;
-    AdapterRole role;
-    std::uint32_t number;  ///< of the cable, from 1; of the WLAN adapter, from 0
-    std::uint32_t type;    ///< interface type (IfType)
-    char name[16];         ///< how commands name it
+    std::uint32_t type;  ///< interface type (IfType)
+    char name[16];       ///< how commands name it; "cable1" is the first cable's port, "wifi1" the first WLAN
+                         ///< adapter
     GUID id;
     char description[132];
     wchar_t friendlyName[64];
@@ -117,27 +121,13 @@ enum class ConnectionList : std::uint32_t {
     TooMany       ///< it says that it gave a thousand more than it did
 };
 
-enum class SettingKind : std::uint32_t {
-    Text,
-    Null,
-    Empty,
-    Int16,
-    Int32,
-    Int64,
-    Byte,
-    Bool,
-    Double,
-    Date,
-    Error,
-    Unknown,
-    TextArray,
-    AsIs  ///< the variant of `raw`, for one reading in this process
-};
+/// The type of a setting whose value is the variant of `raw`, for one reading in this process.
+inline constexpr VARTYPE kRawVariant = VT_VARIANT;
 
 /// One BIOS setting as its provider shows it.
 struct Setting {
     std::uint32_t present;
-    SettingKind kind;
+    VARTYPE type;
     wchar_t name[64];
     wchar_t text[256];  ///< text, or the number in digits
     VARIANT raw;
@@ -199,11 +189,7 @@ enum class EventKind : std::uint32_t {
     Wlan,
     WlanNullNotification,
     ConnectionConnectivity,
-    ConnectionProperty,
     NetworkConnectivity,
-    NetworkAdded,
-    NetworkDeleted,
-    NetworkProperty,
     MachineConnectivity,
     ModemStateChange,
     ModemSetComplete
@@ -211,18 +197,18 @@ enum class EventKind : std::uint32_t {
 
 /// Something that the devices tell those who subscribed.
 struct Event {
-    EventKind kind;
-    std::uint32_t source;  ///< WLAN: notification source
-    std::uint32_t code;    ///< WLAN: notification code
-    GUID id;               ///< WLAN interface, connection or network
-    std::uint32_t value;   ///< connectivity, property flags; WLAN: the PHY; modem: its index
-    std::uint32_t software;
-    std::uint32_t hardware;
-    std::uint32_t withoutData;  ///< WLAN: no data behind the notification
-    std::uint32_t request;
-    std::int32_t status;
-    ConfirmRadio radio;
-    Micros at;
+    EventKind kind = EventKind::None;
+    std::uint32_t source = 0;  ///< WLAN: notification source
+    std::uint32_t code = 0;    ///< WLAN: notification code
+    GUID id = {};              ///< WLAN interface, connection or network
+    std::uint32_t value = 0;   ///< connectivity; WLAN: the PHY; modem: its index
+    std::uint32_t software = 0;
+    std::uint32_t hardware = 0;
+    std::uint32_t withoutData = 0;  ///< WLAN: no data behind the notification
+    std::uint32_t request = 0;
+    std::int32_t status = 0;
+    ConfirmRadio radio = ConfirmRadio::Same;
+    Micros at = 0;
 };
 
 /// A process that delivers events to its own subscribers.

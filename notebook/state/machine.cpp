@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <tuple>
 
 #include "notebook/state/text.h"
 #include "platform/wlan_notifications.h"
@@ -36,10 +37,6 @@ constexpr std::uint32_t kNetworkFamily = 0x9E7A0C80;
 constexpr std::uint32_t kWlanFamily = 0xA1A0D100;
 constexpr std::uint32_t kModemFamily = 0x3B0DE300;
 
-std::uint32_t CurrentIndex(const Machine& machine, const Adapter& adapter) {
-    return static_cast<std::uint32_t>(&adapter - machine.devices.adapters);
-}
-
 void CancelPending(Machine& machine, PendingKind kind, std::uint32_t index) {
     for (Pending& pending : machine.devices.pending) {
         if (pending.kind == kind && pending.index == index) {
@@ -50,34 +47,27 @@ void CancelPending(Machine& machine, PendingKind kind, std::uint32_t index) {
 
 void AnnounceConnectivity(Machine& machine, Adapter& adapter, std::uint32_t value, Micros now) {
     adapter.connectivity = value;
-    Event event{};
-    event.kind = EventKind::ConnectionConnectivity;
-    event.id = adapter.connectionId;
-    event.value = value;
-    PostEvent(machine, event, now);
-    event.kind = EventKind::NetworkConnectivity;
-    event.id = adapter.networkId;
-    PostEvent(machine, event, now);
+    PostEvent(machine,
+              {.kind = EventKind::ConnectionConnectivity, .id = adapter.connectionId, .value = value}, now);
+    PostEvent(machine, {.kind = EventKind::NetworkConnectivity, .id = adapter.networkId, .value = value},
+              now);
     const std::uint32_t all = MachineConnectivity(machine);
     if (all != machine.devices.machineConnectivity) {
         machine.devices.machineConnectivity = all;
-        event.kind = EventKind::MachineConnectivity;
-        event.id = {};
-        event.value = all;
-        PostEvent(machine, event, now);
+        PostEvent(machine, {.kind = EventKind::MachineConnectivity, .value = all}, now);
     }
 }
 
 void AnnouncePhy(Machine& machine, const WlanAdapter& adapter, std::uint32_t phy, Micros now) {
-    Event event{};
-    event.kind = EventKind::Wlan;
-    event.source = WLAN_NOTIFICATION_SOURCE_MSM;
-    event.code = Platform::kWlanNotificationMsmRadioStateChange;
-    event.id = adapter.id;
-    event.value = phy;
-    event.software = adapter.phys[phy].software;
-    event.hardware = adapter.phys[phy].hardware;
-    PostEvent(machine, event, now);
+    PostEvent(machine,
+              {.kind = EventKind::Wlan,
+               .source = WLAN_NOTIFICATION_SOURCE_MSM,
+               .code = Platform::kWlanNotificationMsmRadioStateChange,
+               .id = adapter.id,
+               .value = phy,
+               .software = adapter.phys[phy].software,
+               .hardware = adapter.phys[phy].hardware},
+              now);
 }
 
 /// What a WLAN adapter does once its radio has changed: off ends the connection, on makes it ready.
@@ -97,20 +87,11 @@ void AfterWlanChange(Machine& machine, std::uint32_t index, Micros now) {
 }
 
 Adapter* WifiAdapter(Machine& machine, std::uint32_t index) {
-    for (Adapter& adapter : machine.devices.adapters) {
-        if (adapter.present != 0 && adapter.role == AdapterRole::Wifi && adapter.number == index) {
-            return &adapter;
-        }
-    }
-    return nullptr;
+    return FindAdapter(machine, "wifi" + std::to_string(index + 1));
 }
 
 void SetWlanRadios(Machine& machine, bool on, bool restore, Micros now) {
-    for (std::uint32_t index = 0; index < kMaxWlanAdapters; ++index) {
-        WlanAdapter& adapter = machine.devices.wlan[index];
-        if (adapter.present == 0) {
-            continue;
-        }
+    for (WlanAdapter& adapter : Present(machine.devices.wlan)) {
         // All change before any is announced: who hears of one finds the others changed too.
         std::uint64_t changed = 0;
         for (std::uint32_t phy = 0; phy < adapter.phyCount; ++phy) {
@@ -130,42 +111,40 @@ void SetWlanRadios(Machine& machine, bool on, bool restore, Micros now) {
             }
         }
         if (changed != 0) {
-            AfterWlanChange(machine, index, now);
+            AfterWlanChange(machine, IndexOf(machine.devices.wlan, adapter), now);
         }
     }
 }
 
-void AnnounceModemState(Machine& machine, std::uint32_t modem, Micros now) {
-    Event event{};
-    event.kind = EventKind::ModemStateChange;
-    event.value = modem;
-    PostEvent(machine, event, now);
+/// The radio changes, unless it is in that state.
+void ChangeModem(Machine& machine, std::uint32_t index, std::uint32_t state, Micros now) {
+    Modem& modem = machine.devices.modems[index];
+    if (modem.present != 0 && modem.software != state) {
+        modem.software = state;
+        PostEvent(machine, {.kind = EventKind::ModemStateChange, .value = index}, now);
+    }
 }
 
 void AnnounceModemComplete(Machine& machine, std::uint32_t index, std::uint32_t request, Micros now) {
     const Modem& modem = machine.devices.modems[index];
-    Event event{};
-    event.kind = EventKind::ModemSetComplete;
-    event.value = index;
-    event.request = modem.wrongRequest != 0 ? request + 1000 : request;
-    event.status = modem.confirmStatus;
-    event.radio = modem.confirmRadio;
-    event.software = modem.software;
-    PostEvent(machine, event, now);
+    PostEvent(machine,
+              {.kind = EventKind::ModemSetComplete,
+               .value = index,
+               .software = modem.software,
+               .request = modem.wrongRequest != 0 ? request + 1000 : request,
+               .status = modem.confirmStatus,
+               .radio = modem.confirmRadio},
+              now);
 }
 
 void ConfirmModem(Machine& machine, const Pending& pending, Micros now) {
     Modem& modem = machine.devices.modems[pending.index];
     const std::uint32_t before = modem.software;
-    if (modem.follows != 0 && before != pending.value) {
-        modem.software = pending.value;
-        AnnounceModemState(machine, pending.index, now);
+    if (modem.follows != 0) {
+        ChangeModem(machine, pending.index, pending.value, now);
     }
     AnnounceModemComplete(machine, pending.index, pending.request, now);
-    if (modem.revertsLeft != 0 && before != modem.software) {
-        if (modem.revertsLeft != kForEver) {
-            --modem.revertsLeft;
-        }
+    if (before != modem.software && TakeOne(modem.revertsLeft)) {
         Schedule(machine, PendingKind::ModemReverts, pending.index, before, 0,
                  now + Micros{modem.revertMs} * kMicrosPerMilli);
     }
@@ -180,25 +159,23 @@ void Perform(Machine& machine, const Pending& pending, Micros now) {
             ConfirmModem(machine, pending, now);
             break;
         case PendingKind::ModemReverts:
-            ChangeModemByItself(machine, pending.index, pending.value != 0, now);
+            ChangeModem(machine, pending.index, pending.value, now);
             break;
         case PendingKind::Free:
             break;
     }
 }
 
+/// What is due first, and came first; null when nothing is pending.
 Pending* FirstPending(Machine& machine) {
-    Pending* first = nullptr;
-    for (Pending& pending : machine.devices.pending) {
-        if (pending.kind == PendingKind::Free) {
-            continue;
-        }
-        if (first == nullptr || pending.due < first->due ||
-            (pending.due == first->due && pending.order < first->order)) {
-            first = &pending;
-        }
-    }
-    return first;
+    const auto isSooner = [](const Pending& left, const Pending& right) {
+        const auto rank = [](const Pending& pending) {
+            return std::tuple(pending.kind == PendingKind::Free, pending.due, pending.order);
+        };
+        return rank(left) < rank(right);
+    };
+    Pending& first = *std::ranges::min_element(machine.devices.pending, isSooner);
+    return first.kind == PendingKind::Free ? nullptr : &first;
 }
 
 void MakeWlanAdapter(Machine& machine, std::uint32_t index, std::uint32_t phys) {
@@ -213,9 +190,7 @@ void MakeWlanAdapter(Machine& machine, std::uint32_t index, std::uint32_t phys) 
         phy.hardware = kRadioOn;
         phy.refuseError = ERROR_GEN_FAILURE;
     }
-    if (Adapter* const adapter =
-            AddAdapter(machine, "wifi" + std::to_string(index + 1), AdapterRole::Wifi, IF_TYPE_IEEE80211)) {
-        adapter->number = index;
+    if (Adapter* const adapter = AddAdapter(machine, "wifi" + std::to_string(index + 1), IF_TYPE_IEEE80211)) {
         adapter->id = wlan.id;
         CopyText(adapter->description, "Brook Wireless Adapter " + std::to_string(index + 1));
         CopyText(adapter->friendlyName, L"Wi-Fi " + std::to_wstring(index + 1));
@@ -236,7 +211,7 @@ void MakeModem(Machine& machine, std::uint32_t index) {
 
 void EnableFeature(Machine& machine, const wchar_t* name) {
     Setting* const setting = PutSetting(machine, name);
-    setting->kind = SettingKind::Text;
+    setting->type = VT_BSTR;
     CopyText(setting->text, std::wstring_view(L"Enabled"));
 }
 
@@ -264,9 +239,7 @@ void ResetMachine(Machine& machine, const Shape& shape, Micros now) {
     EnableFeature(machine, L"LAN / WLAN Auto Switching");
     EnableFeature(machine, L"LAN / WWAN Auto Switching");
     if (connectivity != 0) {
-        Event event{};
-        event.kind = EventKind::MachineConnectivity;
-        PostEvent(machine, event, now);
+        PostEvent(machine, {.kind = EventKind::MachineConnectivity}, now);
     }
 }
 
@@ -321,8 +294,8 @@ Micros NextDue(const Machine& machine) {
 }
 
 Adapter* FindAdapter(Machine& machine, std::string_view name) {
-    for (Adapter& adapter : machine.devices.adapters) {
-        if (adapter.present != 0 && name == adapter.name) {
+    for (Adapter& adapter : Adapters(machine.devices)) {
+        if (name == adapter.name) {
             return &adapter;
         }
     }
@@ -330,8 +303,8 @@ Adapter* FindAdapter(Machine& machine, std::string_view name) {
 }
 
 Adapter* FindAdapterByConnection(Machine& machine, const GUID& connectionId) {
-    for (Adapter& adapter : machine.devices.adapters) {
-        if (adapter.present != 0 && IsEqualGUID(adapter.connectionId, connectionId)) {
+    for (Adapter& adapter : Adapters(machine.devices)) {
+        if (IsEqualGUID(adapter.connectionId, connectionId)) {
             return &adapter;
         }
     }
@@ -343,9 +316,8 @@ Adapter* CablePort(Machine& machine, std::uint32_t number) {
     if (Adapter* const known = FindAdapter(machine, name)) {
         return known;
     }
-    Adapter* const port = AddAdapter(machine, name, AdapterRole::Cable, IF_TYPE_ETHERNET_CSMACD);
+    Adapter* const port = AddAdapter(machine, name, IF_TYPE_ETHERNET_CSMACD);
     if (port != nullptr) {
-        port->number = number;
         CopyText(port->description, "Brook Gigabit Ethernet Controller " + std::to_string(number));
         CopyText(port->friendlyName, L"Ethernet " + std::to_wstring(number));
         CopyText(port->address, "192.168.1." + std::to_string(19 + number % 200));
@@ -354,7 +326,7 @@ Adapter* CablePort(Machine& machine, std::uint32_t number) {
     return port;
 }
 
-Adapter* AddAdapter(Machine& machine, std::string_view name, AdapterRole role, std::uint32_t type) {
+Adapter* AddAdapter(Machine& machine, std::string_view name, std::uint32_t type) {
     for (std::uint32_t i = 0; i < kMaxAdapters; ++i) {
         Adapter& adapter = machine.devices.adapters[i];
         if (adapter.present != 0) {
@@ -362,7 +334,6 @@ Adapter* AddAdapter(Machine& machine, std::string_view name, AdapterRole role, s
         }
         adapter = {};
         adapter.present = 1;
-        adapter.role = role;
         adapter.type = type;
         CopyText(adapter.name, name);
         adapter.id = NumberedId(kAdapterFamily, i + 1);
@@ -389,7 +360,7 @@ void RemoveAdapter(Machine& machine, Adapter& adapter, Micros now) {
 }
 
 void PlugIn(Machine& machine, Adapter& adapter, std::uint32_t addressMs, Micros now) {
-    const std::uint32_t index = CurrentIndex(machine, adapter);
+    const std::uint32_t index = IndexOf(machine.devices.adapters, adapter);
     CancelPending(machine, PendingKind::AddressArrives, index);
     adapter.plugged = 1;
     if (addressMs == 0) {
@@ -406,7 +377,7 @@ void PlugIn(Machine& machine, Adapter& adapter, std::uint32_t addressMs, Micros 
 }
 
 void PullOut(Machine& machine, Adapter& adapter, Micros now) {
-    CancelPending(machine, PendingKind::AddressArrives, CurrentIndex(machine, adapter));
+    CancelPending(machine, PendingKind::AddressArrives, IndexOf(machine.devices.adapters, adapter));
     adapter.plugged = 0;
     adapter.hasAddress = 0;
     if (adapter.connectivity != 0) {
@@ -415,7 +386,7 @@ void PullOut(Machine& machine, Adapter& adapter, Micros now) {
 }
 
 void GiveAddress(Machine& machine, Adapter& adapter, Micros now) {
-    CancelPending(machine, PendingKind::AddressArrives, CurrentIndex(machine, adapter));
+    CancelPending(machine, PendingKind::AddressArrives, IndexOf(machine.devices.adapters, adapter));
     if (adapter.present == 0 || adapter.plugged == 0 || adapter.hasAddress != 0) {
         return;
     }
@@ -433,9 +404,8 @@ void TakeAddress(Machine& machine, Adapter& adapter, Micros now) {
 
 std::uint32_t MachineConnectivity(const Machine& machine) {
     std::uint32_t all = 0;
-    for (std::uint32_t i = 0; i < machine.devices.adapterCount; ++i) {
-        const Adapter& adapter = machine.devices.adapters[i];
-        all |= adapter.present != 0 ? adapter.connectivity : 0U;
+    for (const Adapter& adapter : Adapters(machine.devices)) {
+        all |= adapter.connectivity;
     }
     return all;
 }
@@ -448,10 +418,7 @@ DWORD SetPhySoftware(Machine& machine, std::uint32_t adapter, std::uint32_t phy,
     }
     Phy& radio = wlan.phys[phy];
     ++radio.sets;
-    if (radio.refusalsLeft != 0) {
-        if (radio.refusalsLeft != kForEver) {
-            --radio.refusalsLeft;
-        }
+    if (TakeOne(radio.refusalsLeft)) {
         return radio.refuseError;
     }
     if (radio.software != state) {
@@ -467,16 +434,12 @@ void SwitchWlanByUser(Machine& machine, bool on, Micros now) {
 }
 
 void SwitchWlanHardware(Machine& machine, bool on, Micros now) {
-    for (std::uint32_t index = 0; index < kMaxWlanAdapters; ++index) {
-        WlanAdapter& adapter = machine.devices.wlan[index];
-        if (adapter.present == 0) {
-            continue;
-        }
+    for (WlanAdapter& adapter : Present(machine.devices.wlan)) {
         for (std::uint32_t phy = 0; phy < adapter.phyCount; ++phy) {
             adapter.phys[phy].hardware = on ? kRadioOn : kRadioOff;
             AnnouncePhy(machine, adapter, phy, now);
         }
-        AfterWlanChange(machine, index, now);
+        AfterWlanChange(machine, IndexOf(machine.devices.wlan, adapter), now);
     }
 }
 
@@ -510,13 +473,13 @@ void DisconnectWifi(Machine& machine, std::uint32_t adapter, Micros now) {
 
 void AnnounceWlan(Machine& machine, std::uint32_t adapter, std::uint32_t source, std::uint32_t code,
                   Micros now) {
-    Event event{};
-    event.kind = EventKind::Wlan;
-    event.source = source;
-    event.code = code;
-    event.id = machine.devices.wlan[adapter].id;
-    event.withoutData = 1;
-    PostEvent(machine, event, now);
+    PostEvent(machine,
+              {.kind = EventKind::Wlan,
+               .source = source,
+               .code = code,
+               .id = machine.devices.wlan[adapter].id,
+               .withoutData = 1},
+              now);
 }
 
 bool AllPhysAre(const WlanAdapter& adapter, std::uint32_t state) {
@@ -528,17 +491,13 @@ HRESULT SetModemSoftware(Machine& machine, std::uint32_t modem, std::uint32_t st
                          Micros now) {
     Modem& device = machine.devices.modems[modem];
     ++device.sets;
-    if (device.refusalsLeft != 0) {
-        if (device.refusalsLeft != kForEver) {
-            --device.refusalsLeft;
-        }
+    if (TakeOne(device.refusalsLeft)) {
         return static_cast<HRESULT>(device.refuseError);
     }
     request = machine.devices.nextRequest++;
     if (device.confirmMs == kForEver) {
-        if (device.follows != 0 && device.software != state) {
-            device.software = state;
-            AnnounceModemState(machine, modem, now);
+        if (device.follows != 0) {
+            ChangeModem(machine, modem, state, now);
         }
         return S_OK;
     }
@@ -549,25 +508,10 @@ HRESULT SetModemSoftware(Machine& machine, std::uint32_t modem, std::uint32_t st
 }
 
 void SwitchModemByUser(Machine& machine, std::uint32_t modem, bool on, Micros now) {
-    Modem& device = machine.devices.modems[modem];
-    const std::uint32_t wanted = on ? 1U : 0U;
-    if (device.present == 0) {
-        return;
-    }
-    if (device.software != wanted) {
-        device.software = wanted;
-        AnnounceModemState(machine, modem, now);
-    }
-    // Every subscriber hears of the end of every program's request.
-    AnnounceModemComplete(machine, modem, machine.devices.nextRequest++, now);
-}
-
-void ChangeModemByItself(Machine& machine, std::uint32_t modem, bool on, Micros now) {
-    Modem& device = machine.devices.modems[modem];
-    const std::uint32_t wanted = on ? 1U : 0U;
-    if (device.present != 0 && device.software != wanted) {
-        device.software = wanted;
-        AnnounceModemState(machine, modem, now);
+    if (machine.devices.modems[modem].present != 0) {
+        ChangeModem(machine, modem, on ? 1 : 0, now);
+        // Every subscriber hears of the end of every program's request.
+        AnnounceModemComplete(machine, modem, machine.devices.nextRequest++, now);
     }
 }
 
@@ -583,18 +527,17 @@ void FollowAirplaneMode(Machine& machine, bool on, Micros now) {
         }
     }
     SetWlanRadios(machine, false, !on, now);
-    for (std::uint32_t i = 0; i < kMaxModems; ++i) {
-        Modem& modem = machine.devices.modems[i];
+    for (const Modem& modem : Present(machine.devices.modems)) {
         const bool wanted = !on && (modem.beforeAirplane != 0 || modem.software != 0);
-        if (modem.present != 0 && (modem.software != 0) != wanted) {
-            SwitchModemByUser(machine, i, wanted, now);
+        if ((modem.software != 0) != wanted) {
+            SwitchModemByUser(machine, IndexOf(machine.devices.modems, modem), wanted, now);
         }
     }
 }
 
 Setting* FindSetting(Machine& machine, std::wstring_view name) {
-    for (Setting& setting : machine.devices.settings) {
-        if (setting.present != 0 && name == setting.name) {
+    for (Setting& setting : Present(machine.devices.settings)) {
+        if (name == setting.name) {
             return &setting;
         }
     }

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
+#include <ranges>
+#include <span>
 #include <string_view>
+#include <utility>
 
 #include "notebook/state/layout.h"
 
@@ -10,6 +12,23 @@
 // The caller holds the state's lock. Nothing here calls the system.
 
 namespace Notebook {
+
+/// Those of a row of devices that are there.
+template <class Row>
+auto Present(Row&& devices) {
+    return std::views::filter(std::forward<Row>(devices),
+                              [](const auto& device) { return device.present != 0; });
+}
+/// The same of all adapters, quick where there are few.
+template <class AllDevices>
+auto Adapters(AllDevices& devices) {
+    return Present(std::span(devices.adapters, devices.adapterCount));
+}
+/// The place of a device in its row.
+template <class Device, std::size_t kCount>
+std::uint32_t IndexOf(const Device (&devices)[kCount], const Device& device) {
+    return static_cast<std::uint32_t>(&device - devices);
+}
 
 /// What a fresh notebook is made of.
 struct Shape {
@@ -47,7 +66,7 @@ Adapter* FindAdapterByConnection(Machine& machine, const GUID& connectionId);
 /// The port of a cable (numbered from 1), made when it is new. Null when no adapter is free.
 Adapter* CablePort(Machine& machine, std::uint32_t number);
 /// A new adapter with names and identifiers of its own; null when none is free.
-Adapter* AddAdapter(Machine& machine, std::string_view name, AdapterRole role, std::uint32_t type);
+Adapter* AddAdapter(Machine& machine, std::string_view name, std::uint32_t type);
 void RemoveAdapter(Machine& machine, Adapter& adapter, Micros now);
 
 /// The link comes up. The address is there after `addressMs`, at once for 0, never for `kForEver`.
@@ -81,8 +100,6 @@ HRESULT SetModemSoftware(Machine& machine, std::uint32_t modem, std::uint32_t st
                          Micros now);
 /// Another program of the user's: done at once.
 void SwitchModemByUser(Machine& machine, std::uint32_t modem, bool on, Micros now);
-/// The radio changes by itself, as when it loses power.
-void ChangeModemByItself(Machine& machine, std::uint32_t modem, bool on, Micros now);
 
 // --- the machine ---
 

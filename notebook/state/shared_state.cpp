@@ -52,7 +52,7 @@ bool IsReadable(const Machine& machine) {
 }
 
 void MakeNew(Machine& machine) {
-    std::memset(&machine, 0, sizeof(machine));
+    std::memset(static_cast<void*>(&machine), 0, sizeof(machine));
     machine.magic = kLayoutMagic;
     machine.version = kLayoutVersion;
     machine.size = sizeof(Machine);

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "notebook/hardware/class_objects.h"
-#include "notebook/hardware/com_object.h"
 #include "notebook/state/shared_state.h"
 #include "platform/mbn_api.h"
 
@@ -49,10 +48,9 @@ bool Keep(REFIID iid) {
     return SUCCEEDED(kept);
 }
 
-template <class Make>
-bool Serve(REFCLSID clsid, Call call, Make make) {
+bool Serve(REFCLSID clsid) {
     IUnknown* factory = nullptr;
-    GetClassObject(call, make, IID_IUnknown, reinterpret_cast<void**>(&factory));
+    GetDeviceClass(clsid, IID_IUnknown, reinterpret_cast<void**>(&factory));
     DWORD cookie = 0;
     const HRESULT registered =
         CoRegisterClassObject(clsid, factory, CLSCTX_LOCAL_SERVER, REGCLS_MULTIPLEUSE, &cookie);
@@ -80,8 +78,7 @@ bool ServeDevices() {
     return SUCCEEDED(CoInitializeEx(nullptr, COINIT_MULTITHREADED)) &&
            std::all_of(std::begin(kInterfaces), std::end(kInterfaces),
                        [](const IID* iid) { return Keep(*iid); }) &&
-           Serve(CLSID_NetworkListManager, Call::NetworkListManagerCreate, &MakeNetworkListManager) &&
-           Serve(CLSID_MbnInterfaceManager, Call::MbnInterfaceManagerCreate, &MakeMbnInterfaceManager);
+           Serve(CLSID_NetworkListManager) && Serve(CLSID_MbnInterfaceManager);
 }
 
 void StopServingDevices() {

@@ -9,6 +9,7 @@
 #include <atomic>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "notebook/controller/conversation.h"
 #include "notebook/state/calls.h"
@@ -41,9 +42,8 @@ class CallRuleTest : public NotebookTest {
 
 /// The rule that the words of a command make.
 CallRule RuleOf(const std::string& what) {
-    Words words("WlanOpenHandle " + what);
-    CallCommands().front().run(words);
-    words.End();
+    const Command& call = CallCommands().front();
+    call.run(Arguments(call.name, call.usage, SplitWords("WlanOpenHandle " + what)));
     return SharedState::Get().Raw().rules[static_cast<std::size_t>(Call::WlanOpenHandle)];
 }
 
@@ -52,7 +52,9 @@ TEST_F(CallRuleTest, CommandSaysHowOftenWithWhatAndAfterHowManyCalls) {
     EXPECT_EQ(RuleKind::Fail, rule.kind);
     EXPECT_EQ((std::array<std::uint32_t, 3>{3, 5, 2}), (std::array{rule.left, rule.error, rule.skip}));
     EXPECT_EQ(kForEver, RuleOf("fail always with 0x80070005").left);
-    EXPECT_EQ(0x80070005U, RuleOf("fail once with 0x80070005 after 1 call").error);
+    rule = RuleOf("fail once with 0x80070005 after 1 call");
+    EXPECT_EQ((std::array<std::uint32_t, 3>{1, 0x80070005, 1}),
+              (std::array{rule.left, rule.error, rule.skip}));
     rule = RuleOf("hold after 4 calls");
     EXPECT_EQ(RuleKind::Hold, rule.kind);
     EXPECT_EQ((std::array<std::uint32_t, 2>{1, 4}), (std::array{rule.left, rule.skip}));
@@ -62,33 +64,34 @@ TEST_F(CallRuleTest, CommandSaysHowOftenWithWhatAndAfterHowManyCalls) {
 TEST_F(CallRuleTest, CommandThatCouldBeReadAnotherWayIsRefused) {
     for (const char* const what :
          {"fail 3 5 after 2", "fail once 5", "fail 3 times 5", "fail once with 5 after 2", "hold 3",
-          "fail with 5", "fail", "hold once more", ""}) {
+          "fail with 5", "fail", "hold once more", "", "fail once with 5 after 1 calls",
+          "fail once with 5 after 2 call", "slow", "slow down", "release 5"}) {
         SCOPED_TRACE(what);
         EXPECT_THROW(RuleOf(what), CommandError);
     }
 }
 
-TEST_F(CallRuleTest, FailsOnceThenNoMore) {
-    Rule({RuleKind::Fail, 0, 1, ERROR_ACCESS_DENIED, 0});
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, Open());
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Open());
-    EXPECT_EQ(2, Counted().calls);
-    EXPECT_EQ(1, Counted().failed);
-}
-
-TEST_F(CallRuleTest, FailsTheThirdTime) {
-    Rule({RuleKind::Fail, 2, 1, ERROR_ACCESS_DENIED, 0});
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Open());
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Open());
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, Open());
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Open());
-}
-
-TEST_F(CallRuleTest, FailsAlways) {
-    Rule({RuleKind::Fail, 0, kForEver, ERROR_ACCESS_DENIED, 0});
-    for (int i = 0; i < 20; ++i) {
-        EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, Open());
+TEST_F(CallRuleTest, FailsAsOftenAndAsLateAsItShould) {
+    const struct {
+        const char* what;
+        std::vector<DWORD> results;
+    } rows[] = {
+        {"fail once with 5", {5, 0, 0, 0}},
+        {"fail 2 times with 5 after 1 call", {0, 5, 5, 0}},
+        {"fail once with 5 after 2 calls", {0, 0, 5, 0}},
+        {"fail always with 5", {5, 5, 5, 5}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        RuleOf(row.what);
+        std::vector<DWORD> results;
+        for (int i = 0; i < 4; ++i) {
+            results.push_back(Open());
+        }
+        EXPECT_EQ(results, row.results);
     }
+    EXPECT_EQ(16, Counted().calls);
+    EXPECT_EQ(8, Counted().failed);
 }
 
 TEST_F(CallRuleTest, SlowCallTakesItsTimeAndSucceeds) {

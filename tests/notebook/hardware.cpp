@@ -19,34 +19,19 @@ std::wstring Beside(const char* name) {
     return own.substr(0, own.find_last_of(L'\\') + 1) + Widen(name);
 }
 
-template <class Function>
-void Find(HMODULE module, const char* name, Function& function) {
-    function = reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(module, name)));
-    if (function == nullptr) {
+}  // namespace
+
+Export::Export(const char* name) {
+    static const HMODULE module = LoadLibraryW(Beside(NOTEBOOK_HARDWARE_NAME).c_str());
+    m_address = module == nullptr ? nullptr : reinterpret_cast<void*>(GetProcAddress(module, name));
+    if (m_address == nullptr) {
         throw std::runtime_error(std::string("The hardware does not export ") + name);
     }
 }
 
-}  // namespace
-
 Hardware& Hardware::Get() {
     static Hardware hardware;
     return hardware;
-}
-
-Hardware::Hardware() : m_module(LoadLibraryW(Beside(NOTEBOOK_HARDWARE_NAME).c_str())) {
-    if (m_module == nullptr) {
-        throw std::runtime_error("The hardware cannot be loaded");
-    }
-    Find(m_module, "WlanOpenHandle", WlanOpenHandle);
-    Find(m_module, "WlanCloseHandle", WlanCloseHandle);
-    Find(m_module, "WlanEnumInterfaces", WlanEnumInterfaces);
-    Find(m_module, "WlanGetInterfaceCapability", WlanGetInterfaceCapability);
-    Find(m_module, "WlanSetInterface", WlanSetInterface);
-    Find(m_module, "WlanQueryInterface", WlanQueryInterface);
-    Find(m_module, "WlanFreeMemory", WlanFreeMemory);
-    Find(m_module, "WlanRegisterNotification", WlanRegisterNotification);
-    Find(m_module, "DllGetClassObject", m_getClassObject);
 }
 
 HRESULT Hardware::CreateObject(REFCLSID clsid, REFIID iid, void** object) {

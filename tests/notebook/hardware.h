@@ -17,19 +17,32 @@ namespace Notebook::Tests {
 
 using Microsoft::WRL::ComPtr;
 
-/// The hardware DLL in this process, taken in on first use.
+/// What the hardware DLL, which is taken in on first use, has under a name.
+class Export {
+  public:
+    explicit Export(const char* name);
+    template <class Function>
+    operator Function*() const {
+        return reinterpret_cast<Function*>(m_address);
+    }
+
+  private:
+    void* m_address;
+};
+
+/// The hardware DLL in this process.
 class Hardware {
   public:
     static Hardware& Get();
 
-    decltype(&::WlanOpenHandle) WlanOpenHandle;
-    decltype(&::WlanCloseHandle) WlanCloseHandle;
-    decltype(&::WlanEnumInterfaces) WlanEnumInterfaces;
-    decltype(&::WlanGetInterfaceCapability) WlanGetInterfaceCapability;
-    decltype(&::WlanSetInterface) WlanSetInterface;
-    decltype(&::WlanQueryInterface) WlanQueryInterface;
-    decltype(&::WlanFreeMemory) WlanFreeMemory;
-    decltype(&::WlanRegisterNotification) WlanRegisterNotification;
+    decltype(&::WlanOpenHandle) WlanOpenHandle = Export("WlanOpenHandle");
+    decltype(&::WlanCloseHandle) WlanCloseHandle = Export("WlanCloseHandle");
+    decltype(&::WlanEnumInterfaces) WlanEnumInterfaces = Export("WlanEnumInterfaces");
+    decltype(&::WlanGetInterfaceCapability) WlanGetInterfaceCapability = Export("WlanGetInterfaceCapability");
+    decltype(&::WlanSetInterface) WlanSetInterface = Export("WlanSetInterface");
+    decltype(&::WlanQueryInterface) WlanQueryInterface = Export("WlanQueryInterface");
+    decltype(&::WlanFreeMemory) WlanFreeMemory = Export("WlanFreeMemory");
+    decltype(&::WlanRegisterNotification) WlanRegisterNotification = Export("WlanRegisterNotification");
 
     /// A new object of one of the classes that the DLL serves.
     template <class Interface>
@@ -42,10 +55,7 @@ class Hardware {
     HRESULT CreateObject(REFCLSID clsid, REFIID iid, void** object);
 
   private:
-    Hardware();
-
-    HMODULE m_module;
-    decltype(&::DllGetClassObject) m_getClassObject;
+    decltype(&::DllGetClassObject) m_getClassObject = Export("DllGetClassObject");
 };
 
 /// A fresh notebook for each test, this process in the multithreaded apartment, and everything

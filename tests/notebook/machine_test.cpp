@@ -7,7 +7,10 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdio>
+#include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "platform/wlan_notifications.h"
@@ -19,310 +22,192 @@ namespace {
 using testing::ElementsAre;
 
 constexpr Micros kSecond = 1000 * kMicrosPerMilli;
-constexpr std::uint32_t kNoTraffic = 0x3;
-constexpr std::uint32_t kInternet = 0x40;
 
-class MachineTest : public testing::Test {
-  protected:
-    MachineTest() : m_machine(std::make_unique<Machine>()) {
-        ResetMachine(*m_machine, {.modems = 1}, 0);
-        m_first = m_machine->eventCount;
+std::unique_ptr<Machine> NewMachine() {
+    auto machine = std::make_unique<Machine>();
+    ResetMachine(*machine, {.cables = 2, .modems = 1}, 0);
+    machine->eventCount = 0;
+    return machine;
+}
+
+Adapter& Cable(Machine& machine, std::uint32_t number = 1) {
+    return *CablePort(machine, number);
+}
+
+Modem& TheModem(Machine& machine) {
+    return machine.devices.modems[0];
+}
+
+/// What subscribers are told of an event, and of whom.
+std::string Told(Machine& machine, const Event& event) {
+    const bool isOfSecond = IsEqualGUID(event.id, Cable(machine, 2).connectionId);
+    char text[64] = "something else";
+    if (event.kind == EventKind::ConnectionConnectivity) {
+        std::snprintf(text, sizeof(text), "%s 0x%x", isOfSecond ? "second connection" : "connection",
+                      event.value);
+    } else if (event.kind == EventKind::NetworkConnectivity) {
+        return "network";
+    } else if (event.kind == EventKind::MachineConnectivity) {
+        std::snprintf(text, sizeof(text), "machine 0x%x", event.value);
+    } else if (event.kind == EventKind::Wlan &&
+               event.code == Platform::kWlanNotificationMsmRadioStateChange) {
+        std::snprintf(text, sizeof(text), "PHY %u %s", event.value,
+                      event.software == kRadioOn ? "on" : "off");
+    } else if (event.kind == EventKind::ModemStateChange) {
+        return "modem changes";
+    } else if (event.kind == EventKind::ModemSetComplete) {
+        std::snprintf(text, sizeof(text), "request %u ends %s", event.request,
+                      event.software != 0 ? "on" : "off");
     }
+    return text;
+}
 
-    Machine& TheMachine() { return *m_machine; }
-    Adapter& Cable(std::uint32_t number = 1) { return *CablePort(*m_machine, number); }
-    WlanAdapter& Wlan() { return m_machine->devices.wlan[0]; }
-    Modem& TheModem() { return m_machine->devices.modems[0]; }
-
-    /// What was announced since the last look.
-    std::vector<Event> News() {
-        std::vector<Event> news;
-        for (; m_first < m_machine->eventCount; ++m_first) {
-            news.push_back(m_machine->events[m_first % kEventCapacity]);
-        }
-        return news;
+std::vector<std::string> News(Machine& machine) {
+    std::vector<std::string> news;
+    for (std::uint64_t i = 0; i < machine.eventCount; ++i) {
+        news.push_back(Told(machine, machine.events[i]));
     }
-    /// The same, only the new connectivity of connections.
-    std::vector<std::uint32_t> Connectivities() {
-        std::vector<std::uint32_t> values;
-        for (const Event& event : News()) {
-            if (event.kind == EventKind::ConnectionConnectivity) {
-                values.push_back(event.value);
-            }
-        }
-        return values;
+    return news;
+}
+
+HRESULT SwitchModemOff(Machine& machine, Micros now = 0) {
+    std::uint32_t request = 0;
+    return SetModemSoftware(machine, 0, 0, request, now);
+}
+
+TEST(MachineTest, WhatIsAnnouncedAndInWhatOrder) {
+    const std::vector<std::string> offAndOn = {"PHY 0 off", "PHY 1 off", "PHY 0 on", "PHY 1 on"};
+    const struct {
+        const char* what;
+        std::function<void(Machine&)> act;
+        std::vector<std::string> told;
+    } rows[] = {
+        {"a cable with its address",
+         [](Machine& m) { PlugIn(m, Cable(m), 0, 0); },
+         {"connection 0x40", "network", "machine 0x40"}},
+        {"an address that has not come yet",
+         [](Machine& m) {
+             PlugIn(m, Cable(m), 3000, 0);
+             ApplyDue(m, 3 * kSecond - 1);
+         },
+         {"connection 0x3", "network", "machine 0x3"}},
+        {"an address that has",
+         [](Machine& m) {
+             PlugIn(m, Cable(m), 3000, 0);
+             ApplyDue(m, 3 * kSecond);
+         },
+         {"connection 0x3", "network", "machine 0x3", "connection 0x40", "network", "machine 0x40"}},
+        {"a cable pulled before its address came",
+         [](Machine& m) {
+             PlugIn(m, Cable(m), 3000, 0);
+             PullOut(m, Cable(m), kSecond);
+             ApplyDue(m, 10 * kSecond);
+         },
+         {"connection 0x3", "network", "machine 0x3", "connection 0x0", "network", "machine 0x0"}},
+        {"one of two cables, and pulled twice",
+         [](Machine& m) {
+             PlugIn(m, Cable(m, 1), 0, 0);
+             PlugIn(m, Cable(m, 2), 0, 0);
+             PullOut(m, Cable(m, 2), 0);
+             PullOut(m, Cable(m, 2), 0);
+         },
+         {"connection 0x40", "network", "machine 0x40", "second connection 0x40", "network",
+          "second connection 0x0", "network"}},
+        {"what is due, in the order of its times",
+         [](Machine& m) {
+             PlugIn(m, Cable(m, 1), 2000, 0);
+             PlugIn(m, Cable(m, 2), 1000, 0);
+             m.eventCount = 0;
+             ApplyDue(m, 5 * kSecond);
+         },
+         {"second connection 0x40", "network", "machine 0x43", "connection 0x40", "network", "machine 0x40"}},
+        {"what happened asleep, afterwards",
+         [](Machine& m) {
+             m.devices.asleep = 1;
+             PlugIn(m, Cable(m), 0, 0);
+             PullOut(m, Cable(m), 0);
+             EXPECT_THAT(News(m), ElementsAre());
+             m.devices.asleep = 0;
+             ReleaseHeldEvents(m, kSecond);
+         },
+         {"connection 0x40", "network", "machine 0x40", "connection 0x0", "network", "machine 0x0"}},
+        {"one PHY, once",
+         [](Machine& m) {
+             SetPhySoftware(m, 0, 1, kRadioOff, 0);
+             SetPhySoftware(m, 0, 1, kRadioOff, 0);
+         },
+         {"PHY 1 off"}},
+        {"the user's switch of all",
+         [](Machine& m) {
+             SwitchWlanByUser(m, false, 0);
+             SwitchWlanByUser(m, true, 0);
+         },
+         offAndOn},
+        {"a modem that confirms at once",
+         [](Machine& m) { SwitchModemOff(m); },
+         {"modem changes", "request 100 ends off"}},
+        {"one that has not confirmed yet",
+         [](Machine& m) {
+             TheModem(m).confirmMs = 2000;
+             SwitchModemOff(m);
+             EXPECT_EQ(TheModem(m).software, 1U);
+         },
+         {}},
+        {"the user's switch of the modem, also where it changes nothing",
+         [](Machine& m) { SwitchModemByUser(m, 0, true, 0); },
+         {"request 100 ends on"}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        const auto machine = NewMachine();
+        row.act(*machine);
+        EXPECT_EQ(News(*machine), row.told);
     }
-    std::vector<EventKind> Kinds() {
-        std::vector<EventKind> kinds;
-        for (const Event& event : News()) {
-            kinds.push_back(event.kind);
-        }
-        return kinds;
+}
+
+TEST(MachineTest, EveryPhyChangesBeforeAnyIsAnnounced) {
+    const auto machine = NewMachine();
+    SwitchWlanByUser(*machine, false, 0);
+    EXPECT_TRUE(AllPhysAre(machine->devices.wlan[0], kRadioOff));
+    EXPECT_EQ(News(*machine).size(), 2U);
+}
+
+TEST(MachineTest, PhyRefusesAsOftenAsItShould) {
+    const auto machine = NewMachine();
+    Phy& phy = machine->devices.wlan[0].phys[0];
+    phy.refuseError = ERROR_BUSY;
+    phy.refusalsLeft = 2;
+    std::vector<DWORD> results;
+    for (int i = 0; i < 3; ++i) {
+        results.push_back(SetPhySoftware(*machine, 0, 0, kRadioOff, 0));
     }
+    EXPECT_THAT(results, ElementsAre(ERROR_BUSY, ERROR_BUSY, ERROR_SUCCESS));
+    EXPECT_EQ(phy.sets, 3U);
 
-  private:
-    std::unique_ptr<Machine> m_machine;
-    std::uint64_t m_first = 0;
-};
-
-TEST_F(MachineTest, FreshNotebookHasRadiosOnAndNoCableIn) {
-    EXPECT_TRUE(AllPhysAre(Wlan(), kRadioOn));
-    EXPECT_EQ(2U, Wlan().phyCount);
-    EXPECT_EQ(1U, TheModem().software);
-    EXPECT_EQ(0U, Cable().plugged);
-    EXPECT_EQ(0U, MachineConnectivity(TheMachine()));
-}
-
-TEST_F(MachineTest, PlugWithAddressAnnouncesConnectionNetworkAndMachine) {
-    PlugIn(TheMachine(), Cable(), 0, kSecond);
-
-    EXPECT_EQ(1U, Cable().hasAddress);
-    const std::vector<Event> news = News();
-    ASSERT_EQ(3U, news.size());
-    EXPECT_EQ(EventKind::ConnectionConnectivity, news[0].kind);
-    EXPECT_EQ(kInternet, news[0].value);
-    EXPECT_TRUE(IsEqualGUID(Cable().connectionId, news[0].id));
-    EXPECT_EQ(EventKind::NetworkConnectivity, news[1].kind);
-    EXPECT_EQ(EventKind::MachineConnectivity, news[2].kind);
-}
-
-TEST_F(MachineTest, LateAddressComesWhenItsTimeHasComeAndNotBefore) {
-    PlugIn(TheMachine(), Cable(), 3000, 0);
-    EXPECT_EQ(3 * kSecond, NextDue(TheMachine()));
-    ApplyDue(TheMachine(), 3 * kSecond - 1);
-    EXPECT_EQ(0U, Cable().hasAddress);
-
-    ApplyDue(TheMachine(), 3 * kSecond);
-
-    EXPECT_EQ(1U, Cable().hasAddress);
-    EXPECT_THAT(Connectivities(), ElementsAre(kNoTraffic, kInternet));
-    EXPECT_EQ(kNever, NextDue(TheMachine()));
-}
-
-TEST_F(MachineTest, UnplugBeforeTheAddressCameCancelsIt) {
-    PlugIn(TheMachine(), Cable(), 3000, 0);
-    PullOut(TheMachine(), Cable(), kSecond);
-
-    ApplyDue(TheMachine(), 10 * kSecond);
-
-    EXPECT_EQ(0U, Cable().hasAddress);
-    EXPECT_THAT(Connectivities(), ElementsAre(kNoTraffic, 0U));
-}
-
-TEST_F(MachineTest, AddressNeverComing) {
-    PlugIn(TheMachine(), Cable(), kForEver, 0);
-    EXPECT_EQ(kNever, NextDue(TheMachine()));
-    EXPECT_THAT(Connectivities(), ElementsAre(kNoTraffic));
-}
-
-TEST_F(MachineTest, UnplugOfOneOfTwoCablesKeepsTheMachineConnected) {
-    PlugIn(TheMachine(), Cable(1), 0, 0);
-    PlugIn(TheMachine(), Cable(2), 0, 0);
-    News();
-
-    PullOut(TheMachine(), Cable(1), 0);
-
-    EXPECT_EQ(kInternet, MachineConnectivity(TheMachine()));
-    EXPECT_THAT(Kinds(), ElementsAre(EventKind::ConnectionConnectivity, EventKind::NetworkConnectivity));
-}
-
-TEST_F(MachineTest, UnpluggingTwiceAnnouncesOnce) {
-    PlugIn(TheMachine(), Cable(), 0, 0);
-    PullOut(TheMachine(), Cable(), 0);
-    News();
-    PullOut(TheMachine(), Cable(), 0);
-    EXPECT_TRUE(News().empty());
-}
-
-TEST_F(MachineTest, EveryChangedPhyIsAnnouncedAndAnUnchangedOneIsNot) {
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, SetPhySoftware(TheMachine(), 0, 1, kRadioOff, 0));
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, SetPhySoftware(TheMachine(), 0, 1, kRadioOff, 0));
-
-    const std::vector<Event> news = News();
-    ASSERT_EQ(1U, news.size());
-    EXPECT_EQ(std::uint32_t{WLAN_NOTIFICATION_SOURCE_MSM}, news[0].source);
-    EXPECT_EQ(Platform::kWlanNotificationMsmRadioStateChange, news[0].code);
-    EXPECT_EQ(1U, news[0].value);
-    EXPECT_EQ(kRadioOff, news[0].software);
-}
-
-TEST_F(MachineTest, PhyThatRefusesTwiceAcceptsTheThirdTime) {
-    Wlan().phys[0].refusalsLeft = 2;
-    Wlan().phys[0].refuseError = ERROR_BUSY;
-    EXPECT_EQ(DWORD{ERROR_BUSY}, SetPhySoftware(TheMachine(), 0, 0, kRadioOff, 0));
-    EXPECT_EQ(DWORD{ERROR_BUSY}, SetPhySoftware(TheMachine(), 0, 0, kRadioOff, 0));
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, SetPhySoftware(TheMachine(), 0, 0, kRadioOff, 0));
-    EXPECT_EQ(3U, Wlan().phys[0].sets);
-    EXPECT_EQ(kRadioOff, Wlan().phys[0].software);
-}
-
-TEST_F(MachineTest, PhyThatRefusesForEverStays) {
-    Wlan().phys[0].refusalsLeft = kForEver;
+    phy.refusalsLeft = kForEver;
     for (int i = 0; i < 100; ++i) {
-        EXPECT_EQ(DWORD{ERROR_GEN_FAILURE}, SetPhySoftware(TheMachine(), 0, 0, kRadioOff, 0));
+        EXPECT_EQ(SetPhySoftware(*machine, 0, 0, kRadioOn, 0), DWORD{ERROR_BUSY});
     }
-    EXPECT_EQ(kRadioOn, Wlan().phys[0].software);
+    EXPECT_EQ(phy.software, kRadioOff);
 }
 
-TEST_F(MachineTest, UserSwitchChangesEveryPhyBeforeItAnnouncesAny) {
-    SwitchWlanByUser(TheMachine(), false, 0);
-    EXPECT_TRUE(AllPhysAre(Wlan(), kRadioOff));
-    EXPECT_THAT(Kinds(), ElementsAre(EventKind::Wlan, EventKind::Wlan));
+TEST(MachineTest, RadioOffEndsTheWifiConnection) {
+    const auto machine = NewMachine();
+    ASSERT_TRUE(ConnectWifi(*machine, 0, 0));
+    SwitchWlanByUser(*machine, false, 0);
+    EXPECT_EQ(machine->devices.wlan[0].state, std::uint32_t{wlan_interface_state_not_ready});
+    EXPECT_EQ(MachineConnectivity(*machine), 0U);
+    EXPECT_FALSE(ConnectWifi(*machine, 0, 0));
 }
 
-TEST_F(MachineTest, RadioOffEndsTheWifiConnection) {
-    ASSERT_TRUE(ConnectWifi(TheMachine(), 0, 0));
-    News();
-
-    SwitchWlanByUser(TheMachine(), false, 0);
-
-    EXPECT_EQ(std::uint32_t{wlan_interface_state_not_ready}, Wlan().state);
-    EXPECT_THAT(Connectivities(), ElementsAre(0U));
-    EXPECT_FALSE(ConnectWifi(TheMachine(), 0, 0));
-}
-
-TEST_F(MachineTest, AirplaneModeSwitchesOffAndRestoresWhatWasOn) {
-    SwitchModemByUser(TheMachine(), 0, false, 0);
-
-    FollowAirplaneMode(TheMachine(), true, 0);
-    EXPECT_TRUE(AllPhysAre(Wlan(), kRadioOff));
-
-    FollowAirplaneMode(TheMachine(), false, 0);
-    EXPECT_TRUE(AllPhysAre(Wlan(), kRadioOn));
-    EXPECT_EQ(0U, TheModem().software);
-}
-
-TEST_F(MachineTest, RadioThatWasOffBeforeAirplaneModeStaysOffAfterIt) {
-    SwitchWlanByUser(TheMachine(), false, 0);
-    FollowAirplaneMode(TheMachine(), true, 0);
-    FollowAirplaneMode(TheMachine(), false, 0);
-    EXPECT_TRUE(AllPhysAre(Wlan(), kRadioOff));
-    EXPECT_EQ(1U, TheModem().software);
-}
-
-TEST_F(MachineTest, RadioSwitchedOnInAirplaneModeStaysOnAfterIt) {
-    SwitchWlanByUser(TheMachine(), false, 0);
-    FollowAirplaneMode(TheMachine(), true, 0);
-    SwitchWlanByUser(TheMachine(), true, 0);
-    SwitchModemByUser(TheMachine(), 0, true, 0);
-    FollowAirplaneMode(TheMachine(), false, 0);
-    EXPECT_TRUE(AllPhysAre(Wlan(), kRadioOn));
-    EXPECT_EQ(1U, TheModem().software);
-}
-
-TEST_F(MachineTest, ModemChangesThenConfirmsWithItsRequest) {
-    std::uint32_t request = 0;
-    ASSERT_EQ(S_OK, SetModemSoftware(TheMachine(), 0, 0, request, 0));
-
-    EXPECT_EQ(0U, TheModem().software);
-    const std::vector<Event> news = News();
-    ASSERT_EQ(2U, news.size());
-    EXPECT_EQ(EventKind::ModemStateChange, news[0].kind);
-    EXPECT_EQ(EventKind::ModemSetComplete, news[1].kind);
-    EXPECT_EQ(request, news[1].request);
-}
-
-TEST_F(MachineTest, LateModemKeepsItsStateUntilItConfirms) {
-    TheModem().confirmMs = 2000;
-    std::uint32_t request = 0;
-    SetModemSoftware(TheMachine(), 0, 0, request, 0);
-    EXPECT_EQ(1U, TheModem().software);
-    EXPECT_TRUE(News().empty());
-
-    ApplyDue(TheMachine(), 2 * kSecond);
-
-    EXPECT_EQ(0U, TheModem().software);
-    EXPECT_THAT(Kinds(), ElementsAre(EventKind::ModemStateChange, EventKind::ModemSetComplete));
-}
-
-TEST_F(MachineTest, ModemThatNeverConfirmsChangesAllTheSame) {
-    TheModem().confirmMs = kForEver;
-    std::uint32_t request = 0;
-    SetModemSoftware(TheMachine(), 0, 0, request, 0);
-    EXPECT_EQ(0U, TheModem().software);
-    EXPECT_THAT(Kinds(), ElementsAre(EventKind::ModemStateChange));
-}
-
-TEST_F(MachineTest, ModemThatDoesNotFollowConfirmsAndStays) {
-    TheModem().follows = 0;
-    std::uint32_t request = 0;
-    SetModemSoftware(TheMachine(), 0, 0, request, 0);
-    EXPECT_EQ(1U, TheModem().software);
-    EXPECT_THAT(Kinds(), ElementsAre(EventKind::ModemSetComplete));
-}
-
-TEST_F(MachineTest, ModemTakesItsChangeBackOnce) {
-    TheModem().revertsLeft = 1;
-    TheModem().revertMs = 300;
-    std::uint32_t request = 0;
-    SetModemSoftware(TheMachine(), 0, 0, request, 0);
-    EXPECT_EQ(0U, TheModem().software);
-    ApplyDue(TheMachine(), kSecond);
-    EXPECT_EQ(1U, TheModem().software);
-
-    SetModemSoftware(TheMachine(), 0, 0, request, kSecond);
-    ApplyDue(TheMachine(), 5 * kSecond);
-    EXPECT_EQ(0U, TheModem().software);
-}
-
-TEST_F(MachineTest, ModemRefusesAsOftenAsItShould) {
-    TheModem().refusalsLeft = 1;
-    std::uint32_t request = 0;
-    EXPECT_EQ(E_FAIL, SetModemSoftware(TheMachine(), 0, 0, request, 0));
-    EXPECT_EQ(0U, request);
-    EXPECT_EQ(S_OK, SetModemSoftware(TheMachine(), 0, 0, request, 0));
-    EXPECT_NE(0U, request);
-}
-
-TEST_F(MachineTest, UserSwitchOfTheModemIsCompletedForEverySubscriber) {
-    SwitchModemByUser(TheMachine(), 0, false, 0);
-    EXPECT_THAT(Kinds(), ElementsAre(EventKind::ModemStateChange, EventKind::ModemSetComplete));
-}
-
-TEST_F(MachineTest, WhatHappensAsleepIsAnnouncedAfterwardsInItsOrder) {
-    TheMachine().devices.asleep = 1;
-    PlugIn(TheMachine(), Cable(1), 0, 0);
-    PullOut(TheMachine(), Cable(1), 0);
-    EXPECT_TRUE(News().empty());
-
-    TheMachine().devices.asleep = 0;
-    ReleaseHeldEvents(TheMachine(), kSecond);
-
-    EXPECT_THAT(Connectivities(), ElementsAre(kInternet, 0U));
-}
-
-TEST_F(MachineTest, DueThingsHappenInTheOrderOfTheirTimes) {
-    PlugIn(TheMachine(), Cable(1), 2000, 0);
-    PlugIn(TheMachine(), Cable(2), 1000, 0);
-    News();
-
-    ApplyDue(TheMachine(), 5 * kSecond);
-
-    const std::vector<Event> news = News();
-    ASSERT_LE(3U, news.size());
-    EXPECT_TRUE(IsEqualGUID(Cable(2).connectionId, news[0].id));
-}
-
-TEST_F(MachineTest, FiveHundredAdaptersFit) {
-    for (std::uint32_t i = TheMachine().devices.adapterCount; i < 500; ++i) {
-        ASSERT_NE(nullptr, AddAdapter(TheMachine(), "x" + std::to_string(i), AdapterRole::Other, 24));
+TEST(MachineTest, AdapterListGrowsAndShrinks) {
+    const auto machine = NewMachine();
+    for (std::uint32_t i = machine->devices.adapterCount; i < 500; ++i) {
+        ASSERT_NE(AddAdapter(*machine, "x" + std::to_string(i), 24), nullptr);
     }
-    EXPECT_EQ(500U, TheMachine().devices.adapterCount);
-    RemoveAdapter(TheMachine(), *FindAdapter(TheMachine(), "x499"), 0);
-    EXPECT_EQ(499U, TheMachine().devices.adapterCount);
-}
-
-TEST_F(MachineTest, AdaptersHaveIdentifiersOfTheirOwn) {
-    EXPECT_FALSE(IsEqualGUID(Cable(1).id, Cable(2).id));
-    EXPECT_FALSE(IsEqualGUID(Cable(1).connectionId, Cable(2).connectionId));
-    EXPECT_EQ(&Cable(2), FindAdapterByConnection(TheMachine(), Cable(2).connectionId));
-}
-
-TEST_F(MachineTest, SettingThatWasRemovedIsNotFound) {
-    PutSetting(TheMachine(), L"Colour")->kind = SettingKind::Text;
-    ASSERT_NE(nullptr, FindSetting(TheMachine(), L"Colour"));
-    FindSetting(TheMachine(), L"Colour")->present = 0;
-    EXPECT_EQ(nullptr, FindSetting(TheMachine(), L"Colour"));
+    RemoveAdapter(*machine, *FindAdapter(*machine, "x499"), 0);
+    EXPECT_EQ(machine->devices.adapterCount, 499U);
+    EXPECT_EQ(FindAdapterByConnection(*machine, Cable(*machine, 2).connectionId), &Cable(*machine, 2));
 }
 
 }  // namespace

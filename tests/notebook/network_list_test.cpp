@@ -46,10 +46,8 @@ class Sink final : public INetworkConnectionEvents {
         apartment = type;
         return S_OK;
     }
-    HRESULT STDMETHODCALLTYPE
-    NetworkConnectionPropertyChanged(GUID, NLM_CONNECTION_PROPERTY_CHANGE flags) override {
-        const std::lock_guard hold(lock);
-        values.push_back(flags);
+    HRESULT STDMETHODCALLTYPE NetworkConnectionPropertyChanged(GUID,
+                                                               NLM_CONNECTION_PROPERTY_CHANGE) override {
         return S_OK;
     }
 
@@ -78,21 +76,18 @@ class NetworkListTest : public NotebookTest {
         EXPECT_EQ(S_OK, container->FindConnectionPoint(IID_INetworkConnectionEvents, &point));
         return point;
     }
-    void Plug(std::uint32_t cable = 1) {
+    static void Plug() {
         LockedMachine machine;
-        PlugIn(*machine, *CablePort(*machine, cable), 0, machine.Time());
+        PlugIn(*machine, *CablePort(*machine, 1), 0, machine.Time());
     }
-    void Unplug(std::uint32_t cable = 1) {
+    static void Unplug() {
         LockedMachine machine;
-        PullOut(*machine, *CablePort(*machine, cable), machine.Time());
-    }
-    GUID ConnectionId(std::uint32_t cable = 1) {
-        LockedMachine machine;
-        return CablePort(*machine, cable)->connectionId;
+        PullOut(*machine, *CablePort(*machine, 1), machine.Time());
     }
     ComPtr<INetworkConnection> Connection() {
         ComPtr<INetworkConnection> connection;
-        EXPECT_EQ(S_OK, m_manager->GetNetworkConnection(ConnectionId(), &connection));
+        LockedMachine machine;
+        EXPECT_EQ(S_OK, m_manager->GetNetworkConnection(CablePort(*machine, 1)->connectionId, &connection));
         return connection;
     }
 
@@ -115,26 +110,6 @@ TEST_F(NetworkListTest, PlugAndUnplugReachTheSinkInOrderOnAnotherThread) {
     EXPECT_EQ(S_OK, point->Unadvise(cookie));
     EXPECT_EQ(CONNECT_E_NOCONNECTION, point->Unadvise(cookie));
     EXPECT_TRUE(Eventually([&] { return sink.references == 0; }));
-}
-
-TEST_F(NetworkListTest, SubscriptionsAreTracedByTheirEventsAndNumberedApart) {
-    Machine& machine = SharedState::Get().Raw();
-    machine.traceOn = 1;
-    const LONGLONG first = machine.traceCount;
-    Sink sink;
-    const ComPtr<IConnectionPoint> point = Point();
-    DWORD cookies[2] = {};
-    ASSERT_EQ(S_OK, point->Advise(&sink, &cookies[0]));
-    ASSERT_EQ(S_OK, point->Advise(&sink, &cookies[1]));
-    EXPECT_NE(cookies[0], cookies[1]);
-    for (const DWORD cookie : cookies) {
-        EXPECT_EQ(S_OK, point->Unadvise(cookie));
-    }
-    machine.traceOn = 0;
-    ASSERT_EQ(machine.traceCount, first + 5);
-    for (LONGLONG i = first; i < machine.traceCount; ++i) {
-        EXPECT_STREQ(machine.trace[i % kTraceCapacity].detail, "INetworkConnectionEvents");
-    }
 }
 
 TEST_F(NetworkListTest, SinkIsReleasedOnlyWhenTheCallInProgressHasEnded) {
@@ -204,57 +179,6 @@ TEST_F(NetworkListTest, WhatAnEarlierRunHeldIsNotInTheLedger) {
     EXPECT_EQ(1, SharedState::Get().Raw().ledger.comReferences);
 }
 
-TEST_F(NetworkListTest, LateAddressIsAnnouncedWithoutAnyoneAsking) {
-    Sink sink;
-    const ComPtr<IConnectionPoint> point = Point();
-    DWORD cookie = 0;
-    point->Advise(&sink, &cookie);
-    {
-        LockedMachine machine;
-        PlugIn(*machine, *CablePort(*machine, 1), 30, machine.Time());
-    }
-    EXPECT_TRUE(Eventually([&] { return sink.Values().size() == 2; }));
-    EXPECT_THAT(sink.Values(), ElementsAre(NLM_CONNECTIVITY_IPV4_NOTRAFFIC | NLM_CONNECTIVITY_IPV6_NOTRAFFIC,
-                                           NLM_CONNECTIVITY_IPV4_INTERNET));
-    point->Unadvise(cookie);
-}
-
-TEST_F(NetworkListTest, OnlyConnectedAdaptersAreEnumerated) {
-    Plug(1);
-    Plug(2);
-    ComPtr<IEnumNetworkConnections> connections;
-    ASSERT_EQ(S_OK, m_manager->GetNetworkConnections(&connections));
-    INetworkConnection* found[20] = {};
-    ULONG fetched = 0;
-    EXPECT_EQ(S_FALSE, connections->Next(20, found, &fetched));
-    ASSERT_EQ(2U, fetched);
-    GUID id{};
-    EXPECT_EQ(S_OK, found[1]->GetConnectionId(&id));
-    EXPECT_TRUE(IsEqualGUID(ConnectionId(2), id));
-    found[0]->Release();
-    found[1]->Release();
-    EXPECT_EQ(S_FALSE, connections->Next(20, found, &fetched));
-    EXPECT_EQ(0U, fetched);
-}
-
-TEST_F(NetworkListTest, ConnectionNamesItsAdapterNetworkAndConnectivity) {
-    Plug();
-    const ComPtr<INetworkConnection> connection = Connection();
-    GUID adapter{};
-    EXPECT_EQ(S_OK, connection->GetAdapterId(&adapter));
-    VARIANT_BOOL connected = VARIANT_FALSE;
-    EXPECT_EQ(S_OK, connection->get_IsConnectedToInternet(&connected));
-    EXPECT_EQ(VARIANT_TRUE, connected);
-    ComPtr<INetwork> network;
-    ASSERT_EQ(S_OK, connection->GetNetwork(&network));
-    BSTR name = nullptr;
-    ASSERT_EQ(S_OK, network->GetName(&name));
-    EXPECT_STREQ(L"Office", name);
-    SysFreeString(name);
-    LockedMachine machine;
-    EXPECT_TRUE(IsEqualGUID(CablePort(*machine, 1)->id, adapter));
-}
-
 TEST_F(NetworkListTest, VanishedConnectionKeepsItsNamesAndAnswersNothingElse) {
     Plug();
     const ComPtr<INetworkConnection> connection = Connection();
@@ -267,13 +191,6 @@ TEST_F(NetworkListTest, VanishedConnectionKeepsItsNamesAndAnswersNothingElse) {
     EXPECT_TRUE(FAILED(connection->GetNetwork(&network)));
     ComPtr<INetworkConnection> again;
     EXPECT_TRUE(FAILED(m_manager->GetNetworkConnection(id, &again)));
-}
-
-TEST_F(NetworkListTest, UnknownEventInterfaceHasNoConnectionPoint) {
-    ComPtr<IConnectionPointContainer> container;
-    ASSERT_EQ(S_OK, m_manager.As(&container));
-    ComPtr<IConnectionPoint> point;
-    EXPECT_EQ(CONNECT_E_NOCONNECTION, container->FindConnectionPoint(IID_IUnknown, &point));
 }
 
 }  // namespace

@@ -1,69 +1,70 @@
 #include "notebook/controller/words.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include "notebook/controller/status.h"
 #include "notebook/state/calls.h"
+#include "notebook/state/layout.h"
 
 namespace Notebook::Tests {
 
 namespace {
 
+using testing::ElementsAre;
+
 TEST(WordsTest, LineSplitsAtBlanksAndKeepsQuotedOnes) {
-    Words words("bios \"LAN / WLAN\"   text\tOn");
-    EXPECT_EQ("bios", words.Take("a"));
-    EXPECT_EQ("LAN / WLAN", words.Take("b"));
-    EXPECT_EQ("text", words.Take("c"));
-    EXPECT_EQ("On", words.Take("d"));
-    EXPECT_TRUE(words.Empty());
+    EXPECT_THAT(SplitWords("bios \"LAN / WLAN\"   text\tOn # nothing"),
+                ElementsAre("bios", "LAN / WLAN", "text", "On"));
+    EXPECT_THAT(SplitWords(R"("\x01\xff\"\\\n" "")"), ElementsAre("\x01\xff\"\\\n", ""));
+    EXPECT_THAT(SplitWords("   # nothing"), ElementsAre());
+    EXPECT_THROW(SplitWords("plug \"cable"), CommandError);
+    EXPECT_THROW(SplitWords("\"\\x1\""), CommandError);
 }
 
-TEST(WordsTest, EscapesStandForAnyByte) {
-    EXPECT_EQ("\x01\xff\"\\\n", Words(R"("\x01\xff\"\\\n")").Take("text"));
+TEST(WordsTest, QuotedWordSplitsIntoItself) {
+    for (const char* const word : {"text", "", "a \"b\" c", "#", "a\nb\\"}) {
+        EXPECT_THAT(SplitWords(Quoted(word)), ElementsAre(word));
+    }
 }
 
-TEST(WordsTest, EmptyTextIsAWord) {
-    Words words("stored wlan \"\"");
-    words.Take("a");
-    words.Take("b");
-    EXPECT_FALSE(words.Empty());
-    EXPECT_EQ("", words.Take("c"));
+constexpr char kUsage[] =
+    "add NAME [type N] [up] | fill COUNT | NUMBER (confirm MS|never | follows on|off [after LATER])...";
+
+Arguments Given(const std::string& words) {
+    return {"modem", kUsage, SplitWords(words)};
 }
 
-TEST(WordsTest, CommentAndEmptyLineHaveNoWords) {
-    EXPECT_TRUE(Words("   # nothing").Empty());
-    EXPECT_TRUE(Words("").Empty());
+TEST(ArgumentsTest, WordsAreReadAsTheUsageSays) {
+    const Arguments adapter = Given("add vpn up type 0x18");
+    EXPECT_EQ("vpn", adapter.Text("NAME"));
+    EXPECT_EQ(24U, adapter.Number("type", 6));
+    EXPECT_TRUE(adapter.Has("up"));
+    EXPECT_EQ(6U, Given("add fill").Number("type", 6));
+    EXPECT_EQ("fill", Given("add fill").Text("NAME"));
+
+    const Arguments modem = Given("2 follows off after 5 confirm never");
+    EXPECT_EQ(2U, modem.Number("NUMBER"));
+    EXPECT_EQ(kForEver, modem.Count("confirm", "never"));
+    EXPECT_EQ(30U, Given("2 confirm 30").Count("confirm", "never"));
+    EXPECT_FALSE(modem.IsOn("follows"));
+    EXPECT_EQ(5U, modem.Number("after"));
+
+    const Arguments wait("wait", "CONDITION... [within MS]", {"a=b", "c=d", "within", "5"});
+    EXPECT_THAT(wait.All("CONDITION"), ElementsAre("a=b", "c=d"));
+    EXPECT_EQ(5U, wait.Number("within"));
 }
 
-TEST(WordsTest, MissingQuoteIsAnError) {
-    EXPECT_THROW(Words("plug \"cable"), CommandError);
-    EXPECT_THROW(Words("\"\\x1\""), CommandError);
-}
-
-TEST(WordsTest, NumbersAreDecimalOrHexadecimal) {
-    EXPECT_EQ(12U, Words("12").TakeNumber("n"));
-    EXPECT_EQ(0x80041003U, Words("0x80041003").TakeNumber("n"));
-    EXPECT_EQ(-5, Words("-5").TakeInteger("n"));
-    EXPECT_THROW(Words("12x").TakeNumber("n"), CommandError);
-    EXPECT_THROW(Words("-1").TakeNumber("n"), CommandError);
-    EXPECT_THROW(Words("").TakeNumber("n"), CommandError);
-}
-
-TEST(WordsTest, WordsLeftOverAreAnError) {
-    Words words("plug now");
-    words.Take("command");
-    EXPECT_THROW(words.End(), CommandError);
-}
-
-TEST(WordsTest, RestSplitsIntoTheSameWords) {
-    Words words(R"(background bios "a \"b\" c" text "")");
-    words.Take("background");
-    Words again(words.Rest());
-    EXPECT_EQ("bios", again.Take("1"));
-    EXPECT_EQ("a \"b\" c", again.Take("2"));
-    EXPECT_EQ("text", again.Take("3"));
-    EXPECT_EQ("", again.Take("4"));
-    EXPECT_TRUE(again.Empty());
+TEST(ArgumentsTest, WordsThatAreNotAsTheUsageSaysAreRefused) {
+    for (const char* const words :
+         {"", "add", "add a b", "add a type", "add a up up", "fill", "fill 1 2", "2", "2 confirm",
+          "2 follows maybe", "2 after 5", "2 follows on after", "2 confirm 5 6"}) {
+        SCOPED_TRACE(words);
+        EXPECT_THROW(Given(words), CommandError);
+    }
+    for (const char* const number : {"", "12x", "-1", "0x", "4294967296", "on"}) {
+        SCOPED_TRACE(number);
+        EXPECT_THROW((void)Arguments("sleep", "MS", {number}).Number("MS"), CommandError);
+    }
 }
 
 TEST(ConditionTest, KeyAndValueAreSplitAtTheFirstSign) {

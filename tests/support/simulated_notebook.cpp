@@ -95,7 +95,7 @@ Adapter& SimulatedNotebook::Cable(std::uint32_t port) const {
 Adapter& SimulatedNotebook::AddAdapter(std::uint32_t type) const {
     LockedMachine machine;
     const std::string name = "adapter" + std::to_string(machine->devices.adapterCount + 1);
-    return *::Notebook::AddAdapter(*machine, name, AdapterRole::Other, type);
+    return *::Notebook::AddAdapter(*machine, name, type);
 }
 
 void SimulatedNotebook::PlugCable(std::uint32_t port, std::uint32_t addressMs) const {
@@ -120,13 +120,13 @@ void SimulatedNotebook::RemoveSetting(std::wstring_view name) const {
 
 void SimulatedNotebook::SetSetting(std::wstring_view name, std::wstring_view text) const {
     Setting& setting = *PutSetting(m_state, name);
-    setting.kind = SettingKind::Text;
+    setting.type = VT_BSTR;
     CopyText(setting.text, text);
 }
 
 void SimulatedNotebook::SetSetting(std::wstring_view name, const VARIANT& value) const {
     Setting& setting = *PutSetting(m_state, name);
-    setting.kind = SettingKind::AsIs;
+    setting.type = ::Notebook::kRawVariant;
     setting.raw = value;
 }
 
