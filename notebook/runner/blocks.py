@@ -6,6 +6,12 @@
     2 x I ServiceUtils::CheckWlanStatus| ...     the line twice
     6 x                                          what is indented six times, {n} being 0 to 5, {100+n} 100 to 105
         W ServiceUtils::SwitchWlanStatusWithRetry| SwitchWlanStatus not Succeeded. Retrying to {n}
+    @plug                                        lines but for some: in place of those named on the left stand
+        @over-ethernet is @over-wifi             others that have a name, or one line,
+        @cable-finds-no-modem is nothing         none,
+        @ethernet-is-up is                       or what is indented, where the name means what it ever does
+            @ethernet-is-up
+            I NLMEventHandler::CheckEthernetConnectionStatus| Unknown type 24
 
 A block ends with an empty line. One that begins with `log` holds whole sections, as a scenario does.
 """
@@ -19,6 +25,7 @@ import re
 SCENARIOS = pathlib.Path(__file__).resolve().parents[1] / "scenarios"
 COUNTED = re.compile(r"([1-9]\d*) x(?: (.*))?", re.S)
 NUMBER = re.compile(r"\{(?:(\d+)\+)?n\}")
+INSTEAD = re.compile(r"(@[\w-]+) is(?: (.*))?", re.S)
 
 
 class ScenarioError(Exception):
@@ -48,6 +55,17 @@ class Block:
         return bool(self.lines) and self.lines[0][1].startswith("log ")
 
 
+@dataclasses.dataclass
+class Instead:
+    """What stands in place of a name."""
+    path: pathlib.Path
+    number: int
+    lines: list
+    outer: dict
+    """what stands in place of names around it"""
+    is_used: bool = False
+
+
 class Blocks:
     """All that has a name."""
 
@@ -61,7 +79,7 @@ class Blocks:
     def __iter__(self):
         return iter(self._blocks.values())
 
-    def lines(self, path, lines, within=()):
+    def lines(self, path, lines, within=(), instead=None):
         """The texts that written lines stand for, names and counts carried out."""
         texts = []
         at = 0
@@ -72,27 +90,53 @@ class Blocks:
             if text.startswith(" "):
                 raise ScenarioError(path, number, f"indented too far: {text.strip()}")
             if counted:
-                repeated, at = _repeated(path, lines, at, counted[2])
-                each = self.lines(path, repeated, within)
+                repeated, at = _inner(path, lines, at, counted[2], "nothing to repeat")
+                each = self.lines(path, repeated, within, instead)
                 texts += [NUMBER.sub(lambda number, n=n: str(int(number[1] or 0) + n), line)
                           for n in range(int(counted[1])) for line in each]
             elif text.startswith("@"):
-                block = self._find(path, number, text, within)
-                if block.has_sections:
-                    raise ScenarioError(path, number, f"{text} holds whole sections: log {text}")
-                texts += self.lines(block.path, block.lines, (*within, block.name))
+                inner, at = indented(lines, at)
+                texts += self._named(path, number, text, inner, within, instead or {})
             else:
                 texts.append(text)
         return texts
 
-    def sections(self, path, number, name):
+    def _named(self, path, number, text, inner, within, instead):
+        if other := instead.get(text):
+            other.is_used = True
+            return self.lines(other.path, other.lines, within, other.outer)
+        block = self._find(path, number, text, within)
+        if block.has_sections:
+            raise ScenarioError(path, number, f"{text} holds whole sections: log {text}")
+        return self._but_for(path, text, inner, instead, lambda but: self.lines(
+            block.path, block.lines, (*within, block.name), but))
+
+    def _but_for(self, path, name, inner, outer, then):
+        """What `then` makes of a block with what is written below its name in place of some names."""
+        but = dict(outer)
+        at = 0
+        while at < len(inner):
+            number, text = inner[at]
+            match = INSTEAD.fullmatch(text)
+            if not match:
+                raise ScenarioError(path, number, f"below {name} stands what differs, as @NAME is ...: {text}")
+            lines, at = _inner(path, inner, at + 1, match[2], "nothing stands in its place")
+            but[match[1]] = Instead(path, number, [] if match[2] == "nothing" else lines, outer)
+        found = then(but)
+        for text, other in but.items():
+            if other is not outer.get(text) and not other.is_used:
+                raise ScenarioError(path, other.number, f"there is no {text} in {name}")
+        return found
+
+    def sections(self, path, number, name, inner=(), instead=None):
         """The sections that a name stands for: texts by operation."""
         block = self._find(path, number, name, ())
         if not block.has_sections:
             raise ScenarioError(path, number, f"{name} holds lines of one section, not whole sections")
-        return self.read_sections(block.path, block.lines)
+        return self._but_for(path, name, inner, instead or {}, lambda but: self.read_sections(
+            block.path, block.lines, but))
 
-    def read_sections(self, path, lines):
+    def read_sections(self, path, lines, instead=None):
         """The sections of written lines: texts by operation."""
         sections = {}
         at = 0
@@ -101,13 +145,11 @@ class Blocks:
             operation = text.removeprefix("log").strip()
             inner, at = indented(lines, at + 1)
             if operation.startswith("@"):
-                if inner:
-                    raise ScenarioError(path, inner[0][0], f"{operation} says its lines itself")
-                found = self.sections(path, number, operation)
+                found = self.sections(path, number, operation, inner, instead)
             elif inner and not operation:
                 raise ScenarioError(path, number, "the operation is missing")
             else:
-                found = {operation: self.lines(path, inner)} if operation else {}
+                found = {operation: self.lines(path, inner, (), instead)} if operation else {}
             for root, texts in found.items():
                 sections.setdefault(root, []).extend(texts)
         return sections
@@ -130,12 +172,13 @@ def indented(lines, at):
     return [(number, text[min(depth, len(text) - len(text.lstrip())):]) for number, text in lines[first:at]], at
 
 
-def _repeated(path, lines, at, text):
+def _inner(path, lines, at, text, lacking):
+    """What a line holds: the text behind its word, or what is indented below; and where that ends."""
     if text is not None:
         return [(lines[at - 1][0], text)], at
     inner, end = indented(lines, at)
     if not inner:
-        raise ScenarioError(path, lines[at - 1][0], "nothing to repeat")
+        raise ScenarioError(path, lines[at - 1][0], lacking)
     return inner, end
 
 

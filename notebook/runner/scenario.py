@@ -21,11 +21,12 @@
         unplug
     cause cable-in                     what `why` says now about the log so far (docs/doctor.md has the
                                        causes); every scenario names at least one
-    log @plug                          sections that have a name (scenarios/lines/)
+    log @cable-goes-in                 sections that have a name (scenarios/lines/)
+        @stored-wifi-on is nothing     ... and what differs from them
     log NLMEventHandler::NetworkConnectionConnectivityChanged
         I NLMEventHandler::NetworkConnectionConnectivityChanged| Ethernet is connected
         @wifi-switched-off             lines that have a name
-        2 x @wifi-noticed              twice; blocks.py tells of counts
+        2 x @wifi-noticed              twice; blocks.py tells of counts, and of what differs
 
 Steps are carried out in their order, each when the one before has been answered. A command is answered as soon
 as the devices have changed, while the service may still be at work on it: commands that follow one another come

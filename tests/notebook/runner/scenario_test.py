@@ -1,6 +1,7 @@
 """How scenario files are read, and what is refused in them."""
 
 import pathlib
+import re
 import tempfile
 import unittest
 
@@ -138,7 +139,11 @@ class Refusing(unittest.TestCase):
                 ("start\nlog @cable-goes-im\n", ", line 2: .*; did you mean @cable-goes-in"),
                 ("start\nlog A\n    @cable-goes-in\n", ", line 3: @cable-goes-in holds whole sections"),
                 ("start\nlog @plug\n", ", line 2: @plug holds lines of one section"),
-                ("start\nlog @cable-goes-in\n    @plug\n", ", line 3: @cable-goes-in says its lines itself"),
+                ("start\nlog @cable-goes-in\n    @plug\n", ", line 3: below @cable-goes-in stands what differs"),
+                ("start\nlog @cable-goes-in\n    @over-wifi is nothing\n",
+                 ", line 3: there is no @over-wifi in @cable-goes-in"),
+                ("start\nlog A\n    @plug\n        @over-ethernet is\n", ", line 4: nothing stands in its place"),
+                ("start\nlog A\n    @plug\n        @over-ethernet is @over-wif\n", ", line 4: no lines named @over-wif"),
                 ("start\nlog A\n    3 x\n    a\n", ", line 3: nothing to repeat"),
                 ("start\nlog A\n    a\n        b\n", ", line 4: indented too far: b")):
             with self.subTest(text=text), self.assertRaisesRegex(ScenarioError, "^some_scenario.txt" + message):
@@ -153,7 +158,7 @@ class Names(unittest.TestCase):
     """Names and counts in log sections."""
 
     TEXT = ("# Of all.\n\n# Of the first\n# alone.\n@both\na\n@rest\n\n@rest\n# Of a line.\nb\n? c\n\n@loose\na\n{*}\n\n"
-            "@whole\nlog A\n    @both\nlog B\n    b\n\n@itself\n@round\n\n@round\n@itself\n")
+            "@whole\nlog A\n    @both\nlog B\n    b\n\n@round-both\n@both\n    @rest is @rest\n\n@itself\n@round\n\n@round\n@itself\n")
 
     def setUp(self):
         self.path = pathlib.Path("a.txt")
@@ -182,8 +187,22 @@ class Names(unittest.TestCase):
             with self.subTest(lines=lines):
                 self.assertEqual(expanded, self.expand(*lines))
 
+    def test_others_stand_in_place_of_names(self):
+        for lines, expanded in (
+                (["@both", "    @rest is x", "y"], ["a", "x", "y"]),
+                (["@both", "    @rest is @loose"], ["a", "a", "{*}"]),
+                (["@both", "    @rest is nothing"], ["a"]),
+                (["@both", "    @rest is", "        x", "        @rest"], ["a", "x", "b", "? c"]),
+                (["2 x", "    @both", "        @rest is 2 x z"], ["a", "z", "z", "a", "z", "z"]),
+                (["@round-both", "    @rest is x"], ["a", "x"]),
+                (["@round-both", "    @both is y"], ["y"])):
+            with self.subTest(lines=lines):
+                self.assertEqual(expanded, self.expand(*lines))
+        inner = [(1, "@rest is x")]
+        self.assertEqual({"A": ["a", "x"], "B": ["b"]}, self.blocks.sections(self.path, 1, "@whole", inner))
+
     def test_name_that_stands_for_itself_is_refused(self):
-        with self.assertRaisesRegex(ScenarioError, "some_scenario.txt, line 28: @itself stands for itself"):
+        with self.assertRaisesRegex(ScenarioError, "some_scenario.txt, line 32: @itself stands for itself"):
             self.expand("@itself")
 
     def test_name_is_given_once(self):
@@ -237,7 +256,7 @@ class TheScenarios(unittest.TestCase):
                     named_lines().sections(block.path, block.number, "@" + block.name)
                 else:
                     named_lines().lines(block.path, block.lines)
-                self.assertRegex(written, rf"[x ]? ?@{block.name}\n(?s:.*)@{block.name}\n")
+                self.assertGreater(len(re.findall(rf"@{block.name}(?![\w-])", written)), 1)
 
     def test_example_of_the_documentation_is_a_scenario(self):
         example = (SCENARIOS / "plug_and_unplug.txt").read_text(encoding="utf-8")
