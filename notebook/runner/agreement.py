@@ -14,22 +14,18 @@ for 99 % of the time, and wrong next to never.
 What lies between two looks that differ, or that lie far apart, is not counted. While the notebook sleeps or the
 service does not run nobody can know what the other lanes show: there "not known" is not counted, a wrong
 claim is.
-
-`--logs FOLDER` keeps each day, and `--again FOLDER` judges what was kept without playing it.
 """
 
 import argparse
 import collections
 import datetime
-import json
 import pathlib
 import random
-import subprocess
 import sys
 import tempfile
 import time
 
-from .machine import CommandFailed, DOCTOR, Machine, ROOT
+from .machine import add_prefixes, CommandFailed, Machine, why
 from .prefix import leave_by_signals
 from .random_day import Day, NotAllowed
 from .real_time import Pauses, milliseconds, rewrite_logs
@@ -224,33 +220,18 @@ class Readings:
         return good
 
 
-def why(folder):
-    """What the doctor says about the logs of a folder."""
-    answer = subprocess.run([DOCTOR, "why", "--json", folder], check=True, stdin=subprocess.DEVNULL,
-                            stdout=subprocess.PIPE, timeout=60)
-    [machine] = json.loads(answer.stdout)["machines"]
-    return machine
-
-
 def clock(milliseconds):
     return datetime.datetime.fromtimestamp(milliseconds / 1000, datetime.timezone.utc).strftime("%H:%M:%S.%f")[:-3]
 
 
 def play_day(machine, seed, options, readings):
-    machine.begin("cables 2 modems 1")
-    machine.do("policy MaxLogSize 65536")
     machine.looks = []
-    machine.do("start")
-    machine.settle()
+    machine.start_long("cables 2 modems 1")
     try:
         Day(machine, seed).play(options.events, options.overlapping)
     finally:
         machine.settle()
         readings.take(seed, machine.looks, machine.log_folder())
-        if options.logs:
-            kept = options.logs / f"seed-{seed}"
-            machine.copy_logs(kept)
-            (kept / "looks.json").write_text(json.dumps(machine.looks), encoding="utf-8")
 
 
 def play(options, readings):
@@ -264,22 +245,13 @@ def play(options, readings):
                 print(f"the day ends early: {failure}", flush=True)
 
 
-def judge_again(folder, readings):
-    for day in sorted(folder.glob("seed-*")):
-        looks = json.loads((day / "looks.json").read_text(encoding="utf-8"))
-        readings.take(day.name.removeprefix("seed-"), looks, day)
-
-
 def arguments():
     parser = argparse.ArgumentParser(description="Holds what the doctor says against what the devices did.")
     parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(1_000_000))
     parser.add_argument("--days", type=int, default=10)
     parser.add_argument("--events", type=int, default=20)
     parser.add_argument("--overlapping", action="store_true", help="two events at a time")
-    parser.add_argument("--logs", type=pathlib.Path, metavar="FOLDER", help="keeps each day's log there")
-    parser.add_argument("--again", type=pathlib.Path, metavar="FOLDER", help="judges what was kept there")
-    parser.add_argument("--programs", default=ROOT / "build/cross/bin", help="where the programs are")
-    parser.add_argument("--prefixes", default=ROOT / "build/wine", help="where Wine prefixes are made")
+    add_prefixes(parser)
     parser.add_argument("--name", default="notebook-agreement", help="the Wine prefix to make")
     return parser.parse_args()
 
@@ -288,10 +260,7 @@ def main():
     options = arguments()
     leave_by_signals()
     readings = Readings(options.overlapping)
-    if options.again:
-        judge_again(options.again, readings)
-    else:
-        play(options, readings)
+    play(options, readings)
     return 0 if readings.show() else 1
 
 

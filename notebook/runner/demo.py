@@ -9,7 +9,7 @@ import sys
 import time
 
 from .log import Log, decisions
-from .machine import DOCTOR, Machine, ROOT
+from .machine import add_programs, DOCTOR, Machine, ROOT
 from .player import condition
 from .prefix import leave_by_signals
 from .story import EVENING
@@ -126,7 +126,7 @@ def have_drawn(machine, picture, page):
 
 def arguments():
     parser = argparse.ArgumentParser(prog="scripts/demo", description="Shows an evening on the simulated notebook.")
-    parser.add_argument("--programs", default=ROOT / "build/cross/bin", help="where the programs are")
+    add_programs(parser)
     parser.add_argument("--prefix", default=ROOT / "build/wine/demo", help="the Wine prefix to make")
     parser.add_argument("--picture", default=ROOT / "build/evening.svg", type=pathlib.Path, help="where the picture goes")
     parser.add_argument("--page", default=ROOT / "build/evening.html", type=pathlib.Path, help="where the page goes")

@@ -25,6 +25,15 @@ SETTLE = "settle"
 SETTLE_AFTER_AIRPLANE = "settle quiet 600"
 
 
+def add_programs(parser):
+    parser.add_argument("--programs", default=ROOT / "build/cross/bin", help="where the programs are")
+
+
+def add_prefixes(parser):
+    add_programs(parser)
+    parser.add_argument("--prefixes", default=ROOT / "build/wine", help="where Wine prefixes are made")
+
+
 class CommandFailed(Exception):
     """The controller refused a command, or what it waited for did not come."""
 
@@ -32,6 +41,14 @@ class CommandFailed(Exception):
 def parse_pairs(text):
     """The `key=value` pairs of a status line."""
     return dict(word.split("=", 1) for word in shlex.split(text, posix=True) if "=" in word)
+
+
+def why(folder):
+    """What the doctor says about the logs of a folder: the one machine of its report."""
+    answer = subprocess.run([DOCTOR, "why", "--json", folder], check=True, stdin=subprocess.DEVNULL,
+                            stdout=subprocess.PIPE, timeout=60)
+    [machine] = json.loads(answer.stdout)["machines"]
+    return machine
 
 
 class Machine:
@@ -135,6 +152,13 @@ class Machine:
         """Some of the pairs of the status."""
         return parse_pairs(self.do("get " + " ".join(keys)))
 
+    def start_long(self, options):
+        """A fresh notebook with the service running and settled, which may log much."""
+        self.begin(options)
+        self.do("policy MaxLogSize 65536")
+        self.do("start")
+        self.settle()
+
     def begin(self, options=""):
         """A fresh notebook with nothing left of what was played before."""
         if self.values("service")["service"] != "stopped":
@@ -152,12 +176,9 @@ class Machine:
     def log_file(self):
         return self.log_folder() / "LinkvaneService.log"
 
-    def why(self, *arguments):
-        """What the doctor says about the log so far: the one machine of its report."""
-        answer = subprocess.run([DOCTOR, "why", "--json", *arguments, self.log_folder()], check=True,
-                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=60)
-        [machine] = json.loads(answer.stdout)["machines"]
-        return machine
+    def why(self):
+        """What the doctor says about the log so far."""
+        return why(self.log_folder())
 
     def copy_logs(self, folder):
         """Copies all files of the log, the newest and the numbered ones, into a new folder."""

@@ -14,7 +14,7 @@ import sys
 import time
 
 from .log import Log
-from .machine import Machine, ROOT, SERVICE, parse_pairs
+from .machine import add_programs, Machine, parse_pairs, ROOT, SERVICE
 from .prefix import leave_by_signals
 
 FEW_PAIRS = 10
@@ -151,7 +151,7 @@ def arguments():
     parser = argparse.ArgumentParser(description="Measures the service on the simulated notebook.")
     parser.add_argument("--pairs", type=int, default=200, help="pairs of plug and unplug")
     parser.add_argument("--idle", type=int, default=30, metavar="SECONDS", help="how long to watch it idle")
-    parser.add_argument("--programs", default=ROOT / "build/cross/bin", help="where the programs are")
+    add_programs(parser)
     parser.add_argument("--prefix", default=ROOT / "build/wine/measure", help="the Wine prefix to make")
     return parser.parse_args()
 
@@ -160,11 +160,8 @@ def main():
     options = arguments()
     leave_by_signals()
     with Machine(options.prefix, options.programs) as machine:
-        machine.begin("modems 1")
-        machine.do("policy MaxLogSize 65536")
+        machine.start_long("modems 1")
         log = Log(machine.log_file())
-        machine.do("start")
-        machine.settle()
         process = Process(machine.prefix)
         table = Table()
         time.sleep(8)

@@ -14,7 +14,7 @@ import threading
 import traceback
 
 from .blocks import SCENARIOS, ScenarioError, named_lines, near
-from .machine import Machine, ROOT
+from .machine import add_prefixes, Machine
 from .player import Player
 from .prefix import leave_by_signals
 from .record import with_recorded_log
@@ -39,8 +39,7 @@ def arguments():
     parser.add_argument("--check", action="store_true", help="reads the scenarios and plays none")
     parser.add_argument("--logs", type=pathlib.Path, metavar="FOLDER",
                         help="keeps the service's log of every scenario there, in a folder of its name")
-    parser.add_argument("--programs", default=ROOT / "build/cross/bin", help="where the programs are")
-    parser.add_argument("--prefixes", default=ROOT / "build/wine", help="where Wine prefixes are made")
+    add_prefixes(parser)
     return parser.parse_args()
 
 

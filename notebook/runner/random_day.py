@@ -11,7 +11,7 @@ import sys
 import time
 
 from . import rules
-from .machine import Machine, ROOT
+from .machine import add_prefixes, Machine
 from .prefix import leave_by_signals
 
 STORED = {"missing": None, "True": True, "False": False}
@@ -29,7 +29,7 @@ class Day:
         self._random = random.Random(seed)
         self._cables = set()
         self._airplane = False
-        self._worlds = {half: {rules.World(half=half)} for half in ("wlan", "wwan")}
+        self._worlds = {half: {rules.fresh(half)} for half in ("wlan", "wwan")}
 
     def play(self, events, overlapping):
         for number in range(1, events + 1, 2 if overlapping else 1):
@@ -46,7 +46,7 @@ class Day:
         values = self._machine.values("phys", "wwan", "stored_wlan", "stored_wwan", "service")
         seen = {"wlan": (tuple(state == "on" for state in values["phys"].split(",")),
                          STORED[values["stored_wlan"]]),
-                "wwan": (values["wwan"] == "on", STORED[values["stored_wwan"]])}
+                "wwan": ((values["wwan"] == "on",), STORED[values["stored_wwan"]])}
         print(f"{number:4} {seconds:5.1f} s  {what:44} phys={values['phys']} wlan={values['stored_wlan']} "
               f"wwan={values['wwan']}/{values['stored_wwan']}", flush=True)
         if values["service"] != "running":
@@ -105,7 +105,7 @@ class Day:
 
 def visible(world):
     """What a user sees of the radio that a world follows."""
-    return (world.phys, world.stored_wlan) if world.half == "wlan" else (world.wwan, world.stored_wwan)
+    return world.radio, world.stored
 
 
 def arguments():
@@ -113,8 +113,7 @@ def arguments():
     parser.add_argument("--seed", type=int, default=random.SystemRandom().randrange(1_000_000))
     parser.add_argument("--events", type=int, default=200)
     parser.add_argument("--overlapping", action="store_true", help="two events at a time")
-    parser.add_argument("--programs", default=ROOT / "build/cross/bin", help="where the programs are")
-    parser.add_argument("--prefixes", default=ROOT / "build/wine", help="where Wine prefixes are made")
+    add_prefixes(parser)
     return parser.parse_args()
 
 
@@ -124,10 +123,7 @@ def main():
     print(f"seed {options.seed}{' overlapping' if options.overlapping else ''}", flush=True)
     name = "notebook-overlapping" if options.overlapping else "notebook-day"
     with Machine(pathlib.Path(options.prefixes) / name, options.programs) as machine:
-        machine.begin("cables 2 modems 1")
-        machine.do("policy MaxLogSize 65536")
-        machine.do("start")
-        machine.settle()
+        machine.start_long("cables 2 modems 1")
         Day(machine, options.seed).play(options.events, options.overlapping)
     print(f"{options.events} events, every outcome as the rules allow")
     return 0

@@ -15,30 +15,27 @@ WWAN_ROUNDS = 10
 
 @dataclasses.dataclass(frozen=True)
 class World:
-    """The notebook and everything that is still to be done on it."""
+    """The notebook with one of its radios, and everything that is still to be done on it."""
+    half: str
+    """wlan or wwan: whose radio is followed"""
+    radio: tuple
+    """whether each PHY is on; the modem counts as one"""
+    before: tuple
+    """what airplane mode gives back"""
+    stored: bool | None = None
+    is_enabled: bool = True
+    """by the BIOS"""
     cables: frozenset = frozenset()
     airplane: bool = False
-    phys: tuple = (True, True)
-    wwan: bool = True
-    stored_wlan: bool | None = None
-    stored_wwan: bool | None = None
-    phys_before: tuple = (True, True)
-    """what airplane mode gives back"""
-    wwan_before: bool = True
-    lan_wlan: bool = True
-    """which halves the BIOS enables"""
-    lan_wwan: bool = True
 
     cable_event: bool = False
     """a cable event is being handled"""
-    own_wwan: bool = False
+    own_switch: bool = False
     """the service is changing the modem"""
-    wwan_lock: str = ""
-    """the thread that holds it"""
+    lock: str = ""
+    """the thread that may change the modem alone"""
     watching: bool = True
     """the watcher waits, rather than works"""
-    half: str = ""
-    """wlan or wwan while only that radio is followed"""
     threads: tuple = ()
     """(name, steps) of each that has something to do, steps being (function, arguments)"""
 
@@ -47,8 +44,8 @@ class World:
         return bool(self.cables)
 
     @property
-    def wifi(self):
-        return all(self.phys)
+    def is_on(self):
+        return all(self.radio)
 
     def but(self, **changes):
         return dataclasses.replace(self, **changes)
@@ -68,9 +65,15 @@ class World:
                                              key=lambda item: item[0])))
 
 
+def fresh(half, **changes):
+    """A world with the radio on, no cable in, and nothing remembered."""
+    on = (True,) * (2 if half == "wlan" else 1)
+    return World(half, on, on, **changes)
+
+
 def outcomes(worlds, actions):
-    """Every world that settled ones can come to when the actions happen one right after another.
-    Each follows one radio (`half`): neither looks at the other."""
+    """Every world that settled ones can come to when the actions happen one right after another. Each has one
+    radio: neither looks at the other."""
     found, seen, waiting = set(), set(), []
     for world in worlds:
         for action, *arguments in actions:
@@ -118,16 +121,16 @@ def unplug(world, _, cable):
 
 
 def wifi(world, _, on):
-    return [_set_all_phys(world, (on, on))]
+    return [_set(world, (on, on)) if world.half == "wlan" else world]
 
 
 def wifi_available(world, _):
-    return [world.then("notification", (available,))]
+    return [world.then("notification", (available,)) if world.half == "wlan" else world]
 
 
 def wwan(world, _, on):
     # The end of a request is told also where it has changed nothing.
-    return [world.but(wwan=on).then("completion", (completed,))] if world.half == "wwan" else [world]
+    return [world.but(radio=(on,)).then("completion", (completed,)) if world.half == "wwan" else world]
 
 
 def airplane(world, thread, on):
@@ -142,10 +145,8 @@ def airplane(world, thread, on):
 
 def radios_follow(world, _, on):
     if on:
-        world = world.but(phys_before=world.phys, wwan_before=world.wwan)
-        return [_set_wwan(_set_all_phys(world, (False, False)), False)]
-    back = tuple(now or before for now, before in zip(world.phys, world.phys_before))
-    return [_set_wwan(_set_all_phys(world, back), world.wwan or world.wwan_before)]
+        return [_set(world.but(before=world.radio), (False,) * len(world.radio))]
+    return [_set(world, tuple(now or before for now, before in zip(world.radio, world.before)))]
 
 
 def sleep_and_wake(world, _, *moves):
@@ -167,20 +168,13 @@ def announce(world, _, events):
 
 def restart(world, _):
     """The service stops and starts again."""
-    return [world.but(cable_event=False).then("worker", (first_wlan_decision,), (first_wwan_decision,))]
+    return [world.but(cable_event=False).then("worker", (first_decision,))]
 
 
-def _set_all_phys(world, phys):
-    if world.half != "wlan":
-        return world
-    changes = sum(now != then for now, then in zip(world.phys, phys))
-    return world.but(phys=phys).then("notification", *((radio_change,),) * changes)
-
-
-def _set_wwan(world, on):
-    if world.wwan == on or world.half != "wwan":
-        return world
-    return world.but(wwan=on).then("completion", (completed,))
+def _set(world, radio):
+    changes = sum(now != then for now, then in zip(world.radio, radio))
+    told = ("notification", radio_change) if world.half == "wlan" else ("completion", completed)
+    return world.but(radio=radio).then(told[0], *((told[1],),) * changes)
 
 
 # Network events, one at a time.
@@ -202,7 +196,7 @@ def connected(world, thread, cable):
 
 def await_address(world, thread):
     if world.cable:
-        return [world.first(thread, (stop_wlan,), (stop_wwan,), (cable_event_ends,))]
+        return [world.first(thread, (stop,), (cable_event_ends,))]
     if dict(world.threads).get("user"):
         return [None]  # the wait is longer than what the user still does
     return [world.first(thread, (cable_event_ends,))]
@@ -211,103 +205,61 @@ def await_address(world, thread):
 def disconnected(world, thread):
     if world.cable:
         return [world.first(thread, (cable_event_ends,))]
-    return [world.first(thread, (start_wlan,), (start_wwan,), (cable_event_ends,))]
+    return [world.first(thread, (start,), (cable_event_ends,))]
 
 
-def _follows(world, half):
-    """Whether this half is enabled, and followed at the moment."""
-    return world.half == half and (world.lan_wlan if half == "wlan" else world.lan_wwan)
-
-
-def stop_wlan(world, thread):
-    if not _follows(world, "wlan") or not world.wifi:
+def stop(world, thread):
+    if not world.is_enabled or not world.is_on:
         return [world]
-    return [world.first(thread, (set_phy, 0, False), (set_phy, 1, False), (store_wlan, True))]
+    return [world.first(thread, (switch, False), (store, True))]
 
 
-def start_wlan(world, thread):
-    if not _follows(world, "wlan") or not remembered(world.stored_wlan):
+def start(world, thread):
+    if not world.is_enabled or not remembered(world.stored):
         return [world]
-    return [world.first(thread, (try_wlan, True, 0))]
-
-
-def stop_wwan(world, thread):
-    if not _follows(world, "wwan") or not world.wwan:
-        return [world]
-    return [world.first(thread, (switch_wwan, False), (store_wwan, True))]
-
-
-def start_wwan(world, thread):
-    if not _follows(world, "wwan") or not remembered(world.stored_wwan):
-        return [world]
-    return [world.first(thread, (try_wwan, True, 0))]
+    return [world.first(thread, (try_to_switch, True))]
 
 
 # Switching. A switch looks first, and turns nothing on in airplane mode.
 
-def switch_wlan(world, thread, on):
-    if world.wifi == on or (on and world.airplane):
+def switch(world, thread, on):
+    if world.half == "wwan" and world.lock:
+        return [None]
+    if world.is_on == on or (on and world.airplane):
         return [world]
-    return [world.first(thread, (set_phy, 0, on), (set_phy, 1, on))]
+    if world.half == "wlan":
+        return [world.first(thread, (set_phy, 0, on), (set_phy, 1, on))]
+    return [world.but(lock=thread, own_switch=True).first(thread, (set_modem, on, 1))]
 
 
 def set_phy(world, _, phy, on):
-    phys = tuple(on if index == phy else state for index, state in enumerate(world.phys))
-    return [_set_all_phys(world, phys)]
+    return [_set(world, tuple(on if index == phy else state for index, state in enumerate(world.radio)))]
 
 
-def try_wlan(world, thread, on, attempt):
+def set_modem(world, thread, on, round_):
+    return [_set(world, (on,)).first(thread, (judge_modem, on, round_))]
+
+
+def judge_modem(world, thread, on, round_):
+    if world.is_on == on or round_ >= WWAN_ROUNDS:
+        return [world.but(lock="", own_switch=False)]
+    return [world.first(thread, (set_modem, on, round_ + 1))]
+
+
+def try_to_switch(world, thread, on):
     if on and world.airplane:
         return [world]
-    return [world.first(thread, (switch_wlan, on), (judge_wlan, on, attempt))]
+    return [world.first(thread, (switch, on), (judge_switch, on, 0))]
 
 
-def judge_wlan(world, thread, on, attempt):
-    if world.wifi == on or attempt >= RETRIES:
+def judge_switch(world, thread, on, attempt):
+    if world.is_on == on or attempt >= RETRIES:
         return [world]
-    return [world.first(thread, (try_wlan_again, on, attempt + 1))]
+    return [world.first(thread, (switch, on), (judge_switch, on, attempt + 1))]
 
 
-def try_wlan_again(world, thread, on, attempt):
-    return [world.first(thread, (switch_wlan, on), (judge_wlan, on, attempt))]
-
-
-def switch_wwan(world, thread, on):
-    if world.wwan_lock:
-        return [None]
-    if world.wwan == on or (on and world.airplane):
-        return [world]
-    return [world.but(wwan_lock=thread, own_wwan=True).first(thread, (set_wwan, on, 1))]
-
-
-def set_wwan(world, thread, on, round_):
-    return [_set_wwan(world, on).first(thread, (judge_set_wwan, on, round_))]
-
-
-def judge_set_wwan(world, thread, on, round_):
-    if world.wwan == on or round_ >= WWAN_ROUNDS:
-        return [world.but(wwan_lock="", own_wwan=False)]
-    return [world.first(thread, (set_wwan, on, round_ + 1))]
-
-
-def try_wwan(world, thread, on, attempt):
-    if on and world.airplane:
-        return [world]
-    return [world.first(thread, (switch_wwan, on), (judge_wwan, on, attempt))]
-
-
-def judge_wwan(world, thread, on, attempt):
-    if world.wwan == on or attempt >= RETRIES:
-        return [world]
-    return [world.first(thread, (switch_wwan, on), (judge_wwan, on, attempt + 1))]
-
-
-def store_wlan(world, _, on):
-    return [world.but(stored_wlan=on)]
-
-
-def store_wwan(world, _, on):
-    return [world.but(stored_wwan=on)]
+def store(world, _, on):
+    return [world.but(stored=on)]
 
 
 # WLAN notifications.
@@ -317,21 +269,21 @@ def radio_change(world, thread):
 
 
 def judge_radio_change(world, thread, cable):
-    return [world.first(thread, (react_to_radio_change, cable, world.airplane, world.wifi))]
+    return [world.first(thread, (react_to_radio_change, cable, world.airplane, world.is_on))]
 
 
 def react_to_radio_change(world, thread, cable, in_airplane, on):
     if cable:
-        return [world.first(thread, (switch_wlan, False))] if on and world.lan_wlan else [world]
+        return [world.first(thread, (switch, False))] if on and world.is_enabled else [world]
     if in_airplane or world.cable_event:
         return [world]
-    return [world.first(thread, (store_wlan, on))]
+    return [world.first(thread, (store, on))]
 
 
 def available(world, thread):
     if world.cable:
-        return [world.first(thread, (switch_wlan, False))] if world.lan_wlan else [world]
-    return [world.first(thread, (store_wlan, True))] if world.wifi else [world]
+        return [world.first(thread, (switch, False))] if world.is_enabled else [world]
+    return [world.first(thread, (store, True))] if world.is_on else [world]
 
 
 # Completions of the modem.
@@ -341,23 +293,23 @@ def completed(world, thread):
 
 
 def judge_completion(world, thread, cable):
-    if world.own_wwan or world.airplane:
+    if world.own_switch or world.airplane:
         return [world]
     return [world.first(thread, (react_to_completion, cable))]
 
 
 def react_to_completion(world, thread, cable):
-    if not world.lan_wwan or not cable:
-        return [world.first(thread, (store_wwan, world.wwan))]
-    return [world.first(thread, (try_wwan, False, 0))] if world.wwan else [world]
+    if not world.is_enabled or not cable:
+        return [world.first(thread, (store, world.is_on))]
+    return [world.first(thread, (try_to_switch, False))] if world.is_on else [world]
 
 
 # The watcher of airplane mode.
 
 def watch(world, thread):
     steps = [(watch_cable,)]
-    if _follows(world, "wlan") and world.airplane:
-        steps.insert(0, (switch_wlan, False))
+    if world.half == "wlan" and world.is_enabled and world.airplane:
+        steps.insert(0, (switch, False))
     return [world.first(thread, *steps)]
 
 
@@ -367,47 +319,26 @@ def watch_cable(world, thread):
 
 
 def watch_end_of_airplane(world, thread):
-    if world.airplane:
+    if world.airplane or not world.is_enabled:
         return [world]
-    steps = []
-    if _follows(world, "wlan"):
-        steps.append((restore_wlan,))
-    if _follows(world, "wwan"):
-        steps.append((restore_wwan,))
-    return [world.first(thread, *steps)]
+    return [world.first(thread, (restore,))]
 
 
 def watch_waits(world, thread):
     return [world if dict(world.threads).get(thread) else world.but(watching=True)]
 
 
-def restore_wlan(world, thread):
-    return [world.first(thread, (switch_wlan, remembered(world.stored_wlan)))]
-
-
-def restore_wwan(world, thread):
-    return [world.first(thread, (switch_wwan, remembered(world.stored_wwan)))]
+def restore(world, thread):
+    return [world.first(thread, (switch, remembered(world.stored)))]
 
 
 # Resume and start.
 
 def resumed(world, thread):
     if not world.cable:
-        return [world.first(thread, (start_wlan,), (start_wwan,))]
-    return [world.first(thread, (try_wwan, False, 0)) if _follows(world, "wwan") else world]
+        return [world.first(thread, (start,))]
+    return [world.first(thread, (try_to_switch, False)) if world.half == "wwan" and world.is_enabled else world]
 
 
-def first_wlan_decision(world, thread):
-    if world.half != "wlan":
-        return [world]
-    if world.lan_wlan and world.cable:
-        return [world.first(thread, (switch_wlan, False))]
-    return [world.first(thread, (restore_wlan,))]
-
-
-def first_wwan_decision(world, thread):
-    if world.half != "wwan":
-        return [world]
-    if world.lan_wwan and world.cable:
-        return [world.first(thread, (switch_wwan, False))]
-    return [world.first(thread, (restore_wwan,))]
+def first_decision(world, thread):
+    return [world.first(thread, (switch, False) if world.is_enabled and world.cable else (restore,))]

@@ -48,39 +48,27 @@ class Comparing(unittest.TestCase):
     def test_without_any_time_nothing_is_good(self):
         self.assertFalse(self.is_good(Tally(most_wrong=1)))
 
-    def test_nothing_remembered_means_on(self):
-        shares, _ = self.shares(looks_until(1000),
-                                **{"remembered-wlan": lane((0, 1000, "on")), "remembered-wwan": lane((0, 1000, "off"))})
-        self.assertEqual({"right": 1000}, shares["remembered-wlan"])
-        self.assertEqual({"right": 1000}, shares["remembered-wwan"])
-
-    def test_looks_that_differ_say_nothing_of_the_time_between(self):
-        looks = [(0, 0, VALUES), (100, 100, {**VALUES, "wifi": "on"})]
-        self.assertNotIn("wifi", self.shares(looks, wifi=lane((0, 1000, "off")))[0])
-
-    def test_looks_far_apart_say_nothing_of_the_time_between(self):
-        apart = [(0, 0, VALUES), (1000, 1000, VALUES)]
-        self.assertNotIn("wifi", self.shares(apart, wifi=lane((0, 1000, "on")))[0])
-
-    def test_a_pause_counts_however_long(self):
-        paused = [(0, 0, VALUES, "pause"), (90000, 90000, VALUES)]
-        self.assertEqual({"right": 90000}, self.shares(paused, wifi=lane((0, 100000, "off")))[0]["wifi"])
-
-    def test_nobody_looks_while_a_command_moves_something(self):
-        looks = [(0, 0, VALUES), None, (100, 100, VALUES)]
-        self.assertNotIn("wifi", self.shares(looks, wifi=lane((0, 1000, "on")))[0])
-
-    def test_without_the_service_or_asleep_only_a_claim_counts(self):
-        for values in ({**VALUES, "service": "stopped"}, {**VALUES, "asleep": "yes"}):
-            shares, _ = self.shares(looks_until(1000, values), wifi=lane((0, 500, "unknown"), (500, 1000, "on")))
-            self.assertEqual({"wrong": 500}, shares["wifi"])
-
-    def test_a_sleep_at_some_time_is_right_where_there_was_one(self):
-        looks = looks_until(1000) + [(1500, 1500, {**VALUES, "asleep": "yes"})]
-        shares, _ = self.shares(looks, sleep=lane((0, 2000, "slept")))
-        self.assertEqual({"right": 1000}, shares["sleep"])
-        shares, _ = self.shares(looks_until(1000), sleep=lane((0, 1000, "slept")))
-        self.assertEqual({"wrong": 1000}, shares["sleep"])
+    def test_what_counts(self):
+        changed, stopped = {**VALUES, "wifi": "on"}, {**VALUES, "service": "stopped"}
+        asleep = {**VALUES, "asleep": "yes"}
+        on, off = lane((0, 100000, "on")), lane((0, 100000, "off"))
+        claim = lane((0, 500, "unknown"), (500, 1000, "on"))
+        for what, looks, name, intervals, expected in (
+                ("nothing remembered means on", looks_until(1000), "remembered-wlan", on, {"right": 1000}),
+                ("", looks_until(1000), "remembered-wwan", off, {"right": 1000}),
+                ("not the time between looks that differ", [(0, 0, VALUES), (100, 100, changed)], "wifi", off, None),
+                ("nor that lie far apart", [(0, 0, VALUES), (1000, 1000, VALUES)], "wifi", on, None),
+                ("nor while a command moves something", [(0, 0, VALUES), None, (100, 100, VALUES)], "wifi", on, None),
+                ("a pause however long", [(0, 0, VALUES, "pause"), (90000, 90000, VALUES)], "wifi", off,
+                 {"right": 90000}),
+                ("without the service only a claim", looks_until(1000, stopped), "wifi", claim, {"wrong": 500}),
+                ("asleep only a claim", looks_until(1000, asleep), "wifi", claim, {"wrong": 500}),
+                ("a sleep where there was one", [*looks_until(1000), (1500, 1500, asleep)], "sleep",
+                 lane((0, 2000, "slept")), {"right": 1000}),
+                ("a sleep where there was none", looks_until(1000), "sleep", lane((0, 1000, "slept")),
+                 {"wrong": 1000})):
+            with self.subTest(what):
+                self.assertEqual(expected, self.shares(looks, **{name: intervals})[0].get(name))
 
 
 class PuttingInPauses(unittest.TestCase):
