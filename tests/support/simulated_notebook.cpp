@@ -135,6 +135,13 @@ void SimulatedNotebook::At(Call call, int nth, Action what) {
     m_actions[{call, m_counts[call] + nth}] = std::move(what);
 }
 
+void SimulatedNotebook::Before(Call call, int nth, const std::function<void()>& what) {
+    At(call, nth, [what]() -> std::optional<DWORD> {
+        what();
+        return std::nullopt;
+    });
+}
+
 void SimulatedNotebook::AtEach(Call call, Action what) {
     const RigLockHolder hold(m_lock);
     m_eachActions[call] = std::move(what);

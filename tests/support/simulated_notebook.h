@@ -105,6 +105,8 @@ class SimulatedNotebook {
     /// the call's answer in place of the device's; nothing: the device answers.
     using Action = std::function<std::optional<DWORD>()>;
     void At(Call call, int nth, Action what);
+    /// The same where the device answers.
+    void Before(Call call, int nth, const std::function<void()>& what);
     /// Every call from now on.
     void AtEach(Call call, Action what);
     /// Fails with a Win32 error or HRESULT, as the call has it. Zero is a success that gives nothing.
