@@ -25,8 +25,7 @@ struct EventSubscription {
 /// Subscribes one sink to these kinds of events, in this order, up to the first failure, which is logged;
 /// what was subscribed until then stays. `manager` may be null: a failure. `makeSink` is asked once, when the
 /// first connection point has been found, and logs why it gives null; given by reference, it takes no memory.
-/// Works on references of its own: a stop
-/// may clear the fields at any moment.
+/// Works on references of its own: a stop may clear the fields at any moment.
 void SubscribeToEvents(const LogScope& log, IUnknown* manager,
                        std::initializer_list<EventSubscription> subscriptions,
                        const std::function<Microsoft::WRL::ComPtr<IUnknown>()>& makeSink);

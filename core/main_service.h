@@ -16,9 +16,10 @@ class CMainService : public CServiceBase {
     ~CMainService() override;
 
   protected:
+    ServiceState m_state;
+
+  private:
     void OnStart(DWORD argumentCount, wchar_t** arguments) override;
     void OnStop() override;
     void OnShutdown() override;
-
-    ServiceState m_state;
 };

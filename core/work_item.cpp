@@ -4,6 +4,12 @@
 
 namespace {
 
+/// A routine of the service that is to run on the system thread pool.
+struct WorkItem {
+    void (*routine)(ServiceState& service);
+    ServiceState* service;
+};
+
 /// Runs on a thread of the system thread pool.
 DWORD WINAPI RunWorkItem(void* context) {
     const std::unique_ptr<WorkItem> item(static_cast<WorkItem*>(context));

@@ -4,12 +4,6 @@
 
 struct ServiceState;
 
-/// A routine of the service that is to run on the system thread pool.
-struct WorkItem {
-    void (*routine)(ServiceState& service);
-    ServiceState* service;
-};
-
 /// Queues a routine to the system thread pool; `flags` are WT_EXECUTE*. Throws the Win32 error as
 /// `DWORD` when it cannot be queued. What the routine throws is not caught.
 void QueueWorkItem(ServiceState& service, void (*routine)(ServiceState&), ULONG flags);

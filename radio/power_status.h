@@ -4,8 +4,8 @@
 
 #include <string>
 
-/// Where the user's last choice for each radio is remembered: the state that it is to have without a cable,
-/// whatever it has now. It is written, by `SetWlanPowerStatusInRegistry` and its WWAN twin,
+/// Where the user's choice is stored, the last one for each radio: the state that it is to have without a
+/// cable, whatever it has now. It is written, by `SetWlanPowerStatusInRegistry` and its WWAN twin,
 ///  - with the new state, when a radio changed without this service's doing, outside of airplane mode and
 ///    without a cable: WLAN by `CMainService::HandleWlanNotificationMsmRadioStateChange`, the modem (with a
 ///    cable as well, while its feature is disabled) by `CMbnSinks::OnSetSoftwareRadioStateComplete`;

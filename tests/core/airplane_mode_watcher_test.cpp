@@ -2,12 +2,10 @@
 
 #include <algorithm>
 #include <new>
-#include <ostream>
 #include <thread>
 #include <tuple>
 #include <utility>
 
-#include "bios/bios_settings.h"
 #include "logging/log_scope.h"
 #include "tests/core/core_test.h"
 #include "tests/support/at_each_log_line.h"
@@ -16,21 +14,11 @@
 namespace CoreTests {
 namespace {
 
-using Rig::LogLine;
-using Rig::Lines::Error;
-using Rig::Lines::Information;
-using Rig::Lines::TraceIn;
-using Rig::Lines::TraceOut;
-using testing::Each;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::SizeIs;
-
 constexpr char kWatcher[] = "CMainService::AirplaneModeWatcher";
-constexpr wchar_t kEntry[] = L"AirplaneModeWatcher - Entry";
-constexpr wchar_t kExit[] = L"AirplaneModeWatcher - Exit";
-constexpr wchar_t kStopped[] = L"AirplaneModeWatcher - Service Stop event Triggered. Exiting";
-
+const LogLine kEntry = TraceIn(kWatcher, L"AirplaneModeWatcher - Entry");
+const LogLine kExit = TraceOut(kWatcher, L"AirplaneModeWatcher - Exit");
+const LogLine kStopped =
+    Information(kWatcher, L"AirplaneModeWatcher - Service Stop event Triggered. Exiting");
 const LogLine kChange = Information(kWatcher, L"AirplaneModeWatcher - Registry Change Event Triggered");
 const LogLine kAirplaneOn = Information(kWatcher, L"Airplane Mode ON , setting default");
 const LogLine kAirplaneOff = Information(kWatcher, L"Airplane mode is OFF");
@@ -39,32 +27,14 @@ const LogLine kCreateFailed = Error(kWatcher, L"CreateEvent (AirPlaneWatcherEven
 const LogLine kRemembersTrue = Information(kWatcher, L"Previous WLAN Power Status in registry = True");
 const LogLine kSetsOn = Information(kWatcher, L"Setting SetWlanPowerStatusInRegistry with value = 1");
 
-constexpr wchar_t kEventName[] = L"AIRPLANE_WATCHER_EVENT";
+using NotifyImport = ScopedImport<&::RegNotifyChangeKeyValue>;
+using KeyOpens = ScopedImport<&::RegOpenKeyExW>;
 
-using NotifyImport = Rig::ScopedImport<&::RegNotifyChangeKeyValue>;
-
-/// Opens of the watched key go to `open`, whose first argument opens it.
-class WatchedKeyOpens {
-  public:
-    explicit WatchedKeyOpens(std::function<LSTATUS(const std::function<LSTATUS()>&)> open)
-        : m_import(
-              [](HKEY root, LPCWSTR path, DWORD, REGSAM access, PHKEY) {
-                  return root == HKEY_LOCAL_MACHINE && path != nullptr &&
-                         std::wstring(path) ==
-                             L"SYSTEM\\CurrentControlSet\\Control\\RadioManagement\\SystemRadioState" &&
-                         access == 0x20119;
-              },
-              [this, open = std::move(open)](HKEY root, LPCWSTR path, DWORD options, REGSAM access,
-                                             PHKEY key) {
-                  EXPECT_EQ(options, 0U);
-                  return open([&] { return m_import.Original(root, path, options, access, key); });
-              }) {}
-
-    [[nodiscard]] int Calls() const { return m_import.Calls(); }
-
-  private:
-    Rig::ScopedImport<&::RegOpenKeyExW> m_import;
-};
+bool IsWatchedKey(HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY) {
+    return root == HKEY_LOCAL_MACHINE && path != nullptr &&
+           std::wstring(path) == L"SYSTEM\\CurrentControlSet\\Control\\RadioManagement\\SystemRadioState" &&
+           options == 0 && access == 0x20119;
+}
 
 /// The watcher on the test's own thread. What happens while it waits is a row of steps; behind the
 /// last one the service stops.
@@ -83,14 +53,12 @@ class WatcherTest : public CoreTest {
             return WAIT_OBJECT_0;
         });
         EXPECT_EQ(next, steps.size());
-        // Each change is worth one switch: the watcher comes back with the next one.
-        EXPECT_THAT(log.Of("ServiceUtils::SwitchWlanStatusWithRetry"), IsEmpty());
-        EXPECT_THAT(log.Of("ServiceUtils::SwitchWwanStatusWithRetry"), IsEmpty());
+        ExpectNoSwitchIsRepeated();
     }
 
     /// The waits for the event are answered by `wait`. How many there were.
     int RunWithWaits(const std::function<DWORD()>& wait) {
-        const Rig::ScopedImport<&::WaitForSingleObject> waits{
+        const ScopedImport<&::WaitForSingleObject> waits{
             [this](HANDLE handle, DWORD milliseconds) {
                 return milliseconds == INFINITE && handle == state.airplaneWatcherEvent.Get();
             },
@@ -103,18 +71,10 @@ class WatcherTest : public CoreTest {
     /// The lines between the entry and those of the stop.
     [[nodiscard]] std::vector<LogLine> Lines() const {
         std::vector<LogLine> lines = log.Of(kWatcher);
-        EXPECT_EQ(lines.front(), TraceIn(kWatcher, kEntry));
-        EXPECT_EQ(lines.back(), TraceOut(kWatcher, kExit));
-        EXPECT_EQ(lines[lines.size() - 2], Information(kWatcher, kStopped));
+        EXPECT_EQ(lines.front(), kEntry);
+        EXPECT_EQ(lines.back(), kExit);
+        EXPECT_EQ(lines[lines.size() - 2], kStopped);
         return {lines.begin() + 1, lines.end() - 2};
-    }
-
-    /// Airplane mode changes while a PHY is set for the n-th time.
-    void ChangeAtSwitch(int nth, bool isOn) {
-        notebook.At(Call::WlanSetInterface, nth, [this, isOn] {
-            machine.SetAirplaneMode(isOn);
-            return std::nullopt;
-        });
     }
 
     std::function<void()> nothing = [] {};
@@ -135,8 +95,7 @@ TEST_P(ChangeIn, IsFollowedAsTheSituationAsksAndStoresNothing) {
     const auto [isAirplaneOn, cable, enablesWlan, enablesWwan, remembered] = GetParam();
     const std::wstring text = remembered == nullptr ? L"" : remembered;
     const bool wantsOn = remembered == nullptr || text == L"True";
-    NLMUtils::lanWlanSwitchingEnabled = enablesWlan;
-    NLMUtils::lanWwanSwitchingEnabled = enablesWwan;
+    EnableSwitching(enablesWlan, enablesWwan);
     MakeModemKnown();
     SetRadios(isAirplaneOn || !wantsOn);
     Set(cable);
@@ -166,15 +125,16 @@ TEST_P(ChangeIn, IsFollowedAsTheSituationAsksAndStoresNothing) {
                                                            L"= 0"));
     }
     EXPECT_EQ(Lines(), expected);
-    using Made = std::vector<std::string>;
-    const Made restored{wantsOn ? "on" : "off"};
-    EXPECT_EQ(WlanSwitches(), !enablesWlan   ? Made{}
-                              : isAirplaneOn ? Made{"off"}
-                              : restores     ? restored
-                                             : Made{});
-    EXPECT_EQ(WwanSwitches(), enablesWwan && restores ? restored : Made{});
+    const Switches restored = restores ? Switches{wantsOn ? "on" : "off"} : Switches{};
+    EXPECT_EQ(WlanSwitches(), !enablesWlan ? Switches{} : isAirplaneOn ? Switches{"off"} : restored);
+    EXPECT_EQ(WwanSwitches(), enablesWwan ? restored : Switches{});
     EXPECT_EQ(machine.RememberedWlan(), text);
     EXPECT_EQ(machine.RememberedWwan(), text);
+    // WLAN comes back before WWAN.
+    const std::vector<std::string> calls = notebook.Calls();
+    const auto isWwan = [](const std::string& call) { return call.starts_with("IMbnRadio::Set"); };
+    EXPECT_TRUE(std::none_of(std::ranges::find_if(calls, isWwan), calls.end(),
+                             [](const std::string& call) { return call.starts_with("WlanSet"); }));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -183,29 +143,18 @@ INSTANTIATE_TEST_SUITE_P(
                      testing::Bool(), testing::Bool(),
                      testing::Values(nullptr, L"True", L"False", L"true", L"TRUE", L"True ", L"1")));
 
-TEST_F(WatcherTest, SwitchesOffWithoutAskingForAirplaneModeAndOnOnlyOutsideOfIt) {
+TEST_F(WatcherTest, EveryChangeIsDecidedAfreshOffWithoutAskingForAirplaneModeAndOnOnlyOutsideOfIt) {
     EnableWlanSwitching();
     Run({airplaneOn, airplaneOff});
-    EXPECT_TRUE(
-        log.Contains(TraceIn("ServiceUtils::SwitchWlanStatus", L"OnOffValue = 0, bCheckAirplaneStatus = 0")));
-    EXPECT_TRUE(
-        log.Contains(TraceIn("ServiceUtils::SwitchWlanStatus", L"OnOffValue = 1, bCheckAirplaneStatus = 1")));
-}
-
-TEST_F(WatcherTest, WlanComesBackBeforeWwan) {
-    EnableSwitching();
-    MakeModemKnown();
-    SetRadios(false);
-    Run({airplaneOff});
-    const std::vector<LogLine> lines = log.Lines();
-    const auto wwan = std::ranges::find(lines, TraceIn("CMainService::UpdateWwanPowerStatus"));
-    EXPECT_LT(std::ranges::find(lines, kSetsOn), wwan);
-    EXPECT_NE(wwan, lines.end());
+    ExpectSwitchCall("ServiceUtils::SwitchWlanStatus", false, false);
+    ExpectSwitchCall("ServiceUtils::SwitchWlanStatus", true, true);
+    EXPECT_THAT(WlanSwitches(), ElementsAre("off", "on"));
+    EXPECT_EQ(log.Count(kChange), 2);
 }
 
 TEST_F(WatcherTest, FailedSwitchIsNotLookedAt) {
     EnableWlanSwitching();
-    notebook.SetPhys({Refusing(RadioTests::On())});
+    MakeRadiosStubborn();
     Run({airplaneOn});
     EXPECT_THAT(Lines(), ElementsAre(kChange, kAirplaneOn));
 }
@@ -217,53 +166,6 @@ TEST_F(WatcherTest, UnreadableAdaptersOfOneChangeLeaveTheNextOneAlone) {
     Run({nothing, nothing});
     EXPECT_THAT(Lines(), ElementsAre(kChange, kCheckFailed, kChange, kAirplaneOff, kRemembersTrue, kSetsOn));
 }
-
-TEST_F(WatcherTest, EveryChangeIsDecidedAfresh) {
-    EnableWlanSwitching();
-    Run({airplaneOn, airplaneOff, airplaneOn});
-    EXPECT_THAT(WlanSwitches(), ElementsAre("off", "on", "off"));
-    EXPECT_EQ(log.Count(kChange), 3);
-}
-
-/// Values that the system does not write today.
-struct OddValue {
-    const char* name;
-    DWORD type;
-    std::vector<unsigned char> bytes;
-    bool meansOn;
-};
-
-void PrintTo(const OddValue& value, std::ostream* out) {
-    *out << value.name;
-}
-
-class OddAirplaneValue : public WatcherTest, public testing::WithParamInterface<OddValue> {};
-
-TEST_P(OddAirplaneValue, IsOnlyOnWhenItReadsAsOne) {
-    EnableWlanSwitching();
-    Run({[this] {
-        Rig::RegistryValue value{GetParam().type, {}};
-        for (const unsigned char byte : GetParam().bytes) {
-            value.bytes.push_back(std::byte{byte});
-        }
-        machine.airplane.Write({}, {}, value);
-    }});
-    EXPECT_EQ(log.Contains(kAirplaneOn), GetParam().meansOn);
-    EXPECT_EQ(log.Contains(kAirplaneOff), !GetParam().meansOn);
-    EXPECT_EQ(notebook.WlanIsOff(), GetParam().meansOn);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Values, OddAirplaneValue,
-    testing::Values(OddValue{"Two", REG_DWORD, {2, 0, 0, 0}, false},
-                    OddValue{"AllBits", REG_DWORD, {0xFF, 0xFF, 0xFF, 0xFF}, false},
-                    OddValue{"BinaryOne", REG_BINARY, {1, 0, 0, 0}, true},
-                    OddValue{"OneByte", REG_BINARY, {1}, true}, OddValue{"Empty", REG_BINARY, {}, false},
-                    OddValue{"EightBytes", REG_QWORD, {1, 0, 0, 0, 0, 0, 0, 0}, false},
-                    OddValue{"Text", REG_SZ, {'1', 0, 0, 0}, false},
-                    OddValue{"LongText", REG_SZ, {'T', 0, 'r', 0, 'u', 0, 'e', 0, 0, 0}, false},
-                    OddValue{"ManyBytes", REG_BINARY, std::vector<unsigned char>(4096, 1), false}),
-    [](const testing::TestParamInfo<OddValue>& parameter) { return parameter.param.name; });
 
 TEST_F(WatcherTest, MissingAirplaneValueMeansOffAndComparingLeavesNoLine) {
     EnableWlanSwitching();
@@ -281,32 +183,54 @@ TEST_F(WatcherTest, MissingAirplaneValueMeansOffAndComparingLeavesNoLine) {
 
 // Each pass arms a new notification, so Windows announces none of these.
 
-TEST_F(WatcherTest, AirplaneModeThatEndsDuringTheSwitchOffIsSeenAtOnce) {
+TEST_F(WatcherTest, ChangeInTheMiddleOfAPassIsActedOnAtOnce) {
     EnableWlanSwitching();
-    ChangeAtSwitch(1, false);
-    Run({airplaneOn});
-    EXPECT_THAT(Lines(), ElementsAre(kChange, kAirplaneOn, kAirplaneOff, kRemembersTrue, kSetsOn));
-    EXPECT_THAT(WlanSwitches(), ElementsAre("off", "on"));
-}
-
-TEST_F(WatcherTest, AirplaneModeThatBeginsDuringTheRestoreIsActedOnAtOnce) {
-    EnableWlanSwitching();
-    SetRadios(false);
-    ChangeAtSwitch(1, true);
-    Run({nothing});
-    EXPECT_THAT(WlanSwitches(), ElementsAre("on", "off"));
-    EXPECT_THAT(Lines(), ElementsAre(kChange, kAirplaneOff, kRemembersTrue, kSetsOn, kChange, kAirplaneOn));
-}
-
-TEST_F(WatcherTest, AirplaneModeThatBeginsBetweenTheTwoLooksIsActedOnAtOnce) {
-    EnableWlanSwitching();
-    notebook.At(Call::GetAdaptersInfo, 1, [this] {
-        machine.SetAirplaneMode(true);
-        return std::nullopt;
-    });
-    Run({nothing});
-    EXPECT_THAT(WlanSwitches(), ElementsAre("off"));
-    EXPECT_EQ(log.Count(kChange), 2);
+    using Changes = std::vector<std::tuple<Call, int, bool>>;
+    struct Meanwhile {
+        const char* name;
+        bool radiosAreOn;
+        std::function<void()> first;
+        Changes changes;  ///< at the n-th of a call, to this airplane mode
+        Switches switches;
+        int passes;
+    };
+    for (const Meanwhile& meanwhile :
+         {Meanwhile{"ends during the switch-off",
+                    true,
+                    airplaneOn,
+                    Changes{{Call::WlanSetInterface, 1, false}},
+                    {"off", "on"},
+                    1},
+          Meanwhile{"begins during the restore",
+                    false,
+                    nothing,
+                    Changes{{Call::WlanSetInterface, 1, true}},
+                    {"on", "off"},
+                    2},
+          Meanwhile{"begins between the two looks",
+                    true,
+                    nothing,
+                    Changes{{Call::GetAdaptersInfo, 1, true}},
+                    {"off"},
+                    2},
+          Meanwhile{"ends during the switch-off, begins during the restore",
+                    true,
+                    airplaneOn,
+                    Changes{{Call::WlanSetInterface, 1, false}, {Call::WlanSetInterface, 2, true}},
+                    {"off", "on", "off"},
+                    2}}) {
+        SCOPED_TRACE(meanwhile.name);
+        machine.SetAirplaneMode(false);
+        SetRadios(meanwhile.radiosAreOn);
+        notebook.ForgetCalls();
+        log.Clear();
+        for (const auto& [call, nth, isOn] : meanwhile.changes) {
+            notebook.Before(call, nth, isOn ? airplaneOn : airplaneOff);
+        }
+        Run({meanwhile.first});
+        EXPECT_EQ(WlanSwitches(), meanwhile.switches);
+        EXPECT_EQ(log.Count(kChange), meanwhile.passes);
+    }
 }
 
 TEST_F(WatcherTest, AirplaneModeThatEndsBehindTheLastLookIsActedOnAtOnce) {
@@ -322,14 +246,6 @@ TEST_F(WatcherTest, AirplaneModeThatEndsBehindTheLastLookIsActedOnAtOnce) {
     Run({airplaneOn});
     EXPECT_THAT(WlanSwitches(), ElementsAre("off", "on"));
     EXPECT_EQ(log.Count(kChange), 2);
-}
-
-TEST_F(WatcherTest, AirplaneModeThatComesAndGoesBehindTheRestoreEndsInTheLastState) {
-    EnableWlanSwitching();
-    ChangeAtSwitch(1, false);
-    ChangeAtSwitch(2, true);
-    Run({airplaneOn});
-    EXPECT_THAT(WlanSwitches(), ElementsAre("off", "on", "off"));
 }
 
 TEST_F(WatcherTest, AirplaneModeThatBeginsBeforeTheFirstArmingIsActedOnAtOnce) {
@@ -366,7 +282,7 @@ TEST_F(WatcherTest, WatchesTheWholeSubtreeForNamesAndValues) {
 }
 
 TEST_F(WatcherTest, EachPassOpensTheKeyAnewAndNoneStaysOpen) {
-    const WatchedKeyOpens opens{[](const auto& open) { return open(); }};
+    const KeyOpens opens{&IsWatchedKey, [&](auto... arguments) { return opens.Original(arguments...); }};
     Rig::Ledger ledger;
     Run({nothing, nothing, nothing});
     EXPECT_EQ(opens.Calls(), 4);
@@ -378,11 +294,11 @@ TEST_F(WatcherTest, EachPassOpensTheKeyAnewAndNoneStaysOpen) {
 TEST_F(WatcherTest, ClosesTheStopEventAtItsEndOrKeepsOneThatCannotBeClosed) {
     const HANDLE event = state.airplaneWatcherEvent.Get();
     {
-        const Rig::ScopedImport<&::CloseHandle> close{[=](HANDLE handle) { return handle == event; },
-                                                      [](HANDLE) {
-                                                          SetLastError(ERROR_ACCESS_DENIED);
-                                                          return FALSE;
-                                                      }};
+        const ScopedImport<&::CloseHandle> close{[=](HANDLE handle) { return handle == event; },
+                                                 [](HANDLE) {
+                                                     SetLastError(ERROR_ACCESS_DENIED);
+                                                     return FALSE;
+                                                 }};
         Run({});
         EXPECT_EQ(close.Calls(), 1);
     }
@@ -392,25 +308,12 @@ TEST_F(WatcherTest, ClosesTheStopEventAtItsEndOrKeepsOneThatCannotBeClosed) {
     EXPECT_FALSE(state.airplaneWatcherEvent);
 }
 
-TEST_F(WatcherTest, StoppedServiceIsNotWatchedAtAll) {
-    state.running = false;
-    const WatchedKeyOpens opens{[](const auto& open) { return open(); }};
-    AirplaneModeWatcher(state);
-    EXPECT_THAT(log.Of(kWatcher), ElementsAre(TraceIn(kWatcher, kEntry), TraceOut(kWatcher, kExit)));
-    EXPECT_EQ(opens.Calls(), 0);
-    EXPECT_FALSE(state.airplaneWatcherEvent);
-}
-
 TEST_F(WatcherTest, StopDuringAChangeEndsTheLoopWithoutItsLine) {
     EnableWlanSwitching();
     SetRadios(false);
-    notebook.At(Call::WlanSetInterface, 1, [this] {
-        state.running = false;
-        return std::nullopt;
-    });
+    notebook.Before(Call::WlanSetInterface, 1, [this] { state.running = false; });
     EXPECT_EQ(RunWithWaits([] { return DWORD{WAIT_OBJECT_0}; }), 1);
-    EXPECT_THAT(log.Of(kWatcher), SizeIs(6));
-    EXPECT_FALSE(log.Contains(Information(kWatcher, kStopped)));
+    EXPECT_THAT(log.Of(kWatcher), ElementsAre(kEntry, kChange, kAirplaneOff, kRemembersTrue, kSetsOn, kExit));
 }
 
 TEST_F(WatcherTest, StopSignalThatTheArmingResetsIsNotWaitedForAgain) {
@@ -433,61 +336,55 @@ TEST_F(WatcherTest, StopSignalThatTheArmingResetsIsNotWaitedForAgain) {
 TEST_F(WatcherTest, MissingKeyIsTriedAtOnceAgainUntilItAppears) {
     machine.airplane.Delete();
     constexpr int kManyPasses = 1000;
-    int tries = 0;
-    const WatchedKeyOpens opens{[&](const auto& open) {
-        if (++tries == kManyPasses) {
-            machine.airplane.Create();
-        }
-        return open();
-    }};
+    const KeyOpens opens{&IsWatchedKey, [&](auto... arguments) {
+                             if (opens.Calls() == kManyPasses) {
+                                 machine.airplane.Create();
+                             }
+                             return opens.Original(arguments...);
+                         }};
     Run({});
-    EXPECT_EQ(tries, kManyPasses);
+    EXPECT_EQ(opens.Calls(), kManyPasses);
     EXPECT_THAT(Lines(), IsEmpty());
     EXPECT_THAT(machine.clock.SleepsAndWaits(), IsEmpty());
 }
 
-TEST_F(WatcherTest, MissingKeyEndsWithTheService) {
-    int tries = 0;
-    const WatchedKeyOpens opens{[&](const auto&) {
-        state.running = ++tries < 10;
-        return LSTATUS{ERROR_FILE_NOT_FOUND};
-    }};
-    state.running = true;
-    AirplaneModeWatcher(state);
-    EXPECT_EQ(tries, 10);
-    EXPECT_THAT(log.Of(kWatcher), ElementsAre(TraceIn(kWatcher, kEntry), TraceOut(kWatcher, kExit)));
-    EXPECT_FALSE(state.airplaneWatcherEvent);
+TEST_F(WatcherTest, WithoutTheKeyTheWatcherEndsWithTheServiceAndDoesNotBeginWithoutIt) {
+    for (const int passes : {10, 0}) {
+        log.Clear();
+        const KeyOpens opens{&IsWatchedKey, [&](auto...) -> LSTATUS {
+                                 state.running = opens.Calls() < passes;
+                                 return ERROR_FILE_NOT_FOUND;
+                             }};
+        state.running = passes > 0;
+        AirplaneModeWatcher(state);
+        EXPECT_EQ(opens.Calls(), passes);
+        EXPECT_THAT(log.Of(kWatcher), ElementsAre(kEntry, kExit));
+        EXPECT_FALSE(state.airplaneWatcherEvent);
+    }
 }
 
 TEST_F(WatcherTest, MissingEventIsLoggedEachTimeAndTriedAgain) {
     state.airplaneWatcherEvent.Reset();
-    int tries = 0;
-    Rig::ScopedImport<&::CreateEventW> create{
+    ScopedImport<&::CreateEventW> create{
         [](LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR name) { return name != nullptr; },
         [&](LPSECURITY_ATTRIBUTES attributes, BOOL isManualReset, BOOL isSignalled, LPCWSTR name) -> HANDLE {
             EXPECT_EQ(attributes, nullptr);
             EXPECT_EQ(isManualReset, TRUE);
             EXPECT_EQ(isSignalled, FALSE);
-            EXPECT_STREQ(name, kEventName);
-            if (++tries <= 3) {
-                SetLastError(ERROR_ACCESS_DENIED);
-                return nullptr;
-            }
-            return create.Original(attributes, isManualReset, isSignalled, name);
+            EXPECT_STREQ(name, L"AIRPLANE_WATCHER_EVENT");
+            SetLastError(ERROR_ACCESS_DENIED);
+            return create.Calls() <= 3 ? nullptr
+                                       : create.Original(attributes, isManualReset, isSignalled, name);
         }};
     Run({});
-    EXPECT_EQ(tries, 4);
+    EXPECT_EQ(create.Calls(), 4);
     EXPECT_THAT(Lines(), ElementsAre(kCreateFailed, kCreateFailed, kCreateFailed));
 }
 
 TEST_F(WatcherTest, NotificationThatCannotBeArmedIsTriedAgain) {
-    int tries = 0;
-    const NotifyImport notify{[&](HKEY key, BOOL subtree, DWORD filter, HANDLE event, BOOL isAsynchronous) {
-        return ++tries <= 3 ? LONG{ERROR_NOT_ENOUGH_MEMORY}
-                            : notify.Original(key, subtree, filter, event, isAsynchronous);
-    }};
+    const Rig::ScopedResult<&::RegNotifyChangeKeyValue> notify{ERROR_NOT_ENOUGH_MEMORY, Rig::AtCall{1, 3}};
     Run({});
-    EXPECT_EQ(tries, 4);
+    EXPECT_EQ(notify.Calls(), 4);
     EXPECT_THAT(Lines(), IsEmpty());
 }
 
@@ -512,7 +409,7 @@ class NoMemoryForTheRestore : public WatcherTest {
         machine.RememberWlan(L"True");
     }
 
-    Rig::ScopedImport<&::RegQueryValueExW> query{
+    ScopedImport<&::RegQueryValueExW> query{
         [](HKEY, LPCWSTR name, LPDWORD, LPDWORD, LPBYTE, LPDWORD) {
             return name != nullptr && std::wstring(name) == PowerStatus::kValueName;
         },
@@ -587,10 +484,13 @@ class LiveWatcherTest : public CoreTest {
     std::thread m_thread;
 };
 
-TEST_F(LiveWatcherTest, StopEndsTheWaitingWatcherWithOneLine) {
+constexpr DWORD kAWhile = 100;  // milliseconds, in which a watcher that does not wait would pass again
+
+TEST_F(LiveWatcherTest, WaitsWithoutSpinningUntilTheStopEndsItWithOneLine) {
+    Rig::Real<&::Sleep>(kAWhile);
+    EXPECT_EQ(m_armed, 1);
     StopWatcher();
-    EXPECT_THAT(log.Of(kWatcher), ElementsAre(TraceIn(kWatcher, kEntry), Information(kWatcher, kStopped),
-                                              TraceOut(kWatcher, kExit)));
+    EXPECT_THAT(log.Of(kWatcher), ElementsAre(kEntry, kStopped, kExit));
 }
 
 TEST_F(LiveWatcherTest, EveryChangeOfTheValueWakesItAgain) {
@@ -615,16 +515,9 @@ TEST_F(LiveWatcherTest, ChangeBeforeTheArmingIsFollowedOnceAlthoughItsKeyIsClose
     whichArming = 2;
     machine.SetAirplaneMode(true);
     WaitUntilArmed(3);
-    constexpr DWORD kAWhile = 100;
     Rig::Real<&::Sleep>(kAWhile);
     EXPECT_EQ(m_armed, 3);
     EXPECT_EQ(log.Count(kChange), 2);
-}
-
-TEST_F(LiveWatcherTest, WaitingWatcherDoesNotSpin) {
-    constexpr DWORD kAWhile = 100;
-    Rig::Real<&::Sleep>(kAWhile);
-    EXPECT_EQ(m_armed, 1);
 }
 
 }  // namespace

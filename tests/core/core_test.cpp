@@ -12,8 +12,8 @@ namespace CoreTests {
 namespace {
 
 /// What was set, of calls that end in "to " and a number.
-std::vector<std::string> Switches(const std::vector<std::string>& calls, char on) {
-    std::vector<std::string> switches;
+Switches SwitchesIn(const std::vector<std::string>& calls, char on) {
+    Switches switches;
     std::ranges::transform(calls, std::back_inserter(switches),
                            [on](const std::string& call) { return call.back() == on ? "on" : "off"; });
     return switches;
@@ -38,7 +38,7 @@ void Pool::RunAll() {
 }
 
 void Stop(OpenService& service) {
-    Rig::RunOnThread([&service] { service.OnStop(); }, Rig::Apartment::kMultithreadedTwice);
+    Rig::RunOnThread([&service] { service.Stop(); }, Rig::Apartment::kMultithreadedTwice);
 }
 
 CoreTest::CoreTest() {
@@ -51,17 +51,17 @@ CoreTest::~CoreTest() {
     msm_Notification_flag = false;
 }
 
-void CoreTest::EnableWlanSwitching() {
-    NLMUtils::lanWlanSwitchingEnabled = true;
+void CoreTest::EnableWlanSwitching(bool enables) {
+    NLMUtils::lanWlanSwitchingEnabled = enables;
 }
 
-void CoreTest::EnableWwanSwitching() {
-    NLMUtils::lanWwanSwitchingEnabled = true;
+void CoreTest::EnableWwanSwitching(bool enables) {
+    NLMUtils::lanWwanSwitchingEnabled = enables;
 }
 
-void CoreTest::EnableSwitching() {
-    EnableWlanSwitching();
-    EnableWwanSwitching();
+void CoreTest::EnableSwitching(bool wlan, bool wwan) {
+    EnableWlanSwitching(wlan);
+    EnableWwanSwitching(wwan);
 }
 
 void CoreTest::MakeModemKnown() const {
@@ -80,24 +80,40 @@ void CoreTest::Set(Cable cable) {
     }
 }
 
-void CoreTest::SetRadios(bool on) const {
-    notebook.Wlan().phys[0].software = on ? ::Notebook::kRadioOn : ::Notebook::kRadioOff;
-    notebook.Modem().software = on ? 1 : 0;
+void CoreTest::SetRadios(bool wlan, bool wwan) const {
+    notebook.Wlan().phys[0].software = wlan ? ::Notebook::kRadioOn : ::Notebook::kRadioOff;
+    notebook.Modem().software = wwan ? 1 : 0;
 }
 
-std::vector<Rig::LogLine> CoreTest::LinesOf(const char* function) const {
-    std::vector<Rig::LogLine> lines = log.Of(function);
-    std::erase_if(lines,
-                  [](const Rig::LogLine& line) { return line.level <= Orva::Shared::Level::kTraceOut; });
+void CoreTest::MakeRadiosStubborn() const {
+    notebook.SetPhys({Refusing(RadioTests::On())});
+    notebook.Modem().follows = 0;
+}
+
+std::vector<LogLine> CoreTest::LinesOf(const char* function) const {
+    std::vector<LogLine> lines = log.Of(function);
+    std::erase_if(lines, [](const LogLine& line) { return line.level <= Orva::Shared::Level::kTraceOut; });
     return lines;
 }
 
-std::vector<std::string> CoreTest::WlanSwitches() const {
-    return Switches(notebook.Calls(Call::WlanSetInterface), '1');
+Switches CoreTest::WlanSwitches() const {
+    return SwitchesIn(notebook.Calls(Call::WlanSetInterface), '1');
 }
 
-std::vector<std::string> CoreTest::WwanSwitches() const {
-    return Switches(notebook.Calls(Call::MbnRadioSetSoftwareRadioState), '1');
+Switches CoreTest::WwanSwitches() const {
+    return SwitchesIn(notebook.Calls(Call::MbnRadioSetSoftwareRadioState), '1');
+}
+
+void CoreTest::ExpectNoSwitchIsRepeated() const {
+    EXPECT_THAT(log.Of("ServiceUtils::SwitchWlanStatusWithRetry"), IsEmpty());
+    EXPECT_THAT(log.Of("ServiceUtils::SwitchWwanStatusWithRetry"), IsEmpty());
+}
+
+void CoreTest::ExpectSwitchCall(const char* function, bool on, bool respectsAirplaneMode) const {
+    EXPECT_EQ(
+        log.Count(TraceIn(function, L"OnOffValue = " + std::to_wstring(on) + L", bCheckAirplaneStatus = " +
+                                        std::to_wstring(respectsAirplaneMode))),
+        1);
 }
 
 int CoreTest::Opens(const std::string& service) const {

@@ -21,6 +21,20 @@ namespace CoreTests {
 using ::Notebook::kForEver;
 using RadioTests::Refusing;
 using Rig::Call;
+using Rig::LogLine;
+using Rig::ScopedImport;
+using Rig::Lines::Error;
+using Rig::Lines::Information;
+using Rig::Lines::TraceIn;
+using Rig::Lines::TraceOut;
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+/// What a radio was switched to, as "off" or "on", in order.
+using Switches = std::vector<std::string>;
 
 /// The system thread pool, for a scope: keeps what is queued until the test runs it.
 class Pool {
@@ -50,7 +64,7 @@ class Pool {
     void Drop() { items.clear(); }
 
   private:
-    Rig::ScopedImport<&::QueueUserWorkItem> m_queue{
+    ScopedImport<&::QueueUserWorkItem> m_queue{
         [this](LPTHREAD_START_ROUTINE callback, PVOID context, ULONG flags) {
             Rig::SimulatedNotebook::Note("QueueUserWorkItem");
             if (atQueue) {
@@ -75,7 +89,7 @@ class ComVisits {
     std::atomic<int> exits = 0;
 
   private:
-    Rig::ScopedImport<&::CoInitializeEx> m_enter{
+    ScopedImport<&::CoInitializeEx> m_enter{
         [](LPVOID, DWORD model) { return model == COINIT_MULTITHREADED; },
         [this](LPVOID reserved, DWORD model) {
             Rig::SimulatedNotebook::Note("CoInitializeEx");
@@ -86,7 +100,7 @@ class ComVisits {
             entries += SUCCEEDED(result) ? 1 : 0;
             return result;
         }};
-    Rig::ScopedImport<&::CoUninitialize> m_leave{[this] {
+    ScopedImport<&::CoUninitialize> m_leave{[this] {
         Rig::SimulatedNotebook::Note("CoUninitialize");
         ++exits;
         if (atExit) {
@@ -104,14 +118,12 @@ class OpenService : public CMainService {
   public:
     using CMainService::m_state;
     using CMainService::OnContinue;
-    using CMainService::OnShutdown;
-    using CMainService::OnStart;
-    using CMainService::OnStop;
     using CMainService::Shutdown;
     using CMainService::Start;
+    using CMainService::Stop;
 };
 
-/// Runs `OnStop` as the control thread of a running service would: the one visit to COM more that
+/// Stops it as the control thread of a running service would: the one visit to COM more that
 /// it leaves is the thread's own.
 void Stop(OpenService& service);
 
@@ -125,23 +137,27 @@ class CoreTest : public testing::Test {
     CoreTest();
     ~CoreTest() override;
 
-    static void EnableWlanSwitching();
-    static void EnableWwanSwitching();
-    static void EnableSwitching();
+    static void EnableWlanSwitching(bool enables = true);
+    static void EnableWwanSwitching(bool enables = true);
+    static void EnableSwitching(bool wlan = true, bool wwan = true);
     /// What the start-up worker leaves behind for the WWAN radio.
     void MakeModemKnown() const;
     void RemoveModem() const { notebook.Modem().present = 0; }
     void Set(Cable cable);
     /// Puts both radios into a state, without a word.
-    void SetRadios(bool on) const;
-    /// A modem that says yes and stays as it is.
-    void MakeModemStubborn() const { notebook.Modem().follows = 0; }
+    void SetRadios(bool on) const { SetRadios(on, on); }
+    void SetRadios(bool wlan, bool wwan) const;
+    /// Radios that stay on: a PHY that refuses, and a modem that says yes and does not follow.
+    void MakeRadiosStubborn() const;
 
     /// The lines of one operation, without its trace lines.
-    [[nodiscard]] std::vector<Rig::LogLine> LinesOf(const char* function) const;
-    /// What the radios were switched to so far, as "off" or "on".
-    [[nodiscard]] std::vector<std::string> WlanSwitches() const;
-    [[nodiscard]] std::vector<std::string> WwanSwitches() const;
+    [[nodiscard]] std::vector<LogLine> LinesOf(const char* function) const;
+    [[nodiscard]] Switches WlanSwitches() const;
+    [[nodiscard]] Switches WwanSwitches() const;
+    /// Each switch was made once: what it fails to do is somebody else's to repeat.
+    void ExpectNoSwitchIsRepeated() const;
+    /// A radio operation was called once, to switch like this.
+    void ExpectSwitchCall(const char* function, bool on, bool respectsAirplaneMode) const;
     [[nodiscard]] bool ModemIsOn() const { return notebook.Modem().software != 0; }
     /// How often one of Windows' services was asked for its state.
     [[nodiscard]] int Opens(const std::string& service) const;

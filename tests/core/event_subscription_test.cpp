@@ -1,10 +1,8 @@
 #include "core/event_subscription.h"
 
 #include <netlistmgr.h>
-#include <olectl.h>
 
 #include <array>
-#include <ostream>
 
 #include "logging/log_scope.h"
 #include "tests/core/core_test.h"
@@ -14,8 +12,6 @@ namespace CoreTests {
 namespace {
 
 using Microsoft::WRL::ComPtr;
-using testing::ElementsAreArray;
-using testing::IsEmpty;
 
 constexpr char kSubscriber[] = "Test::Subscribe";
 
@@ -54,15 +50,10 @@ class ManagerWithoutContainer : public Rig::FakeUnknown<IUnknown> {
 /// One sink, subscribed twice to the events of connections.
 class EventSubscriptionTest : public CoreTest {
   protected:
-    ~EventSubscriptionTest() override {
-        for (std::size_t i = 0; i < m_points.size(); ++i) {
-            if (m_cookies.at(i) != 0) {
-                EXPECT_EQ(m_points.at(i)->Unadvise(m_cookies.at(i)), S_OK);
-            }
-        }
-    }
+    ~EventSubscriptionTest() override { TakeBack(); }
 
     void Subscribe(IUnknown* manager, bool keepsSink) {
+        log.Clear();
         const LogScope scope(kSubscriber);
         SubscribeToEvents(scope, manager,
                           {{IID_INetworkConnectionEvents, L"find 1: 0x%08X", L"query 1: 0x%08X", m_points[0],
@@ -78,14 +69,16 @@ class EventSubscriptionTest : public CoreTest {
                               return sink;
                           });
     }
-    [[nodiscard]] int PointsKept() const { return (m_points[0] ? 1 : 0) + (m_points[1] ? 1 : 0); }
-    [[nodiscard]] int Subscriptions() const { return (m_cookies[0] ? 1 : 0) + (m_cookies[1] ? 1 : 0); }
-    /// The references that nobody releases are the test's in the end.
-    void ReleaseKept(int references) {
-        for (int i = 0; i < references; ++i) {
-            m_sink.Release();
+    void TakeBack() {
+        for (std::size_t i = 0; i < m_points.size(); ++i) {
+            if (m_cookies.at(i) != 0) {
+                EXPECT_EQ(m_points.at(i)->Unadvise(std::exchange(m_cookies.at(i), 0)), S_OK);
+            }
+            m_points.at(i).Reset();
         }
     }
+    [[nodiscard]] int PointsKept() const { return (m_points[0] ? 1 : 0) + (m_points[1] ? 1 : 0); }
+    [[nodiscard]] int Subscriptions() const { return (m_cookies[0] ? 1 : 0) + (m_cookies[1] ? 1 : 0); }
 
     Sink m_sink;
     bool m_hasSink = true;
@@ -96,38 +89,63 @@ class EventSubscriptionTest : public CoreTest {
     std::array<DWORD, 2> m_cookies{};
 };
 
-TEST_F(EventSubscriptionTest, OneSinkIsSubscribedToEachKindAndHeldByTheDeviceAlone) {
-    Subscribe(m_manager.Get(), false);
-    EXPECT_EQ(Subscriptions(), 2);
-    EXPECT_NE(m_cookies[0], m_cookies[1]);
-    EXPECT_EQ(m_sinksMade, 1);
-    EXPECT_EQ(m_sink.References(), 2);
-    EXPECT_THAT(LinesOf(kSubscriber), IsEmpty());
-}
-
-TEST_F(EventSubscriptionTest, SinkThatIsKeptHasAReferenceMoreForEachKind) {
-    Subscribe(m_manager.Get(), true);
-    EXPECT_EQ(Subscriptions(), 2);
-    EXPECT_EQ(m_sink.References(), 4);
-    ReleaseKept(2);
+/// Up to the first failure. The sink is held by the device alone, or by nobody to be released: then it has a
+/// reference more for each subscription that was asked for.
+TEST_F(EventSubscriptionTest, OneSinkIsSubscribedToEachKindUpToItsFirstFailure) {
+    struct Case {
+        std::optional<Call> failing;  ///< none: the sink's query
+        int nth;
+        const wchar_t* line;  ///< null: all goes well
+        int points;
+        int subscriptions;
+        int queries;  ///< that gave the sink
+    };
+    for (const Case& step :
+         {Case{{}, 0, nullptr, 2, 2, 2},  //
+          Case{{}, 0, L"query 1: 0x80004002", 1, 0, 0}, Case{{}, 0, L"query 2: 0x80004002", 2, 1, 1},
+          Case{Call::Advise, 1, L"Advise failed with error: 0x80010108", 1, 0, 1},
+          Case{Call::Advise, 2, L"Advise failed with error: 0x80010108", 2, 1, 2},
+          Case{Call::FindConnectionPoint, 1, L"find 1: 0x80010108", 0, 0, 0},
+          Case{Call::FindConnectionPoint, 2, L"find 2: 0x80010108", 1, 1, 1}}) {
+        for (const bool keepsSink : {false, true}) {
+            SCOPED_TRACE(testing::Message() << step.points << step.subscriptions << keepsSink);
+            // The device asks the sink, too.
+            m_sink.queriesLeft =
+                step.failing || step.line == nullptr ? 100 : step.queries + step.subscriptions;
+            if (step.failing) {
+                notebook.Fail(*step.failing, step.nth, RPC_E_DISCONNECTED);
+            }
+            m_sinksMade = 0;
+            Subscribe(m_manager.Get(), keepsSink);
+            EXPECT_EQ(LinesOf(kSubscriber), step.line == nullptr
+                                                ? std::vector<LogLine>{}
+                                                : std::vector<LogLine>{Error(kSubscriber, step.line)});
+            EXPECT_EQ(PointsKept(), step.points);
+            EXPECT_EQ(Subscriptions(), step.subscriptions);
+            EXPECT_EQ(m_sinksMade, step.points == 0 ? 0 : 1);
+            const int kept = keepsSink ? step.queries : 0;
+            EXPECT_EQ(m_sink.References(), step.subscriptions + kept);
+            // Those that nobody releases are the test's in the end.
+            for (int i = 0; i < kept; ++i) {
+                m_sink.Release();
+            }
+            TakeBack();
+        }
+    }
 }
 
 TEST_F(EventSubscriptionTest, MissingManagerOrContainerIsAFailedQuery) {
     ManagerWithoutContainer without(E_NOINTERFACE);
     ManagerWithoutContainer lost(S_OK);
-    struct Case {
-        IUnknown* manager;
-        const wchar_t* error;
-    };
-    for (const Case& broken :
-         {Case{nullptr, L"0x80004003"}, Case{&without, L"0x80004002"}, Case{&lost, L"0x80004003"}}) {
-        log.Clear();
-        Subscribe(broken.manager, true);
-        EXPECT_THAT(LinesOf(kSubscriber),
-                    testing::ElementsAre(Rig::Lines::Error(
-                        kSubscriber, std::wstring(L"IID_IConnectionPointContainer QueryInterface failed with "
-                                                  L"error: ") +
-                                         broken.error)));
+    for (const auto& [manager, error] : {std::pair<IUnknown*, const wchar_t*>{nullptr, L"0x80004003"},
+                                         {&without, L"0x80004002"},
+                                         {&lost, L"0x80004003"}}) {
+        Subscribe(manager, true);
+        EXPECT_THAT(
+            LinesOf(kSubscriber),
+            ElementsAre(Error(
+                kSubscriber,
+                std::wstring(L"IID_IConnectionPointContainer QueryInterface failed with error: ") + error)));
         EXPECT_EQ(PointsKept(), 0);
         EXPECT_EQ(m_sinksMade, 0);
     }
@@ -141,65 +159,6 @@ TEST_F(EventSubscriptionTest, MissingSinkEndsTheSubscriptionWithoutALineOfItsOwn
     EXPECT_EQ(m_sinksMade, 1);
     EXPECT_EQ(notebook.Count(Call::Advise), 0);
 }
-
-/// A step that fails for one of the two, and what was made until then.
-struct FailingStep {
-    const char* name;
-    std::optional<Call> call;  ///< none: the sink's query
-    int nth;
-    HRESULT error;  ///< S_OK: a success that gives nothing
-    const wchar_t* line;
-    int points;
-    int subscriptions;
-    int queries;  ///< that gave the sink
-};
-
-void PrintTo(const FailingStep& step, std::ostream* out) {
-    *out << step.name;
-}
-
-class FailingSubscription : public EventSubscriptionTest,
-                            public testing::WithParamInterface<std::tuple<FailingStep, bool>> {};
-
-TEST_P(FailingSubscription, LogsOneLineAndKeepsWhatWasMade) {
-    const auto& [step, keepsSink] = GetParam();
-    if (step.call) {
-        notebook.Fail(*step.call, step.nth, step.error);
-    } else {
-        // The device asks the sink, too.
-        m_sink.queriesLeft = step.queries + step.subscriptions;
-    }
-    Subscribe(m_manager.Get(), keepsSink);
-    EXPECT_THAT(LinesOf(kSubscriber), testing::ElementsAre(Rig::Lines::Error(kSubscriber, step.line)));
-    EXPECT_EQ(PointsKept(), step.points);
-    EXPECT_EQ(Subscriptions(), step.subscriptions);
-    const int kept = keepsSink ? step.queries : 0;
-    EXPECT_EQ(m_sink.References(), step.subscriptions + kept);
-    ReleaseKept(kept);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Steps, FailingSubscription,
-    testing::Combine(
-        testing::Values(FailingStep{"FirstPoint", Call::FindConnectionPoint, 1, CONNECT_E_NOCONNECTION,
-                                    L"find 1: 0x80040200", 0, 0, 0},
-                        FailingStep{"FirstPointLost", Call::FindConnectionPoint, 1, S_OK,
-                                    L"find 1: 0x80004003", 0, 0, 0},
-                        FailingStep{"FirstQuery", {}, 0, E_NOINTERFACE, L"query 1: 0x80004002", 1, 0, 0},
-                        FailingStep{"FirstAdvise", Call::Advise, 1, E_ACCESSDENIED,
-                                    L"Advise failed with error: 0x80070005", 1, 0, 1},
-                        FailingStep{"SecondPoint", Call::FindConnectionPoint, 2, E_OUTOFMEMORY,
-                                    L"find 2: 0x8007000E", 1, 1, 1},
-                        FailingStep{"SecondPointLost", Call::FindConnectionPoint, 2, S_OK,
-                                    L"find 2: 0x80004003", 1, 1, 1},
-                        FailingStep{"SecondQuery", {}, 0, E_NOINTERFACE, L"query 2: 0x80004002", 2, 1, 1},
-                        FailingStep{"SecondAdvise", Call::Advise, 2, RPC_E_DISCONNECTED,
-                                    L"Advise failed with error: 0x80010108", 2, 1, 2}),
-        testing::Bool()),
-    [](const testing::TestParamInfo<std::tuple<FailingStep, bool>>& parameter) {
-        return std::string(std::get<0>(parameter.param).name) +
-               (std::get<1>(parameter.param) ? "OfASinkThatIsKept" : "");
-    });
 
 }  // namespace
 }  // namespace CoreTests

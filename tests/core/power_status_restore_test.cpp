@@ -9,13 +9,6 @@
 namespace CoreTests {
 namespace {
 
-using Rig::Lines::Information;
-using Rig::Lines::TraceIn;
-using Rig::Lines::TraceOut;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::SizeIs;
-
 /// One of the two restores, with the other's radio beside it.
 struct Restore {
     const char* name;
@@ -40,11 +33,7 @@ void PrintTo(const Restore& restore, std::ostream* out) {
 class AnyRestore : public CoreTest {
   protected:
     AnyRestore() { MakeModemKnown(); }
-    /// A radio is switched once; what comes of it is not looked at.
-    ~AnyRestore() override {
-        EXPECT_THAT(log.Of("ServiceUtils::SwitchWlanStatusWithRetry"), IsEmpty());
-        EXPECT_THAT(log.Of("ServiceUtils::SwitchWwanStatusWithRetry"), IsEmpty());
-    }
+    ~AnyRestore() override { ExpectNoSwitchIsRepeated(); }
 
     void Remember(const Restore& restore, const Rig::RegistryValue& value) const {
         machine.store.Write(restore.subkey, PowerStatus::kValueName, value);
@@ -52,7 +41,7 @@ class AnyRestore : public CoreTest {
     [[nodiscard]] std::optional<Rig::RegistryValue> Remembered(const Restore& restore) const {
         return machine.store.Read(restore.subkey, PowerStatus::kValueName);
     }
-    [[nodiscard]] std::vector<std::string> SwitchesOf(const Restore& restore) const {
+    [[nodiscard]] Switches SwitchesOf(const Restore& restore) const {
         return restore.run == kWlan.run ? WlanSwitches() : WwanSwitches();
     }
     /// One switch of the radio that is asked for, none of the other one.
@@ -82,7 +71,7 @@ TEST_P(RestoreOfText, SwitchesTheRadioToItAndStoresNothing) {
     restore.run();
 
     const std::wstring radio = restore.radio;
-    std::vector<Rig::LogLine> expected{TraceIn(restore.function)};
+    std::vector<LogLine> expected{TraceIn(restore.function)};
     if (remembered.text == nullptr || *remembered.text == L'\0') {
         expected.push_back(Information(
             restore.function, L"Registry read is empty : " + radio + L". Setting Default Value as TRUE"));
@@ -117,11 +106,10 @@ TEST_P(RestoreOf, ValueOfAnotherTypeReadsAsNothing) {
 
 TEST_P(RestoreOf, RefusedSwitchIsNotTriedAgain) {
     Remember(GetParam(), Rig::RegistryText(L"False"));
-    notebook.SetPhys({Refusing(RadioTests::On())});
-    MakeModemStubborn();
+    MakeRadiosStubborn();
     GetParam().run();
     EXPECT_THAT(LinesOf(GetParam().function), SizeIs(1));
-    EXPECT_EQ(log.Count(TraceIn(GetParam().switchFunction, L"OnOffValue = 0, bCheckAirplaneStatus = 1")), 1);
+    ExpectSwitchCall(GetParam().switchFunction, false, true);
 }
 
 TEST_P(RestoreOf, AirplaneModeForbidsSwitchingOn) {
@@ -129,8 +117,7 @@ TEST_P(RestoreOf, AirplaneModeForbidsSwitchingOn) {
     machine.SetAirplaneMode(true);
     GetParam().run();
     EXPECT_THAT(SwitchesOf(GetParam()), IsEmpty());
-    EXPECT_TRUE(
-        log.Contains(TraceIn(GetParam().switchFunction, L"OnOffValue = 1, bCheckAirplaneStatus = 1")));
+    ExpectSwitchCall(GetParam().switchFunction, true, true);
 }
 
 TEST_P(RestoreOf, AirplaneModeDoesNotKeepARadioOn) {

@@ -11,15 +11,7 @@
 namespace CoreTests {
 namespace {
 
-using Rig::LogLine;
-using Rig::Lines::Error;
-using Rig::Lines::Information;
-using Rig::Lines::TraceIn;
-using Rig::Lines::TraceOut;
-using testing::Contains;
-using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 constexpr char kResume[] = "NLMUtils::SystemResumeHandler";
 constexpr DWORD kPollInterval = 1000;  // milliseconds, of a wait for a service
@@ -38,16 +30,13 @@ class ResumeTest : public CoreTest {
   protected:
     ResumeTest() { MakeModemKnown(); }
 
-    static void ForgetModem() {
-        WwanState::devicePresent = false;
-        WwanState::interfaceManager.store(nullptr);
-    }
     /// As it was found at the start of the service.
     void Set(bool isCableIn, bool hasModem) {
         CoreTest::Set(isCableIn ? Cable::kIn : Cable::kOut);
         SetRadios(isCableIn);
         if (!hasModem) {
-            ForgetModem();
+            WwanState::devicePresent = false;
+            WwanState::interfaceManager.store(nullptr);
         }
         notebook.ForgetCalls();
     }
@@ -59,8 +48,7 @@ class Resume : public ResumeTest, public testing::WithParamInterface<std::tuple<
 TEST_P(Resume, SwitchesAndWaitsAsTheSituationAsks) {
     const auto [isCableIn, wlanEnabled, wwanEnabled, hasModem] = GetParam();
     Set(isCableIn, hasModem);
-    NLMUtils::lanWlanSwitchingEnabled = wlanEnabled;
-    NLMUtils::lanWwanSwitchingEnabled = wwanEnabled;
+    EnableSwitching(wlanEnabled, wwanEnabled);
     EXPECT_TRUE(NLMUtils::SystemResumeHandler());
 
     std::vector<LogLine> expected{
@@ -94,54 +82,42 @@ INSTANTIATE_TEST_SUITE_P(Situations, Resume,
                          testing::Combine(testing::Bool(), testing::Bool(), testing::Bool(),
                                           testing::Bool()));
 
-/// A service of Windows that is late or absent, with the cable in or out.
-struct MissingService {
-    const char* name;
-    const wchar_t* service;
-    bool isInstalled;
-    bool isCableIn;
-    const wchar_t* failure;
-    int polls;
-};
-
-void PrintTo(const MissingService& missing, std::ostream* out) {
-    *out << missing.name;
-}
-
-class ResumeWithout : public ResumeTest, public testing::WithParamInterface<MissingService> {};
-
-TEST_P(ResumeWithout, CostsALineAndTheRadioIsTriedAllTheSame) {
-    const MissingService& missing = GetParam();
-    const bool isWlan = missing.service == std::wstring(L"WlanSvc");
-    Set(missing.isCableIn, true);
-    (isWlan ? &EnableWlanSwitching : &EnableWwanSwitching)();
-    if (missing.isInstalled) {
+TEST_F(ResumeTest, ServiceThatIsLateOrAbsentCostsALineAndTheRadioIsTriedAllTheSame) {
+    struct Missing {
+        const wchar_t* service;
+        bool isInstalled;
+        bool isCableIn;
+        const wchar_t* failure;
+    };
+    for (const Missing& missing :
+         {Missing{L"WlanSvc", true, false,
+                  L"WaitforServiceToStartRunning (WLAN AutoConfig) failed with running status = 1"},
+          Missing{L"WwanSvc", true, true,
+                  L"WaitforServiceToStartRunning (WWAN AutoConfig) failed with running status = 1"},
+          Missing{L"WwanSvc", false, false,
+                  L"WaitforServiceToStartRunning (WWAN AutoConfig) failed with running status = -1"},
+          Missing{L"WwanSvc", false, true,
+                  L"WaitforServiceToStartRunning (WWAN AutoConfig) failed with running status = -1"}}) {
+        const bool isWlan = missing.service == std::wstring(L"WlanSvc");
+        SCOPED_TRACE(testing::Message() << isWlan << missing.isInstalled << missing.isCableIn);
+        machine.clock.ForgetRecords();
+        log.Clear();
+        EnableSwitching(isWlan, !isWlan);
+        notebook.PullCable();
+        Set(missing.isCableIn, true);
         notebook.Service(missing.service).state = SERVICE_START_PENDING;
-    } else {
-        notebook.Uninstall(missing.service);
+        if (!missing.isInstalled) {
+            notebook.Uninstall(missing.service);
+        }
+        EXPECT_TRUE(NLMUtils::SystemResumeHandler());
+        EXPECT_THAT(LinesOf(kResume), Contains(Error(kResume, missing.failure)));
+        EXPECT_THAT(LinesOf(kResume), Contains(isWlan ? kWlanWaited : kWwanWaited));
+        const int polls = missing.isInstalled ? kMostPolls : 1;
+        EXPECT_EQ(Opens(isWlan ? "WlanSvc" : "WwanSvc"), polls);
+        EXPECT_THAT(machine.clock.SleepsAndWaits(), Contains(kPollInterval).Times(polls));
+        EXPECT_THAT(isWlan ? WlanSwitches() : WwanSwitches(), ElementsAre(missing.isCableIn ? "off" : "on"));
     }
-    EXPECT_TRUE(NLMUtils::SystemResumeHandler());
-    EXPECT_THAT(LinesOf(kResume), Contains(Error(kResume, missing.failure)));
-    EXPECT_THAT(LinesOf(kResume), Contains(isWlan ? kWlanWaited : kWwanWaited));
-    EXPECT_EQ(Opens(isWlan ? "WlanSvc" : "WwanSvc"), missing.polls);
-    EXPECT_THAT(machine.clock.SleepsAndWaits(), Contains(kPollInterval).Times(missing.polls));
-    EXPECT_THAT(isWlan ? WlanSwitches() : WwanSwitches(), ElementsAre(missing.isCableIn ? "off" : "on"));
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Services, ResumeWithout,
-    testing::Values(
-        MissingService{"LateWlan", L"WlanSvc", true, false,
-                       L"WaitforServiceToStartRunning (WLAN AutoConfig) failed with running status = 1",
-                       kMostPolls},
-        MissingService{"AbsentWwan", L"WwanSvc", false, false,
-                       L"WaitforServiceToStartRunning (WWAN AutoConfig) failed with running status = -1", 1},
-        MissingService{"LateWwanBesideTheCable", L"WwanSvc", true, true,
-                       L"WaitforServiceToStartRunning (WWAN AutoConfig) failed with running status = 1",
-                       kMostPolls},
-        MissingService{"AbsentWwanBesideTheCable", L"WwanSvc", false, true,
-                       L"WaitforServiceToStartRunning (WWAN AutoConfig) failed with running status = -1", 1}),
-    [](const testing::TestParamInfo<MissingService>& parameter) { return parameter.param.name; });
 
 TEST_F(ResumeTest, FailedEthernetCheckEndsTheHandler) {
     EnableSwitching();
@@ -165,25 +141,21 @@ TEST_F(ResumeTest, WlanServiceIsWaitedForBeforeItsRadioIsTouched) {
               std::ranges::find(calls, "WlanOpenHandle version 2"));
 }
 
-TEST_F(ResumeTest, RememberedChoiceDecidesWhetherARadioComesBack) {
+TEST_F(ResumeTest, RememberedChoiceDecidesWhetherARadioComesBackAndSwitchesNoneOff) {
     EnableSwitching();
     for (const wchar_t* const text : {L"True", L"", L"False"}) {
+        const Switches wanted = std::wstring(text) != L"False" ? Switches{"on"} : Switches{};
         Set(false, true);
         machine.RememberWlan(text);
         machine.RememberWwan(text);
         NLMUtils::SystemResumeHandler();
-        EXPECT_EQ(notebook.WlanIsOn(), std::wstring(text) != L"False");
-        EXPECT_EQ(ModemIsOn(), std::wstring(text) != L"False");
+        EXPECT_EQ(WlanSwitches(), wanted);
+        EXPECT_EQ(WwanSwitches(), wanted);
     }
-}
-
-TEST_F(ResumeTest, RememberedOffIsNotSwitchedOff) {
-    EnableSwitching();
-    machine.RememberWlan(L"False");
-    machine.RememberWwan(L"False");
+    SetRadios(true);
     NLMUtils::SystemResumeHandler();
-    EXPECT_THAT(WlanSwitches(), IsEmpty());
-    EXPECT_THAT(WwanSwitches(), IsEmpty());
+    EXPECT_TRUE(notebook.WlanIsOn());
+    EXPECT_TRUE(ModemIsOn());
 }
 
 TEST_F(ResumeTest, InAirplaneModeNothingIsSwitchedOn) {
@@ -198,7 +170,7 @@ TEST_F(ResumeTest, InAirplaneModeNothingIsSwitchedOn) {
 TEST_F(ResumeTest, WithCableAndStubbornModemTheFailureIsLoggedAfterSixAttempts) {
     EnableWwanSwitching();
     Set(true, true);
-    MakeModemStubborn();
+    MakeRadiosStubborn();
     EXPECT_TRUE(NLMUtils::SystemResumeHandler());
     EXPECT_THAT(LinesOf(kResume), ElementsAre(Information(kResume, L"Ethernet Status = 1"), kWaitForWwan,
                                               kWwanWaited, kSwitchFailed));
@@ -227,8 +199,7 @@ TEST_F(ContinueTest, ReadsBothSettingsInTheirOrderAndDecidesTheRadiosWithEitherF
     notebook.SetSetting(kWlanSetting, L"*Disable");
     notebook.SetSetting(kWwanSetting, L"*Disable");
     for (const unsigned features : {0U, 1U, 2U, 3U}) {
-        NLMUtils::lanWlanSwitchingEnabled = (features & 1U) != 0;
-        NLMUtils::lanWwanSwitchingEnabled = (features & 2U) != 0;
+        EnableSwitching((features & 1U) != 0, (features & 2U) != 0);
         log.Clear();
         notebook.ForgetCalls();
         Continue();

@@ -2,37 +2,20 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
-#include <cstddef>
-#include <cstdlib>
-#include <memory>
-#include <new>
+#include <functional>
+#include <map>
 #include <ostream>
-#include <set>
 #include <stdexcept>
 #include <tuple>
 
-#include "bios/bios_settings.h"
-#include "core/airplane_mode_watcher.h"
 #include "notebook/state/text.h"
 #include "radio/wwan_state.h"
 #include "tests/core/core_test.h"
-#include "tests/support/skip_unless_imported.h"
 
 namespace CoreTests {
 namespace {
 
-using namespace std::chrono_literals;
-using Rig::LogLine;
-using Rig::Lines::Error;
-using Rig::Lines::Information;
-using Rig::Lines::TraceIn;
-using Rig::Lines::TraceOut;
 using Rig::Lines::Verbose;
-using testing::Each;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::SizeIs;
 
 constexpr char kWorker[] = "CMainService::ServiceWorkerThread";
 
@@ -73,13 +56,28 @@ const LogLine kNoDevice =
     Error(kWorker, L"WWAN Device enumeration failed / No supporting WWAN device found ");
 const LogLine kCheckFailed = Error(kWorker, L"CheckEthernetConnectionStatusEx failed");
 const LogLine kNotRegistered = Error(kWorker, L"RegisterWlanNotification (register) failed");
+/// A start with both features disabled, without a cable.
+const std::vector<LogLine> kWholeStart{kEntry,       kBiosRead,   kWlanWaited,   kNotAlive, kWlanDisabled,
+                                       kWaitForWwan, kWwanWaited, kWwanDisabled, kExit};
+
+/// The lines up to one of them, then others.
+std::vector<LogLine> UpTo(const LogLine& last, std::initializer_list<LogLine> others) {
+    std::vector<LogLine> lines(kWholeStart.begin(), std::ranges::find(kWholeStart, last) + 1);
+    lines.insert(lines.end(), others);
+    return lines;
+}
+
+/// With one more line in front of one of them.
+std::vector<LogLine> WithBefore(const LogLine& next, const LogLine& more) {
+    std::vector<LogLine> lines = kWholeStart;
+    lines.insert(std::ranges::find(lines, next), more);
+    return lines;
+}
 
 class StartUpWorkerTest : public CoreTest {
   protected:
     ~StartUpWorkerTest() override {
-        // The first decisions switch a radio once.
-        EXPECT_THAT(log.Of("ServiceUtils::SwitchWlanStatusWithRetry"), IsEmpty());
-        EXPECT_THAT(log.Of("ServiceUtils::SwitchWwanStatusWithRetry"), IsEmpty());
+        ExpectNoSwitchIsRepeated();
         com.entryResult.reset();
         EndService();
     }
@@ -105,17 +103,15 @@ class StartUpWorkerTest : public CoreTest {
 
 TEST_F(StartUpWorkerTest, StepsComeInTheirOrder) {
     RunWorker();
-    EXPECT_THAT(log.Of(kWorker), ElementsAre(kEntry, kBiosRead, kWlanWaited, kNotAlive, kWlanDisabled,
-                                             kWaitForWwan, kWwanWaited, kWwanDisabled, kExit));
+    EXPECT_EQ(log.Of(kWorker), kWholeStart);
     // The radio operations and the readers of settings and adapters have calls of their own.
     std::vector<std::string> steps = notebook.Calls();
     std::erase_if(steps, [](const std::string& step) {
-        const auto begins = [&step](const char* with) { return step.starts_with(with); };
         return std::ranges::none_of(
             std::array{"Co", "NetworkListManager::", "Queue", "OpenServiceW", "FindConnectionPoint", "Advise",
                        "WlanRegister", "INetworkListManager::", "IsNetworkAlive",
                        "MbnInterfaceManager::", "IMbnInterfaceManager::GetInterfaces"},
-            begins);
+            [&step](const char* with) { return step.starts_with(with); });
     });
     EXPECT_THAT(
         steps,
@@ -156,7 +152,7 @@ TEST_F(StartUpWorkerTest, BothSettingsAreReadBetweenTheWatcherAndTheWaitForWlan)
 
 TEST_F(StartUpWorkerTest, ManagersAreCreatedInWhateverContextHasThem) {
     std::vector<DWORD> contexts;
-    const Rig::ScopedImport<&::CoCreateInstance> look{
+    const ScopedImport<&::CoCreateInstance> look{
         [](REFCLSID classId, IUnknown*, DWORD, REFIID, void**) {
             return classId == CLSID_NetworkListManager || classId == CLSID_MbnInterfaceManager;
         },
@@ -206,10 +202,7 @@ TEST_F(StartUpWorkerTest, PublishedManagerReplacesTheOneBeforeAndOutlivesTheStop
 
 TEST_F(StartUpWorkerTest, StopBeforeThePublishingEmptiesTheHolderAndEndsTheWorker) {
     MakeModemKnown();
-    notebook.At(Call::OpenService, 2, [this] {
-        Stop(service);
-        return std::nullopt;
-    });
+    notebook.Before(Call::OpenService, 2, [this] { Stop(service); });
     RunWorker();
     EXPECT_EQ(WwanState::interfaceManager.load(), nullptr);
     EXPECT_FALSE(WwanState::devicePresent);
@@ -247,197 +240,172 @@ TEST_F(StartUpWorkerTest, KeepsAnotherApartmentOfItsThreadAndGoesOn) {
     EXPECT_EQ(com.exits, 4);
 }
 
-TEST_F(StartUpWorkerTest, WithoutComEndsAtOnceAndWithoutAnExitLine) {
-    com.entryResult = E_OUTOFMEMORY;
-    RunWorker();
-    EXPECT_THAT(log.Of(kWorker),
-                ElementsAre(kEntry, Error(kWorker, L"CoInitialize failed with error: 0x8007000E")));
-    EXPECT_THAT(notebook.Calls(), ElementsAre("CoInitializeEx"));
-}
-
-TEST_F(StartUpWorkerTest, WithoutNetworkListManagerEndsAtOnceAndWithoutAnExitLine) {
-    // A success without an object is a failure, too.
-    for (const auto& [error, text] :
-         {std::pair{REGDB_E_CLASSNOTREG, L"0x80040154"}, std::pair{S_OK, L"0x80004003"}}) {
+/// A step without which the worker ends, what it has written by then, and the first call that it does not
+/// make any more.
+TEST_F(StartUpWorkerTest, MissingStepEndsItAtOnceWithoutAnExitLineAndWithoutLeavingCom) {
+    WwanState::devicePresent = true;  // of an earlier start
+    const auto fail = [this](Call call, HRESULT result) {
+        return [this, call, result] { notebook.Fail(call, 1, result); };
+    };
+    const std::wstring noNetworks = L"CoCreateInstance(CLSID_NetworkListManager) failed with error: ";
+    struct Missing {
+        std::function<void()> arrange;
+        std::vector<LogLine> lines;
+        std::string nextCall;
+    };
+    for (const Missing& missing :
+         {Missing{[this] { com.entryResult = E_OUTOFMEMORY; },
+                  UpTo(kEntry, {Error(kWorker, L"CoInitialize failed with error: 0x8007000E")}),
+                  "NetworkListManager::Create"},
+          Missing{fail(Call::NetworkListManagerCreate, REGDB_E_CLASSNOTREG),
+                  UpTo(kEntry, {Error(kWorker, noNetworks + L"0x80040154")}), "QueueUserWorkItem"},
+          // A success without an object is a failure, too.
+          Missing{fail(Call::NetworkListManagerCreate, S_OK),
+                  UpTo(kEntry, {Error(kWorker, noNetworks + L"0x80004003")}), "QueueUserWorkItem"},
+          Missing{fail(Call::MbnInterfaceManagerCreate, REGDB_E_CLASSNOTREG),
+                  UpTo(kWlanDisabled,
+                       {Error(kWorker,
+                              L"CoCreateInstance(CLSID_MbnInterfaceManager) failed with error: 0x80040154")}),
+                  "OpenServiceW WwanSvc 0xf01ff"},
+          Missing{[this] { RemoveModem(); }, UpTo(kWaitForWwan, {kNoDevice}),
+                  "FindConnectionPoint IMbnRadioEvents"}}) {
+        SCOPED_TRACE(testing::PrintToString(missing.lines.back()));
+        com.entryResult.reset();
+        com.exits = 0;
         log.Clear();
         notebook.ForgetCalls();
-        notebook.Fail(Call::NetworkListManagerCreate, 1, error);
+        missing.arrange();
         RunWorker();
-        EXPECT_THAT(
-            log.Of(kWorker),
-            ElementsAre(kEntry,
-                        Error(kWorker, std::wstring(L"CoCreateInstance(CLSID_NetworkListManager) failed "
-                                                    L"with error: ") +
-                                           text)));
-        EXPECT_THAT(notebook.Calls(), ElementsAre("CoInitializeEx", "NetworkListManager::Create"));
+        EXPECT_EQ(log.Of(kWorker), missing.lines);
+        EXPECT_THAT(notebook.Calls(), testing::Not(Contains(missing.nextCall)));
+        EXPECT_EQ(com.exits, 0);
+        com.entryResult.reset();
+        EndService();
     }
-    EXPECT_EQ(com.exits, 0);
-}
-
-TEST_F(StartUpWorkerTest, WithoutMobileBroadbandManagerEndsAfterTheWlanHalf) {
-    notebook.Fail(Call::MbnInterfaceManagerCreate, 1, REGDB_E_CLASSNOTREG);
-    RunWorker();
-    EXPECT_THAT(log.Of(kWorker),
-                ElementsAre(kEntry, kBiosRead, kWlanWaited, kNotAlive, kWlanDisabled,
-                            Error(kWorker,
-                                  L"CoCreateInstance(CLSID_MbnInterfaceManager) failed with error: "
-                                  L"0x80040154")));
-    EXPECT_EQ(com.exits, 0);
-    EXPECT_EQ(Opens("WwanSvc"), 0);
-}
-
-TEST_F(StartUpWorkerTest, WithoutModemEndsBeforeTheSubscriptionAndWithoutAnExitLine) {
-    WwanState::devicePresent = true;  // of an earlier start
-    RemoveModem();
-    RunWorker();
-    EXPECT_THAT(log.Of(kWorker), ElementsAre(kEntry, kBiosRead, kWlanWaited, kNotAlive, kWlanDisabled,
-                                             kWaitForWwan, kNoDevice));
     EXPECT_FALSE(WwanState::devicePresent);
-    EXPECT_EQ(state.mbnSinks, nullptr);
-    EXPECT_EQ(com.exits, 0);
+}
+
+TEST_F(StartUpWorkerTest, IsTimedBehindItsExitLineOrWithoutOneWhereItGivesUp) {
+    const Rig::LogRecorder timed(Rig::LogRecorder::Timing::kOn);
+    const auto elapsed =
+        Rig::Line(Orva::Shared::Level::kDiag, kWorker, testing::StartsWith(L"Elapsed time = "));
+    RunWorker();
+    const std::vector<LogLine> lines = timed.Of(kWorker);
+    EXPECT_EQ(lines[lines.size() - 2], kExit);
+    EXPECT_THAT(lines.back(), elapsed);
+    EXPECT_EQ(timed.Count(kExit), 1);
+
+    com.entryResult = E_OUTOFMEMORY;
+    RunWorker();
+    EXPECT_THAT(timed.Of(kWorker).back(), elapsed);
+    EXPECT_EQ(timed.Count(kExit), 1);
 }
 
 // --- Services that are late or absent, subscriptions that fail -------------------------------------
 
 constexpr char kWait[] = "Utils::WaitforServiceToStartRunning";
+constexpr DWORD kPollInterval = 1000;  // milliseconds
 
-/// One of the two services, and how long the worker waits for it.
-struct AwaitedService {
-    const char* name;
-    const wchar_t* service;
-    DWORD state;  ///< zero: it is not installed
-    std::chrono::seconds wait;
-    int polls;
-    const wchar_t* failure;  ///< null: none
-};
-
-void PrintTo(const AwaitedService& awaited, std::ostream* out) {
-    *out << awaited.name;
-}
-
-class WaitForAService : public StartUpWorkerTest, public testing::WithParamInterface<AwaitedService> {};
-
-TEST_P(WaitForAService, TakesAsLongAsThatAndTheStartGoesOn) {
-    const AwaitedService& awaited = GetParam();
-    const bool isWlan = awaited.service == std::wstring(L"WlanSvc");
-    if (awaited.state == 0) {
-        notebook.Uninstall(awaited.service);
-    } else {
-        notebook.Service(awaited.service).state = awaited.state;
+TEST_F(StartUpWorkerTest, ServiceThatIsLateOrAbsentIsWaitedForAndTheStartGoesOn) {
+    struct Awaited {
+        const wchar_t* service;
+        DWORD state;  ///< zero: it is not installed
+        int polls;
+        const wchar_t* status;
+    };
+    for (const Awaited& awaited :
+         {Awaited{L"WlanSvc", 0, 1, L"-1"}, Awaited{L"WlanSvc", SERVICE_START_PENDING, 15, L"1"},
+          Awaited{L"WwanSvc", 0, 1, L"-1"}, Awaited{L"WwanSvc", SERVICE_START_PENDING, 15, L"1"}}) {
+        const std::wstring name = awaited.service;
+        const std::wstring status = awaited.status;
+        const bool isWlan = name == L"WlanSvc";
+        SCOPED_TRACE(testing::PrintToString(name + status));
+        log.Clear();
+        notebook.ForgetCalls();
+        machine.clock.ForgetRecords();
+        const auto installed = notebook.Service(name);
+        notebook.Service(name).state = awaited.state;
+        if (awaited.state == 0) {
+            notebook.Uninstall(name);
+        }
+        RunWorker();
+        std::vector<LogLine> tries;
+        for (int i = 0; i < awaited.polls; ++i) {
+            tries.push_back(Verbose(
+                kWait, name + L" service Running Status = " + status + L", try " + std::to_wstring(i)));
+        }
+        EXPECT_EQ(LinesOf(kWait), tries);
+        // The three reads of settings that are not there wait as long once each.
+        EXPECT_THAT(machine.clock.SleepsAndWaits(), Contains(kPollInterval).Times(3 + awaited.polls));
+        EXPECT_EQ(Opens(isWlan ? "WlanSvc" : "WwanSvc"), awaited.polls);
+        EXPECT_EQ(log.Of(kWorker),
+                  WithBefore(isWlan ? kWlanWaited : kWwanWaited,
+                             Error(kWorker, std::wstring(L"WaitforServiceToStartRunning (") +
+                                                (isWlan ? L"WLAN" : L"WWAN") +
+                                                L" AutoConfig) failed with running status = " + status)));
+        EXPECT_EQ(notebook.Count(Call::Advise), 4);
+        EXPECT_EQ(notebook.Held().wlanRegistrations, 1);
+        EndService();
+        notebook.Service(name) = installed;
     }
-    std::chrono::milliseconds start{};
-    std::chrono::milliseconds end{-1};
-    notebook.At(Call::OpenService, isWlan ? 1 : 2, [&] {
-        start = machine.clock.Elapsed();
-        return std::nullopt;
-    });
-    notebook.At(isWlan ? Call::FindConnectionPoint : Call::MbnInterfaceManagerGetInterfaces, 1, [&] {
-        end = machine.clock.Elapsed();
-        return std::nullopt;
-    });
-    RunWorker();
-    EXPECT_EQ(end - start, awaited.wait);
-    EXPECT_EQ(Opens(isWlan ? "WlanSvc" : "WwanSvc"), awaited.polls);
-    EXPECT_THAT(LinesOf(kWait), SizeIs(awaited.failure == nullptr ? 0 : awaited.polls));
-
-    std::vector<LogLine> expected{kEntry,       kBiosRead,   kWlanWaited,   kNotAlive, kWlanDisabled,
-                                  kWaitForWwan, kWwanWaited, kWwanDisabled, kExit};
-    if (awaited.failure != nullptr) {
-        const auto behind = std::ranges::find(expected, isWlan ? kWlanWaited : kWwanWaited);
-        expected.insert(behind, Error(kWorker, awaited.failure));
-    }
-    EXPECT_EQ(log.Of(kWorker), expected);
-    EXPECT_EQ(notebook.Count(Call::Advise), 4);
-    EXPECT_EQ(notebook.Held().wlanRegistrations, 1);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Services, WaitForAService,
-    testing::Values(
-        AwaitedService{"RunningWlan", L"WlanSvc", SERVICE_RUNNING, 0s, 1, nullptr},
-        AwaitedService{"AbsentWlan", L"WlanSvc", 0, 1s, 1,
-                       L"WaitforServiceToStartRunning (WLAN AutoConfig) failed with running status = -1"},
-        AwaitedService{"WlanThatNeverRuns", L"WlanSvc", SERVICE_START_PENDING, 15s, 15,
-                       L"WaitforServiceToStartRunning (WLAN AutoConfig) failed with running status = 1"},
-        AwaitedService{"AbsentWwan", L"WwanSvc", 0, 1s, 1,
-                       L"WaitforServiceToStartRunning (WWAN AutoConfig) failed with running status = -1"},
-        AwaitedService{"WwanThatNeverRuns", L"WwanSvc", SERVICE_START_PENDING, 15s, 15,
-                       L"WaitforServiceToStartRunning (WWAN AutoConfig) failed with running status = 1"}),
-    [](const testing::TestParamInfo<AwaitedService>& parameter) { return parameter.param.name; });
-
-TEST_F(StartUpWorkerTest, AbsentServiceIsTriedOnce) {
-    notebook.Uninstall(L"WlanSvc");
-    RunWorker();
-    EXPECT_THAT(LinesOf(kWait), ElementsAre(Verbose(kWait, L"WlanSvc service Running Status = -1, try 0")));
 }
 
 TEST_F(StartUpWorkerTest, GoesOnWithoutSubscriptionsAndRegistration) {
+    const std::vector<LogLine> notRegistered = WithBefore(kNotAlive, kNotRegistered);
     struct Missing {
         Call call;
         int nth;
         DWORD error;
-        bool isRegistration;
+        const std::vector<LogLine>& lines;
     };
-    for (const Missing& missing : {Missing{Call::FindConnectionPoint, 1, 0x80040200, false},
-                                   Missing{Call::WlanOpenHandle, 1, ERROR_SERVICE_NOT_ACTIVE, true},
-                                   Missing{Call::WlanRegisterNotification, 1, ERROR_ACCESS_DENIED, true},
-                                   Missing{Call::FindConnectionPoint, 4, 0x80040200, false}}) {
+    for (const Missing& missing :
+         {Missing{Call::FindConnectionPoint, 1, 0x80040200, kWholeStart},
+          Missing{Call::WlanOpenHandle, 1, ERROR_SERVICE_NOT_ACTIVE, notRegistered},
+          Missing{Call::WlanRegisterNotification, 1, ERROR_ACCESS_DENIED, notRegistered},
+          Missing{Call::FindConnectionPoint, 4, 0x80040200, kWholeStart}}) {
         SCOPED_TRACE(missing.error);
         log.Clear();
         notebook.Fail(missing.call, missing.nth, static_cast<LONG>(missing.error));
         RunWorker();
-        std::vector<LogLine> expected{kEntry,       kBiosRead,   kWlanWaited,   kNotAlive, kWlanDisabled,
-                                      kWaitForWwan, kWwanWaited, kWwanDisabled, kExit};
-        if (missing.isRegistration) {
-            expected.insert(expected.begin() + 3, kNotRegistered);
-        }
-        EXPECT_EQ(log.Of(kWorker), expected);
+        EXPECT_EQ(log.Of(kWorker), missing.lines);
         EndService();
     }
 }
 
 // --- First decisions -------------------------------------------------------------------------------
 
-TEST_F(StartUpWorkerTest, EnabledWithCableSwitchesBothRadiosOffOnceAndStoresNothing) {
+TEST_F(StartUpWorkerTest, EnabledFeaturesDecideBesideEachOther) {
     EnableSwitching();
-    notebook.PlugCable();
-    RunWorker();
-    EXPECT_THAT(LinesOf(kWorker), ElementsAre(kBiosRead, kWlanWaited, kAlive, kChecking, kWlanCable,
-                                              kWaitForWwan, kWwanWaited, kWwanCable));
-    EXPECT_THAT(WlanSwitches(), ElementsAre("off"));
-    EXPECT_THAT(WwanSwitches(), ElementsAre("off"));
-    EXPECT_TRUE(
-        log.Contains(TraceIn("ServiceUtils::SwitchWlanStatus", L"OnOffValue = 0, bCheckAirplaneStatus = 1")));
-    EXPECT_TRUE(
-        log.Contains(TraceIn("ServiceUtils::SwitchWwanStatus", L"OnOffValue = 0, bCheckAirplaneStatus = 1")));
-    EXPECT_EQ(machine.RememberedWlan(), L"");
-    EXPECT_EQ(machine.RememberedWwan(), L"");
-}
-
-TEST_F(StartUpWorkerTest, EnabledWithoutCableRestoresBothRadios) {
-    EnableSwitching();
-    RunWorker();
-    EXPECT_THAT(LinesOf(kWorker), ElementsAre(kBiosRead, kWlanWaited, kNotAlive, kChecking, kWaitForWwan,
-                                              kWwanWaited, kWwanNoCable));
-    EXPECT_THAT(log.Of("CMainService::UpdateWlanPowerStatus"), SizeIs(4));
-    EXPECT_THAT(log.Of("CMainService::UpdateWwanPowerStatus"), SizeIs(4));
-}
-
-TEST_F(StartUpWorkerTest, UnreadableAdaptersLeaveBothRadiosAndTheWorkerGoesOn) {
-    EnableSwitching();
-    machine.HideAdapters();
-    RunWorker();
-    EXPECT_THAT(log.Of(kWorker), ElementsAre(kEntry, kBiosRead, kWlanWaited, kNotAlive, kChecking,
-                                             kCheckFailed, kWaitForWwan, kWwanWaited, kCheckFailed, kExit));
-    EXPECT_THAT(WlanSwitches(), IsEmpty());
-    EXPECT_THAT(WwanSwitches(), IsEmpty());
+    struct Decision {
+        Cable cable;
+        std::vector<LogLine> wlanLines;
+        std::vector<LogLine> wwanLines;
+    };
+    for (const Decision& decision :
+         {Decision{Cable::kOut, {kNotAlive, kChecking}, {kWwanNoCable}},
+          Decision{Cable::kIn, {kAlive, kChecking, kWlanCable}, {kWwanCable}},
+          Decision{Cable::kUnreadable, {kAlive, kChecking, kCheckFailed}, {kCheckFailed}}}) {
+        Set(decision.cable);
+        log.Clear();
+        RunWorker();
+        std::vector<LogLine> expected{kBiosRead, kWlanWaited};
+        expected.insert(expected.end(), decision.wlanLines.begin(), decision.wlanLines.end());
+        expected.insert(expected.end(), {kWaitForWwan, kWwanWaited});
+        expected.insert(expected.end(), decision.wwanLines.begin(), decision.wwanLines.end());
+        EXPECT_EQ(LinesOf(kWorker), expected);
+        EXPECT_TRUE(log.Contains(kExit));
+        if (decision.cable == Cable::kIn) {
+            ExpectSwitchCall("ServiceUtils::SwitchWlanStatus", false, true);
+            ExpectSwitchCall("ServiceUtils::SwitchWwanStatus", false, true);
+        }
+        EndService();
+    }
 }
 
 TEST_F(StartUpWorkerTest, FailedSwitchesChangeNothingElse) {
     EnableSwitching();
     notebook.PlugCable();
-    notebook.SetPhys({Refusing(RadioTests::On())});
-    MakeModemStubborn();
+    MakeRadiosStubborn();
     RunWorker();
     EXPECT_THAT(log.Of(kWorker), SizeIs(10));
     EXPECT_TRUE(log.Contains(kExit));
@@ -469,11 +437,6 @@ class FirstDecision : public StartUpWorkerTest,
         }
         return remembered == nullptr || std::wstring(remembered) == L"True";
     }
-    [[nodiscard]] static std::vector<std::string> WantedSwitches() {
-        const bool wasOn = std::get<3>(GetParam());
-        return Wanted() == wasOn ? std::vector<std::string>{}
-                                 : std::vector<std::string>{Wanted() ? "on" : "off"};
-    }
 };
 
 TEST_P(FirstDecision, BringsARadioToWhatIsWantedAndStoresNothing) {
@@ -481,20 +444,18 @@ TEST_P(FirstDecision, BringsARadioToWhatIsWantedAndStoresNothing) {
     const std::wstring rememberedThen = remembered == nullptr ? L"" : remembered;
     for (const bool isWlan : {true, false}) {
         SCOPED_TRACE(isWlan ? "WLAN" : "WWAN");
-        NLMUtils::lanWlanSwitchingEnabled = enabled && isWlan;
-        NLMUtils::lanWwanSwitchingEnabled = enabled && !isWlan;
+        EnableSwitching(enabled && isWlan, enabled && !isWlan);
         machine.store.Delete();
         Set(cable);
-        SetRadios(true);
-        notebook.Wlan().phys[0].software = wasOn || !isWlan ? ::Notebook::kRadioOn : ::Notebook::kRadioOff;
-        notebook.Modem().software = wasOn || isWlan ? 1 : 0;
+        SetRadios(wasOn || !isWlan, wasOn || isWlan);
         if (remembered != nullptr) {
             isWlan ? machine.RememberWlan(remembered) : machine.RememberWwan(remembered);
         }
         notebook.ForgetCalls();
         RunWorker();
         EXPECT_EQ(isWlan ? notebook.WlanIsOn() : ModemIsOn(), Wanted());
-        EXPECT_EQ(isWlan ? WlanSwitches() : WwanSwitches(), WantedSwitches());
+        EXPECT_EQ(isWlan ? WlanSwitches() : WwanSwitches(),
+                  Wanted() == wasOn ? Switches{} : Switches{Wanted() ? "on" : "off"});
         EXPECT_THAT(isWlan ? WwanSwitches() : WlanSwitches(), IsEmpty());
         EXPECT_EQ(isWlan ? machine.RememberedWlan() : machine.RememberedWwan(), rememberedThen);
         EndService();
@@ -507,65 +468,29 @@ INSTANTIATE_TEST_SUITE_P(Situations, FirstDecision,
                                           testing::Values(nullptr, L"True", L"False", L"true", L"1"),
                                           testing::Bool()));
 
-// --- The BIOS's settings ---------------------------------------------------------------------------
-
-constexpr wchar_t kWlanSetting[] = L"LAN / WLAN Auto Switching";
-constexpr wchar_t kOlderWlanSetting[] = L"LAN/WLAN Switching";
-constexpr wchar_t kWwanSetting[] = L"LAN / WWAN Auto Switching";
-
-/// What the firmware says decides this very start, beside a cable, with both radios off or on before.
-struct Firmware {
-    const char* name;
-    std::vector<std::pair<const wchar_t*, const wchar_t*>> settings;
-    bool areRadiosOn;
-    const char* wlanSwitch;
-    const char* wwanSwitch;
-    bool wlanIsEnabled;
-    bool wwanIsEnabled;
-};
-
-void PrintTo(const Firmware& firmware, std::ostream* out) {
-    *out << firmware.name;
-}
-
-class StartWithFirmware : public StartUpWorkerTest, public testing::WithParamInterface<Firmware> {};
-
-TEST_P(StartWithFirmware, IsDecidedByIt) {
-    for (const auto& [name, text] : GetParam().settings) {
-        notebook.SetSetting(name, text);
-    }
+/// What the firmware says decides this very start.
+TEST_F(StartUpWorkerTest, SettingsThatItReadsDecideBesideTheCable) {
     notebook.PlugCable();
-    SetRadios(GetParam().areRadiosOn);
-    RunWorker();
-    EXPECT_EQ(NLMUtils::lanWlanSwitchingEnabled, GetParam().wlanIsEnabled);
-    EXPECT_EQ(NLMUtils::lanWwanSwitchingEnabled, GetParam().wwanIsEnabled);
-    EXPECT_EQ(log.Contains(kWlanDisabled), !GetParam().wlanIsEnabled);
-    EXPECT_EQ(log.Contains(kWwanDisabled), !GetParam().wwanIsEnabled);
-    using Made = std::vector<std::string>;
-    EXPECT_EQ(WlanSwitches(), *GetParam().wlanSwitch == '\0' ? Made{} : Made{GetParam().wlanSwitch});
-    EXPECT_EQ(WwanSwitches(), *GetParam().wwanSwitch == '\0' ? Made{} : Made{GetParam().wwanSwitch});
+    for (const unsigned features : {0U, 1U, 2U, 3U}) {
+        SCOPED_TRACE(features);
+        const bool wlan = (features & 1U) != 0;
+        const bool wwan = (features & 2U) != 0;
+        EnableSwitching(false, false);
+        machine.store.Delete();
+        notebook.SetSetting(L"LAN / WLAN Auto Switching", wlan ? L"Enable" : L"*Disable");
+        notebook.SetSetting(L"LAN / WWAN Auto Switching", wwan ? L"Enable" : L"*Disable");
+        // A radio that is to be restored comes on.
+        SetRadios(wlan, wwan);
+        log.Clear();
+        notebook.ForgetCalls();
+        RunWorker();
+        EXPECT_EQ(log.Contains(kWlanDisabled), !wlan);
+        EXPECT_EQ(log.Contains(kWwanDisabled), !wwan);
+        EXPECT_THAT(WlanSwitches(), ElementsAre(wlan ? "off" : "on"));
+        EXPECT_THAT(WwanSwitches(), ElementsAre(wwan ? "off" : "on"));
+        EndService();
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Settings, StartWithFirmware,
-    testing::Values(
-        Firmware{"BothEnabled",
-                 {{kWlanSetting, L"Enable"}, {kWwanSetting, L"Enable"}},
-                 true,
-                 "off",
-                 "off",
-                 true,
-                 true},
-        Firmware{"WlanEnabledByTheOlderName", {{kOlderWlanSetting, L"Enable"}}, true, "off", "", true, false},
-        Firmware{"WwanEnabled", {{kWwanSetting, L"Enable"}}, true, "", "off", false, true},
-        Firmware{"BothDisabled",
-                 {{kWlanSetting, L"*Disable"}, {kOlderWlanSetting, L"Enable"}, {kWwanSetting, L"*Disable"}},
-                 false,
-                 "on",
-                 "on",
-                 false,
-                 false}),
-    [](const testing::TestParamInfo<Firmware>& parameter) { return parameter.param.name; });
 
 // --- Exceptions ------------------------------------------------------------------------------------
 
@@ -579,8 +504,7 @@ class ThrowingStep : public StartUpWorkerTest, public testing::WithParamInterfac
         } else if (step == "QueueUserWorkItem") {
             pool.atQueue = throwIt;
         } else {
-            notebook.At(CallOf(step), step.ends_with("WwanSvc") ? 2 : 1,
-                        [=]() -> std::optional<DWORD> { throw thrown; });
+            notebook.Before(CallOf(step), step.ends_with("WwanSvc") ? 2 : 1, throwIt);
         }
     }
     ~ThrowingStep() override { com.atEntry = nullptr; }
@@ -622,7 +546,7 @@ TEST_F(ThrowingStep, OfWhatIsNoStandardExceptionIsNotCaught) {
 }
 
 TEST_F(StartUpWorkerTest, WatcherThatCannotBeQueuedLeavesThePoolsCallbackWithTheSystemError) {
-    service.OnStart(0, nullptr);
+    service.Start(0, nullptr);
     pool.error = ERROR_NOT_ENOUGH_QUOTA;
     DWORD thrown = NO_ERROR;
     try {
@@ -641,24 +565,27 @@ TEST_F(StartUpWorkerTest, WatcherThatCannotBeQueuedLeavesThePoolsCallbackWithThe
 /// A start on a machine of its own, with both features enabled.
 class Start : public CoreTest {
   public:
-    explicit Start(bool isCableIn) {
+    /// Runs it and has the service stop at one of its calls: the n-th of its name. Gives the calls.
+    std::vector<std::string> RunAndStopAt(bool isCableIn, const std::string& call, int nth) {
         EnableSwitching();
         Set(isCableIn ? Cable::kIn : Cable::kOut);
-    }
-
-    /// Runs it and has the service stop at the first call of this name and text. The calls.
-    std::vector<std::string> RunAndStopAt(const std::string& call) {
+        std::vector<std::string> calls;
         {
             OpenService service;
-            service.OnStart(0, nullptr);
-            StopAt(service, call);
+            service.Start(0, nullptr);
+            const auto stop = [&service] { Stop(service); };
+            if (call == "QueueUserWorkItem") {
+                pool.atQueue = stop;
+            } else if (CallOf(call) != Call::Count) {
+                notebook.Before(CallOf(call), nth, stop);
+            }
             notebook.ForgetCalls();
             Rig::RunOnThread([this] { pool.RunNext(); }, Rig::Apartment::kNone);
             EXPECT_EQ(service.m_state.running, call.empty());
             pool.atQueue = nullptr;
             calls = notebook.Calls();
             if (call.empty()) {
-                Stop(service);
+                stop();
             }
             pool.RunAll();
             EXPECT_EQ(notebook.Held().wlanHandles, 0);
@@ -666,7 +593,7 @@ class Start : public CoreTest {
             notebook.PlugCable();
             notebook.PullCable();
             notebook.Deliver();
-            Stop(service);
+            stop();
             EXPECT_EQ(notebook.Held().wlanHandles, 0);
         }
         WwanState::interfaceManager.store(nullptr);
@@ -679,94 +606,25 @@ class Start : public CoreTest {
 
   private:
     void TestBody() override {}
-
-    void StopAt(OpenService& service, const std::string& text) {
-        if (text == "QueueUserWorkItem") {
-            pool.atQueue = [&service] { Stop(service); };
-        } else if (const Call call = CallOf(text); call != Call::Count) {
-            notebook.At(call, nthOf.at(text), [&service] {
-                Stop(service);
-                return std::nullopt;
-            });
-        }
-    }
-
-    std::vector<std::string> calls;
-
-  public:
-    /// For each call, by its text, which one of its name it is.
-    std::map<std::string, int> nthOf;
 };
 
 class StopDuringStart : public testing::TestWithParam<bool> {};
 
 TEST_P(StopDuringStart, IsSurvivedAtEveryStep) {
+    // For each call, by its text, which one of its name it is.
     std::map<std::string, int> nthOf;
     std::map<std::string, int> seen;
-    for (const std::string& call : Start(GetParam()).RunAndStopAt("")) {
+    for (const std::string& call : Start().RunAndStopAt(GetParam(), "", 0)) {
         nthOf.try_emplace(call, ++seen[call.substr(0, call.find(' '))]);
     }
     EXPECT_GE(nthOf.size(), 25U);
     for (const auto& [call, nth] : nthOf) {
         SCOPED_TRACE(call);
-        Start start(GetParam());
-        start.nthOf = nthOf;
-        start.RunAndStopAt(call);
+        Start().RunAndStopAt(GetParam(), call, nth);
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(CableIsIn, StopDuringStart, testing::Bool());
-
-// --- An end of the service that comes in between ---------------------------------------------------
-
-/// A start with a cable in, in the middle of which the service stops and is destroyed, as at the
-/// end of the process: the worker still finds the place that the service had.
-class EndDuringStart : public CoreTest, public testing::WithParamInterface<std::pair<Call, bool>> {
-  protected:
-    EndDuringStart() {
-        EnableSwitching();
-        notebook.PlugCable();
-    }
-    void SetUp() override { SKIP_UNLESS_IMPORTED(free); }
-    ~EndDuringStart() override {
-        // What the worker opened and subscribed after the end would go with the process.
-        Rig::RunOnThread([this] { m_service->OpenService::OnStop(); }, Rig::Apartment::kMultithreadedTwice);
-        EXPECT_EQ(notebook.Held().wlanHandles, 0);
-        WwanState::interfaceManager.store(nullptr);
-        EXPECT_LE(notebook.Held().comReferences, 1);
-        notebook.KeepForGood(notebook.Held().comReferences);
-    }
-
-    alignas(OpenService) std::array<std::byte, sizeof(OpenService)> m_place{};
-    OpenService* const m_service = ::new (m_place.data()) OpenService;
-    WiredConnections* const m_wired = m_service->m_state.wiredConnections;
-    std::unique_ptr<Rig::ScopedImport<& ::free>> m_freed =
-        Rig::ReplaceIfImported<&::free>([this](void* block) { return block == m_wired; }, [](void*) {});
-};
-
-TEST_P(EndDuringStart, LeavesTheWorkerTheSetThatWasThere) {
-    const auto [call, subscribes] = GetParam();
-    m_service->OnStart(0, nullptr);
-    bool hasEnded = false;
-    notebook.At(call, 1, [&] {
-        Stop(*m_service);
-        std::destroy_at(m_service);
-        hasEnded = true;
-        return std::nullopt;
-    });
-    Rig::RunOnThread([this] { pool.RunNext(); }, Rig::Apartment::kNone);
-    pool.RunAll();
-    EXPECT_TRUE(hasEnded);
-    EXPECT_EQ(m_freed->Calls(), 0);
-    EXPECT_EQ(notebook.Count(Call::Advise) > 1, subscribes);
-    EXPECT_THAT(*m_wired, ElementsAre(::Notebook::GuidText(notebook.Devices().adapters[0].connectionId)));
-}
-
-// Before it subscribes, while it waits for WLAN with the manager that it holds, and behind it all.
-INSTANTIATE_TEST_SUITE_P(Calls, EndDuringStart,
-                         testing::Values(std::pair{Call::NetworkListManagerCreate, true},
-                                         std::pair{Call::WbemExecQuery, false},
-                                         std::pair{Call::IsNetworkAlive, true}));
 
 }  // namespace
 }  // namespace CoreTests

@@ -4,13 +4,10 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <ostream>
 #include <stdexcept>
 #include <thread>
-#include <type_traits>
-#include <utility>
+#include <tuple>
 
-#include "bios/bios_settings.h"
 #include "network/nlm_event_handler.h"
 #include "platform/wlan_notifications.h"
 #include "radio/wlan_radio.h"
@@ -21,22 +18,10 @@
 namespace CoreTests {
 namespace {
 
-using Rig::LogLine;
-using Rig::Lines::Error;
-using Rig::Lines::Information;
-using Rig::Lines::TraceIn;
-using Rig::Lines::TraceOut;
-using testing::Contains;
-using testing::Each;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::SizeIs;
-
 constexpr char kRegister[] = "CMainService::RegisterWlanNotification";
 constexpr char kCallback[] = "CMainService::WlanNotificationCallback";
 constexpr char kAvailable[] = "CMainService::HandleWlanNotificationAcmNetworkAvailable";
 constexpr char kRadioChange[] = "CMainService::HandleWlanNotificationMsmRadioStateChange";
-constexpr wchar_t kCheckFailed[] = L"CheckEthernetConnectionStatusEx failed";
 
 constexpr unsigned char kYes = 1;
 constexpr unsigned char kNo = 0;
@@ -64,11 +49,10 @@ TEST_F(RegistrationTest, OpensAHandleAndAsksForTwoSources) {
         bool hasRest;
     };
     std::vector<Arguments> calls;
-    const Rig::ScopedImport<&::WlanRegisterNotification> look{[&](HANDLE client, DWORD sources,
-                                                                  BOOL ignoresDuplicates,
-                                                                  WLAN_NOTIFICATION_CALLBACK callback,
-                                                                  PVOID context, PVOID reserved,
-                                                                  PDWORD previous) {
+    const ScopedImport<&::WlanRegisterNotification> look{[&](HANDLE client, DWORD sources,
+                                                             BOOL ignoresDuplicates,
+                                                             WLAN_NOTIFICATION_CALLBACK callback,
+                                                             PVOID context, PVOID reserved, PDWORD previous) {
         calls.push_back({client, callback, context != nullptr || reserved != nullptr || previous != nullptr});
         return look.Original(client, sources, ignoresDuplicates, callback, context, reserved, previous);
     }};
@@ -157,15 +141,13 @@ class RegistrationDuringAStop : public RegistrationTest {
         const Platform::UniqueHandle stopIsThere(CreateEventW(nullptr, TRUE, FALSE, nullptr));
         const Platform::UniqueHandle hasRegistered(CreateEventW(nullptr, TRUE, FALSE, nullptr));
         std::thread stop;
-        notebook.At(Call::WlanOpenHandle, 1, [&] {
+        notebook.Before(Call::WlanOpenHandle, 1, [&] {
             stop = std::thread([this] { Stop(service); });
             WaitForSingleObject(stopIsThere.Get(), INFINITE);
-            return std::nullopt;
         });
-        notebook.At(call, 1, [&] {
+        notebook.Before(call, 1, [&] {
             SetEvent(stopIsThere.Get());
             WaitForSingleObject(hasRegistered.Get(), INFINITE);
-            return std::nullopt;
         });
         const DWORD result = RegisterWlanNotification(state, &kYes);
         SetEvent(hasRegistered.Get());
@@ -185,10 +167,7 @@ TEST_F(RegistrationDuringAStop, UsesItsOwnHandleWhileTheStopUsesTheOtherAndBothA
 TEST_F(RegistrationDuringAStop, KeepsTheHandleThatItWorksWithOpen) {
     EXPECT_EQ(RegisterWlanNotification(state, &kYes), DWORD{ERROR_SUCCESS});
     const HANDLE handle = state.wlanHandle.Get();
-    notebook.At(Call::WlanRegisterNotification, 1, [this] {
-        Stop(service);
-        return std::nullopt;
-    });
+    notebook.Before(Call::WlanRegisterNotification, 1, [this] { Stop(service); });
     EXPECT_EQ(RegisterWlanNotification(state, &kYes), DWORD{ERROR_SUCCESS});
     EXPECT_EQ(state.wlanHandle.Get(), handle);
 }
@@ -207,7 +186,7 @@ TEST_F(RegistrationDuringAStop, KeepsItsOwnHandleWhileTheStopClosesTheOther) {
 class NotificationTest : public CoreTest {
   protected:
     NotificationTest() {
-        const Rig::ScopedImport<&::WlanRegisterNotification> look{
+        const ScopedImport<&::WlanRegisterNotification> look{
             [this](HANDLE, DWORD, BOOL, WLAN_NOTIFICATION_CALLBACK callback, PVOID, PVOID, PDWORD) {
                 m_callback = callback;
                 return DWORD{ERROR_SUCCESS};
@@ -219,9 +198,7 @@ class NotificationTest : public CoreTest {
         notebook.ForgetCalls();
     }
     /// A notification is worth one switch. The next one comes soon enough.
-    ~NotificationTest() override {
-        EXPECT_THAT(log.Of("ServiceUtils::SwitchWlanStatusWithRetry"), IsEmpty());
-    }
+    ~NotificationTest() override { ExpectNoSwitchIsRepeated(); }
 
     void Notify(DWORD source, DWORD code) const {
         WLAN_NOTIFICATION_DATA data{};
@@ -244,6 +221,12 @@ TEST_F(NotificationTest, NullDataDoesNothing) {
     EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kCallback), TraceOut(kCallback)));
 }
 
+LogLine Noticed(const std::wstring& sourceAndCode) {
+    return Information(kCallback, L"WlanNotificationCallback - Notification Source = " + sourceAndCode);
+}
+const LogLine kNoticedNetwork = Noticed(L"0x8, Notification Code = 19");
+const LogLine kNoticedRadio = Noticed(L"0x10, Notification Code = 7");
+
 TEST_F(NotificationTest, OtherNotificationsAreOnlyLogged) {
     struct Other {
         DWORD source;
@@ -261,13 +244,7 @@ TEST_F(NotificationTest, OtherNotificationsAreOnlyLogged) {
           Other{0xFFFFFFFF, 0xFFFFFFFF, L"0xffffffff, Notification Code = -1"}}) {
         log.Clear();
         Notify(other.source, other.code);
-        EXPECT_THAT(
-            log.Lines(),
-            ElementsAre(
-                TraceIn(kCallback),
-                Information(kCallback,
-                            std::wstring(L"WlanNotificationCallback - Notification Source = ") + other.text),
-                TraceOut(kCallback)));
+        EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kCallback), Noticed(other.text), TraceOut(kCallback)));
     }
     EXPECT_THAT(notebook.Calls(), IsEmpty());
 }
@@ -276,9 +253,7 @@ TEST_F(NotificationTest, AvailableNetworkAndRadioChangeGoEachToItsHandler) {
     NotifyNetworkAvailable();
     EXPECT_THAT(
         LinesOf(kCallback),
-        ElementsAre(Information(kCallback,
-                                L"WlanNotificationCallback - Notification Source = 0x8, Notification Code = "
-                                L"19"),
+        ElementsAre(kNoticedNetwork,
                     Information(kCallback,
                                 L"NotificationSource = WLAN_NOTIFICATION_SOURCE_ACM, NotificationCode = "
                                 L"wlan_notification_acm_network_available. Processing Callback ")));
@@ -289,9 +264,7 @@ TEST_F(NotificationTest, AvailableNetworkAndRadioChangeGoEachToItsHandler) {
     NotifyRadioChange();
     EXPECT_THAT(
         LinesOf(kCallback),
-        ElementsAre(Information(kCallback,
-                                L"WlanNotificationCallback - Notification Source = 0x10, Notification Code = "
-                                L"7"),
+        ElementsAre(kNoticedRadio,
                     Information(kCallback,
                                 L"NotificationSource = WLAN_NOTIFICATION_SOURCE_MSM, NotificationCode= "
                                 L"wlan_notification_msm_radio_state_change. Processing Callback")));
@@ -311,8 +284,7 @@ TEST_F(NotificationTest, HandlersNeverRunAtTheSameTime) {
             SetEvent(secondEnded.Get());
         });
         // Written before the lock is asked for.
-        EXPECT_TRUE(log.WaitFor(Information(
-            kCallback, L"WlanNotificationCallback - Notification Source = 0x8, Notification Code = 19")));
+        EXPECT_TRUE(log.WaitFor(kNoticedNetwork));
         // It gets as far as the lock and no further.
         endedEarly = Rig::Real<&::WaitForSingleObject>(secondEnded.Get(), kGrace) != WAIT_TIMEOUT;
         return DWORD{ERROR_NOT_SUPPORTED};
@@ -329,185 +301,124 @@ TEST_F(NotificationTest, HandlersNeverRunAtTheSameTime) {
 
 // --- What the handlers do --------------------------------------------------------------------------
 
-enum class Kind { kNetworkAvailable, kChangedRadio };
-enum class Airplane { kOff, kOn };
-enum class Feature { kDisabled, kEnabled };
 enum class Radio { kOff, kOn, kRefusing, kUnreadable };
 
-/// A machine, a notification, and what comes of it.
-struct Situation {
-    const char* name;
-    Kind kind;
-    Cable cable;
-    Airplane airplane;
-    Feature feature;
-    Radio radio;
-    const wchar_t* remembered;  ///< before; empty: nothing
-    bool duringCableEvent;
-
-    std::vector<std::wstring> lines;  ///< of the handler; the failures' are errors
-    const wchar_t* rememberedThen;
-    const wchar_t* switchCall;  ///< how WLAN is switched off; null: it is not
-};
-
-void PrintTo(const Situation& situation, std::ostream* out) {
-    *out << situation.name;
-}
-
-class NotificationIn : public NotificationTest, public testing::WithParamInterface<Situation> {
+/// A machine on which a notification comes: the cable, airplane mode, the feature, the radio, and whether a
+/// cable event is under way. "False" is remembered.
+class NotificationIn : public NotificationTest,
+                       public testing::WithParamInterface<std::tuple<Cable, bool, bool, Radio, bool>> {
   protected:
-    void Arrange() {
-        const Situation& now = GetParam();
-        Set(now.cable);
-        machine.SetAirplaneMode(now.airplane == Airplane::kOn);
-        NLMUtils::lanWlanSwitchingEnabled = now.feature == Feature::kEnabled;
-        SetRadios(now.radio != Radio::kOff);
-        if (now.radio == Radio::kRefusing) {
-            notebook.SetPhys({Refusing(RadioTests::On())});
-        } else if (now.radio == Radio::kUnreadable) {
+    NotificationIn() {
+        Set(cable);
+        machine.SetAirplaneMode(inAirplaneMode);
+        EnableWlanSwitching(isEnabled);
+        SetRadios(radio != Radio::kOff);
+        if (radio == Radio::kRefusing) {
+            MakeRadiosStubborn();
+        } else if (radio == Radio::kUnreadable) {
             notebook.Fail(Call::WlanOpenHandle, 1, ERROR_SERVICE_NOT_ACTIVE);
         }
-        if (*now.remembered != L'\0') {
-            machine.RememberWlan(now.remembered);
-        }
-        msm_Notification_flag = now.duringCableEvent;
+        machine.RememberWlan(remembered);
+        msm_Notification_flag = duringCableEvent;
         ServiceUtils::my_service_turnonoff_wifi = ServiceUtils::kRadioOn;
     }
+
+    /// The handler's lines, the failures' as errors.
+    void ExpectLines(const char* function, const std::vector<std::wstring>& lines) const {
+        std::vector<LogLine> expected{TraceIn(function)};
+        for (const std::wstring& line : lines) {
+            expected.push_back(line.ends_with(L"failed") ? Error(function, line)
+                                                         : Information(function, line));
+        }
+        expected.push_back(TraceOut(function));
+        EXPECT_EQ(log.Of(function), expected);
+    }
+    /// WLAN is switched off once, or nothing is switched.
+    void ExpectSwitchedOff(bool isSwitched, bool respectsAirplaneMode) const {
+        EXPECT_EQ(log.Of("ServiceUtils::SwitchWlanStatus").empty(), !isSwitched);
+        if (isSwitched) {
+            ExpectSwitchCall("ServiceUtils::SwitchWlanStatus", false, respectsAirplaneMode);
+        }
+        EXPECT_THAT(WlanSwitches(), Each("off"));
+        EXPECT_EQ(notebook.WlanIsOff(), radio == Radio::kOff || (isSwitched && radio == Radio::kOn));
+    }
+
+    const Cable cable = std::get<0>(GetParam());
+    const bool inAirplaneMode = std::get<1>(GetParam());
+    const bool isEnabled = std::get<2>(GetParam());
+    const Radio radio = std::get<3>(GetParam());
+    const bool duringCableEvent = std::get<4>(GetParam());
+    /// What the first look at the radio says. One that cannot be read counts as off.
+    const bool isFoundOn = radio == Radio::kOn || radio == Radio::kRefusing;
+    const bool isCableIn = cable == Cable::kIn;
+    const std::wstring remembered = isFoundOn ? L"False" : L"True";
 };
 
-TEST_P(NotificationIn, IsWrittenSwitchesAndIsRememberedLikeThis) {
-    Arrange();
-    const Situation& now = GetParam();
-    const bool isRadioChange = now.kind == Kind::kChangedRadio;
-    if (isRadioChange) {
-        NotifyRadioChange();
-    } else {
-        NotifyNetworkAvailable();
-    }
-    const char* const function = isRadioChange ? kRadioChange : kAvailable;
-    std::vector<LogLine> expected{TraceIn(function)};
-    for (const std::wstring& line : now.lines) {
-        expected.push_back(line.ends_with(L"failed") ? Error(function, line) : Information(function, line));
-    }
-    expected.push_back(TraceOut(function));
-    EXPECT_EQ(log.Of(function), expected);
-    EXPECT_THAT(WlanSwitches(), Each("off"));
-    EXPECT_EQ(WlanSwitches().empty(), now.switchCall == nullptr);
-    EXPECT_EQ(machine.RememberedWlan(), now.rememberedThen);
-    std::vector<LogLine> switches = log.Of("ServiceUtils::SwitchWlanStatus");
-    EXPECT_EQ(switches.empty(), now.switchCall == nullptr);
-    if (now.switchCall != nullptr) {
-        EXPECT_EQ(switches.front(), TraceIn("ServiceUtils::SwitchWlanStatus", now.switchCall));
-    }
-}
-
-constexpr wchar_t kNoEthernet[] = L"Ethernet connection status = 0";
-constexpr wchar_t kEthernet[] = L"Ethernet connection status = 1";
-constexpr wchar_t kConnected[] = L"Ethernet is connected";
-constexpr wchar_t kIsOff[] = L"Current WLAN status = 0";
-constexpr wchar_t kIsOn[] = L"Current WLAN status = 1";
+constexpr wchar_t kCheckFailed[] = L"CheckEthernetConnectionStatusEx failed";
 constexpr wchar_t kSwitchFailed[] = L"SwitchWlanStatus(false) failed";
-constexpr wchar_t kLastSet[] =
-    L"wlan_notification_acm_network_available ServiceUtils::my_service_turnonoff_wifi : 1";
-constexpr wchar_t kStoresOn[] =
-    L"wlan_notification_acm_network_available Registry set to True. Setting WlanPowerStatus 1 in registry.";
-constexpr wchar_t kUsersOff[] =
-    L"Airplane mode if OFF. Ethernet not connected. msm_Notification_flag = false. Setting WLAN registry "
-    L"status with WiFi Status = 0";
-constexpr wchar_t kUsersOn[] =
-    L"Airplane mode if OFF. Ethernet not connected. msm_Notification_flag = false. Setting WLAN registry "
-    L"status with WiFi Status = 1";
-constexpr wchar_t kTextFalse[] = L"Changing WiFi Status (string) to False ";
-constexpr wchar_t kTextTrue[] = L"Changing WiFi Status (string) to True ";
-constexpr wchar_t kAsksAirplane[] = L"OnOffValue = 0, bCheckAirplaneStatus = 1";
-constexpr wchar_t kIgnoresAirplane[] = L"OnOffValue = 0, bCheckAirplaneStatus = 0";
+const std::wstring kEthernet = L"Ethernet connection status = ";
 
-/// A row of the tables below.
-Situation Row(const char* name, Kind kind, Cable cable, Airplane airplane, Feature feature, Radio radio,
-              const wchar_t* remembered, bool duringCableEvent, std::vector<std::wstring> lines,
-              const wchar_t* rememberedThen, const wchar_t* switchCall) {
-    return {name,
-            kind,
-            cable,
-            airplane,
-            feature,
-            radio,
-            remembered,
-            duringCableEvent,
-            std::move(lines),
-            rememberedThen,
-            switchCall};
+/// Airplane mode only forbids switching on, and a cable event makes no difference.
+TEST_P(NotificationIn, OfANetworkRemembersARadioThatIsOnOrSwitchesItOffBesideTheCable) {
+    std::vector<std::wstring> lines{kEthernet + (isCableIn ? L"1" : L"0")};
+    if (cable == Cable::kUnreadable) {
+        lines = {kCheckFailed};
+    } else if (isCableIn) {
+        lines.insert(lines.end(),
+                     {L"Ethernet is connected", isEnabled ? L"LAN-WLAN Auto Switching Status = 1"
+                                                          : L"LAN-WLAN Auto Switching Status = 0"});
+    } else {
+        lines.emplace_back(
+            L"wlan_notification_acm_network_available ServiceUtils::my_service_turnonoff_wifi : 1");
+    }
+    if (cable == Cable::kOut && isFoundOn) {
+        lines.emplace_back(
+            L"wlan_notification_acm_network_available Registry set to True. Setting WlanPowerStatus 1 in "
+            L"registry.");
+    }
+    const bool switches = isCableIn && isEnabled;
+    if (switches && radio == Radio::kRefusing) {
+        lines.emplace_back(kSwitchFailed);
+    }
+    NotifyNetworkAvailable();
+    ExpectLines(kAvailable, lines);
+    ExpectSwitchedOff(switches, true);
+    EXPECT_EQ(machine.RememberedWlan(), cable == Cable::kOut && isFoundOn ? L"True" : remembered);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    NetworkAvailable, NotificationIn,
-    testing::Values(Row("WithoutCableRemembersThatWlanIsOn", Kind::kNetworkAvailable, Cable::kOut,
-                        Airplane::kOff, Feature::kDisabled, Radio::kOn, L"False", false,
-                        {kNoEthernet, kLastSet, kStoresOn}, L"True", nullptr),
-                    Row("WithoutCableIsRememberedInAirplaneModeToo", Kind::kNetworkAvailable, Cable::kOut,
-                        Airplane::kOn, Feature::kDisabled, Radio::kOn, L"False", false,
-                        {kNoEthernet, kLastSet, kStoresOn}, L"True", nullptr),
-                    Row("OfARadioThatIsOffStoresNothing", Kind::kNetworkAvailable, Cable::kOut,
-                        Airplane::kOff, Feature::kDisabled, Radio::kOff, L"", false, {kNoEthernet, kLastSet},
-                        L"", nullptr),
-                    Row("WithCableSwitchesWlanOff", Kind::kNetworkAvailable, Cable::kIn, Airplane::kOff,
-                        Feature::kEnabled, Radio::kOn, L"", false,
-                        {kEthernet, kConnected, L"LAN-WLAN Auto Switching Status = 1"}, L"", kAsksAirplane),
-                    Row("WithCableAndFeatureDisabledIsLeftAlone", Kind::kNetworkAvailable, Cable::kIn,
-                        Airplane::kOff, Feature::kDisabled, Radio::kOn, L"", false,
-                        {kEthernet, kConnected, L"LAN-WLAN Auto Switching Status = 0"}, L"", nullptr),
-                    // Airplane mode only forbids switching on.
-                    Row("WithCableInAirplaneModeSwitchesWlanOffAllTheSame", Kind::kNetworkAvailable,
-                        Cable::kIn, Airplane::kOn, Feature::kEnabled, Radio::kOn, L"", false,
-                        {kEthernet, kConnected, L"LAN-WLAN Auto Switching Status = 1"}, L"", kAsksAirplane),
-                    Row("WithARefusedSwitchLogsItOnce", Kind::kNetworkAvailable, Cable::kIn, Airplane::kOff,
-                        Feature::kEnabled, Radio::kRefusing, L"", false,
-                        {kEthernet, kConnected, L"LAN-WLAN Auto Switching Status = 1", kSwitchFailed}, L"",
-                        kAsksAirplane),
-                    Row("WithUnreadableAdaptersDoesNothing", Kind::kNetworkAvailable, Cable::kUnreadable,
-                        Airplane::kOff, Feature::kEnabled, Radio::kOn, L"", false, {kCheckFailed}, L"",
-                        nullptr)),
-    [](const auto& parameter) { return parameter.param.name; });
+TEST_P(NotificationIn, OfARadioChangeIsTheUsersChoiceOrUndoneBesideTheCable) {
+    std::vector<std::wstring> lines{kEthernet + (isCableIn ? L"1" : L"0"),
+                                    isFoundOn ? L"Current WLAN status = 1" : L"Current WLAN status = 0"};
+    const bool switches = isCableIn && isEnabled && isFoundOn;
+    const bool isUsers = cable == Cable::kOut && !inAirplaneMode && !duringCableEvent;
+    if (isUsers) {
+        lines.push_back(
+            L"Airplane mode if OFF. Ethernet not connected. msm_Notification_flag = false. Setting WLAN "
+            L"registry status with WiFi Status = " +
+            std::to_wstring(isFoundOn));
+    }
+    if (switches && radio == Radio::kRefusing) {
+        lines.emplace_back(kSwitchFailed);
+    }
+    if (inAirplaneMode) {
+        lines.emplace_back(isFoundOn ? L"Changing WiFi Status (string) to True "
+                                     : L"Changing WiFi Status (string) to False ");
+    }
+    if (cable == Cable::kUnreadable) {
+        lines = {kCheckFailed};
+    }
+    NotifyRadioChange();
+    ExpectLines(kRadioChange, lines);
+    ExpectSwitchedOff(switches, false);
+    EXPECT_EQ(machine.RememberedWlan(), isUsers ? (isFoundOn ? L"True" : L"False") : remembered);
+}
 
-INSTANTIATE_TEST_SUITE_P(
-    RadioChange, NotificationIn,
-    testing::Values(
-        Row("ToOffWithoutCableIsTheUsersChoice", Kind::kChangedRadio, Cable::kOut, Airplane::kOff,
-            Feature::kDisabled, Radio::kOff, L"", false, {kNoEthernet, kIsOff, kUsersOff}, L"False", nullptr),
-        Row("ToOnWithoutCableIsTheUsersChoice", Kind::kChangedRadio, Cable::kOut, Airplane::kOff,
-            Feature::kDisabled, Radio::kOn, L"False", false, {kNoEthernet, kIsOn, kUsersOn}, L"True",
-            nullptr),
-        Row("IsTheUsersChoiceWithTheFeatureEnabledToo", Kind::kChangedRadio, Cable::kOut, Airplane::kOff,
-            Feature::kEnabled, Radio::kOff, L"True", false, {kNoEthernet, kIsOff, kUsersOff}, L"False",
-            nullptr),
-        Row("DuringACableEventIsNobodysChoice", Kind::kChangedRadio, Cable::kOut, Airplane::kOff,
-            Feature::kEnabled, Radio::kOff, L"", true, {kNoEthernet, kIsOff}, L"", nullptr),
-        Row("ThatCannotBeReadCountsAsSwitchedOffByTheUser", Kind::kChangedRadio, Cable::kOut, Airplane::kOff,
-            Feature::kDisabled, Radio::kUnreadable, L"True", false, {kNoEthernet, kIsOff, kUsersOff},
-            L"False", nullptr),
-        Row("ToOnBesideTheCableIsUndoneAndNotRemembered", Kind::kChangedRadio, Cable::kIn, Airplane::kOff,
-            Feature::kEnabled, Radio::kOn, L"True", false, {kEthernet, kIsOn}, L"True", kIgnoresAirplane),
-        Row("ByThatUndoingFindsNothingToDo", Kind::kChangedRadio, Cable::kIn, Airplane::kOff,
-            Feature::kEnabled, Radio::kOff, L"True", false, {kEthernet, kIsOff}, L"True", nullptr),
-        Row("ToOnBesideTheCableStaysWhenTheFeatureIsDisabled", Kind::kChangedRadio, Cable::kIn,
-            Airplane::kOff, Feature::kDisabled, Radio::kOn, L"", false, {kEthernet, kIsOn}, L"", nullptr),
-        Row("ThatCannotBeUndoneIsLogged", Kind::kChangedRadio, Cable::kIn, Airplane::kOff, Feature::kEnabled,
-            Radio::kRefusing, L"", false, {kEthernet, kIsOn, kSwitchFailed}, L"", kIgnoresAirplane),
-        Row("ToOffInAirplaneModeOnlyChangesTheText", Kind::kChangedRadio, Cable::kOut, Airplane::kOn,
-            Feature::kEnabled, Radio::kOff, L"", false, {kNoEthernet, kIsOff, kTextFalse}, L"", nullptr),
-        Row("ToOnInAirplaneModeOnlyChangesTheText", Kind::kChangedRadio, Cable::kOut, Airplane::kOn,
-            Feature::kEnabled, Radio::kOn, L"", false, {kNoEthernet, kIsOn, kTextTrue}, L"", nullptr),
-        Row("ToOnInAirplaneModeWithCableIsUndoneAndKeepsTheTextOfTheStateFound", Kind::kChangedRadio,
-            Cable::kIn, Airplane::kOn, Feature::kEnabled, Radio::kOn, L"", false,
-            {kEthernet, kIsOn, kTextTrue}, L"", kIgnoresAirplane),
-        Row("InAirplaneModeWithCableOnlyKeepsTheTextWhenTheFeatureIsDisabled", Kind::kChangedRadio,
-            Cable::kIn, Airplane::kOn, Feature::kDisabled, Radio::kOn, L"", false,
-            {kEthernet, kIsOn, kTextTrue}, L"", nullptr),
-        Row("ToOffInAirplaneModeWithCableKeepsTheTextFalse", Kind::kChangedRadio, Cable::kIn, Airplane::kOn,
-            Feature::kEnabled, Radio::kOff, L"", false, {kEthernet, kIsOff, kTextFalse}, L"", nullptr),
-        Row("WithUnreadableAdaptersDoesNothing", Kind::kChangedRadio, Cable::kUnreadable, Airplane::kOff,
-            Feature::kEnabled, Radio::kOn, L"", false, {kCheckFailed}, L"", nullptr)),
-    [](const auto& parameter) { return parameter.param.name; });
+INSTANTIATE_TEST_SUITE_P(Situations, NotificationIn,
+                         testing::Combine(testing::Values(Cable::kOut, Cable::kIn, Cable::kUnreadable),
+                                          testing::Bool(), testing::Bool(),
+                                          testing::Values(Radio::kOff, Radio::kOn, Radio::kRefusing,
+                                                          Radio::kUnreadable),
+                                          testing::Bool()));
 
 TEST_F(NotificationTest, UnplugAfterTheUsersSwitchOffLeavesWlanOff) {
     machine.RememberWlan(L"True");
@@ -520,65 +431,44 @@ TEST_F(NotificationTest, UnplugAfterTheUsersSwitchOffLeavesWlanOff) {
 
 // --- Exceptions ------------------------------------------------------------------------------------
 
-/// What is thrown: a standard exception, a Win32 error, and what nobody expects. All are caught.
-template <class Thrown>
-class ThrownOutOfNotification : public NotificationTest {
-  protected:
-    /// The callback's trace and two lines, then the handler's trace, then the Ethernet test's.
-    static constexpr int kInsideTheHandler = 5;
-    static constexpr int kBeforeTheLock = 2;
+/// A standard exception, a Win32 error, and what nobody expects, out of the n-th line of the log.
+const std::function<Rig::ThrowFromLogLine(int nthLine)> kThrows[] = {
+    [](int nthLine) { return Rig::ThrowFromLogLine(nthLine, std::runtime_error("log")); },
+    [](int nthLine) { return Rig::ThrowFromLogLine(nthLine, DWORD{ERROR_GEN_FAILURE}); },
+    [](int nthLine) { return Rig::ThrowFromLogLine(nthLine, 42); }};
 
-    static Rig::ThrowFromLogLine ThrowAt(int nthLine) {
-        if constexpr (std::is_arithmetic_v<Thrown>) {
-            return Rig::ThrowFromLogLine(nthLine, Thrown{ERROR_GEN_FAILURE});
-        } else {
-            return Rig::ThrowFromLogLine(nthLine, Thrown("log"));
-        }
-    }
+TEST_F(NotificationTest, WhateverIsThrownIsCaughtAndLeavesTheLockFree) {
+    // The callback's trace and two lines, then the handler's trace, then the Ethernet test's.
+    constexpr int kInsideTheHandler = 5;
+    constexpr int kBeforeTheLock = 2;
+    const LogLine caught = Error(kCallback, L"Exception in WlanNotificationCallback()");
+    const auto changeRadio = [this](const Rig::ThrowFromLogLine&) {
+        log.Clear();
+        NotifyRadioChange();
+    };
+    const auto announceNetwork = [this](const Rig::ThrowFromLogLine&) {
+        log.Clear();
+        NotifyNetworkAvailable();
+    };
+    for (const auto& throwAt : kThrows) {
+        // The handler of changed radios catches it itself, the other one leaves it to the callback.
+        changeRadio(throwAt(kInsideTheHandler));
+        EXPECT_THAT(
+            log.Of(kRadioChange),
+            ElementsAre(TraceIn(kRadioChange),
+                        Error(kRadioChange, L"Exception in HandleWlanNotificationMsmRadioStateChange()"),
+                        TraceOut(kRadioChange)));
+        EXPECT_THAT(log.Of(kCallback), SizeIs(4));
+        announceNetwork(throwAt(kInsideTheHandler));
+        EXPECT_THAT(log.Of(kAvailable), ElementsAre(TraceIn(kAvailable), TraceOut(kAvailable)));
+        EXPECT_THAT(log.At(Orva::Shared::Level::kError), ElementsAre(caught));
+        announceNetwork(throwAt(kBeforeTheLock));
+        EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kCallback), caught, TraceOut(kCallback)));
 
-    /// A thread of its own that gets as far as the handler finds the lock free.
-    void ExpectLockFree() {
         log.Clear();
         Rig::RunOnThread([this] { NotifyNetworkAvailable(); });
-        EXPECT_THAT(log.Lines(), Contains(TraceIn(kAvailable)));
+        EXPECT_TRUE(log.Contains(TraceIn(kAvailable)));
     }
-};
-
-using ThrownTypes = testing::Types<std::runtime_error, DWORD, int>;
-TYPED_TEST_SUITE(ThrownOutOfNotification, ThrownTypes);
-
-TYPED_TEST(ThrownOutOfNotification, RadioChangeHandlerCatchesItItself) {
-    {
-        const Rig::ThrowFromLogLine throwing = this->ThrowAt(this->kInsideTheHandler);
-        this->NotifyRadioChange();
-    }
-    EXPECT_THAT(this->log.Of(kRadioChange),
-                ElementsAre(TraceIn(kRadioChange),
-                            Error(kRadioChange, L"Exception in HandleWlanNotificationMsmRadioStateChange()"),
-                            TraceOut(kRadioChange)));
-    EXPECT_THAT(this->log.Of(kCallback), SizeIs(4));
-}
-
-TYPED_TEST(ThrownOutOfNotification, AvailableHandlerLeavesItToTheCallback) {
-    {
-        const Rig::ThrowFromLogLine throwing = this->ThrowAt(this->kInsideTheHandler);
-        this->NotifyNetworkAvailable();
-    }
-    EXPECT_THAT(this->log.Of(kAvailable), ElementsAre(TraceIn(kAvailable), TraceOut(kAvailable)));
-    EXPECT_THAT(this->log.At(Orva::Shared::Level::kError),
-                ElementsAre(Error(kCallback, L"Exception in WlanNotificationCallback()")));
-    this->ExpectLockFree();
-}
-
-TYPED_TEST(ThrownOutOfNotification, CallbackCatchesWhatComesBeforeItsLock) {
-    {
-        const Rig::ThrowFromLogLine throwing = this->ThrowAt(this->kBeforeTheLock);
-        this->NotifyNetworkAvailable();
-    }
-    EXPECT_THAT(this->log.Lines(),
-                ElementsAre(TraceIn(kCallback), Error(kCallback, L"Exception in WlanNotificationCallback()"),
-                            TraceOut(kCallback)));
-    this->ExpectLockFree();
 }
 
 TEST_F(NotificationTest, LockIsFreeBeforeAnExceptionIsLogged) {
