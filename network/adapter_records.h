@@ -3,6 +3,8 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstring>
 
 #include "platform/handles.h"
@@ -20,6 +22,20 @@ template <class Record>
         std::memset(records.Get(), 0, size);
     }
     return records;
+}
+
+/// What the log has for an interface type of the IP helper (IANA ifType).
+struct TypeText {
+    DWORD type;
+    const wchar_t* text;
+};
+
+/// The text of a type; null when the table has none.
+template <std::size_t Size>
+[[nodiscard]] const wchar_t* FindText(const std::array<TypeText, Size>& table, DWORD type) {
+    const auto* const found = std::find_if(table.data(), table.data() + Size,
+                                           [type](const TypeText& row) { return row.type == type; });
+    return found != table.data() + Size ? found->text : nullptr;
 }
 
 }  // namespace NLMUtils

@@ -28,21 +28,17 @@ constexpr DWORD kAdaptersNotRead = 1;
 
 /// Interface types (IANA ifType, in the IP helper's documents IF_TYPE_IEEE80216_WMAN,
 /// IF_TYPE_WWANPP and IF_TYPE_WWANPP2) that not every compiler's <ipifcons.h> knows.
-constexpr UINT kWiMaxType = 237;
-constexpr UINT kGsmType = 243;
-constexpr UINT kCdmaType = 244;
+constexpr DWORD kWiMaxType = 237;
+constexpr DWORD kGsmType = 243;
+constexpr DWORD kCdmaType = 244;
 
-/// Adapters that are no Ethernet, and the line of each.
-struct OtherType {
-    UINT type;
-    const wchar_t* line;
-};
+/// The lines of adapters that are no Ethernet.
 constexpr std::array kOtherTypes{
-    OtherType{MIB_IF_TYPE_OTHER, L"Some other type of network interface."},
-    OtherType{IF_TYPE_IEEE80211, L"An IEEE 802.11 wireless network interface."},
-    OtherType{kWiMaxType, L"A mobile broadband interface for WiMax devices."},
-    OtherType{kGsmType, L"A mobile broadband interface for GSM - based devices."},
-    OtherType{kCdmaType, L"A mobile broadband interface for CDMA-based devices."},
+    NLMUtils::TypeText{MIB_IF_TYPE_OTHER, L"Some other type of network interface."},
+    NLMUtils::TypeText{IF_TYPE_IEEE80211, L"An IEEE 802.11 wireless network interface."},
+    NLMUtils::TypeText{kWiMaxType, L"A mobile broadband interface for WiMax devices."},
+    NLMUtils::TypeText{kGsmType, L"A mobile broadband interface for GSM - based devices."},
+    NLMUtils::TypeText{kCdmaType, L"A mobile broadband interface for CDMA-based devices."},
 };
 
 constexpr std::string_view kNoAddress = "0.0.0.0";
@@ -97,35 +93,33 @@ DWORD ReadAdapters(const LogScope& log) {
 }
 
 void LogOtherAdapter(const LogScope& log, UINT type) {
-    for (const OtherType& known : kOtherTypes) {
-        if (known.type == type) {
-            log.Information(known.line);
-            return;
-        }
+    if (const wchar_t* const line = NLMUtils::FindText(kOtherTypes, type)) {
+        log.Information(line);
+    } else {
+        log.Information(L"Unknown type %d", type);
     }
-    log.Information(L"Unknown type %d", type);
 }
 
 /// Whether one adapter of the list counts as a connected Ethernet; the first such ends the walk.
 bool FindUsableEthernet(const LogScope& log, const IP_ADAPTER_INFO* adapters, int* noAddress) {
     for (const IP_ADAPTER_INFO* adapter = adapters; adapter != nullptr; adapter = adapter->Next) {
-        const NLMUtils::AdapterVerdict verdict = NLMUtils::JudgeAdapter(*adapter);
-        if (verdict == NLMUtils::AdapterVerdict::kNotEthernet) {
-            LogOtherAdapter(log, adapter->Type);
-            continue;
-        }
-        if (verdict == NLMUtils::AdapterVerdict::kNoAddress) {
-            if (noAddress != nullptr) {
-                *noAddress = 1;
-            }
-            continue;
-        }
-        const bool isCable = verdict == NLMUtils::AdapterVerdict::kCable;
-        log.Information(L"An Ethernet network interface.");
-        log.Information(isCable ? L"Ethernet is not VPN and IP is valid"
-                                : L"Ethernet is VPN and IP is valid");
-        if (isCable) {
-            return true;
+        switch (NLMUtils::JudgeAdapter(*adapter)) {
+            case NLMUtils::AdapterVerdict::kNotEthernet:
+                LogOtherAdapter(log, adapter->Type);
+                break;
+            case NLMUtils::AdapterVerdict::kNoAddress:
+                if (noAddress != nullptr) {
+                    *noAddress = 1;
+                }
+                break;
+            case NLMUtils::AdapterVerdict::kVirtual:
+                log.Information(L"An Ethernet network interface.");
+                log.Information(L"Ethernet is VPN and IP is valid");
+                break;
+            case NLMUtils::AdapterVerdict::kCable:
+                log.Information(L"An Ethernet network interface.");
+                log.Information(L"Ethernet is not VPN and IP is valid");
+                return true;
         }
     }
     return false;

@@ -105,20 +105,16 @@ void LogMatchingAdapters(const LogScope& log, const IP_ADAPTER_ADDRESSES* adapte
     }
 }
 
-struct TypeName {
-    DWORD type;
-    const wchar_t* name;
-};
 constexpr std::array kTypeNames{
-    TypeName{IF_TYPE_OTHER, L"Other"},
-    TypeName{IF_TYPE_ETHERNET_CSMACD, L"Ethernet"},
-    TypeName{IF_TYPE_ISO88025_TOKENRING, L"Token Ring"},
-    TypeName{IF_TYPE_PPP, L"PPP"},
-    TypeName{IF_TYPE_SOFTWARE_LOOPBACK, L"Software Loopback"},
-    TypeName{IF_TYPE_ATM, L"ATM"},
-    TypeName{IF_TYPE_IEEE80211, L"IEEE 802.11 Wireless"},
-    TypeName{IF_TYPE_TUNNEL, L"Tunnel"},
-    TypeName{IF_TYPE_IEEE1394, L"IEEE 1394 (Firewire)"},
+    NLMUtils::TypeText{IF_TYPE_OTHER, L"Other"},
+    NLMUtils::TypeText{IF_TYPE_ETHERNET_CSMACD, L"Ethernet"},
+    NLMUtils::TypeText{IF_TYPE_ISO88025_TOKENRING, L"Token Ring"},
+    NLMUtils::TypeText{IF_TYPE_PPP, L"PPP"},
+    NLMUtils::TypeText{IF_TYPE_SOFTWARE_LOOPBACK, L"Software Loopback"},
+    NLMUtils::TypeText{IF_TYPE_ATM, L"ATM"},
+    NLMUtils::TypeText{IF_TYPE_IEEE80211, L"IEEE 802.11 Wireless"},
+    NLMUtils::TypeText{IF_TYPE_TUNNEL, L"Tunnel"},
+    NLMUtils::TypeText{IF_TYPE_IEEE1394, L"IEEE 1394 (Firewire)"},
 };
 
 /// Whether the connection's adapter could be told; its type goes to `*isEthernet`.
@@ -176,11 +172,6 @@ void NLMUtils::PrintAdapterInfo(const std::wstring& adapterId, unsigned char* is
 
 std::wstring NLMUtils::GetInterfaceTypeString(const DWORD* interfaceType) {
     LogScope log("NLMUtils::GetInterfaceTypeString", L"IFTYPE Value = %d", *interfaceType);
-    const wchar_t* name = L"Unrecognized interface type";
-    for (const TypeName& known : kTypeNames) {
-        if (known.type == *interfaceType) {
-            name = known.name;
-        }
-    }
-    return log.Return(L"InterfaceType = %s", name);
+    const wchar_t* const name = FindText(kTypeNames, *interfaceType);
+    return log.Return(L"InterfaceType = %s", name != nullptr ? name : L"Unrecognized interface type");
 }

@@ -12,23 +12,29 @@ void NetworkTest::ReleaseAdapterList() {
     const NLMEventHandler handler{nullptr, nullptr};
 }
 
-Microsoft::WRL::ComPtr<INetworkListManager> NetworkTest::NetworkListManager() const {
+ComPtr<INetworkListManager> NetworkTest::NetworkListManager() const {
     return m_notebook.Create<INetworkListManager>(CLSID_NetworkListManager, IID_INetworkListManager);
 }
 
-std::vector<Rig::LogLine> NetworkTest::Inside(const char* function) const {
-    std::vector<Rig::LogLine> lines = m_log.Of(function);
-    std::erase_if(lines, [](const Rig::LogLine& line) { return line.level < Orva::Shared::Level::kVerbose; });
+std::vector<LogLine> NetworkTest::Inside(const char* function) const {
+    std::vector<LogLine> lines = m_log.Of(function);
+    std::erase_if(lines, [](const LogLine& line) { return line.level < Level::kVerbose; });
     return lines;
 }
 
 std::vector<std::wstring> NetworkTest::Messages(const char* function) const {
     std::vector<std::wstring> messages;
-    for (const Rig::LogLine& line : Inside(function)) {
-        EXPECT_EQ(line.level, Orva::Shared::Level::kInformation) << testing::PrintToString(line.message);
+    for (const LogLine& line : Inside(function)) {
+        EXPECT_EQ(line.level, Level::kInformation) << testing::PrintToString(line.message);
         messages.push_back(line.message);
     }
     return messages;
+}
+
+void NetworkTest::ExpectError(const char* function, const std::wstring& line,
+                              const std::wstring& exitLine) const {
+    EXPECT_THAT(Inside(function), ElementsAre(Error(function, line)));
+    EXPECT_EQ(m_log.Of(function).back(), TraceOut(function, exitLine));
 }
 
 std::vector<SIZE_T> NetworkTest::SizesOffered(Call call) const {

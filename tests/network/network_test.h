@@ -4,7 +4,7 @@
 #include <netlistmgr.h>
 #include <wrl/client.h>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <map>
 #include <string>
@@ -13,6 +13,7 @@
 #include "notebook/state/text.h"
 #include "tests/support/ledger.h"
 #include "tests/support/log_recorder.h"
+#include "tests/support/scoped_import.h"
 #include "tests/support/simulated_notebook.h"
 #include "tests/support/test_clock.h"
 
@@ -21,7 +22,22 @@ namespace NetworkTests {
 using ::Notebook::Adapter;
 using ::Notebook::GuidText;
 using ::Notebook::kForEver;
+namespace Level = Orva::Shared::Level;
+using Microsoft::WRL::ComPtr;
 using Rig::Call;
+using Rig::LogLine;
+using Rig::LogRecorder;
+using Rig::ScopedImport;
+using Rig::Lines::Error;
+using Rig::Lines::Information;
+using Rig::Lines::TraceIn;
+using Rig::Lines::TraceOut;
+using Rig::Lines::Warning;
+using testing::Contains;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
 
 // Interface types as <ipifcons.h> of Windows names them.
 constexpr UINT kOther = 1;
@@ -42,21 +58,23 @@ class NetworkTest : public testing::Test {
     /// As the end of an event handler does.
     static void ReleaseAdapterList();
 
-    [[nodiscard]] Microsoft::WRL::ComPtr<INetworkListManager> NetworkListManager() const;
+    [[nodiscard]] ComPtr<INetworkListManager> NetworkListManager() const;
     /// References that are held to the devices' objects, the test's own included.
     [[nodiscard]] LONG References() const { return m_notebook.Held().comReferences; }
     /// Blocks of the process heap that are held now.
     [[nodiscard]] int HeapBlocks() const { return m_ledger.Outstanding(Rig::Kind::kHeapMemory); }
 
     /// What one operation wrote besides its entry and exit lines.
-    [[nodiscard]] std::vector<Rig::LogLine> Inside(const char* function) const;
+    [[nodiscard]] std::vector<LogLine> Inside(const char* function) const;
     /// The messages among it.
     [[nodiscard]] std::vector<std::wstring> Messages(const char* function) const;
+    /// It wrote nothing but an error, and this exit line.
+    void ExpectError(const char* function, const std::wstring& line, const std::wstring& exitLine) const;
 
     /// The room that the calls so far offered for a list of adapters.
     [[nodiscard]] std::vector<SIZE_T> SizesOffered(Call call) const;
 
-    Rig::LogRecorder m_log;
+    LogRecorder m_log;
     Rig::TestClock m_clock;
     Rig::SimulatedNotebook m_notebook;
     Rig::Ledger m_ledger;
@@ -78,7 +96,7 @@ class UncleanHeap {
 
     std::vector<SIZE_T> m_asked;
     std::map<std::size_t, DWORD> m_refused;
-    Rig::ScopedImport<&::HeapAlloc> m_allocate;
+    ScopedImport<&::HeapAlloc> m_allocate;
 };
 
 #if defined(__GNUC__)
@@ -89,7 +107,7 @@ class NoWaits {
     [[nodiscard]] int Calls() const { return m_waits.Calls(); }
 
   private:
-    Rig::ScopedImport<&::WaitForSingleObject> m_waits{
+    ScopedImport<&::WaitForSingleObject> m_waits{
         [thisThread = GetCurrentThreadId()](HANDLE, DWORD) { return GetCurrentThreadId() == thisThread; },
         [](HANDLE, DWORD) -> DWORD { return WAIT_FAILED; }};
 };
