@@ -25,13 +25,13 @@ bool IsFinal(DWORD state) {
 
 /// What is reported and written around one virtual operation.
 struct CServiceBase::Transition {
-    DWORD pendingState;  ///< before the operation, or `kNoReport`
-    DWORD doneState;     ///< after it
-    DWORD failedState;   ///< after it has thrown, or `kNoReport`
-    /// Whether the report of the failure carries a thrown Win32 error as exit code.
-    bool exitCodeTellsError;
+    DWORD pendingState;             ///< before the operation, or `kNoReport`
+    DWORD doneState;                ///< after it
+    DWORD failedState;              ///< after it has thrown, or `kNoReport`
     const wchar_t* errorFunction;   ///< names the operation in the entry of a thrown Win32 error
     const wchar_t* failureMessage;  ///< the entry when anything else was thrown
+    /// Whether the report of the failure carries a thrown Win32 error as exit code.
+    bool exitCodeTellsError = false;
 };
 
 CServiceBase::CServiceBase(const wchar_t* serviceName) noexcept : m_serviceName(serviceName) {
@@ -78,55 +78,35 @@ void CServiceBase::RunTransition(const Transition& transition, const Operation& 
 }
 
 void CServiceBase::Start(DWORD argumentCount, wchar_t** arguments) {
-    constexpr Transition kStart{.pendingState = SERVICE_START_PENDING,
-                                .doneState = SERVICE_RUNNING,
-                                .failedState = SERVICE_STOPPED,
-                                .exitCodeTellsError = true,
-                                .errorFunction = L"Service Start",
-                                .failureMessage = L"Service failed to start."};
-    RunTransition(kStart, [&] { OnStart(argumentCount, arguments); });
+    RunTransition({SERVICE_START_PENDING, SERVICE_RUNNING, SERVICE_STOPPED, L"Service Start",
+                   L"Service failed to start.", true},
+                  [&] { OnStart(argumentCount, arguments); });
 }
 
 void CServiceBase::Stop() {
-    const Transition stop{.pendingState = SERVICE_STOP_PENDING,
-                          .doneState = SERVICE_STOPPED,
-                          .failedState = m_status.dwCurrentState,
-                          .exitCodeTellsError = false,
-                          .errorFunction = L"Service Stop",
-                          .failureMessage = L"Service failed to stop."};
-    RunTransition(stop, [&] { OnStop(); });
+    RunTransition({SERVICE_STOP_PENDING, SERVICE_STOPPED, m_status.dwCurrentState, L"Service Stop",
+                   L"Service failed to stop."},
+                  [&] { OnStop(); });
 }
 
 void CServiceBase::Pause() {
-    constexpr Transition kPause{.pendingState = SERVICE_PAUSE_PENDING,
-                                .doneState = SERVICE_PAUSED,
-                                .failedState = SERVICE_RUNNING,
-                                .exitCodeTellsError = false,
-                                .errorFunction = L"Service Pause",
-                                .failureMessage = L"Service failed to pause."};
-    RunTransition(kPause, [&] { OnPause(); });
+    RunTransition({SERVICE_PAUSE_PENDING, SERVICE_PAUSED, SERVICE_RUNNING, L"Service Pause",
+                   L"Service failed to pause."},
+                  [&] { OnPause(); });
 }
 
 void CServiceBase::Continue() {
-    constexpr Transition kContinue{.pendingState = SERVICE_CONTINUE_PENDING,
-                                   .doneState = SERVICE_RUNNING,
-                                   .failedState = SERVICE_PAUSED,
-                                   .exitCodeTellsError = false,
-                                   .errorFunction = L"Service Continue",
-                                   .failureMessage = L"Service failed to resume."};
-    RunTransition(kContinue, [&] { OnContinue(); });
+    RunTransition({SERVICE_CONTINUE_PENDING, SERVICE_RUNNING, SERVICE_PAUSED, L"Service Continue",
+                   L"Service failed to resume."},
+                  [&] { OnContinue(); });
 }
 
 void CServiceBase::Shutdown() {
     // Unlike the others it reports nothing before the operation and nothing when that fails: at
     // pre-shutdown the system goes down whether or not the service has stopped.
-    constexpr Transition kShutdown{.pendingState = kNoReport,
-                                   .doneState = SERVICE_STOPPED,
-                                   .failedState = kNoReport,
-                                   .exitCodeTellsError = false,
-                                   .errorFunction = L"Service Shutdown",
-                                   .failureMessage = L"Service failed to shut down."};
-    RunTransition(kShutdown, [&] { OnShutdown(); });
+    RunTransition(
+        {kNoReport, SERVICE_STOPPED, kNoReport, L"Service Shutdown", L"Service failed to shut down."},
+        [&] { OnShutdown(); });
 }
 
 void CServiceBase::SetServiceStatus(DWORD currentState, DWORD win32ExitCode) {

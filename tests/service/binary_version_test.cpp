@@ -1,24 +1,11 @@
-#include <gmock/gmock.h>
-
-#include <windows.h>
-
 #include <string>
 
 #include "service/service_utilities.h"
+#include "tests/service/service_test.h"
 #include "tests/support/ledger.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/scoped_import.h"
 
+namespace ServiceTests {
 namespace {
-
-using Orva::Shared::Level::kVerbose;
-using Rig::Ledger;
-using Rig::LogRecorder;
-using Rig::ScopedImport;
-using Rig::ScopedResult;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using namespace Rig::Lines;
 
 constexpr char kName[] = "Utils::GetBinaryVersion";
 constexpr wchar_t kUnknown[] = L"0.0.0.0";
@@ -33,13 +20,14 @@ class BinaryVersionTest : public testing::Test {
     }
 
     void ExpectUnknown(const wchar_t* line) {
+        log.Clear();
         EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
-        EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, line)));
+        EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kName), Error(kName, line), TraceOut(kName)));
         EXPECT_TRUE(ledger.Balanced());
     }
 
     LogRecorder log;
-    Ledger ledger;
+    Rig::Ledger ledger;
     VS_FIXEDFILEINFO info = [] {
         VS_FIXEDFILEINFO sound{};
         sound.dwSignature = 0xFEEF04BD;
@@ -72,16 +60,6 @@ class BinaryVersionTest : public testing::Test {
         }};
 };
 
-TEST(BinaryVersionTestOfThisExecutable, ExecutableWithoutVersionResourceHasNoVersion) {
-    const LogRecorder log;
-    const Ledger ledger;
-    EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
-    EXPECT_THAT(
-        log.Lines(),
-        ElementsAre(TraceIn(kName), Error(kName, L"GetFileVersionInfoSize Return Value  = 0 Error Code = "),
-                    TraceOut(kName)));
-}
-
 TEST_F(BinaryVersionTest, VersionIsReadFromTheRunningExecutable) {
     SetVersion(1, 0, 0, 12);
     EXPECT_EQ(Utils::GetBinaryVersion(), L"1.0.0.12");
@@ -97,14 +75,11 @@ TEST_F(BinaryVersionTest, GreatestVersionIsReadWhole) {
     EXPECT_EQ(Utils::GetBinaryVersion(), L"65535.65534.65533.65532");
 }
 
-TEST_F(BinaryVersionTest, UnknownPathSaysNothing) {
-    const ScopedResult<&::GetModuleFileNameW> fails{0, ERROR_ACCESS_DENIED};
-    EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
-    EXPECT_THAT(log.From(kVerbose), IsEmpty());
-    EXPECT_EQ(size.Calls(), 0);
-}
-
-TEST_F(BinaryVersionTest, PathThatIsTooLongSaysNothing) {
+TEST_F(BinaryVersionTest, PathThatIsUnknownOrTooLongSaysNothing) {
+    {
+        const ScopedResult<&::GetModuleFileNameW> fails{0, ERROR_ACCESS_DENIED};
+        EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
+    }
     const ScopedImport<&::GetModuleFileNameW> cut{[](HMODULE, LPWSTR text, DWORD characters) {
         EXPECT_EQ(characters, 260U);
         text[characters - 1] = L'\0';
@@ -116,36 +91,36 @@ TEST_F(BinaryVersionTest, PathThatIsTooLongSaysNothing) {
     EXPECT_EQ(size.Calls(), 0);
 }
 
-TEST_F(BinaryVersionTest, NoMemoryIsLogged) {
-    const ScopedResult<&::LocalAlloc> fails{nullptr, ERROR_NOT_ENOUGH_MEMORY};
-    ExpectUnknown(L"Version String Allocation failed");
-    EXPECT_EQ(read.Calls(), 0);
-}
-
-TEST_F(BinaryVersionTest, ResourceThatCannotBeReadIsLogged) {
-    const ScopedResult<&::GetFileVersionInfoW> fails{FALSE, ERROR_RESOURCE_TYPE_NOT_FOUND};
-    ExpectUnknown(L"GetFileVersionInfo failed with error 1813");
-    EXPECT_EQ(query.Calls(), 0);
-}
-
-TEST_F(BinaryVersionTest, QueryThatFailsIsLogged) {
-    const ScopedResult<&::VerQueryValueW> fails{FALSE, ERROR_INVALID_DATA};
-    ExpectUnknown(L"VerQueryValue failed with error 13");
-}
-
-TEST_F(BinaryVersionTest, EmptyInformationIsLogged) {
+TEST_F(BinaryVersionTest, ResourceThatIsMissingOrUnsoundIsLogged) {
+    {
+        const ScopedResult<&::LocalAlloc> fails{nullptr, ERROR_NOT_ENOUGH_MEMORY};
+        ExpectUnknown(L"Version String Allocation failed");
+        EXPECT_EQ(read.Calls(), 0);
+    }
+    {
+        const ScopedResult<&::GetFileVersionInfoW> fails{FALSE, ERROR_RESOURCE_TYPE_NOT_FOUND};
+        ExpectUnknown(L"GetFileVersionInfo failed with error 1813");
+        EXPECT_EQ(query.Calls(), 0);
+    }
+    {
+        const ScopedResult<&::VerQueryValueW> fails{FALSE, ERROR_INVALID_DATA};
+        ExpectUnknown(L"VerQueryValue failed with error 13");
+    }
+    info.dwSignature = 0xFEEF04BC;
+    ExpectUnknown(L"Signature not correct");
+    found = nullptr;
+    ExpectUnknown(L"VS_FIXEDFILEINFO buffer is NULL");
     foundBytes = 0;
     ExpectUnknown(L"VerQueryValue returned size = 0");
 }
 
-TEST_F(BinaryVersionTest, MissingInformationIsLogged) {
-    found = nullptr;
-    ExpectUnknown(L"VS_FIXEDFILEINFO buffer is NULL");
-}
-
-TEST_F(BinaryVersionTest, WrongSignatureIsLogged) {
-    info.dwSignature = 0xFEEF04BC;
-    ExpectUnknown(L"Signature not correct");
+TEST(BinaryVersionTestOfThisExecutable, ExecutableWithoutVersionResourceHasNoVersion) {
+    const LogRecorder log;
+    const Rig::Ledger ledger;
+    EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
+    EXPECT_THAT(log.From(kVerbose),
+                ElementsAre(Error(kName, L"GetFileVersionInfoSize Return Value  = 0 Error Code = ")));
 }
 
 }  // namespace
+}  // namespace ServiceTests

@@ -1,46 +1,25 @@
 #include "service/console.h"
 
-#include <windows.h>
+#include "tests/service/service_test.h"
 
-#include <gtest/gtest.h>
-
-#include <string>
-
-#include "tests/service/captured_output.h"
-
+namespace ServiceTests {
 namespace {
 
-using ServiceTests::CapturedOutput;
-
-TEST(Console, WideTextIsPrintedWhole) {
-    CapturedOutput output;
-    Console::Print(L"%s is installed.\n", L"LinkvaneService");
-    EXPECT_EQ(output.Take(), "LinkvaneService is installed.\n");
+TEST(Console, TextIsFormattedPrintedWholeAndCutWhereItIsTooLong) {
+    EXPECT_EQ(PrintedBy([] { Console::Print(L"%s is installed.\n", L"LinkvaneService"); }),
+              "LinkvaneService is installed.\n");
+    EXPECT_EQ(PrintedBy([] { Console::Print(L"w/err 0x%08lx\n", DWORD{ERROR_SERVICE_EXISTS}); }),
+              "w/err 0x00000431\n");
+    const std::wstring longText(Console::kTextCharacters, L'x');
+    EXPECT_EQ(PrintedBy([&] { Console::Print(L"%s", longText.c_str()); }),
+              std::string(Console::kTextCharacters - 1, 'x'));
 }
 
-TEST(Console, ErrorsArePrintedInEightDigits) {
-    CapturedOutput output;
-    Console::Print(L"w/err 0x%08lx\n", DWORD{ERROR_SERVICE_EXISTS});
-    EXPECT_EQ(output.Take(), "w/err 0x00000431\n");
-}
-
-TEST(Console, PercentSignsOfPlainTextAreNoConversions) {
-    CapturedOutput output;
-    Console::PrintText(L"100%s\n");
-    EXPECT_EQ(output.Take(), "100%s\n");
-}
-
-TEST(Console, TextIsSeenBeforeItsLineEnds) {
+TEST(Console, PlainTextIsSeenAsItStandsBeforeItsLineEnds) {
     const CapturedOutput output;
-    Console::PrintText(L".");
-    EXPECT_EQ(CapturedOutput::SoFar(), ".");
-}
-
-TEST(Console, LongTextIsCut) {
-    const std::wstring text(Console::kTextCharacters, L'x');
-    CapturedOutput output;
-    Console::Print(L"%s", text.c_str());
-    EXPECT_EQ(output.Take(), std::string(Console::kTextCharacters - 1, 'x'));
+    Console::PrintText(L"100%s");
+    EXPECT_EQ(CapturedOutput::SoFar(), "100%s");
 }
 
 }  // namespace
+}  // namespace ServiceTests

@@ -5,8 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstddef>
-#include <optional>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -14,20 +13,7 @@
 
 namespace ServiceTests {
 
-/// A security descriptor in absolute format, as copied at the moment of a call.
-struct DescriptorCopy {
-    BYTE revision = 0;
-    SECURITY_DESCRIPTOR_CONTROL control = 0;
-    std::optional<std::vector<std::byte>> owner;
-    std::optional<std::vector<std::byte>> group;
-    std::optional<std::vector<std::byte>> accessList;  ///< as long as its own size says
-    bool hasSystemAccessList = false;
-};
-
-[[nodiscard]] DescriptorCopy CopyDescriptor(PSECURITY_DESCRIPTOR descriptor);
-[[nodiscard]] std::vector<std::byte> CopySidBytes(PSID sid);
-
-/// Takes the place of COM's process security, for a scope, and keeps what it is given. It refuses
+/// Takes the place of COM's process security, for a scope. It refuses
 /// unless told otherwise, so that the process can be secured again by the next test.
 class FakeCom {
   public:
@@ -38,7 +24,8 @@ class FakeCom {
     /// "CoInitializeEx 2", "CoInitializeSecurity", "CoIncrementMTAUsage", "CoUninitialize" in the order of
     /// the calls.
     std::vector<std::string> calls;
-    std::vector<DescriptorCopy> descriptors;
+    /// Looks at the descriptor that security is set by.
+    std::function<void(const SECURITY_DESCRIPTOR&)> atSecurity = [](const auto&) {};
 
   private:
     Rig::ScopedImport<&::CoInitializeEx> m_enter{[this](LPVOID reserved, DWORD model) {
@@ -59,7 +46,7 @@ class FakeCom {
             EXPECT_EQ(capabilities, DWORD{EOAC_NONE});
             EXPECT_EQ(second, nullptr);
             calls.emplace_back("CoInitializeSecurity");
-            descriptors.push_back(CopyDescriptor(descriptor));
+            atSecurity(*static_cast<const SECURITY_DESCRIPTOR*>(descriptor));
             return secureResult;
         }};
     Rig::ScopedProc<"CoIncrementMTAUsage", HRESULT(void**)> m_hold{[this](void** cookie) {

@@ -1,10 +1,8 @@
 #include "service/service_base.h"
 
-#include <gmock/gmock.h>
-
+#include <algorithm>
 #include <cstdint>
 #include <functional>
-#include <optional>
 #include <ostream>
 #include <stdexcept>
 #include <string>
@@ -12,17 +10,10 @@
 #include <utility>
 #include <vector>
 
-#include "tests/support/scoped_import.h"
-#include "tests/support/simulated_notebook.h"
+#include "tests/service/service_test.h"
 
+namespace ServiceTests {
 namespace {
-
-using Rig::Call;
-using Rig::ScopedImport;
-using Rig::ScopedResult;
-using Rig::SimulatedNotebook;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr wchar_t kName[] = L"TestService";
 constexpr DWORD kAcceptedAtFirst = 0x101;   // stop, pre-shutdown
@@ -83,7 +74,7 @@ std::string Entry(const std::string& message, WORD type = EVENTLOG_ERROR_TYPE) {
     return "TestService|" + std::to_string(type) + "|0|0|\"TestService\"|\"" + message + "\"";
 }
 
-class ServiceBaseTest : public testing::Test {
+class ServiceBaseTest : public ServiceTest {
   protected:
     ServiceBaseTest() {
         TestService::s_service = &service;
@@ -104,8 +95,6 @@ class ServiceBaseTest : public testing::Test {
     }
 
     TestService service;
-    Rig::TestClock clock;
-    SimulatedNotebook notebook{clock};
     /// Operations run and states reported, in one row.
     std::vector<std::string> events;
     ScopedImport<&::SetServiceStatus> setStatus{
@@ -159,76 +148,55 @@ TEST_F(ServiceBaseTest, StartHandsItsArgumentsOnAndReportsPendingThenRunning) {
     EXPECT_THAT(events, ElementsAre(kStarting, "OnStart", kRunning));
 }
 
-/// What the system sends to a service in a state, and what comes of it.
-struct Controls {
-    const char* name;
-    DWORD before;
-    std::vector<std::pair<DWORD, DWORD>> sent;  ///< control, event type
-    std::vector<std::string> events;
-};
-
-void PrintTo(const Controls& controls, std::ostream* out) {
-    *out << controls.name;
-}
-
-class ServiceBaseControlTest : public ServiceBaseTest, public testing::WithParamInterface<Controls> {};
-
-TEST_P(ServiceBaseControlTest, OperationsRunBetweenTheirReports) {
-    BringTo(GetParam().before);
-    for (const auto& [control, eventType] : GetParam().sent) {
-        EXPECT_EQ(Send(control, eventType), DWORD{NO_ERROR});
-    }
-    EXPECT_EQ(events, GetParam().events);
-}
-
-constexpr std::pair<DWORD, DWORD> kStop{SERVICE_CONTROL_STOP, 0};
-constexpr std::pair<DWORD, DWORD> kPause{SERVICE_CONTROL_PAUSE, 0};
-constexpr std::pair<DWORD, DWORD> kContinue{SERVICE_CONTROL_CONTINUE, 0};
-constexpr std::pair<DWORD, DWORD> kPreshutdown{SERVICE_CONTROL_PRESHUTDOWN, 0};
-constexpr std::pair<DWORD, DWORD> kSuspend{SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND};
-constexpr std::pair<DWORD, DWORD> kStandby{SERVICE_CONTROL_POWEREVENT, PBT_APMSTANDBY};
-constexpr std::pair<DWORD, DWORD> kResume{SERVICE_CONTROL_POWEREVENT, PBT_APMRESUMEAUTOMATIC};
-
-const std::vector<std::string> kStopping{Report(SERVICE_STOP_PENDING, 1), "OnStop", kStopped};
-const std::vector<std::string> kPausing{Report(SERVICE_PAUSE_PENDING, 1), "OnPause",
-                                        Report(SERVICE_PAUSED, 2)};
-const std::vector<std::string> kContinuing{Report(SERVICE_CONTINUE_PENDING, 1), "OnContinue", kRunning};
-/// Check points are never begun anew.
-const std::vector<std::string> kWholeDay{
-    Report(SERVICE_PAUSE_PENDING, 1),    "OnPause",    Report(SERVICE_PAUSED, 2),
-    Report(SERVICE_CONTINUE_PENDING, 3), "OnContinue", kRunning,
-    Report(SERVICE_PAUSE_PENDING, 4),    "OnPause",    Report(SERVICE_PAUSED, 5),
-    Report(SERVICE_STOP_PENDING, 6),     "OnStop",     kStopped};
-
-INSTANTIATE_TEST_SUITE_P(
-    Controls, ServiceBaseControlTest,
-    testing::Values(Controls{"Stop", SERVICE_RUNNING, {kStop}, kStopping},
-                    Controls{"Pause", SERVICE_RUNNING, {kPause}, kPausing},
-                    Controls{"Standby", SERVICE_RUNNING, {kStandby}, kPausing},
-                    Controls{"Continue", SERVICE_PAUSED, {kContinue}, kContinuing},
-                    Controls{"ResumeWithoutSuspend", SERVICE_RUNNING, {kResume}, kContinuing},
-                    Controls{"Preshutdown", SERVICE_RUNNING, {kPreshutdown}, {"OnShutdown", kStopped}},
-                    Controls{"WholeDay", SERVICE_RUNNING, {kSuspend, kResume, kSuspend, kStop}, kWholeDay}));
-
-TEST_F(ServiceBaseTest, EveryOtherPowerEventChangesNothing) {
-    BringTo(SERVICE_RUNNING);
-    for (DWORD type = 0; type <= 0x8013; ++type) {
-        if (type != PBT_APMSUSPEND && type != PBT_APMSTANDBY && type != PBT_APMRESUMEAUTOMATIC) {
-            EXPECT_EQ(Send(SERVICE_CONTROL_POWEREVENT, type), DWORD{NO_ERROR});
+TEST_F(ServiceBaseTest, OperationsRunBetweenTheirReportsAndCheckPointsAreNeverBegunAnew) {
+    using Control = std::pair<DWORD, DWORD>;  ///< and event type
+    constexpr Control kStop{SERVICE_CONTROL_STOP, 0};
+    constexpr Control kSuspend{SERVICE_CONTROL_POWEREVENT, PBT_APMSUSPEND};
+    constexpr Control kStandby{SERVICE_CONTROL_POWEREVENT, PBT_APMSTANDBY};
+    constexpr Control kResume{SERVICE_CONTROL_POWEREVENT, PBT_APMRESUMEAUTOMATIC};
+    const std::vector<std::string> pausing{Report(SERVICE_PAUSE_PENDING, 1), "OnPause",
+                                           Report(SERVICE_PAUSED, 2)};
+    const std::vector<std::string> continuing{Report(SERVICE_CONTINUE_PENDING, 1), "OnContinue", kRunning};
+    struct Case {
+        DWORD before;
+        std::vector<Control> sent;
+        std::vector<std::string> events;
+    };
+    for (const Case& controls :
+         {Case{SERVICE_RUNNING, {kStop}, {Report(SERVICE_STOP_PENDING, 1), "OnStop", kStopped}},
+          Case{SERVICE_RUNNING, {{SERVICE_CONTROL_PAUSE, 0}}, pausing},
+          Case{SERVICE_RUNNING, {kStandby}, pausing},
+          Case{SERVICE_PAUSED, {{SERVICE_CONTROL_CONTINUE, 0}}, continuing},
+          Case{SERVICE_RUNNING, {kResume}, continuing},  // without a suspend
+          Case{SERVICE_RUNNING, {{SERVICE_CONTROL_PRESHUTDOWN, 0}}, {"OnShutdown", kStopped}},
+          Case{
+              SERVICE_RUNNING,
+              {kSuspend, kResume, kSuspend, kStop},
+              {Report(SERVICE_PAUSE_PENDING, 1), "OnPause", Report(SERVICE_PAUSED, 2),
+               Report(SERVICE_CONTINUE_PENDING, 3), "OnContinue", kRunning, Report(SERVICE_PAUSE_PENDING, 4),
+               "OnPause", Report(SERVICE_PAUSED, 5), Report(SERVICE_STOP_PENDING, 6), "OnStop", kStopped}}}) {
+        BringTo(controls.before);
+        for (const auto& [control, eventType] : controls.sent) {
+            EXPECT_EQ(Send(control, eventType), DWORD{NO_ERROR});
         }
+        EXPECT_EQ(events, controls.events);
     }
-    EXPECT_THAT(events, IsEmpty());
 }
 
 /// The plain shutdown among them.
-TEST_F(ServiceBaseTest, EveryOtherControlChangesNothing) {
+TEST_F(ServiceBaseTest, EveryOtherControlAndPowerEventChangesNothing) {
+    constexpr DWORD kHandled[] = {SERVICE_CONTROL_STOP, SERVICE_CONTROL_PAUSE, SERVICE_CONTROL_CONTINUE,
+                                  SERVICE_CONTROL_POWEREVENT, SERVICE_CONTROL_PRESHUTDOWN};
+    constexpr DWORD kHandledEvents[] = {PBT_APMSUSPEND, PBT_APMSTANDBY, PBT_APMRESUMEAUTOMATIC};
     BringTo(SERVICE_RUNNING);
     for (DWORD control = 0; control <= 0xFF; ++control) {
-        const bool isHandled = control == SERVICE_CONTROL_STOP || control == SERVICE_CONTROL_PAUSE ||
-                               control == SERVICE_CONTROL_CONTINUE || control == SERVICE_CONTROL_POWEREVENT ||
-                               control == SERVICE_CONTROL_PRESHUTDOWN;
-        if (!isHandled) {
+        if (std::ranges::find(kHandled, control) == std::end(kHandled)) {
             EXPECT_EQ(Send(control, PBT_APMSUSPEND), DWORD{NO_ERROR});
+        }
+    }
+    for (DWORD type = 0; type <= 0x8013; ++type) {
+        if (std::ranges::find(kHandledEvents, type) == std::end(kHandledEvents)) {
+            EXPECT_EQ(Send(SERVICE_CONTROL_POWEREVENT, type), DWORD{NO_ERROR});
         }
     }
     EXPECT_THAT(events, IsEmpty());
@@ -291,7 +259,7 @@ class ServiceBaseFailureTest : public ServiceBaseTest, public testing::WithParam
   protected:
     /// The entry is written between the two reports.
     ServiceBaseFailureTest() {
-        notebook.AtEach(Call::ReportEvent, [this]() -> std::optional<DWORD> {
+        notebook.AtEach(Call::ReportEvent, [this] {
             events.emplace_back("entry");
             return std::nullopt;
         });
@@ -308,23 +276,17 @@ class ServiceBaseFailureTest : public ServiceBaseTest, public testing::WithParam
     }
 
     void ExpectEvents(const std::string& entry, const std::string& after) {
-        std::vector<std::string> expected;
-        for (const std::string& event : {GetParam().before, entry, after}) {
-            if (!event.empty()) {
-                expected.push_back(event);
-            }
-        }
+        std::vector<std::string> expected{GetParam().before, entry, after};
+        std::erase(expected, "");
         EXPECT_EQ(events, expected);
     }
 
-    [[nodiscard]] static std::string AfterError() {
-        return GetParam().afterError.empty() ? GetParam().after : GetParam().afterError;
-    }
+    const std::string afterError = GetParam().afterError.empty() ? GetParam().after : GetParam().afterError;
 };
 
 TEST_P(ServiceBaseFailureTest, Win32ErrorIsWrittenAndReported) {
     RunThrowing(DWORD{ERROR_ACCESS_DENIED});
-    ExpectEvents("entry", AfterError());
+    ExpectEvents("entry", afterError);
     EXPECT_THAT(SimulatedNotebook::EventLog(), ElementsAre(Entry(GetParam().errorMessage)));
 }
 
@@ -341,7 +303,7 @@ TEST_P(ServiceBaseFailureTest, AnyOtherExceptionIsWrittenAndReportedWithoutANumb
 TEST_P(ServiceBaseFailureTest, FailureIsReportedWithoutAnEventLogToo) {
     notebook.FailEach(Call::RegisterEventSource, ERROR_ACCESS_DENIED);
     RunThrowing(DWORD{ERROR_ACCESS_DENIED});
-    ExpectEvents("", AfterError());
+    ExpectEvents("", afterError);
     EXPECT_THAT(SimulatedNotebook::EventLog(), IsEmpty());
 }
 
@@ -370,26 +332,24 @@ TEST_F(ServiceBaseTest, FailedStopOfAStoppedServiceReportsNoExitCode) {
 }
 
 TEST_F(ServiceBaseTest, EntryHasTheServicesNameAndTheMessageAndNothingElse) {
-    const ScopedImport<&::ReportEventW> report{[&](HANDLE log, WORD type, WORD category, DWORD identifier,
+    const ScopedImport<&::ReportEventW> report{[&](HANDLE source, WORD type, WORD category, DWORD identifier,
                                                    PSID user, WORD count, DWORD dataBytes, LPCWSTR* strings,
                                                    LPVOID data) {
         EXPECT_EQ(user, nullptr);
         EXPECT_EQ(dataBytes, 0U);
         EXPECT_EQ(data, nullptr);
-        return report.Original(log, type, category, identifier, user, count, dataBytes, strings, data);
+        return report.Original(source, type, category, identifier, user, count, dataBytes, strings, data);
     }};
     service.WriteEventLogEntry(L"text", EVENTLOG_INFORMATION_TYPE);
     EXPECT_THAT(SimulatedNotebook::EventLog(), ElementsAre(Entry("text", EVENTLOG_INFORMATION_TYPE)));
 }
 
-TEST_F(ServiceBaseTest, EntryIsDroppedWhenTheSourceCannotBeOpened) {
-    notebook.FailEach(Call::RegisterEventSource, ERROR_ACCESS_DENIED);
+TEST_F(ServiceBaseTest, EntryIsDroppedWithoutASourceAndTheSourceClosedBehindOneThatIsRefused) {
+    notebook.Fail(Call::RegisterEventSource, 1, ERROR_ACCESS_DENIED);
+    notebook.FailEach(Call::ReportEvent, ERROR_LOG_FILE_FULL);
     service.WriteEventLogEntry(L"text", EVENTLOG_INFORMATION_TYPE);
     EXPECT_THAT(notebook.Calls(), ElementsAre("RegisterEventSourceW"));
-}
-
-TEST_F(ServiceBaseTest, SourceIsClosedAfterAnEntryThatIsRefused) {
-    notebook.FailEach(Call::ReportEvent, ERROR_LOG_FILE_FULL);
+    notebook.ForgetCalls();
     service.WriteEventLogEntry(L"text", EVENTLOG_INFORMATION_TYPE);
     EXPECT_THAT(notebook.Calls(),
                 ElementsAre("RegisterEventSourceW", "ReportEventW", "DeregisterEventSource"));
@@ -474,3 +434,4 @@ TEST_F(ServiceBaseTest, RunFailsWithTheDispatchersErrorStanding) {
 }
 
 }  // namespace
+}  // namespace ServiceTests

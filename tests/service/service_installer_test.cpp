@@ -1,53 +1,23 @@
 #include "service/service_installer.h"
 
-#include <gmock/gmock.h>
-
-#include <windows.h>
-
 #include <cwchar>
 #include <string>
 #include <vector>
 
-#include "tests/service/captured_output.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/scoped_import.h"
-#include "tests/support/simulated_notebook.h"
+#include "tests/service/service_test.h"
 
+namespace ServiceTests {
 namespace {
 
-using Orva::Shared::Level::kVerbose;
-using Rig::Call;
-using Rig::Line;
-using Rig::LogLine;
-using Rig::LogRecorder;
-using Rig::ScopedImport;
-using Rig::ScopedResult;
-using Rig::SimulatedNotebook;
-using Rig::TestClock;
-using ServiceTests::CapturedOutput;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::StartsWith;
-using namespace Rig::Lines;
-
 constexpr char kName[] = "InstallService";
-constexpr wchar_t kService[] = L"LinkvaneService";
 constexpr DWORD kPathRoom = 260;  // characters, with the end
 
-class ServiceInstallerTest : public testing::Test {
+class ServiceInstallerTest : public ServiceTest {
   protected:
     ServiceInstallerTest() { SimulatedNotebook::Uninstall(kService); }
 
-    /// What `InstallService` prints.
-    std::string Install() {
-        CapturedOutput output;
-        InstallService();
-        return output.Take();
-    }
+    static std::string Install() { return PrintedBy(&InstallService); }
 
-    LogRecorder log;
-    TestClock clock;
-    SimulatedNotebook notebook{clock};
     std::wstring path = L"C:\\Program Files\\Linkvane Service\\LinkvaneService.exe";
     ScopedImport<&::GetModuleFileNameW> moduleFileName{
         [this](HMODULE module, LPWSTR text, DWORD characters) -> DWORD {
@@ -86,21 +56,17 @@ TEST_F(ServiceInstallerTest, LongestPathIsRegisteredWhole) {
     EXPECT_EQ(SimulatedNotebook::Service(kService).path, L"\"" + path + L"\"");
 }
 
-TEST_F(ServiceInstallerTest, LongerPathIsLoggedAndNothingIsPrintedOrRegistered) {
-    path = L"C:\\" + std::wstring(kPathRoom - 3, L'x');
-    EXPECT_EQ(Install(), "");
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"GetModuleFileName failed w/err 0x0000007a")));
-    EXPECT_THAT(notebook.Calls(), IsEmpty());
-}
-
 /// A failure that left no error is one all the same.
-TEST_F(ServiceInstallerTest, UnknownPathIsLoggedAndNothingIsPrintedOrRegistered) {
+TEST_F(ServiceInstallerTest, PathThatIsUnknownOrTooLongIsLoggedAndNothingIsPrintedOrRegistered) {
     for (const DWORD error : {ERROR_ACCESS_DENIED, ERROR_SUCCESS}) {
         const ScopedResult<&::GetModuleFileNameW> fails{0, error};
         EXPECT_EQ(Install(), "");
     }
+    path = L"C:\\" + std::wstring(kPathRoom - 3, L'x');
+    EXPECT_EQ(Install(), "");
     EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"GetModuleFileName failed w/err 0x00000005"),
-                                                Error(kName, L"GetModuleFileName failed w/err 0x0000001f")));
+                                                Error(kName, L"GetModuleFileName failed w/err 0x0000001f"),
+                                                Error(kName, L"GetModuleFileName failed w/err 0x0000007a")));
     EXPECT_THAT(notebook.Calls(), IsEmpty());
 }
 
@@ -128,20 +94,5 @@ TEST_F(ServiceInstallerTest, ManagerThatCannotBeOpenedIsTold) {
     EXPECT_THAT(notebook.Calls(), ElementsAre("OpenSCManagerW 0x3"));
 }
 
-TEST(ServiceInstallerTimingTest, ElapsedTimeFollowsTheExitLineOfInstallationAndRemoval) {
-    const LogRecorder log(LogRecorder::Timing::kOn);
-    TestClock clock;
-    SimulatedNotebook notebook{clock};
-    notebook.FailEach(Call::OpenSCManager, ERROR_ACCESS_DENIED);
-    const CapturedOutput output;
-    InstallService();
-    UninstallService();
-    for (const char* const name : {kName, "UninstallService"}) {
-        const std::vector<LogLine> lines = log.Of(name);
-        ASSERT_EQ(lines.size(), 4U);
-        EXPECT_EQ(lines[2], TraceOut(name));
-        EXPECT_THAT(lines[3], Line(Orva::Shared::Level::kDiag, name, StartsWith(L"Elapsed time = ")));
-    }
-}
-
 }  // namespace
+}  // namespace ServiceTests

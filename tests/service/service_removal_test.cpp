@@ -1,7 +1,3 @@
-#include <gmock/gmock.h>
-
-#include <windows.h>
-
 #include <chrono>
 #include <cwchar>
 #include <ostream>
@@ -9,49 +5,28 @@
 #include <vector>
 
 #include "service/service_installer.h"
-#include "tests/service/captured_output.h"
-#include "tests/support/log_recorder.h"
+#include "tests/service/service_test.h"
 #include "tests/support/registry_tree.h"
-#include "tests/support/scoped_import.h"
-#include "tests/support/simulated_notebook.h"
 
+namespace ServiceTests {
 namespace {
 
-using Orva::Shared::Level::kVerbose;
-using Rig::Call;
-using Rig::LogRecorder;
 using Rig::RegistryText;
-using Rig::ScopedImport;
-using Rig::ScopedRegistryTree;
-using Rig::SimulatedNotebook;
-using Rig::TestClock;
-using ServiceTests::CapturedOutput;
-using testing::AllOf;
-using testing::Each;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::Not;
-using namespace Rig::Lines;
 using namespace std::chrono_literals;
 
 constexpr char kName[] = "UninstallService";
-constexpr wchar_t kService[] = L"LinkvaneService";
 constexpr char kStopped[] = "\nLinkvaneService is stopped.\nLinkvaneService is removed.\n";
 constexpr char kNotStopped[] = "\nLinkvaneService failed to stop.\nLinkvaneService is removed.\n";
 
-class ServiceRemovalTest : public testing::Test {
+class ServiceRemovalTest : public ServiceTest {
   protected:
     ServiceRemovalTest() {
         remembered.Write(L"WlanPowerStatus", L"PowerOnOff", RegistryText(L"True"));
         remembered.Write(L"WwanPowerStatus", L"PowerOnOff", RegistryText(L"False"));
     }
 
-    /// What `UninstallService` prints.
-    std::string Remove() {
-        CapturedOutput output;
-        UninstallService();
-        return output.Take();
-    }
+    static std::string Remove() { return PrintedBy(&UninstallService); }
     static void SetState(DWORD state) { SimulatedNotebook::Service(kService).state = state; }
     /// A stop request leaves it stopping; it goes on when the clock comes to `end`.
     void StopUntil(TestClock::Milliseconds end, DWORD state = SERVICE_STOPPED) {
@@ -59,27 +34,18 @@ class ServiceRemovalTest : public testing::Test {
         clock.At(end, [state] { SetState(state); });
     }
 
-    ScopedRegistryTree remembered{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Orva\\Orva Brimlet Support"};
-    LogRecorder log;
-    TestClock clock;
-    SimulatedNotebook notebook{clock};
+    Rig::ScopedRegistryTree remembered{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Orva\\Orva Brimlet Support"};
 };
 
-TEST_F(ServiceRemovalTest, StoppedServiceIsDeletedWithoutAWordOfStopping) {
-    SetState(SERVICE_STOPPED);
-    EXPECT_EQ(Remove(), "LinkvaneService is removed.\n");
-    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kName), TraceOut(kName)));
-    EXPECT_FALSE(SimulatedNotebook::IsInstalled(kService));
-    EXPECT_EQ(notebook.Count(Call::QueryServiceStatus), 0);
-    EXPECT_THAT(clock.SleepsAndWaits(), IsEmpty());
-}
-
-TEST_F(ServiceRemovalTest, ServiceThatTakesNoStopRequestIsDeletedWithoutAWait) {
-    SetState(SERVICE_START_PENDING);
-    notebook.FailEach(Call::ControlService, ERROR_SERVICE_CANNOT_ACCEPT_CTRL);
-    EXPECT_EQ(Remove(), "LinkvaneService is removed.\n");
-    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kName), TraceOut(kName)));
-    EXPECT_FALSE(SimulatedNotebook::IsInstalled(kService));
+TEST_F(ServiceRemovalTest, ServiceThatTakesNoStopRequestIsDeletedWithoutAWordOrAWait) {
+    for (const DWORD state : {SERVICE_STOPPED, SERVICE_START_PENDING}) {
+        log.Clear();
+        SetState(state);
+        EXPECT_EQ(Remove(), "LinkvaneService is removed.\n");
+        EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kName), TraceOut(kName)));
+        EXPECT_FALSE(SimulatedNotebook::IsInstalled(kService));
+        notebook.FailEach(Call::ControlService, ERROR_SERVICE_CANNOT_ACCEPT_CTRL);
+    }
     EXPECT_EQ(notebook.Count(Call::QueryServiceStatus), 0);
     EXPECT_THAT(clock.SleepsAndWaits(), IsEmpty());
 }
@@ -203,41 +169,31 @@ TEST_F(ServiceRemovalTest, SecondStateIsDeletedWhenTheFirstCannotBe) {
     EXPECT_FALSE(remembered.Exists(L"WwanPowerStatus"));
 }
 
-/// A call without which the service cannot be removed; the remembered states stay.
-struct RemovalFailure {
-    Call call;
-    DWORD error;
-    const char* line;  ///< on the console; the log has it as well
-};
-
-void PrintTo(const RemovalFailure& failure, std::ostream* out) {
-    *out << failure.line;
-}
-
-class RemovalFailureTest : public ServiceRemovalTest, public testing::WithParamInterface<RemovalFailure> {};
-
-TEST_P(RemovalFailureTest, IsToldAndEverythingElseStays) {
+TEST_F(ServiceRemovalTest, CallWithoutWhichItCannotBeRemovedIsToldAndEverythingElseStays) {
     SetState(SERVICE_STOPPED);
-    notebook.FailEach(GetParam().call, static_cast<LONG>(GetParam().error));
-    const std::string line = GetParam().line;
-    EXPECT_EQ(Remove(), line + "\n");
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, std::wstring(line.begin(), line.end()))));
-    EXPECT_TRUE(SimulatedNotebook::IsInstalled(kService));
-    EXPECT_TRUE(remembered.Exists(L"WlanPowerStatus"));
-    EXPECT_TRUE(remembered.Exists(L"WwanPowerStatus"));
-    if (GetParam().call != Call::DeleteService) {
-        EXPECT_EQ(notebook.Count(Call::ControlService), 0);
+    struct Failure {
+        Call call;
+        DWORD error;
+        std::string line;  ///< on the console; the log has it as well
+    };
+    for (const Failure& failure :
+         {Failure{Call::DeleteService, ERROR_SERVICE_MARKED_FOR_DELETE,
+                  "DeleteService failed w/err 0x00000430"},
+          Failure{Call::OpenService, ERROR_SERVICE_DOES_NOT_EXIST, "OpenService failed w/err 0x00000424"},
+          Failure{Call::OpenService, ERROR_ACCESS_DENIED, "OpenService failed w/err 0x00000005"},
+          Failure{Call::OpenSCManager, ERROR_ACCESS_DENIED, "OpenSCManager failed w/err 0x00000005"}}) {
+        log.Clear();
+        notebook.ForgetCalls();
+        notebook.FailEach(failure.call, static_cast<LONG>(failure.error));
+        EXPECT_EQ(Remove(), failure.line + "\n");
+        const std::wstring line(failure.line.begin(), failure.line.end());
+        EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, line)));
+        EXPECT_TRUE(SimulatedNotebook::IsInstalled(kService));
+        EXPECT_TRUE(remembered.Exists(L"WlanPowerStatus"));
+        EXPECT_TRUE(remembered.Exists(L"WwanPowerStatus"));
+        EXPECT_EQ(notebook.Count(Call::ControlService), failure.call == Call::DeleteService ? 1 : 0);
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Calls, RemovalFailureTest,
-                         testing::Values(RemovalFailure{Call::OpenSCManager, ERROR_ACCESS_DENIED,
-                                                        "OpenSCManager failed w/err 0x00000005"},
-                                         RemovalFailure{Call::OpenService, ERROR_SERVICE_DOES_NOT_EXIST,
-                                                        "OpenService failed w/err 0x00000424"},
-                                         RemovalFailure{Call::OpenService, ERROR_ACCESS_DENIED,
-                                                        "OpenService failed w/err 0x00000005"},
-                                         RemovalFailure{Call::DeleteService, ERROR_SERVICE_MARKED_FOR_DELETE,
-                                                        "DeleteService failed w/err 0x00000430"}));
-
 }  // namespace
+}  // namespace ServiceTests

@@ -1,37 +1,16 @@
 #include "service/service_utilities.h"
 
-#include <gmock/gmock.h>
-
-#include <functional>
 #include <ostream>
 #include <string>
 #include <vector>
 
+#include "tests/service/service_test.h"
 #include "tests/support/ledger.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/scoped_import.h"
-#include "tests/support/simulated_notebook.h"
 
+namespace ServiceTests {
 namespace {
 
-using Orva::Shared::Level::kVerbose;
-using Rig::Call;
-using Rig::Ledger;
-using Rig::Line;
-using Rig::LogLine;
-using Rig::LogRecorder;
-using Rig::ScopedImport;
-using Rig::ScopedResult;
-using Rig::SimulatedNotebook;
-using Rig::TestClock;
-using testing::_;
-using testing::AllOf;
-using testing::Each;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using testing::SizeIs;
-using testing::StartsWith;
-using namespace Rig::Lines;
 using namespace std::chrono_literals;
 
 constexpr char kPresent[] = "Utils::IsServicePresent";
@@ -39,25 +18,9 @@ constexpr char kWait[] = "Utils::WaitforServiceToStartRunning";
 constexpr char kSleep[] = "Utils::UtilSleep";
 constexpr char kRecovery[] = "Utils::SetServiceRestartRecoveryOnFailure";
 
-class ServiceUtilitiesTest : public testing::Test {
+class ServiceUtilitiesTest : public ServiceTest {
   protected:
-    /// Runs an operation that opens a service; its exit line comes when nothing is open any more.
-    void ExpectClosedBeforeTheExitLine(const char* name, const std::function<void()>& operation) {
-        const ScopedImport<&::CloseServiceHandle> close{[&](SC_HANDLE handle) {
-            EXPECT_THAT(log.Of(name),
-                        Each(testing::Field(&LogLine::level, testing::Ne(Orva::Shared::Level::kTraceOut))));
-            return close.Original(handle);
-        }};
-        operation();
-        EXPECT_EQ(close.Calls(), 2);
-        EXPECT_EQ(log.Of(name).back(), TraceOut(name, L"Return Value = 0"));
-    }
-
     static void SetState(DWORD state) { SimulatedNotebook::Service(L"WlanSvc").state = state; }
-
-    LogRecorder log;
-    TestClock clock;
-    SimulatedNotebook notebook{clock};
 };
 
 using ServicePresenceTest = ServiceUtilitiesTest;
@@ -76,8 +39,17 @@ TEST_F(ServicePresenceTest, RunningServiceIsFoundRunning) {
                                               "QueryServiceStatusEx"));
 }
 
-TEST_F(ServicePresenceTest, HandlesAreClosedBeforeTheExitLine) {
-    ExpectClosedBeforeTheExitLine(kPresent, [] { static_cast<void>(Utils::IsServicePresent(L"WlanSvc")); });
+TEST_F(ServicePresenceTest, HandlesAreClosedBeforeTheExitLineAsAreThoseOfTheRecovery) {
+    const ScopedImport<&::CloseServiceHandle> close{[&](SC_HANDLE handle) {
+        EXPECT_EQ(log.Count(TraceOut(kPresent, L"Return Value = 0")), close.Calls() > 2 ? 1 : 0);
+        EXPECT_EQ(log.Count(TraceOut(kRecovery, L"Return Value = 0")), 0);
+        return close.Original(handle);
+    }};
+    static_cast<void>(Utils::IsServicePresent(L"WlanSvc"));
+    EXPECT_EQ(close.Calls(), 2);
+    Utils::SetServiceRestartRecoveryOnFailure();
+    EXPECT_EQ(close.Calls(), 4);
+    EXPECT_EQ(log.Lines().back(), TraceOut(kRecovery, L"Return Value = 0"));
 }
 
 TEST_F(ServicePresenceTest, ServiceInEveryOtherStateIsNotRunning) {
@@ -105,7 +77,8 @@ TEST_F(ServicePresenceTest, ServiceThatCannotBeQueriedSaysNoMore) {
 /// Why a service cannot be opened.
 struct OpenFailure {
     const char* name;
-    void (*arrange)(SimulatedNotebook& notebook);
+    Call call;  ///< that fails with the error
+    DWORD error;
     int status;
     const wchar_t* line;
 };
@@ -116,23 +89,20 @@ void PrintTo(const OpenFailure& failure, std::ostream* out) {
 
 class OpenFailureTest : public ServiceUtilitiesTest, public testing::WithParamInterface<OpenFailure> {
   protected:
-    OpenFailureTest() { GetParam().arrange(notebook); }
+    OpenFailureTest() { notebook.FailEach(GetParam().call, static_cast<LONG>(GetParam().error)); }
 
-    [[nodiscard]] static std::wstring Returned() {
-        return L"Return Value = " + std::to_wstring(GetParam().status);
-    }
+    const std::wstring status = std::to_wstring(GetParam().status);
 };
 
 TEST_P(OpenFailureTest, ServiceIsNotPresent) {
-    EXPECT_EQ(Utils::IsServicePresent(L"LinkvaneService"), GetParam().status);
+    EXPECT_EQ(Utils::IsServicePresent(kService), GetParam().status);
     EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kPresent, GetParam().line)));
-    EXPECT_TRUE(log.Contains(TraceOut(kPresent, Returned())));
+    EXPECT_TRUE(log.Contains(TraceOut(kPresent, L"Return Value = " + status)));
     EXPECT_EQ(notebook.Count(Call::QueryServiceStatusEx), 0);
 }
 
 TEST_P(OpenFailureTest, WaitEndsAfterOneTryAndOneSecond) {
-    EXPECT_EQ(Utils::WaitforServiceToStartRunning(L"LinkvaneService"), GetParam().status);
-    const std::wstring status = std::to_wstring(GetParam().status);
+    EXPECT_EQ(Utils::WaitforServiceToStartRunning(kService), GetParam().status);
     EXPECT_THAT(log.Of(kWait), ElementsAre(TraceIn(kWait),
                                            Verbose(kWait, L"LinkvaneService service Running Status = " +
                                                               status + L", try 0"),
@@ -143,25 +113,19 @@ TEST_P(OpenFailureTest, WaitEndsAfterOneTryAndOneSecond) {
 TEST_P(OpenFailureTest, RecoveryCannotBeSet) {
     EXPECT_EQ(Utils::SetServiceRestartRecoveryOnFailure(), GetParam().status);
     EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kRecovery, L"Service Name = LinkvaneService"),
-                                         Error(kRecovery, GetParam().line), TraceOut(kRecovery, Returned())));
+                                         Error(kRecovery, GetParam().line),
+                                         TraceOut(kRecovery, L"Return Value = " + status)));
     EXPECT_EQ(notebook.Count(Call::ChangeServiceConfig2), 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Reasons, OpenFailureTest,
-    testing::Values(OpenFailure{"NoManager",
-                                [](SimulatedNotebook& notebook) {
-                                    notebook.FailEach(Call::OpenSCManager, ERROR_ACCESS_DENIED);
-                                },
-                                -2, L"OpenSCManager failed w/err 0x00000005"},
-                    OpenFailure{"NotInstalled",
-                                [](SimulatedNotebook&) { SimulatedNotebook::Uninstall(L"LinkvaneService"); },
-                                -1, L"Service does not exist. Error 0x00000424"},
-                    OpenFailure{"Forbidden",
-                                [](SimulatedNotebook& notebook) {
-                                    notebook.FailEach(Call::OpenService, ERROR_ACCESS_DENIED);
-                                },
-                                -2, L"OpenService failed w/err 0x00000005"}));
+INSTANTIATE_TEST_SUITE_P(Reasons, OpenFailureTest,
+                         testing::Values(OpenFailure{"NoManager", Call::OpenSCManager, ERROR_ACCESS_DENIED,
+                                                     -2, L"OpenSCManager failed w/err 0x00000005"},
+                                         OpenFailure{"NotInstalled", Call::OpenService,
+                                                     ERROR_SERVICE_DOES_NOT_EXIST, -1,
+                                                     L"Service does not exist. Error 0x00000424"},
+                                         OpenFailure{"Forbidden", Call::OpenService, ERROR_ACCESS_DENIED, -2,
+                                                     L"OpenService failed w/err 0x00000005"}));
 
 using ServiceWaitTest = ServiceUtilitiesTest;
 
@@ -213,7 +177,7 @@ TEST_F(ServiceWaitTest, ServiceThatDisappearsEndsTheWait) {
 using UtilSleepTest = ServiceUtilitiesTest;
 
 TEST_F(UtilSleepTest, WaitsOnAnEventThatNobodyKnows) {
-    Ledger ledger;
+    Rig::Ledger ledger;
     HANDLE made = nullptr;
     const ScopedImport<&::CreateEventW> create{
         [&](LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL signalled, LPCWSTR name) {
@@ -267,48 +231,28 @@ TEST_F(RestartRecoveryTest, ServiceIsRestartedAfterTwoFourAndSixMinutesAlsoWhenI
                                          TraceOut(kRecovery, L"Return Value = 0")));
 }
 
-TEST_F(RestartRecoveryTest, HandlesAreClosedBeforeTheExitLine) {
-    ExpectClosedBeforeTheExitLine(kRecovery, [] { Utils::SetServiceRestartRecoveryOnFailure(); });
-}
-
 /// The flag is set whatever becomes of the actions, and both failures add up.
 TEST_F(RestartRecoveryTest, EachFailureIsLoggedAndCounted) {
     const LogLine actionsFailed =
         Error(kRecovery, L"ChangeServiceConfig2 (SERVICE_CONFIG_FAILURE_ACTIONS) failed w/err 0x00000005\n");
     const LogLine flagFailed = Error(
         kRecovery, L"ChangeServiceConfig2 (SERVICE_CONFIG_FAILURE_ACTIONS_FLAG) failed w/err 0x0000007c\n");
-    notebook.Fail(Call::ChangeServiceConfig2, 1, ERROR_ACCESS_DENIED);
-    EXPECT_EQ(Utils::SetServiceRestartRecoveryOnFailure(), 1);
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(actionsFailed));
-    EXPECT_EQ(SimulatedNotebook::Service(L"LinkvaneService").actsOnFailingExit, TRUE);
-
-    log.Clear();
-    notebook.Fail(Call::ChangeServiceConfig2, 2, ERROR_INVALID_LEVEL);
-    EXPECT_EQ(Utils::SetServiceRestartRecoveryOnFailure(), 16);
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(flagFailed));
-
-    log.Clear();
-    notebook.Fail(Call::ChangeServiceConfig2, 1, ERROR_ACCESS_DENIED);
-    notebook.Fail(Call::ChangeServiceConfig2, 2, ERROR_INVALID_LEVEL);
-    EXPECT_EQ(Utils::SetServiceRestartRecoveryOnFailure(), 17);
-    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kRecovery, L"Service Name = LinkvaneService"), actionsFailed,
-                                         flagFailed, TraceOut(kRecovery, L"Return Value = 17")));
-}
-
-TEST(ServiceUtilitiesTimingTest, ElapsedTimeFollowsTheExitLine) {
-    const LogRecorder log(LogRecorder::Timing::kOn);
-    TestClock clock;
-    const SimulatedNotebook notebook{clock};
-    static_cast<void>(Utils::GetBinaryVersion());
-    static_cast<void>(Utils::WaitforServiceToStartRunning(L"WlanSvc"));
-    Utils::UtilSleep(50);
-    Utils::SetServiceRestartRecoveryOnFailure();
-    for (const char* const name : {"Utils::GetBinaryVersion", kPresent, kWait, kSleep, kRecovery}) {
-        const std::vector<LogLine> lines = log.Of(name);
-        ASSERT_GE(lines.size(), 3U) << name;
-        EXPECT_EQ(lines[lines.size() - 2].level, Orva::Shared::Level::kTraceOut) << name;
-        EXPECT_THAT(lines.back(), Line(Orva::Shared::Level::kDiag, _, StartsWith(L"Elapsed time = ")));
+    for (const auto& [status, lines] :
+         {std::pair{1, std::vector{actionsFailed}}, {16, {flagFailed}}, {17, {actionsFailed, flagFailed}}}) {
+        log.Clear();
+        SimulatedNotebook::Service(kService).actsOnFailingExit = FALSE;
+        if ((status & 1) != 0) {
+            notebook.Fail(Call::ChangeServiceConfig2, 1, ERROR_ACCESS_DENIED);
+        }
+        if ((status & 16) != 0) {
+            notebook.Fail(Call::ChangeServiceConfig2, 2, ERROR_INVALID_LEVEL);
+        }
+        EXPECT_EQ(Utils::SetServiceRestartRecoveryOnFailure(), status);
+        EXPECT_EQ(log.From(kVerbose), lines);
+        EXPECT_EQ(SimulatedNotebook::Service(kService).actsOnFailingExit, (status & 16) == 0);
+        EXPECT_EQ(log.Lines().back(), TraceOut(kRecovery, L"Return Value = " + std::to_wstring(status)));
     }
 }
 
 }  // namespace
+}  // namespace ServiceTests

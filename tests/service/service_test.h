@@ -1,13 +1,51 @@
 #pragma once
 
-#include <gtest/gtest.h>
+#include <windows.h>
+
+#include <gmock/gmock.h>
+
 #include <io.h>
 
 #include <array>
 #include <cstdio>
 #include <string>
+#include <vector>
+
+#include "tests/support/log_recorder.h"
+#include "tests/support/scoped_import.h"
+#include "tests/support/simulated_notebook.h"
+#include "tests/support/test_clock.h"
 
 namespace ServiceTests {
+
+using Orva::Shared::Level::kVerbose;
+using Rig::AtCall;
+using Rig::Call;
+using Rig::LogLine;
+using Rig::LogRecorder;
+using Rig::ScopedImport;
+using Rig::ScopedResult;
+using Rig::SimulatedNotebook;
+using Rig::TestClock;
+using Rig::Lines::Error;
+using Rig::Lines::Information;
+using Rig::Lines::TraceIn;
+using Rig::Lines::TraceOut;
+using Rig::Lines::Verbose;
+using testing::AllOf;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr wchar_t kService[] = L"LinkvaneService";
+
+/// A test on a machine whose service manager has this service and those that it depends on, all running.
+class ServiceTest : public testing::Test {
+  protected:
+    LogRecorder log;
+    TestClock clock;
+    SimulatedNotebook notebook{clock};
+};
 
 /// Keeps what is written to standard output, for a scope. One at a time.
 class CapturedOutput {
@@ -45,5 +83,13 @@ class CapturedOutput {
   private:
     bool m_taken = false;
 };
+
+/// What a function writes to standard output.
+template <class Function>
+[[nodiscard]] std::string PrintedBy(Function function) {
+    CapturedOutput output;
+    function();
+    return output.Take();
+}
 
 }  // namespace ServiceTests
