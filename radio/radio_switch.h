@@ -6,8 +6,8 @@
 #include "radio/airplane_mode.h"
 #include "radio/power_status.h"
 
-/// What switching WLAN and switching WWAN have in common. Callable on any thread; exceptions travel to the
-/// caller.
+/// What switching WLAN and switching the modem (WWAN) have in common. Callable on any thread; exceptions
+/// travel to the caller.
 namespace ServiceUtils {
 
 /// One kind of radio: what it is switched and read by, and how the log speaks of it.

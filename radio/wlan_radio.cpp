@@ -199,17 +199,17 @@ DWORD SetPhys(const LogScope& log, const WlanSession& session, const GUID& inter
 /// Makes passes until one succeeds on every PHY or they have run out.
 bool SetPhysWithRetry(const LogScope& log, const WlanSession& session, const GUID& interfaceId,
                       DWORD phyCount, const WLAN_PHY_RADIO_STATE& radioState, RadioStatus newStatus) {
-    bool succeeded = false;
     int pass = 0;
-    while (pass <= kLastPass) {
-        if (SetPhys(log, session, interfaceId, phyCount, radioState, newStatus) == phyCount) {
+    bool succeeded = false;
+    while (!succeeded && pass <= kLastPass) {
+        succeeded = SetPhys(log, session, interfaceId, phyCount, radioState, newStatus) == phyCount;
+        if (succeeded) {
             my_service_turnonoff_wifi = newStatus;
-            succeeded = true;
-            break;
+        } else {
+            log.Warning(L"Could not Set WLAN state in all PHYs. So retrying in count = %d", pass);
+            Platform::Pause(kPassPause);
+            ++pass;
         }
-        log.Warning(L"Could not Set WLAN state in all PHYs. So retrying in count = %d", pass);
-        Platform::Pause(kPassPause);
-        ++pass;
     }
     // By the counter alone: a radio that followed only in the very last pass reads as off from now on,
     // although this switch succeeded.
@@ -222,14 +222,11 @@ bool SetPhysWithRetry(const LogScope& log, const WlanSession& session, const GUI
 }
 
 WLAN_PHY_RADIO_STATE PrepareRadioState(const LogScope& log, RadioStatus newStatus) {
+    const bool isOn = MeansOn(newStatus);
     WLAN_PHY_RADIO_STATE radioState{};
-    if (MeansOn(newStatus)) {
-        radioState.dot11SoftwareRadioState = dot11_radio_state_on;
-        log.Verbose(L"Linkvane set WIFI radio to dot11_radi_state_on");  // the spelling of the log
-    } else {
-        radioState.dot11SoftwareRadioState = dot11_radio_state_off;
-        log.Verbose(L"Linkvane set WIFI radio to dot11_radio_state_off");
-    }
+    radioState.dot11SoftwareRadioState = isOn ? dot11_radio_state_on : dot11_radio_state_off;
+    log.Verbose(isOn ? L"Linkvane set WIFI radio to dot11_radi_state_on"  // the spelling of the log
+                     : L"Linkvane set WIFI radio to dot11_radio_state_off");
     return radioState;
 }
 

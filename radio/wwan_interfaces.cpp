@@ -74,12 +74,11 @@ HRESULT GetIdentifier(IMbnInterface& mbnInterface, GUID& identifier) {
 }
 
 HRESULT CopyIdentifiers(SAFEARRAY* array, const Bounds& bounds, GUID* identifiers) {
-    for (ULONGLONG i = 0; i < bounds.Count(); ++i) {
+    for (LONGLONG index = bounds.lower; index <= bounds.upper; ++index) {
         ComPtr<IMbnInterface> element;
-        const LONG index = static_cast<LONG>(bounds.lower + static_cast<LONGLONG>(i));
-        HRESULT result = GetElement(array, index, element);
+        HRESULT result = GetElement(array, static_cast<LONG>(index), element);
         if (SUCCEEDED(result)) {
-            result = GetIdentifier(*element.Get(), identifiers[i]);
+            result = GetIdentifier(*element.Get(), *identifiers++);
         }
         if (FAILED(result)) {
             return result;

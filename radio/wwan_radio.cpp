@@ -98,9 +98,6 @@ bool FindRadio(const LogScope& log, ComPtr<IMbnRadio>& radio) {
 }
 
 bool ReadRadio(const LogScope& log) {
-    if (!IsDevicePresent(log)) {
-        return false;
-    }
     ComPtr<IMbnRadio> radio;
     if (!GetRadioInterface(radio.GetAddressOf())) {
         log.Error(L"GetRadioInterface Failed");
@@ -229,9 +226,6 @@ constexpr SwitchableRadio kWwanRadio{
 
 /// Under the switch lock.
 bool SwitchRadio(const LogScope& log, RadioStatus newStatus, unsigned char checkAirplaneStatus) {
-    if (!IsDevicePresent(log)) {
-        return false;
-    }
     const std::optional<bool> answer =
         AnswerWithoutSwitching(log, kWwanRadio, newStatus, checkAirplaneStatus);
     if (answer) {
@@ -282,7 +276,8 @@ bool GetRadioInterface(IMbnRadio** radio) {
 
 bool CheckWwanStatus() {
     LogScope log("ServiceUtils::CheckWwanStatus");
-    return log.Return(L"WWAN Status = %d", log.Guard(false, [&] { return ReadRadio(log); }));
+    return log.Return(L"WWAN Status = %d",
+                      log.Guard(false, [&] { return IsDevicePresent(log) && ReadRadio(log); }));
 }
 
 bool SwitchWwanStatus(const RadioStatus& newStatus, const unsigned char& checkAirplaneStatus) {
@@ -290,7 +285,7 @@ bool SwitchWwanStatus(const RadioStatus& newStatus, const unsigned char& checkAi
                  checkAirplaneStatus);
     return log.Return(L"WWAN switching Status = %d", log.Guard(false, [&] {
         const std::lock_guard hold(WwanState::switchLock);
-        return SwitchRadio(log, newStatus, checkAirplaneStatus);
+        return IsDevicePresent(log) && SwitchRadio(log, newStatus, checkAirplaneStatus);
     }));
 }
 

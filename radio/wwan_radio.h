@@ -4,12 +4,12 @@
 #include "radio/airplane_mode.h"
 #include "radio/power_status.h"
 
-/// The WWAN (mobile broadband) radio. A switch is asynchronous: it waits for the completion that
-/// the radio event sink signals. Callable on any thread; nothing is thrown, failures are logged.
-/// A switch can block for more than a minute.
+/// The modem's radio (WWAN, mobile broadband). A switch is asynchronous: it waits for the completion that
+/// `CMbnSinks` signals. Callable on any thread; nothing is thrown, failures are logged. A switch can block
+/// for more than a minute.
 namespace ServiceUtils {
 
-/// The radio of the recorded adapter, with a reference that the caller owns. Tries for a quarter of a
+/// The radio of the recorded modem, with a reference that the caller owns. Tries for a quarter of a
 /// second; then false, with `*radio` null.
 bool GetRadioInterface(IMbnRadio** radio);
 

@@ -15,12 +15,12 @@ std::atomic<bool> offWithoutEthernet{false};
 
 namespace {
 
-/// Its destructor runs on the main thread when that has left `wmain`, before the system ends the other
-/// threads and unloads any library, and inside the multithreaded apartment, which the process holds. (Where
-/// it could not, which the start has logged, Windows decides what becomes of the calls.) So the references
-/// go as they would at any other time: to a server that is gone, with an error that
-/// nobody looks at; to one that does not answer, when it does. The service has been reported as stopped
-/// by then. A thread that is still at work holds references of its own, or finds the holders empty.
+/// Its destructor runs on the main thread behind `wmain`, before the system ends the other threads and
+/// unloads any library, and inside the multithreaded apartment, which the process holds. (Where it could
+/// not, which the start has logged, Windows decides what becomes of the calls.) So the references go as at
+/// any other time: to a server that is gone, with an error that nobody looks at; to one that does not
+/// answer, when it does. The service has been reported as stopped by then. A thread that is still at work
+/// holds references of its own, or finds the holders empty.
 struct ReleaseAtExit {
     ReleaseAtExit() = default;
     ReleaseAtExit(const ReleaseAtExit&) = delete;

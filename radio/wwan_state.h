@@ -10,7 +10,8 @@
 #include "platform/handles.h"
 #include "platform/mbn_api.h"
 
-/// What the WWAN switch, its event sink and the start-up worker share. Process-wide.
+/// What is known of the modem (WWAN), shared by its switch, its event sink and the start-up worker.
+/// Process-wide.
 ///
 /// What one thread replaces while another uses it is shared: whoever needs it loads a reference of its
 /// own, which stays good whatever is published next. These holders, and the identifier, are never
@@ -20,9 +21,9 @@ namespace WwanState {
 /// The mobile-broadband interface manager, published by the start-up worker, with a reference, which is
 /// released at exit; null before, and when a stop was faster.
 extern std::atomic<std::shared_ptr<IMbnInterfaceManager>>& interfaceManager;
-/// Identifier of the adapter to switch, in registry form. Written before `devicePresent` is set.
+/// Identifier of the modem to switch, in registry form. Written before `devicePresent` is set.
 extern std::wstring& interfaceId;
-/// While clear, every WWAN operation does nothing.
+/// Whether there is a modem. While clear, every WWAN operation does nothing.
 extern std::atomic<bool> devicePresent;
 /// Auto-reset event of the last switch; signalled when a requested change completes. Replaced by
 /// the next switch. Null before the first one, and after the event sink has closed it.
@@ -34,7 +35,7 @@ extern std::atomic<bool> NetworkChangedForSetRadio;
 extern std::atomic<std::shared_ptr<IMbnRadio>>& lastRadio;
 /// Held for the whole of a switch.
 extern std::mutex switchLock;
-/// Set when a switch-off finds no Ethernet. Never read: kept for whoever reads a dump.
+/// Set when a switch-off finds no cable in. Never read: kept for whoever reads a dump.
 extern std::atomic<bool> offWithoutEthernet;
 
 /// A counted reference of its own to `object` (null gives null), as the holders have it.
