@@ -92,7 +92,7 @@ std::vector<std::wstring> MakeLines(int count) {
                                      std::to_wstring(line) + L", To Get version Info Status = 1";
         const CorvaLogListener::LogData entry(kFunction, message.c_str(), Level::kInformation, now,
                                               GetCurrentThreadId());
-        lines.push_back(entry.GetLogLine() + L"\n");
+        lines.push_back(std::wstring(entry.GetLogLine()) + L"\n");
     }
     return lines;
 }

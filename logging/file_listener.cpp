@@ -2,20 +2,19 @@
 
 #include <optional>
 
+#include "logging/policy.h"
+
 namespace Orva::Shared {
-CorvaLogListenerFile::CorvaLogListenerFile(bool queuedWrites)
-    : m_queuedWrites(queuedWrites), m_file(std::make_shared<LogFile>()) {
+
+CorvaLogListenerFile::CorvaLogListenerFile(bool queuedWrites) : m_queuedWrites(queuedWrites) {
     const std::optional<ModuleNames> names = GetModuleNames();
     if (!names) {
         return;
     }
     PolicyKeys keys;
     OpenPolicyKeys(keys);
-    Initialize(names->baseName + L".log", keys);
-}
-
-void CorvaLogListenerFile::Initialize(const std::wstring& fileName, const PolicyKeys& keys) {
-    if (!m_file->Locate(fileName, keys)) {
+    m_file = std::make_shared<LogFile>(names->baseName + L".log", keys);
+    if (m_file->Path().empty()) {
         return;
     }
     const OpenedLogFile file(*m_file);
@@ -44,10 +43,10 @@ void CorvaLogListenerFile::DrainQueue() {
 }
 
 void CorvaLogListenerFile::Log(const LogData& entry) {
-    if (*m_file->Path() == L'\0') {
+    if (m_file == nullptr || m_file->Path().empty()) {
         return;
     }
-    if (m_queue != nullptr && m_queuedWrites) {
+    if (m_queue != nullptr) {
         m_queue->Append(entry);
         return;
     }

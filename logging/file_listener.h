@@ -1,11 +1,9 @@
 #pragma once
 
 #include <memory>
-#include <string>
 
 #include "logging/listener.h"
 #include "logging/log_file.h"
-#include "logging/policy.h"
 #include "logging/write_queue.h"
 
 namespace Orva::Shared {
@@ -32,12 +30,10 @@ class CorvaLogListenerFile final : public CorvaLogListener {
     void DrainQueue();
 
   private:
-    void Initialize(const std::wstring& fileName, const PolicyKeys& keys);
-
     bool m_queuedWrites;
     /// Both are shared with the queue's writer, which may come to its end after this listener.
-    std::shared_ptr<LogFile> m_file;
-    std::shared_ptr<WriteQueue> m_queue;
+    std::shared_ptr<LogFile> m_file;      ///< null when the executable has no name
+    std::shared_ptr<WriteQueue> m_queue;  ///< null when writes are not queued
 };
 
 }  // namespace Orva::Shared

@@ -18,7 +18,7 @@ constexpr unsigned kHexadecimal = 16;
 
 /// Appends at least `width` digits, with leading zeros, and what follows them.
 template <unsigned Base>
-void AppendNumber(std::wstring& line, unsigned number, std::size_t width, wchar_t after) {
+void AppendNumber(std::pmr::wstring& line, unsigned number, std::size_t width, wchar_t after) {
     wchar_t digits[kHeaderCharacters];
     wchar_t* const end = std::end(digits);
     wchar_t* digit = end;
@@ -30,7 +30,8 @@ void AppendNumber(std::wstring& line, unsigned number, std::size_t width, wchar_
     line.append(digit, end);
 }
 
-void AppendHeader(std::wstring& line, const SYSTEMTIME& time, DWORD threadId, std::wstring_view levelName) {
+void AppendHeader(std::pmr::wstring& line, const SYSTEMTIME& time, DWORD threadId,
+                  std::wstring_view levelName) {
     AppendNumber<kDecimal>(line, time.wYear, 4, L'/');
     AppendNumber<kDecimal>(line, time.wMonth, 2, L'/');
     AppendNumber<kDecimal>(line, time.wDay, 2, L' ');
@@ -44,43 +45,34 @@ void AppendHeader(std::wstring& line, const SYSTEMTIME& time, DWORD threadId, st
     line += L'|';
 }
 
-/// As the C runtime's "%S" has it in its own locale, "C": each byte is a character. One at a time: as a
-/// whole they would be copied once more first, into memory of their own.
-void AppendName(std::wstring& line, std::string_view name) {
-    for (const char character : name) {
-        line += static_cast<wchar_t>(static_cast<unsigned char>(character));
-    }
+/// As the C runtime's "%S" has it in its own locale, "C": each byte is a character.
+void AppendName(std::pmr::wstring& line, std::string_view name) {
+    const std::size_t end = line.size();
+    line.resize(end + name.size());
+    std::transform(name.begin(), name.end(), line.data() + end,
+                   [](char character) { return static_cast<unsigned char>(character); });
 }
 
 }  // namespace
 
 CorvaLogListener::LogData::LogData(const char* functionName, const wchar_t* message, int level,
-                                   const SYSTEMTIME& time, DWORD threadId)
-    : m_functionName(functionName != nullptr ? functionName : ""),
-      m_message(message != nullptr ? message : L""),
+                                   const SYSTEMTIME& time, DWORD threadId, const allocator_type& memory)
+    : m_functionName(functionName != nullptr ? functionName : "", memory),
+      m_message(message != nullptr ? message : L"", memory),
       m_level(level),
       m_time(time),
-      m_threadId(threadId) {}
+      m_threadId(threadId),
+      m_line(memory) {}
 
-void CorvaLogListener::LogData::Assign(std::string_view functionName, std::wstring_view message, int level,
-                                       const SYSTEMTIME& time, DWORD threadId) {
-    m_functionName.Assign(functionName);
-    m_message.Assign(message);
-    m_level = level;
-    m_time = time;
-    m_threadId = threadId;
-    m_levelName = {};
-    m_line.clear();
-}
+CorvaLogListener::LogData::LogData(const LogData& other, const allocator_type& memory)
+    : m_functionName(other.m_functionName, memory),
+      m_message(other.m_message, memory),
+      m_level(other.m_level),
+      m_time(other.m_time),
+      m_threadId(other.m_threadId),
+      m_line(other.m_line, memory) {}
 
-std::wstring_view CorvaLogListener::LogData::GetLevelName() const noexcept {
-    if (m_levelName.empty()) {
-        m_levelName = NameOfLevel(m_level);
-    }
-    return m_levelName;
-}
-
-const std::wstring& CorvaLogListener::LogData::GetLogLine() const noexcept {
+std::wstring_view CorvaLogListener::LogData::GetLogLine() const noexcept {
     if (m_line.empty()) {
         BuildLine();
     }

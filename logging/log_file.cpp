@@ -3,7 +3,11 @@
 #include <shlobj.h>
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
+#include <string_view>
+
+#include "logging/log_rotation.h"
 
 namespace Orva::Shared {
 namespace {
@@ -18,14 +22,8 @@ constexpr std::uint64_t kBytesPerKilobyte = 1024;
 /// A counter in range after each check, so that checks come regularly.
 constexpr std::int32_t kCounterDivisor = 2;
 
-/// A line's time and what divides it from the thread: "2019/04/05 13:07:09.042|".
-constexpr std::size_t kHeaderCharacters = 24;
-struct HeaderMark {
-    std::size_t position;
-    wchar_t character;
-};
-constexpr HeaderMark kHeaderMarks[] = {{4, L'/'},  {7, L'/'},  {10, L' '}, {13, L':'},
-                                       {16, L':'}, {19, L'.'}, {23, L'|'}};
+/// How a line begins: its time, with any characters for the digits, and what divides it from the thread.
+constexpr std::wstring_view kHeader = L"0000/00/00 00:00:00.000|";
 
 /// The mutex's name says which file it guards, for every process of the machine: the path without
 /// its drive, with dots for the backslashes that a name may not have.
@@ -38,38 +36,33 @@ std::wstring MutexName(std::wstring path) {
     return kMutexPrefix + path;
 }
 
-}  // namespace
-
-bool LogFile::Locate(const std::wstring& fileName, const PolicyKeys& keys) {
-    m_path.front() = L'\0';
-    if (m_maxLogSize == kNotReadYet) {
-        m_maxLogSize = ReadMaxLogSize(keys);
-    }
-    // One above the limit: the first write looks at the size.
-    m_writeCounter = static_cast<std::int32_t>(static_cast<std::uint32_t>(WritesPerCheck()) + 1);
-    const bool hasPlace = BuildPath(fileName);
-    MakeMutex(fileName);
-    return hasPlace;
-}
-
-bool LogFile::BuildPath(const std::wstring& fileName) {
-    LogPath folder{};
+/// Makes the log's directory and says where in it the file is; nothing when there is no place.
+std::wstring MakePath(const std::wstring& fileName) {
+    std::array<wchar_t, MAX_PATH> folder{};
     if (FAILED(SHGetFolderPathW(nullptr, CSIDL_APPDATA | CSIDL_FLAG_CREATE, nullptr, SHGFP_TYPE_CURRENT,
                                 folder.data()))) {
-        return false;
+        return {};
     }
-    const LogPath directory = MakeLogPath(L"%s%s", folder.data(), kLogDirectory);
-    if (CreateDirectoryW(directory.data(), nullptr) == FALSE && GetLastError() != ERROR_ALREADY_EXISTS) {
-        return false;
+    const std::wstring directory = CutPath(folder.data() + std::wstring(kLogDirectory));
+    if (CreateDirectoryW(directory.c_str(), nullptr) == FALSE && GetLastError() != ERROR_ALREADY_EXISTS) {
+        return {};
     }
-    m_path = MakeLogPath(L"%s\\%s", directory.data(), fileName.c_str());
-    return true;
+    return CutPath(directory + L"\\" + fileName);
 }
 
-void LogFile::MakeMutex(const std::wstring& fileName) {
-    const std::wstring name = MutexName(m_path.front() != L'\0' ? m_path.data() : fileName);
-    m_mutex.Reset(CreateMutexW(nullptr, FALSE, name.c_str()));
+/// A number that has run over wraps.
+std::int32_t OneMore(std::int32_t counter) noexcept {
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(counter) + 1);
 }
+
+}  // namespace
+
+LogFile::LogFile(const std::wstring& fileName, const PolicyKeys& keys)
+    : m_maxLogSize(ReadMaxLogSize(keys)),
+      // One above the limit: the first write looks at the size.
+      m_writeCounter(OneMore(WritesPerCheck())),
+      m_path(MakePath(fileName)),
+      m_mutex(CreateMutexW(nullptr, FALSE, MutexName(m_path.empty() ? fileName : m_path).c_str())) {}
 
 bool LogFile::LockAndOpen() {
     if (!m_mutex || !Acquire()) {
@@ -96,7 +89,7 @@ bool LogFile::Acquire() const {
 
 bool LogFile::Open() {
     m_stream.reset();
-    m_stream.reset(_wfopen(m_path.data(), kOpenMode));
+    m_stream.reset(_wfopen(m_path.c_str(), kOpenMode));
     return m_stream != nullptr;
 }
 
@@ -116,27 +109,26 @@ void LogFile::Flush() {
 }
 
 bool LogFile::CheckLogHeader() {
-    std::array<wchar_t, kHeaderCharacters> header{};
+    std::array<wchar_t, kHeader.size()> header{};
     if (std::fread(header.data(), sizeof(wchar_t), header.size(), m_stream.get()) == 0) {
         return std::feof(m_stream.get()) != 0;
     }
-    return std::all_of(std::begin(kHeaderMarks), std::end(kHeaderMarks),
-                       [&](const HeaderMark& mark) { return header[mark.position] == mark.character; });
+    return std::equal(kHeader.begin(), kHeader.end(), header.begin(),
+                      [](wchar_t expected, wchar_t found) { return expected == L'0' || expected == found; });
 }
 
 bool LogFile::RotateLogFile(Rotation rotation) {
     WIN32_FILE_ATTRIBUTE_DATA attributes{};
-    if (GetFileAttributesExW(m_path.data(), GetFileExInfoStandard, &attributes) == FALSE) {
+    if (GetFileAttributesExW(m_path.c_str(), GetFileExInfoStandard, &attributes) == FALSE) {
         return false;
     }
     if (rotation != Rotation::kForced && !IsTooLarge(attributes)) {
         return false;
     }
-    const RotatedFileNames names(m_path.data());
-    ShiftNumberedFiles(names);
+    const std::wstring newest = ShiftNumberedFiles(m_path);
     const bool wasOpen = m_stream != nullptr;
     m_stream.reset();
-    MoveFileW(m_path.data(), names.Numbered(kNewestNumber).data());
+    MoveFileW(m_path.c_str(), newest.c_str());
     if (wasOpen) {
         static_cast<void>(Open());
     }
@@ -155,14 +147,11 @@ std::int32_t LogFile::WritesPerCheck() const noexcept {
 
 void LogFile::CheckSize() {
     const std::int32_t before = m_writeCounter;
-    // Counted without a sign, which may run over.
-    m_writeCounter = static_cast<std::int32_t>(static_cast<std::uint32_t>(before) + 1);
-    if (before > WritesPerCheck()) {
-        if (!RotateLogFile(Rotation::kWhenLarge)) {
-            // Halved, never set to zero, even when the file was rotated: looks come after every
-            // half of those writes.
-            m_writeCounter /= kCounterDivisor;
-        }
+    m_writeCounter = OneMore(before);
+    if (before > WritesPerCheck() && !RotateLogFile(Rotation::kWhenLarge)) {
+        // Halved, never set to zero, even when the file was rotated: looks come after every
+        // half of those writes.
+        m_writeCounter /= kCounterDivisor;
     }
 }
 
@@ -174,7 +163,7 @@ void LogFile::WriteEntry(const CorvaLogListener::LogData& entry) {
     if (m_stream == nullptr) {
         return;
     }
-    const std::wstring& line = entry.GetLogLine();
+    const std::wstring_view line = entry.GetLogLine();
     static_cast<void>(std::fwrite(line.data(), sizeof(wchar_t), line.size(), m_stream.get()));
     static_cast<void>(std::fputwc(L'\n', m_stream.get()));
 }

@@ -8,7 +8,6 @@
 #include <string>
 
 #include "logging/log_data.h"
-#include "logging/log_rotation.h"
 #include "logging/policy.h"
 #include "platform/handles.h"
 
@@ -26,17 +25,15 @@ class LogFile {
         kForced,
     };
 
-    LogFile() = default;
+    /// Reads the size limit and finds out where the file is and what its mutex is called; makes
+    /// the log's directory.
+    LogFile(const std::wstring& fileName, const PolicyKeys& keys);
     LogFile(const LogFile&) = delete;
     LogFile& operator=(const LogFile&) = delete;
     ~LogFile() = default;
 
-    /// Reads the size limit and finds out where the file is and what its mutex is called; makes
-    /// the log's directory. False, and no path, when there is no place for the file.
-    [[nodiscard]] bool Locate(const std::wstring& fileName, const PolicyKeys& keys);
-
-    /// An empty path means that nothing is written.
-    [[nodiscard]] const wchar_t* Path() const noexcept { return m_path.data(); }
+    /// Empty when there is no place for the file: nothing is written then.
+    [[nodiscard]] const std::wstring& Path() const noexcept { return m_path; }
 
     /// Waits for the mutex without limit and opens the file. False when either cannot be had. A mutex
     /// that was had is then released once, and so is free again unless the wait was an abandoned one.
@@ -66,20 +63,16 @@ class LogFile {
     };
     using UniqueStream = std::unique_ptr<std::FILE, StreamCloser>;
 
-    static constexpr std::uint32_t kNotReadYet = 0xffffffff;
-
-    [[nodiscard]] bool BuildPath(const std::wstring& fileName);
-    void MakeMutex(const std::wstring& fileName);
     [[nodiscard]] bool Acquire() const;
     [[nodiscard]] bool Open();
     [[nodiscard]] bool IsTooLarge(const WIN32_FILE_ATTRIBUTE_DATA& attributes) const noexcept;
     [[nodiscard]] std::int32_t WritesPerCheck() const noexcept;
     void CheckSize();
 
-    LogPath m_path{};
-    std::uint32_t m_maxLogSize = kNotReadYet;  ///< in kilobytes
-    std::int32_t m_writeCounter = 0;           ///< writes since a size check, more or less
-    UniqueStream m_stream;                     ///< open only while the mutex is held
+    std::uint32_t m_maxLogSize;   ///< in kilobytes
+    std::int32_t m_writeCounter;  ///< writes since a size check, more or less
+    std::wstring m_path;
+    UniqueStream m_stream;  ///< open only while the mutex is held
     Platform::UniqueHandle m_mutex;
 };
 

@@ -13,8 +13,7 @@ using Orva::Shared::LogScopeTimer;
 LogScope::~LogScope() {
     try {
         if (m_writesExitLine) {
-            GetLogger().WriteText(Orva::Shared::Level::kTraceOut, m_functionName,
-                                  m_hasExitText ? m_exitText : L"");
+            Write(Orva::Shared::Level::kTraceOut, m_hasExitText ? L"%s" : nullptr, m_exitText);
         }
         if (m_timer != nullptr) {
             m_timer->End();

@@ -6,7 +6,7 @@
 #include <type_traits>
 
 #include "logging/listener.h"
-#include "logging/timing_statistics.h"
+#include "logging/scope_timer.h"
 
 namespace Orva::Shared {
 
@@ -40,9 +40,6 @@ class CorvaLogger {
         }
     }
 
-    /// Writes one entry whose message is ready (terminated; 511 characters at most).
-    void WriteText(int level, const char* functionName, const wchar_t* message);
-
     /// Deletes the listeners, one after the other. A file listener drains its queue first, with what comes
     /// while its writer works. Entries that come later go nowhere. Other threads may write at any time:
     /// while one of them is on its way through the listeners, those that it may have looked up stay, to
@@ -57,8 +54,6 @@ class CorvaLogger {
     [[nodiscard]] const CorvaLogListener* PrimaryFileListener() const noexcept {
         return m_primaryFileListener;
     }
-    [[nodiscard]] int MinLevel() const noexcept { return m_minLevel; }
-    [[nodiscard]] int MaxLevel() const noexcept { return m_maxLevel; }
 
   private:
     template <class T>
@@ -67,7 +62,7 @@ class CorvaLogger {
         std::is_enum_v<std::decay_t<T>>;
 
     void WriteFormatted(int level, const char* functionName, const wchar_t* format, ...);
-    void Dispatch(int level, const char* functionName, const wchar_t* message);
+    void Dispatch(const CorvaLogListener::LogData& entry);
 
     std::array<std::atomic<CorvaLogListener*>, kMostListeners> m_listeners{};
     int m_listenerCount = 0;

@@ -40,7 +40,7 @@ void CorvaLogListenerEvent::Log(const LogData& entry) {
     if (entry.GetLevel() < MinLogLevel() || entry.GetLevel() > Level::kError) {
         return;
     }
-    const wchar_t* text = entry.GetLogLine().c_str();
+    const wchar_t* text = entry.GetLogLine().data();
     ReportEventW(m_source.Get(), EventType(entry.GetLevel()), 0, static_cast<DWORD>(entry.GetLevel()),
                  nullptr, 1, 0, &text, nullptr);
 }

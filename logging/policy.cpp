@@ -1,13 +1,14 @@
 #include "logging/policy.h"
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <cwctype>
+#include <utility>
 #include <vector>
 
 #include "logging/level.h"
 #include "logging/listener.h"
+#include "platform/executable_path.h"
 
 namespace Orva::Shared {
 namespace {
@@ -26,22 +27,18 @@ constexpr DWORD kLoggingTypeBytes = 128;
 constexpr std::size_t kModuleNameCharacters = 520;
 constexpr std::uint32_t kDefaultMaxLogSizeKilobytes = 2048;
 
-struct SelectionWord {
-    const wchar_t* word;
-    int bit;
-};
-constexpr SelectionWord kSelectionWords[] = {
+constexpr std::pair<const wchar_t*, int> kSelectionWords[] = {
     {L"EVENT", ListenerType::kEvent},
     {L"FILE", ListenerType::kFile},
     {L"CONSOLE", ListenerType::kConsole},
     {L"DEBUG", ListenerType::kDebug},
 };
 
-/// The file name of this process's executable, cut to so many characters, its end included.
-std::wstring ModuleFileName(std::size_t characters) {
-    std::wstring path(characters, L'\0');
-    GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(characters));
-    return path.substr(0, std::min(path.find(L'\0'), characters - 1));
+/// The path of this process's executable, cut to so many characters, its end included.
+std::wstring ExecutablePath(std::size_t characters) {
+    std::vector<wchar_t> path(characters);
+    static_cast<void>(Platform::GetExecutablePath(path));
+    return path.data();
 }
 
 /// One text of a version resource; nothing when it is not there or has no characters.
@@ -67,6 +64,16 @@ bool QueryValue(const UniqueRegistryKey& key, const wchar_t* name, void* buffer,
            (onlyType == REG_NONE || type == onlyType);
 }
 
+/// A text of at most so many bytes. It may have been written without a terminator.
+std::optional<std::wstring> QueryText(const UniqueRegistryKey& key, const wchar_t* name, DWORD bytes,
+                                      DWORD onlyType = REG_NONE) {
+    std::vector<wchar_t> text(bytes / sizeof(wchar_t) + 1);
+    if (!QueryValue(key, name, text.data(), bytes, onlyType)) {
+        return std::nullopt;
+    }
+    return text.data();
+}
+
 std::optional<std::uint32_t> QueryNumber(const UniqueRegistryKey& key, const wchar_t* name) {
     std::uint32_t number = 0;
     return QueryValue(key, name, &number, sizeof(number)) ? std::optional(number) : std::nullopt;
@@ -80,15 +87,12 @@ auto FirstOf(const PolicyKeys& keys, Read read) {
 }
 
 int ReadLevel(const PolicyKeys& keys, const wchar_t* name, int otherwise) {
-    const auto read = [name](const UniqueRegistryKey& key) -> std::optional<int> {
-        // It may have been written without a terminator.
-        std::array<wchar_t, kLevelNameBytes / sizeof(wchar_t) + 1> text{};
-        if (!QueryValue(key, name, text.data(), kLevelNameBytes, REG_SZ) || text.front() == L'\0') {
-            return std::nullopt;
-        }
-        return LevelFromName(text.data());
+    const auto read = [name](const UniqueRegistryKey& key) {
+        std::optional<std::wstring> text = QueryText(key, name, kLevelNameBytes, REG_SZ);
+        return text == L"" ? std::nullopt : text;
     };
-    return FirstOf(keys, read).value_or(otherwise);
+    const std::optional<std::wstring> found = FirstOf(keys, read);
+    return found ? LevelFromName(found->c_str()) : otherwise;
 }
 
 std::wstring ToUpper(std::wstring text) {
@@ -121,7 +125,7 @@ std::wstring GetProductName(const wchar_t* executablePath) {
 
 std::optional<ModuleNames> GetModuleNames() {
     ModuleNames names;
-    names.path = ModuleFileName(kModuleNameCharacters);
+    names.path = ExecutablePath(kModuleNameCharacters);
     const std::size_t dot = names.path.rfind(L'.');
     if (dot == std::wstring::npos) {
         return std::nullopt;
@@ -138,7 +142,7 @@ std::optional<ModuleNames> GetModuleNames() {
 void OpenPolicyKeys(PolicyKeys& keys) {
     keys.product.Reset();
     keys.executable.Reset();
-    const std::wstring product = GetProductName(ModuleFileName(MAX_PATH).c_str());
+    const std::wstring product = GetProductName(ExecutablePath(MAX_PATH).c_str());
     if (product.empty()) {
         return;
     }
@@ -172,19 +176,15 @@ bool ReadQueuedWrites(const PolicyKeys& keys, bool otherwise) {
 
 int ReadOutputSelection(const PolicyKeys& keys) {
     // An empty text of the executable hides the product's.
-    const auto read = [](const UniqueRegistryKey& key) -> std::optional<std::wstring> {
-        std::array<wchar_t, kLoggingTypeBytes / sizeof(wchar_t) + 1> text{};
-        if (!QueryValue(key, kLoggingType, text.data(), kLoggingTypeBytes)) {
-            return std::nullopt;
-        }
-        return text.data();
+    const auto read = [](const UniqueRegistryKey& key) {
+        return QueryText(key, kLoggingType, kLoggingTypeBytes);
     };
     const std::wstring wanted = ToUpper(FirstOf(keys, read).value_or(L""));
     int selection = 0;
-    for (const SelectionWord& known : kSelectionWords) {
+    for (const auto& [word, bit] : kSelectionWords) {
         // Anywhere in the text: how the words are divided does not matter.
-        if (wanted.find(known.word) != std::wstring::npos) {
-            selection |= known.bit;
+        if (wanted.find(word) != std::wstring::npos) {
+            selection |= bit;
         }
     }
     return selection != 0 ? selection : ListenerType::kQueuedFile;

@@ -1,6 +1,12 @@
 #include "logging/scope_timer.h"
 
+#include <windows.h>
 #include <realtimeapiset.h>
+
+#include <algorithm>
+#include <mutex>
+
+#include "logging/logger.h"
 
 namespace Orva::Shared {
 namespace {
@@ -18,6 +24,26 @@ std::uint64_t UnbiasedInterruptTime() noexcept {
 }
 
 }  // namespace
+
+void TimingStatistics::Add(const char* functionName, double elapsedMilliseconds) {
+    const std::string name(functionName != nullptr ? functionName : "");
+    const std::lock_guard lock(m_lock);
+    Record& record = m_records[name];
+    record.totalMilliseconds += elapsedMilliseconds;
+    ++record.count;
+    m_longestName = std::max(m_longestName, static_cast<std::uint32_t>(name.size()));
+}
+
+TimingStatistics::Record TimingStatistics::Find(const std::string& functionName) const {
+    const std::lock_guard lock(m_lock);
+    const auto found = m_records.find(functionName);
+    return found == m_records.end() ? Record{} : found->second;
+}
+
+std::uint32_t TimingStatistics::LongestName() const {
+    const std::lock_guard lock(m_lock);
+    return m_longestName;
+}
 
 LogScopeTimer::LogScopeTimer(CorvaLogger& logger, const char* functionName) noexcept
     : m_logger(logger), m_start(UnbiasedInterruptTime()), m_functionName(functionName) {}

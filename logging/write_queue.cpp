@@ -15,11 +15,14 @@ constexpr DWORD kTearDownWaitMilliseconds = 500;
 }  // namespace
 
 void WriteQueue::Append(const CorvaLogListener::LogData& entry) {
-    const CriticalSectionLock lock(m_lock);
+    const std::lock_guard lock(m_lock);
     if (m_isTornDown) {
         return;
     }
-    m_entries.Append(entry);
+    if (m_entries == nullptr) {
+        m_entries = std::make_unique<Entries>();
+    }
+    m_entries->list.push_back(entry);
     if (!m_writerIsActive) {
         m_writer.Reset();
         StartWriter();
@@ -45,41 +48,42 @@ unsigned __stdcall WriteQueue::WriterThread(void* queue) {
 
 void WriteQueue::Drain() {
     const OpenedLogFile file(*m_file);
-    if (file && WriteAll(*file)) {
-        return;
+    try {
+        if (file) {
+            while (TakeEntries()) {
+                WriteTaken(*file);
+            }
+            return;
+        }
+    } catch (const std::bad_alloc&) {
     }
-    // What is queued waits for the next append, which starts another writer.
-    const CriticalSectionLock lock(m_lock);
+    // Without the file, or short of memory, what is queued waits for the next append, which starts another
+    // writer.
+    const std::lock_guard lock(m_lock);
     m_writerIsActive = false;
 }
 
-/// Writes until the queue is empty. False when memory ran short.
-bool WriteQueue::WriteAll(LogFile& file) {
-    try {
-        CorvaLogListener::LogData entry(nullptr, nullptr, Level::kNever, SYSTEMTIME{}, 0);
-        while (TakeEntries()) {
-            while (!m_taken.IsEmpty() && !m_isTornDown) {
-                m_taken.TakeFirst(entry);
-                file.WriteEntry(entry);
-            }
-            file.Flush();
-            m_writerHasEntries = false;
-        }
-        return true;
-    } catch (const std::bad_alloc&) {
-        return false;
+void WriteQueue::WriteTaken(LogFile& file) {
+    // The copy's line needs no memory of the queue's, and one copy's memory serves all.
+    CorvaLogListener::LogData entry(nullptr, nullptr, Level::kNever, {}, 0);
+    for (auto& list = m_taken->list; !list.empty() && !m_isTornDown; list.pop_front()) {
+        entry = list.front();
+        file.WriteEntry(entry);
     }
+    file.Flush();
+    m_writerHasEntries = false;
+    m_taken.reset();
 }
 
 /// Takes what is queued, all at once, so that writer and callers seldom meet at the lock; first comes what
 /// a writer short of memory left. False, with the writer marked as ended, when there is nothing: whoever
 /// appends next starts another one.
 bool WriteQueue::TakeEntries() {
-    const CriticalSectionLock lock(m_lock);
-    if (m_taken.IsEmpty()) {
-        std::swap(m_taken, m_entries);
+    const std::lock_guard lock(m_lock);
+    if (m_taken == nullptr) {
+        m_taken = std::move(m_entries);
     }
-    if (m_taken.IsEmpty() || m_isTornDown) {
+    if (m_taken == nullptr || m_isTornDown) {
         m_writerIsActive = false;
         return false;
     }
@@ -88,32 +92,31 @@ bool WriteQueue::TakeEntries() {
 }
 
 void WriteQueue::TearDown() {
-    const CriticalSectionLock lock(m_lock);
+    std::unique_lock lock(m_lock);
     if (m_isTornDown) {
         return;
     }
+    const auto entriesRemain = [this] { return m_entries != nullptr || m_writerHasEntries; };
     if (m_writerIsActive) {
-        for (int round = 0; round < kMostTearDownRounds && EntriesRemain() && m_writer; ++round) {
+        for (int round = 0; round < kMostTearDownRounds && entriesRemain() && m_writer; ++round) {
             Sleep(kTearDownPauseMilliseconds);
-            if (WaitForWriter() != WAIT_TIMEOUT || !m_writerIsActive) {
+            if (WaitForWriter(lock) != WAIT_TIMEOUT || !m_writerIsActive) {
                 break;
             }
         }
     }
     m_isTornDown = true;
-    m_entries.Clear();
+    m_entries.reset();
     m_writer.Reset();
 }
 
-/// Waits outside of the lock, which the caller holds. The handle is taken out meanwhile: an append that
-/// finds this writer ended closes the handle that it finds, and starts another one.
-DWORD WriteQueue::WaitForWriter() {
+/// Waits outside of the lock. The handle is taken out meanwhile: an append that finds this writer ended
+/// closes the handle that it finds, and starts another one.
+DWORD WriteQueue::WaitForWriter(std::unique_lock<CriticalSection>& lock) {
     Platform::UniqueHandle writer = std::move(m_writer);
-    DWORD result = WAIT_FAILED;
-    {
-        const CriticalSectionGap gap(m_lock);
-        result = WaitForSingleObject(writer.Get(), kTearDownWaitMilliseconds);
-    }
+    lock.unlock();
+    const DWORD result = WaitForSingleObject(writer.Get(), kTearDownWaitMilliseconds);
+    lock.lock();
     if (!m_writer) {
         m_writer = std::move(writer);
     }

@@ -28,7 +28,8 @@ long long AllocationsSoFar() {
 
 }  // namespace LoggingTests
 
-// The C++ heap of this executable. The other forms of these operators come down to these two.
+// The C++ heap of this executable. The other forms of these operators come down to these; nothing here asks
+// for more than malloc's own alignment.
 void* operator new(std::size_t bytes) {
     ++allocations;
     void* const block = bytes < refusedFrom ? std::malloc(bytes != 0 ? bytes : 1) : nullptr;
@@ -38,10 +39,22 @@ void* operator new(std::size_t bytes) {
     return block;
 }
 
+void* operator new(std::size_t bytes, std::align_val_t /*alignment*/) {
+    return operator new(bytes);
+}
+
 void operator delete(void* block) noexcept {
     std::free(block);
 }
 
 void operator delete(void* block, std::size_t) noexcept {
+    std::free(block);
+}
+
+void operator delete(void* block, std::align_val_t /*alignment*/) noexcept {
+    std::free(block);
+}
+
+void operator delete(void* block, std::size_t, std::align_val_t /*alignment*/) noexcept {
     std::free(block);
 }

@@ -3,16 +3,13 @@
 #include <gmock/gmock.h>
 
 #include <atomic>
-#include <cerrno>
 #include <memory>
 #include <thread>
 #include <vector>
 
 #include "logging/logger.h"
-#include "tests/logging/held_mutex.h"
-#include "tests/logging/log_directory.h"
 #include "tests/logging/log_entries.h"
-#include "tests/logging/policy_keys.h"
+#include "tests/logging/log_test.h"
 #include "tests/support/ledger.h"
 #include "tests/support/scoped_import.h"
 #include "tests/support/skip_unless_imported.h"
@@ -34,10 +31,46 @@ using testing::IsEmpty;
 constexpr bool kQueued = true;
 constexpr bool kSynchronous = false;
 
-class FileListenerTest : public testing::Test {
-  protected:
-    [[nodiscard]] bool MutexIsFree() const { return LoggingTests::MutexIsFree(m_appData.Log()); }
+// --- With and without a queue -----------------------------------------------------------------
 
+class WrittenFile : public LogTest, public testing::WithParamInterface<bool> {};
+
+TEST_P(WrittenFile, IsInUtf8WithMarkAndWindowsLineEnds) {
+    {
+        CorvaLogListenerFile listener(GetParam());
+        listener.Log(Entry(L"one \x00e4\x20ac\xd83d\xde00", Level::kInformation, "A::B"));
+        listener.Log(Entry(L"a\nb", Level::kError, "A::B"));
+        listener.Log(Entry(L"", Level::kTraceOut, "A::B"));
+    }
+    WaitForWriter();
+    EXPECT_EQ(ReadBytes(m_appData.Log()),
+              "\xEF\xBB\xBF"
+              "2019/04/05 13:07:09.042|00001A2C|Information|A::B|one \xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\r\n"
+              "2019/04/05 13:07:09.042|00001A2C|Error      |A::B|a\r\nb\r\n"
+              "2019/04/05 13:07:09.042|00001A2C|TraceOut   |A::B|\r\n");
+}
+
+TEST_P(WrittenFile, HasTheWholeLinesOfManyThreads) {
+    constexpr int kLines = 200;
+    {
+        CorvaLogListener* const listener = new CorvaLogListenerFile(GetParam());
+        CorvaLogger logger(&listener, 1);
+        LogOnManyThreads(logger, kLines);
+        EXPECT_TRUE(HasLines(4U * kLines));
+    }
+    ExpectLinesOfManyThreads(Messages(), kLines);
+}
+
+TEST_P(WrittenFile, CostsNothingThatIsNotGivenBack) {
+    const Rig::Ledger ledger;
+    { CorvaLogListenerFile(GetParam()).Log(Entry(L"one")); }
+    EXPECT_TRUE(ledger.Balanced(std::chrono::seconds(10)));
+}
+
+INSTANTIATE_TEST_SUITE_P(Queued, WrittenFile, testing::Bool());
+
+class FileListenerTest : public LogTest {
+  protected:
     /// Begins with a file of these bytes, logs one line and says whether the file was kept.
     [[nodiscard]] bool IsKept(std::string_view bytes) {
         m_appData.MakeLogDirectory();
@@ -45,48 +78,14 @@ class FileListenerTest : public testing::Test {
         { CorvaLogListenerFile(kSynchronous).Log(Entry(L"new")); }
         if (Exists(m_appData.Log(1))) {
             EXPECT_EQ(ReadBytes(m_appData.Log(1)), bytes);
-            EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("new"));
+            EXPECT_THAT(Messages(), ElementsAre("new"));
             DeleteFileW(m_appData.Log(1).c_str());
             return false;
         }
         EXPECT_EQ(ReadBytes(m_appData.Log()).substr(0, bytes.size()), bytes);
         return true;
     }
-
-    Policies m_policies;
-    AppData m_appData;
 };
-
-TEST_F(FileListenerTest, WritesAFreshFileInUtf8WithMarkAndWindowsLineEnds) {
-    CorvaLogListenerFile listener(kSynchronous);
-    listener.Log(Entry(L"one \x00e4\x20ac\xd83d\xde00", Level::kInformation, "A::B"));
-    listener.Log(Entry(L"", Level::kTraceOut, "A::B"));
-    EXPECT_EQ(ReadBytes(m_appData.Log()),
-              "\xEF\xBB\xBF"
-              "2019/04/05 13:07:09.042|00001A2C|Information|A::B|one \xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\r\n"
-              "2019/04/05 13:07:09.042|00001A2C|TraceOut   |A::B|\r\n");
-}
-
-TEST_F(FileListenerTest, StoresALineEndInsideAMessageAsWindowsDoes) {
-    CorvaLogListenerFile listener(kSynchronous);
-    listener.Log(Entry(L"a\nb", Level::kError, "A::B"));
-    EXPECT_THAT(ReadBytes(m_appData.Log()), testing::EndsWith("|A::B|a\r\nb\r\n"));
-}
-
-TEST_F(FileListenerTest, WritesBelowTheRoamingApplicationData) {
-    const CorvaLogListenerFile listener(kSynchronous);
-    EXPECT_EQ(m_appData.AskedFor(), 0x801A);
-    EXPECT_EQ(m_appData.AskedWithToken(), nullptr);
-    EXPECT_EQ(m_appData.AskedForType(), 0U);
-    EXPECT_THAT(m_appData.Names(), ElementsAre(L"logging_tests.log"));
-}
-
-TEST_F(FileListenerTest, AppendsToTheFileOfAnEarlierRun) {
-    { CorvaLogListenerFile(kSynchronous).Log(Entry(L"one")); }
-    { CorvaLogListenerFile(kSynchronous).Log(Entry(L"two")); }
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one", "two"));
-    EXPECT_THAT(m_appData.Names(), ElementsAre(L"logging_tests.log"));
-}
 
 TEST_F(FileListenerTest, HoldsNeitherFileNorMutexBetweenWrites) {
     CorvaLogListenerFile listener(kSynchronous);
@@ -95,13 +94,7 @@ TEST_F(FileListenerTest, HoldsNeitherFileNorMutexBetweenWrites) {
     EXPECT_TRUE(MutexIsFree());
     EXPECT_NE(DeleteFileW(m_appData.Log().c_str()), FALSE);
     listener.Log(Entry(L"two"));
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("two"));
-}
-
-TEST_F(FileListenerTest, GivesEverythingBack) {
-    const Rig::Ledger ledger;
-    CorvaLogListenerFile listener(kSynchronous);
-    listener.Log(Entry(L"one"));
+    EXPECT_THAT(Messages(), ElementsAre("two"));
 }
 
 // --- The file that is found -------------------------------------------------------------------
@@ -145,105 +138,67 @@ TEST_F(FileListenerTest, GoesOnInAFileThatCannotBeMovedAside) {
     EXPECT_THAT(ReadBytes(m_appData.Log()), testing::EndsWith("|new\r\n"));
 }
 
-TEST_F(FileListenerTest, WritesNothingWhereADirectoryHasItsName) {
-    m_appData.MakeLogDirectory();
-    CreateDirectoryW(m_appData.Log().c_str(), nullptr);
-    const Rig::Ledger ledger;
-    CorvaLogListenerFile listener(kQueued);
-    listener.Log(Entry(L"one"));
-    EXPECT_TRUE(MutexIsFree());
-    EXPECT_THAT(m_appData.Names(), ElementsAre(L"logging_tests.log"));
+/// Another program's, which lets nobody else open it.
+Platform::UniqueHandle OpenAlone(const std::wstring& path) {
+    Platform::UniqueHandle file(
+        CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, 0, nullptr));
+    EXPECT_NE(file.Get(), INVALID_HANDLE_VALUE);
+    return file;
 }
-
-TEST_F(FileListenerTest, ReadOnlyFileCostsLinesOnly) {
-    SKIP_UNLESS_IMPORTED(_wfopen);
-    // Refused whoever asks, as on Windows: under Wine root may write to it.
-    const ScopedImport<&::_wfopen> open{[&](const wchar_t* path, const wchar_t* mode) -> FILE* {
-        if ((GetFileAttributesW(path) & FILE_ATTRIBUTE_READONLY) != 0) {
-            errno = EACCES;
-            return nullptr;
-        }
-        return open.Original(path, mode);
-    }};
-    m_appData.MakeLogDirectory();
-    WriteBytes(m_appData.Log(), kLogLine);
-    SetFileAttributesW(m_appData.Log().c_str(), FILE_ATTRIBUTE_READONLY);
-    CorvaLogListenerFile listener(kSynchronous);
-    listener.Log(Entry(L"lost"));
-    EXPECT_EQ(open.Calls(), 2);
-    EXPECT_TRUE(MutexIsFree());
-    EXPECT_EQ(ReadBytes(m_appData.Log()), kLogLine);
-    SetFileAttributesW(m_appData.Log().c_str(), FILE_ATTRIBUTE_NORMAL);
-    listener.Log(Entry(L"one"));
-    EXPECT_THAT(ReadBytes(m_appData.Log()), testing::StartsWith(kLogLine));
-    EXPECT_THAT(ReadBytes(m_appData.Log()), testing::EndsWith("|one\r\n"));
-}
-
-class LockedFile {
-  public:
-    explicit LockedFile(const std::wstring& path)
-        : m_file(
-              CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, 0, nullptr)) {
-        EXPECT_NE(m_file, INVALID_HANDLE_VALUE);
-    }
-    LockedFile(const LockedFile&) = delete;
-    LockedFile& operator=(const LockedFile&) = delete;
-    ~LockedFile() { CloseHandle(m_file); }
-
-  private:
-    HANDLE m_file;
-};
 
 TEST_F(FileListenerTest, DropsLinesWhileAnotherProgramLocksTheFile) {
     CorvaLogListenerFile listener(kSynchronous);
     listener.Log(Entry(L"one"));
     {
-        const LockedFile locked(m_appData.Log());
+        const Platform::UniqueHandle locked = OpenAlone(m_appData.Log());
         listener.Log(Entry(L"two"));
         EXPECT_TRUE(MutexIsFree());
     }
     listener.Log(Entry(L"three"));
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one", "three"));
+    EXPECT_THAT(Messages(), ElementsAre("one", "three"));
 }
 
 TEST_F(FileListenerTest, WithoutAQueueWhenTheFileIsLockedAtFirst) {
     m_policies.OfExecutable(L"QueuedWrites", RegistryNumber(0));
     m_appData.MakeLogDirectory();
-    std::unique_ptr<CorvaLogListenerFile> listener;
-    {
-        const LockedFile locked(m_appData.Log());
-        listener = std::make_unique<CorvaLogListenerFile>(kQueued);
-        // Policy was not read: the setting is the one made at creation.
-        EXPECT_EQ(listener->GetType(), ListenerType::kQueuedFile);
-        listener->Log(Entry(L"lost"));
-    }
-    // Written at once, on this thread.
-    listener->Log(Entry(L"one"));
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one"));
+    Platform::UniqueHandle locked = OpenAlone(m_appData.Log());
+    CorvaLogListenerFile listener(kQueued);
+    EXPECT_TRUE(MutexIsFree());
+    // Policy was not read: the setting is the one made at creation.
+    EXPECT_EQ(listener.GetType(), ListenerType::kQueuedFile);
+    listener.Log(Entry(L"lost"));
+    EXPECT_TRUE(MutexIsFree());
+    locked.Reset();
+    const CountedCalls<&::_beginthreadex> threads;
+    listener.Log(Entry(L"one"));
+    EXPECT_THAT(Messages(), ElementsAre("one"));
+    EXPECT_EQ(threads.Calls(), 0) << "written on this thread";
 }
 
-TEST_F(FileListenerTest, WithoutAQueueWhenTheFileCannotBeOpenedAtFirst) {
-    SKIP_UNLESS_IMPORTED(_wfopen);
-    std::unique_ptr<CorvaLogListenerFile> listener;
+TEST_F(FileListenerTest, FullDiskCostsLinesOnly) {
+    SKIP_UNLESS_IMPORTED(fwrite);
+    CorvaLogListenerFile listener(kSynchronous);
+    listener.Log(Entry(L"one"));
     {
-        const ScopedImport<&::_wfopen> fails{[](auto...) -> FILE* { return nullptr; }};
-        listener = std::make_unique<CorvaLogListenerFile>(kQueued);
-        EXPECT_TRUE(Exists(m_appData.LogDirectory()));
+        // Characters go into the stream's buffer; what cannot be stored shows when it is flushed.
+        const ScopedResult<&::fwrite> write{0};
+        const ScopedResult<&::fputwc> writeEnd{WEOF};
+        const ScopedResult<&::fflush> flush{EOF};
+        const ScopedImport<&::fclose> close{[&](FILE* stream) {
+            close.Original(stream);
+            return EOF;
+        }};
+        listener.Log(Entry(L"lost"));
         EXPECT_TRUE(MutexIsFree());
-        listener->Log(Entry(L"lost"));
-        listener->Log(Entry(L"lost too"));
-        EXPECT_EQ(fails.Calls(), 3) << "each line tries anew";
-        EXPECT_TRUE(MutexIsFree());
+        EXPECT_EQ(write.Calls() + writeEnd.Calls() + flush.Calls() + close.Calls(), 4);
     }
-    const CountedCalls<&::_beginthreadex> threads;
-    listener->Log(Entry(L"one"));
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one"));
-    EXPECT_EQ(threads.Calls(), 0) << "written on this thread";
+    listener.Log(Entry(L"two"));
+    EXPECT_THAT(Messages(), ElementsAre("one", "two"));
 }
 
 // --- Where the file should be -----------------------------------------------------------------
 
-/// The name that the mutex is made with, for a scope.
+/// The names that mutexes are made with, for a scope.
 class MutexNameRecorder {
   public:
     std::vector<std::wstring> names;
@@ -256,14 +211,6 @@ class MutexNameRecorder {
         return m_create.Original(security, owned, name);
     }};
 };
-
-TEST_F(FileListenerTest, MutexIsNamedAfterThePathWithoutItsDrive) {
-    const MutexNameRecorder mutex;
-    const CorvaLogListenerFile listener(kSynchronous);
-    EXPECT_THAT(mutex.names, ElementsAre(MutexNameOf(m_appData.Log())));
-    EXPECT_THAT(MutexNameOf(m_appData.Log()), testing::EndsWith(L".orvkLog.logging_tests.log"));
-    EXPECT_THAT(MutexNameOf(m_appData.Log()), testing::StartsWith(L"Global\\."));
-}
 
 /// An application-data folder that is only a name, for a scope.
 class ScopedFolder {
@@ -286,7 +233,8 @@ class ScopedFolder {
 };
 
 TEST_F(FileListenerTest, MutexNameLosesUpToTheFirstColonThatIsNotTheVeryFirstCharacter) {
-    for (const auto& [path, name] : {std::pair(L"\\\\server\\share", L"..server.share"),
+    for (const auto& [path, name] : {std::pair(L"C:\\Users\\someone", L".Users.someone"),
+                                     std::pair(L"\\\\server\\share", L"..server.share"),
                                      std::pair(L":a:b", L":a:b"), std::pair(L"ab:c:d", L"c:d")}) {
         const ScopedFolder folder(path);
         const MutexNameRecorder mutex;
@@ -295,49 +243,6 @@ TEST_F(FileListenerTest, MutexNameLosesUpToTheFirstColonThatIsNotTheVeryFirstCha
         EXPECT_THAT(mutex.names,
                     ElementsAre(L"Global\\" + (name + std::wstring(L".orvkLog.logging_tests.log"))));
     }
-}
-
-TEST_F(FileListenerTest, WithoutAFolderWritesNothingAndNamesTheMutexAfterTheFile) {
-    SKIP_UNLESS_IMPORTED(_wfopen);
-    const Rig::Ledger ledger;
-    const ScopedFolder folder(L"C:\\half", E_FAIL);
-    const MutexNameRecorder mutex;
-    const ScopedImport<&::_wfopen> open{[](auto...) -> FILE* { return nullptr; }};
-    m_policies.OfExecutable(L"QueuedWrites", RegistryNumber(0));
-    CorvaLogListenerFile listener(kQueued);
-    listener.Log(Entry(L"one"));
-    EXPECT_THAT(folder.directories, IsEmpty());
-    EXPECT_THAT(mutex.names, ElementsAre(L"Global\\logging_tests.log"));
-    EXPECT_EQ(open.Calls(), 0);
-    EXPECT_EQ(listener.GetType(), ListenerType::kQueuedFile);
-}
-
-TEST_F(FileListenerTest, WithoutALogDirectoryWritesNothing) {
-    const Rig::Ledger ledger;
-    const ScopedResult<&::CreateDirectoryW> fails{FALSE, ERROR_ACCESS_DENIED};
-    const MutexNameRecorder mutex;
-    CorvaLogListenerFile listener(kSynchronous);
-    listener.Log(Entry(L"one"));
-    EXPECT_THAT(mutex.names, ElementsAre(L"Global\\logging_tests.log"));
-    EXPECT_FALSE(Exists(m_appData.LogDirectory()));
-}
-
-TEST_F(FileListenerTest, WithAFileInTheDirectorysPlaceWritesNothing) {
-    WriteBytes(m_appData.LogDirectory(), "a file");
-    CorvaLogListenerFile listener(kSynchronous);
-    listener.Log(Entry(L"one"));
-    EXPECT_EQ(ReadBytes(m_appData.LogDirectory()), "a file");
-}
-
-TEST_F(FileListenerTest, DirectoryThatVanishesCostsLinesOnly) {
-    CorvaLogListenerFile listener(kSynchronous);
-    DeleteFileW(m_appData.Log().c_str());
-    RemoveDirectoryW(m_appData.LogDirectory().c_str());
-    listener.Log(Entry(L"one"));
-    EXPECT_TRUE(MutexIsFree());
-    m_appData.MakeLogDirectory();
-    listener.Log(Entry(L"two"));
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("two"));
 }
 
 TEST_F(FileListenerTest, CutsPathsAtTheSystemsLimit) {
@@ -354,16 +259,48 @@ TEST_F(FileListenerTest, CutsPathsAtTheSystemsLimit) {
     EXPECT_THAT(opened, ElementsAre((longFolder + L"\\orvkLog\\logging_tests.log").substr(0, 259)));
 }
 
-TEST_F(FileListenerTest, WithoutNamesWritesNothing) {
-    const Rig::Ledger ledger;
-    const ScopedImport<&::GetModuleFileNameW> nameless{[](HMODULE, LPWSTR path, DWORD) {
-        path[0] = L'\0';
-        return DWORD{0};
-    }};
-    CorvaLogListenerFile listener(kQueued);
+/// Without a place for the file.
+class FileWithoutPlace : public FileListenerTest {
+  protected:
+    /// Nothing is opened, and no policy of the file is read.
+    void ExpectSilence(const std::vector<std::wstring>& mutexNames) {
+        const ScopedImport<&::_wfopen> open{[](auto...) -> FILE* { return nullptr; }};
+        const Rig::Ledger ledger;
+        const MutexNameRecorder mutex;
+        m_policies.OfExecutable(L"QueuedWrites", RegistryNumber(0));
+        CorvaLogListenerFile listener(kQueued);
+        listener.Log(Entry(L"one"));
+        EXPECT_EQ(mutex.names, mutexNames);
+        EXPECT_EQ(open.Calls(), 0);
+        EXPECT_EQ(listener.GetType(), ListenerType::kQueuedFile);
+        EXPECT_FALSE(Exists(m_appData.LogDirectory()));
+    }
+};
+
+TEST_F(FileWithoutPlace, IsNotWrittenWithoutAnApplicationDataFolder) {
+    SKIP_UNLESS_IMPORTED(_wfopen);
+    const ScopedFolder folder(L"C:\\half", E_FAIL);
+    ExpectSilence({L"Global\\logging_tests.log"});
+    EXPECT_THAT(folder.directories, IsEmpty());
+}
+
+TEST_F(FileWithoutPlace, IsNotWrittenWithoutALogDirectory) {
+    SKIP_UNLESS_IMPORTED(_wfopen);
+    const ScopedResult<&::CreateDirectoryW> fails{FALSE, ERROR_ACCESS_DENIED};
+    ExpectSilence({L"Global\\logging_tests.log"});
+}
+
+TEST_F(FileWithoutPlace, IsNotWrittenWithoutANameOfTheExecutable) {
+    SKIP_UNLESS_IMPORTED(_wfopen);
+    const ScopedResult<&::GetModuleFileNameW> nameless{0};
+    ExpectSilence({});
+}
+
+TEST_F(FileListenerTest, WithAFileInTheDirectorysPlaceWritesNothing) {
+    WriteBytes(m_appData.LogDirectory(), "a file");
+    CorvaLogListenerFile listener(kSynchronous);
     listener.Log(Entry(L"one"));
-    EXPECT_FALSE(Exists(m_appData.LogDirectory()));
-    EXPECT_EQ(listener.GetType(), ListenerType::kQueuedFile);
+    EXPECT_EQ(ReadBytes(m_appData.LogDirectory()), "a file");
 }
 
 // --- The mutex --------------------------------------------------------------------------------
@@ -377,43 +314,21 @@ TEST_F(FileListenerTest, WithoutAMutexWritesNothing) {
 
 TEST_F(FileListenerTest, DropsALineWhoseWaitFails) {
     CorvaLogListenerFile listener(kSynchronous);
-    for (const DWORD result : {DWORD{WAIT_FAILED}, DWORD{WAIT_TIMEOUT}}) {
-        const ScopedResult<&::WaitForSingleObject> fails{result};
+    for (const std::vector<DWORD>& results : {std::vector<DWORD>{WAIT_FAILED},
+                                              {WAIT_TIMEOUT},
+                                              {WAIT_ABANDONED, WAIT_FAILED},
+                                              {WAIT_ABANDONED, WAIT_ABANDONED}}) {
+        std::size_t waits = 0;
+        const ScopedImport<&::WaitForSingleObject> wait{[&](HANDLE, DWORD limit) {
+            EXPECT_EQ(limit, INFINITE);
+            return results.at(waits++);
+        }};
         listener.Log(Entry(L"lost"));
-        EXPECT_EQ(fails.Calls(), 1);
+        EXPECT_EQ(waits, results.size());
     }
     listener.Log(Entry(L"one"));
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one"));
+    EXPECT_THAT(Messages(), ElementsAre("one"));
     EXPECT_TRUE(MutexIsFree());
-}
-
-TEST_F(FileListenerTest, DropsALineWhoseSecondWaitAfterAbandonmentFails) {
-    CorvaLogListenerFile listener(kSynchronous);
-    std::vector<DWORD> limits;
-    const ScopedImport<&::WaitForSingleObject> wait{[&](HANDLE, DWORD limit) {
-        limits.push_back(limit);
-        return limits.size() == 1 ? DWORD{WAIT_ABANDONED} : DWORD{WAIT_FAILED};
-    }};
-    listener.Log(Entry(L"lost"));
-    EXPECT_THAT(limits, ElementsAre(INFINITE, INFINITE));
-    EXPECT_TRUE(ReadLines(m_appData.Log()).empty());
-}
-
-TEST_F(FileListenerTest, WaitsForWhoeverHoldsTheMutex) {
-    CorvaLogListenerFile listener(kSynchronous);
-    std::atomic<bool> written = false;
-    std::thread writer;
-    {
-        const HeldMutex held(m_appData.Log());
-        writer = std::thread([&] {
-            listener.Log(Entry(L"one"));
-            written = true;
-        });
-        Sleep(100);
-        EXPECT_FALSE(written);
-    }
-    writer.join();
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one"));
 }
 
 TEST_F(FileListenerTest, ThreadThatWaitsForTheMutexAtTheLogsEndStillWrites) {
@@ -437,62 +352,61 @@ TEST_F(FileListenerTest, ThreadThatWaitsForTheMutexAtTheLogsEndStillWrites) {
         const CountedCalls<&::CloseHandle> close;
         logger.EndListeners();
         EXPECT_EQ(close.Calls(), 0) << "the mutex is still waited for";
+        EXPECT_TRUE(ReadLines(m_appData.Log()).empty());
     }
     writer.join();
     logger.Write(Level::kError, "A::B", L"late");
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one"));
+    EXPECT_THAT(Messages(), ElementsAre("one"));
     EXPECT_TRUE(MutexIsFree());
 }
 
-// --- A full disk ------------------------------------------------------------------------------
-
-TEST_F(FileListenerTest, FullDiskCostsLinesOnly) {
-    SKIP_UNLESS_IMPORTED(fwrite);
-    CorvaLogListenerFile listener(kSynchronous);
-    listener.Log(Entry(L"one"));
-    {
-        // Characters go into the stream's buffer; what cannot be stored shows when it is flushed.
-        const ScopedImport<&::fwrite> full{[](const void*, size_t, size_t, FILE*) { return size_t{0}; }};
-        const ScopedImport<&::fputwc> fullToo{[](wchar_t, FILE*) { return wint_t{WEOF}; }};
-        listener.Log(Entry(L"lost"));
-        EXPECT_TRUE(MutexIsFree());
+/// A thread of another program ends while it has the mutex.
+class AbandonedMutexTest : public LogTest {
+  protected:
+    void Abandon() const {
+        std::thread([this] {
+            EXPECT_EQ(WaitForSingleObject(m_mutex.Get(), INFINITE), WAIT_OBJECT_0);
+        }).join();
     }
-    listener.Log(Entry(L"two"));
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one", "two"));
-}
 
-TEST_F(FileListenerTest, FailingFlushAndCloseReleaseTheMutex) {
-    SKIP_UNLESS_IMPORTED(fflush);
+    const Platform::UniqueHandle m_mutex{CreateMutexW(nullptr, FALSE, MutexNameOf(m_appData.Log()).c_str())};
+};
+
+TEST_F(AbandonedMutexTest, ThreadThatFindsItWritesOnAndKeepsTheOthersWaiting) {
     CorvaLogListenerFile listener(kSynchronous);
-    const ScopedImport<&::fflush> flush{[&](FILE* stream) {
-        flush.Original(stream);
-        return EOF;
-    }};
-    const ScopedImport<&::fclose> close{[&](FILE* stream) {
-        close.Original(stream);
-        return EOF;
-    }};
+    Abandon();
     listener.Log(Entry(L"one"));
+    EXPECT_FALSE(MutexIsFree());
+    listener.Log(Entry(L"two"));
+    EXPECT_FALSE(MutexIsFree());
+    std::thread other([&] { listener.Log(Entry(L"other")); });
+    listener.Log(Entry(L"three"));
+    EXPECT_THAT(Messages(), ElementsAre("one", "two", "three"));
+    // Taken twice and released once: this is what is still to be released.
+    EXPECT_NE(ReleaseMutex(m_mutex.Get()), FALSE);
+    other.join();
+    EXPECT_THAT(Messages(), ElementsAre("one", "two", "three", "other"));
     EXPECT_TRUE(MutexIsFree());
-    EXPECT_EQ(flush.Calls(), 1);
-    EXPECT_EQ(close.Calls(), 1);
 }
 
-// --- Settings ---------------------------------------------------------------------------------
-
-TEST_F(FileListenerTest, TypeFollowsThePolicyNotTheCreation) {
-    EXPECT_EQ(CorvaLogListenerFile(kQueued).GetType(), ListenerType::kQueuedFile);
-    EXPECT_EQ(CorvaLogListenerFile(kSynchronous).GetType(), ListenerType::kFile);
-    m_policies.OfProduct(L"QueuedWrites", RegistryNumber(0));
-    EXPECT_EQ(CorvaLogListenerFile(kQueued).GetType(), ListenerType::kFile);
-    m_policies.OfProduct(L"QueuedWrites", RegistryNumber(1));
-    EXPECT_EQ(CorvaLogListenerFile(kSynchronous).GetType(), ListenerType::kQueuedFile);
+TEST_F(AbandonedMutexTest, QueuedWritesGoOn) {
+    CorvaLogListenerFile listener(kQueued);
+    Abandon();
+    // Each writer keeps the mutex once too often when it ends, which abandons it for the next one.
+    for (std::size_t line = 1; line <= 3; ++line) {
+        listener.Log(Entry(L"x"));
+        EXPECT_TRUE(HasLines(line));
+    }
 }
 
-TEST_F(FileListenerTest, ManyThreadsWriteWholeLines) {
+TEST_F(AbandonedMutexTest, ListenerThatBeginsWithItKeepsItForItsThread) {
+    Abandon();
     CorvaLogListenerFile listener(kSynchronous);
-    LogOnManyThreads(listener, 50);
-    ExpectLinesOfManyThreads(ReadMessages(m_appData.Log()), 50);
+    listener.Log(Entry(L"one"));
+    EXPECT_FALSE(MutexIsFree());
+    EXPECT_THAT(Messages(), ElementsAre("one"));
+    EXPECT_NE(ReleaseMutex(m_mutex.Get()), FALSE);
+    EXPECT_TRUE(MutexIsFree());
 }
 
 }  // namespace

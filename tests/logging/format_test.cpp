@@ -1,3 +1,5 @@
+#include "logging/format.h"
+
 #include <gtest/gtest.h>
 
 #include <array>
@@ -6,8 +8,6 @@
 #include <limits>
 #include <string>
 
-#include "logging/format.h"
-#include "tests/logging/log_entries.h"
 #include "tests/support/scoped_import.h"
 #include "tests/support/skip_unless_imported.h"
 
@@ -16,10 +16,13 @@ namespace {
 
 using Orva::Shared::FormatText;
 
-template <class... Args>
+/// Formats into so many places, and looks at what lies behind them.
+template <std::size_t Places = 200, class... Args>
 std::wstring Format(const wchar_t* format, Args... args) {
-    std::array<wchar_t, 200> text{};
-    FormatText(text.data(), text.size(), format, args...);
+    std::array<wchar_t, Places + 1> text{};
+    text.fill(L'#');
+    FormatText(text.data(), Places, format, args...);
+    EXPECT_EQ(text.back(), L'#');
     return text.data();
 }
 
@@ -39,11 +42,16 @@ TEST(FormatText, HasTheWindowsRuntimesConversions) {
 }
 
 TEST(FormatText, CutsAndTerminates) {
-    std::array<wchar_t, 6> text;
-    text.fill(L'#');
-    FormatText(text.data(), 5, L"%s", L"abcdefgh");
-    EXPECT_STREQ(text.data(), L"abcd");
-    EXPECT_EQ(text[5], L'#');
+    EXPECT_EQ(Format<5>(L"%s", L"abcdefgh"), L"abcd");
+    EXPECT_EQ(Format<5>(L"%s", L"abcd"), L"abcd");
+    EXPECT_EQ(Format<7>(L"%d %s %S %d", 1, L"xy", "z", 12345), L"1 xy z");
+    EXPECT_EQ(Format<1>(L"%s", L"abcd"), L"");
+}
+
+TEST(FormatText, LeavesABufferWithoutPlacesAlone) {
+    wchar_t place = L'#';
+    FormatText(&place, 0, L"%s", L"abcd");
+    EXPECT_EQ(place, L'#');
 }
 
 TEST(FormatText, EndsWhereAConversionFails) {
@@ -57,41 +65,8 @@ TEST(FormatText, EndsWhereAConversionFails) {
             buffer[1] = L'b';
             return -1;
         }};
-    std::array<wchar_t, 11> text;
-    text.fill(L'#');
-    FormatText(text.data(), 10, L"ab%S", "narrow");
-    EXPECT_STREQ(text.data(), L"ab");
-    EXPECT_EQ(text[10], L'#');
-}
-
-TEST(FormatText, FormatsOnceWhatFits) {
-    SKIP_UNLESS_IMPORTED(_vsnwprintf);
-    const CountedCalls<&::_vsnwprintf> format;
-    EXPECT_EQ(Format(L"%s %d", L"one", 2), L"one 2");
-    EXPECT_EQ(format.Calls(), 1);
-}
-
-TEST(FormatText, CutsWithEveryArgumentInItsPlace) {
-    std::array<wchar_t, 8> text;
-    text.fill(L'#');
-    FormatText(text.data(), 7, L"%d %s %S %d", 1, L"xy", "z", 12345);
-    EXPECT_STREQ(text.data(), L"1 xy z");
-    EXPECT_EQ(text[7], L'#');
-}
-
-TEST(FormatText, FillsABufferToItsLastPlace) {
-    std::array<wchar_t, 5> text;
-    text.fill(L'#');
-    FormatText(text.data(), text.size(), L"%s", L"abcd");
-    EXPECT_STREQ(text.data(), L"abcd");
-}
-
-TEST(FormatText, LeavesABufferWithoutPlacesAlone) {
-    wchar_t place = L'#';
-    FormatText(&place, 0, L"%s", L"abcd");
-    EXPECT_EQ(place, L'#');
-    FormatText(&place, 1, L"%s", L"abcd");
-    EXPECT_EQ(place, L'\0');
+    EXPECT_EQ(Format<10>(L"ab%S", "narrow"), L"ab");
+    EXPECT_EQ(failsHalfway.Calls(), 1);
 }
 
 }  // namespace

@@ -4,8 +4,11 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cwchar>
-#include <stdexcept>
+#include <filesystem>
+#include <system_error>
+#include <utility>
 
 #include "platform/handles.h"
 
@@ -15,84 +18,56 @@ using Rig::Real;
 
 namespace {
 
+/// The path of a directory that nobody else has.
 std::wstring MakeFreshDirectory() {
-    std::array<wchar_t, MAX_PATH> folder{};
-    std::array<wchar_t, MAX_PATH> path{};
-    Real<&::GetTempPathW>(static_cast<DWORD>(folder.size()), folder.data());
-    // Makes a file, so that the name is nobody else's; a directory then takes its place.
-    Real<&::GetTempFileNameW>(folder.data(), L"log", 0, path.data());
-    Real<&::DeleteFileW>(path.data());
-    if (Real<&::CreateDirectoryW>(path.data(), nullptr) == FALSE) {
-        throw std::runtime_error("no directory for the test");
-    }
-    return path.data();
+    static int count = 0;
+    const std::filesystem::path path =
+        std::filesystem::temp_directory_path() /
+        (L"log" + std::to_wstring(GetCurrentProcessId()) + L"_" + std::to_wstring(++count));
+    std::filesystem::remove_all(path);
+    std::filesystem::create_directory(path);
+    return path.wstring();
 }
 
-void DeleteDirectory(const std::wstring& path) {
-    WIN32_FIND_DATAW found{};
-    {
-        const HANDLE search = Real<&::FindFirstFileW>((path + L"\\*").c_str(), &found);
-        if (search == INVALID_HANDLE_VALUE) {
-            return;
-        }
-        do {
-            const std::wstring name = found.cFileName;
-            const std::wstring whole = path + L"\\" + name;
-            if (name == L"." || name == L"..") {
-                continue;
-            }
-            Real<&::SetFileAttributesW>(whole.c_str(), FILE_ATTRIBUTE_NORMAL);
-            if ((found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0) {
-                DeleteDirectory(whole);
-            } else {
-                Real<&::DeleteFileW>(whole.c_str());
-            }
-        } while (Real<&::FindNextFileW>(search, &found) != FALSE);
-        Real<&::FindClose>(search);
-    }
-    Real<&::RemoveDirectoryW>(path.c_str());
-}
-
+/// Whoever else has it open. INVALID_HANDLE_VALUE fails the test.
 HANDLE Open(const std::wstring& path, DWORD access, DWORD disposition) {
-    return Real<&::CreateFileW>(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                nullptr, disposition, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    const HANDLE file =
+        Real<&::CreateFileW>(path.c_str(), access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                             nullptr, disposition, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    EXPECT_NE(file, INVALID_HANDLE_VALUE) << "cannot open " << testing::PrintToString(path);
+    return file;
 }
 
 }  // namespace
 
-AppData::AppData()
-    : m_path(MakeFreshDirectory()), m_folder([this](HWND, int folder, HANDLE token, DWORD type, LPWSTR path) {
-          m_askedFor = folder;
-          m_token = token;
-          m_type = type;
+AppData::AppData(std::wstring executable)
+    : m_executable(std::move(executable)),
+      m_path(MakeFreshDirectory()),
+      m_folder([this](HWND, int folder, HANDLE token, DWORD type, LPWSTR path) {
+          EXPECT_EQ(folder, 0x801A);
+          EXPECT_EQ(token, nullptr);
+          EXPECT_EQ(type, 0U);
           std::wcsncpy(path, m_path.c_str(), MAX_PATH);
           return S_OK;
       }) {}
 
 AppData::~AppData() {
-    DeleteDirectory(m_path);
+    std::error_code ignored;
+    std::filesystem::remove_all(m_path, ignored);
 }
 
 std::wstring AppData::Log(int number) const {
     std::array<wchar_t, 40> name{};
-    _snwprintf(name.data(), name.size() - 1, L"logging_tests_%04d.log", number);
+    _snwprintf(name.data(), name.size() - 1, L"%ls_%04d.log", m_executable.c_str(), number);
     return File(name.data());
 }
 
 std::vector<std::wstring> AppData::Names() const {
     std::vector<std::wstring> names;
-    WIN32_FIND_DATAW found{};
-    const HANDLE search = Real<&::FindFirstFileW>(File(L"*").c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE) {
-        return names;
+    std::error_code ignored;
+    for (const auto& entry : std::filesystem::directory_iterator(LogDirectory(), ignored)) {
+        names.push_back(entry.path().filename().wstring());
     }
-    do {
-        const std::wstring name = found.cFileName;
-        if (name != L"." && name != L"..") {
-            names.push_back(name);
-        }
-    } while (Real<&::FindNextFileW>(search, &found) != FALSE);
-    Real<&::FindClose>(search);
     std::sort(names.begin(), names.end());
     return names;
 }
@@ -103,21 +78,19 @@ void AppData::MakeLogDirectory() const {
 
 std::string ReadBytes(const std::wstring& path) {
     const HANDLE file = Open(path, GENERIC_READ, OPEN_EXISTING);
-    EXPECT_NE(file, INVALID_HANDLE_VALUE) << "cannot read " << testing::PrintToString(path);
-    std::string bytes;
-    if (file != INVALID_HANDLE_VALUE) {
-        bytes.resize(Real<&::GetFileSize>(file, nullptr));
-        DWORD read = 0;
-        Real<&::ReadFile>(file, bytes.data(), static_cast<DWORD>(bytes.size()), &read, nullptr);
-        bytes.resize(read);
-        Real<&::CloseHandle>(file);
+    if (file == INVALID_HANDLE_VALUE) {
+        return {};
     }
+    std::string bytes(Real<&::GetFileSize>(file, nullptr), '\0');
+    DWORD read = 0;
+    Real<&::ReadFile>(file, bytes.data(), static_cast<DWORD>(bytes.size()), &read, nullptr);
+    bytes.resize(read);
+    Real<&::CloseHandle>(file);
     return bytes;
 }
 
 void WriteBytes(const std::wstring& path, std::string_view bytes) {
     const HANDLE file = Open(path, GENERIC_WRITE, CREATE_ALWAYS);
-    ASSERT_NE(file, INVALID_HANDLE_VALUE) << "cannot write " << testing::PrintToString(path);
     DWORD written = 0;
     Real<&::WriteFile>(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
     Real<&::CloseHandle>(file);
@@ -128,19 +101,10 @@ bool Exists(const std::wstring& path) {
 }
 
 void SetLastWrite(const std::wstring& path, int minutes) {
-    SYSTEMTIME start{};
-    start.wYear = 2020;
-    start.wMonth = 2;
-    start.wDay = 3;
-    FILETIME time{};
-    Real<&::SystemTimeToFileTime>(&start, &time);
-    constexpr ULONGLONG kTicksPerMinute = 60ULL * 10'000'000ULL;
-    const ULONGLONG ticks = ((static_cast<ULONGLONG>(time.dwHighDateTime) << 32) | time.dwLowDateTime) +
-                            static_cast<ULONGLONG>(minutes) * kTicksPerMinute;
-    time.dwHighDateTime = static_cast<DWORD>(ticks >> 32);
-    time.dwLowDateTime = static_cast<DWORD>(ticks);
+    constexpr std::int64_t kStart = 132'251'616'000'000'000;
+    constexpr std::int64_t kTicksPerMinute = 600'000'000;
+    const auto time = std::bit_cast<FILETIME>(kStart + minutes * kTicksPerMinute);
     const HANDLE file = Open(path, FILE_WRITE_ATTRIBUTES, OPEN_EXISTING);
-    ASSERT_NE(file, INVALID_HANDLE_VALUE) << "cannot open " << testing::PrintToString(path);
     Real<&::SetFileTime>(file, nullptr, nullptr, &time);
     Real<&::CloseHandle>(file);
 }

@@ -15,7 +15,8 @@ namespace LoggingTests {
 /// deleted at the end with all that is in it.
 class AppData {
   public:
-    AppData();
+    /// With the log of that executable.
+    explicit AppData(std::wstring executable = L"logging_tests");
     AppData(const AppData&) = delete;
     AppData& operator=(const AppData&) = delete;
     ~AppData();
@@ -24,8 +25,7 @@ class AppData {
     [[nodiscard]] std::wstring LogDirectory() const { return m_path + L"\\orvkLog"; }
     /// A file of the log's directory.
     [[nodiscard]] std::wstring File(const std::wstring& name) const { return LogDirectory() + L"\\" + name; }
-    /// The log file of this test executable.
-    [[nodiscard]] std::wstring Log() const { return File(L"logging_tests.log"); }
+    [[nodiscard]] std::wstring Log() const { return File(m_executable + L".log"); }
     /// A numbered one.
     [[nodiscard]] std::wstring Log(int number) const;
 
@@ -34,16 +34,9 @@ class AppData {
     /// Makes the log's directory before the code under test does.
     void MakeLogDirectory() const;
 
-    /// The arguments of the last call that asked for the folder.
-    [[nodiscard]] int AskedFor() const { return m_askedFor; }
-    [[nodiscard]] HANDLE AskedWithToken() const { return m_token; }
-    [[nodiscard]] DWORD AskedForType() const { return m_type; }
-
   private:
+    std::wstring m_executable;
     std::wstring m_path;
-    int m_askedFor = 0;
-    HANDLE m_token = INVALID_HANDLE_VALUE;
-    DWORD m_type = MAXDWORD;
     Rig::ScopedImport<&::SHGetFolderPathW> m_folder;
 };
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "logging/log_data.h"
+#include "logging/logger.h"
 #include "tests/support/scoped_import.h"
 
 namespace LoggingTests {
@@ -51,17 +52,14 @@ class CountedCalls {
 };
 
 /// Lets four threads log so many lines each at once, "<thread> <line>".
-inline void LogOnManyThreads(Orva::Shared::CorvaLogListener& listener, int lines) {
-    std::vector<std::thread> threads;
+inline void LogOnManyThreads(Orva::Shared::CorvaLogger& logger, int lines) {
+    std::vector<std::jthread> threads;
     for (int thread = 0; thread < 4; ++thread) {
-        threads.emplace_back([&listener, lines, thread] {
+        threads.emplace_back([&logger, lines, thread] {
             for (int line = 0; line < lines; ++line) {
-                listener.Log(Entry(std::to_wstring(thread) + L" " + std::to_wstring(line)));
+                logger.Write(Orva::Shared::Level::kError, "A::B", L"%d %d", thread, line);
             }
         });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
     }
 }
 

@@ -1,7 +1,6 @@
 // A program that logs on its own account, for tests of several processes at one log file:
 //
 //   log_writer FOLDER lines TAG COUNT    writes so many lines, synchronously: "TAG 0", "TAG 1", ...
-//   log_writer FOLDER hold EVENT         takes the file, sets the named event, and keeps it
 //   log_writer FOLDER first COUNT        so many threads are the first to ask for the logger; exits
 //                                        with how often a log was made, plus 100 for each thread that
 //                                        got another logger than the first one did
@@ -19,7 +18,6 @@
 #include <vector>
 
 #include "logging/file_listener.h"
-#include "logging/log_file.h"
 #include "logging/logger.h"
 #include "tests/support/scoped_import.h"
 
@@ -33,17 +31,6 @@ void WriteLines(const wchar_t* tag, int count) {
     for (int line = 0; line < count; ++line) {
         logger.Write(Level::kInformation, "LogWriter::WriteLines", L"%s %d", tag, line);
     }
-}
-
-void HoldFile(const wchar_t* eventName) {
-    Orva::Shared::PolicyKeys keys;
-    Orva::Shared::OpenPolicyKeys(keys);
-    Orva::Shared::LogFile file;
-    if (!file.Locate(L"log_writer.log", keys) || !file.LockAndOpen()) {
-        return;
-    }
-    SetEvent(OpenEventW(EVENT_MODIFY_STATE, FALSE, eventName));
-    Sleep(INFINITE);
 }
 
 int AskFirst(int count) {
@@ -87,10 +74,6 @@ int wmain(int argc, wchar_t** argv) {
     const auto number = [&](int argument) {
         return static_cast<int>(std::wcstol(argv[argument], nullptr, 10));
     };
-    if (what == L"hold") {
-        HoldFile(argv[3]);
-        return 3;
-    }
     if (what == L"first") {
         return AskFirst(number(3));
     }

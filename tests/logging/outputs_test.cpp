@@ -1,16 +1,15 @@
+#include "logging/output_listeners.h"
+
 #include <gmock/gmock.h>
 
-#include <array>
-#include <cwchar>
+#include <memory>
 #include <vector>
 
 #include "logging/log_data.h"
 #include "logging/logger.h"
-#include "logging/output_listeners.h"
 #include "tests/logging/failing_memory.h"
-#include "tests/logging/log_directory.h"
 #include "tests/logging/log_entries.h"
-#include "tests/logging/policy_keys.h"
+#include "tests/logging/log_test.h"
 #include "tests/logging/recording_listener.h"
 #include "tests/support/ledger.h"
 #include "tests/support/scoped_import.h"
@@ -21,14 +20,19 @@ namespace {
 
 namespace Level = Orva::Shared::Level;
 namespace ListenerType = Orva::Shared::ListenerType;
+using Orva::Shared::CorvaLogger;
 using Orva::Shared::CorvaLogListenerConsole;
 using Orva::Shared::CorvaLogListenerDebug;
 using Orva::Shared::CorvaLogListenerEvent;
+using Orva::Shared::CreateLogger;
+using Rig::RegistryNumber;
 using Rig::RegistryText;
 using Rig::ScopedImport;
 using Rig::ScopedResult;
 using testing::ElementsAre;
 using testing::IsEmpty;
+
+// --- The event log ----------------------------------------------------------------------------
 
 struct Reported {
     HANDLE source;
@@ -72,47 +76,35 @@ class EventListenerTest : public testing::Test {
     }};
 };
 
-TEST_F(EventListenerTest, RegistersTheExecutablesBaseNameAndGivesItBack) {
+TEST_F(EventListenerTest, ReportsWholeLinesByTheirLevel) {
     {
-        const CorvaLogListenerEvent listener;
-        EXPECT_EQ(m_name, L"logging_tests");
+        CorvaLogListenerEvent listener;
         EXPECT_EQ(listener.GetType(), ListenerType::kEvent);
+        EXPECT_EQ(m_name, L"logging_tests");
+        std::vector<Reported> expected;
+        for (DWORD level = 0; level <= 5; ++level) {
+            const auto entry = Entry(L"text", static_cast<int>(level), "A::B");
+            listener.Log(entry);
+            const WORD type = level == 4   ? EVENTLOG_WARNING_TYPE
+                              : level == 5 ? EVENTLOG_ERROR_TYPE
+                                           : EVENTLOG_INFORMATION_TYPE;
+            expected.push_back({m_source, type, level, std::wstring(entry.GetLogLine())});
+        }
+        EXPECT_EQ(m_reports, expected);
+        EXPECT_EQ(m_reports[4].text, L"2019/04/05 13:07:09.042|00001A2C|Warning    |A::B|text");
         EXPECT_EQ(m_deregistered, 0);
     }
     EXPECT_EQ(m_deregistered, 1);
 }
 
-TEST_F(EventListenerTest, ReportsWholeLinesByTheirLevel) {
-    CorvaLogListenerEvent listener;
-    const WORD information = EVENTLOG_INFORMATION_TYPE;
-    std::vector<Reported> expected;
-    for (const auto& [level, type] : {std::pair<int, WORD>{Level::kTraceIn, information},
-                                      {Level::kTraceOut, information},
-                                      {Level::kVerbose, information},
-                                      {Level::kInformation, information},
-                                      {Level::kWarning, EVENTLOG_WARNING_TYPE},
-                                      {Level::kError, EVENTLOG_ERROR_TYPE}}) {
-        const auto entry = Entry(L"text", level, "A::B");
-        listener.Log(entry);
-        expected.push_back({m_source, type, static_cast<DWORD>(level), entry.GetLogLine()});
-    }
-    EXPECT_EQ(m_reports, expected);
-    EXPECT_EQ(m_reports[4].text, L"2019/04/05 13:07:09.042|00001A2C|Warning    |A::B|text");
-}
-
-TEST_F(EventListenerTest, ReportsNothingAboveErrorWhateverPolicySays) {
+TEST_F(EventListenerTest, ReportsNothingBelowItsRangeNorAboveErrorWhateverPolicySays) {
+    m_policies.OfProduct(L"MinLogLevel", RegistryText(L"Warning"));
     m_policies.OfProduct(L"MaxLogLevel", RegistryText(L"Never"));
     CorvaLogListenerEvent listener;
     EXPECT_EQ(listener.MaxLogLevel(), Level::kNever);
-    listener.Log(Entry(L"text", Level::kDiag));
-    listener.Log(Entry(L"text", Level::kNever));
-    EXPECT_THAT(m_reports, IsEmpty());
-}
-
-TEST_F(EventListenerTest, ReportsNothingBelowItsRange) {
-    m_policies.OfProduct(L"MinLogLevel", RegistryText(L"Warning"));
-    CorvaLogListenerEvent listener;
-    listener.Log(Entry(L"text", Level::kInformation));
+    for (const int level : {Level::kInformation, Level::kDiag, Level::kNever}) {
+        listener.Log(Entry(L"text", level));
+    }
     EXPECT_THAT(m_reports, IsEmpty());
     listener.Log(Entry(L"text", Level::kWarning));
     EXPECT_EQ(m_reports.size(), 1U);
@@ -120,20 +112,14 @@ TEST_F(EventListenerTest, ReportsNothingBelowItsRange) {
 
 TEST_F(EventListenerTest, ReportsWithAnEmptyHandleWhenRegistrationFailed) {
     m_registered = nullptr;
-    {
-        CorvaLogListenerEvent listener;
-        listener.Log(Entry(L"text"));
-    }
+    { CorvaLogListenerEvent().Log(Entry(L"text")); }
     ASSERT_EQ(m_reports.size(), 1U);
     EXPECT_EQ(m_reports[0].source, nullptr);
     EXPECT_EQ(m_deregistered, 0);
 }
 
 TEST_F(EventListenerTest, RegistersNoNameWhenTheExecutableHasNone) {
-    const ScopedImport<&::GetModuleFileNameW> nameless{[](HMODULE, LPWSTR path, DWORD) {
-        path[0] = L'\0';
-        return DWORD{0};
-    }};
+    const ScopedResult<&::GetModuleFileNameW> nameless{0};
     const CorvaLogListenerEvent listener;
     EXPECT_EQ(m_name, L"");
 }
@@ -149,38 +135,25 @@ TEST_F(EventListenerTest, ReportsTheHeaderWhenMemoryIsShort) {
     EXPECT_EQ(m_reports[0].text, L"2019/04/05 13:07:09.042|00001A2C|Information|");
 }
 
-class DebugListenerTest : public testing::Test {
-  protected:
-    std::vector<std::wstring> m_shown;
+// --- Debugger and console ---------------------------------------------------------------------
 
-  private:
-    Policies m_policies;
-    ScopedImport<&::OutputDebugStringW> m_output{[this](LPCWSTR text) { m_shown.emplace_back(text); }};
-};
-
-TEST_F(DebugListenerTest, ShowsFunctionAndMessage) {
+TEST(DebugListener, ShowsFunctionAndMessageUnlessMemoryIsShort) {
+    const Policies policies;
+    std::vector<std::wstring> shown;
+    const ScopedImport<&::OutputDebugStringW> output{[&](LPCWSTR text) { shown.emplace_back(text); }};
     CorvaLogListenerDebug listener;
     EXPECT_EQ(listener.GetType(), ListenerType::kDebug);
+    const std::wstring message(5000, L'm');
+    const auto longEntry = Entry(message, Level::kError, "A::B");
     listener.Log(Entry(L"Started", Level::kInformation, "CMainService::OnStart"));
     listener.Log(Entry(L"", Level::kTraceIn, "A::B"));
-    EXPECT_THAT(m_shown, ElementsAre(L"CMainService::OnStart : Started\r\n", L"A::B : \r\n"));
-}
-
-TEST_F(DebugListenerTest, ShowsTheWholeOfLongMessages) {
-    const std::wstring message(5000, L'm');
-    CorvaLogListenerDebug listener;
-    listener.Log(Entry(message, Level::kError, "A::B"));
-    EXPECT_THAT(m_shown, ElementsAre(L"A::B : " + message + L"\r\n"));
-}
-
-TEST_F(DebugListenerTest, ShowsNothingWhenMemoryIsShort) {
-    CorvaLogListenerDebug listener;
-    const auto entry = Entry(L"text");
+    listener.Log(longEntry);
     {
         const ScopedMemoryShortage shortage(1);
-        listener.Log(entry);
+        listener.Log(longEntry);
     }
-    EXPECT_THAT(m_shown, IsEmpty());
+    EXPECT_THAT(shown, ElementsAre(L"CMainService::OnStart : Started\r\n", L"A::B : \r\n",
+                                   L"A::B : " + message + L"\r\n"));
 }
 
 TEST(ConsoleListener, PrintsFunctionAndMessage) {
@@ -199,29 +172,30 @@ TEST(ConsoleListener, FailureOfTheConsoleLeavesTheOtherOutputsTheirEntry) {
     SKIP_UNLESS_IMPORTED(vwprintf_s);
     const Policies policies;
     std::vector<std::wstring> messages;
-    Orva::Shared::CorvaLogListener* const listeners[] = {
-        new CorvaLogListenerConsole,
-        new RecordingListener({}, [&](const auto& entry) { messages.emplace_back(entry.Message()); })};
-    Orva::Shared::CorvaLogger logger(listeners, 2);
+    const auto logger = MakeLogger(
+        {new CorvaLogListenerConsole,
+         new RecordingListener({}, [&](const auto& entry) { messages.emplace_back(entry.Message()); })});
     const ScopedResult<&::vwprintf_s> fails{-1, ERROR_INVALID_HANDLE};
     SetLastError(ERROR_CRC);
-    logger.Write(Level::kError, "A::B", L"one");
+    logger->Write(Level::kError, "A::B", L"one");
     EXPECT_EQ(GetLastError(), DWORD{ERROR_CRC});
-    logger.Write(Level::kError, "A::B", L"two");
-    EXPECT_EQ(fails.Calls(), 2);
-    EXPECT_THAT(messages, ElementsAre(L"one", L"two"));
+    EXPECT_EQ(fails.Calls(), 1);
+    EXPECT_THAT(messages, ElementsAre(L"one"));
 }
 
 // --- The choice of listeners ------------------------------------------------------------------
 
 /// Notes which outputs an entry goes to, in order.
-class OutputOrderTest : public testing::Test {
+class CreateLoggerTest : public LogTest {
   protected:
     void SetUp() override { SKIP_UNLESS_IMPORTED(_wfopen); }
 
-    std::vector<std::string> OutputsOf(const std::wstring& loggingType) {
-        m_policies.OfProduct(L"LoggingType", RegistryText(loggingType));
-        auto logger = Orva::Shared::CreateLogger();
+    void SetLoggingType(const std::wstring& text) {
+        m_policies.OfProduct(L"LoggingType", RegistryText(text));
+    }
+
+    std::vector<std::string> Outputs() {
+        auto logger = CreateLogger();
         m_outputs.clear();
         testing::internal::CaptureStdout();
         logger->Write(Level::kError, "A::B", L"text");
@@ -235,8 +209,6 @@ class OutputOrderTest : public testing::Test {
         return m_outputs;
     }
 
-    Policies m_policies;
-    AppData m_appData;
     std::vector<std::string> m_outputs;
     int m_fileType = 0;
 
@@ -254,83 +226,74 @@ class OutputOrderTest : public testing::Test {
         });
 };
 
-TEST_F(OutputOrderTest, IsEventFileDebugConsoleWhateverTheWordsOrder) {
-    EXPECT_THAT(OutputsOf(L"Console Debug File Event"), ElementsAre("event", "file", "debug", "console"));
+TEST_F(CreateLoggerTest, OrderIsEventFileDebugConsoleWhateverTheWordsOrder) {
+    SetLoggingType(L"Console Debug File Event");
+    EXPECT_THAT(Outputs(), ElementsAre("event", "file", "debug", "console"));
     EXPECT_EQ(m_fileType, ListenerType::kFile);
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("text"));
+    EXPECT_THAT(Messages(), ElementsAre("text"));
 }
 
-TEST_F(OutputOrderTest, OneAloneWritesNoFile) {
-    EXPECT_THAT(OutputsOf(L"event"), ElementsAre("event"));
-    EXPECT_THAT(OutputsOf(L"Debug"), ElementsAre("debug"));
-    EXPECT_THAT(OutputsOf(L"CONSOLE"), ElementsAre("console"));
+TEST_F(CreateLoggerTest, OneOutputAloneWritesNoFile) {
+    for (const auto& [word, output] :
+         {std::pair(L"event", "event"), std::pair(L"Debug", "debug"), std::pair(L"CONSOLE", "console")}) {
+        SetLoggingType(word);
+        EXPECT_THAT(Outputs(), ElementsAre(output));
+    }
     EXPECT_THAT(m_appData.Names(), IsEmpty());
 }
 
-TEST_F(OutputOrderTest, FileByNameIsSynchronousAndByDefaultQueuedUnlessPolicySaysOtherwise) {
+TEST_F(CreateLoggerTest, FileByNameIsSynchronousAndByDefaultQueuedUnlessPolicySaysOtherwise) {
     std::vector<std::string> messages;
     const auto expectType = [&](const wchar_t* loggingType, int type) {
-        EXPECT_THAT(OutputsOf(loggingType), ElementsAre("file"));
+        SetLoggingType(loggingType);
+        EXPECT_THAT(Outputs(), ElementsAre("file"));
         EXPECT_EQ(m_fileType, type);
         messages.emplace_back("text");
-        EXPECT_EQ(ReadMessages(m_appData.Log()), messages);
+        EXPECT_EQ(Messages(), messages);
     };
     expectType(L"FILE", ListenerType::kFile);
     expectType(L"", ListenerType::kQueuedFile);
-    m_policies.OfExecutable(L"QueuedWrites", Rig::RegistryNumber(1));
+    m_policies.OfExecutable(L"QueuedWrites", RegistryNumber(1));
     expectType(L"FILE", ListenerType::kQueuedFile);
-    m_policies.OfExecutable(L"QueuedWrites", Rig::RegistryNumber(0));
+    m_policies.OfExecutable(L"QueuedWrites", RegistryNumber(0));
     expectType(L"none", ListenerType::kFile);
 }
 
-TEST(CreateLogger, WithoutPolicyMakesOneQueuedFileOfTraceInToError) {
-    const Policies policies;
-    const AppData appData;
+TEST_F(CreateLoggerTest, WithoutPolicyMakesOneQueuedFileOfTraceInToError) {
     const Rig::Ledger ledger;
-    const auto logger = Orva::Shared::CreateLogger();
+    const auto logger = CreateLogger();
     ASSERT_NE(logger->PrimaryFileListener(), nullptr);
     EXPECT_EQ(logger->PrimaryFileListener()->GetType(), ListenerType::kQueuedFile);
-    EXPECT_EQ(logger->MinLevel(), Level::kTraceIn);
-    EXPECT_EQ(logger->MaxLevel(), Level::kError);
+    EXPECT_TRUE(logger->Takes(Level::kTraceIn));
+    EXPECT_TRUE(logger->Takes(Level::kError));
+    EXPECT_FALSE(logger->Takes(Level::kDiag));
     EXPECT_FALSE(logger->TimingEnabled());
 }
 
-TEST(CreateLogger, MaxLogLevelDiagEnablesTiming) {
-    const Policies policies;
-    const AppData appData;
-    policies.OfProduct(L"MaxLogLevel", RegistryText(L"diag"));
-    EXPECT_TRUE(Orva::Shared::CreateLogger()->TimingEnabled());
+TEST_F(CreateLoggerTest, MaxLogLevelDiagEnablesTiming) {
+    m_policies.OfProduct(L"MaxLogLevel", RegistryText(L"diag"));
+    EXPECT_TRUE(CreateLogger()->TimingEnabled());
 }
 
-TEST(CreateLogger, MinLogLevelNeverSilencesTheLog) {
-    const Policies policies;
-    const AppData appData;
-    policies.OfProduct(L"MinLogLevel", RegistryText(L"silence"));
-    auto logger = Orva::Shared::CreateLogger();
-    logger->Write(Level::kError, "A::B", L"text");
-    logger.reset();
-    EXPECT_EQ(ReadBytes(appData.Log()), kByteOrderMark);
+TEST_F(CreateLoggerTest, UnknownMinLogLevelSilencesTheLog) {
+    m_policies.OfProduct(L"MinLogLevel", RegistryText(L"silence"));
+    EXPECT_THAT(Outputs(), IsEmpty());
+    EXPECT_EQ(ReadBytes(m_appData.Log()), kByteOrderMark);
 }
 
-TEST(CreateLogger, KeepsTheThreadsLastError) {
-    const Policies policies;
-    const AppData appData;
+TEST_F(CreateLoggerTest, KeepsTheThreadsLastError) {
     // Making it again leaves an error behind.
-    appData.MakeLogDirectory();
+    m_appData.MakeLogDirectory();
     SetLastError(ERROR_CRC);
-    const auto logger = Orva::Shared::CreateLogger();
+    const auto logger = CreateLogger();
     EXPECT_EQ(GetLastError(), DWORD{ERROR_CRC});
 }
 
-TEST(CreateLogger, GivesEverythingBack) {
-    const Policies policies;
-    policies.OfProduct(L"LoggingType", RegistryText(L"Event File Debug"));
-    policies.OfExecutable(L"QueuedWrites", Rig::RegistryNumber(1));
-    const AppData appData;
+TEST_F(CreateLoggerTest, GivesEverythingBack) {
+    SetLoggingType(L"Event File Debug");
+    m_policies.OfExecutable(L"QueuedWrites", RegistryNumber(1));
     const Rig::Ledger ledger;
-    auto logger = Orva::Shared::CreateLogger();
-    logger->Write(Level::kError, "A::B", L"text");
-    logger.reset();
+    CreateLogger()->Write(Level::kError, "A::B", L"text");
     EXPECT_TRUE(ledger.Balanced(std::chrono::seconds(5)));
 }
 

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "logging/level.h"
-#include "logging/listener.h"
-#include "tests/logging/policy_keys.h"
+#include "logging/output_listeners.h"
+#include "tests/logging/log_test.h"
 #include "tests/support/ledger.h"
 #include "tests/support/scoped_import.h"
 
@@ -92,12 +92,9 @@ TEST(ProductName, ComesFromTheExecutablesVersionResource) {
     EXPECT_EQ(GetProductName(OwnPath().c_str()), L"Orva Brimlet Support");
 }
 
-TEST(ProductName, IsEmptyWithoutAVersionResource) {
+TEST(ProductName, IsEmptyWithoutAVersionResourceThatCanBeRead) {
     EXPECT_EQ(GetProductName(L"C:\\no\\such\\file.exe"), L"");
     EXPECT_EQ(GetProductName(L""), L"");
-}
-
-TEST(ProductName, IsEmptyWhenTheResourceCannotBeRead) {
     const ScopedResult<&::GetFileVersionInfoW> fails{FALSE, ERROR_ACCESS_DENIED};
     EXPECT_EQ(GetProductName(OwnPath().c_str()), L"");
     EXPECT_EQ(fails.Calls(), 1);
@@ -125,21 +122,22 @@ TEST(ProductName, IsAskedForInTheWindowsCodePageAndThenInUnicode) {
     }
 }
 
-struct ModuleCase {
-    const wchar_t* path;
-    const wchar_t* baseName;
-};
-
 TEST(ModuleNames, KeepThePathAndCutTheBaseName) {
-    for (const ModuleCase& one :
-         {ModuleCase{L"C:\\Orva\\LinkvaneService.exe", L"LinkvaneService"},
-          ModuleCase{L"C:\\Orva\\two.dots.exe", L"two.dots"}, ModuleCase{L"C:\\with.dot\\name", L"with"},
-          ModuleCase{L"\\\\server\\share\\a b.exe", L"a b"}, ModuleCase{L"C:\\.exe", L""},
-          ModuleCase{L"\\x.", L"x"}}) {
+    const std::wstring longPath = L"C:\\d.d\\" + std::wstring(600, L'x') + L".exe";
+    struct Case {
+        std::wstring path;
+        std::wstring baseName;
+    };
+    for (const Case& one :
+         {Case{L"C:\\Orva\\LinkvaneService.exe", L"LinkvaneService"},
+          Case{L"C:\\Orva\\two.dots.exe", L"two.dots"}, Case{L"C:\\with.dot\\name", L"with"},
+          Case{L"\\\\server\\share\\a b.exe", L"a b"}, Case{L"C:\\.exe", L""}, Case{L"\\x.", L"x"},
+          // Longer than the buffer: cut.
+          Case{longPath, L"d"}}) {
         const ScopedModulePath module(one.path);
         const std::optional<ModuleNames> names = GetModuleNames();
         ASSERT_TRUE(names.has_value());
-        EXPECT_EQ(names->path, one.path);
+        EXPECT_EQ(names->path, one.path.substr(0, 519));
         EXPECT_EQ(names->baseName, one.baseName);
         EXPECT_THAT(module.Sizes(), ElementsAre(520U));
     }
@@ -153,15 +151,6 @@ TEST(ModuleNames, AreMissingWhenThePathHasNoDotOrNoBackslash) {
     }
 }
 
-TEST(ModuleNames, PathLongerThanTheBufferIsCut) {
-    const std::wstring path = L"C:\\d.d\\" + std::wstring(600, L'x') + L".exe";
-    const ScopedModulePath module(path);
-    const std::optional<ModuleNames> names = GetModuleNames();
-    ASSERT_TRUE(names.has_value());
-    EXPECT_EQ(names->path, path.substr(0, 519));
-    EXPECT_EQ(names->baseName, L"d");
-}
-
 class PolicyKeysTest : public testing::Test {
   protected:
     const PolicyKeys& Keys() {
@@ -173,12 +162,9 @@ class PolicyKeysTest : public testing::Test {
     PolicyKeys m_keys;
 };
 
-TEST_F(PolicyKeysTest, AreEmptyWithoutPolicies) {
+TEST_F(PolicyKeysTest, MayBeMissing) {
     EXPECT_FALSE(Keys().product);
     EXPECT_FALSE(Keys().executable);
-}
-
-TEST_F(PolicyKeysTest, ExecutablesMayBeMissing) {
     m_policies.Create();
     EXPECT_TRUE(Keys().product);
     EXPECT_FALSE(Keys().executable);
@@ -192,24 +178,11 @@ TEST_F(PolicyKeysTest, AreOpenedForReading) {
             rights.push_back(access);
             return open.Original(key, name, options, access, result);
         }};
-    EXPECT_TRUE(Keys().product);
-    EXPECT_TRUE(m_keys.executable);
-    EXPECT_THAT(rights, ElementsAre(REGSAM{KEY_READ}, REGSAM{KEY_READ}));
-}
-
-TEST_F(PolicyKeysTest, PathIsReadOnceForTheProductAndOnceForTheExecutable) {
-    m_policies.CreateExecutable();
     const ScopedModulePath module(OwnPath());
     EXPECT_TRUE(Keys().product);
     EXPECT_TRUE(m_keys.executable);
+    EXPECT_THAT(rights, ElementsAre(REGSAM{KEY_READ}, REGSAM{KEY_READ}));
     EXPECT_THAT(module.Sizes(), ElementsAre(260U, 520U));
-}
-
-TEST_F(PolicyKeysTest, AreNotOpenedWithoutAProductName) {
-    m_policies.CreateExecutable();
-    const ScopedResult<&::GetFileVersionInfoSizeW> noVersion{0};
-    EXPECT_FALSE(Keys().product);
-    EXPECT_FALSE(m_keys.executable);
 }
 
 TEST_F(PolicyKeysTest, ExecutablesIsNotOpenedWithoutABaseName) {
@@ -261,14 +234,6 @@ int Queued(const PolicyKeys& keys) {
 }
 int NotQueued(const PolicyKeys& keys) {
     return ReadQueuedWrites(keys, false) ? 1 : 0;
-}
-
-/// Exactly so many bytes of "Error" and blanks, without a terminator.
-RegistryValue TextOfBytes(DWORD type, std::size_t bytes) {
-    const std::wstring text = L"Error" + std::wstring(bytes / sizeof(wchar_t), L' ');
-    RegistryValue value{type, std::vector<std::byte>(bytes)};
-    std::memcpy(value.bytes.data(), text.data(), bytes);
-    return value;
 }
 
 /// The characters of a text without its terminator.
@@ -334,7 +299,7 @@ TEST_F(Settings, LowestLevel) {
             {"the executable's comes first", Text(L"VERBOSE"), Text(L"Information"), Level::kVerbose},
             {"an unknown name hides the product's", Text(L"loud"), Text(L"Information"), Level::kNever},
             {"a text of just the limit", Text(justTheLimit), kNone, Level::kNever},
-            {"a text without terminator", TextOfBytes(REG_SZ, 10), kNone, Level::kError}});
+            {"a text without terminator", Unterminated(REG_SZ, L"Error"), kNone, Level::kError}});
 }
 
 TEST_F(Settings, HighestLevel) {
@@ -347,9 +312,10 @@ TEST_F(Settings, HighestLevel) {
 
 TEST_F(Settings, LevelsThatCountAsAbsent) {
     for (const Value& ignored :
-         {Number(5), Text(L""), Value(RegistryBytes(REG_SZ, {})), Value(TextOfBytes(REG_EXPAND_SZ, 10)),
-          Value(TextOfBytes(REG_MULTI_SZ, 10)), Value(TextOfBytes(REG_BINARY, 10)),
-          Value(TextOfBytes(REG_NONE, 10)), Value(TextOfBytes(REG_SZ, 258))}) {
+         {Number(5), Text(L""), Value(RegistryBytes(REG_SZ, {})),
+          Value(Unterminated(REG_EXPAND_SZ, L"Error")), Value(Unterminated(REG_MULTI_SZ, L"Error")),
+          Value(Unterminated(REG_BINARY, L"Error")), Value(Unterminated(REG_NONE, L"Error")),
+          Value(Unterminated(REG_SZ, L"Error" + std::wstring(124, L' ')))}) {
         SCOPED_TRACE("type " + std::to_string(ignored->type) + ", bytes " +
                      std::to_string(ignored->bytes.size()));
         Expect(L"MinLogLevel", &Min,
@@ -364,20 +330,10 @@ TEST_F(Settings, LevelsThatCountAsAbsent) {
 TEST_F(Settings, EveryListenerReadsItsLevels) {
     m_policies.OfProduct(L"MinLogLevel", RegistryText(L"Warning"));
     m_policies.OfProduct(L"MaxLogLevel", RegistryText(L"Never"));
-    class Listener final : public CorvaLogListener {
-      public:
-        explicit Listener(PolicyLevels levels) : CorvaLogListener(levels) {}
-        using CorvaLogListener::PolicyLevels;
-        void Log(const LogData&) override {}
-        [[nodiscard]] int GetType() const override { return ListenerType::kDebug; }
-    };
     const Rig::Ledger ledger;
-    const Listener listener(Listener::PolicyLevels::kRead);
+    const CorvaLogListenerDebug listener;
     EXPECT_EQ(listener.MinLogLevel(), Level::kWarning);
     EXPECT_EQ(listener.MaxLogLevel(), Level::kNever);
-    const Listener ignorant(Listener::PolicyLevels::kIgnore);
-    EXPECT_EQ(ignorant.MinLogLevel(), Level::kTraceIn);
-    EXPECT_EQ(ignorant.MaxLogLevel(), Level::kError);
 }
 
 TEST_F(Settings, MaxLogSize) {

@@ -23,26 +23,32 @@ class RecordingListener final : public Orva::Shared::CorvaLogListener {
   public:
     using Sink = std::function<void(const LogData&)>;
 
-    RecordingListener(const ListenerSettings& settings, Sink sink)
-        : CorvaLogListener(PolicyLevels::kIgnore), m_type(settings.type), m_sink(std::move(sink)) {
+    explicit RecordingListener(
+        const ListenerSettings& settings, Sink sink = [](const LogData&) {},
+        std::function<void()> onDestruction = [] {})
+        : CorvaLogListener(PolicyLevels::kIgnore),
+          m_type(settings.type),
+          m_sink(std::move(sink)),
+          m_onDestruction(std::move(onDestruction)) {
         m_minLogLevel = settings.minLevel;
         m_maxLogLevel = settings.maxLevel;
     }
-    ~RecordingListener() noexcept(false) override {
-        if (onDestruction) {
-            onDestruction();
-        }
-    }
+    ~RecordingListener() noexcept(false) override { m_onDestruction(); }
 
     void Log(const LogData& entry) override { m_sink(entry); }
     [[nodiscard]] int GetType() const override { return m_type; }
 
-    std::function<void()> onDestruction;
-
   private:
     int m_type;
     Sink m_sink;
+    std::function<void()> m_onDestruction;
 };
+
+/// A logger of these listeners, which takes them over.
+inline std::unique_ptr<Orva::Shared::CorvaLogger> MakeLogger(
+    std::vector<Orva::Shared::CorvaLogListener*> listeners) {
+    return std::make_unique<Orva::Shared::CorvaLogger>(listeners.data(), static_cast<int>(listeners.size()));
+}
 
 /// A logger whose listeners note the messages that they get as "<listener's place>:<message>".
 class RecordingLogger {
@@ -56,8 +62,7 @@ class RecordingLogger {
                     m_messages.push_back(place + L":" + std::wstring(entry.Message()));
                 }));
         }
-        m_logger =
-            std::make_unique<Orva::Shared::CorvaLogger>(listeners.data(), static_cast<int>(listeners.size()));
+        m_logger = MakeLogger(listeners);
     }
 
     Orva::Shared::CorvaLogger* operator->() const { return m_logger.get(); }

@@ -5,6 +5,7 @@
 
 #include <stdexcept>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "logging/log_scope.h"
@@ -32,35 +33,36 @@ class ScopedInterruptTime {
     void Set(ULONGLONG ticks) { m_now = ticks; }
 
   private:
-    ULONGLONG m_now = 5'000'000'000;
+    ULONGLONG m_now = 0;
     ScopedImport<&::QueryUnbiasedInterruptTime> m_time{[this](ULONGLONG* time) {
         *time = m_now;
         return TRUE;
     }};
 };
 
-/// The line of an operation that took so long.
-std::wstring ElapsedLine(ULONGLONG ticks) {
-    constexpr ULONGLONG kStart = 5'000'000'000;
-    ScopedInterruptTime time;
-    const RecordingLogger logger(std::vector{ListenerSettings{.maxLevel = Level::kDiag}});
-    LogScopeTimer timer(*logger, "A::B");
-    time.Set(kStart + ticks);
-    timer.End();
-    EXPECT_EQ(logger.Messages().size(), 1U);
-    EXPECT_DOUBLE_EQ(timer.ElapsedMilliseconds(), static_cast<double>(ticks) / 10000.0);
-    return logger.Messages().front();
-}
-
 TEST(ScopeTimer, WritesMillisecondsBelowAThousandSecondsAndSecondsFromThereOn) {
-    EXPECT_EQ(ElapsedLine(0), L"0:Elapsed time =     0.0 ms.");
-    EXPECT_EQ(ElapsedLine(12'340), L"0:Elapsed time =     1.2 ms.");
-    EXPECT_EQ(ElapsedLine(1500 * kTicksPerMillisecond), L"0:Elapsed time =  1500.0 ms.");
-    EXPECT_EQ(ElapsedLine(9'999'999'000), L"0:Elapsed time = 999999.9 ms.");
-    EXPECT_EQ(ElapsedLine(1'000'000 * kTicksPerMillisecond), L"0:Elapsed time =  1000.0 s.");
-    EXPECT_EQ(ElapsedLine(36'000'000 * kTicksPerMillisecond), L"0:Elapsed time = 36000.0 s.");
-    // Without a sign: a clock that went back shows as an enormous time.
-    EXPECT_EQ(ElapsedLine(ULONGLONG{0} - 10'000), L"0:Elapsed time = 1844674407371.0 s.");
+    constexpr ULONGLONG kStart = 5'000'000'000;
+    struct Case {
+        ULONGLONG ticks;
+        const wchar_t* line;
+    };
+    for (const Case& one :
+         {Case{0, L"0:Elapsed time =     0.0 ms."}, Case{12'340, L"0:Elapsed time =     1.2 ms."},
+          Case{1500 * kTicksPerMillisecond, L"0:Elapsed time =  1500.0 ms."},
+          Case{9'999'999'000, L"0:Elapsed time = 999999.9 ms."},
+          Case{1'000'000 * kTicksPerMillisecond, L"0:Elapsed time =  1000.0 s."},
+          Case{36'000'000 * kTicksPerMillisecond, L"0:Elapsed time = 36000.0 s."},
+          // Without a sign: a clock that went back shows as an enormous time.
+          Case{ULONGLONG{0} - 10'000, L"0:Elapsed time = 1844674407371.0 s."}}) {
+        ScopedInterruptTime time;
+        time.Set(kStart);
+        const RecordingLogger logger(std::vector{ListenerSettings{.maxLevel = Level::kDiag}});
+        LogScopeTimer timer(*logger, "A::B");
+        time.Set(kStart + one.ticks);
+        timer.End();
+        EXPECT_THAT(logger.Messages(), ElementsAre(one.line));
+        EXPECT_DOUBLE_EQ(timer.ElapsedMilliseconds(), static_cast<double>(one.ticks) / 10000.0);
+    }
 }
 
 TEST(ScopeTimer, RecordsMillisecondsInTheStatistics) {
@@ -93,7 +95,7 @@ TEST(TimingStatistics, SumUpByNameAndRememberTheLongest) {
 
 TEST(TimingStatistics, AddsUpWhatManyThreadsRecord) {
     TimingStatistics statistics;
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
             for (int n = 0; n < 1000; ++n) {
@@ -101,90 +103,49 @@ TEST(TimingStatistics, AddsUpWhatManyThreadsRecord) {
             }
         });
     }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    threads.clear();
     EXPECT_EQ(statistics.Find("A::B").count, 4000);
 }
 
-TEST(TimingStatistics, EachCallTakesTheLockOnce) {
-    TimingStatistics statistics;
-    const CountedCalls<&::EnterCriticalSection> enter;
-    const CountedCalls<&::LeaveCriticalSection> leave;
-    statistics.Add("A::B", 1.0);
-    EXPECT_EQ(statistics.Find("A::B").count, 1);
-    EXPECT_EQ(statistics.LongestName(), 4U);
-    EXPECT_EQ(enter.Calls(), 3);
-    EXPECT_EQ(leave.Calls(), 3);
-}
-
-TEST(LogScope, WritesArgumentsAndResult) {
+TEST(LogScope, WritesArgumentsAndTheLastWordingOfTheExitLineAndAsksForNoTime) {
     const LogRecorder log;
+    const ScopedImport<&::QueryUnbiasedInterruptTime> time{[](ULONGLONG*) { return FALSE; }};
     const auto operation = [] {
         LogScope scope("A::B", L"Name = %s", L"x");
         scope.Verbose(L"%d", 1);
         scope.Information(L"%d", 2);
         scope.Warning(L"%d", 3);
         scope.Error(L"%d", 4);
-        return scope.Return(L"Return Value = %d", 7);
+        scope.ExitLine(L"%s", L"first");
+        return scope.Return(L"Return Value = %d %%s", 7);
     };
     EXPECT_EQ(operation(), 7);
     EXPECT_THAT(log.Lines(), ElementsAre(TraceIn("A::B", L"Name = x"), Verbose("A::B", L"1"),
                                          Information("A::B", L"2"), Warning("A::B", L"3"),
-                                         Error("A::B", L"4"), TraceOut("A::B", L"Return Value = 7")));
+                                         Error("A::B", L"4"), TraceOut("A::B", L"Return Value = 7 %s")));
+    EXPECT_EQ(time.Calls(), 0);
 }
 
-TEST(LogScope, LastWordingOfTheExitLineHolds) {
-    const LogRecorder log;
-    {
-        LogScope scope("A::B");
-        scope.ExitLine(L"%s", L"first");
-        scope.ExitLine(L"%s", L"100%");
-    }
-    EXPECT_THAT(log.At(Level::kTraceOut), ElementsAre(TraceOut("A::B", L"100%")));
-}
-
-TEST(LogScope, OmitsTheExitLineWhenTold) {
-    const LogRecorder log;
-    {
-        LogScope scope("A::B");
-        scope.OmitExitLine();
-    }
-    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn("A::B")));
-}
-
-TEST(LogScope, GuardGivesTheStepsAnswerAndWritesNothing) {
-    const LogRecorder log;
-    const LogScope scope("A::B");
-    EXPECT_EQ(scope.Guard(1, [] { return 2; }), 2);
-    bool ran = false;
-    scope.Guard([&] { ran = true; });
-    EXPECT_TRUE(ran);
-    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn("A::B")));
-}
-
-TEST(LogScope, GuardWritesWhatIsThrownUnderTheOperationsOwnNameAndFallsBack) {
-    const LogRecorder log;
-    for (const char* name : {"A::B", "A::C::D", "E"}) {
+TEST(LogScope, GuardGivesTheAnswerOrWritesWhatIsThrownUnderTheOperationsOwnNameAndFallsBack) {
+    LogRecorder log;
+    const auto operation = [](const char* name) {
         LogScope scope(name);
-        EXPECT_EQ(scope.Guard(7, []() -> int { throw std::runtime_error("other text"); }), 7);
+        bool ran = false;
+        scope.Guard([&] { ran = true; });
+        EXPECT_TRUE(ran);
+        EXPECT_EQ(scope.Guard(1, [] { return 2; }), 2);
         scope.Guard([] { throw 5; });
-    }
-    EXPECT_THAT(log.From(Level::kError),
-                ElementsAre(Error("A::B", L"Exception in B()"), Error("A::B", L"Exception in B()"),
-                            Error("A::C::D", L"Exception in D()"), Error("A::C::D", L"Exception in D()"),
-                            Error("E", L"Exception in E()"), Error("E", L"Exception in E()")));
-}
-
-TEST(LogScope, ExitLineComesAfterTheGuardsLine) {
-    const LogRecorder log;
-    const auto operation = [] {
-        LogScope scope("A::B");
-        return scope.Return(L"Return = %d", scope.Guard(-1, []() -> int { throw 5; }));
+        return scope.Return(L"Return = %d",
+                            scope.Guard(-1, []() -> int { throw std::runtime_error("other text"); }));
     };
-    EXPECT_EQ(operation(), -1);
-    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn("A::B"), Error("A::B", L"Exception in B()"),
-                                         TraceOut("A::B", L"Return = -1")));
+    for (const auto& [name, line] :
+         {std::pair("A::B", L"Exception in B()"), std::pair("A::C::D", L"Exception in D()"),
+          std::pair("E", L"Exception in E()")}) {
+        log.Clear();
+        EXPECT_EQ(operation(name), -1);
+        EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(name), Error(name, line), Error(name, line),
+                                             TraceOut(name, L"Return = -1")));
+    }
 }
 
 TEST(LogScope, EndsTheTimerLastWithOrWithoutAnExitLine) {
@@ -202,13 +163,6 @@ TEST(LogScope, EndsTheTimerLastWithOrWithoutAnExitLine) {
     EXPECT_THAT(log.Lines(),
                 ElementsAre(TraceIn("A::B"), TraceOut("A::B"), Diag("A::B", L"Elapsed time =    15.0 ms."),
                             TraceIn("C::D"), Diag("C::D", L"Elapsed time =     0.0 ms.")));
-}
-
-TEST(LogScope, MakesNoTimerWhileTimingIsOff) {
-    const LogRecorder log;
-    const ScopedImport<&::QueryUnbiasedInterruptTime> time{[](ULONGLONG*) { return FALSE; }};
-    { const LogScope scope("A::B"); }
-    EXPECT_EQ(time.Calls(), 0);
 }
 
 TEST(LogScope, KeepsTheThreadsLastError) {

@@ -1,28 +1,18 @@
 // Two processes and one log file.
 #include <gmock/gmock.h>
+#include <process.h>
 
-#include <array>
-#include <atomic>
+#include <cstdint>
 #include <map>
-#include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "logging/file_listener.h"
 #include "platform/handles.h"
-#include "tests/logging/held_mutex.h"
-#include "tests/logging/log_directory.h"
-#include "tests/logging/log_entries.h"
+#include "tests/logging/log_test.h"
 #include "tests/support/registry_tree.h"
-#include "tests/support/scoped_import.h"
 
 namespace LoggingTests {
 namespace {
-
-using Orva::Shared::CorvaLogListenerFile;
-using Platform::UniqueHandle;
-using testing::ElementsAre;
 
 constexpr int kLines = 10'000;
 
@@ -30,26 +20,18 @@ constexpr int kLines = 10'000;
 class LogWriter {
   public:
     LogWriter(const std::wstring& folder, const std::wstring& arguments) {
-        std::array<wchar_t, MAX_PATH> path{};
-        Rig::Real<&::GetModuleFileNameW>(nullptr, path.data(), static_cast<DWORD>(path.size()));
-        std::wstring program = path.data();
+        std::wstring program(MAX_PATH, L'\0');
+        GetModuleFileNameW(nullptr, program.data(), MAX_PATH);
         program.erase(program.rfind(L'\\') + 1);
-        std::wstring line = L"\"" + program + L"log_writer.exe\" \"" + folder + L"\" " + arguments;
-        STARTUPINFOW startup{};
-        startup.cb = sizeof(startup);
-        PROCESS_INFORMATION process{};
-        EXPECT_NE(CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                                 &process),
-                  FALSE)
-            << "error " << GetLastError();
-        m_process.Reset(process.hProcess);
-        CloseHandle(process.hThread);
+        const std::intptr_t process =
+            _wspawnl(_P_NOWAIT, (program + L"log_writer.exe").c_str(), L"log_writer",
+                     (L"\"" + folder + L"\"").c_str(), arguments.c_str(), nullptr);
+        EXPECT_NE(process, -1);
+        m_process.Reset(reinterpret_cast<HANDLE>(process));
     }
     LogWriter(const LogWriter&) = delete;
     LogWriter& operator=(const LogWriter&) = delete;
-    ~LogWriter() { Kill(); }
-
-    void Kill() {
+    ~LogWriter() {
         TerminateProcess(m_process.Get(), 9);
         WaitForSingleObject(m_process.Get(), INFINITE);
     }
@@ -62,28 +44,24 @@ class LogWriter {
     }
 
   private:
-    UniqueHandle m_process;
+    Platform::UniqueHandle m_process;
 };
 
-class SharedLogTest : public testing::Test {
+class SharedLogTest : public LogTest {
   protected:
+    SharedLogTest() : LogTest(L"log_writer") {}
+
     /// The messages of all files of the log, the oldest file first.
     [[nodiscard]] std::vector<std::string> AllMessages() const {
         std::vector<std::string> all;
         for (int number = 30; number >= 0; --number) {
-            const std::wstring path = number == 0 ? m_appData.File(L"log_writer.log") : Numbered(number);
+            const std::wstring path = number == 0 ? m_appData.Log() : m_appData.Log(number);
             if (Exists(path)) {
                 const std::vector<std::string> some = ReadMessages(path);
                 all.insert(all.end(), some.begin(), some.end());
             }
         }
         return all;
-    }
-
-    [[nodiscard]] std::wstring Numbered(int number) const {
-        std::array<wchar_t, 40> name{};
-        _snwprintf(name.data(), name.size() - 1, L"log_writer_%04d.log", number);
-        return m_appData.File(name.data());
     }
 
     /// Two processes write their lines at the same time.
@@ -93,9 +71,6 @@ class SharedLogTest : public testing::Test {
         EXPECT_EQ(first.ExitCode(), 0U);
         EXPECT_EQ(second.ExitCode(), 0U);
     }
-
-    Rig::ScopedRegistryTree m_policies{HKEY_LOCAL_MACHINE, L"Software\\Policies\\Orva\\Orva Brimlet Support"};
-    AppData m_appData;
 };
 
 /// The numbers of each tag, in the order of the lines.
@@ -123,7 +98,7 @@ void ExpectUnbrokenToTheEnd(const std::vector<int>& numbers) {
 
 TEST_F(SharedLogTest, EveryLineOfTwoProcessesStandsWholeInTheFile) {
     // No rotation gets in the way.
-    m_policies.Write({}, L"MaxLogSize", Rig::RegistryNumber(100'000));
+    m_policies.OfProduct(L"MaxLogSize", Rig::RegistryNumber(100'000));
     RunTwoWriters();
     const auto numbers = NumbersByTag(AllMessages());
     ASSERT_EQ(numbers.size(), 2U);
@@ -135,10 +110,10 @@ TEST_F(SharedLogTest, EveryLineOfTwoProcessesStandsWholeInTheFile) {
 
 TEST_F(SharedLogTest, LinesOfTwoProcessesAreLostOnlyWithFilesThatRotationDeletes) {
     // Twenty thousand lines of some eighty bytes are many times this.
-    m_policies.Write({}, L"MaxLogSize", Rig::RegistryNumber(64));
+    m_policies.OfProduct(L"MaxLogSize", Rig::RegistryNumber(64));
     RunTwoWriters();
-    EXPECT_TRUE(Exists(Numbered(9)));
-    EXPECT_FALSE(Exists(Numbered(10)));
+    EXPECT_TRUE(Exists(m_appData.Log(9)));
+    EXPECT_FALSE(Exists(m_appData.Log(10)));
     const auto numbers = NumbersByTag(AllMessages());
     ASSERT_FALSE(numbers.empty());
     for (const auto& [tag, ofTag] : numbers) {
@@ -156,97 +131,6 @@ TEST_F(SharedLogTest, QueueIsWrittenWhenTheProcessExits) {
     const std::vector<std::string> messages = AllMessages();
     ASSERT_EQ(messages.size(), 500U);
     EXPECT_EQ(messages.back(), "exit 499");
-}
-
-/// This process takes the part of a second `log_writer`.
-class AbandonedMutexTest : public SharedLogTest {
-  protected:
-    /// Lets a writer take the file, and kills it while it has it.
-    void KillAWriterThatHoldsTheFile() {
-        constexpr wchar_t kEvent[] = L"logging_tests_writer_holds";
-        const UniqueHandle holds(CreateEventW(nullptr, TRUE, FALSE, kEvent));
-        LogWriter writer(m_appData.Path(), L"hold " + std::wstring(kEvent));
-        ASSERT_EQ(WaitForSingleObject(holds.Get(), 60'000), WAIT_OBJECT_0);
-        writer.Kill();
-    }
-
-    [[nodiscard]] std::vector<std::string> Messages() const {
-        return ReadMessages(m_appData.File(L"log_writer.log"));
-    }
-
-    [[nodiscard]] UniqueHandle OpenMutexOfLog() const {
-        return UniqueHandle(
-            OpenMutexW(SYNCHRONIZE, FALSE, MutexNameOf(m_appData.File(L"log_writer.log")).c_str()));
-    }
-
-  private:
-    Rig::ScopedImport<&::GetModuleFileNameW> m_name{[](HMODULE, LPWSTR path, DWORD characters) {
-        std::wcsncpy(path, L"C:\\somewhere\\log_writer.exe", characters);
-        return DWORD{27};
-    }};
-};
-
-TEST_F(AbandonedMutexTest, ThreadThatFindsItWritesOnAndKeepsTheOthersWaiting) {
-    CorvaLogListenerFile listener(false);
-    KillAWriterThatHoldsTheFile();
-    // The killed writer never comes back; the line is written all the same, and the next ones too.
-    listener.Log(Entry(L"one"));
-    listener.Log(Entry(L"two"));
-    std::atomic<bool> otherWrote = false;
-    std::thread other([&] {
-        listener.Log(Entry(L"other"));
-        otherWrote = true;
-    });
-    Sleep(300);
-    listener.Log(Entry(L"three"));
-    EXPECT_FALSE(otherWrote);
-    EXPECT_THAT(Messages(), ElementsAre("one", "two", "three"));
-    // Taken twice and released once: this is what is still to be released.
-    EXPECT_NE(ReleaseMutex(OpenMutexOfLog().Get()), FALSE);
-    other.join();
-    EXPECT_THAT(Messages(), ElementsAre("one", "two", "three", "other"));
-}
-
-TEST_F(AbandonedMutexTest, AnotherProcessWaitsToo) {
-    CorvaLogListenerFile listener(false);
-    KillAWriterThatHoldsTheFile();
-    listener.Log(Entry(L"one"));
-    LogWriter other(m_appData.Path(), L"lines other 1");
-    Sleep(500);
-    EXPECT_THAT(Messages(), ElementsAre("one"));
-    ReleaseMutex(OpenMutexOfLog().Get());
-    EXPECT_EQ(other.ExitCode(), 0U);
-    EXPECT_THAT(Messages(), ElementsAre("one", "other 0"));
-}
-
-TEST_F(AbandonedMutexTest, QueuedWritesGoOn) {
-    CorvaLogListenerFile listener(true);
-    KillAWriterThatHoldsTheFile();
-    const auto writes = [&](const std::wstring& message, std::size_t count) {
-        listener.Log(Entry(message));
-        return Eventually([&] { return Messages().size() == count; });
-    };
-    // Each writer keeps the mutex once too often when it ends, which abandons it for the next one.
-    EXPECT_TRUE(writes(L"one", 1));
-    EXPECT_TRUE(writes(L"two", 2));
-    EXPECT_TRUE(writes(L"three", 3));
-    EXPECT_THAT(Messages(), ElementsAre("one", "two", "three"));
-}
-
-TEST_F(AbandonedMutexTest, ListenerThatBeginsWithItKeepsItForItsThread) {
-    UniqueHandle keepsItAlive;
-    {
-        const CorvaLogListenerFile first(false);
-        keepsItAlive = OpenMutexOfLog();
-        KillAWriterThatHoldsTheFile();
-    }
-    CorvaLogListenerFile listener(false);
-    listener.Log(Entry(L"one"));
-    DWORD result = WAIT_FAILED;
-    std::thread([&] { result = WaitForSingleObject(keepsItAlive.Get(), 0); }).join();
-    EXPECT_EQ(result, DWORD{WAIT_TIMEOUT});
-    EXPECT_THAT(Messages(), ElementsAre("one"));
-    ReleaseMutex(keepsItAlive.Get());
 }
 
 }  // namespace

@@ -3,24 +3,19 @@
 #include <gmock/gmock.h>
 #include <process.h>
 
-#include <algorithm>
 #include <atomic>
 #include <functional>
-#include <map>
 #include <memory>
-#include <new>
+#include <optional>
 #include <thread>
+#include <utility>
 #include <vector>
 
-#include "logging/entry_queue.h"
 #include "logging/file_listener.h"
 #include "logging/logger.h"
 #include "tests/logging/failing_memory.h"
-#include "tests/logging/held_mutex.h"
-#include "tests/logging/log_directory.h"
 #include "tests/logging/log_entries.h"
-#include "tests/logging/policy_keys.h"
-#include "tests/support/ledger.h"
+#include "tests/logging/log_test.h"
 #include "tests/support/scoped_import.h"
 #include "tests/support/skip_unless_imported.h"
 
@@ -31,367 +26,214 @@ namespace Level = Orva::Shared::Level;
 using Orva::Shared::CorvaLogger;
 using Orva::Shared::CorvaLogListener;
 using Orva::Shared::CorvaLogListenerFile;
-using Orva::Shared::EntryQueue;
 using Rig::ScopedImport;
 using Rig::ScopedResult;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// Takes everything out of a queue.
-std::vector<std::wstring> Drain(EntryQueue& queue) {
-    std::vector<std::wstring> messages;
-    auto entry = Entry(L"");
-    while (!queue.IsEmpty()) {
-        queue.TakeFirst(entry);
-        messages.emplace_back(entry.Message());
-    }
-    return messages;
-}
-
-TEST(EntryQueue, GivesEntriesBackWholeAndInOrder) {
-    EntryQueue queue;
-    EXPECT_TRUE(queue.IsEmpty());
-    queue.Append(Entry(L"one", Orva::Shared::Level::kWarning, "A::B"));
-    queue.Append(Entry(L"", Orva::Shared::Level::kTraceIn, "odd"));
-    queue.Append(Entry(L"three"));
-    auto entry = Entry(L"other");
-    queue.TakeFirst(entry);
-    EXPECT_EQ(entry.GetLogLine(), L"2019/04/05 13:07:09.042|00001A2C|Warning    |A::B|one");
-    queue.TakeFirst(entry);
-    EXPECT_EQ(entry.GetLogLine(), L"2019/04/05 13:07:09.042|00001A2C|TraceIn    |odd|");
-    EXPECT_THAT(Drain(queue), ElementsAre(L"three"));
-    EXPECT_TRUE(queue.IsEmpty());
-}
-
-TEST(EntryQueue, TakesManyEntriesAndLargeOnes) {
-    EntryQueue queue;
-    std::vector<std::wstring> expected;
-    for (int i = 0; i < 3000; ++i) {
-        expected.push_back(i % 500 == 250 ? std::wstring(100'000, L'x') : L"entry " + std::to_wstring(i));
-    }
-    for (int round = 0; round < 3; ++round) {
-        for (const std::wstring& message : expected) {
-            queue.Append(Entry(message));
-        }
-        EXPECT_EQ(Drain(queue), expected);
-    }
-}
-
-TEST(EntryQueue, NeedsNoMemoryOnceItHasSome) {
-    EntryQueue queue;
-    const auto entry = Entry(std::wstring(100, L'x'));
-    auto other = Entry(L"");
-    const auto fillAndDrain = [&] {
-        for (int i = 0; i < 500; ++i) {
-            queue.Append(entry);
-        }
-        while (!queue.IsEmpty()) {
-            queue.TakeFirst(other);
-        }
-    };
-    fillAndDrain();
-    const long long before = AllocationsSoFar();
-    fillAndDrain();
-    EXPECT_EQ(AllocationsSoFar(), before);
-}
-
-TEST(EntryQueue, GivesTheRoomOfManyEntriesBack) {
-    EntryQueue queue;
-    for (int i = 0; i < 3000; ++i) {
-        queue.Append(Entry(std::wstring(100, L'x')));
-    }
-    EXPECT_EQ(Drain(queue).size(), 3000U);
-    const auto entry = Entry(L"one");
-    const long long before = AllocationsSoFar();
-    queue.Append(entry);
-    EXPECT_GT(AllocationsSoFar(), before);
-}
-
-TEST(EntryQueue, IsAsItWasWhenThereIsNoMemoryForAnEntry) {
-    EntryQueue queue;
-    queue.Append(Entry(L"one"));
-    const auto large = Entry(std::wstring(10'000, L'x'));
-    {
-        const ScopedMemoryShortage shortage(1);
-        EXPECT_THROW(queue.Append(large), std::bad_alloc);
-    }
-    queue.Append(Entry(L"two"));
-    EXPECT_THAT(Drain(queue), ElementsAre(L"one", L"two"));
-}
-
-TEST(EntryQueue, ForgetsWhatIsCleared) {
-    EntryQueue queue;
-    queue.Append(Entry(L"one"));
-    queue.Clear();
-    EXPECT_TRUE(queue.IsEmpty());
-    queue.Append(Entry(L"two"));
-    EXPECT_THAT(Drain(queue), ElementsAre(L"two"));
-}
-
-class WriteQueueTest : public testing::Test {
+class WriteQueueTest : public LogTest {
   protected:
-    /// Waits until the log has so many lines.
-    [[nodiscard]] bool HasLines(std::size_t count) const {
-        return Eventually([&] {
-            const std::string bytes = ReadBytes(m_appData.Log());
-            return static_cast<std::size_t>(std::count(bytes.begin(), bytes.end(), '\n')) >= count;
-        });
-    }
+    void Log(const std::wstring& message) { m_listener->Log(Entry(message)); }
+    void EndListener() { m_listener.reset(); }
+
+    /// Keeps the writer from the file until `Release`.
+    void HoldFile() { m_held.emplace(m_appData.Log()); }
+    void ReleaseFile() { m_held.reset(); }
 
     /// Waits for so many lines, and for the writer's end; what stands in the log then.
     [[nodiscard]] std::vector<std::string> Written(std::size_t count) const {
         EXPECT_TRUE(HasLines(count));
-        { const HeldMutex writerEnded(m_appData.Log()); }
-        return ReadMessages(m_appData.Log());
+        WaitForWriter();
+        return Messages();
     }
 
-    Policies m_policies;
-    AppData m_appData;
+    std::unique_ptr<CorvaLogListenerFile> m_listener = std::make_unique<CorvaLogListenerFile>(true);
+
+  private:
+    std::optional<HeldMutex> m_held;
+};
+
+/// Makes each write to the file wait until it may go on, for a scope.
+class HeldWrites {
+  public:
+    ~HeldWrites() { Release(); }
+    void Release() { m_mayEnd = true; }
+    [[nodiscard]] bool HaveBegun() const {
+        return Eventually([this] { return m_write.Calls() != 0; });
+    }
+
+  private:
+    std::atomic<bool> m_mayEnd = false;
+    ScopedImport<&::fwrite> m_write{
+        [this](const void* data, std::size_t size, std::size_t count, FILE* file) {
+            while (!m_mayEnd) {
+                Rig::Real<&::Sleep>(DWORD{1});
+            }
+            return m_write.Original(data, size, count, file);
+        }};
 };
 
 TEST_F(WriteQueueTest, WritesLinesInTheirOrder) {
     std::vector<std::string> expected;
-    CorvaLogListenerFile listener(true);
     for (int line = 0; line < 5000; ++line) {
-        listener.Log(Entry(std::to_wstring(line)));
-        expected.push_back(std::to_string(line));
+        // Some are longer than the writer has memory at hand for.
+        const std::wstring message = std::to_wstring(line) + std::wstring(line % 500 == 7 ? 5000 : 0, L'x');
+        Log(message);
+        expected.emplace_back(message.begin(), message.end());
     }
     EXPECT_EQ(Written(5000), expected);
 }
 
-TEST_F(WriteQueueTest, WritesTheSameBytesAsWithoutAQueue) {
-    {
-        CorvaLogListenerFile listener(true);
-        listener.Log(Entry(L"one \x00e4\x20ac\xd83d\xde00", Orva::Shared::Level::kInformation, "A::B"));
-        EXPECT_TRUE(HasLines(1));
-    }
-    EXPECT_EQ(
-        ReadBytes(m_appData.Log()),
-        "\xEF\xBB\xBF"
-        "2019/04/05 13:07:09.042|00001A2C|Information|A::B|one \xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\r\n");
-}
-
-TEST_F(WriteQueueTest, CallersDoNotWaitForTheFile) {
-    CorvaLogListenerFile listener(true);
-    {
-        const HeldMutex held(m_appData.Log());
-        for (int line = 0; line < 100; ++line) {
-            listener.Log(Entry(std::to_wstring(line)));
-        }
-        EXPECT_TRUE(ReadLines(m_appData.Log()).empty());
-    }
-    EXPECT_TRUE(HasLines(100));
-}
-
-TEST_F(WriteQueueTest, OpensOnceAndReleasesOnceForAllThatComesDuringADrain) {
+TEST_F(WriteQueueTest, OneWriterOpensAndReleasesTheFileOnceForAllThatComesMeanwhile) {
     SKIP_UNLESS_IMPORTED(_wfopen);
-    CorvaLogListenerFile listener(true);
     const CountedCalls<&::_wfopen> open;
     const CountedCalls<&::ReleaseMutex> release;
+    const ScopedImport<&::_beginthreadex> start{[&](void* security, unsigned stack, auto... others) {
+        EXPECT_EQ(stack, 0U);
+        return start.Original(security, stack, others...);
+    }};
     std::atomic<int> writes = 0;
     const ScopedImport<&::fwrite> write{
         [&](const void* data, std::size_t size, std::size_t count, FILE* file) {
             if (++writes <= 20) {
-                listener.Log(Entry(L"meanwhile"));
+                Log(L"meanwhile");
             }
             return write.Original(data, size, count, file);
         }};
-    {
-        const HeldMutex held(m_appData.Log());
-        for (int line = 0; line < 10; ++line) {
-            listener.Log(Entry(L"x"));
-        }
+    HoldFile();
+    for (int line = 0; line < 10; ++line) {
+        Log(L"x");
     }
-    EXPECT_TRUE(HasLines(30));
-    { const HeldMutex writerEnded(m_appData.Log()); }
+    EXPECT_TRUE(ReadLines(m_appData.Log()).empty());
+    ReleaseFile();
+    EXPECT_EQ(Written(30).size(), 30U);
     EXPECT_EQ(open.Calls(), 1);
     EXPECT_EQ(release.Calls(), 1);
+    EXPECT_EQ(start.Calls(), 1);
+    Log(L"y");
+    EXPECT_TRUE(HasLines(31));
+    EXPECT_EQ(start.Calls(), 2);
 }
 
 TEST_F(WriteQueueTest, CallersDoNotWaitForAWriteThatTakesLong) {
     SKIP_UNLESS_IMPORTED(fwrite);
-    std::atomic<bool> isWriting = false;
-    std::atomic<bool> mayEnd = false;
-    const ScopedImport<&::fwrite> slow{
-        [&](const void* data, std::size_t size, std::size_t count, FILE* file) {
-            isWriting = true;
-            while (!mayEnd) {
-                Rig::Real<&::Sleep>(DWORD{1});
-            }
-            return slow.Original(data, size, count, file);
-        }};
-    CorvaLogListenerFile listener(true);
-    listener.Log(Entry(L"one"));
-    EXPECT_TRUE(Eventually([&] { return isWriting.load(); }));
+    HeldWrites writes;
+    Log(L"one");
+    EXPECT_TRUE(writes.HaveBegun());
     std::atomic<bool> hasLogged = false;
     std::thread caller([&] {
-        listener.Log(Entry(L"two"));
+        Log(L"two");
         hasLogged = true;
     });
     EXPECT_TRUE(Eventually([&] { return hasLogged.load(); }));
-    mayEnd = true;
+    writes.Release();
     caller.join();
-    EXPECT_TRUE(HasLines(2));
+    EXPECT_THAT(Written(2), ElementsAre("one", "two"));
 }
 
-TEST_F(WriteQueueTest, OneWriterServesManyEntriesAndEndsWithTheQueue) {
-    SKIP_UNLESS_IMPORTED(_beginthreadex);
-    const ScopedImport<&::_beginthreadex> start{[&](void* security, unsigned stack,
-                                                    unsigned(__stdcall * function)(void*), void* argument,
-                                                    unsigned flags, unsigned* id) {
-        EXPECT_EQ(stack, 0U);
-        return start.Original(security, stack, function, argument, flags, id);
-    }};
-    CorvaLogListenerFile listener(true);
-    {
-        const HeldMutex held(m_appData.Log());
-        for (int line = 0; line < 50; ++line) {
-            listener.Log(Entry(L"x"));
-        }
-        EXPECT_EQ(start.Calls(), 1);
-    }
-    EXPECT_TRUE(HasLines(50));
-    { const HeldMutex writerEnded(m_appData.Log()); }
-    listener.Log(Entry(L"y"));
-    EXPECT_TRUE(HasLines(51));
-    EXPECT_EQ(start.Calls(), 2);
-}
+// --- Entries that have to wait ----------------------------------------------------------------
 
 TEST_F(WriteQueueTest, EntriesStayQueuedWhileTheFileCannotBeOpened) {
     SKIP_UNLESS_IMPORTED(_wfopen);
-    CorvaLogListenerFile listener(true);
-    std::atomic<bool> locked = true;
-    const ScopedImport<&::_wfopen> open{[&](const wchar_t* path, const wchar_t* mode) {
-        return locked ? nullptr : open.Original(path, mode);
-    }};
-    listener.Log(Entry(L"one"));
-    EXPECT_TRUE(Eventually([&] { return open.Calls() == 1; }));
-    { const HeldMutex writerEnded(m_appData.Log()); }
-    Sleep(20);
+    {
+        const ScopedImport<&::_wfopen> fails{[](auto...) -> FILE* { return nullptr; }};
+        Log(L"one");
+        EXPECT_TRUE(Eventually([&] { return fails.Calls() == 1; }));
+        WaitForWriter();
+        Sleep(20);
+    }
     EXPECT_TRUE(ReadLines(m_appData.Log()).empty());
-    locked = false;
     // The next one starts another writer, which finds both.
-    listener.Log(Entry(L"two"));
+    Log(L"two");
     EXPECT_THAT(Written(2), ElementsAre("one", "two"));
 }
 
 TEST_F(WriteQueueTest, EntriesStayQueuedWhenNoThreadCanBeStarted) {
     SKIP_UNLESS_IMPORTED(_beginthreadex);
-    CorvaLogListenerFile listener(true);
     {
-        const ScopedImport<&::_beginthreadex> fails{[](auto...) { return std::uintptr_t{0}; }};
-        listener.Log(Entry(L"one"));
-        listener.Log(Entry(L"two"));
+        const ScopedResult<&::_beginthreadex> fails{0};
+        Log(L"one");
+        Log(L"two");
         EXPECT_EQ(fails.Calls(), 2);
     }
-    listener.Log(Entry(L"three"));
+    Log(L"three");
     EXPECT_THAT(Written(3), ElementsAre("one", "two", "three"));
 }
 
-TEST_F(WriteQueueTest, EntryIsLostWhenMemoryIsShort) {
-    CorvaLogListener* const listener = std::make_unique<CorvaLogListenerFile>(true).release();
-    Orva::Shared::CorvaLogger logger(&listener, 1);
+TEST_F(WriteQueueTest, EntriesStayQueuedWhenTheWriterIsShortOfMemory) {
+    const std::wstring large(5000, L'x');
+    HoldFile();
+    Log(L"one");
+    Log(large);
     {
-        const ScopedMemoryShortage shortage(1);
-        logger.Write(Orva::Shared::Level::kError, "Some::Operation", L"lost");
+        const ScopedMemoryShortage shortage(6000);
+        ReleaseFile();
+        EXPECT_THAT(Written(1), ElementsAre("one"));
     }
-    logger.Write(Orva::Shared::Level::kError, "Some::Operation", L"one");
-    EXPECT_THAT(Written(1), ElementsAre("one"));
+    Log(L"two");
+    EXPECT_THAT(Written(3), ElementsAre("one", std::string(5000, 'x'), "two"));
 }
 
-TEST_F(WriteQueueTest, ManyThreadsLogAtOnce) {
-    CorvaLogListenerFile listener(true);
-    LogOnManyThreads(listener, 2000);
-    ExpectLinesOfManyThreads(Written(4 * 2000), 2000);
+TEST_F(WriteQueueTest, EntryIsLostWhenItsCallerIsShortOfMemory) {
+    CorvaLogListener* const listener = m_listener.release();
+    CorvaLogger logger(&listener, 1);
+    {
+        const ScopedMemoryShortage shortage(1);
+        logger.Write(Level::kError, "Some::Operation", L"lost");
+    }
+    logger.Write(Level::kError, "Some::Operation", L"one");
+    EXPECT_THAT(Written(1), ElementsAre("one"));
 }
 
 // --- The lock ---------------------------------------------------------------------------------
 
-/// Which thread holds which critical section, for a scope.
-class ScopedSections {
+/// How many critical sections this thread is in, for a scope.
+class SectionsHeld {
   public:
-    /// Whether this thread holds one.
-    [[nodiscard]] bool HoldsOne() {
-        const Rig::Detail::RigLockHolder hold(m_lock);
-        return std::ranges::any_of(m_holders, [](const auto& holder) {
-            return holder.second == Rig::Real<&::GetCurrentThreadId>();
-        });
-    }
-    /// Whether a thread waits for one that this thread holds.
-    [[nodiscard]] bool AreWaitedFor() const { return m_waiting != 0; }
+    [[nodiscard]] int Count() const { return m_count; }
 
   private:
-    Rig::Detail::RigLock m_lock;
-    std::multimap<CRITICAL_SECTION*, DWORD> m_holders;
-    std::atomic<int> m_waiting = 0;
-    ScopedImport<&::EnterCriticalSection> m_enter{[this](CRITICAL_SECTION* section) {
-        const bool waits = IsHeldByAnother(section);
-        m_waiting += waits ? 1 : 0;
-        Rig::Real<&::EnterCriticalSection>(section);
-        m_waiting -= waits ? 1 : 0;
-        const Rig::Detail::RigLockHolder hold(m_lock);
-        m_holders.emplace(section, Rig::Real<&::GetCurrentThreadId>());
-    }};
-    ScopedImport<&::LeaveCriticalSection> m_leave{[this](CRITICAL_SECTION* section) {
-        {
-            const Rig::Detail::RigLockHolder hold(m_lock);
-            const auto holder = m_holders.find(section);
-            if (holder != m_holders.end()) {
-                m_holders.erase(holder);
-            }
-        }
-        Rig::Real<&::LeaveCriticalSection>(section);
-    }};
-
-    [[nodiscard]] bool IsHeldByAnother(CRITICAL_SECTION* section) {
-        const Rig::Detail::RigLockHolder hold(m_lock);
-        const auto holder = m_holders.find(section);
-        return holder != m_holders.end() && holder->second != Rig::Real<&::GetCurrentThreadId>();
-    }
+    int m_count = 0;
+    const DWORD m_thread = GetCurrentThreadId();
+    const std::function<bool(CRITICAL_SECTION*)> m_isThisThread = [this](CRITICAL_SECTION*) {
+        return Rig::Real<&::GetCurrentThreadId>() == m_thread;
+    };
+    ScopedImport<&::EnterCriticalSection> m_enter{m_isThisThread, [this](CRITICAL_SECTION* section) {
+                                                      m_enter.Original(section);
+                                                      ++m_count;
+                                                  }};
+    ScopedImport<&::LeaveCriticalSection> m_leave{m_isThisThread, [this](CRITICAL_SECTION* section) {
+                                                      --m_count;
+                                                      m_leave.Original(section);
+                                                  }};
 };
 
-TEST_F(WriteQueueTest, WhoeverAppendsHoldsTheLockAndTheOthersWait) {
+TEST_F(WriteQueueTest, WhoeverAppendsHoldsTheLock) {
     SKIP_UNLESS_IMPORTED(_beginthreadex);
-    CorvaLogListenerFile listener(true);
-    ScopedSections sections;
-    std::thread other;
-    std::atomic<bool> otherHasLogged = false;
-    // Happens in the middle of the first append. The thread that it starts comes by here too.
-    std::atomic<bool> hasBegun = false;
-    const ScopedImport<&::_beginthreadex> start{
-        [&](const auto&... /*arguments*/) { return !hasBegun.exchange(true); },
-        [&](auto... arguments) {
-            EXPECT_TRUE(sections.HoldsOne());
-            other = std::thread([&] {
-                listener.Log(Entry(L"other"));
-                otherHasLogged = true;
-            });
-            EXPECT_TRUE(Eventually([&] { return sections.AreWaitedFor() || otherHasLogged; }));
-            EXPECT_TRUE(sections.AreWaitedFor());
-            EXPECT_FALSE(otherHasLogged);
-            return start.Original(arguments...);
-        }};
-    listener.Log(Entry(L"one"));
-    EXPECT_FALSE(sections.HoldsOne());
-    other.join();
-    EXPECT_THAT(Written(2), ElementsAre("one", "other"));
+    const SectionsHeld sections;
+    const ScopedImport<&::_beginthreadex> start{[&](auto... arguments) {
+        EXPECT_EQ(sections.Count(), 1);
+        return start.Original(arguments...);
+    }};
+    Log(L"one");
+    EXPECT_EQ(start.Calls(), 1);
+    EXPECT_EQ(sections.Count(), 0);
 }
 
 TEST_F(WriteQueueTest, EndHoldsTheLockButForItsWait) {
-    auto listener = std::make_unique<CorvaLogListenerFile>(true);
-    const HeldMutex held(m_appData.Log());
-    listener->Log(Entry(L"lost"));
-    ScopedSections sections;
-    const ScopedImport<&::Sleep> sleep{[&](DWORD) { EXPECT_TRUE(sections.HoldsOne()); }};
+    HoldFile();
+    Log(L"lost");
+    const SectionsHeld sections;
+    const ScopedImport<&::Sleep> sleep{[&](DWORD) { EXPECT_EQ(sections.Count(), 1); }};
     const ScopedImport<&::WaitForSingleObject> wait{[](HANDLE, DWORD limit) { return limit == 500; },
                                                     [&](HANDLE, DWORD) {
-                                                        EXPECT_FALSE(sections.HoldsOne());
+                                                        EXPECT_EQ(sections.Count(), 0);
                                                         return DWORD{WAIT_TIMEOUT};
                                                     }};
-    listener.reset();
+    EndListener();
     EXPECT_EQ(sleep.Calls(), 2);
     EXPECT_EQ(wait.Calls(), 2);
-    EXPECT_FALSE(sections.HoldsOne());
+    EXPECT_EQ(sections.Count(), 0);
 }
 
 // --- The end ----------------------------------------------------------------------------------
@@ -418,61 +260,40 @@ class ScopedWaits {
         }};
 };
 
-TEST_F(WriteQueueTest, WithNothingQueuedEndsAtOnce) {
-    ScopedWaits waits;
-    { CorvaLogListenerFile listener(true); }
+void ExpectEnd(HANDLE writer) {
+    EXPECT_EQ(Rig::Real<&::WaitForSingleObject>(writer, DWORD{30'000}), WAIT_OBJECT_0);
+}
+
+TEST_F(WriteQueueTest, DrainsBeforeItEnds) {
+    for (int line = 0; line < 1000; ++line) {
+        Log(L"x");
+    }
+    EndListener();
+    WaitForWriter();
+    EXPECT_EQ(ReadLines(m_appData.Log()).size(), 1000U);
+}
+
+TEST_F(WriteQueueTest, EndsAtOnceWhenThereIsNothingToWaitFor) {
+    SKIP_UNLESS_IMPORTED(_beginthreadex);
+    const ScopedWaits waits;
+    EndListener();
+    CorvaLogListenerFile withoutWriter(true);
+    const ScopedResult<&::_beginthreadex> fails{0};
+    withoutWriter.Log(Entry(L"lost"));
+    withoutWriter.DrainQueue();
     EXPECT_THAT(waits.events, IsEmpty());
 }
 
-TEST_F(WriteQueueTest, GivesABlockedWriterTwoRoundsAndLosesTheRest) {
-    struct Case {
-        DWORD result;
-        std::vector<std::string> events;
-    };
-    const std::vector<std::string> oneRound{"sleep 100", "wait 500"};
-    for (const Case& one : {Case{WAIT_TIMEOUT, {"sleep 100", "wait 500", "sleep 100", "wait 500"}},
-                            Case{WAIT_OBJECT_0, oneRound}, Case{WAIT_FAILED, oneRound}}) {
-        auto listener = std::make_unique<CorvaLogListenerFile>(true);
-        const HeldMutex held(m_appData.Log());
-        listener->Log(Entry(L"lost"));
-        ScopedWaits waits;
-        waits.result = one.result;
-        listener.reset();
-        EXPECT_EQ(waits.events, one.events);
-    }
-    // The writers get the file now and find nothing to write.
-    { const HeldMutex writersCameToo(m_appData.Log()); }
-    Sleep(50);
-    EXPECT_TRUE(ReadLines(m_appData.Log()).empty());
-}
-
-TEST_F(WriteQueueTest, WriterThatGaveUpAsTheWaitTimedOutEndsTheRounds) {
-    SKIP_UNLESS_IMPORTED(_wfopen);
-    auto listener = std::make_unique<CorvaLogListenerFile>(true);
-    auto held = std::make_unique<HeldMutex>(m_appData.Log());
-    const ScopedImport<&::_wfopen> fails{[](auto...) -> FILE* { return nullptr; }};
-    listener->Log(Entry(L"lost"));
-    ScopedWaits waits;
-    waits.meanwhile = [&](HANDLE writer) {
-        // It gets the file's mutex, cannot open the file and leaves the entry in the queue.
-        held.reset();
-        EXPECT_EQ(Rig::Real<&::WaitForSingleObject>(writer, DWORD{30'000}), WAIT_OBJECT_0);
-    };
-    listener.reset();
-    EXPECT_THAT(waits.events, ElementsAre("sleep 100", "wait 500"));
-}
-
 TEST_F(WriteQueueTest, DoesNotWaitForAWriterThatHasWrittenEverything) {
-    SKIP_UNLESS_IMPORTED(fwrite);
-    std::atomic<DWORD> writer = 0;
-    const ScopedImport<&::fwrite> write{
-        [&](const void* data, std::size_t size, std::size_t count, FILE* file) {
-            writer = GetCurrentThreadId();
-            return write.Original(data, size, count, file);
-        }};
+    SKIP_UNLESS_IMPORTED(fflush);
     // Keeps the writer from the queue's lock, and so from its end.
+    std::atomic<DWORD> writer = 0;
     std::atomic<bool> isAtLock = false;
     std::atomic<bool> mayEnter = false;
+    const ScopedImport<&::fflush> flush{[&](FILE* file) {
+        writer = GetCurrentThreadId();
+        return flush.Original(file);
+    }};
     const ScopedImport<&::EnterCriticalSection> enter{
         [&](CRITICAL_SECTION*) { return Rig::Real<&::GetCurrentThreadId>() == writer; },
         [&](CRITICAL_SECTION* section) {
@@ -482,132 +303,106 @@ TEST_F(WriteQueueTest, DoesNotWaitForAWriterThatHasWrittenEverything) {
             }
             enter.Original(section);
         }};
-    auto listener = std::make_unique<CorvaLogListenerFile>(true);
-    listener->Log(Entry(L"one"));
+    Log(L"one");
     EXPECT_TRUE(Eventually([&] { return isAtLock.load(); }));
-    {
-        const ScopedWaits waits;
-        listener.reset();
-        EXPECT_THAT(waits.events, IsEmpty());
-    }
-    mayEnter = true;
-    { const HeldMutex writerEnded(m_appData.Log()); }
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one"));
-}
-
-TEST_F(WriteQueueTest, WithoutAWriterDoesNotWaitForEntriesThatRemain) {
-    SKIP_UNLESS_IMPORTED(_beginthreadex);
-    auto listener = std::make_unique<CorvaLogListenerFile>(true);
-    const ScopedImport<&::_beginthreadex> fails{[](auto...) { return std::uintptr_t{0}; }};
-    listener->Log(Entry(L"lost"));
     const ScopedWaits waits;
-    listener.reset();
+    EndListener();
     EXPECT_THAT(waits.events, IsEmpty());
+    mayEnter = true;
+    WaitForWriter();
+    EXPECT_THAT(Messages(), ElementsAre("one"));
 }
 
-TEST_F(WriteQueueTest, GivesABlockedWriterOneToThreeSecondsOfRealTime) {
-    auto listener = std::make_unique<CorvaLogListenerFile>(true);
-    const HeldMutex held(m_appData.Log());
-    listener->Log(Entry(L"lost"));
-    const ULONGLONG start = GetTickCount64();
-    listener.reset();
-    const ULONGLONG milliseconds = GetTickCount64() - start;
-    EXPECT_GE(milliseconds, 1100U);
-    EXPECT_LE(milliseconds, 3000U);
+TEST_F(WriteQueueTest, EndWaitsForTheEntryInTheWritersHand) {
+    SKIP_UNLESS_IMPORTED(fwrite);
+    HeldWrites writes;
+    Log(L"last");
+    EXPECT_TRUE(writes.HaveBegun());
+    ScopedWaits waits;
+    waits.result = WAIT_OBJECT_0;
+    waits.meanwhile = [&](HANDLE writer) {
+        writes.Release();
+        ExpectEnd(writer);
+    };
+    EndListener();
+    EXPECT_THAT(waits.events, ElementsAre("sleep 100", "wait 500"));
+    EXPECT_THAT(Messages(), ElementsAre("last"));
 }
 
-TEST_F(WriteQueueTest, LateWriterOfAnEndedListenerDoesNoHarm) {
-    for (int round = 0; round < 20; ++round) {
-        auto listener = std::make_unique<CorvaLogListenerFile>(true);
-        std::unique_ptr<HeldMutex> held = std::make_unique<HeldMutex>(m_appData.Log());
-        listener->Log(Entry(L"lost"));
+TEST_F(WriteQueueTest, GivesABlockedWriterTwoRoundsAndLosesTheRest) {
+    using Case = std::pair<DWORD, std::vector<std::string>>;
+    for (const auto& [result, events] :
+         {Case{WAIT_TIMEOUT, {"sleep 100", "wait 500", "sleep 100", "wait 500"}},
+          Case{WAIT_OBJECT_0, {"sleep 100", "wait 500"}}, Case{WAIT_FAILED, {"sleep 100", "wait 500"}}}) {
+        m_listener = std::make_unique<CorvaLogListenerFile>(true);
+        HoldFile();
+        Log(L"lost");
         {
-            const ScopedWaits waits;
-            listener.reset();
+            ScopedWaits waits;
+            waits.result = result;
+            EndListener();
+            EXPECT_EQ(waits.events, events);
         }
-        held.reset();
+        // The writer gets the file now, and finds nothing to write.
+        ReleaseFile();
     }
-    { const HeldMutex everyWriterEnded(m_appData.Log()); }
+    WaitForWriter();
     Sleep(50);
     CorvaLogListenerFile(false).Log(Entry(L"one"));
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("one"));
+    EXPECT_THAT(Messages(), ElementsAre("one"));
 }
 
-TEST_F(WriteQueueTest, DrainsBeforeItEnds) {
-    {
-        CorvaLogListenerFile listener(true);
-        for (int line = 0; line < 1000; ++line) {
-            listener.Log(Entry(L"x"));
-        }
-    }
-    { const HeldMutex writerEnded(m_appData.Log()); }
-    EXPECT_EQ(ReadLines(m_appData.Log()).size(), 1000U);
+TEST_F(WriteQueueTest, WriterThatGaveUpAsTheWaitTimedOutEndsTheRounds) {
+    SKIP_UNLESS_IMPORTED(_wfopen);
+    HoldFile();
+    const ScopedImport<&::_wfopen> fails{[](auto...) -> FILE* { return nullptr; }};
+    Log(L"lost");
+    ScopedWaits waits;
+    waits.meanwhile = [&](HANDLE writer) {
+        // It gets the file's mutex, cannot open the file and leaves the entry in the queue.
+        ReleaseFile();
+        ExpectEnd(writer);
+    };
+    EndListener();
+    EXPECT_THAT(waits.events, ElementsAre("sleep 100", "wait 500"));
 }
 
 TEST_F(WriteQueueTest, WhatOthersWriteDuringTheDrainIsWritten) {
-    CorvaLogListener* const listener = std::make_unique<CorvaLogListenerFile>(true).release();
+    CorvaLogListener* const listener = m_listener.release();
     CorvaLogger logger(&listener, 1);
-    auto held = std::make_unique<HeldMutex>(m_appData.Log());
+    HoldFile();
     logger.Write(Level::kError, "A::B", L"before");
     ScopedWaits waits;
     waits.result = WAIT_OBJECT_0;
     waits.meanwhile = [&](HANDLE writer) {
         std::thread([&] { logger.Write(Level::kError, "A::B", L"meanwhile"); }).join();
-        held.reset();
-        EXPECT_EQ(Rig::Real<&::WaitForSingleObject>(writer, DWORD{30'000}), WAIT_OBJECT_0);
+        ReleaseFile();
+        ExpectEnd(writer);
     };
     logger.EndListeners();
     logger.Write(Level::kError, "A::B", L"afterwards");
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("before", "meanwhile"));
+    EXPECT_THAT(Messages(), ElementsAre("before", "meanwhile"));
 }
 
 TEST_F(WriteQueueTest, WriterThatIsWaitedForKeepsItsHandleWhenAnotherOneStarts) {
     SKIP_UNLESS_IMPORTED(_beginthreadex);
-    auto listener = std::make_unique<CorvaLogListenerFile>(true);
-    auto held = std::make_unique<HeldMutex>(m_appData.Log());
-    listener->Log(Entry(L"one"));
+    HoldFile();
+    Log(L"one");
     ScopedWaits waits;
     waits.result = WAIT_OBJECT_0;
     waits.meanwhile = [&](HANDLE writer) {
-        held.reset();
-        EXPECT_EQ(Rig::Real<&::WaitForSingleObject>(writer, DWORD{30'000}), WAIT_OBJECT_0);
+        ReleaseFile();
+        ExpectEnd(writer);
         const ScopedImport<&::CloseHandle> close{[&](HANDLE handle) {
             EXPECT_NE(handle, writer);
             return close.Original(handle);
         }};
         const CountedCalls<&::_beginthreadex> start;
-        listener->Log(Entry(L"two"));
+        Log(L"two");
         EXPECT_EQ(start.Calls(), 1);
     };
-    listener->DrainQueue();
+    m_listener->DrainQueue();
     EXPECT_THAT(waits.events, ElementsAre("sleep 100", "wait 500"));
-}
-
-TEST_F(WriteQueueTest, EndWaitsForTheEntryInTheWritersHand) {
-    SKIP_UNLESS_IMPORTED(fwrite);
-    std::atomic<bool> isInHand = false;
-    const ScopedImport<&::fwrite> slow{
-        [&](const void* data, std::size_t size, std::size_t count, FILE* file) {
-            isInHand = true;
-            Rig::Real<&::Sleep>(DWORD{30});
-            return slow.Original(data, size, count, file);
-        }};
-    {
-        CorvaLogListenerFile listener(true);
-        listener.Log(Entry(L"last"));
-        EXPECT_TRUE(Eventually([&] { return isInHand.load(); }));
-    }
-    EXPECT_THAT(ReadMessages(m_appData.Log()), ElementsAre("last"));
-}
-
-TEST_F(WriteQueueTest, GivesEverythingBack) {
-    const Rig::Ledger ledger;
-    {
-        CorvaLogListenerFile listener(true);
-        listener.Log(Entry(L"one"));
-        EXPECT_TRUE(HasLines(1));
-    }
-    EXPECT_TRUE(ledger.Balanced(std::chrono::seconds(10)));
 }
 
 }  // namespace

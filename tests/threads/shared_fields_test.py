@@ -16,7 +16,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 FOLDERS = "service core network radio bios registry logging platform".split()
 LOCK_TYPES = ("std::mutex", "CriticalSection")
 # What takes a lock for a scope, and has a name: without one it would let go of it at once.
-GUARD = re.compile(r"\b(?:std::(?:lock_guard|unique_lock|scoped_lock)|CriticalSectionLock)\b(?:<[^;()]*>)?\s+\w+"
+GUARD = re.compile(r"\bstd::(?:lock_guard|unique_lock|scoped_lock)\b(?:<[^;()]*>)?\s+\w+"
                    r"[({]\s*(?:[\w:]|\.|->)*?(\w+)\s*[)}]")
 # What is called, behind an object or a scope; or the type of an object that is made.
 CALL = re.compile(r"(?:(\w*)\s*(?:\.|->)\s*|((?:\w+::)+))?(?<![\w~])(?!return\b|new\b|throw\b|else\b)(~?\w+)"
