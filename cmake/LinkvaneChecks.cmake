@@ -16,8 +16,7 @@ endfunction()
 
 if(CLANG_FORMAT AND NOT CMAKE_HOST_WIN32)
   add_custom_target(check-format
-    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/scripts/check-format
-      ${CLANG_FORMAT} ${CMAKE_BINARY_DIR}/checks/format.stamp
+    COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/scripts/check-format ${CLANG_FORMAT}
     COMMENT "Checking the formatting"
     VERBATIM)
 else()
