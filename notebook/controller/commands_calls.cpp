@@ -37,7 +37,7 @@ CallRule RuleOf(const Arguments& given, const CallRule& before) {
     return rule;
 }
 
-Answer CallCommand(const Arguments& given) {
+void CallCommand(const Arguments& given) {
     const std::string& name = given.Text("NAME");
     const std::optional<Call> call = CallFromName(name);
     if (!call) {
@@ -46,10 +46,9 @@ Answer CallCommand(const Arguments& given) {
     LockedMachine machine;
     CallRule& rule = machine->rules[static_cast<std::size_t>(*call)];
     rule = RuleOf(given, rule);
-    return {};
 }
 
-Answer Calls(const Arguments&) {
+Answer Calls() {
     Answer answer;
     LockedMachine machine;
     for (std::size_t i = 0; i < kCommandCallCount; ++i) {
@@ -97,10 +96,6 @@ Answer TraceCommand(const Arguments& given) {
     return answer;
 }
 
-Answer EventLog(const Arguments&) {
-    return {"", EventLogLines()};
-}
-
 }  // namespace
 
 const std::vector<Command>& CallCommands() {
@@ -114,7 +109,10 @@ const std::vector<Command>& CallCommands() {
          &CallCommand},
         {"calls", "", "All calls with their counts.", &Calls},
         {"trace", "on|off|show", "Every platform call with its time, thread and result.", &TraceCommand},
-        {"event-log", "", "What the service wrote to the Windows event log.", &EventLog},
+        {"event-log", "", "What the service wrote to the Windows event log.",
+         [] {
+             return Answer{"", EventLogLines()};
+         }},
     };
     return commands;
 }

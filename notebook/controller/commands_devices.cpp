@@ -34,17 +34,15 @@ Adapter& Port(Machine& machine, const Arguments& given) {
     return *port;
 }
 
-Answer Plug(const Arguments& given) {
+void Plug(const Arguments& given) {
     const std::uint32_t addressMs = given.Has("noaddress") ? kForEver : given.Number("dhcp", 0);
     LockedMachine machine;
     PlugIn(*machine, Port(*machine, given), addressMs, machine.Time());
-    return {};
 }
 
-Answer Unplug(const Arguments& given) {
+void Unplug(const Arguments& given) {
     LockedMachine machine;
     PullOut(*machine, Port(*machine, given), machine.Time());
-    return {};
 }
 
 /// An adapter that presents itself as Ethernet without being a cable.
@@ -64,18 +62,7 @@ void SwitchSoftAdapter(bool on, const char* name, std::string_view description, 
     }
 }
 
-Answer Vpn(const Arguments& given) {
-    SwitchSoftAdapter(given.IsOn("vpn"), "vpn", "Brook VPN Adapter", L"Tunnel", "10.8.0.2");
-    return {};
-}
-
-Answer Virtual(const Arguments& given) {
-    SwitchSoftAdapter(given.IsOn("virtual"), "virtual", "Brook Virtual Switch Adapter", L"vEthernet",
-                      "172.20.0.1");
-    return {};
-}
-
-Answer Wifi(const Arguments& given) {
+void Wifi(const Arguments& given) {
     LockedMachine machine;
     if (given.Has("connect")) {
         if (!ConnectWifi(*machine, 0, machine.Time())) {
@@ -99,10 +86,9 @@ Answer Wifi(const Arguments& given) {
     } else {
         SwitchWlanByUser(*machine, given.IsOn("wifi"), machine.Time());
     }
-    return {};
 }
 
-Answer PhyCommand(const Arguments& given) {
+void PhyCommand(const Arguments& given) {
     const std::uint32_t number = given.Number("INDEX");
     LockedMachine machine;
     WlanAdapter& wlan = machine->devices.wlan[0];
@@ -115,7 +101,6 @@ Answer PhyCommand(const Arguments& given) {
     } else {
         phy.software = given.Number("state");
     }
-    return {};
 }
 
 Modem& TheModem(Machine& machine, std::uint32_t number) {
@@ -125,14 +110,13 @@ Modem& TheModem(Machine& machine, std::uint32_t number) {
     return machine.devices.modems[number - 1];
 }
 
-Answer Wwan(const Arguments& given) {
+void Wwan(const Arguments& given) {
     LockedMachine machine;
     TheModem(*machine, 1);
     SwitchModemByUser(*machine, 0, given.IsOn("wwan"), machine.Time());
-    return {};
 }
 
-Answer ModemCommand(const Arguments& given) {
+void ModemCommand(const Arguments& given) {
     static constexpr std::pair<std::string_view, ConfirmRadio> kRadios[] = {
         {"same", ConfirmRadio::Same},         {"fresh", ConfirmRadio::Fresh},
         {"opposite", ConfirmRadio::Opposite}, {"failing", ConfirmRadio::Failing},
@@ -167,10 +151,9 @@ Answer ModemCommand(const Arguments& given) {
         CopyText(changed.idText, Widen(given.Text("id")));
     }
     modem = changed;
-    return {};
 }
 
-Answer ModemListCommand(const Arguments& given) {
+void ModemListCommand(const Arguments& given) {
     static constexpr std::pair<std::string_view, ModemList> kLists[] = {
         {"normal", ModemList::Normal},
         {"empty", ModemList::Empty},
@@ -181,16 +164,15 @@ Answer ModemListCommand(const Arguments& given) {
     };
     LockedMachine machine;
     machine->devices.modemList = given.OneOf(kLists);
-    return {};
 }
 
-Answer AdapterCommand(const Arguments& given) {
+void AdapterCommand(const Arguments& given) {
     LockedMachine machine;
     if (given.Has("fill")) {
         for (std::uint32_t i = machine->devices.adapterCount; i < given.Number("fill"); ++i) {
             NewAdapter(*machine, "filler" + std::to_string(i), IF_TYPE_SOFTWARE_LOOPBACK).hasAddress = 1;
         }
-        return {};
+        return;
     }
     const std::string& name = given.Text("NAME");
     const std::uint32_t type = given.Number("type", IF_TYPE_ETHERNET_CSMACD);
@@ -203,10 +185,9 @@ Answer AdapterCommand(const Arguments& given) {
     if (given.Has("up")) {
         PlugIn(*machine, adapter, 0, machine.Time());
     }
-    return {};
 }
 
-Answer ListAdapters(const Arguments&) {
+Answer ListAdapters() {
     Answer answer;
     LockedMachine machine;
     for (const Adapter& adapter : Adapters(machine->devices)) {
@@ -231,14 +212,13 @@ GUID ConnectionOf(Machine& machine, const std::string& word) {
     return id;
 }
 
-Answer EventCommand(const Arguments& given) {
+void EventCommand(const Arguments& given) {
     LockedMachine machine;
     PostEvent(*machine,
               {.kind = EventKind::ConnectionConnectivity,
                .id = ConnectionOf(*machine, given.Text("ADAPTER")),
                .value = given.Number("CONNECTIVITY")},
               machine.Time());
-    return {};
 }
 
 Setting& NamedSetting(Machine& machine, std::wstring_view name) {
@@ -249,7 +229,7 @@ Setting& NamedSetting(Machine& machine, std::wstring_view name) {
     return *setting;
 }
 
-Answer Bios(const Arguments& given) {
+void Bios(const Arguments& given) {
     static constexpr std::pair<std::string_view, VARTYPE> kTypes[] = {
         {"text", VT_BSTR},
         {"null", VT_NULL},
@@ -268,7 +248,7 @@ Answer Bios(const Arguments& given) {
     LockedMachine machine;
     if (given.Has("provider")) {
         machine->devices.providerPresent = given.IsOn("provider") ? 1 : 0;
-        return {};
+        return;
     }
     Setting& setting = NamedSetting(*machine, Widen(given.Text("NAME")));
     if (given.Has("absent")) {
@@ -279,10 +259,9 @@ Answer Bios(const Arguments& given) {
         setting.type = given.OneOf(kTypes);
         CopyText(setting.text, Widen(given.Text("VALUE", Narrow(setting.text))));
     }
-    return {};
 }
 
-Answer Feature(const Arguments& given) {
+void Feature(const Arguments& given) {
     static constexpr std::pair<std::string_view, const wchar_t*> kSettings[] = {
         {"wlan", L"LAN / WLAN Auto Switching"},
         {"wwan", L"LAN / WWAN Auto Switching"},
@@ -291,7 +270,6 @@ Answer Feature(const Arguments& given) {
     Setting& setting = NamedSetting(*machine, given.OneOf(kSettings));
     setting.type = VT_BSTR;
     CopyText(setting.text, std::wstring_view(given.IsOn("feature") ? L"Enabled" : L"*Disabled"));
-    return {};
 }
 
 }  // namespace
@@ -301,8 +279,15 @@ const std::vector<Command>& DeviceCommands() {
         {"plug", "[cable N] [noaddress | dhcp MS]",
          "A cable goes in, with its address at once, after so long, or never.", &Plug},
         {"unplug", "[cable N]", "A cable comes out.", &Unplug},
-        {"vpn", "on|off", "An Ethernet-typed VPN adapter, connected.", &Vpn},
-        {"virtual", "on|off", "The same for a virtual switch.", &Virtual},
+        {"vpn", "on|off", "An Ethernet-typed VPN adapter, connected.",
+         [](const Arguments& given) {
+             SwitchSoftAdapter(given.IsOn("vpn"), "vpn", "Brook VPN Adapter", L"Tunnel", "10.8.0.2");
+         }},
+        {"virtual", "on|off", "The same for a virtual switch.",
+         [](const Arguments& given) {
+             SwitchSoftAdapter(given.IsOn("virtual"), "virtual", "Brook Virtual Switch Adapter", L"vEthernet",
+                               "172.20.0.1");
+         }},
         {"wifi",
          "on|off | connect | disconnect | available | hardware on|off | notify SOURCE CODE [nodata|null]",
          "The user's Wi-Fi switch; joining a network; one being in reach; the hardware switch; any "

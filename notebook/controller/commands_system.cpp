@@ -9,7 +9,6 @@
 #include "notebook/controller/service_manager.h"
 #include "notebook/controller/system_registry.h"
 #include "notebook/state/controls.h"
-#include "notebook/state/event_log.h"
 #include "notebook/state/machine.h"
 #include "notebook/state/shared_state.h"
 #include "notebook/state/text.h"
@@ -84,16 +83,15 @@ void PlaceDevices(bool remote) {
     }
 }
 
-Answer SetUp(const Arguments&) {
+void SetUp() {
     RegisterHardware();
     PlaceDevices(false);
     WriteAirplane(AirplaneIsOn());
     RunStub(L"WlanSvc");
     RunStub(L"WwanSvc");
-    return {};
 }
 
-Answer Reset(const Arguments& given) {
+void Reset(const Arguments& given) {
     Shape shape;
     shape.wlanAdapters = given.Number("wlan", shape.wlanAdapters);
     shape.phys = given.Number("phys", shape.phys);
@@ -109,14 +107,12 @@ Answer Reset(const Arguments& given) {
         DeleteKey(key);
     }
     WriteAirplane(false);
-    ClearEventLog();
     PlaceDevices(given.Has("remote"));
     RunStub(L"WlanSvc");
     RunStub(L"WwanSvc");
-    return {};
 }
 
-Answer DevicesCommand(const Arguments& given) {
+void DevicesCommand(const Arguments& given) {
     if (given.Has("run")) {
         RunDeviceServer();
     } else if (SharedState::Get().Raw().deviceServer != 0) {
@@ -124,7 +120,6 @@ Answer DevicesCommand(const Arguments& given) {
     } else {
         throw CommandError("no process of their own serves the devices");
     }
-    return {};
 }
 
 Answer Install(const wchar_t* option) {
@@ -137,14 +132,6 @@ Answer Install(const wchar_t* option) {
         answer.lines.push_back(line);
     }
     return answer;
-}
-
-Answer InstallService(const Arguments&) {
-    return Install(L"-install");
-}
-
-Answer RemoveService(const Arguments&) {
-    return Install(L"-remove");
 }
 
 /// Waits until the service is in the state, and throws what it is in instead.
@@ -197,21 +184,7 @@ Answer Stop(Function ask) {
     return {text, {}};
 }
 
-Answer StopService(const Arguments&) {
-    return Stop([] { SendNumbered(SERVICE_CONTROL_STOP); });
-}
-
-Answer Kill(const Arguments&) {
-    KillService(kServiceName);
-    return {};
-}
-
-Answer Doom(const Arguments&) {
-    MarkForDeletion(kServiceName);
-    return {};
-}
-
-Answer State(const Arguments&) {
+Answer State() {
     const ServiceState state = QueryService(kServiceName);
     return {"state=" + StateName(state) + " pid=" + std::to_string(state.process) +
                 " exit=" + std::to_string(state.exitCode),
@@ -246,23 +219,19 @@ Answer SendAndWait(std::string_view name) {
     throw CommandError("no such control: " + std::string(name));
 }
 
-Answer Control(const Arguments& given) {
-    return SendAndWait(given.Text("NAME"));
-}
-
 bool ServiceRuns() {
     const ServiceState state = QueryService(kServiceName);
     return state.installed && state.state != SERVICE_STOPPED;
 }
 
-Answer Suspend(const Arguments&) {
+Answer Suspend() {
     const Answer answer = ServiceRuns() ? SendAndWait("suspend") : Answer{};
     LockedMachine machine;
     machine->devices.asleep = 1;
     return answer;
 }
 
-Answer Resume(const Arguments&) {
+Answer Resume() {
     {
         LockedMachine machine;
         machine->devices.asleep = 0;
@@ -271,10 +240,6 @@ Answer Resume(const Arguments&) {
     LockedMachine machine;
     ReleaseHeldEvents(*machine, machine.Time());
     return answer;
-}
-
-Answer Preshutdown(const Arguments&) {
-    return Stop([] { SendAndWait("preshutdown"); });
 }
 
 /// TYPE and DATA.
@@ -299,14 +264,13 @@ RegistryValue ValueOf(const Arguments& given) {
     return value;
 }
 
-Answer Stored(const Arguments& given) {
+void Stored(const Arguments& given) {
     const RegistryPlace& place = given.Has("wlan") ? kStoredWlan : kStoredWwan;
     if (given.Has("missing")) {
         DeleteKey(place.key);
     } else {
         Write(place, given.Has("TYPE") ? ValueOf(given) : TextValue(REG_SZ, Widen(given.Text("TEXT"))));
     }
-    return {};
 }
 
 /// Windows' own switch: the value is written, then the radios follow. Whoever looks at a radio
@@ -320,7 +284,7 @@ void SwitchAirplane(bool on) {
     }
 }
 
-Answer Airplane(const Arguments& given) {
+void Airplane(const Arguments& given) {
     if (given.Has("TYPE")) {
         Write(kAirplane, ValueOf(given));
     } else if (given.Has("value")) {
@@ -332,7 +296,6 @@ Answer Airplane(const Arguments& given) {
     } else {
         SwitchAirplane(given.IsOn("airplane"));
     }
-    return {};
 }
 
 /// What the notebook knows of a neighbour service.
@@ -344,14 +307,14 @@ void SetNeighbour(bool isWlan, bool runs, std::uint32_t lateMs) {
     }
 }
 
-Answer ServiceCommand(const Arguments& given) {
+void ServiceCommand(const Arguments& given) {
     const bool isWlan = given.Has("WlanSvc");
     const std::wstring name = isWlan ? L"WlanSvc" : L"WwanSvc";
     const std::uint32_t late = given.Number("late", 0);
     SetNeighbour(isWlan, true, late);
     if (given.Has("run")) {
         RunStub(name.c_str());
-        return {};
+        return;
     }
     if (given.Has("absent")) {
         RemoveStub(name);
@@ -363,13 +326,12 @@ Answer ServiceCommand(const Arguments& given) {
         InstallStub(name, OwnFolder() + L"\\stub_service.exe");
         StartInstalled(name);
     }
-    return {};
 }
 
-Answer Policy(const Arguments& given) {
+void Policy(const Arguments& given) {
     if (given.Has("clear")) {
         DeleteKey(kPolicyRoot);
-        return {};
+        return;
     }
     RegistryValue value;
     if (given.Has("TYPE")) {
@@ -381,7 +343,6 @@ Answer Policy(const Arguments& given) {
     }
     const std::wstring name = Widen(given.Text("NAME"));
     Write({given.Has("executable") ? kExecutablePolicyKey : kPolicyKey, name.c_str()}, value);
-    return {};
 }
 
 }  // namespace
@@ -398,22 +359,27 @@ const std::vector<Command>& SystemCommands() {
         {"devices", "kill|run",
          "Ends the process of remote devices without a word to who uses them, or brings it back.",
          &DevicesCommand},
-        {"install", "", "Runs LinkvaneService.exe -install and shows what it prints.", &InstallService},
-        {"remove", "", "Runs LinkvaneService.exe -remove and shows what it prints.", &RemoveService},
+        {"install", "", "Runs LinkvaneService.exe -install and shows what it prints.",
+         [] { return Install(L"-install"); }},
+        {"remove", "", "Runs LinkvaneService.exe -remove and shows what it prints.",
+         [] { return Install(L"-remove"); }},
         {"start", "[nowait]", "Starts the service and waits until it runs.", &Start},
-        {"stop", "", "Stops the service and waits until its process is gone.", &StopService},
-        {"kill", "", "Ends the service's process.", &Kill},
-        {"doom", "", "Marks the service for deletion: it is gone when the controller has ended.", &Doom},
+        {"stop", "", "Stops the service and waits until its process is gone.",
+         [] { return Stop([] { SendNumbered(SERVICE_CONTROL_STOP); }); }},
+        {"kill", "", "Ends the service's process.", [] { KillService(kServiceName); }},
+        {"doom", "", "Marks the service for deletion: it is gone when the controller has ended.",
+         [] { MarkForDeletion(kServiceName); }},
         {"state", "", "What the service manager knows of the service.", &State},
         {"control", "NAME",
          "Sends suspend, standby, resume-automatic, resume-suspend, power-status-change, preshutdown, "
          "shutdown or interrogate, and waits for the handler.",
-         &Control},
+         [](const Arguments& given) { return SendAndWait(given.Text("NAME")); }},
         {"suspend", "", "The notebook goes to sleep: what happens from now on is announced later.", &Suspend},
         {"resume", "",
          "It wakes up; what happened meanwhile is announced when the service has handled the resume.",
          &Resume},
-        {"preshutdown", "", "Windows shuts down; waits as stop does.", &Preshutdown},
+        {"preshutdown", "", "Windows shuts down; waits as stop does.",
+         [] { return Stop([] { SendAndWait("preshutdown"); }); }},
         {"airplane", "on|off | value (missing | TYPE [DATA]) | key missing|present",
          "Airplane mode, with the radios following; or only its registry value.", &Airplane},
         {"stored", "wlan|wwan (missing | type TYPE [DATA] | TEXT)",

@@ -84,10 +84,6 @@ void Print(const std::vector<std::string>& lines, const std::string& last) {
     std::fflush(stdout);
 }
 
-Answer Status(const Arguments&) {
-    return {StatusLine(), {}};
-}
-
 Answer Get(const Arguments& given) {
     std::string text;
     Snapshot snapshot;
@@ -134,12 +130,7 @@ Answer Settle(const Arguments& given) {
     return Await(given, "not settled", [&] { return Unsettled(quiet); });
 }
 
-Answer Pause(const Arguments& given) {
-    Sleep(given.Number("MS"));
-    return {};
-}
-
-Answer RunInBackground(const Arguments& given) {
+void RunInBackground(const Arguments& given) {
     BackgroundCommand& command = Background().emplace_back();
     for (const std::string& word : given.All("COMMAND")) {
         command.line += (command.line.empty() ? "" : " ") + Quoted(word);
@@ -148,10 +139,9 @@ Answer RunInBackground(const Arguments& given) {
         command.outcome = Execute(words);
         command.answered = true;
     });
-    return {};
 }
 
-Answer Answers(const Arguments&) {
+Answer Answers() {
     Answer answer;
     for (const BackgroundCommand& command : Background()) {
         answer.lines.push_back(command.Shown());
@@ -159,7 +149,7 @@ Answer Answers(const Arguments&) {
     return answer;
 }
 
-Answer Join(const Arguments&) {
+Answer Join() {
     Answer answer;
     std::string failures;
     for (BackgroundCommand& command : Background()) {
@@ -176,11 +166,6 @@ Answer Join(const Arguments&) {
         throw CommandError(failures);
     }
     return answer;
-}
-
-Answer Quit(const Arguments&) {
-    g_quit = true;
-    return {};
 }
 
 Answer Help(const Arguments& given) {
@@ -202,7 +187,11 @@ Answer Help(const Arguments& given) {
 
 const std::vector<Command>& ConversationCommands() {
     static const std::vector<Command> commands = {
-        {"status", "", "Everything at a glance: key=value pairs in one line.", &Status, true},
+        {"status", "", "Everything at a glance: key=value pairs in one line.",
+         [] {
+             return Answer{StatusLine(), {}};
+         },
+         true},
         {"get", "KEY...", "Some of the pairs of status, and handles: how many the service holds.", &Get,
          true},
         {"wait", "CONDITION... [within MS]",
@@ -210,13 +199,13 @@ const std::vector<Command>& ConversationCommands() {
         {"settle", "[quiet MS] [within MS]",
          "Waits until every event is handled, nothing is due and no call was made for so long (200 ms).",
          &Settle, true},
-        {"sleep", "MS", "Lets time pass.", &Pause, true},
+        {"sleep", "MS", "Lets time pass.", [](const Arguments& given) { Sleep(given.Number("MS")); }, true},
         {"background", "COMMAND...", "Carries a command out while others are given; join collects it.",
          &RunInBackground},
         {"answers", "", "What the commands in the background have answered so far.", &Answers, true},
         {"join", "", "Waits for the commands in the background and shows their answers.", &Join, true},
         {"help", "[COMMAND]", "This.", &Help, true},
-        {"quit", "", "Ends the conversation; the notebook stays as it is.", &Quit},
+        {"quit", "", "Ends the conversation; the notebook stays as it is.", [] { g_quit = true; }},
     };
     return commands;
 }

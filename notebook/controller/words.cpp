@@ -227,9 +227,9 @@ class Reader {
                 }
             }
         }
-        const std::string wanted = Beginnings(item);
-        const std::string found = m_words.empty() ? "" : ", not " + m_words.front();
-        throw CommandError((m_words.empty() ? "missing: " : "") + wanted + found);
+        const std::string beginnings = Beginnings(item);
+        const std::string wanted = (beginnings.find(',') == std::string::npos ? "" : "one of ") + beginnings;
+        throw CommandError(m_words.empty() ? "missing: " + wanted : wanted + ", not " + m_words.front());
     }
 
     void Take(const std::string& word, bool isValue) {

@@ -1,14 +1,16 @@
-// The Windows event log. Under the executable every entry goes to the system as well, which may keep none,
-// and a copy stays here; in a unit test's own process there is no system behind.
+// The Windows event log. Under the executable every entry goes to the system as well, which may keep none;
+// in a unit test's own process there is no system behind.
 
 #include "notebook/hardware/event_log.h"
 
 #include <windows.h>
 
-#include <cstdio>
+#include <algorithm>
 #include <cstring>
 #include <cwchar>
+#include <iterator>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "notebook/hardware/call_scope.h"
@@ -31,37 +33,6 @@ decltype(&::DeregisterEventSource) g_realDeregister = nullptr;
 HandleTable<HANDLE, std::wstring>& Sources() {
     static auto& sources = *new HandleTable<HANDLE, std::wstring>(0xE70000);
     return sources;
-}
-
-std::string Quoted(const wchar_t* text) {
-    std::string quoted = "\"";
-    for (const char letter : Narrow(text == nullptr ? L"" : text)) {
-        switch (letter) {
-            case '\r':
-                quoted += "\\r";
-                break;
-            case '\n':
-                quoted += "\\n";
-                break;
-            case '"':
-            case '\\':
-                quoted += '\\';
-                quoted += letter;
-                break;
-            default:
-                quoted += letter;
-        }
-    }
-    return quoted + '"';
-}
-
-std::string TimeText() {
-    SYSTEMTIME time{};
-    GetLocalTime(&time);
-    char text[32];
-    std::snprintf(text, sizeof(text), "%04d/%02d/%02d %02d:%02d:%02d.%03d", time.wYear, time.wMonth,
-                  time.wDay, time.wHour, time.wMinute, time.wSecond, time.wMilliseconds);
-    return text;
 }
 
 }  // namespace
@@ -89,14 +60,23 @@ BOOL WINAPI NotebookReportEvent(HANDLE log, WORD type, WORD category, DWORD iden
     if (call.RefusedWithLastError()) {
         return FALSE;
     }
-    std::string line = TimeText() + "|" + Narrow(Sources().Find(log).value_or(L"?")) + "|" +
-                       std::to_string(type) + "|" + std::to_string(category) + "|" +
-                       std::to_string(identifier);
-    for (WORD i = 0; i < stringCount; ++i) {
-        line += '|';
-        line += Quoted(strings[i]);
+    {
+        LockedMachine machine;
+        EventLogEntry& entry = machine->eventLog[machine->eventLogCount++ % kEventLogCapacity];
+        entry = {};
+        GetLocalTime(&entry.at);
+        CopyText(entry.source, Sources().Find(log).value_or(L"?"));
+        entry.type = type;
+        entry.category = category;
+        entry.identifier = identifier;
+        for (WORD i = 0; i < stringCount; ++i) {
+            const std::wstring_view text = strings[i] == nullptr ? L"" : strings[i];
+            const std::size_t room = std::size(entry.strings) - entry.letters;
+            const std::size_t length = std::min(text.size(), room - std::min<std::size_t>(room, 1));
+            std::copy_n(text.begin(), length, entry.strings + entry.letters);
+            entry.letters += static_cast<std::uint32_t>(std::min(length + 1, room));
+        }
     }
-    AppendEventLog(line);
     return g_realReport == nullptr
                ? TRUE
                : g_realReport(log, type, category, identifier, user, stringCount, dataSize, strings, data);
@@ -118,35 +98,13 @@ BOOL WINAPI NotebookDeregisterEventSource(HANDLE log) {
 
 namespace {
 
-/// What a reader of the log has not been given yet: lines, from the newest back.
-std::vector<std::string> g_unread;
+/// What a reader of the log has not been given yet: the newest comes first.
+std::vector<EventLogEntry> g_unread;
 
-std::vector<std::wstring> Fields(const std::string& line) {
-    std::vector<std::wstring> fields(1);
-    bool isQuoted = false;
-    const std::wstring wide = Widen(line);
-    for (std::size_t i = 0; i < wide.size(); ++i) {
-        if (wide[i] == L'\\' && i + 1 < wide.size()) {
-            ++i;
-            fields.back() += wide[i] == L'r' ? L'\r' : wide[i] == L'n' ? L'\n' : wide[i];
-        } else if (wide[i] == L'"') {
-            isQuoted = !isQuoted;
-        } else if (wide[i] == L'|' && !isQuoted) {
-            fields.emplace_back();
-        } else {
-            fields.back() += wide[i];
-        }
-    }
-    return fields;
-}
-
-/// Seconds since 1970 of a line's time.
-DWORD SecondsOf(const std::wstring& text) {
-    SYSTEMTIME local{};
+/// Seconds since 1970 of a local time.
+DWORD SecondsOf(const SYSTEMTIME& local) {
     SYSTEMTIME utc{};
     FILETIME ticks{};
-    std::swscanf(text.c_str(), L"%hu/%hu/%hu %hu:%hu:%hu", &local.wYear, &local.wMonth, &local.wDay,
-                 &local.wHour, &local.wMinute, &local.wSecond);
     TzSpecificLocalTimeToSystemTime(nullptr, &local, &utc);
     SystemTimeToFileTime(&utc, &ticks);
     const ULONGLONG sinceWindowsBegan = (ULONGLONG{ticks.dwHighDateTime} << 32U) | ticks.dwLowDateTime;
@@ -154,19 +112,15 @@ DWORD SecondsOf(const std::wstring& text) {
 }
 
 /// One entry as Windows gives it out: the head, the source, the computer, the texts, each terminated.
-std::vector<BYTE> RecordOf(const std::string& line) {
-    constexpr std::size_t kFieldsBeforeTexts = 5;
-    const std::vector<std::wstring> fields = Fields(line);
+std::vector<BYTE> RecordOf(const EventLogEntry& entry) {
     EVENTLOGRECORD head{};
-    std::wstring texts = fields[1] + L'\0' + L"NOTEBOOK" + L'\0';
+    std::wstring texts = std::wstring(entry.source) + L'\0' + L"NOTEBOOK" + L'\0';
     head.StringOffset = static_cast<DWORD>(sizeof(head) + texts.size() * sizeof(wchar_t));
-    for (std::size_t i = kFieldsBeforeTexts; i < fields.size(); ++i) {
-        texts += fields[i] + L'\0';
-        ++head.NumStrings;
-    }
-    head.TimeGenerated = SecondsOf(fields[0]);
-    head.EventType = static_cast<WORD>(std::stoul(fields[2]));
-    head.EventID = static_cast<DWORD>(std::stoul(fields[4]));
+    head.NumStrings = static_cast<WORD>(StringsOf(entry).size());
+    texts.append(entry.strings, entry.letters);
+    head.TimeGenerated = SecondsOf(entry.at);
+    head.EventType = entry.type;
+    head.EventID = entry.identifier;
     // In whole double words, the length again at the end.
     head.Length = static_cast<DWORD>((sizeof(head) + texts.size() * sizeof(wchar_t) + 2 * sizeof(DWORD) - 1) /
                                      sizeof(DWORD) * sizeof(DWORD));
@@ -179,7 +133,7 @@ std::vector<BYTE> RecordOf(const std::string& line) {
 
 /// The Application log is what was reported; the System log is empty.
 HANDLE WINAPI NotebookOpen(LPCWSTR, LPCWSTR name) {
-    g_unread = std::wcscmp(name, L"Application") == 0 ? EventLogLines() : std::vector<std::string>();
+    g_unread = std::wcscmp(name, L"Application") == 0 ? EventLogEntries() : std::vector<EventLogEntry>();
     return &g_unread;
 }
 

@@ -37,18 +37,15 @@ void ResetServices();
 /// Handles that were given out and not closed.
 std::size_t OpenServiceHandles();
 
-SC_HANDLE WINAPI NotebookOpenSCManager(LPCWSTR machine, LPCWSTR database, DWORD access);
-SC_HANDLE WINAPI NotebookOpenService(SC_HANDLE manager, LPCWSTR name, DWORD access);
-SC_HANDLE WINAPI NotebookCreateService(SC_HANDLE manager, LPCWSTR name, LPCWSTR displayName, DWORD access,
-                                       DWORD type, DWORD startType, DWORD errorControl, LPCWSTR path,
-                                       LPCWSTR group, LPDWORD tag, LPCWSTR dependencies, LPCWSTR account,
-                                       LPCWSTR password);
-BOOL WINAPI NotebookControlService(SC_HANDLE service, DWORD control, LPSERVICE_STATUS status);
-BOOL WINAPI NotebookQueryServiceStatus(SC_HANDLE service, LPSERVICE_STATUS status);
-BOOL WINAPI NotebookQueryServiceStatusEx(SC_HANDLE service, SC_STATUS_TYPE level, LPBYTE buffer, DWORD bytes,
-                                         LPDWORD needed);
-BOOL WINAPI NotebookDeleteService(SC_HANDLE service);
-BOOL WINAPI NotebookChangeServiceConfig2(SC_HANDLE service, DWORD setting, LPVOID information);
-BOOL WINAPI NotebookCloseServiceHandle(SC_HANDLE handle);
+// The service manager's own functions, by its names for them.
+decltype(::OpenSCManagerW) NotebookOpenSCManager;
+decltype(::OpenServiceW) NotebookOpenService;
+decltype(::CreateServiceW) NotebookCreateService;
+decltype(::ControlService) NotebookControlService;
+decltype(::QueryServiceStatus) NotebookQueryServiceStatus;
+decltype(::QueryServiceStatusEx) NotebookQueryServiceStatusEx;
+decltype(::DeleteService) NotebookDeleteService;
+decltype(::ChangeServiceConfig2W) NotebookChangeServiceConfig2;
+decltype(::CloseServiceHandle) NotebookCloseServiceHandle;
 
 }  // namespace Notebook

@@ -1,67 +1,63 @@
 #include "notebook/state/event_log.h"
 
-#include <windows.h>
-
-#include <sstream>
+#include <algorithm>
+#include <cstdio>
 
 #include "notebook/state/shared_state.h"
+#include "notebook/state/text.h"
 
 namespace Notebook {
 
 namespace {
 
-std::vector<std::string>& LinesInMemory() {
-    static auto& lines = *new std::vector<std::string>();
-    return lines;
-}
-
-HANDLE Open(DWORD access, DWORD disposition) {
-    return CreateFileW(kEventLogFile, access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                       disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+std::string Quoted(const std::wstring& text) {
+    std::string quoted = "\"";
+    for (const char letter : Narrow(text)) {
+        const bool isLineEnd = letter == '\r' || letter == '\n';
+        if (isLineEnd || letter == '"' || letter == '\\') {
+            quoted += '\\';
+        }
+        quoted += letter == '\r' ? 'r' : letter == '\n' ? 'n' : letter;
+    }
+    return quoted + '"';
 }
 
 }  // namespace
 
-void AppendEventLog(const std::string& line) {
-    if (SharedState::IsInMemory()) {
-        LinesInMemory().push_back(line);
-        return;
+std::vector<EventLogEntry> EventLogEntries() {
+    LockedMachine machine;
+    std::vector<EventLogEntry> entries;
+    const std::uint64_t count = machine->eventLogCount;
+    for (std::uint64_t i = count - std::min<std::uint64_t>(count, kEventLogCapacity); i < count; ++i) {
+        entries.push_back(machine->eventLog[i % kEventLogCapacity]);
     }
-    // One write a line: entries of several threads and processes never mix.
-    const std::string text = line + "\n";
-    CreateDirectoryW(kFolder, nullptr);
-    const HANDLE file = Open(FILE_APPEND_DATA, OPEN_ALWAYS);
-    if (file != INVALID_HANDLE_VALUE) {
-        DWORD written = 0;
-        WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
-        CloseHandle(file);
+    return entries;
+}
+
+std::vector<std::wstring> StringsOf(const EventLogEntry& entry) {
+    std::vector<std::wstring> strings;
+    for (const wchar_t* text = entry.strings; text < entry.strings + entry.letters;
+         text += strings.back().size() + 1) {
+        strings.emplace_back(text);
     }
+    return strings;
 }
 
 std::vector<std::string> EventLogLines() {
-    if (SharedState::IsInMemory()) {
-        return LinesInMemory();
-    }
     std::vector<std::string> lines;
-    const HANDLE file = Open(GENERIC_READ, OPEN_EXISTING);
-    if (file == INVALID_HANDLE_VALUE) {
-        return lines;
-    }
-    std::string text(GetFileSize(file, nullptr), '\0');
-    DWORD read = 0;
-    ReadFile(file, text.data(), static_cast<DWORD>(text.size()), &read, nullptr);
-    CloseHandle(file);
-    text.resize(read);
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);) {
-        lines.push_back(line);
+    for (const EventLogEntry& entry : EventLogEntries()) {
+        const SYSTEMTIME& at = entry.at;
+        char time[32];
+        std::snprintf(time, sizeof(time), "%04d/%02d/%02d %02d:%02d:%02d.%03d", at.wYear, at.wMonth, at.wDay,
+                      at.wHour, at.wMinute, at.wSecond, at.wMilliseconds);
+        std::string& line = lines.emplace_back(time);
+        line += "|" + Narrow(entry.source) + "|" + std::to_string(entry.type) + "|" +
+                std::to_string(entry.category) + "|" + std::to_string(entry.identifier);
+        for (const std::wstring& text : StringsOf(entry)) {
+            line += "|" + Quoted(text);
+        }
     }
     return lines;
-}
-
-void ClearEventLog() {
-    LinesInMemory().clear();
-    DeleteFileW(kEventLogFile);
 }
 
 }  // namespace Notebook

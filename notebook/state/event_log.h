@@ -3,18 +3,21 @@
 #include <string>
 #include <vector>
 
+#include "notebook/state/layout.h"
+
 namespace Notebook {
 
-/// The file that keeps a copy of every event-log entry, one a line (UTF-8):
+/// What was written to the Windows event log, the oldest first.
+std::vector<EventLogEntry> EventLogEntries();
+
+/// An entry's strings.
+std::vector<std::wstring> StringsOf(const EventLogEntry& entry);
+
+/// The entries as text, one a line (UTF-8):
 ///
 ///     time|source|type|category|identifier|"first string"|"second string"...
 ///
-/// with line ends, quotes and backslashes in the strings written as \r, \n, \" and \\. A state that is
-/// kept in memory has its lines there, too.
-inline constexpr wchar_t kEventLogFile[] = L"C:\\notebook\\event_log.txt";
-
-void AppendEventLog(const std::string& line);
+/// with line ends, quotes and backslashes in the strings written as \r, \n, \" and \\.
 std::vector<std::string> EventLogLines();
-void ClearEventLog();
 
 }  // namespace Notebook

@@ -17,7 +17,7 @@
 namespace Notebook {
 
 /// Raised whenever a structure below changes; a file of another version is made anew.
-inline constexpr std::uint32_t kLayoutVersion = 8;
+inline constexpr std::uint32_t kLayoutVersion = 9;
 inline constexpr std::uint32_t kLayoutMagic = 0x4B4F424E;
 
 inline constexpr std::size_t kMaxAdapters = 512;
@@ -31,6 +31,7 @@ inline constexpr std::size_t kMaxHeldEvents = 512;
 inline constexpr std::size_t kEventCapacity = 8192;
 inline constexpr std::size_t kTraceCapacity = 16384;
 inline constexpr std::size_t kReportCapacity = 128;
+inline constexpr std::size_t kEventLogCapacity = 128;
 
 /// A point in time or a span: microseconds of the system's performance counter.
 using Micros = std::int64_t;
@@ -267,6 +268,17 @@ struct Activity {
     LONGLONG lastAt;
 };
 
+/// One entry of the Windows event log, as it was reported.
+struct EventLogEntry {
+    SYSTEMTIME at;  ///< local time
+    wchar_t source[64];
+    WORD type;
+    WORD category;
+    DWORD identifier;
+    wchar_t strings[1024];  ///< one behind the other, each terminated; cut to fit
+    std::uint32_t letters;  ///< of all strings, their ends included
+};
+
 struct Machine {
     std::uint32_t magic;
     std::uint32_t version;
@@ -290,6 +302,9 @@ struct Machine {
     Activity activity;           ///< of the service's process
     std::uint32_t deviceServer;  ///< the process that serves the COM classes; 0: the service's own does
     Activity serverActivity;     ///< of that process
+
+    EventLogEntry eventLog[kEventLogCapacity];
+    std::uint64_t eventLogCount;  ///< all entries so far; the last ones are in the ring
 
     std::uint32_t traceOn;
     LONGLONG traceCount;  ///< interlocked

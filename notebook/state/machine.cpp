@@ -223,6 +223,7 @@ void ResetMachine(Machine& machine, const Shape& shape, Micros now) {
     std::memset(machine.rules, 0, sizeof(machine.rules));
     std::memset(machine.counts, 0, sizeof(machine.counts));
     machine.heldCount = 0;
+    machine.eventLogCount = 0;
     machine.devices.wlanServiceRuns = 1;
     machine.devices.wwanServiceRuns = 1;
     machine.devices.providerPresent = 1;

@@ -101,43 +101,27 @@ TEST_F(CallRuleTest, SlowCallTakesItsTimeAndSucceeds) {
     EXPECT_GE(Now() - start, 30 * kMicrosPerMilli);
 }
 
-TEST_F(CallRuleTest, HeldCallComesBackWhenItIsReleased) {
-    Rule({RuleKind::Hold, 0, 1, 0, 0});
-    std::atomic<bool> back{false};
-    std::thread caller([&] {
-        Open();
-        back = true;
-    });
+TEST_F(CallRuleTest, HeldCallComesBackWhenItIsReleasedOrTheServiceHasStopped) {
+    const struct {
+        RuleKind kind;
+        void (*release)();
+    } rows[] = {{RuleKind::Hold, [] { Rule({}); }},
+                {RuleKind::HoldUntilStopped, [] { SharedState::Get().Raw().service.stopped = 1; }}};
     const Activity& activity = SharedState::Get().Raw().activity;
-    EXPECT_TRUE(Eventually([&] { return activity.callsBegun - activity.callsEnded == 1; }));
-    EXPECT_FALSE(back);
-    Rule({});
-    caller.join();
-    EXPECT_TRUE(back);
-}
-
-TEST_F(CallRuleTest, CallHeldUntilTheServiceStoppedComesBackThen) {
-    SharedState::Get().Raw().service.stopped = 0;
-    Rule({RuleKind::HoldUntilStopped, 0, 1, 0, 0});
-    std::thread caller([] { Open(); });
-    const Activity& activity = SharedState::Get().Raw().activity;
-    EXPECT_TRUE(Eventually([&] { return activity.callsBegun - activity.callsEnded == 1; }));
-    SharedState::Get().Raw().service.stopped = 1;
-    caller.join();
-    EXPECT_EQ(activity.callsBegun, activity.callsEnded);
-}
-
-TEST_F(CallRuleTest, TraceShowsCallAndResult) {
-    Machine& machine = SharedState::Get().Raw();
-    machine.traceCount = 0;
-    machine.traceOn = 1;
-    Rule({RuleKind::Fail, 0, 1, ERROR_ACCESS_DENIED, 0});
-    Open();
-    machine.traceOn = 0;
-    ASSERT_EQ(1, machine.traceCount);
-    EXPECT_EQ(Call::WlanOpenHandle, machine.trace[0].call);
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, machine.trace[0].result);
-    EXPECT_EQ(GetCurrentThreadId(), machine.trace[0].thread);
+    for (const auto& [kind, release] : rows) {
+        SharedState::Get().Raw().service.stopped = 0;
+        Rule({kind, 0, 1, 0, 0});
+        std::atomic<bool> back{false};
+        std::thread caller([&] {
+            Open();
+            back = true;
+        });
+        EXPECT_TRUE(Eventually([&] { return activity.callsBegun - activity.callsEnded == 1; }));
+        EXPECT_FALSE(back);
+        release();
+        caller.join();
+        EXPECT_EQ(activity.callsBegun, activity.callsEnded);
+    }
 }
 
 }  // namespace

@@ -22,9 +22,9 @@ INSTALLERS_OWN = re.compile(r"\\Installer(\\(UserData(\\S-1-5-18(\\(Components|P
                             r"|Features))?\]$")
 POLICIES = re.compile(r"\\Policies\\Orva(\\|\])")
 # What removal leaves: logs and policies. (Windows has the installer's folder before the first
-# installation; event_log.txt is the notebook's own.)
+# installation.)
 LEFT_FILES = {"users/{user}/AppData/Roaming/orvkLog", "users/{user}/AppData/Roaming/orvkLog/LinkvaneService.log",
-              "windows/Installer", "notebook/event_log.txt"}
+              "windows/Installer"}
 
 
 class Notebook(unittest.TestCase):

@@ -44,7 +44,6 @@ SimulatedNotebook::SimulatedNotebook(TestClock& clock, const Shape& shape, Impor
     m_state.traceOn = 1;
     Make(shape);
     ResetServices();
-    ClearEventLog();
     ForgetCalls();
     Deliver();
     SharedState::Get().OnNews([this] { PlanDelivery(); });
