@@ -78,19 +78,4 @@ std::vector<Rig::LogLine> FailedTries(const char* operation, int tries, const wc
     return lines;
 }
 
-EventWatch::EventWatch()
-    : m_create([this](LPSECURITY_ATTRIBUTES security, BOOL manual, BOOL signalled, LPCWSTR name) {
-          const HANDLE event = m_create.Original(security, manual, signalled, name);
-          m_made.push_back(std::string(manual != FALSE ? "manual-reset" : "auto-reset") + ", " +
-                           (signalled != FALSE ? "signalled" : "not signalled") +
-                           (name != nullptr ? ", named" : "") + (security != nullptr ? ", secured" : ""));
-          m_open.insert(event);
-          return event;
-      }),
-      m_close([this](HANDLE handle) { return m_open.contains(handle); },
-              [this](HANDLE handle) {
-                  m_open.erase(handle);
-                  return m_close.Original(handle);
-              }) {}
-
 }  // namespace RadioTests

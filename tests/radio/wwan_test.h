@@ -3,7 +3,6 @@
 #include <ocidl.h>
 #include <wrl/client.h>
 
-#include <set>
 #include <string>
 #include <vector>
 
@@ -57,23 +56,5 @@ class WwanTest : public RadioTest {
 [[nodiscard]] std::vector<Rig::LogLine> FailedTries(const char* operation, int tries, const wchar_t* failed,
                                                     const std::wstring& error,
                                                     const wchar_t* givenUp = nullptr);
-
-/// Events that the code under test makes and closes, for a scope.
-class EventWatch {
-  public:
-    EventWatch();
-    EventWatch(const EventWatch&) = delete;
-    EventWatch& operator=(const EventWatch&) = delete;
-
-    /// How each event was made: "auto-reset, not signalled".
-    [[nodiscard]] const std::vector<std::string>& Made() const { return m_made; }
-    [[nodiscard]] std::size_t Open() const { return m_open.size(); }
-
-  private:
-    std::vector<std::string> m_made;
-    std::set<HANDLE> m_open;
-    Rig::ScopedImport<&::CreateEventW> m_create;
-    Rig::ScopedImport<&::CloseHandle> m_close;
-};
 
 }  // namespace RadioTests
