@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <optional>
+#include <span>
 
 #include "bios/bios_vocabulary.h"
 #include "bios/bios_wmi_client.h"
@@ -13,26 +14,33 @@ std::atomic<bool> NLMUtils::lanWwanSwitchingEnabled{false};
 
 namespace {
 
+/// One name of a setting, and what is logged of it.
+struct Setting {
+    const wchar_t* name;
+    const wchar_t* errorText;  ///< takes the HRESULT and the text
+    const wchar_t* enabledText;
+};
+constexpr Setting kLanWlanSettings[] = {
+    {BiosVocabulary::kLanWlanAutoSwitchingSetting,
+     L"Error getting 'LAN / WLAN Auto Switching' with HRESULT =  0x%08X and Value = %s",
+     L"Inside LAN / WLAN Auto Switching section :feature enabled"},
+    {BiosVocabulary::kLanWlanSwitchingSetting,
+     L"Error getting 'LAN/WLAN Switching' with HRESULT =  0x%08X and Value = %s",
+     L"Inside LAN/WLAN Switching section:feature enabled"},
+};
+constexpr Setting kLanWwanSettings[] = {
+    {BiosVocabulary::kLanWwanAutoSwitchingSetting,
+     L"Error getting 'LAN / WWAN Auto Switching' with HRESULT =  0x%08X and Value = %s",
+     L"Inside LAN / WWAN Auto Switching section :feature enabled"},
+};
+
 /// One half of the feature: what the rest of the service reads, and the last word on it.
 struct Half {
     std::atomic<bool>& isEnabled;
     std::atomic<int> result{-1};  ///< 1 once a setting was read as enabled, never reset
-
-    void Enable() {
-        isEnabled = true;
-        result = 1;
-    }
 };
 Half lanWlan{NLMUtils::lanWlanSwitchingEnabled};
 Half lanWwan{NLMUtils::lanWwanSwitchingEnabled};
-
-/// The name after which a half's setting is not looked for any further.
-struct LastName {
-    const wchar_t* name;
-    Half& half;
-    const wchar_t* errorText;  ///< takes the HRESULT and the text
-    const wchar_t* enabledText;
-};
 
 /// A provider that needs too long is asked this often; a failed read is begun anew this often.
 constexpr int kMostTries = 6;
@@ -90,44 +98,26 @@ HRESULT ReadWithRetries(const LogScope& log, BIOSWmiClient& client, const std::w
     return result;
 }
 
-void ReadLastName(const LogScope& log, const LastName& setting, std::wstring& value) {
-    const HRESULT result = NLMUtils::GetBIOSValue(setting.name, value);
-    if (result != S_OK || value.empty()) {
-        log.Error(setting.errorText, result, value.c_str());
-    } else if (!NLMUtils::IsDisabledSetting(value)) {
-        log.Information(setting.enabledText);
-        setting.half.Enable();
+/// Asks for one name after the other, until one gives a text, and leaves the last text.
+void ReadSettings(const LogScope& log, std::span<const Setting> settings, Half& half, std::wstring& value) {
+    for (const Setting& setting : settings) {
+        const HRESULT result = NLMUtils::GetBIOSValue(setting.name, value);
+        const bool isRead = result == S_OK && !value.empty();
+        if (isRead && !NLMUtils::IsDisabledSetting(value)) {
+            log.Information(setting.enabledText);
+            half.isEnabled = true;
+            half.result = 1;
+            return;
+        }
+        // The last name is in error when it gives nothing, another one when it says "disabled".
+        const bool isLast = &setting == &settings.back();
+        if (isRead != isLast) {
+            log.Error(setting.errorText, result, value.c_str());
+        }
+        if (isRead) {
+            return;
+        }
     }
-}
-
-void ReadLanWlanSetting(const LogScope& log) {
-    std::wstring value;
-    const HRESULT result = NLMUtils::GetBIOSValue(BiosVocabulary::kLanWlanAutoSwitchingSetting, value);
-    if (result != S_OK || value.empty()) {
-        // The setting's other name, for machines that do not know the first one.
-        ReadLastName(log,
-                     {BiosVocabulary::kLanWlanSwitchingSetting, lanWlan,
-                      L"Error getting 'LAN/WLAN Switching' with HRESULT =  0x%08X and Value = %s",
-                      L"Inside LAN/WLAN Switching section:feature enabled"},
-                     value);
-    } else if (NLMUtils::IsDisabledSetting(value)) {
-        log.Error(L"Error getting 'LAN / WLAN Auto Switching' with HRESULT =  0x%08X and Value = %s", result,
-                  value.c_str());
-    } else {
-        log.Information(L"Inside LAN / WLAN Auto Switching section :feature enabled");
-        lanWlan.Enable();
-    }
-    log.Information(L"BIOS(LAN/WLAN) Read Value %s", value.c_str());
-}
-
-void ReadLanWwanSetting(const LogScope& log) {
-    std::wstring value;
-    ReadLastName(log,
-                 {BiosVocabulary::kLanWwanAutoSwitchingSetting, lanWwan,
-                  L"Error getting 'LAN / WWAN Auto Switching' with HRESULT =  0x%08X and Value = %s",
-                  L"Inside LAN / WWAN Auto Switching section :feature enabled"},
-                 value);
-    log.Information(L"BIOS(LAN/WAN) Read Value %s", value.c_str());
 }
 
 /// The answer for a half, and the exit line that shows it.
@@ -155,12 +145,20 @@ HRESULT NLMUtils::GetBIOSValue(const std::wstring& name, std::wstring& value) {
 
 bool NLMUtils::IsLanWlanAutoSwitchingEnabled() {
     LogScope log("NLMUtils::IsLanWlanAutoSwitchingEnabled");
-    log.Guard([&] { ReadLanWlanSetting(log); });
+    log.Guard([&] {
+        std::wstring value;
+        ReadSettings(log, kLanWlanSettings, lanWlan, value);
+        log.Information(L"BIOS(LAN/WLAN) Read Value %s", value.c_str());
+    });
     return IsEnabled(log, lanWlan, L"BIOS Setting LAN / WLAN Auto Switching: %ls");
 }
 
 bool NLMUtils::IsLanWwanAutoSwitchingEnabled() {
     LogScope log("NLMUtils::IsLanWwanAutoSwitchingEnabled");
-    log.Guard([&] { ReadLanWwanSetting(log); });
+    log.Guard([&] {
+        std::wstring value;
+        ReadSettings(log, kLanWwanSettings, lanWwan, value);
+        log.Information(L"BIOS(LAN/WAN) Read Value %s", value.c_str());
+    });
     return IsEnabled(log, lanWwan, L"BIOS Setting LAN / WWAN Auto Switching: %ls");
 }

@@ -30,8 +30,6 @@ using Rig::ScopedImport;
 using testing::ElementsAre;
 
 constexpr char kGet[] = "NLMUtils::GetBIOSValue";
-constexpr char kWlan[] = "NLMUtils::IsLanWlanAutoSwitchingEnabled";
-constexpr char kWwan[] = "NLMUtils::IsLanWwanAutoSwitchingEnabled";
 
 constexpr wchar_t kFirstWlanName[] = L"LAN / WLAN Auto Switching";
 constexpr wchar_t kSecondWlanName[] = L"LAN/WLAN Switching";
@@ -86,8 +84,6 @@ class BiosSettings : public testing::Test {
 };
 
 using GetBIOSValue = BiosSettings;
-using IsLanWlanAutoSwitchingEnabled = BiosSettings;
-using IsLanWwanAutoSwitchingEnabled = BiosSettings;
 
 TEST_F(GetBIOSValue, SettingIsReadAtTheFirstTry) {
     m_bios.SetSetting(L"Some Setting", L"Enable");
@@ -130,15 +126,6 @@ TEST_F(GetBIOSValue, MissingProviderCostsOneConnectionAttemptAndFourPasses) {
                             Reading(L"Some Setting", 0), Thrown(L"80041071"),
                             TraceOut(kGet, L"Return Value = 0x80041071")));
     EXPECT_THAT(m_clock.Sleeps(), ElementsAre(500, 3000, 500, 3000, 500, 3000, 500, 3000));
-    EXPECT_EQ(m_clock.Elapsed(), 14s);
-}
-
-TEST_F(GetBIOSValue, LocatorThatCannotBeMadeCountsAsNotConnected) {
-    const Rig::ScopedResult<&::CoCreateInstance> missing{REGDB_E_CLASSNOTREG};
-
-    EXPECT_EQ(Get(), kNotConnected);
-
-    EXPECT_EQ(missing.Calls(), 1);
     EXPECT_EQ(m_clock.Elapsed(), 14s);
 }
 
@@ -200,20 +187,18 @@ TEST_F(GetBIOSValue, FailureOfEachStepIsReturnedAtOnce) {
         const wchar_t* code;
     };
     m_bios.SetSetting(L"Some Setting", L"Enable");
-    const std::vector<Case> cases{
-        {Call::WbemExecQuery, static_cast<HRESULT>(WBEM_E_INVALID_QUERY), L"80041017"},
-        {Call::WbemNext, static_cast<HRESULT>(WBEM_E_PROVIDER_FAILURE), L"80041004"},
-        {Call::WbemGet, static_cast<HRESULT>(WBEM_E_NOT_FOUND), L"80041002"},
-    };
-    for (const Case& failing : cases) {
-        m_bios.Fail(failing.call, 1, failing.result);
+    for (const auto& [call, result, code] :
+         {Case{Call::WbemExecQuery, static_cast<HRESULT>(WBEM_E_INVALID_QUERY), L"80041017"},
+          Case{Call::WbemNext, static_cast<HRESULT>(WBEM_E_PROVIDER_FAILURE), L"80041004"},
+          Case{Call::WbemGet, static_cast<HRESULT>(WBEM_E_NOT_FOUND), L"80041002"}}) {
+        m_bios.Fail(call, 1, result);
         m_log.Clear();
-        m_clock.ForgetRecords();
+        const auto start = m_clock.Elapsed();
 
-        EXPECT_EQ(Get(), failing.result);
+        EXPECT_EQ(Get(), result);
 
-        EXPECT_THAT(m_log.At(Level::kWarning), ElementsAre(Returned(failing.code, 0)));
-        EXPECT_THAT(m_clock.Sleeps(), ElementsAre(500, 1000, 3000));
+        EXPECT_THAT(m_log.At(Level::kWarning), ElementsAre(Returned(code, 0)));
+        EXPECT_EQ(m_clock.Elapsed() - start, 4500ms);
         EXPECT_EQ(m_bios.Held().comReferences, 0);
     }
 }
@@ -291,86 +276,117 @@ TEST_F(GetBIOSValue, NullValueIsASuccessWithAnEmptyText) {
     EXPECT_THAT(m_clock.Sleeps(), ElementsAre(500));
 }
 
-// --- Disabled: these stand before what enables ------------------------------------------------------
+// --- The two halves: what finds them disabled stands before what enables ----------------------------
 
-std::vector<LogLine> WithoutReads(const LogRecorder& log) {
-    std::vector<LogLine> lines = log.Lines();
-    std::erase_if(lines, [](const LogLine& line) { return line.function == kGet; });
-    return lines;
-}
+/// One half of the feature.
+struct Half {
+    const char* name;
+    bool (*read)();
+    const std::atomic<bool>& isEnabled;
+    std::wstring exitText;
+};
+const Half kLanWlan{"NLMUtils::IsLanWlanAutoSwitchingEnabled", &NLMUtils::IsLanWlanAutoSwitchingEnabled,
+                    NLMUtils::lanWlanSwitchingEnabled, L"BIOS Setting LAN / WLAN Auto Switching: "};
+const Half kLanWwan{"NLMUtils::IsLanWwanAutoSwitchingEnabled", &NLMUtils::IsLanWwanAutoSwitchingEnabled,
+                    NLMUtils::lanWwanSwitchingEnabled, L"BIOS Setting LAN / WWAN Auto Switching: "};
 
-/// The names that were asked for.
-std::vector<std::wstring> NamesAsked(const LogRecorder& log) {
-    static constexpr std::wstring_view kEntry = L"BIOS Settings Name = ";
-    std::vector<std::wstring> names;
-    for (const LogLine& line : log.Of(kGet)) {
-        if (line.level == Level::kTraceIn) {
-            names.push_back(line.message.substr(kEntry.size()));
+/// Settings (a text that is null stands for a null value), and what becomes of reading them.
+struct Finding {
+    const char* situation;
+    std::vector<std::pair<const wchar_t*, const wchar_t*>> settings;
+    std::vector<std::wstring> namesAsked;
+    std::vector<LogLine> lines;  ///< between the entry and the exit line
+};
+
+class AutoSwitching : public BiosSettings {
+  protected:
+    /// Each reading finds the half enabled, or none does.
+    void ExpectOfEach(const Half& half, bool isEnabled, const std::vector<Finding>& findings) {
+        for (const Finding& finding : findings) {
+            SCOPED_TRACE(finding.situation);
+            m_bios.RemoveSettings();
+            m_log.Clear();
+            for (const auto& [name, text] : finding.settings) {
+                text != nullptr ? m_bios.SetSetting(name, text) : m_bios.SetSetting(name, Null());
+            }
+
+            EXPECT_EQ(half.read(), isEnabled);
+
+            EXPECT_EQ(half.isEnabled, isEnabled);
+            EXPECT_EQ(NamesAsked(), finding.namesAsked);
+            std::vector<LogLine> lines{TraceIn(half.name)};
+            lines.insert(lines.end(), finding.lines.begin(), finding.lines.end());
+            lines.push_back(TraceOut(half.name, half.exitText + (isEnabled ? L"true" : L"false")));
+            EXPECT_EQ(m_log.Of(half.name), lines);
         }
     }
-    return names;
-}
 
-TEST_F(IsLanWlanAutoSwitchingEnabled, NothingIsEnabledAtStart) {
+    [[nodiscard]] std::vector<std::wstring> NamesAsked() const {
+        static constexpr std::wstring_view kEntry = L"BIOS Settings Name = ";
+        std::vector<std::wstring> names;
+        for (const LogLine& line : m_log.Of(kGet)) {
+            if (line.level == Level::kTraceIn) {
+                names.push_back(line.message.substr(kEntry.size()));
+            }
+        }
+        return names;
+    }
+};
+
+const char* const kWlan = kLanWlan.name;
+const char* const kWwan = kLanWwan.name;
+
+TEST_F(AutoSwitching, NothingIsEnabledAtStart) {
     EXPECT_FALSE(NLMUtils::lanWlanSwitchingEnabled);
     EXPECT_FALSE(NLMUtils::lanWwanSwitchingEnabled);
 }
 
-TEST_F(IsLanWlanAutoSwitchingEnabled, BothNamesAbsentMeanDisabledWithTheSecondNamesError) {
-    EXPECT_FALSE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
-
-    EXPECT_FALSE(NLMUtils::lanWlanSwitchingEnabled);
-    EXPECT_THAT(NamesAsked(m_log), ElementsAre(kFirstWlanName, kSecondWlanName));
-    EXPECT_THAT(WithoutReads(m_log),
-                ElementsAre(TraceIn(kWlan),
-                            Error(kWlan,
-                                  L"Error getting 'LAN/WLAN Switching' with HRESULT =  0x00000001 and "
-                                  L"Value = "),
-                            Information(kWlan, L"BIOS(LAN/WLAN) Read Value "),
-                            TraceOut(kWlan, L"BIOS Setting LAN / WLAN Auto Switching: false")));
+TEST_F(AutoSwitching, WlanIsDisabledByAStarInFrontAndWithoutASetting) {
+    ExpectOfEach(
+        kLanWlan, false,
+        {{"both names are absent",
+          {},
+          {kFirstWlanName, kSecondWlanName},
+          {Error(kWlan, L"Error getting 'LAN/WLAN Switching' with HRESULT =  0x00000001 and Value = "),
+           Information(kWlan, L"BIOS(LAN/WLAN) Read Value ")}},
+         {"both values are null",
+          {{kFirstWlanName, nullptr}, {kSecondWlanName, nullptr}},
+          {kFirstWlanName, kSecondWlanName},
+          {Error(kWlan, L"Error getting 'LAN/WLAN Switching' with HRESULT =  0x00000000 and Value = "),
+           Information(kWlan, L"BIOS(LAN/WLAN) Read Value ")}},
+         {"the first has a star",
+          {{kFirstWlanName, L"*Disable"}, {kSecondWlanName, L"Enable"}},
+          {kFirstWlanName},
+          {Error(kWlan,
+                 L"Error getting 'LAN / WLAN Auto Switching' with HRESULT =  0x00000000 and "
+                 L"Value = *Disable"),
+           Information(kWlan, L"BIOS(LAN/WLAN) Read Value *Disable")}},
+         {"the second has a star",
+          {{kSecondWlanName, L"*Enable"}},
+          {kFirstWlanName, kSecondWlanName},
+          {Information(kWlan, L"BIOS(LAN/WLAN) Read Value *Enable")}}});
 }
 
-TEST_F(IsLanWlanAutoSwitchingEnabled, FirstNameWithAStarMeansDisabledAndTheSecondIsNotAsked) {
-    m_bios.SetSetting(kFirstWlanName, L"*Disable");
-    m_bios.SetSetting(kSecondWlanName, L"Enable");
-
-    EXPECT_FALSE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
-
-    EXPECT_FALSE(NLMUtils::lanWlanSwitchingEnabled);
-    EXPECT_THAT(NamesAsked(m_log), ElementsAre(kFirstWlanName));
-    EXPECT_THAT(WithoutReads(m_log),
-                ElementsAre(TraceIn(kWlan),
-                            Error(kWlan,
-                                  L"Error getting 'LAN / WLAN Auto Switching' with HRESULT =  0x00000000 "
-                                  L"and Value = *Disable"),
-                            Information(kWlan, L"BIOS(LAN/WLAN) Read Value *Disable"),
-                            TraceOut(kWlan, L"BIOS Setting LAN / WLAN Auto Switching: false")));
+TEST_F(AutoSwitching, WwanIsDisabledByAStarInFrontAndWithoutASetting) {
+    ExpectOfEach(
+        kLanWwan, false,
+        {{"the name is absent",
+          {},
+          {kWwanName},
+          {Error(kWwan, L"Error getting 'LAN / WWAN Auto Switching' with HRESULT =  0x00000001 and Value = "),
+           Information(kWwan, L"BIOS(LAN/WAN) Read Value ")}},
+         {"the value is null",
+          {{kWwanName, nullptr}},
+          {kWwanName},
+          {Error(kWwan, L"Error getting 'LAN / WWAN Auto Switching' with HRESULT =  0x00000000 and Value = "),
+           Information(kWwan, L"BIOS(LAN/WAN) Read Value ")}},
+         {"it has a star",
+          {{kWwanName, L"*"}},
+          {kWwanName},
+          {Information(kWwan, L"BIOS(LAN/WAN) Read Value *")}}});
 }
 
-TEST_F(IsLanWlanAutoSwitchingEnabled, SecondNameWithAStarMeansDisabledWithoutAnError) {
-    m_bios.SetSetting(kSecondWlanName, L"*Enable");
-
-    EXPECT_FALSE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
-
-    EXPECT_THAT(WithoutReads(m_log),
-                ElementsAre(TraceIn(kWlan), Information(kWlan, L"BIOS(LAN/WLAN) Read Value *Enable"),
-                            TraceOut(kWlan, L"BIOS Setting LAN / WLAN Auto Switching: false")));
-}
-
-TEST_F(IsLanWlanAutoSwitchingEnabled, NullValuesMeanDisabled) {
-    m_bios.SetSetting(kFirstWlanName, Null());
-    m_bios.SetSetting(kSecondWlanName, Null());
-
-    EXPECT_FALSE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
-
-    EXPECT_THAT(NamesAsked(m_log), ElementsAre(kFirstWlanName, kSecondWlanName));
-    EXPECT_THAT(m_log.At(Level::kError),
-                ElementsAre(Error(kWlan,
-                                  L"Error getting 'LAN/WLAN Switching' with HRESULT =  0x00000000 and "
-                                  L"Value = ")));
-}
-
-TEST_F(IsLanWlanAutoSwitchingEnabled, MissingProviderMeansDisabledAfterTwoFullReads) {
+TEST_F(AutoSwitching, MissingProviderMeansDisabledAfterTwoFullReads) {
     m_bios.Devices().providerPresent = 0;
 
     EXPECT_FALSE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
@@ -380,148 +396,63 @@ TEST_F(IsLanWlanAutoSwitchingEnabled, MissingProviderMeansDisabledAfterTwoFullRe
         Error(kWlan, L"Error getting 'LAN/WLAN Switching' with HRESULT =  0x80041071 and Value = ")));
 }
 
-TEST_F(IsLanWlanAutoSwitchingEnabled, ExceptionMeansDisabled) {
-    // The entry line of the read, outside of the read's own handler.
-    const Rig::ThrowFromLogLine throwing{2, std::logic_error("no more log")};
-
-    EXPECT_FALSE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
-
-    EXPECT_THAT(m_log.Lines(),
-                ElementsAre(TraceIn(kWlan), Error(kWlan, L"Exception in IsLanWlanAutoSwitchingEnabled()"),
-                            TraceOut(kWlan, L"BIOS Setting LAN / WLAN Auto Switching: false")));
-}
-
-TEST_F(IsLanWwanAutoSwitchingEnabled, AbsentNameMeansDisabledWithAnError) {
-    EXPECT_FALSE(NLMUtils::IsLanWwanAutoSwitchingEnabled());
-
-    EXPECT_FALSE(NLMUtils::lanWwanSwitchingEnabled);
-    EXPECT_THAT(NamesAsked(m_log), ElementsAre(kWwanName));
-    EXPECT_THAT(WithoutReads(m_log),
-                ElementsAre(TraceIn(kWwan),
-                            Error(kWwan,
-                                  L"Error getting 'LAN / WWAN Auto Switching' with HRESULT =  0x00000001 "
-                                  L"and Value = "),
-                            Information(kWwan, L"BIOS(LAN/WAN) Read Value "),
-                            TraceOut(kWwan, L"BIOS Setting LAN / WWAN Auto Switching: false")));
-}
-
-TEST_F(IsLanWwanAutoSwitchingEnabled, StarMeansDisabledWithoutAnError) {
-    m_bios.SetSetting(kWwanName, L"*");
-
-    EXPECT_FALSE(NLMUtils::IsLanWwanAutoSwitchingEnabled());
-
-    EXPECT_THAT(WithoutReads(m_log),
-                ElementsAre(TraceIn(kWwan), Information(kWwan, L"BIOS(LAN/WAN) Read Value *"),
-                            TraceOut(kWwan, L"BIOS Setting LAN / WWAN Auto Switching: false")));
-}
-
-TEST_F(IsLanWwanAutoSwitchingEnabled, NullValueMeansDisabledWithAnError) {
-    m_bios.SetSetting(kWwanName, Null());
-
-    EXPECT_FALSE(NLMUtils::IsLanWwanAutoSwitchingEnabled());
-
-    EXPECT_THAT(m_log.At(Level::kError),
-                ElementsAre(Error(kWwan,
-                                  L"Error getting 'LAN / WWAN Auto Switching' with HRESULT =  0x00000000 "
-                                  L"and Value = ")));
-}
-
-TEST_F(IsLanWwanAutoSwitchingEnabled, ExceptionMeansDisabled) {
-    const Rig::ThrowFromLogLine throwing{2, std::logic_error("no more log")};
-
-    EXPECT_FALSE(NLMUtils::IsLanWwanAutoSwitchingEnabled());
-
-    EXPECT_TRUE(m_log.Contains(Error(kWwan, L"Exception in IsLanWwanAutoSwitchingEnabled()")));
-}
-
-// --- Enabled ----------------------------------------------------------------------------------------
-
-TEST_F(IsLanWlanAutoSwitchingEnabled, SecondNameEnablesWhenTheFirstIsAbsent) {
-    m_bios.SetSetting(kSecondWlanName, L"Enable");
-
-    EXPECT_TRUE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
-
-    EXPECT_TRUE(NLMUtils::lanWlanSwitchingEnabled);
-    EXPECT_FALSE(NLMUtils::lanWwanSwitchingEnabled);
-    EXPECT_THAT(
-        WithoutReads(m_log),
-        ElementsAre(TraceIn(kWlan), Information(kWlan, L"Inside LAN/WLAN Switching section:feature enabled"),
-                    Information(kWlan, L"BIOS(LAN/WLAN) Read Value Enable"),
-                    TraceOut(kWlan, L"BIOS Setting LAN / WLAN Auto Switching: true")));
-}
-
-TEST_F(IsLanWlanAutoSwitchingEnabled, SecondNameIsAskedWhenTheFirstIsEmpty) {
-    m_bios.SetSetting(kFirstWlanName, L"");
-    m_bios.SetSetting(kSecondWlanName, L"Enable");
-
-    EXPECT_TRUE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
-
-    EXPECT_THAT(NamesAsked(m_log), ElementsAre(kFirstWlanName, kSecondWlanName));
-}
-
-TEST_F(IsLanWlanAutoSwitchingEnabled, FirstNameEnablesAndTheSecondIsNotAsked) {
-    m_bios.SetSetting(kFirstWlanName, L"Enable");
-
-    EXPECT_TRUE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
-
-    EXPECT_TRUE(NLMUtils::lanWlanSwitchingEnabled);
-    EXPECT_THAT(NamesAsked(m_log), ElementsAre(kFirstWlanName));
-    EXPECT_THAT(WithoutReads(m_log),
-                ElementsAre(TraceIn(kWlan),
-                            Information(kWlan, L"Inside LAN / WLAN Auto Switching section :feature enabled"),
-                            Information(kWlan, L"BIOS(LAN/WLAN) Read Value Enable"),
-                            TraceOut(kWlan, L"BIOS Setting LAN / WLAN Auto Switching: true")));
-}
-
-TEST_F(IsLanWlanAutoSwitchingEnabled, EveryTextWithoutAStarInFrontEnables) {
-    for (const wchar_t* const text : {L"Disable", L"0", L" ", L"Enable*", L"x*"}) {
-        m_bios.SetSetting(kFirstWlanName, text);
+TEST_F(AutoSwitching, ExceptionMeansDisabled) {
+    for (const auto& [half, text] : {std::pair{&kLanWlan, L"Exception in IsLanWlanAutoSwitchingEnabled()"},
+                                     std::pair{&kLanWwan, L"Exception in IsLanWwanAutoSwitchingEnabled()"}}) {
         m_log.Clear();
+        // The entry line of the read, outside of the read's own handler.
+        const Rig::ThrowFromLogLine throwing{2, std::logic_error("no more log")};
 
-        EXPECT_TRUE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
+        EXPECT_FALSE(half->read());
 
-        EXPECT_TRUE(
-            m_log.Contains(Information(kWlan, L"Inside LAN / WLAN Auto Switching section :feature enabled")))
-            << text;
+        EXPECT_THAT(m_log.Lines(), ElementsAre(TraceIn(half->name), Error(half->name, text),
+                                               TraceOut(half->name, half->exitText + L"false")));
     }
 }
 
-TEST_F(IsLanWlanAutoSwitchingEnabled, OnceEnabledItStaysSoWhenTheSettingIsDisabledOrGone) {
-    m_bios.SetSetting(kFirstWlanName, L"Enable");
-    EXPECT_TRUE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
-
-    m_bios.SetSetting(kFirstWlanName, L"*Enable");
-    EXPECT_TRUE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
-    m_bios.RemoveSetting(kFirstWlanName);
-    EXPECT_TRUE(NLMUtils::IsLanWlanAutoSwitchingEnabled());
-
-    EXPECT_TRUE(NLMUtils::lanWlanSwitchingEnabled);
-    EXPECT_EQ(m_log.Lines().back(), TraceOut(kWlan, L"BIOS Setting LAN / WLAN Auto Switching: true"));
+TEST_F(AutoSwitching, WlanIsEnabledByTheSecondNameWhenTheFirstGivesNothing) {
+    const std::vector<LogLine> lines{Information(kWlan, L"Inside LAN/WLAN Switching section:feature enabled"),
+                                     Information(kWlan, L"BIOS(LAN/WLAN) Read Value Enable")};
+    ExpectOfEach(
+        kLanWlan, true,
+        {{"the first is absent", {{kSecondWlanName, L"Enable"}}, {kFirstWlanName, kSecondWlanName}, lines},
+         {"the first is empty",
+          {{kFirstWlanName, L""}, {kSecondWlanName, L"Enable"}},
+          {kFirstWlanName, kSecondWlanName},
+          lines}});
+    EXPECT_FALSE(NLMUtils::lanWwanSwitchingEnabled);
 }
 
-TEST_F(IsLanWwanAutoSwitchingEnabled, NameEnables) {
-    m_bios.SetSetting(kWwanName, L"Enable");
-
-    EXPECT_TRUE(NLMUtils::IsLanWwanAutoSwitchingEnabled());
-
-    EXPECT_TRUE(NLMUtils::lanWwanSwitchingEnabled);
-    EXPECT_THAT(WithoutReads(m_log),
-                ElementsAre(TraceIn(kWwan),
-                            Information(kWwan, L"Inside LAN / WWAN Auto Switching section :feature enabled"),
-                            Information(kWwan, L"BIOS(LAN/WAN) Read Value Enable"),
-                            TraceOut(kWwan, L"BIOS Setting LAN / WWAN Auto Switching: true")));
+TEST_F(AutoSwitching, EveryTextWithoutAStarInFrontEnables) {
+    for (const std::wstring text : {L"Enable", L"Disable", L"0", L" ", L"Enable*", L"x*"}) {
+        ExpectOfEach(kLanWlan, true,
+                     {{"first name of WLAN",
+                       {{kFirstWlanName, text.c_str()}, {kSecondWlanName, L"*"}},
+                       {kFirstWlanName},
+                       {Information(kWlan, L"Inside LAN / WLAN Auto Switching section :feature enabled"),
+                        Information(kWlan, L"BIOS(LAN/WLAN) Read Value " + text)}}});
+        ExpectOfEach(kLanWwan, true,
+                     {{"WWAN",
+                       {{kWwanName, text.c_str()}},
+                       {kWwanName},
+                       {Information(kWwan, L"Inside LAN / WWAN Auto Switching section :feature enabled"),
+                        Information(kWwan, L"BIOS(LAN/WAN) Read Value " + text)}}});
+    }
 }
 
-TEST_F(IsLanWwanAutoSwitchingEnabled, OnceEnabledItStaysSoWhenTheSettingIsDisabledOrGone) {
-    m_bios.SetSetting(kWwanName, L"Enable");
-    EXPECT_TRUE(NLMUtils::IsLanWwanAutoSwitchingEnabled());
+TEST_F(AutoSwitching, OnceEnabledAHalfStaysSoWhenTheSettingIsDisabledOrGone) {
+    for (const auto& [half, name] : {std::pair{&kLanWlan, kFirstWlanName}, std::pair{&kLanWwan, kWwanName}}) {
+        m_bios.SetSetting(name, L"Enable");
+        EXPECT_TRUE(half->read());
 
-    m_bios.SetSetting(kWwanName, L"*Enable");
-    EXPECT_TRUE(NLMUtils::IsLanWwanAutoSwitchingEnabled());
-    m_bios.RemoveSetting(kWwanName);
-    EXPECT_TRUE(NLMUtils::IsLanWwanAutoSwitchingEnabled());
+        m_bios.SetSetting(name, L"*Enable");
+        EXPECT_TRUE(half->read());
+        m_bios.RemoveSettings();
+        EXPECT_TRUE(half->read());
 
-    EXPECT_TRUE(NLMUtils::lanWwanSwitchingEnabled);
+        EXPECT_TRUE(half->isEnabled);
+        EXPECT_EQ(m_log.Lines().back(), TraceOut(half->name, half->exitText + L"true"));
+    }
 }
 
 }  // namespace

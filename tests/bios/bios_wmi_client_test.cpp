@@ -2,6 +2,8 @@
 
 #include <gmock/gmock.h>
 
+#include <functional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -15,6 +17,7 @@ namespace {
 
 using Rig::Call;
 using Rig::ScopedImport;
+using Rig::SimulatedNotebook;
 using testing::ElementsAre;
 
 constexpr wchar_t kName[] = L"Some Setting";
@@ -26,55 +29,50 @@ constexpr auto kNotInitialized = static_cast<HRESULT>(0x80041014);
 constexpr auto kTypeMismatch = static_cast<HRESULT>(0x80041005);
 constexpr auto kNotConnected = static_cast<HRESULT>(0x80041071);
 constexpr auto kInvalidNamespace = static_cast<HRESULT>(0x8004100E);
+constexpr auto kInvalidQuery = static_cast<HRESULT>(0x80041017);
+constexpr auto kNotFound = static_cast<HRESULT>(0x80041002);
+constexpr auto kFailed = static_cast<HRESULT>(0x80041001);
 
-/// A provider that knows no setting yet, and this thread in an apartment.
-class Bios {
-  public:
-    explicit Bios(DWORD apartmentModel = COINIT_APARTMENTTHREADED) : m_apartment(apartmentModel) {
-        notebook.RemoveSettings();
+/// A value that owns nothing yet.
+VARIANT Of(VARTYPE type) {
+    VARIANT value{};
+    value.vt = type;
+    return value;
+}
+
+/// A provider that knows one setting, and this thread in a single-threaded apartment.
+class BIOSWmiClientTest : public testing::Test {
+  protected:
+    BIOSWmiClientTest() { m_bios.SetSetting(kName, L"on"); }
+
+    /// Reads the setting by a client of its own.
+    HRESULT Read() {
+        BIOSWmiClient client;
+        return client.GetValue(kName, m_value);
+    }
+    [[nodiscard]] LONG References() const { return m_bios.Held().comReferences; }
+    /// Without a connection a query is not even tried.
+    static bool IsConnected(BIOSWmiClient& client) {
+        return client.ExecuteQuery(L"SELECT") != kNotInitialized;
     }
 
-    Rig::SimulatedNotebook* operator->() { return &notebook; }
-    [[nodiscard]] LONG References() const { return notebook.Held().comReferences; }
-    void Set(std::wstring_view name, std::wstring_view text) const { notebook.SetSetting(name, text); }
-    void SetValue(void (*fill)(VARIANT*)) const { notebook.SetSetting(kName, Filled(fill)); }
-    void SetType(int type) const {
-        VARIANT value{};
-        value.vt = static_cast<VARTYPE>(type);
-        notebook.SetSetting(kName, value);
-    }
-
-    Rig::TestClock clock;
-    Rig::SimulatedNotebook notebook{clock};
-
-  private:
-    static VARIANT Filled(void (*fill)(VARIANT*)) {
-        VARIANT value{};
-        fill(&value);
-        return value;
-    }
-
-    Rig::ComApartment m_apartment;
+    Rig::TestClock m_clock;
+    SimulatedNotebook m_bios{m_clock};
+    const Rig::ComApartment m_apartment{COINIT_APARTMENTTHREADED};
+    std::wstring m_value = L"old";
 };
 
-/// Without a connection a query is not even tried.
-bool IsConnected(BIOSWmiClient& client) {
-    return client.ExecuteQuery(L"SELECT") != kNotInitialized;
-}
+// --- The connection --------------------------------------------------------------------------------
 
-/// The code of the COM error that `call` throws; S_OK when it throws none.
-template <class Call>
-HRESULT ErrorThrownBy(const Call& call) {
-    try {
-        call();
-    } catch (const _com_error& error) {
-        return error.Error();
-    }
-    return S_OK;
-}
-
-TEST(BIOSWmiClient, ConnectsToTheProvidersNamespace) {
-    Bios bios;
+TEST_F(BIOSWmiClientTest, ConnectsToTheProvidersNamespaceByALocatorInProcess) {
+    const ScopedImport<&::CoCreateInstance> creations{
+        [&](REFCLSID classId, IUnknown* outer, DWORD context, REFIID id, void** object) {
+            EXPECT_EQ(classId, CLSID_WbemLocator);
+            EXPECT_EQ(id, IID_IWbemLocator);
+            EXPECT_EQ(outer, nullptr);
+            EXPECT_EQ(context, DWORD{CLSCTX_INPROC_SERVER});
+            return creations.Original(classId, outer, context, id, object);
+        }};
     const ScopedImport<&::CoSetProxyBlanket> blanket{
         [&](IUnknown* proxy, DWORD authentication, DWORD authorization, OLECHAR* principal,
             DWORD authenticationLevel, DWORD impersonationLevel, void* identity, DWORD capabilities) {
@@ -89,52 +87,27 @@ TEST(BIOSWmiClient, ConnectsToTheProvidersNamespace) {
                                     impersonationLevel, identity, capabilities);
         }};
     {
-        BIOSWmiClient client;
-
-        EXPECT_EQ(bios.References(), 1) << "the services; the locator is given back";
+        const BIOSWmiClient client;
+        EXPECT_EQ(References(), 1) << "the services; the locator is given back";
     }
-    EXPECT_THAT(bios->Calls(),
+    EXPECT_THAT(m_bios.Calls(),
                 ElementsAre("WbemLocator::Create",
                             "IWbemLocator::ConnectServer 0x80 \\\\.\\root\\Orva\\FirmwareSettings",
                             "IClientSecurity::SetBlanket"));
+    EXPECT_EQ(creations.Calls(), 1);
     EXPECT_EQ(blanket.Calls(), 1);
-    EXPECT_EQ(bios.References(), 0);
+    EXPECT_EQ(References(), 0);
 }
 
-TEST(BIOSWmiClient, AsksForTheLocatorInProcess) {
-    Bios bios;
-    DWORD context = 0;
-    bool hasOuter = true;
-    const ScopedImport<&::CoCreateInstance> creations{
-        [&](REFCLSID classId, IUnknown* outer, DWORD classContext, REFIID id, void** object) {
-            EXPECT_EQ(classId, CLSID_WbemLocator);
-            EXPECT_EQ(id, IID_IWbemLocator);
-            hasOuter = outer != nullptr;
-            context = classContext;
-            return creations.Original(classId, outer, classContext, id, object);
-        }};
-
-    const BIOSWmiClient client;
-
-    EXPECT_EQ(context, DWORD{CLSCTX_INPROC_SERVER});
-    EXPECT_FALSE(hasOuter);
-}
-
-TEST(BIOSWmiClient, EntersASingleThreadedApartmentAndLeavesItLast) {
-    Bios bios;
-    bios.Set(kName, L"on");
-    std::vector<DWORD> entered;
-    int securitySet = 0;
-    std::vector<long> referencesAtEnd;
+TEST_F(BIOSWmiClientTest, EntersASingleThreadedApartmentAndLeavesItLast) {
     const ScopedImport<&::CoInitializeEx> enters{[&](void* reserved, DWORD model) {
-        entered.push_back(model);
+        EXPECT_EQ(model, DWORD{COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE});
         return enters.Original(reserved, model);
     }};
     const ScopedImport<&::CoInitializeSecurity> security{
-        [&](PSECURITY_DESCRIPTOR descriptor, LONG count, SOLE_AUTHENTICATION_SERVICE* services,
-            void* reserved, DWORD authenticationLevel, DWORD impersonationLevel, void* list,
-            DWORD capabilities, void* reserved3) -> HRESULT {
-            ++securitySet;
+        [](PSECURITY_DESCRIPTOR descriptor, LONG count, SOLE_AUTHENTICATION_SERVICE* services, void* reserved,
+           DWORD authenticationLevel, DWORD impersonationLevel, void* list, DWORD capabilities,
+           void* reserved3) -> HRESULT {
             EXPECT_TRUE(descriptor == nullptr && services == nullptr && reserved == nullptr &&
                         list == nullptr && reserved3 == nullptr);
             EXPECT_EQ(count, -1);
@@ -144,270 +117,202 @@ TEST(BIOSWmiClient, EntersASingleThreadedApartmentAndLeavesItLast) {
             return RPC_E_TOO_LATE;
         }};
     const ScopedImport<&::CoUninitialize> leaves{[&] {
-        referencesAtEnd.push_back(bios.References());
+        EXPECT_EQ(References(), 0) << "everything is given back before";
         leaves.Original();
     }};
-    std::wstring value;
     {
         BIOSWmiClient client;
-        EXPECT_EQ(client.GetValue(kName, value), S_OK);
-        EXPECT_EQ(bios.References(), 3) << "services, result and setting";
+        EXPECT_EQ(client.GetValue(kName, m_value), S_OK);
+        EXPECT_EQ(References(), 3) << "services, result and setting";
     }
+    // On a thread without an apartment as well.
+    Rig::RunOnThread([&] { EXPECT_EQ(Read(), S_OK); }, Rig::Apartment::kNone);
 
-    EXPECT_THAT(entered, ElementsAre(DWORD{COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE}));
-    EXPECT_EQ(securitySet, 1);
-    EXPECT_THAT(referencesAtEnd, ElementsAre(0)) << "everything was given back before";
+    EXPECT_EQ(enters.Calls(), 2);
+    EXPECT_EQ(security.Calls(), 2);
+    EXPECT_EQ(leaves.Calls(), 2);
 }
 
-TEST(BIOSWmiClient, EntersAnApartmentOfItsOwnOnAThreadWithoutOne) {
-    Bios bios;
-    bios.Set(kName, L"on");
-    int left = 0;
-    const ScopedImport<&::CoUninitialize> leaves{[&] {
-        ++left;
-        leaves.Original();
-    }};
-    std::wstring value;
-    Rig::RunOnThread(
-        [&] {
-            BIOSWmiClient client;
-            EXPECT_EQ(client.GetValue(kName, value), S_OK);
-        },
-        Rig::Apartment::kNone);
-
-    EXPECT_EQ(left, 1);
-    EXPECT_EQ(value, L"on");
+TEST_F(BIOSWmiClientTest, GoesOnInTheMultithreadedApartmentAndDoesNotLeaveIt) {
+    Rig::RunOnThread([&] {
+        const ScopedImport<&::CoInitializeSecurity> security{[](auto...) -> HRESULT { return S_OK; }};
+        const ScopedImport<&::CoUninitialize> leaves{[&] { leaves.Original(); }};
+        EXPECT_EQ(Read(), S_OK);
+        EXPECT_EQ(security.Calls(), 0);
+        EXPECT_EQ(leaves.Calls(), 0);
+    });
+    EXPECT_EQ(m_value, L"on");
 }
 
-TEST(BIOSWmiClient, GoesOnInTheMultithreadedApartmentAndDoesNotLeaveIt) {
-    Bios bios(COINIT_MULTITHREADED);
-    bios.Set(kName, L"on");
-    int securitySet = 0;
-    int left = 0;
-    const ScopedImport<&::CoInitializeSecurity> security{[&](auto...) -> HRESULT {
-        ++securitySet;
-        return S_OK;
-    }};
-    const ScopedImport<&::CoUninitialize> leaves{[&] {
-        ++left;
-        leaves.Original();
-    }};
-    std::wstring value;
-    {
-        BIOSWmiClient client;
-        EXPECT_EQ(client.GetValue(kName, value), S_OK);
-    }
+/// A step of connecting that goes wrong.
+struct BrokenStep {
+    const char* name;
+    /// Breaks it while what is returned exists.
+    std::function<std::shared_ptr<void>(SimulatedNotebook&)> breaks;
+    HRESULT result;
+    int connections;
+    int blankets;
+};
 
-    EXPECT_EQ(value, L"on");
-    EXPECT_EQ(securitySet, 0);
-    EXPECT_EQ(left, 0);
+void PrintTo(const BrokenStep& step, std::ostream* out) {
+    *out << step.name;
 }
 
-TEST(BIOSWmiClient, WithoutALocatorThereIsNoConnection) {
-    Bios bios;
-    const Rig::ScopedResult<&::CoCreateInstance> missing{REGDB_E_CLASSNOTREG};
+class BIOSWmiClientWithoutAStep : public BIOSWmiClientTest, public testing::WithParamInterface<BrokenStep> {};
+
+TEST_P(BIOSWmiClientWithoutAStep, HasNoConnectionAndKeepsNothing) {
+    const std::shared_ptr<void> broken = GetParam().breaks(m_bios);
     BIOSWmiClient client;
+    m_bios.ForgetCalls();
 
-    EXPECT_EQ(client.Connect(), REGDB_E_CLASSNOTREG);
+    EXPECT_EQ(client.Connect(), GetParam().result);
 
     EXPECT_FALSE(IsConnected(client));
-    EXPECT_EQ(bios->Count(Call::WbemConnectServer), 0);
+    EXPECT_EQ(m_bios.Count(Call::WbemConnectServer), GetParam().connections);
+    EXPECT_EQ(m_bios.Count(Call::WbemSetBlanket), GetParam().blankets);
+    EXPECT_EQ(References(), 0);
 }
 
-TEST(BIOSWmiClient, MissingNamespaceLeavesNoConnection) {
-    Bios bios;
-    bios->Devices().providerPresent = 0;
-    BIOSWmiClient client;
-
-    EXPECT_EQ(client.Connect(), kInvalidNamespace);
-
-    EXPECT_FALSE(IsConnected(client));
-    EXPECT_EQ(bios->Count(Call::WbemSetBlanket), 0);
-    EXPECT_EQ(bios.References(), 0);
+template <auto Function, class Result>
+std::shared_ptr<void> Answering(Result result) {
+    return std::make_shared<Rig::ScopedResult<Function>>(result);
 }
 
-TEST(BIOSWmiClient, RefusedBlanketLeavesNoConnection) {
-    Bios bios;
-    bios->FailEach(Call::WbemSetBlanket, E_NOINTERFACE);
-    BIOSWmiClient client;
+INSTANTIATE_TEST_SUITE_P(
+    Steps, BIOSWmiClientWithoutAStep,
+    testing::Values(BrokenStep{"locator",
+                               [](SimulatedNotebook&) {
+                                   return Answering<&::CoCreateInstance>(REGDB_E_CLASSNOTREG);
+                               },
+                               REGDB_E_CLASSNOTREG, 0, 0},
+                    BrokenStep{"memory for the namespace",
+                               [](SimulatedNotebook&) { return Answering<&::SysAllocString>(BSTR{}); },
+                               E_OUTOFMEMORY, 0, 0},
+                    BrokenStep{"namespace",
+                               [](SimulatedNotebook& bios) {
+                                   bios.Devices().providerPresent = 0;
+                                   return nullptr;
+                               },
+                               kInvalidNamespace, 1, 0},
+                    BrokenStep{"services",
+                               [](SimulatedNotebook& bios) {
+                                   bios.GiveNothing(Call::WbemConnectServer);
+                                   return nullptr;
+                               },
+                               S_OK, 1, 0},
+                    BrokenStep{"blanket",
+                               [](SimulatedNotebook& bios) {
+                                   bios.FailEach(Call::WbemSetBlanket, E_NOINTERFACE);
+                                   return nullptr;
+                               },
+                               E_NOINTERFACE, 1, 1}));
 
-    EXPECT_EQ(client.Connect(), E_NOINTERFACE);
-
-    EXPECT_FALSE(IsConnected(client));
-    EXPECT_EQ(bios.References(), 0);
-}
-
-TEST(BIOSWmiClient, SuccessWithoutServicesLeavesNoConnection) {
-    Bios bios;
-    bios->GiveNothing(Call::WbemConnectServer);
-    BIOSWmiClient client;
-
-    EXPECT_FALSE(IsConnected(client));
-    EXPECT_EQ(bios->Count(Call::WbemSetBlanket), 0);
-}
-
-TEST(BIOSWmiClient, NoMemoryForTheNamespaceLeavesNoConnection) {
-    Bios bios;
-    const Rig::ScopedResult<&::SysAllocString> noMemory{nullptr};
-    BIOSWmiClient client;
-
-    EXPECT_EQ(client.Connect(), E_OUTOFMEMORY);
-
-    EXPECT_FALSE(IsConnected(client));
-    EXPECT_EQ(bios.References(), 0);
-}
-
-TEST(BIOSWmiClient, ConnectingAgainReplacesTheConnection) {
-    Bios bios;
+TEST_F(BIOSWmiClientTest, ConnectingAgainReplacesTheConnection) {
     BIOSWmiClient client;
     EXPECT_EQ(client.Connect(), S_OK);
-    EXPECT_EQ(bios.References(), 1);
+    EXPECT_EQ(References(), 1);
 
-    bios->Devices().providerPresent = 0;
+    m_bios.Devices().providerPresent = 0;
     EXPECT_EQ(client.Connect(), kInvalidNamespace);
 
     EXPECT_FALSE(IsConnected(client));
-    EXPECT_EQ(bios.References(), 0);
+    EXPECT_EQ(References(), 0);
 }
 
-TEST(BIOSWmiClient, WithoutAConnectionNothingCanBeRead) {
-    Bios bios;
-    bios->Fail(Call::WbemConnectServer, 1, E_ACCESSDENIED);
+TEST_F(BIOSWmiClientTest, WithoutAConnectionNothingCanBeRead) {
+    m_bios.Fail(Call::WbemConnectServer, 1, E_ACCESSDENIED);
     BIOSWmiClient client;
-    std::wstring value = L"old";
-
-    EXPECT_EQ(ErrorThrownBy([&] { static_cast<void>(client.GetValue(kName, value)); }), kNotConnected);
+    try {
+        static_cast<void>(client.GetValue(kName, m_value));
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (const _com_error& error) {
+        EXPECT_EQ(error.Error(), kNotConnected);
+    }
     EXPECT_EQ(client.ExecuteQuery(L"SELECT"), kNotInitialized);
-    EXPECT_EQ(client.GetPropertyValue(value), kInvalidObject);
+    EXPECT_EQ(client.GetPropertyValue(m_value), kInvalidObject);
 
-    EXPECT_EQ(value, L"");
-    EXPECT_EQ(bios->Count(Call::WbemExecQuery), 0);
+    EXPECT_EQ(m_value, L"");
+    EXPECT_EQ(m_bios.Count(Call::WbemExecQuery), 0);
 }
 
-TEST(BIOSWmiClient, ReadsASetting) {
-    Bios bios;
-    bios.Set(kName, L"Enabled");
+// --- The query -------------------------------------------------------------------------------------
+
+TEST_F(BIOSWmiClientTest, ReadsASettingAndReplacesItByTheNext) {
     BIOSWmiClient client;
-    std::wstring value;
+    m_bios.ForgetCalls();
 
-    EXPECT_EQ(client.GetValue(kName, value), S_OK);
+    EXPECT_EQ(client.GetValue(kName, m_value), S_OK);
 
-    EXPECT_EQ(value, L"Enabled");
+    EXPECT_EQ(m_value, L"on");
     // The stand-in refuses every language but WQL.
-    const std::vector<std::string> calls = bios->Calls();
-    EXPECT_THAT(std::vector(calls.end() - 3, calls.end()),
+    EXPECT_THAT(m_bios.Calls(),
                 ElementsAre("IWbemServices::ExecQuery 0x30 SELECT * FROM Orva_BIOSSetting where "
                             "Name='Some Setting'",
                             "IEnumWbemClassObject::Next 1 within 20000 ms: Some Setting",
                             "IWbemClassObject::Get Value"));
+
+    m_bios.SetSetting(kName, L"two");
+    EXPECT_EQ(client.GetValue(kName, m_value), S_OK);
+
+    EXPECT_EQ(m_value, L"two");
+    EXPECT_EQ(References(), 3) << "services, result and setting";
 }
 
-TEST(BIOSWmiClient, NameWithAQuoteGoesIntoTheQueryUnchanged) {
-    Bios bios;
+TEST_F(BIOSWmiClientTest, FailedQueryForgetsTheObject) {
     BIOSWmiClient client;
-    std::wstring value;
+    EXPECT_EQ(client.GetValue(kName, m_value), S_OK);
+    m_bios.Fail(Call::WbemExecQuery, 1, kInvalidQuery);
 
-    EXPECT_EQ(client.GetValue(L"Bob's ''LAN'", value), static_cast<HRESULT>(WBEM_E_INVALID_QUERY));
+    EXPECT_EQ(client.GetValue(kName, m_value), kInvalidQuery);
 
-    EXPECT_THAT(bios->Calls(Call::WbemExecQuery),
-                ElementsAre(testing::EndsWith("SELECT * FROM Orva_BIOSSetting where Name='Bob's ''LAN''")));
+    EXPECT_EQ(References(), 1) << "the services";
+    EXPECT_EQ(client.GetPropertyValue(m_value), kInvalidObject);
 }
 
-TEST(BIOSWmiClient, ReadingAgainReplacesResultAndObject) {
-    Bios bios;
-    bios.Set(kName, L"one");
-    BIOSWmiClient client;
-    std::wstring value;
-    EXPECT_EQ(client.GetValue(kName, value), S_OK);
-    bios.Set(kName, L"two");
+TEST_F(BIOSWmiClientTest, FailureOfAStepTravelsOutUnchangedAndASuccessWithoutAnObjectHasACode) {
+    struct Step {
+        Call call;
+        HRESULT answer;
+        HRESULT result;
+        const wchar_t* value;  ///< emptied when the object is read
+    };
+    for (const auto& [call, answer, result, value] :
+         {Step{Call::WbemExecQuery, kInvalidQuery, kInvalidQuery, L"old"},
+          Step{Call::WbemExecQuery, S_OK, kInvalidClass, L"old"},
+          Step{Call::WbemNext, WBEM_S_TIMEDOUT, WBEM_S_TIMEDOUT, L"old"},
+          Step{Call::WbemNext, WBEM_S_FALSE, WBEM_S_FALSE, L"old"},
+          Step{Call::WbemNext, kFailed, kFailed, L"old"}, Step{Call::WbemNext, S_OK, kInvalidObject, L""},
+          Step{Call::WbemGet, kNotFound, kNotFound, L""}}) {
+        SCOPED_TRACE(result);
+        m_value = L"old";
+        m_bios.ForgetCalls();
+        m_bios.Fail(call, 1, answer);
 
-    EXPECT_EQ(client.GetValue(kName, value), S_OK);
+        EXPECT_EQ(Read(), result);
 
-    EXPECT_EQ(value, L"two");
-    EXPECT_EQ(bios.References(), 3) << "services, result and setting";
+        EXPECT_EQ(m_value, value);
+        EXPECT_EQ(m_bios.Count(Call::WbemGet), call == Call::WbemGet ? 1 : 0);
+        EXPECT_EQ(References(), 0);
+    }
 }
 
-TEST(BIOSWmiClient, FailedQueryIsReturnedAndForgetsTheObject) {
-    Bios bios;
-    bios.Set(kName, L"one");
+TEST_F(BIOSWmiClientTest, NoMemoryForTheQueryFailsIt) {
     BIOSWmiClient client;
-    std::wstring value;
-    EXPECT_EQ(client.GetValue(kName, value), S_OK);
-    bios->Fail(Call::WbemExecQuery, 1, static_cast<HRESULT>(WBEM_E_INVALID_QUERY));
-
-    EXPECT_EQ(client.GetValue(kName, value), static_cast<HRESULT>(WBEM_E_INVALID_QUERY));
-
-    EXPECT_EQ(bios.References(), 1) << "the services";
-    EXPECT_EQ(client.GetPropertyValue(value), kInvalidObject);
-}
-
-TEST(BIOSWmiClient, QueryWithoutAResultIsAnInvalidClass) {
-    Bios bios;
-    bios->GiveNothing(Call::WbemExecQuery);
-    BIOSWmiClient client;
-    std::wstring value;
-
-    EXPECT_EQ(client.GetValue(kName, value), kInvalidClass);
-}
-
-TEST(BIOSWmiClient, NoMemoryForTheQueryFailsIt) {
-    Bios bios;
-    bios.Set(kName, L"one");
-    BIOSWmiClient client;
-    std::wstring value;
     for (const int call : {1, 2}) {
         const Rig::ScopedResult<&::SysAllocString> noMemory{nullptr, Rig::AtCall{call}};
-        EXPECT_EQ(client.GetValue(kName, value), E_OUTOFMEMORY);
+        EXPECT_EQ(client.GetValue(kName, m_value), E_OUTOFMEMORY);
     }
-    EXPECT_EQ(bios->Count(Call::WbemExecQuery), 0);
+    EXPECT_EQ(m_bios.Count(Call::WbemExecQuery), 0);
 }
 
-TEST(BIOSWmiClient, ResultsOfTheFetchTravelOutUnchanged) {
-    for (const HRESULT result : {static_cast<HRESULT>(WBEM_S_TIMEDOUT), static_cast<HRESULT>(WBEM_S_FALSE),
-                                 static_cast<HRESULT>(WBEM_E_FAILED)}) {
-        Bios bios;
-        bios.Set(kName, L"one");
-        bios->Fail(Call::WbemNext, 1, result);
-        BIOSWmiClient client;
-        std::wstring value;
+// --- The value -------------------------------------------------------------------------------------
 
-        EXPECT_EQ(client.GetValue(kName, value), result);
-
-        EXPECT_EQ(bios->Count(Call::WbemGet), 0);
-    }
+template <class Value>
+VARIANT Of(VARTYPE type, Value VARIANT::*member, Value value) {
+    VARIANT variant = Of(type);
+    variant.*member = value;
+    return variant;
 }
-
-TEST(BIOSWmiClient, FetchWithoutAnObjectIsAnInvalidObject) {
-    Bios bios;
-    bios.Set(kName, L"one");
-    bios->GiveNothing(Call::WbemNext);
-    BIOSWmiClient client;
-    std::wstring value = L"old";
-
-    EXPECT_EQ(client.GetValue(kName, value), kInvalidObject);
-
-    EXPECT_EQ(value, L"");
-}
-
-TEST(BIOSWmiClient, FailedReadIsReturnedWithAnEmptyText) {
-    Bios bios;
-    bios.Set(kName, L"one");
-    bios->Fail(Call::WbemGet, 1, static_cast<HRESULT>(WBEM_E_NOT_FOUND));
-    BIOSWmiClient client;
-    std::wstring value = L"old";
-
-    EXPECT_EQ(client.GetValue(kName, value), static_cast<HRESULT>(WBEM_E_NOT_FOUND));
-
-    EXPECT_EQ(value, L"");
-}
-
-/// A value of some type, and how it reads.
-struct ValueCase {
-    const char* name;
-    void (*fill)(VARIANT*);
-    HRESULT result;
-    std::wstring text;
-};
 
 /// A number as the machine's user writes it: with his decimal sign, or as his date.
 std::wstring InTheUsersWay(HRESULT(WINAPI* convert)(double, LCID, ULONG, BSTR*), double number) {
@@ -416,185 +321,85 @@ std::wstring InTheUsersWay(HRESULT(WINAPI* convert)(double, LCID, ULONG, BSTR*),
     return text.Get();
 }
 
-class BIOSWmiClientReads : public testing::TestWithParam<ValueCase> {};
+TEST_F(BIOSWmiClientTest, ValueReadsAsText) {
+    struct Row {
+        const char* name;
+        VARIANT value;
+        HRESULT result;
+        std::wstring text;
+    };
+    LONG number = 17;
+    const Platform::UniqueBstr enable(SysAllocString(L"Enable"));
+    BSTR text = enable.Get();
+    const BSTR twoTexts = SysAllocStringLen(L"a\0b", 3);
+    SAFEARRAY* const list = SafeArrayCreateVector(VT_BSTR, 0, 2);
+    const Row rows[] = {
+        {"null", Of(VT_NULL), S_OK, L""},
+        {"empty", Of(VT_EMPTY), S_OK, L""},
+        {"text", Of(VT_BSTR, &VARIANT::bstrVal, SysAllocString(L"*Enable")), S_OK, L"*Enable"},
+        {"text without a buffer", Of(VT_BSTR), S_OK, L""},
+        {"text with a null inside", Of(VT_BSTR, &VARIANT::bstrVal, twoTexts), S_OK, std::wstring(L"a\0b", 3)},
+        {"number", Of(VT_I4, &VARIANT::lVal, LONG{-5}), S_OK, L"-5"},
+        {"byte", Of(VT_UI1, &VARIANT::bVal, BYTE{255}), S_OK, L"255"},
+        {"short", Of(VT_I2, &VARIANT::iVal, SHORT{-32768}), S_OK, L"-32768"},
+        {"unsigned short", Of(VT_UI2, &VARIANT::uiVal, USHORT{65535}), S_OK, L"65535"},
+        {"long", Of(VT_I8, &VARIANT::llVal, LONGLONG{-9000000000000000000}), S_OK, L"-9000000000000000000"},
+        {"unsigned long", Of(VT_UI8, &VARIANT::ullVal, ULONGLONG{18446744073709551615U}), S_OK,
+         L"18446744073709551615"},
+        {"true", Of(VT_BOOL, &VARIANT::boolVal, VARIANT_BOOL{VARIANT_TRUE}), S_OK, L"-1"},
+        {"false", Of(VT_BOOL, &VARIANT::boolVal, VARIANT_BOOL{VARIANT_FALSE}), S_OK, L"0"},
+        {"fraction", Of(VT_R8, &VARIANT::dblVal, 1.5), S_OK, InTheUsersWay(&VarBstrFromR8, 1.5)},
+        {"date", Of(VT_DATE, &VARIANT::date, 43832.5), S_OK, InTheUsersWay(&VarBstrFromDate, 43832.5)},
+        {"number by reference", Of(VT_BYREF | VT_I4, &VARIANT::plVal, &number), S_OK, L"17"},
+        {"text by reference", Of(VT_BYREF | VT_BSTR, &VARIANT::pbstrVal, &text), S_OK, L"Enable"},
+        {"error code", Of(VT_ERROR, &VARIANT::scode, SCODE{E_FAIL}), kTypeMismatch, L""},
+        {"list of texts", Of(VT_ARRAY | VT_BSTR, &VARIANT::parray, list), kTypeMismatch, L""},
+        {"object", Of(VT_UNKNOWN), kTypeMismatch, L""},
+        {"unknown type", Of(0x0FF0), DISP_E_BADVARTYPE, L""},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        m_value = L"old";
+        m_bios.SetSetting(kName, row.value);
 
-TEST_P(BIOSWmiClientReads, AsText) {
-    Bios bios;
-    bios.SetValue(GetParam().fill);
-    BIOSWmiClient client;
-    std::wstring value = L"old";
+        EXPECT_EQ(Read(), row.result);
 
-    EXPECT_EQ(client.GetValue(kName, value), GetParam().result);
-
-    EXPECT_EQ(value, GetParam().text);
+        EXPECT_EQ(m_value, row.text);
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Values, BIOSWmiClientReads,
-    testing::Values(ValueCase{"Null", [](VARIANT* v) { v->vt = VT_NULL; }, S_OK, L""},
-                    ValueCase{"Empty", [](VARIANT* v) { v->vt = VT_EMPTY; }, S_OK, L""},
-                    ValueCase{"Text",
-                              [](VARIANT* v) {
-                                  v->vt = VT_BSTR;
-                                  v->bstrVal = SysAllocString(L"*Enable");
-                              },
-                              S_OK, L"*Enable"},
-                    ValueCase{"TextWithoutBuffer",
-                              [](VARIANT* v) {
-                                  v->vt = VT_BSTR;
-                                  v->bstrVal = nullptr;
-                              },
-                              S_OK, L""},
-                    ValueCase{"TextWithATerminatorInside",
-                              [](VARIANT* v) {
-                                  v->vt = VT_BSTR;
-                                  v->bstrVal = SysAllocStringLen(L"a\0b", 3);
-                              },
-                              S_OK, std::wstring(L"a\0b", 3)},
-                    ValueCase{"Number",
-                              [](VARIANT* v) {
-                                  v->vt = VT_I4;
-                                  v->lVal = -5;
-                              },
-                              S_OK, L"-5"},
-                    ValueCase{"Byte",
-                              [](VARIANT* v) {
-                                  v->vt = VT_UI1;
-                                  v->bVal = 255;
-                              },
-                              S_OK, L"255"},
-                    ValueCase{"LargeNumber",
-                              [](VARIANT* v) {
-                                  v->vt = VT_UI8;
-                                  v->ullVal = 18446744073709551615U;
-                              },
-                              S_OK, L"18446744073709551615"},
-                    ValueCase{"True",
-                              [](VARIANT* v) {
-                                  v->vt = VT_BOOL;
-                                  v->boolVal = VARIANT_TRUE;
-                              },
-                              S_OK, L"-1"},
-                    ValueCase{"False",
-                              [](VARIANT* v) {
-                                  v->vt = VT_BOOL;
-                                  v->boolVal = VARIANT_FALSE;
-                              },
-                              S_OK, L"0"},
-                    ValueCase{"ShortNumber",
-                              [](VARIANT* v) {
-                                  v->vt = VT_I2;
-                                  v->iVal = -32768;
-                              },
-                              S_OK, L"-32768"},
-                    ValueCase{"ShortNumberWithoutASign",
-                              [](VARIANT* v) {
-                                  v->vt = VT_UI2;
-                                  v->uiVal = 65535;
-                              },
-                              S_OK, L"65535"},
-                    ValueCase{"LargeNumberWithASign",
-                              [](VARIANT* v) {
-                                  v->vt = VT_I8;
-                                  v->llVal = -9000000000000000000;
-                              },
-                              S_OK, L"-9000000000000000000"},
-                    ValueCase{"Fraction",
-                              [](VARIANT* v) {
-                                  v->vt = VT_R8;
-                                  v->dblVal = 1.5;
-                              },
-                              S_OK, InTheUsersWay(&VarBstrFromR8, 1.5)},
-                    ValueCase{"Date",
-                              [](VARIANT* v) {
-                                  v->vt = VT_DATE;
-                                  v->date = 43832.5;
-                              },
-                              S_OK, InTheUsersWay(&VarBstrFromDate, 43832.5)},
-                    ValueCase{"NumberByReference",
-                              [](VARIANT* v) {
-                                  static LONG number = 17;
-                                  v->vt = VT_BYREF | VT_I4;
-                                  v->plVal = &number;
-                              },
-                              S_OK, L"17"},
-                    ValueCase{"TextByReference",
-                              [](VARIANT* v) {
-                                  static const Platform::UniqueBstr kText(SysAllocString(L"Enable"));
-                                  static BSTR text = kText.Get();
-                                  v->vt = VT_BYREF | VT_BSTR;
-                                  v->pbstrVal = &text;
-                              },
-                              S_OK, L"Enable"},
-                    ValueCase{"ErrorCode",
-                              [](VARIANT* v) {
-                                  v->vt = VT_ERROR;
-                                  v->scode = E_FAIL;
-                              },
-                              kTypeMismatch, L""},
-                    ValueCase{"ListOfTexts",
-                              [](VARIANT* v) {
-                                  v->vt = VT_ARRAY | VT_BSTR;
-                                  v->parray = SafeArrayCreateVector(VT_BSTR, 0, 2);
-                              },
-                              kTypeMismatch, L""},
-                    ValueCase{"Object",
-                              [](VARIANT* v) {
-                                  v->vt = VT_UNKNOWN;
-                                  v->punkVal = nullptr;
-                              },
-                              kTypeMismatch, L""},
-                    ValueCase{"UnknownType", [](VARIANT* v) { v->vt = 0x0FF0; }, DISP_E_BADVARTYPE, L""}),
-    [](const testing::TestParamInfo<ValueCase>& tested) { return tested.param.name; });
+TEST_F(BIOSWmiClientTest, ValuesOfEveryTypeNumberDoNoHarm) {
+    for (VARTYPE type = 0; type <= VT_VERSIONED_STREAM; ++type) {
+        m_value = L"old";
+        m_bios.SetSetting(kName, Of(type));
 
-TEST(BIOSWmiClient, ValuesOfEveryTypeNumberDoNoHarm) {
-    for (int type = 0; type <= VT_VERSIONED_STREAM; ++type) {
-        Bios bios;
-        bios.SetType(type);
-        BIOSWmiClient client;
-        std::wstring value = L"old";
+        const HRESULT result = Read();
 
-        const HRESULT result = client.GetValue(kName, value);
-
-        EXPECT_NE(value, L"old") << type;
-        EXPECT_TRUE(result == S_OK || (FAILED(result) && result != DISP_E_TYPEMISMATCH && value.empty()))
+        EXPECT_NE(m_value, L"old") << type;
+        EXPECT_TRUE(result == S_OK || (FAILED(result) && result != DISP_E_TYPEMISMATCH && m_value.empty()))
             << type;
     }
 }
 
-TEST(BIOSWmiClient, ComErrorOutOfTheConversionIsReturned) {
-    Bios bios;
-    bios.SetType(VT_I4);
-    BIOSWmiClient client;
-    std::wstring value;
-    HRESULT thrown = E_OUTOFMEMORY;
-    const ScopedImport<&::VariantChangeType> throws{[&](auto...) -> HRESULT { throw _com_error(thrown); }};
-
-    EXPECT_EQ(client.GetValue(kName, value), E_OUTOFMEMORY);
-    thrown = DISP_E_TYPEMISMATCH;
-    EXPECT_EQ(client.GetValue(kName, value), kTypeMismatch);
+TEST_F(BIOSWmiClientTest, ComErrorOutOfTheConversionIsReturned) {
+    for (const auto& [thrown, result] :
+         {std::pair{E_OUTOFMEMORY, E_OUTOFMEMORY}, std::pair{DISP_E_TYPEMISMATCH, kTypeMismatch}}) {
+        m_bios.SetSetting(kName, Of(VT_I4));
+        const ScopedImport<&::VariantChangeType> throws{
+            [&thrown = thrown](auto...) -> HRESULT { throw _com_error(thrown); }};
+        EXPECT_EQ(Read(), result);
+    }
 }
 
-TEST(BIOSWmiClient, ValuesAreClearedAfterReading) {
-    Bios bios;
-    bios.SetType(VT_I4);
-    BIOSWmiClient client;
-    std::wstring value;
-    int initialized = 0;
-    int cleared = 0;
-    const ScopedImport<&::VariantInit> inits{[&](VARIANT* variant) {
-        ++initialized;
-        inits.Original(variant);
-    }};
-    const ScopedImport<&::VariantClear> clears{[&](VARIANT* variant) {
-        ++cleared;
-        return clears.Original(variant);
-    }};
+TEST_F(BIOSWmiClientTest, ValuesAreClearedAfterReading) {
+    m_bios.SetSetting(kName, Of(VT_I4));
+    const ScopedImport<&::VariantInit> inits{[&](VARIANT* variant) { inits.Original(variant); }};
+    const ScopedImport<&::VariantClear> clears{[&](VARIANT* variant) { return clears.Original(variant); }};
 
-    EXPECT_EQ(client.GetValue(kName, value), S_OK);
+    EXPECT_EQ(Read(), S_OK);
 
-    EXPECT_EQ(initialized, 1);
-    EXPECT_EQ(cleared, 1);
+    EXPECT_EQ(inits.Calls(), 1);
+    EXPECT_EQ(clears.Calls(), 1);
 }
 
 }  // namespace
