@@ -10,8 +10,8 @@
 
 #include "notebook/hardware/class_objects.h"
 #include "notebook/hardware/com_object.h"
+#include "notebook/hardware/network_list_manager_base.h"
 #include "notebook/state/machine.h"
-#include "platform/network_list_manager_base.h"
 
 namespace Notebook {
 
@@ -151,7 +151,7 @@ class ConnectionEnumerator final
 };
 
 using ManagerObject =
-    ComObject<As<Automation<Platform::NetworkListManagerBase>, IID_INetworkListManager, IID_IDispatch>,
+    ComObject<As<Automation<NetworkListManagerBase>, IID_INetworkListManager, IID_IDispatch>,
               As<IConnectionPointContainer, IID_IConnectionPointContainer>>;
 
 class Manager final

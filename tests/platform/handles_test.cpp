@@ -14,7 +14,6 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 /// A value that no real resource has.
 template <class Value = HANDLE>
@@ -51,17 +50,11 @@ class UniqueResourceTest : public testing::Test {
     const HANDLE m_other = Made(8);
 };
 
-TEST_F(UniqueResourceTest, EmptyOneHoldsAndClosesNothing) {
-    {
-        const UniqueNumber number;
-        EXPECT_FALSE(number);
-        EXPECT_EQ(number.Get(), INVALID_HANDLE_VALUE);
-    }
-    EXPECT_THAT(closed, IsEmpty());
-}
-
 TEST_F(UniqueResourceTest, WhatIsHeldIsClosedAtTheEndAlsoANullThatDoesNotMeanNone) {
     {
+        const UniqueNumber none;
+        EXPECT_FALSE(none);
+        EXPECT_EQ(none.Get(), INVALID_HANDLE_VALUE);
         const UniqueNumber number(m_one);
         EXPECT_TRUE(number);
         EXPECT_EQ(number.Get(), m_one);
@@ -95,33 +88,19 @@ TEST_F(UniqueResourceTest, MovingHandsTheValueOnAndClosesWhatWasHeld) {
     EXPECT_THAT(closed, ElementsAre(m_other));
 }
 
-TEST_F(UniqueResourceTest, ResetClosesAndTakesOver) {
+TEST_F(UniqueResourceTest, ResetAndThePlaceForAnOutArgumentCloseWhatWasHeldAndDetachDoesNot) {
     UniqueNumber number(m_one);
     number.Reset(m_other);
     EXPECT_THAT(closed, ElementsAre(m_one));
     EXPECT_EQ(number.Get(), m_other);
-    number.Reset();
+    HANDLE* const place = number.Put();
+    EXPECT_THAT(closed, ElementsAre(m_one, m_other));
+    EXPECT_EQ(*place, INVALID_HANDLE_VALUE);
+    *place = m_one;
+    EXPECT_EQ(number.Detach(), m_one);
+    EXPECT_FALSE(number);
     number.Reset();
     EXPECT_THAT(closed, ElementsAre(m_one, m_other));
-    EXPECT_FALSE(number);
-}
-
-TEST_F(UniqueResourceTest, PlaceForAnOutArgumentIsEmptied) {
-    UniqueNumber number(m_one);
-    HANDLE* const place = number.Put();
-    EXPECT_THAT(closed, ElementsAre(m_one));
-    EXPECT_EQ(*place, INVALID_HANDLE_VALUE);
-    *place = m_other;
-    EXPECT_EQ(number.Get(), m_other);
-}
-
-TEST_F(UniqueResourceTest, DetachedValueIsNotClosed) {
-    {
-        UniqueNumber number(m_one);
-        EXPECT_EQ(number.Detach(), m_one);
-        EXPECT_FALSE(number);
-    }
-    EXPECT_THAT(closed, IsEmpty());
 }
 
 TEST_F(UniqueResourceTest, TryCloseKeepsTheValueUntilItSucceedsOnce) {
@@ -284,7 +263,7 @@ TEST(SharedHandleTest, HandleThatCannotBeClosedIsKeptUnlessAnotherWasStoredMeanw
     CloseHandle(old);
 }
 
-TEST(SharedHandleTest, TakenHandleIsNobodyElsesToClose) {
+TEST(SharedHandleTest, TakenHandleIsNobodyElsesToCloseAndTheFirstOfTwoOfferedStays) {
     Platform::SharedHandle shared;
     shared.Reset(MakeEvent());
     const HANDLE event = shared.Get();
@@ -293,9 +272,13 @@ TEST(SharedHandleTest, TakenHandleIsNobodyElsesToClose) {
     EXPECT_FALSE(shared.Take());
     EXPECT_EQ(shared.TryClose(), DWORD{ERROR_SUCCESS});
     EXPECT_NE(SetEvent(taken.Get()), FALSE);
+    Platform::UniqueHandle second = MakeEvent();
+    const HANDLE refused = second.Get();
     shared.TakeUnlessHeld(taken);
+    shared.TakeUnlessHeld(second);
     EXPECT_FALSE(taken);
     EXPECT_EQ(shared.Get(), event);
+    EXPECT_EQ(second.Get(), refused);
 }
 
 TEST(SharedHandleTest, AbandonedHandleStaysOpen) {
@@ -308,19 +291,6 @@ TEST(SharedHandleTest, AbandonedHandleStaysOpen) {
     }
     EXPECT_NE(SetEvent(event), FALSE);
     CloseHandle(event);
-}
-
-TEST(SharedHandleTest, FirstOfTwoOfferedStaysAndTheOtherIsLeftToItsOwner) {
-    Platform::SharedHandle shared;
-    Platform::UniqueHandle first = MakeEvent();
-    Platform::UniqueHandle second = MakeEvent();
-    const HANDLE kept = first.Get();
-    const HANDLE refused = second.Get();
-    shared.TakeUnlessHeld(first);
-    shared.TakeUnlessHeld(second);
-    EXPECT_FALSE(first);
-    EXPECT_EQ(shared.Get(), kept);
-    EXPECT_EQ(second.Get(), refused);
 }
 
 }  // namespace

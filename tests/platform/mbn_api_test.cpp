@@ -26,12 +26,6 @@ TEST(MbnApiTest, IdentifiersAreMicrosofts) {
     EXPECT_EQ(TextOf(IID_IMbnRadioEvents), L"{DCDDDAB6-201F-4BBB-AAEE-338E368AF6FA}");
 }
 
-TEST(MbnApiTest, RadioStatesAreMicrosofts) {
-    EXPECT_EQ(static_cast<int>(MBN_RADIO_OFF), 0);
-    EXPECT_EQ(static_cast<int>(MBN_RADIO_ON), 1);
-    EXPECT_EQ(sizeof(MBN_RADIO), sizeof(int));
-}
-
 // A pointer to a virtual function tells its slot by the rules of every compiler here but Microsoft's; the
 // declarations are the same for all.
 #if !defined(_MSC_VER)

@@ -6,7 +6,7 @@
 /// Of <netlistmgr.h> from Windows 8.1 on. Headers that do not have it want no more than its name.
 struct NLM_SIMULATED_PROFILE_INFO;
 
-namespace Platform {
+namespace Notebook {
 
 /// What stands in for the Network List Manager is derived from this: the operations that not all headers
 /// have, or have under the same name. Microsoft's "INetworkListManager interface" has get_IsConnected,
@@ -24,4 +24,4 @@ class NetworkListManagerBase : public INetworkListManager {
     HRESULT STDMETHODCALLTYPE ClearSimulatedProfileInfo() { return E_NOTIMPL; }
 };
 
-}  // namespace Platform
+}  // namespace Notebook
