@@ -154,7 +154,9 @@ void EventPump::Deliver(const Event& event, std::uint64_t number) {
         InterlockedExchange64(&activity.lastAt, Now());
         InterlockedIncrement(&activity.deliveriesEnded);
     };
-    if (m_byHand) {
+    if (m_taker) {
+        m_taker(event, std::move(job));
+    } else if (m_byHand) {
         job();
     } else {
         line.queue.Post(std::move(job));

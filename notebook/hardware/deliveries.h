@@ -48,6 +48,9 @@ class EventPump {
 
     /// From now on nobody delivers but `DeliverNow`: for tests, which choose the thread and the moment.
     void DeliverByHand();
+    /// By hand: has `taker` given each delivery instead, to be made on whatever thread; null: no more.
+    using Taker = std::function<void(const Event& event, DeliveryQueue::Job job)>;
+    void HandOver(Taker taker) { m_taker = std::move(taker); }
     /// Tells the subscribers, on this thread, what was announced and not delivered yet.
     void DeliverNow() { Collect(); }
 
@@ -67,6 +70,7 @@ class EventPump {
 
     SRWLOCK m_lock = SRWLOCK_INIT;
     bool m_byHand = false;
+    Taker m_taker;
     HANDLE m_wake = nullptr;
     std::uint64_t m_seen = 0;
     struct Line {

@@ -65,7 +65,7 @@ class Machine {
     [[nodiscard]] std::wstring RememberedWlan() const;
     [[nodiscard]] std::wstring RememberedWwan() const;
 
-  private:
+    /// As at the start of the process.
     static void ResetFlags();
 };
 
