@@ -8,6 +8,7 @@
 #include <fstream>
 #include <optional>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -278,6 +279,9 @@ bool PlayDays(Stage& stage, const Options& options) {
 
 bool PlayFile(Stage& stage, const std::string& path) {
     std::ifstream file(path);
+    if (!file) {
+        throw std::runtime_error("cannot read " + path);
+    }
     std::stringstream text;
     text << file.rdbuf();
     const Day day = ReadDay(text.str());
