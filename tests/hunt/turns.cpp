@@ -141,7 +141,8 @@ DWORD Turns::WaitFor(HANDLE handle, DWORD milliseconds) {
     }
     Seat& seat = *m_running;
     Wait(seat, handle, nullptr, milliseconds);
-    return seat.result;
+    // What was signalled at the very moment of the limit, before this thread had its turn, counts.
+    return seat.result == WAIT_TIMEOUT ? Real<&::WaitForSingleObject>(handle, 0) : seat.result;
 }
 
 /// Gives the turn to whoever is next, and comes back with the next own one.
