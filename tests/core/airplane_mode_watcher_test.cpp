@@ -169,7 +169,7 @@ TEST_F(WatcherTest, UnreadableAdaptersOfOneChangeLeaveTheNextOneAlone) {
 
 TEST_F(WatcherTest, MissingAirplaneValueMeansOffAndComparingLeavesNoLine) {
     EnableWlanSwitching();
-    Rig::DeleteRegistryValue(HKEY_LOCAL_MACHINE, ServiceUtils::kAirplaneModeKey, L"");
+    machine.airplane.DeleteValue({}, {});
     Run({});
     EXPECT_THAT(Lines(), IsEmpty());
     EXPECT_THAT(log.Of("ServiceUtils::CheckAirplaneMode"), IsEmpty());

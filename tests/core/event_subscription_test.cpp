@@ -64,7 +64,7 @@ class EventSubscriptionTest : public CoreTest {
                               ++m_sinksMade;
                               ComPtr<IUnknown> sink;
                               if (m_hasSink) {
-                                  m_sink.HandOut(IID_IUnknown, reinterpret_cast<void**>(sink.GetAddressOf()));
+                                  m_sink.HandOut(sink.GetAddressOf());
                               }
                               return sink;
                           });

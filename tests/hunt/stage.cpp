@@ -144,7 +144,7 @@ void Stage::Carry(const Command& command) {
             WriteAirplane(command.Number(0));
             break;
         case Verb::kAirplaneMissing:
-            Rig::DeleteRegistryValue(HKEY_LOCAL_MACHINE, ServiceUtils::kAirplaneModeKey, {});
+            RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, ServiceUtils::kAirplaneModeKey, nullptr);
             m_turns.Signalled();
             break;
         case Verb::kNeighbour:

@@ -138,8 +138,7 @@ TEST_F(CableEventTest, CableWithAnAddressSwitchesTheRadiosOffAndRemembersThatThe
 
     EXPECT_TRUE(m_notebook.WlanIsOff());
     EXPECT_TRUE(flagAtTheSwitch) << "nobody is to take the change for the user's";
-    EXPECT_EQ(Rig::ReadRegistryValue(HKEY_LOCAL_MACHINE, PowerStatus::kWlanKey, PowerStatus::kValueName),
-              Rig::RegistryText(L"True"));
+    EXPECT_EQ(m_registry.Read(L"WlanPowerStatus", PowerStatus::kValueName), Rig::RegistryText(L"True"));
     EXPECT_THAT(RadioOperations(), ElementsAre(kStopWlan, kStopWwan));
     EXPECT_THAT(m_wired, ElementsAre(Id()));
     EXPECT_THAT(Messages(kEvent),

@@ -156,7 +156,7 @@ TEST_F(PowerStatusTest, AirplaneModeThatCannotBeReadIsOff) {
     // Of more than four bytes.
     m_machine.airplane.Write({}, {}, RegistryBytes(REG_QWORD, {1, 0, 0, 0, 0, 0, 0, 0}));
     expectOffAfter(L"RegQueryValueEx (BrimletAirplaneModeRegistry) failed with error: 234");
-    Rig::DeleteRegistryValue(HKEY_LOCAL_MACHINE, m_machine.airplane.Path(), {});
+    m_machine.airplane.DeleteValue({}, {});
     expectOffAfter(L"RegQueryValueEx (BrimletAirplaneModeRegistry) failed with error: 2");
     m_machine.airplane.Delete();
     expectOffAfter(L"RegOpenKeyEx (BrimletAirplaneModeRegistry) failed with error: 2");

@@ -1,93 +1,80 @@
 #include "registry/registry_key.h"
 
-#include <gmock/gmock.h>
-
 #include <cwchar>
 #include <string>
 #include <vector>
 
-#include "tests/registry/delete_key_fake.h"
-#include "tests/support/ledger.h"
-#include "tests/support/registry_tree.h"
-#include "tests/support/scoped_import.h"
+#include "tests/registry/registry_fixture.h"
 
+namespace RegistryTests {
 namespace {
 
-using RegistryTests::DeletionWatch;
-using RegistryTests::KeepReplaceable;
-using Rig::Ledger;
 using Rig::ScopedImport;
 using Rig::ScopedProcAddress;
-using Rig::ScopedRegistryTree;
 using Rig::ScopedResult;
 using testing::ElementsAre;
 
-constexpr REGSAM kEveryView = KEY_WOW64_32KEY | KEY_WOW64_64KEY;
-
-class RegistryKeyTest : public testing::Test {
+class RegistryKeyTest : public RegistryFixture {
   protected:
     RegistryKeyTest() {
-        KeepReplaceable();
         tree.Create(L"First");
         tree.Create(L"Second");
     }
 
-    LSTATUS OpenFirst(REGSAM access = KEY_READ) {
-        return key.Open(HKEY_LOCAL_MACHINE, tree.Path(L"First").c_str(), access);
+    LSTATUS Open(const wchar_t* subkey, REGSAM access = KEY_READ) {
+        return key.Open(HKEY_LOCAL_MACHINE, tree.Path(subkey).c_str(), access);
     }
-    LSTATUS OpenSecond(REGSAM access = KEY_READ) {
-        return key.Open(HKEY_LOCAL_MACHINE, tree.Path(L"Second").c_str(), access);
+    LSTATUS Create(const wchar_t* subkey, REGSAM access = KEY_READ) {
+        return key.Create(HKEY_LOCAL_MACHINE, tree.Path(subkey).c_str(), access);
+    }
+    void ExpectEmpty() const {
+        EXPECT_EQ(key.Get(), nullptr);
+        EXPECT_EQ(key.View(), 0U);
     }
 
-    ScopedRegistryTree tree{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Linkvane Key Test"};
-    Ledger ledger;
     RegistryKey key;
 };
 
-TEST_F(RegistryKeyTest, IsEmptyAtFirst) {
-    EXPECT_EQ(key.Get(), nullptr);
-    EXPECT_EQ(key.View(), 0U);
+TEST_F(RegistryKeyTest, IsEmptyAtFirstAndWhenItWasClosed) {
+    ExpectEmpty();
+    EXPECT_EQ(Open(L"First", KEY_READ | kView), ERROR_SUCCESS);
+    EXPECT_EQ(key.Close(), ERROR_SUCCESS);
+    ExpectEmpty();
+    EXPECT_TRUE(ledger.Balanced());
 }
 
-TEST_F(RegistryKeyTest, OpeningKeepsTheViewBitsOfTheAccessAndNoOther) {
-    EXPECT_EQ(OpenFirst(KEY_READ | KEY_WRITE | KEY_WOW64_64KEY), ERROR_SUCCESS);
+TEST_F(RegistryKeyTest, KeepsTheViewBitsOfTheAccessAndNoOther) {
+    EXPECT_EQ(Open(L"First", kReadAndWrite | kView), ERROR_SUCCESS);
     EXPECT_NE(key.Get(), nullptr);
-    EXPECT_EQ(key.View(), REGSAM{KEY_WOW64_64KEY});
-}
-
-TEST_F(RegistryKeyTest, BothViewBitsAreKept) {
+    EXPECT_EQ(key.View(), kView);
+    EXPECT_EQ(Create(L"New", KEY_READ | kView), ERROR_SUCCESS);
+    EXPECT_TRUE(tree.Exists(L"New"));
+    EXPECT_EQ(key.View(), kView);
+    constexpr REGSAM kEveryView = KEY_WOW64_32KEY | KEY_WOW64_64KEY;
     const ScopedImport<&::RegOpenKeyExW> open{
-        [&](HKEY, LPCWSTR, DWORD, REGSAM access, PHKEY opened) -> LSTATUS {
+        [&](HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY opened) -> LSTATUS {
             EXPECT_EQ(access, KEY_READ | kEveryView);
-            *opened = ledger.MakeHandle<HKEY>(Rig::Kind::kRegistryKey);
-            return ERROR_SUCCESS;
+            return open.Original(root, path, options, KEY_READ, opened);
         }};
-    EXPECT_EQ(OpenFirst(KEY_READ | kEveryView), ERROR_SUCCESS);
+    EXPECT_EQ(Open(L"First", KEY_READ | kEveryView), ERROR_SUCCESS);
     EXPECT_EQ(key.View(), kEveryView);
 }
 
 TEST_F(RegistryKeyTest, OpeningAnotherKeyClosesTheFirstAndForgetsItsView) {
-    EXPECT_EQ(OpenFirst(KEY_READ | KEY_WOW64_64KEY), ERROR_SUCCESS);
-    EXPECT_EQ(OpenSecond(), ERROR_SUCCESS);
+    EXPECT_EQ(Open(L"First", KEY_READ | kView), ERROR_SUCCESS);
+    EXPECT_EQ(Open(L"Second"), ERROR_SUCCESS);
     EXPECT_EQ(key.View(), 0U);
     EXPECT_EQ(ledger.Outstanding(Rig::Kind::kRegistryKey), 1);
 }
 
-TEST_F(RegistryKeyTest, FailedOpeningLeavesTheKeyHeldBefore) {
-    EXPECT_EQ(OpenFirst(KEY_READ | KEY_WOW64_64KEY), ERROR_SUCCESS);
+TEST_F(RegistryKeyTest, FailureLeavesTheKeyHeldBefore) {
+    EXPECT_EQ(Open(L"First", KEY_READ | kView), ERROR_SUCCESS);
     HKEY const before = key.Get();
-    EXPECT_EQ(key.Open(HKEY_LOCAL_MACHINE, tree.Path(L"Missing").c_str(), KEY_READ), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(key.Get(), before);
-    EXPECT_EQ(key.View(), REGSAM{KEY_WOW64_64KEY});
-}
-
-TEST_F(RegistryKeyTest, FailedCreationLeavesTheKeyHeldBefore) {
-    EXPECT_EQ(OpenFirst(KEY_READ | KEY_WOW64_64KEY), ERROR_SUCCESS);
-    HKEY const before = key.Get();
+    EXPECT_EQ(Open(L"Missing"), ERROR_FILE_NOT_FOUND);
     const ScopedResult<&::RegCreateKeyExW> create{ERROR_ACCESS_DENIED};
-    EXPECT_EQ(key.Create(HKEY_LOCAL_MACHINE, tree.Path(L"New").c_str(), KEY_READ), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(Create(L"New"), ERROR_ACCESS_DENIED);
     EXPECT_EQ(key.Get(), before);
-    EXPECT_EQ(key.View(), REGSAM{KEY_WOW64_64KEY});
+    EXPECT_EQ(key.View(), kView);
 }
 
 /// What became of the key held before, in the order of the calls, and whether the object still had
@@ -111,96 +98,65 @@ class Replacement {
     }};
     ScopedImport<&::RegCloseKey> m_close{[this](HKEY closed) -> LSTATUS {
         const bool isNewHeld = m_key.Get() != m_former && m_key.Get() != nullptr;
-        calls.push_back(closed == m_former && !isNewHeld ? "close the former" : "close another");
+        calls.emplace_back(closed == m_former && !isNewHeld ? "close the former" : "close another");
         return m_close.Original(closed);
     }};
 };
 
-TEST_F(RegistryKeyTest, FormerKeyIsClosedAfterTheCreationAndBeforeTheNewOneIsHeld) {
-    EXPECT_EQ(OpenFirst(), ERROR_SUCCESS);
+TEST_F(RegistryKeyTest, FormerKeyIsClosedBeforeTheNewOneIsHeld) {
+    EXPECT_EQ(Open(L"First"), ERROR_SUCCESS);
+    {
+        const Replacement replacement(key);
+        EXPECT_EQ(Create(L"New"), ERROR_SUCCESS);
+        EXPECT_THAT(replacement.calls, ElementsAre("create", "close the former"));
+    }
     const Replacement replacement(key);
-    EXPECT_EQ(key.Create(HKEY_LOCAL_MACHINE, tree.Path(L"New").c_str(), KEY_READ), ERROR_SUCCESS);
-    EXPECT_THAT(replacement.calls, ElementsAre("create", "close the former"));
-}
-
-TEST_F(RegistryKeyTest, FormerKeyIsClosedAfterTheOpeningAndBeforeTheNewOneIsHeld) {
-    EXPECT_EQ(OpenFirst(), ERROR_SUCCESS);
-    const Replacement replacement(key);
-    EXPECT_EQ(OpenSecond(), ERROR_SUCCESS);
+    EXPECT_EQ(Open(L"Second"), ERROR_SUCCESS);
     EXPECT_THAT(replacement.calls, ElementsAre("open", "close the former"));
 }
 
-TEST_F(RegistryKeyTest, CreatingMakesTheKeyAndKeepsItsView) {
-    EXPECT_EQ(key.Create(HKEY_LOCAL_MACHINE, tree.Path(L"New").c_str(), KEY_READ | KEY_WOW64_64KEY),
-              ERROR_SUCCESS);
-    EXPECT_TRUE(tree.Exists(L"New"));
-    EXPECT_EQ(key.View(), REGSAM{KEY_WOW64_64KEY});
-}
-
-TEST_F(RegistryKeyTest, CreatingTellsHowClosingTheFormerKeyWentAndHoldsTheNewOne) {
-    EXPECT_EQ(OpenFirst(), ERROR_SUCCESS);
-    HKEY const former = key.Get();
-    {
-        const ScopedImport<&::RegCloseKey> close{[&](HKEY closed) -> LSTATUS {
-            close.Original(closed);
-            return ERROR_INVALID_HANDLE;
-        }};
-        EXPECT_EQ(key.Create(HKEY_LOCAL_MACHINE, tree.Path(L"Second").c_str(), KEY_READ | KEY_WOW64_64KEY),
-                  ERROR_INVALID_HANDLE);
-    }
-    EXPECT_NE(key.Get(), nullptr);
-    EXPECT_NE(key.Get(), former);
-    EXPECT_EQ(key.View(), REGSAM{KEY_WOW64_64KEY});
-}
-
-TEST_F(RegistryKeyTest, OpeningTellsHowClosingTheFormerKeyWentAndHoldsTheNewOne) {
-    EXPECT_EQ(OpenFirst(), ERROR_SUCCESS);
-    {
-        const ScopedImport<&::RegCloseKey> close{[&](HKEY closed) -> LSTATUS {
-            close.Original(closed);
-            return ERROR_INVALID_HANDLE;
-        }};
-        EXPECT_EQ(OpenSecond(), ERROR_INVALID_HANDLE);
-    }
-    EXPECT_NE(key.Get(), nullptr);
-}
-
-TEST_F(RegistryKeyTest, ClosingForgetsKeyAndView) {
-    EXPECT_EQ(OpenFirst(KEY_READ | KEY_WOW64_64KEY), ERROR_SUCCESS);
-    EXPECT_EQ(key.Close(), ERROR_SUCCESS);
-    EXPECT_EQ(key.Get(), nullptr);
-    EXPECT_EQ(key.View(), 0U);
-    EXPECT_TRUE(ledger.Balanced());
-}
-
-TEST_F(RegistryKeyTest, ClosingForgetsAKeyThatCannotBeClosed) {
-    EXPECT_EQ(OpenFirst(), ERROR_SUCCESS);
-    const ScopedImport<&::RegCloseKey> close{[&](HKEY closed) -> LSTATUS {
+/// Keys can be closed, which is told as a failure.
+class RegistryKeyThatFailsToClose : public RegistryKeyTest {
+  protected:
+    ScopedImport<&::RegCloseKey> close{[this](HKEY closed) -> LSTATUS {
         close.Original(closed);
         return ERROR_INVALID_HANDLE;
     }};
+};
+
+TEST_F(RegistryKeyThatFailsToClose, OpeningAndCreatingTellItAndHoldTheNewKey) {
+    EXPECT_EQ(Open(L"First"), ERROR_SUCCESS);
+    HKEY const former = key.Get();
+    EXPECT_EQ(Create(L"Second", KEY_READ | kView), ERROR_INVALID_HANDLE);
+    EXPECT_NE(key.Get(), nullptr);
+    EXPECT_NE(key.Get(), former);
+    EXPECT_EQ(key.View(), kView);
+    EXPECT_EQ(Open(L"First"), ERROR_INVALID_HANDLE);
+    EXPECT_NE(key.Get(), nullptr);
+    EXPECT_EQ(key.View(), 0U);
+}
+
+TEST_F(RegistryKeyThatFailsToClose, ClosingTellsItOnceAndForgetsTheKey) {
+    EXPECT_EQ(Open(L"First"), ERROR_SUCCESS);
     EXPECT_EQ(key.Close(), ERROR_INVALID_HANDLE);
-    EXPECT_EQ(key.Get(), nullptr);
+    ExpectEmpty();
     EXPECT_EQ(key.Close(), ERROR_SUCCESS);
     EXPECT_EQ(close.Calls(), 1);
 }
 
 TEST_F(RegistryKeyTest, DeletionGoesThroughTheViewOfTheKey) {
-    DeletionWatch watch;
-    EXPECT_EQ(key.Open(HKEY_LOCAL_MACHINE, tree.Path().c_str(), KEY_READ | KEY_WRITE | KEY_WOW64_64KEY),
-              ERROR_SUCCESS);
+    EXPECT_EQ(Open(L"", kReadAndWrite | kView), ERROR_SUCCESS);
     EXPECT_EQ(key.DeleteKey(key.Get(), L"First"), ERROR_SUCCESS);
-    EXPECT_THAT(watch.Views(), ElementsAre(REGSAM{KEY_WOW64_64KEY}));
+    EXPECT_THAT(deletions.Views(), ElementsAre(kView));
     EXPECT_FALSE(tree.Exists(L"First"));
 }
 
 TEST_F(RegistryKeyTest, DeletionFunctionIsLookedUpOnceAProcess) {
-    const DeletionWatch watch;
     static_cast<void>(key.DeleteKey(HKEY_LOCAL_MACHINE, tree.Path(L"First").c_str()));
     const ScopedProcAddress counted{"RegDeleteKeyExW", nullptr};
     EXPECT_EQ(key.DeleteKey(HKEY_LOCAL_MACHINE, tree.Path(L"Second").c_str()), ERROR_SUCCESS);
-    EXPECT_EQ(counted.Lookups(), 0);
-    EXPECT_THAT(watch.Names(), ElementsAre(tree.Path(L"First"), tree.Path(L"Second")));
+    EXPECT_EQ(counted.Calls(), 0);
+    EXPECT_THAT(deletions.Names(), ElementsAre(tree.Path(L"First"), tree.Path(L"Second")));
 }
 
 /// In a process of its own, in which nothing was looked up before: whether deletion, done twice,
@@ -211,7 +167,7 @@ TEST_F(RegistryKeyTest, DeletionFunctionIsLookedUpOnceAProcess) {
     RegistryKey key;
     const bool failed = key.DeleteKey(HKEY_LOCAL_MACHINE, L"x") == ERROR_CRC &&
                         key.DeleteKey(HKEY_LOCAL_MACHINE, L"x") == ERROR_CRC;
-    ExitProcess(failed && older.Calls() == 2 && hidden.Lookups() == lookups ? 0 : 1);
+    ExitProcess(failed && older.Calls() == 2 && hidden.Calls() == lookups ? 0 : 1);
 }
 
 TEST(RegistryKeyDeathTest, AbsenceOfTheDeletionFunctionIsRemembered) {
@@ -232,3 +188,4 @@ TEST(RegistryKeyDeathTest, AbsenceOfTheLibraryIsRemembered) {
 }
 
 }  // namespace
+}  // namespace RegistryTests

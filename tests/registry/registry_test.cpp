@@ -1,199 +1,159 @@
 #include "registry/registry.h"
 
-#include <gmock/gmock.h>
-
 #include <optional>
 #include <string>
-#include <vector>
 
-#include "tests/support/ledger.h"
-#include "tests/support/registry_tree.h"
-#include "tests/support/scoped_import.h"
+#include "tests/registry/registry_fixture.h"
 
+namespace RegistryTests {
 namespace {
 
-using Rig::Ledger;
 using Rig::RegistryBytes;
 using Rig::RegistryNumber;
 using Rig::RegistryText;
 using Rig::RegistryValue;
 using Rig::ScopedImport;
-using Rig::ScopedRegistryTree;
 using Rig::ScopedResult;
-using testing::ElementsAre;
 
 constexpr std::size_t kLongestText = 1023;  // characters, without the end
 
-class RegistryTest : public testing::Test {
+class RegistryTest : public RegistryFixture {
   protected:
-    /// What is read of a value after it was stored like this.
-    std::wstring ReadBack(const RegistryValue& stored) {
-        tree.Write(L"Key", L"Value", stored);
-        return registry.GetValue(tree.Path(L"Key"), L"Value");
+    [[nodiscard]] std::wstring Get() const { return registry.GetValue(tree.Path(L"Key"), L"Value"); }
+    [[nodiscard]] LSTATUS Set(const wchar_t* text) const {
+        return registry.SetValue(tree.Path(L"Key"), L"Value", text);
     }
+    void Store(const RegistryValue& value) const { tree.Write(L"Key", L"Value", value); }
+    [[nodiscard]] std::optional<RegistryValue> Stored() const { return tree.Read(L"Key", L"Value"); }
 
-    ScopedRegistryTree tree{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Linkvane Registry Test"};
-    Ledger ledger;
     Registry registry{HKEY_LOCAL_MACHINE};
 };
 
-TEST_F(RegistryTest, TextIsRead) {
-    EXPECT_EQ(ReadBack(RegistryText(L"True")), L"True");
-}
+/// A stored value, and what is read of it.
+struct Reading {
+    const char* name;
+    RegistryValue value;
+    std::wstring text;
+};
 
-TEST_F(RegistryTest, ExpandableTextIsReadUnexpanded) {
-    RegistryValue value = RegistryText(L"%SystemRoot%\\x");
+RegistryValue Expandable(std::wstring_view text) {
+    RegistryValue value = RegistryText(text);
     value.type = REG_EXPAND_SZ;
-    EXPECT_EQ(ReadBack(value), L"%SystemRoot%\\x");
+    return value;
 }
 
-TEST_F(RegistryTest, TextIsReadUpToItsFirstNull) {
-    EXPECT_EQ(ReadBack(RegistryBytes(REG_SZ, {'O', 0, 'n', 0, 0, 0, 'x', 0, 0, 0})), L"On");
-}
-
-TEST_F(RegistryTest, LongestTextIsReadWhole) {
-    EXPECT_EQ(ReadBack(RegistryText(std::wstring(kLongestText, L'x'))), std::wstring(kLongestText, L'x'));
-}
-
-TEST_F(RegistryTest, TextOneCharacterTooLongReadsAsNoText) {
-    EXPECT_EQ(ReadBack(RegistryText(std::wstring(kLongestText + 1, L'x'))), L"");
-}
-
-TEST_F(RegistryTest, NumberReadsAsNoText) {
-    EXPECT_EQ(ReadBack(RegistryNumber(0x00410041)), L"");
-}
-
-TEST_F(RegistryTest, BinaryThatLooksLikeTextReadsAsNoText) {
-    EXPECT_EQ(ReadBack(RegistryBytes(REG_BINARY, {'O', 0, 'n', 0, 0, 0})), L"");
-}
-
-TEST_F(RegistryTest, ListOfTextsReadsAsNoText) {
-    EXPECT_EQ(ReadBack(RegistryBytes(REG_MULTI_SZ, {'O', 0, 'n', 0, 0, 0, 0, 0})), L"");
-}
-
-TEST_F(RegistryTest, TextWithoutItsEndReadsAsNoText) {
-    EXPECT_EQ(ReadBack(RegistryBytes(REG_SZ, {'T', 0, 'r', 0, 'u', 0, 'e', 0})), L"");
-}
-
-TEST_F(RegistryTest, TextThatFillsTheBufferWithoutItsEndReadsAsNoText) {
-    RegistryValue value = RegistryText(std::wstring(kLongestText + 1, L'x'));
+RegistryValue WithoutItsEnd(std::wstring_view text) {
+    RegistryValue value = RegistryText(text);
     value.bytes.resize(value.bytes.size() - sizeof(wchar_t));
-    EXPECT_EQ(ReadBack(value), L"");
+    return value;
 }
 
-TEST_F(RegistryTest, TextOfAnOddNumberOfBytesReadsAsNoText) {
-    EXPECT_EQ(ReadBack(RegistryBytes(REG_SZ, {'O', 0, 'n', 0, 0})), L"");
+const std::wstring kLong(kLongestText, L'x');
+
+const Reading kReadings[] = {
+    {"text", RegistryText(L"True"), L"True"},
+    {"expandable text, which is not expanded", Expandable(L"%SystemRoot%\\x"), L"%SystemRoot%\\x"},
+    {"text up to its first null", RegistryBytes(REG_SZ, {'O', 0, 'n', 0, 0, 0, 'x', 0, 0, 0}), L"On"},
+    {"longest text", RegistryText(kLong), kLong},
+    {"text that is a character too long", RegistryText(kLong + L"x"), L""},
+    {"number", RegistryNumber(0x00410041), L""},
+    {"binary that looks like text", RegistryBytes(REG_BINARY, {'O', 0, 'n', 0, 0, 0}), L""},
+    {"list of texts", RegistryBytes(REG_MULTI_SZ, {'O', 0, 'n', 0, 0, 0, 0, 0}), L""},
+    {"text without its end", WithoutItsEnd(L"True"), L""},
+    {"text that fills the buffer without its end", WithoutItsEnd(kLong + L"x"), L""},
+    {"text of an odd number of bytes", RegistryBytes(REG_SZ, {'O', 0, 'n', 0, 0}), L""},
+    {"single byte", RegistryBytes(REG_SZ, {0}), L""},
+    {"text of no bytes", RegistryBytes(REG_SZ, {}), L""},
+};
+
+TEST_F(RegistryTest, OnlyAWholeTextIsRead) {
+    for (const Reading& reading : kReadings) {
+        SCOPED_TRACE(reading.name);
+        Store(reading.value);
+        EXPECT_EQ(Get(), reading.text);
+    }
 }
 
-TEST_F(RegistryTest, SingleByteReadsAsNoText) {
-    EXPECT_EQ(ReadBack(RegistryBytes(REG_SZ, {0})), L"");
-}
-
-TEST_F(RegistryTest, TextOfNoBytesReadsAsNoText) {
-    EXPECT_EQ(ReadBack(RegistryBytes(REG_SZ, {})), L"");
-}
-
-TEST_F(RegistryTest, MissingValueReadsAsNoText) {
-    tree.Create(L"Key");
-    EXPECT_EQ(registry.GetValue(tree.Path(L"Key"), L"Value"), L"");
-}
-
-TEST_F(RegistryTest, MissingKeyReadsAsNoText) {
-    EXPECT_EQ(registry.GetValue(tree.Path(L"Key"), L"Value"), L"");
+TEST_F(RegistryTest, WhatIsMissingReadsAsNoText) {
+    EXPECT_EQ(Get(), L"");
     EXPECT_FALSE(tree.Exists(L"Key"));
+    tree.Create(L"Key");
+    EXPECT_EQ(Get(), L"");
 }
 
 TEST_F(RegistryTest, NothingOfAFailedQueryIsRead) {
-    tree.Write(L"Key", L"Value", RegistryText(L"True"));
+    Store(RegistryText(L"True"));
     const ScopedImport<&::RegQueryValueExW> fake{[&](auto... arguments) -> LSTATUS {
         fake.Original(arguments...);
         return ERROR_ACCESS_DENIED;
     }};
-    EXPECT_EQ(registry.GetValue(tree.Path(L"Key"), L"Value"), L"");
+    EXPECT_EQ(Get(), L"");
 }
 
 TEST_F(RegistryTest, ReadingAsksForReadAccessAndForAThousandCharacters) {
     tree.Create(L"Key");
-    REGSAM access = 0;
-    DWORD room = 0;
     const ScopedImport<&::RegOpenKeyExW> open{
-        [&](HKEY root, LPCWSTR path, DWORD options, REGSAM asked, PHKEY key) -> LSTATUS {
-            access = asked;
-            return open.Original(root, path, options, asked, key);
+        [&](HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) -> LSTATUS {
+            EXPECT_EQ(access, REGSAM{KEY_READ});
+            return open.Original(root, path, options, access, key);
         }};
     const ScopedImport<&::RegQueryValueExW> query{
-        [&](HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE, LPDWORD bytes) -> LSTATUS {
-            room = *bytes;
+        [](HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE, LPDWORD bytes) -> LSTATUS {
+            EXPECT_EQ(*bytes, 2048U);
             return ERROR_FILE_NOT_FOUND;
         }};
-    static_cast<void>(registry.GetValue(tree.Path(L"Key"), L"Value"));
-    EXPECT_EQ(access, REGSAM{KEY_READ});
-    EXPECT_EQ(room, 2048U);
+    EXPECT_EQ(Get(), L"");
+    EXPECT_EQ(open.Calls(), 1);
+    EXPECT_EQ(query.Calls(), 1);
 }
 
 TEST_F(RegistryTest, KeyIsClosedWhenAnExceptionPasses) {
     tree.Create(L"Key");
-    const ScopedImport<&::RegQueryValueExW> query{[](auto...) -> LSTATUS { throw DWORD{ERROR_OUTOFMEMORY}; }};
-    EXPECT_THROW(static_cast<void>(registry.GetValue(tree.Path(L"Key"), L"Value")), DWORD);
+    const auto noMemory = [](auto...) -> LSTATUS { throw DWORD{ERROR_OUTOFMEMORY}; };
+    const ScopedImport<&::RegQueryValueExW> query{noMemory};
+    const ScopedImport<&::RegSetValueExW> write{noMemory};
+    EXPECT_THROW(static_cast<void>(Get()), DWORD);
+    EXPECT_THROW(static_cast<void>(Set(L"True")), DWORD);
     EXPECT_TRUE(ledger.Balanced());
 }
 
-TEST_F(RegistryTest, TrueIsStoredInTenBytes) {
-    EXPECT_EQ(registry.SetValue(tree.Path(L"Key"), L"Value", L"True"), ERROR_SUCCESS);
-    EXPECT_EQ(tree.Read(L"Key", L"Value"), RegistryBytes(REG_SZ, {'T', 0, 'r', 0, 'u', 0, 'e', 0, 0, 0}));
+TEST_F(RegistryTest, TextIsStoredWithItsEnd) {
+    EXPECT_EQ(Set(L"True"), ERROR_SUCCESS);
+    EXPECT_EQ(Stored(), RegistryBytes(REG_SZ, {'T', 0, 'r', 0, 'u', 0, 'e', 0, 0, 0}));
+    EXPECT_EQ(Set(L"False"), ERROR_SUCCESS);
+    EXPECT_EQ(Stored(), RegistryBytes(REG_SZ, {'F', 0, 'a', 0, 'l', 0, 's', 0, 'e', 0, 0, 0}));
+    EXPECT_EQ(Set(L""), ERROR_SUCCESS);
+    EXPECT_EQ(Stored(), RegistryBytes(REG_SZ, {0, 0}));
 }
 
-TEST_F(RegistryTest, FalseIsStoredInTwelveBytes) {
-    EXPECT_EQ(registry.SetValue(tree.Path(L"Key"), L"Value", L"False"), ERROR_SUCCESS);
-    EXPECT_EQ(tree.Read(L"Key", L"Value"),
-              RegistryBytes(REG_SZ, {'F', 0, 'a', 0, 'l', 0, 's', 0, 'e', 0, 0, 0}));
+TEST_F(RegistryTest, WritingMakesEveryMissingKeyAndReplacesAValueOfAnotherType) {
+    for (int time = 0; time < 2; ++time) {
+        EXPECT_EQ(registry.SetValue(tree.Path(L"One\\Two\\Three"), L"Value", L"x"), ERROR_SUCCESS);
+        EXPECT_EQ(tree.Read(L"One\\Two\\Three", L"Value"), RegistryText(L"x"));
+        tree.Write(L"One\\Two\\Three", L"Value", RegistryNumber(1));
+    }
 }
 
-TEST_F(RegistryTest, EmptyTextIsStoredWithItsEnd) {
-    EXPECT_EQ(registry.SetValue(tree.Path(L"Key"), L"Value", L""), ERROR_SUCCESS);
-    EXPECT_EQ(tree.Read(L"Key", L"Value"), RegistryBytes(REG_SZ, {0, 0}));
-}
-
-TEST_F(RegistryTest, WritingMakesEveryMissingKey) {
-    EXPECT_EQ(registry.SetValue(tree.Path(L"One\\Two\\Three"), L"Value", L"x"), ERROR_SUCCESS);
-    EXPECT_EQ(tree.Read(L"One\\Two\\Three", L"Value"), RegistryText(L"x"));
-}
-
-TEST_F(RegistryTest, WritingReplacesAValueOfAnotherType) {
-    tree.Write(L"Key", L"Value", RegistryNumber(1));
-    EXPECT_EQ(registry.SetValue(tree.Path(L"Key"), L"Value", L"True"), ERROR_SUCCESS);
-    EXPECT_EQ(tree.Read(L"Key", L"Value"), RegistryText(L"True"));
-}
-
-TEST_F(RegistryTest, AbsentTextIsInvalidAndLeavesTheValueAlone) {
-    tree.Write(L"Key", L"Value", RegistryText(L"True"));
-    EXPECT_EQ(registry.SetValue(tree.Path(L"Key"), L"Value", nullptr), ERROR_INVALID_DATA);
-    EXPECT_EQ(tree.Read(L"Key", L"Value"), RegistryText(L"True"));
-}
-
-TEST_F(RegistryTest, AbsentTextIsInvalidButItsKeyIsMade) {
-    EXPECT_EQ(registry.SetValue(tree.Path(L"Key"), L"Value", nullptr), ERROR_INVALID_DATA);
+TEST_F(RegistryTest, AbsentTextIsInvalidAndLeavesTheValueAloneButItsKeyIsMade) {
+    EXPECT_EQ(Set(nullptr), ERROR_INVALID_DATA);
     EXPECT_TRUE(tree.Exists(L"Key"));
-    EXPECT_EQ(tree.Read(L"Key", L"Value"), std::nullopt);
-    EXPECT_TRUE(ledger.Balanced());
-}
-
-TEST_F(RegistryTest, KeyIsClosedWhenAnExceptionPassesTheWriting) {
-    const ScopedImport<&::RegSetValueExW> write{[](auto...) -> LSTATUS { throw DWORD{ERROR_OUTOFMEMORY}; }};
-    EXPECT_THROW(static_cast<void>(registry.SetValue(tree.Path(L"Key"), L"Value", L"True")), DWORD);
+    EXPECT_EQ(Stored(), std::nullopt);
+    Store(RegistryText(L"True"));
+    EXPECT_EQ(Set(nullptr), ERROR_INVALID_DATA);
+    EXPECT_EQ(Stored(), RegistryText(L"True"));
     EXPECT_TRUE(ledger.Balanced());
 }
 
 TEST_F(RegistryTest, ErrorOfMakingTheKeyIsTheResultAndNothingIsWritten) {
     const ScopedResult<&::RegCreateKeyExW> create{ERROR_ACCESS_DENIED};
     const ScopedResult<&::RegSetValueExW> write{ERROR_SUCCESS};
-    EXPECT_EQ(registry.SetValue(tree.Path(L"Key"), L"Value", L"True"), ERROR_ACCESS_DENIED);
+    EXPECT_EQ(Set(L"True"), ERROR_ACCESS_DENIED);
     EXPECT_EQ(write.Calls(), 0);
 }
 
 TEST_F(RegistryTest, ErrorOfWritingIsTheResult) {
     const ScopedResult<&::RegSetValueExW> write{ERROR_NO_SYSTEM_RESOURCES};
-    EXPECT_EQ(registry.SetValue(tree.Path(L"Key"), L"Value", L"True"), ERROR_NO_SYSTEM_RESOURCES);
+    EXPECT_EQ(Set(L"True"), ERROR_NO_SYSTEM_RESOURCES);
     EXPECT_TRUE(ledger.Balanced());
 }
 
@@ -205,12 +165,13 @@ TEST_F(RegistryTest, WritingMakesAnOrdinaryKeyWithReadAndWriteAccess) {
             EXPECT_EQ(reserved, 0U);
             EXPECT_EQ(keyClass, nullptr);
             EXPECT_EQ(options, DWORD{REG_OPTION_NON_VOLATILE});
-            EXPECT_EQ(access, REGSAM{0x2001F});
+            EXPECT_EQ(access, kReadAndWrite);
             EXPECT_EQ(security, nullptr);
             EXPECT_NE(disposition, nullptr);
             return ERROR_CRC;
         }};
-    EXPECT_EQ(registry.SetValue(tree.Path(L"Key"), L"Value", L"True"), ERROR_CRC);
+    EXPECT_EQ(Set(L"True"), ERROR_CRC);
 }
 
 }  // namespace
+}  // namespace RegistryTests

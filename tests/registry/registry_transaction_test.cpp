@@ -1,125 +1,73 @@
-#include <gmock/gmock.h>
-
 #include <string>
 #include <vector>
 
 #include "registry/registry_key.h"
-#include "tests/registry/delete_key_fake.h"
-#include "tests/support/ledger.h"
-#include "tests/support/registry_tree.h"
-#include "tests/support/scoped_import.h"
+#include "tests/registry/registry_fixture.h"
 
+namespace RegistryTests {
 namespace {
 
-using RegistryTests::DeletionWatch;
-using RegistryTests::KeepReplaceable;
-using Rig::Ledger;
 using Rig::ScopedImport;
 using Rig::ScopedProc;
 using Rig::ScopedProcAddress;
-using Rig::ScopedRegistryTree;
 using Rig::ScopedResult;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-using OpenTransacted =
-    ScopedProc<"RegOpenKeyTransactedW", LSTATUS(HKEY, LPCWSTR, DWORD, REGSAM, PHKEY, HANDLE, PVOID)>;
-using CreateTransacted =
-    ScopedProc<"RegCreateKeyTransactedW", LSTATUS(HKEY, LPCWSTR, DWORD, LPWSTR, DWORD, REGSAM,
-                                                  LPSECURITY_ATTRIBUTES, PHKEY, LPDWORD, HANDLE, PVOID)>;
-using DeleteTransacted =
-    ScopedProc<"RegDeleteKeyTransactedW", LSTATUS(HKEY, LPCWSTR, REGSAM, DWORD, HANDLE, PVOID)>;
-
-constexpr REGSAM kReadAndWrite = KEY_READ | KEY_WRITE;
-constexpr REGSAM kView = KEY_WOW64_64KEY;
 
 /// Windows' plain functions stand here: a test sees that they are not called.
 struct PlainFunctions {
     ScopedResult<&::RegOpenKeyExW> open{ERROR_CRC};
     ScopedResult<&::RegCreateKeyExW> create{ERROR_CRC};
     ScopedResult<&::RegDeleteKeyW> deleteKey{ERROR_CRC};
-    DeletionWatch deleteKeyEx;
+    ScopedProc<&::RegDeleteKeyExW> deleteKeyEx{[](auto...) -> LSTATUS { return ERROR_CRC; }};
 
     [[nodiscard]] int Calls() const {
-        return open.Calls() + create.Calls() + deleteKey.Calls() +
-               static_cast<int>(deleteKeyEx.Names().size());
+        return open.Calls() + create.Calls() + deleteKey.Calls() + deleteKeyEx.Calls();
     }
 };
 
-class RegistryTransactionTest : public testing::Test {
+/// A key in a transaction, which stays the test's to close.
+class RegistryTransactionTest : public RegistryFixture {
   protected:
-    RegistryTransactionTest() { KeepReplaceable(); }
+    ~RegistryTransactionTest() override { EXPECT_NE(CloseHandle(handle), FALSE); }
 
-    ScopedRegistryTree tree{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Linkvane Transaction Test"};
-    Ledger ledger;
-    HANDLE handle = ledger.MakeHandle("transaction");
+    /// Gives out a key past all that stands in for Windows.
+    LSTATUS GiveKey(PHKEY given) {
+        const LSTATUS result =
+            Rig::Real<&::RegOpenKeyExW>(HKEY_LOCAL_MACHINE, L"SOFTWARE", 0, KEY_READ, given);
+        ledger.Gave(Rig::Kind::kRegistryKey, *given);
+        return result;
+    }
+    LSTATUS Open(REGSAM access = KEY_READ) { return key.Open(HKEY_LOCAL_MACHINE, L"Key", access); }
+    LSTATUS Create(REGSAM access = KEY_READ) { return key.Create(HKEY_LOCAL_MACHINE, L"Key", access); }
+    LSTATUS Delete() { return key.DeleteKey(HKEY_LOCAL_MACHINE, L"Key"); }
+    void ExpectInvalid() {
+        EXPECT_EQ(Open(), ERROR_INVALID_FUNCTION);
+        EXPECT_EQ(Create(), ERROR_INVALID_FUNCTION);
+        EXPECT_EQ(Delete(), ERROR_INVALID_FUNCTION);
+    }
+
+    HANDLE handle = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     RegistryTransaction transaction{.handle = handle, .plainWithoutHandle = false};
     RegistryKey key{&transaction};
-
-    // The transaction is never the key's to close.
-    ~RegistryTransactionTest() override { ledger.TookBack("transaction", handle); }
 };
 
-TEST_F(RegistryTransactionTest, KeyIsOpenedInTheTransaction) {
+TEST_F(RegistryTransactionTest, KeyIsOpenedAndDeletedInTheTransactionAndItsView) {
     const PlainFunctions plain;
-    HKEY const opened = ledger.MakeHandle<HKEY>(Rig::Kind::kRegistryKey);
-    const OpenTransacted open{[&](HKEY parent, LPCWSTR subkey, DWORD options, REGSAM access, PHKEY result,
-                                  HANDLE usedTransaction, PVOID reserved) -> LSTATUS {
+    const ScopedProc<&::RegOpenKeyTransactedW> open{[&](HKEY parent, LPCWSTR subkey, DWORD options,
+                                                        REGSAM access, PHKEY result, HANDLE usedTransaction,
+                                                        PVOID reserved) -> LSTATUS {
         EXPECT_EQ(parent, HKEY_LOCAL_MACHINE);
         EXPECT_STREQ(subkey, L"Key");
         EXPECT_EQ(options, 0U);
         EXPECT_EQ(access, kReadAndWrite | kView);
         EXPECT_EQ(usedTransaction, handle);
         EXPECT_EQ(reserved, nullptr);
-        *result = opened;
-        return ERROR_SUCCESS;
+        return GiveKey(result);
     }};
-    EXPECT_EQ(key.Open(HKEY_LOCAL_MACHINE, L"Key", kReadAndWrite | kView), ERROR_SUCCESS);
-    EXPECT_EQ(open.Calls(), 1);
-    EXPECT_EQ(plain.Calls(), 0);
-    EXPECT_EQ(key.Get(), opened);
-    EXPECT_EQ(key.View(), kView);
-}
-
-TEST_F(RegistryTransactionTest, ErrorOfTheTransactedOpeningIsTheResult) {
-    const OpenTransacted open{[](auto...) -> LSTATUS { return ERROR_SHARING_VIOLATION; }};
-    EXPECT_EQ(key.Open(HKEY_LOCAL_MACHINE, L"Key", KEY_READ), ERROR_SHARING_VIOLATION);
-    EXPECT_EQ(key.Get(), nullptr);
-}
-
-TEST_F(RegistryTransactionTest, KeyIsCreatedInTheTransaction) {
-    const PlainFunctions plain;
-    const CreateTransacted create{[&](HKEY parent, LPCWSTR subkey, DWORD reserved, LPWSTR keyClass,
-                                      DWORD options, REGSAM access, LPSECURITY_ATTRIBUTES security,
-                                      PHKEY result, LPDWORD disposition, HANDLE usedTransaction,
-                                      PVOID extended) -> LSTATUS {
-        EXPECT_EQ(parent, HKEY_LOCAL_MACHINE);
-        EXPECT_STREQ(subkey, L"Key");
-        EXPECT_EQ(reserved, 0U);
-        EXPECT_EQ(keyClass, nullptr);
-        EXPECT_EQ(options, DWORD{REG_OPTION_NON_VOLATILE});
-        EXPECT_EQ(access, kReadAndWrite | kView);
-        EXPECT_EQ(security, nullptr);
-        EXPECT_NE(disposition, nullptr);
-        EXPECT_EQ(usedTransaction, handle);
-        EXPECT_EQ(extended, nullptr);
-        *result = ledger.MakeHandle<HKEY>(Rig::Kind::kRegistryKey);
-        return ERROR_SUCCESS;
-    }};
-    EXPECT_EQ(key.Create(HKEY_LOCAL_MACHINE, L"Key", kReadAndWrite | kView), ERROR_SUCCESS);
-    EXPECT_EQ(create.Calls(), 1);
-    EXPECT_EQ(plain.Calls(), 0);
-    EXPECT_EQ(key.View(), kView);
-}
-
-TEST_F(RegistryTransactionTest, KeyIsDeletedInTheTransactionAndItsView) {
-    const PlainFunctions plain;
-    const OpenTransacted open{[&](HKEY, LPCWSTR, DWORD, REGSAM, PHKEY result, auto...) -> LSTATUS {
-        *result = ledger.MakeHandle<HKEY>(Rig::Kind::kRegistryKey);
-        return ERROR_SUCCESS;
-    }};
-    const DeleteTransacted deleteKey{[&](HKEY parent, LPCWSTR subkey, REGSAM view, DWORD reserved,
-                                         HANDLE usedTransaction, PVOID extended) -> LSTATUS {
+    const ScopedProc<&::RegDeleteKeyTransactedW> deleteKey{[&](HKEY parent, LPCWSTR subkey, REGSAM view,
+                                                               DWORD reserved, HANDLE usedTransaction,
+                                                               PVOID extended) -> LSTATUS {
         EXPECT_EQ(parent, HKEY_LOCAL_MACHINE);
         EXPECT_STREQ(subkey, L"Key");
         EXPECT_EQ(view, kView);
@@ -128,10 +76,44 @@ TEST_F(RegistryTransactionTest, KeyIsDeletedInTheTransactionAndItsView) {
         EXPECT_EQ(extended, nullptr);
         return ERROR_DIR_NOT_EMPTY;
     }};
-    ASSERT_EQ(key.Open(HKEY_LOCAL_MACHINE, L"Key", kReadAndWrite | kView), ERROR_SUCCESS);
-    EXPECT_EQ(key.DeleteKey(HKEY_LOCAL_MACHINE, L"Key"), ERROR_DIR_NOT_EMPTY);
+    EXPECT_EQ(Open(kReadAndWrite | kView), ERROR_SUCCESS);
+    EXPECT_NE(key.Get(), nullptr);
+    EXPECT_EQ(key.View(), kView);
+    EXPECT_EQ(Delete(), ERROR_DIR_NOT_EMPTY);
+    EXPECT_EQ(open.Calls(), 1);
     EXPECT_EQ(deleteKey.Calls(), 1);
     EXPECT_EQ(plain.Calls(), 0);
+}
+
+TEST_F(RegistryTransactionTest, ErrorOfTheTransactedOpeningIsTheResult) {
+    const ScopedProc<&::RegOpenKeyTransactedW> open{
+        [](auto...) -> LSTATUS { return ERROR_SHARING_VIOLATION; }};
+    EXPECT_EQ(Open(), ERROR_SHARING_VIOLATION);
+    EXPECT_EQ(key.Get(), nullptr);
+}
+
+TEST_F(RegistryTransactionTest, KeyIsCreatedInTheTransaction) {
+    const PlainFunctions plain;
+    const ScopedProc<&::RegCreateKeyTransactedW> create{
+        [&](HKEY parent, LPCWSTR subkey, DWORD reserved, LPWSTR keyClass, DWORD options, REGSAM access,
+            const SECURITY_ATTRIBUTES* security, PHKEY result, LPDWORD disposition, HANDLE usedTransaction,
+            PVOID extended) -> LSTATUS {
+            EXPECT_EQ(parent, HKEY_LOCAL_MACHINE);
+            EXPECT_STREQ(subkey, L"Key");
+            EXPECT_EQ(reserved, 0U);
+            EXPECT_EQ(keyClass, nullptr);
+            EXPECT_EQ(options, DWORD{REG_OPTION_NON_VOLATILE});
+            EXPECT_EQ(access, kReadAndWrite | kView);
+            EXPECT_EQ(security, nullptr);
+            EXPECT_NE(disposition, nullptr);
+            EXPECT_EQ(usedTransaction, handle);
+            EXPECT_EQ(extended, nullptr);
+            return GiveKey(result);
+        }};
+    EXPECT_EQ(Create(kReadAndWrite | kView), ERROR_SUCCESS);
+    EXPECT_EQ(create.Calls(), 1);
+    EXPECT_EQ(plain.Calls(), 0);
+    EXPECT_EQ(key.View(), kView);
 }
 
 TEST_F(RegistryTransactionTest, MissingFunctionsFailWithoutFallingBack) {
@@ -140,12 +122,10 @@ TEST_F(RegistryTransactionTest, MissingFunctionsFailWithoutFallingBack) {
     const ScopedProcAddress noDelete{"RegDeleteKeyTransactedW", nullptr};
     const PlainFunctions plain;
     transaction.plainWithoutHandle = true;
-    EXPECT_EQ(key.Open(HKEY_LOCAL_MACHINE, L"Key", KEY_READ), ERROR_INVALID_FUNCTION);
-    EXPECT_EQ(key.Create(HKEY_LOCAL_MACHINE, L"Key", KEY_READ), ERROR_INVALID_FUNCTION);
-    EXPECT_EQ(key.DeleteKey(HKEY_LOCAL_MACHINE, L"Key"), ERROR_INVALID_FUNCTION);
-    EXPECT_EQ(noOpen.Lookups(), 1);
-    EXPECT_EQ(noCreate.Lookups(), 1);
-    EXPECT_EQ(noDelete.Lookups(), 1);
+    ExpectInvalid();
+    EXPECT_EQ(noOpen.Calls(), 1);
+    EXPECT_EQ(noCreate.Calls(), 1);
+    EXPECT_EQ(noDelete.Calls(), 1);
     EXPECT_EQ(plain.Calls(), 0);
 }
 
@@ -155,19 +135,15 @@ TEST_F(RegistryTransactionTest, MissingLibraryFailsWithoutLookingForTheFunctions
         return nullptr;
     }};
     const ScopedProcAddress open{"RegOpenKeyTransactedW", nullptr};
-    EXPECT_EQ(key.Open(HKEY_LOCAL_MACHINE, L"Key", KEY_READ), ERROR_INVALID_FUNCTION);
-    EXPECT_EQ(key.Create(HKEY_LOCAL_MACHINE, L"Key", KEY_READ), ERROR_INVALID_FUNCTION);
-    EXPECT_EQ(key.DeleteKey(HKEY_LOCAL_MACHINE, L"Key"), ERROR_INVALID_FUNCTION);
+    ExpectInvalid();
     EXPECT_EQ(library.Calls(), 3);
-    EXPECT_EQ(open.Lookups(), 0);
+    EXPECT_EQ(open.Calls(), 0);
 }
 
 TEST_F(RegistryTransactionTest, WithoutHandleAndFallbackEverythingFails) {
     transaction.handle = nullptr;
     const PlainFunctions plain;
-    EXPECT_EQ(key.Open(HKEY_LOCAL_MACHINE, L"Key", KEY_READ), ERROR_INVALID_FUNCTION);
-    EXPECT_EQ(key.Create(HKEY_LOCAL_MACHINE, L"Key", KEY_READ), ERROR_INVALID_FUNCTION);
-    EXPECT_EQ(key.DeleteKey(HKEY_LOCAL_MACHINE, L"Key"), ERROR_INVALID_FUNCTION);
+    ExpectInvalid();
     EXPECT_EQ(plain.Calls(), 0);
 }
 
@@ -176,35 +152,30 @@ TEST_F(RegistryTransactionTest, FallbackWithoutHandleUsesThePlainFunctions) {
     EXPECT_EQ(key.Create(HKEY_LOCAL_MACHINE, tree.Path(L"Key").c_str(), kReadAndWrite), ERROR_SUCCESS);
     EXPECT_TRUE(tree.Exists(L"Key"));
     EXPECT_EQ(key.Open(HKEY_LOCAL_MACHINE, tree.Path().c_str(), kReadAndWrite), ERROR_SUCCESS);
-    const DeletionWatch newer;
     EXPECT_EQ(key.DeleteKey(key.Get(), L"Key"), ERROR_SUCCESS);
     EXPECT_FALSE(tree.Exists(L"Key"));
     // Without a transaction object it would be the newer function, which knows views.
-    EXPECT_THAT(newer.Names(), IsEmpty());
+    EXPECT_THAT(deletions.Names(), IsEmpty());
 }
 
 TEST_F(RegistryTransactionTest, OnlyTheLastDeletionOfATreeGoesThroughTheTransaction) {
     tree.Create(L"Key\\a\\aa");
-    RegistryKey root;
-    ASSERT_EQ(root.Open(HKEY_LOCAL_MACHINE, tree.Path().c_str(), kReadAndWrite), ERROR_SUCCESS);
-    const OpenTransacted open{[&](HKEY, LPCWSTR, DWORD, REGSAM, PHKEY result, auto...) -> LSTATUS {
-        return Rig::Real<&::RegOpenKeyExW>(HKEY_LOCAL_MACHINE, tree.Path().c_str(), DWORD{0}, kReadAndWrite,
-                                           result);
-    }};
-    std::vector<std::wstring> transacted;
-    const DeleteTransacted deleteKey{
-        [&](HKEY, LPCWSTR subkey, REGSAM, DWORD, HANDLE usedTransaction, PVOID) -> LSTATUS {
-            EXPECT_EQ(usedTransaction, handle);
-            transacted.emplace_back(subkey);
-            return ERROR_SUCCESS;
+    const ScopedProc<&::RegOpenKeyTransactedW> open{
+        [&](HKEY parent, LPCWSTR subkey, DWORD options, REGSAM access, PHKEY result, auto...) -> LSTATUS {
+            return RegOpenKeyExW(parent, subkey, options, access, result);
         }};
-    const DeletionWatch plain;
+    std::vector<std::wstring> transacted;
+    const ScopedProc<&::RegDeleteKeyTransactedW> deleteKey{[&](HKEY, LPCWSTR subkey, auto...) -> LSTATUS {
+        transacted.emplace_back(subkey);
+        return ERROR_SUCCESS;
+    }};
     ASSERT_EQ(key.Open(HKEY_LOCAL_MACHINE, tree.Path().c_str(), kReadAndWrite), ERROR_SUCCESS);
     EXPECT_EQ(key.DeleteTree(L"Key"), ERROR_SUCCESS);
     EXPECT_EQ(open.Calls(), 1);
-    EXPECT_THAT(plain.Names(), ElementsAre(L"aa", L"a"));
+    EXPECT_THAT(deletions.Names(), ElementsAre(L"aa", L"a"));
     EXPECT_THAT(transacted, ElementsAre(L"Key"));
     EXPECT_TRUE(tree.Exists(L"Key"));
 }
 
 }  // namespace
+}  // namespace RegistryTests

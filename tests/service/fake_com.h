@@ -17,6 +17,10 @@ namespace ServiceTests {
 /// unless told otherwise, so that the process can be secured again by the next test.
 class FakeCom {
   public:
+    FakeCom() { m_current = this; }
+    FakeCom(const FakeCom&) = delete;
+    FakeCom& operator=(const FakeCom&) = delete;
+
     HRESULT enterResult = S_OK;
     HRESULT secureResult = E_FAIL;
     HRESULT holdResult = S_OK;
@@ -49,12 +53,17 @@ class FakeCom {
             atSecurity(*static_cast<const SECURITY_DESCRIPTOR*>(descriptor));
             return secureResult;
         }};
-    Rig::ScopedProc<"CoIncrementMTAUsage", HRESULT(void**)> m_hold{[this](void** cookie) {
-        EXPECT_NE(cookie, nullptr);
-        calls.emplace_back("CoIncrementMTAUsage");
-        return holdResult;
-    }};
     Rig::ScopedImport<&::CoUninitialize> m_leave{[this] { calls.emplace_back("CoUninitialize"); }};
+
+    /// Looked up at run time: not every compiler's headers have it.
+    static HRESULT WINAPI Hold(void** cookie) {
+        EXPECT_NE(cookie, nullptr);
+        m_current->calls.emplace_back("CoIncrementMTAUsage");
+        return m_current->holdResult;
+    }
+    inline static FakeCom* m_current = nullptr;
+    Rig::ScopedProcAddress m_hold{"CoIncrementMTAUsage",
+                                  reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&Hold))};
 };
 
 }  // namespace ServiceTests

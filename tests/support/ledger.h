@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -17,18 +18,16 @@
 
 namespace Rig {
 
-/// What can be given out. A kind of a test's own is any other text.
+/// What can be given out.
 namespace Kind {
-constexpr const char* kHandle = "handle";  ///< kernel object: event, mutex, file, token, thread
+constexpr const char* kHandle = "handle";  ///< kernel object: event, mutex, token, thread
 constexpr const char* kFindHandle = "find handle";
 constexpr const char* kStream = "C stream";
-constexpr const char* kModule = "module";
 constexpr const char* kRegistryKey = "registry key";
 constexpr const char* kServiceHandle = "service handle";
 constexpr const char* kEventSource = "event source";
 constexpr const char* kLocalMemory = "local memory";
 constexpr const char* kHeapMemory = "heap memory";
-constexpr const char* kSid = "SID";
 constexpr const char* kTaskMemory = "COM task memory";
 constexpr const char* kBstr = "BSTR";
 constexpr const char* kSafeArray = "SAFEARRAY";
@@ -41,25 +40,12 @@ constexpr const char* kSafeArray = "SAFEARRAY";
 ///     CodeUnderTest();
 ///     EXPECT_TRUE(ledger.Balanced());   // at once, rather than at the end of the scope
 ///
-/// Booked, through the functions of the kinds above as far as the test executable imports them:
-/// kernel handles, directory listings, C streams, modules, registry keys, service handles, event
-/// sources, local, heap and COM task memory, SIDs, BSTRs (those in VARIANTs included), SAFEARRAYs;
-/// entering and leaving COM by thread; and the references to fake COM objects. A value that came from
-/// somewhere else may be given back without being booked. Memory that is given back is kept to the ledger's
-/// end, so that giving it back twice is seen and does no harm.
+/// Booked, as far as the test executable imports them, are the functions that the service calls for the
+/// kinds above. A value that came from somewhere else may be given back without being booked. Memory that
+/// is given back is kept to the ledger's end, so that giving it back twice is seen and does no harm.
 ///
-/// Together with fakes:
-/// - A fake that stands before the ledger (made earlier) is booked like Windows' own function.
-/// - A fake made after it, in front of it, books for itself when it makes things up. What it made
-///   up never reaches Windows, so that the closing function needs no fake:
-///
-///       ScopedImport<&::OpenSCManagerW> open{[&](auto...) {
-///           return ledger.MakeHandle<SC_HANDLE>(Kind::kServiceHandle);    // CloseServiceHandle takes it
-///       }};
-///
-///   A fake of a closing function, in front of the ledger, reports with `TookBack`.
-///
-/// What the test itself needs (a COM apartment, events, a `LogRecorder`) is made before the
+/// A fake that stands before the ledger (made earlier) is booked like Windows' own function; one made
+/// after it, in front of it, is not. What the test itself needs (events, a `LogRecorder`) is made before the
 /// ledger, so that it is not booked. Any thread may call.
 class Ledger {
   public:
@@ -74,20 +60,12 @@ class Ledger {
     [[nodiscard]] testing::AssertionResult Balanced(
         std::chrono::milliseconds patience = std::chrono::milliseconds(0)) const;
 
-    /// A handle of the test's making, given out and booked. Unlike any real one.
-    [[nodiscard]] HANDLE MakeHandle(const std::string& kind);
-    template <class Value>
-    [[nodiscard]] Value MakeHandle(const std::string& kind) {
-        return reinterpret_cast<Value>(MakeHandle(kind));
-    }
-    /// Books something that a test's fake gives out; its memory stays the test's.
-    void Gave(const std::string& kind, const void* value);
-    /// Books that a test's fake took something back.
-    void TookBack(const std::string& kind, const void* value);
+    /// Books what a fake in front of the ledger gives out past it; nothing for null. The last error stays.
+    void Gave(std::string_view kind, const void* value, std::string_view giver = "the test");
 
     /// How many of a kind are given out now, and how many were in all.
-    [[nodiscard]] int Outstanding(const std::string& kind) const;
-    [[nodiscard]] int Given(const std::string& kind) const;
+    [[nodiscard]] int Outstanding(std::string_view kind) const;
+    [[nodiscard]] int Given(std::string_view kind) const;
 
     /// Lets the ledger end without a look at it.
     void Dismiss() { m_dismissed = true; }
@@ -95,48 +73,31 @@ class Ledger {
   private:
     struct Entry {
         std::string giver;
-        int live = 0;           ///< a module may be given out several times
-        bool isMadeUp = false;  ///< by the test: Windows does not know it
+        int live = 0;
+        int given = 0;
     };
-    enum class State { kUnknown, kLive, kReturned, kLiveMadeUp, kReturnedMadeUp };
+    enum class State { kUnknown, kLive, kReturned };
+    enum class Closing;
+    using Key = std::pair<std::string_view, const void*>;
 
     template <auto Function, class Fake>
     void Hook(Fake fake);
-    template <auto Function>
-    void GivesResult(const char* kind);
     template <auto Function, std::size_t Position>
-    void GivesThrough(const char* kind);
-    template <auto Function>
-    void TakesBack(const char* kind, bool alwaysAsksWindows = false);
-    template <auto Function>
-    void TakesMemoryBack(const char* kind);
-    void HookKernelObjects();
-    void HookFilesAndModules();
-    void HookRegistryAndServices();
-    void HookMemory();
-    void HookHeap();
-    void HookCom();
-    void HookVariants();
+    void Gives(const char* kind);
+    template <auto Function, std::size_t Position = 0>
+    void TakesBack(const char* kind, Closing closing);
+    void HookAll();
 
-    void Book(const std::string& kind, const void* value, const std::string& giver, bool isMadeUp = false);
-    void MarkReturned(const std::string& kind, const void* value);
-    void ReportTwice(const std::string& kind, const void* value);
-    bool KeepIfBooked(const char* kind, const void* value, std::function<void()> free);
-    void BookComEntry(int change);
-    [[nodiscard]] State Look(const std::string& kind, const void* value) const;
+    void MarkReturned(const Key& key);
+    void KeepToTheEnd(const Key& key, std::function<void()> free);
+    void ReportTwice(const Key& key);
+    [[nodiscard]] State Look(const Key& key) const;
     [[nodiscard]] std::vector<std::string> Problems() const;
-    void FreeWhatWasKept();
-
-    using Key = std::pair<std::string, const void*>;
 
     mutable Detail::RigLock m_lock;
     std::map<Key, Entry> m_entries;
-    std::map<std::string, int> m_given;
-    std::map<DWORD, int> m_comEntries;
-    std::map<const void*, long> m_heldBefore;
     std::vector<std::string> m_problems;
     std::vector<std::function<void()>> m_kept;
-    std::size_t m_handlesMade = 0;
     bool m_dismissed = false;
     std::vector<std::shared_ptr<void>> m_hooks;
 };

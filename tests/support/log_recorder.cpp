@@ -1,8 +1,6 @@
 #include "tests/support/log_recorder.h"
 
 #include <algorithm>
-#include <iterator>
-#include <map>
 #include <ostream>
 
 #include "logging/log_data.h"
@@ -11,126 +9,47 @@
 namespace Rig {
 
 namespace Level = Orva::Shared::Level;
+namespace ListenerType = Orva::Shared::ListenerType;
+using Detail::RigLockHolder;
 using Orva::Shared::CorvaLogger;
 using Orva::Shared::CorvaLogListener;
 using Orva::Shared::LoggerHolder;
 
-namespace {
-
-std::string LevelText(int level) {
-    static const std::map<int, std::string> names{
-        {Level::kTraceIn, "TraceIn"}, {Level::kTraceOut, "TraceOut"},
-        {Level::kVerbose, "Verbose"}, {Level::kInformation, "Information"},
-        {Level::kWarning, "Warning"}, {Level::kError, "Error"},
-        {Level::kDiag, "Diag"}};
-    const auto found = names.find(level);
-    return found != names.end() ? found->second : "level " + std::to_string(level);
-}
-
-/// Keeps a logger to the end of the process, because a thread may still be writing to it.
-void Retire(std::unique_ptr<CorvaLogger> logger) {
-    static Detail::RigLock& lock = *new Detail::RigLock();
-    static auto& retired = *new std::vector<std::unique_ptr<CorvaLogger>>();
-    const Detail::RigLockHolder hold(lock);
-    retired.push_back(std::move(logger));
-}
-
-}  // namespace
-
 void PrintTo(const LogLine& line, std::ostream* out) {
-    *out << LevelText(line.level) << " " << line.function << " " << testing::PrintToString(line.message);
-}
-
-namespace Lines {
-
-LogLine TraceIn(std::string function, std::wstring message) {
-    return {Level::kTraceIn, std::move(function), std::move(message)};
-}
-LogLine TraceOut(std::string function, std::wstring message) {
-    return {Level::kTraceOut, std::move(function), std::move(message)};
-}
-LogLine Verbose(std::string function, std::wstring message) {
-    return {Level::kVerbose, std::move(function), std::move(message)};
-}
-LogLine Information(std::string function, std::wstring message) {
-    return {Level::kInformation, std::move(function), std::move(message)};
-}
-LogLine Warning(std::string function, std::wstring message) {
-    return {Level::kWarning, std::move(function), std::move(message)};
-}
-LogLine Error(std::string function, std::wstring message) {
-    return {Level::kError, std::move(function), std::move(message)};
-}
-LogLine Diag(std::string function, std::wstring message) {
-    return {Level::kDiag, std::move(function), std::move(message)};
-}
-
-}  // namespace Lines
-
-/// The recorded lines; shared by the recorder and its listener, which outlives it.
-class LogRecorder::Store {
-  public:
-    void Add(LogLine line) {
-        const Detail::RigLockHolder hold(m_lock);
-        m_lines.push_back(std::move(line));
-        m_lock.WakeAll();
+    for (const wchar_t* name = Orva::Shared::NameOfLevel(line.level); *name != L'\0'; ++name) {
+        *out << static_cast<char>(*name);
     }
-
-    void Clear() {
-        const Detail::RigLockHolder hold(m_lock);
-        m_lines.clear();
-    }
-
-    [[nodiscard]] std::vector<LogLine> Lines() const {
-        const Detail::RigLockHolder hold(m_lock);
-        return m_lines;
-    }
-
-    [[nodiscard]] bool WaitFor(const LogLine& line, std::chrono::milliseconds patience) {
-        const auto end = std::chrono::steady_clock::now() + patience;
-        const Detail::RigLockHolder hold(m_lock);
-        while (std::find(m_lines.begin(), m_lines.end(), line) == m_lines.end()) {
-            const auto left =
-                std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
-            if (left.count() <= 0) {
-                return false;
-            }
-            m_lock.Wait(static_cast<DWORD>(left.count()));
-        }
-        return true;
-    }
-
-  private:
-    mutable Detail::RigLock m_lock;
-    std::vector<LogLine> m_lines;
-};
+    *out << " " << line.function << " " << testing::PrintToString(line.message);
+}
 
 /// Takes every level of the range. With timing on it passes for the log file, since a file that
 /// takes "Diag" is what makes operations measure themselves.
 class LogRecorder::Listener final : public CorvaLogListener {
   public:
-    Listener(std::shared_ptr<Store> store, Timing timing)
-        : CorvaLogListener(PolicyLevels::kIgnore), m_store(std::move(store)), m_timing(timing) {
-        m_minLogLevel = Level::kTraceIn;
+    explicit Listener(Timing timing) : CorvaLogListener(PolicyLevels::kIgnore), m_timing(timing) {
         m_maxLogLevel = timing == Timing::kOn ? Level::kDiag : Level::kError;
     }
 
     void Log(const LogData& entry) override {
-        m_store->Add({entry.GetLevel(), std::string(entry.FunctionName()), std::wstring(entry.Message())});
+        LogLine line{entry.GetLevel(), std::string(entry.FunctionName()), std::wstring(entry.Message())};
+        const RigLockHolder hold(lock);
+        lines.push_back(std::move(line));
+        lock.WakeAll();
     }
 
     [[nodiscard]] int GetType() const override {
-        return m_timing == Timing::kOn ? Orva::Shared::ListenerType::kQueuedFile
-                                       : Orva::Shared::ListenerType::kDebug;
+        return m_timing == Timing::kOn ? ListenerType::kQueuedFile : ListenerType::kDebug;
     }
 
+    Detail::RigLock lock;
+    std::vector<LogLine> lines;
+
   private:
-    std::shared_ptr<Store> m_store;
     Timing m_timing;
 };
 
-LogRecorder::LogRecorder(Timing timing) : m_store(std::make_shared<Store>()) {
-    CorvaLogListener* const listener = std::make_unique<Listener>(m_store, timing).release();
+LogRecorder::LogRecorder(Timing timing) : m_listener(std::make_unique<Listener>(timing).release()) {
+    CorvaLogListener* const listener = m_listener;
     m_logger = std::make_unique<CorvaLogger>(&listener, 1);
     // Swapped, so that the place is never empty for a thread that is writing.
     LoggerHolder().swap(m_logger);
@@ -138,19 +57,20 @@ LogRecorder::LogRecorder(Timing timing) : m_store(std::make_shared<Store>()) {
 
 LogRecorder::~LogRecorder() {
     LoggerHolder().swap(m_logger);
-    Retire(std::move(m_logger));
+    // Left to the end of the process, because a thread may still be writing to it.
+    static_cast<void>(m_logger.release());
+}
+
+std::vector<LogLine> LogRecorder::Lines() const {
+    const RigLockHolder hold(m_listener->lock);
+    return m_listener->lines;
 }
 
 template <class Predicate>
 std::vector<LogLine> LogRecorder::LinesIf(Predicate predicate) const {
-    const std::vector<LogLine> all = m_store->Lines();
-    std::vector<LogLine> some;
-    std::copy_if(all.begin(), all.end(), std::back_inserter(some), predicate);
-    return some;
-}
-
-std::vector<LogLine> LogRecorder::Lines() const {
-    return m_store->Lines();
+    std::vector<LogLine> lines = Lines();
+    std::erase_if(lines, [&](const LogLine& line) { return !predicate(line); });
+    return lines;
 }
 
 std::vector<LogLine> LogRecorder::From(int minLevel) const {
@@ -165,21 +85,27 @@ std::vector<LogLine> LogRecorder::Of(std::string_view function) const {
     return LinesIf([=](const LogLine& line) { return line.function == function; });
 }
 
-bool LogRecorder::Contains(const LogLine& line) const {
-    return Count(line) != 0;
-}
-
 int LogRecorder::Count(const LogLine& line) const {
-    const std::vector<LogLine> all = m_store->Lines();
-    return static_cast<int>(std::count(all.begin(), all.end(), line));
+    return static_cast<int>(std::ranges::count(Lines(), line));
 }
 
 bool LogRecorder::WaitFor(const LogLine& line, std::chrono::milliseconds patience) const {
-    return m_store->WaitFor(line, patience);
+    const auto end = std::chrono::steady_clock::now() + patience;
+    const RigLockHolder hold(m_listener->lock);
+    while (std::ranges::find(m_listener->lines, line) == m_listener->lines.end()) {
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+        if (left.count() <= 0) {
+            return false;
+        }
+        m_listener->lock.Wait(static_cast<DWORD>(left.count()));
+    }
+    return true;
 }
 
 void LogRecorder::Clear() {
-    m_store->Clear();
+    const RigLockHolder hold(m_listener->lock);
+    m_listener->lines.clear();
 }
 
 }  // namespace Rig

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "logging/logger.h"
@@ -28,13 +29,19 @@ void PrintTo(const LogLine& line, std::ostream* out);
 /// Lines by their level, to compare with: `ElementsAre(TraceIn("A::B"), Error("A::B", L"text"))`.
 /// Names of their own, so that `using namespace Rig::Lines;` brings just these.
 namespace Lines {
-[[nodiscard]] LogLine TraceIn(std::string function, std::wstring message = {});
-[[nodiscard]] LogLine TraceOut(std::string function, std::wstring message = {});
-[[nodiscard]] LogLine Verbose(std::string function, std::wstring message = {});
-[[nodiscard]] LogLine Information(std::string function, std::wstring message = {});
-[[nodiscard]] LogLine Warning(std::string function, std::wstring message = {});
-[[nodiscard]] LogLine Error(std::string function, std::wstring message = {});
-[[nodiscard]] LogLine Diag(std::string function, std::wstring message = {});
+struct OfLevel {
+    int level;
+    [[nodiscard]] LogLine operator()(std::string function, std::wstring message = {}) const {
+        return {level, std::move(function), std::move(message)};
+    }
+};
+constexpr OfLevel TraceIn{Orva::Shared::Level::kTraceIn};
+constexpr OfLevel TraceOut{Orva::Shared::Level::kTraceOut};
+constexpr OfLevel Verbose{Orva::Shared::Level::kVerbose};
+constexpr OfLevel Information{Orva::Shared::Level::kInformation};
+constexpr OfLevel Warning{Orva::Shared::Level::kWarning};
+constexpr OfLevel Error{Orva::Shared::Level::kError};
+constexpr OfLevel Diag{Orva::Shared::Level::kDiag};
 }  // namespace Lines
 
 /// Matches a line whose parts are known only in part:
@@ -79,7 +86,7 @@ class LogRecorder {
     /// Only the lines of one operation.
     [[nodiscard]] std::vector<LogLine> Of(std::string_view function) const;
 
-    [[nodiscard]] bool Contains(const LogLine& line) const;
+    [[nodiscard]] bool Contains(const LogLine& line) const { return Count(line) != 0; }
     [[nodiscard]] int Count(const LogLine& line) const;
 
     /// Waits in real time until a line has been written. False when it was not in time.
@@ -90,13 +97,12 @@ class LogRecorder {
     void Clear();
 
   private:
-    class Store;
     class Listener;
 
     template <class Predicate>
     [[nodiscard]] std::vector<LogLine> LinesIf(Predicate predicate) const;
 
-    std::shared_ptr<Store> m_store;
+    Listener* m_listener;  ///< lives to the end of the process
     /// What stands in the log's place: the process's own while the recorder is in force.
     std::unique_ptr<Orva::Shared::CorvaLogger> m_logger;
 };

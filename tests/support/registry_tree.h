@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <initializer_list>
 #include <iosfwd>
-#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,7 +20,7 @@ struct RegistryValue {
     friend bool operator==(const RegistryValue&, const RegistryValue&) = default;
 };
 
-/// Prints as `REG_SZ 14 bytes: 54 00 72 00 ...  "Tr"`.
+/// Prints as `type 1, 4 bytes: 54 00 00 00  L"T\0"`.
 void PrintTo(const RegistryValue& value, std::ostream* out);
 
 /// A REG_SZ with its terminator, as Windows stores it.
@@ -31,36 +30,15 @@ void PrintTo(const RegistryValue& value, std::ostream* out);
 /// Any type and any bytes: `RegistryBytes(REG_SZ, {0x41})` is a text without its terminator.
 [[nodiscard]] RegistryValue RegistryBytes(DWORD type, std::initializer_list<int> bytes);
 
-/// The registry itself, in the prefix or on the machine where the tests run. `path` is below
-/// `root`; an empty value name is the key's default value. None of this goes through a test's
-/// fakes. What cannot be done throws `std::runtime_error`.
-///
-///     WriteRegistryValue(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Orva", L"Level", RegistryNumber(3));
-///     EXPECT_EQ(ReadRegistryValue(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Orva", L"Level"),
-///               RegistryNumber(3));
-void CreateRegistryKey(HKEY root, const std::wstring& path);
-/// Makes the key where it is missing.
-void WriteRegistryValue(HKEY root, const std::wstring& path, const std::wstring& name,
-                        const RegistryValue& value);
-/// Empty when there is no such value.
-[[nodiscard]] std::optional<RegistryValue> ReadRegistryValue(HKEY root, const std::wstring& path,
-                                                             const std::wstring& name);
-/// Does nothing when there is no such value.
-void DeleteRegistryValue(HKEY root, const std::wstring& path, const std::wstring& name);
-[[nodiscard]] bool RegistryKeyExists(HKEY root, const std::wstring& path);
-/// Names of the subkeys, sorted; none when the key is missing.
-[[nodiscard]] std::vector<std::wstring> RegistrySubkeys(HKEY root, const std::wstring& path);
-/// The key's own values by name; none when the key is missing.
-[[nodiscard]] std::map<std::wstring, RegistryValue> RegistryValues(HKEY root, const std::wstring& path);
-/// Deletes a key and all below it. Does nothing when it is missing.
-void DeleteRegistryTree(HKEY root, const std::wstring& path);
-
-/// A part of the registry that is the test's for a scope. It begins without the key. At the end
-/// the key is deleted with all below it, and what had been there before comes back. Keys above it
-/// that had to be made for it stay.
+/// A part of the registry itself, in the prefix or on the machine where the tests run, that is the test's
+/// for a scope. It begins without the key. At the end the key is deleted with all below it, and what had
+/// been there before comes back. Keys above it that had to be made for it stay.
 ///
 ///     ScopedRegistryTree policies{HKEY_LOCAL_MACHINE, L"Software\\Policies\\Orva"};
 ///     policies.Write(L"Some Product", L"MinLogLevel", RegistryText(L"Error"));
+///
+/// None of this goes through a test's fakes. What cannot be done throws `std::runtime_error`. A `subkey` is
+/// below the tree's key, empty for the key itself; an empty value name is a key's default value.
 class ScopedRegistryTree {
   public:
     ScopedRegistryTree(HKEY root, std::wstring path);
@@ -68,26 +46,24 @@ class ScopedRegistryTree {
     ScopedRegistryTree& operator=(const ScopedRegistryTree&) = delete;
     ~ScopedRegistryTree();
 
-    /// The operations above, below this tree's key; an empty `subkey` is the key itself.
+    [[nodiscard]] std::wstring Path(const std::wstring& subkey = {}) const;
+    [[nodiscard]] bool Exists(const std::wstring& subkey = {}) const;
     void Create(const std::wstring& subkey = {}) const;
+    /// Deletes a key and all below it. Does nothing when it is missing.
+    void Delete(const std::wstring& subkey = {}) const;
+
+    /// Makes the key where it is missing.
     void Write(const std::wstring& subkey, const std::wstring& name, const RegistryValue& value) const;
+    /// Empty when there is no such value.
     [[nodiscard]] std::optional<RegistryValue> Read(const std::wstring& subkey,
                                                     const std::wstring& name) const;
-    [[nodiscard]] bool Exists(const std::wstring& subkey = {}) const;
-    void Delete(const std::wstring& subkey = {}) const;
-    [[nodiscard]] std::wstring Path(const std::wstring& subkey = {}) const;
+    /// Does nothing when there is no such value.
+    void DeleteValue(const std::wstring& subkey, const std::wstring& name) const;
 
   private:
-    struct Saved {
-        std::map<std::wstring, RegistryValue> values;
-        std::map<std::wstring, Saved> subkeys;
-    };
-    [[nodiscard]] static Saved Save(HKEY root, const std::wstring& path);
-    static void PutBack(HKEY root, const std::wstring& path, const Saved& saved);
-
-    HKEY m_root;
-    std::wstring m_path;
-    std::optional<Saved> m_before;
+    const HKEY m_root;
+    const std::wstring m_path;
+    std::wstring m_before;  ///< below the user's root, what was there; empty when nothing was
 };
 
 }  // namespace Rig

@@ -7,8 +7,10 @@
 
 #include <exception>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 
+#include "tests/support/com_support.h"
 #include "tests/support/scoped_import.h"
 
 namespace Rig {
@@ -22,45 +24,18 @@ struct Run {
     std::exception_ptr thrown;
 };
 
-/// The visits to COM that the apartment calls for. They go through the import table, so that a
-/// test that counts them counts these too.
-class ComVisits {
-  public:
-    explicit ComVisits(Apartment apartment) : m_apartment(apartment) {
-        const DWORD model =
-            apartment == Apartment::kSingleThreaded ? COINIT_APARTMENTTHREADED : COINIT_MULTITHREADED;
-        for (int i = 0; i < Entries(); ++i) {
-            EXPECT_GE(CoInitializeEx(nullptr, model), 0) << "the thread cannot enter COM";
-        }
-    }
-    ComVisits(const ComVisits&) = delete;
-    ComVisits& operator=(const ComVisits&) = delete;
-    ~ComVisits() {
-        if (m_apartment != Apartment::kNone) {
-            CoUninitialize();
-        }
-    }
-
-  private:
-    [[nodiscard]] int Entries() const {
-        switch (m_apartment) {
-            case Apartment::kNone:
-                return 0;
-            case Apartment::kMultithreadedTwice:
-                return 2;
-            default:
-                return 1;
-        }
-    }
-
-    Apartment m_apartment;
-};
-
 DWORD WINAPI RunIt(void* argument) {
     const std::unique_ptr<std::shared_ptr<Run>> owned(static_cast<std::shared_ptr<Run>*>(argument));
     Run& run = **owned;
     try {
-        const ComVisits visits(run.apartment);
+        std::optional<ComApartment> entered;
+        if (run.apartment != Apartment::kNone) {
+            const bool isSingleThreaded = run.apartment == Apartment::kSingleThreaded;
+            entered.emplace(isSingleThreaded ? COINIT_APARTMENTTHREADED : COINIT_MULTITHREADED);
+        }
+        if (run.apartment == Apartment::kMultithreadedTwice) {
+            EXPECT_GE(CoInitializeEx(nullptr, COINIT_MULTITHREADED), 0);
+        }
         run.what();
     } catch (...) {
         run.thrown = std::current_exception();

@@ -6,49 +6,46 @@
 #include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <stdexcept>
+
+#include "tests/support/com_support.h"
 
 namespace Rig {
 namespace {
 
-APTTYPE ApartmentType() {
+/// The apartment of this thread; nothing when it is in none.
+std::optional<APTTYPE> ApartmentType() {
     APTTYPE type = APTTYPE_NA;
     APTTYPEQUALIFIER qualifier = APTTYPEQUALIFIER_NONE;
-    return CoGetApartmentType(&type, &qualifier) == S_OK ? type : APTTYPE_CURRENT;
+    return CoGetApartmentType(&type, &qualifier) == S_OK ? std::optional(type) : std::nullopt;
 }
 
 TEST(RunOnThread, RunsOnAnotherThreadInTheApartmentAskedFor) {
     DWORD thread = 0;
-    APTTYPE type = APTTYPE_CURRENT;
     RunOnThread([&] {
         thread = GetCurrentThreadId();
-        type = ApartmentType();
+        EXPECT_EQ(ApartmentType(), APTTYPE_MTA);
     });
+    EXPECT_NE(thread, 0U);
     EXPECT_NE(thread, GetCurrentThreadId());
-    EXPECT_EQ(type, APTTYPE_MTA);
-}
-
-TEST(RunOnThread, EntersASingleThreadedApartment) {
-    HRESULT result = S_OK;
-    RunOnThread([&] { result = CoInitializeEx(nullptr, COINIT_MULTITHREADED); }, Apartment::kSingleThreaded);
-    EXPECT_EQ(result, RPC_E_CHANGED_MODE);
-}
-
-TEST(RunOnThread, LeavesComToTheCodeWhenAskedTo) {
-    APTTYPE type = APTTYPE_MTA;
-    RunOnThread([&] { type = ApartmentType(); }, Apartment::kNone);
-    EXPECT_EQ(type, APTTYPE_CURRENT);
+    RunOnThread([] { EXPECT_EQ(CoInitializeEx(nullptr, COINIT_MULTITHREADED), RPC_E_CHANGED_MODE); },
+                Apartment::kSingleThreaded);
+    RunOnThread([] { EXPECT_EQ(ApartmentType(), std::nullopt); }, Apartment::kNone);
 }
 
 TEST(RunOnThread, CodeMayLeaveComOnceMoreThanItEntered) {
-    APTTYPE type = APTTYPE_CURRENT;
     RunOnThread(
-        [&] {
+        [] {
             CoUninitialize();
-            type = ApartmentType();
+            EXPECT_EQ(ApartmentType(), APTTYPE_MTA);
         },
         Apartment::kMultithreadedTwice);
-    EXPECT_EQ(type, APTTYPE_MTA);
+}
+
+TEST(RunOnThread, ApartmentThatCannotBeEnteredFailsTheTest) {
+    const ComApartment com;
+    EXPECT_NONFATAL_FAILURE(const ComApartment other(COINIT_APARTMENTTHREADED), "cannot enter this COM");
 }
 
 TEST(RunOnThread, ExceptionComesBackToTheTest) {

@@ -3,73 +3,54 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstring>
+
+/// Where the executable lies: the linker's own name.
+extern "C" IMAGE_DOS_HEADER __ImageBase;
 
 namespace Rig {
 
 namespace {
 
-/// What the rig itself calls, past the import table. Collected before the first fake is put in.
-struct Kernel {
-    decltype(&::AcquireSRWLockExclusive) acquire;
-    decltype(&::ReleaseSRWLockExclusive) release;
-    decltype(&::SleepConditionVariableSRW) sleepCondition;
-    decltype(&::WakeAllConditionVariable) wakeAll;
-    decltype(&::GetLastError) getLastError;
-    decltype(&::SetLastError) setLastError;
-    decltype(&::GetCurrentThreadId) getCurrentThreadId;
-};
-
-template <class Function>
-void Find(HMODULE module, const char* name, Function& function) {
-    function = reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(module, name)));
+/// A function of Windows that the rig itself calls, past the import table.
+template <auto Function>
+decltype(Function) Find() {
+    const std::string name(Detail::NameOf<Function>());
+    return reinterpret_cast<decltype(Function)>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), name.c_str())));
 }
 
-Kernel FindKernel() {
-    const HMODULE module = GetModuleHandleW(L"kernel32.dll");
-    Kernel kernel{};
-    Find(module, "AcquireSRWLockExclusive", kernel.acquire);
-    Find(module, "ReleaseSRWLockExclusive", kernel.release);
-    Find(module, "SleepConditionVariableSRW", kernel.sleepCondition);
-    Find(module, "WakeAllConditionVariable", kernel.wakeAll);
-    Find(module, "GetLastError", kernel.getLastError);
-    Find(module, "SetLastError", kernel.setLastError);
-    Find(module, "GetCurrentThreadId", kernel.getCurrentThreadId);
-    return kernel;
+// Looked up before the first fake is put in.
+const auto kEnter = Find<&::AcquireSRWLockExclusive>();
+const auto kLeave = Find<&::ReleaseSRWLockExclusive>();
+const auto kWait = Find<&::SleepConditionVariableSRW>();
+const auto kWakeAll = Find<&::WakeAllConditionVariable>();
+const auto kGetLastError = Find<&::GetLastError>();
+const auto kSetLastError = Find<&::SetLastError>();
+
+/// What stands at an address that is relative to the executable's image.
+template <class T>
+T* At(std::size_t relativeAddress) {
+    return reinterpret_cast<T*>(reinterpret_cast<std::byte*>(&__ImageBase) + relativeAddress);
 }
 
-const Kernel& TheKernel() {
-    static const Kernel kernel = FindKernel();
-    return kernel;
+/// The imports by library, ended by an empty one; null when there are none.
+const IMAGE_IMPORT_DESCRIPTOR* Libraries() {
+    const auto* const headers = At<IMAGE_NT_HEADERS>(static_cast<std::size_t>(__ImageBase.e_lfanew));
+    const IMAGE_DATA_DIRECTORY& imports = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
+    return imports.Size == 0 ? nullptr : At<IMAGE_IMPORT_DESCRIPTOR>(imports.VirtualAddress);
 }
 
-/// Read access to the image of the executable by relative addresses.
-class Image {
-  public:
-    Image() : m_base(reinterpret_cast<std::byte*>(GetModuleHandleW(nullptr))) {}
-
-    template <class T>
-    [[nodiscard]] T* At(std::size_t relativeAddress) const {
-        return reinterpret_cast<T*>(m_base + relativeAddress);
+/// Whether a library's entry imports the function: by its name, or by its ordinal (Microsoft's import library
+/// of oleaut32 names no functions).
+bool Imports(const IMAGE_IMPORT_DESCRIPTOR& library, const IMAGE_THUNK_DATA& entry,
+             const std::string& function) {
+    if (!IMAGE_SNAP_BY_ORDINAL(entry.u1.Ordinal)) {
+        return function == At<const IMAGE_IMPORT_BY_NAME>(entry.u1.AddressOfData)->Name;
     }
-
-    [[nodiscard]] const IMAGE_IMPORT_DESCRIPTOR* Imports() const {
-        const auto* const dos = At<IMAGE_DOS_HEADER>(0);
-        const auto* const headers = At<IMAGE_NT_HEADERS>(static_cast<std::size_t>(dos->e_lfanew));
-        const IMAGE_DATA_DIRECTORY& directory =
-            headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
-        return directory.Size == 0 ? nullptr : At<IMAGE_IMPORT_DESCRIPTOR>(directory.VirtualAddress);
-    }
-
-  private:
-    std::byte* m_base;
-};
-
-/// Whether a library exports the function under that ordinal. Microsoft's import library of oleaut32 names
-/// no functions.
-bool HasOrdinal(HMODULE module, ULONGLONG ordinal, std::string_view function) {
-    const FARPROC byName = GetProcAddress(module, std::string(function).c_str());
-    return byName != nullptr && byName == GetProcAddress(module, MAKEINTRESOURCEA(ordinal));
+    const HMODULE module = GetModuleHandleA(At<const char>(library.Name));
+    const FARPROC byName = GetProcAddress(module, function.c_str());
+    return byName != nullptr &&
+           byName == GetProcAddress(module, MAKEINTRESOURCEA(IMAGE_ORDINAL(entry.u1.Ordinal)));
 }
 
 }  // namespace
@@ -80,92 +61,62 @@ NotImported::NotImported(std::string_view function)
 
 namespace Detail {
 
-ImportSlots::ImportSlots(std::string_view function) : m_slots(Find(function)) {
-    if (m_slots.empty()) {
+Import::Import(std::string_view function) : m_places(Find(function)) {
+    if (m_places.empty()) {
         throw NotImported(function);
     }
-    TheKernel();
-}
-
-bool ImportSlots::Exist(std::string_view function) {
-    return !Find(function).empty();
-}
-
-std::vector<ImportSlots::Slot> ImportSlots::Find(std::string_view function) {
-    std::vector<Slot> slots;
-    const Image image;
-    const IMAGE_IMPORT_DESCRIPTOR* library = image.Imports();
-    // The names stand in a table of their own; one without it has lost them to binding.
-    for (; library != nullptr && library->FirstThunk != 0; ++library) {
-        if (library->OriginalFirstThunk == 0) {
-            continue;
+    m_real = *m_places.front();
+    for (void** const place : m_places) {
+        DWORD protection = 0;
+        if (VirtualProtect(place, sizeof(*place), PAGE_READWRITE, &protection) == FALSE) {
+            throw std::runtime_error("The executable's import table cannot be written");
         }
-        const auto* name = image.At<const IMAGE_THUNK_DATA>(library->OriginalFirstThunk);
-        auto** place = image.At<void*>(library->FirstThunk);
-        const HMODULE module = GetModuleHandleA(image.At<const char>(library->Name));
-        for (; name->u1.AddressOfData != 0; ++name, ++place) {
-            const bool isFound =
-                IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal)
-                    ? HasOrdinal(module, IMAGE_ORDINAL(name->u1.Ordinal), function)
-                    : function == reinterpret_cast<const char*>(
-                                      image.At<const IMAGE_IMPORT_BY_NAME>(name->u1.AddressOfData)->Name);
-            if (isFound) {
-                slots.push_back({place, *place});
+    }
+}
+
+std::vector<void**> Import::Find(std::string_view function) {
+    const std::string name(function);
+    std::vector<void**> places;
+    // The names stand in a table of their own; one without it has lost them to binding.
+    const IMAGE_IMPORT_DESCRIPTOR* library = Libraries();
+    for (; library != nullptr && library->FirstThunk != 0; ++library) {
+        const auto* entry = At<const IMAGE_THUNK_DATA>(library->OriginalFirstThunk);
+        auto** place = At<void*>(library->FirstThunk);
+        for (; library->OriginalFirstThunk != 0 && entry->u1.AddressOfData != 0; ++entry, ++place) {
+            if (Imports(*library, *entry, name)) {
+                places.push_back(place);
             }
         }
     }
-    return slots;
+    return places;
 }
 
-void ImportSlots::Put(void* function) const {
-    for (const Slot& slot : m_slots) {
-        Write(slot.place, function);
+void Import::Put(void* function) const {
+    for (void** const place : m_places) {
+        InterlockedExchangePointer(place, function);
     }
 }
 
-void ImportSlots::Restore() const {
-    for (const Slot& slot : m_slots) {
-        Write(slot.place, slot.real);
-    }
+void RigLock::Enter() noexcept {
+    kEnter(&m_lock);
 }
 
-void ImportSlots::Write(void** place, void* value) {
-    // Two functions may share a page, whose protection is changed for a moment.
-    static RigLock& lock = *new RigLock();
-    const RigLockHolder hold(lock);
-    const LastErrorKeeper keep;
-    DWORD protection = 0;
-    if (VirtualProtect(place, sizeof(*place), PAGE_READWRITE, &protection) == FALSE) {
-        throw std::runtime_error("The executable's import table cannot be written");
-    }
-    InterlockedExchangePointer(place, value);
-    VirtualProtect(place, sizeof(*place), protection, &protection);
+void RigLock::Leave() noexcept {
+    kLeave(&m_lock);
 }
 
-void RigLock::lock() noexcept {
-    TheKernel().acquire(&m_lock);
-}
-
-void RigLock::unlock() noexcept {
-    TheKernel().release(&m_lock);
-}
-
-bool RigLock::Wait(DWORD milliseconds) noexcept {
-    return TheKernel().sleepCondition(&m_changed, &m_lock, milliseconds, 0) != FALSE;
+void RigLock::Wait(DWORD milliseconds) noexcept {
+    kWait(&m_changed, &m_lock, milliseconds, 0);
 }
 
 void RigLock::WakeAll() noexcept {
-    TheKernel().wakeAll(&m_changed);
+    kWakeAll(&m_changed);
 }
 
-LastErrorKeeper::LastErrorKeeper() noexcept : m_error(TheKernel().getLastError()) {}
+LastErrorKeeper::LastErrorKeeper() noexcept : m_error(kGetLastError()) {}
 
 LastErrorKeeper::~LastErrorKeeper() {
-    TheKernel().setLastError(m_error);
-}
-
-DWORD ThisThread() noexcept {
-    return TheKernel().getCurrentThreadId();
+    kSetLastError(m_error);
 }
 
 void ReportStuckCall(std::string_view function) {
@@ -174,18 +125,17 @@ void ReportStuckCall(std::string_view function) {
 
 }  // namespace Detail
 
-ScopedProcAddress::ScopedProcAddress(std::string name, FARPROC address) : m_name(std::move(name)) {
-    m_lookups = std::make_unique<ScopedImport<&::GetProcAddress>>(
-        [this](HMODULE, LPCSTR wanted) {
-            // A small number in place of the name asks by ordinal.
-            return reinterpret_cast<std::uintptr_t>(wanted) > 0xffff && m_name == wanted;
-        },
-        [address](HMODULE, LPCSTR) {
-            if (address == nullptr) {
-                Real<&::SetLastError>(ERROR_PROC_NOT_FOUND);
-            }
-            return address;
-        });
-}
+ScopedProcAddress::ScopedProcAddress(std::string_view name, FARPROC address)
+    : ScopedImport(
+          [name = std::string(name)](HMODULE, LPCSTR wanted) {
+              // A small number in place of the name asks by ordinal.
+              return reinterpret_cast<std::uintptr_t>(wanted) > 0xffff && name == wanted;
+          },
+          [address](HMODULE, LPCSTR) {
+              if (address == nullptr) {
+                  Real<&::SetLastError>(ERROR_PROC_NOT_FOUND);
+              }
+              return address;
+          }) {}
 
 }  // namespace Rig

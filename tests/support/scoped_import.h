@@ -3,9 +3,9 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -66,29 +66,24 @@ constexpr std::string_view NameOf() {
 }
 
 /// The places in the executable's import table that hold one function.
-class ImportSlots {
+class Import {
   public:
     /// Finds them. Throws `NotImported` when there is none.
-    explicit ImportSlots(std::string_view function);
+    explicit Import(std::string_view function);
 
     /// Whether the executable imports the function at all.
-    [[nodiscard]] static bool Exist(std::string_view function);
+    [[nodiscard]] static bool Exists(std::string_view function) { return !Find(function).empty(); }
 
     /// What the loader put there.
-    [[nodiscard]] void* Real() const { return m_slots.front().real; }
+    [[nodiscard]] void* Real() const { return m_real; }
 
     void Put(void* function) const;
-    void Restore() const;
 
   private:
-    struct Slot {
-        void** place;
-        void* real;
-    };
-    [[nodiscard]] static std::vector<Slot> Find(std::string_view function);
-    static void Write(void** place, void* value);
+    [[nodiscard]] static std::vector<void**> Find(std::string_view function);
 
-    std::vector<Slot> m_slots;
+    std::vector<void**> m_places;
+    void* m_real;
 };
 
 /// A lock for the rig's own use. It waits past the import table, so that it works whatever a test
@@ -99,11 +94,10 @@ class RigLock {
     RigLock(const RigLock&) = delete;
     RigLock& operator=(const RigLock&) = delete;
 
-    void lock() noexcept;    // NOLINT(readability-identifier-naming): BasicLockable
-    void unlock() noexcept;  // NOLINT(readability-identifier-naming): BasicLockable
+    void Enter() noexcept;
+    void Leave() noexcept;
     /// Leaves the lock, waits to be woken (or for `milliseconds` real ones), enters it again.
-    /// Returns false when the time ran out.
-    bool Wait(DWORD milliseconds) noexcept;
+    void Wait(DWORD milliseconds) noexcept;
     void WakeAll() noexcept;
 
   private:
@@ -114,10 +108,10 @@ class RigLock {
 /// Holds a `RigLock` for a scope.
 class RigLockHolder {
   public:
-    explicit RigLockHolder(RigLock& lock) noexcept : m_lock(lock) { m_lock.lock(); }
+    explicit RigLockHolder(RigLock& lock) noexcept : m_lock(lock) { m_lock.Enter(); }
     RigLockHolder(const RigLockHolder&) = delete;
     RigLockHolder& operator=(const RigLockHolder&) = delete;
-    ~RigLockHolder() { m_lock.unlock(); }
+    ~RigLockHolder() { m_lock.Leave(); }
 
   private:
     RigLock& m_lock;
@@ -135,118 +129,71 @@ class LastErrorKeeper {
     DWORD m_error;
 };
 
-/// The calling thread, read past the import table.
-[[nodiscard]] DWORD ThisThread() noexcept;
-
 /// Reports a fake that some thread does not come out of.
 void ReportStuckCall(std::string_view function);
 
 /// The fakes of one function that are in force, innermost first, and the calls inside them.
 /// Calls come from any thread.
-template <class R, class... Args>
-class FakeChain {
-  public:
-    using Signature = R(Args...);
-    using Function = R(WINAPI*)(Args...);
+template <auto Function>
+class FakeChain;
 
-    struct Call {
-        DWORD thread;
-        Call* next;
-    };
+template <class R, class... Args, R(WINAPI* Target)(Args...)>
+class FakeChain<Target> {
+  public:
     struct Link {
         std::function<bool(Args...)> applies;  ///< empty: to every call
-        std::function<Signature> fake;
+        std::function<R(Args...)> fake;
         std::shared_ptr<Link> outer;
-        Call* calls = nullptr;
+        int callsInside = 0;
         bool removed = false;
         std::atomic<int> callCount = 0;
     };
 
-    virtual ~FakeChain() = default;
-    FakeChain(const FakeChain&) = delete;
-    FakeChain& operator=(const FakeChain&) = delete;
+    /// The one chain of this function; kept to the end of the process, because a thread may have
+    /// fetched the trampoline's address just before a fake went. Throws `NotImported`.
+    static FakeChain& Instance() {
+        static FakeChain& chain = *new FakeChain();
+        return chain;
+    }
 
-    [[nodiscard]] Function Real() const { return m_real != nullptr ? m_real : throw NotImported(m_name); }
+    /// What stands in the import table while there is a fake. Without one it leads to Windows.
+    static R WINAPI Trampoline(Args... args) { return Instance().CallFrom(nullptr, args...); }
+
+    R CallReal(Args... args) const { return reinterpret_cast<decltype(Target)>(m_import.Real())(args...); }
 
     void Add(const std::shared_ptr<Link>& link) {
         const RigLockHolder hold(m_lock);
         link->outer = m_innermost;
         m_innermost = link;
-        if (link->outer == nullptr) {
-            Install();
-        }
+        m_import.Put(reinterpret_cast<void*>(&Trampoline));
     }
 
-    /// Takes a link out and waits until other threads have left it. A call of this very thread
-    /// may still be inside: it goes on and finds everything as it was until it returns.
+    /// Takes a link out and waits until all calls have left it.
     void Remove(const std::shared_ptr<Link>& link) {
-        if (!TakeOut(link)) {
-            ReportStuckCall(m_name);
+        const RigLockHolder hold(m_lock);
+        std::shared_ptr<Link>* place = &m_innermost;
+        while (*place != link) {
+            place = &(*place)->outer;
+        }
+        // Not moved from: a call that is still inside finds its way outward through the link.
+        const std::shared_ptr<Link> outer = link->outer;
+        *place = outer;
+        link->removed = true;
+        if (m_innermost == nullptr) {
+            m_import.Put(m_import.Real());
+        }
+        constexpr int kPatienceSeconds = 20;
+        for (int seconds = 0; link->callsInside != 0; ++seconds) {
+            if (seconds == kPatienceSeconds) {
+                ReportStuckCall(NameOf<Target>());
+                return;
+            }
+            m_lock.Wait(1000);
         }
     }
 
-    /// A call from outside: goes to the innermost fake that applies, else to the real function.
-    R Dispatch(Args... args) { return CallFrom(nullptr, args...); }
-
-    /// A call out of `link`: goes to the next fake outward that applies, else to the real one.
-    R DispatchOutward(const std::shared_ptr<Link>& link, Args... args) { return CallFrom(link, args...); }
-
-  protected:
-    FakeChain(std::string_view name, Function real) : m_name(name), m_real(real) {}
-
-    /// Called with the lock held when the first fake comes and after the last one went.
-    virtual void Install() = 0;
-    virtual void Uninstall() = 0;
-
-    [[nodiscard]] const std::string& Name() const { return m_name; }
-
-  private:
-    static constexpr int kPatienceSeconds = 20;
-    static constexpr DWORD kOneSecond = 1000;
-
-    /// A call inside a link, for as long as the scope lasts.
-    class Visit {
-      public:
-        Visit(FakeChain& chain, const std::shared_ptr<Link>& from) : m_chain(chain) {
-            const LastErrorKeeper keep;
-            const RigLockHolder hold(m_chain.m_lock);
-            m_link = from == nullptr ? m_chain.m_innermost : from->outer;
-            while (m_link != nullptr && m_link->removed) {
-                m_link = m_link->outer;
-            }
-            if (m_link != nullptr) {
-                m_call = {ThisThread(), m_link->calls};
-                m_link->calls = &m_call;
-            }
-        }
-        Visit(const Visit&) = delete;
-        Visit& operator=(const Visit&) = delete;
-        ~Visit() {
-            const LastErrorKeeper keep;
-            if (m_link != nullptr) {
-                Leave();
-            }
-            m_link = nullptr;
-        }
-
-        [[nodiscard]] const std::shared_ptr<Link>& Where() const { return m_link; }
-
-      private:
-        void Leave() {
-            const RigLockHolder hold(m_chain.m_lock);
-            Call** place = &m_link->calls;
-            while (*place != &m_call) {
-                place = &(*place)->next;
-            }
-            *place = m_call.next;
-            m_chain.m_lock.WakeAll();
-        }
-
-        FakeChain& m_chain;
-        std::shared_ptr<Link> m_link;
-        Call m_call{};
-    };
-
+    /// A call out of `from`: goes to the next fake outward that applies, else to the real function. A
+    /// call from outside has null, and goes to the innermost.
     R CallFrom(std::shared_ptr<Link> from, Args... args) {
         for (;;) {
             const Visit visit(*this, from);
@@ -261,111 +208,73 @@ class FakeChain {
             from = link;
         }
         // No fake is visited any more: this call may block for as long as it likes.
-        return Real()(args...);
+        return CallReal(args...);
     }
 
-    /// False when a call of another thread stayed inside for too long.
-    [[nodiscard]] bool TakeOut(const std::shared_ptr<Link>& link) {
-        const RigLockHolder hold(m_lock);
-        std::shared_ptr<Link>* place = &m_innermost;
-        while (*place != link) {
-            place = &(*place)->outer;
-        }
-        // Not moved from: a call that is still inside finds its way outward through the link.
-        const std::shared_ptr<Link> outer = link->outer;
-        *place = outer;
-        link->removed = true;
-        if (m_innermost == nullptr) {
-            Uninstall();
-        }
-        for (int seconds = 0; HasCallsOfOthers(*link); ++seconds) {
-            if (seconds == kPatienceSeconds) {
-                return false;
+  private:
+    FakeChain() : m_import(NameOf<Target>()) {}
+
+    /// A call inside the next link outward, for as long as the scope lasts.
+    class Visit {
+      public:
+        Visit(FakeChain& chain, const std::shared_ptr<Link>& from) : m_chain(chain) {
+            const LastErrorKeeper keep;
+            const RigLockHolder hold(m_chain.m_lock);
+            m_link = from == nullptr ? m_chain.m_innermost : from->outer;
+            while (m_link != nullptr && m_link->removed) {
+                m_link = m_link->outer;
             }
-            m_lock.Wait(kOneSecond);
-        }
-        return true;
-    }
-
-    [[nodiscard]] bool HasCallsOfOthers(const Link& link) const {
-        for (const Call* call = link.calls; call != nullptr; call = call->next) {
-            if (call->thread != ThisThread()) {
-                return true;
+            if (m_link != nullptr) {
+                ++m_link->callsInside;
             }
         }
-        return false;
-    }
+        Visit(const Visit&) = delete;
+        Visit& operator=(const Visit&) = delete;
+        ~Visit() {
+            const LastErrorKeeper keep;
+            if (m_link != nullptr) {
+                const RigLockHolder hold(m_chain.m_lock);
+                --m_link->callsInside;
+                m_chain.m_lock.WakeAll();
+            }
+            m_link = nullptr;
+        }
 
-    std::string m_name;
-    Function m_real;
+        [[nodiscard]] const std::shared_ptr<Link>& Where() const { return m_link; }
+
+      private:
+        FakeChain& m_chain;
+        std::shared_ptr<Link> m_link;
+    };
+
+    const Import m_import;
     RigLock m_lock;
     std::shared_ptr<Link> m_innermost;
 };
 
-/// One fake in a chain, for a scope.
-template <class Chain>
-class ScopedLink;
-
-template <class R, class... Args>
-class ScopedLink<FakeChain<R, Args...>> {
-  public:
-    using Chain = FakeChain<R, Args...>;
-
-    ScopedLink(const ScopedLink&) = delete;
-    ScopedLink& operator=(const ScopedLink&) = delete;
-
-    /// Calls what the fake stands in front of: the next fake outward, or the real function.
-    R Original(Args... args) const { return m_chain.DispatchOutward(m_link, args...); }
-
-    /// How many calls the fake has taken so far.
-    [[nodiscard]] int Calls() const { return m_link->callCount; }
-
-  protected:
-    ScopedLink(Chain& chain, std::function<bool(Args...)> applies, std::function<R(Args...)> fake)
-        : m_chain(chain), m_link(std::make_shared<typename Chain::Link>()) {
-        m_link->applies = std::move(applies);
-        m_link->fake = std::move(fake);
-        m_chain.Add(m_link);
-    }
-    ~ScopedLink() { m_chain.Remove(m_link); }
-
-  private:
-    Chain& m_chain;
-    std::shared_ptr<typename Chain::Link> m_link;
-};
+/// Makes the linker import the function.
+template <auto Function>
+void Mention() {
+    [[maybe_unused]] static auto* volatile mention = Function;
+}
 
 template <auto Function>
-class ImportChain;
+struct RealCaller;
 
 template <class R, class... Args, R(WINAPI* Target)(Args...)>
-class ImportChain<Target> final : public FakeChain<R, Args...> {
-  public:
-    using Base = FakeChain<R, Args...>;
-
-    /// The one chain of this function; kept to the end of the process, because a thread may have
-    /// fetched the trampoline's address just before a fake went. Throws `NotImported`.
-    static ImportChain& Instance() {
-        static ImportChain& chain = *new ImportChain(ImportSlots(NameOf<Target>()));
-        return chain;
+struct RealCaller<Target> {
+    R operator()(Args... args) const {
+        Mention<Target>();
+        return FakeChain<Target>::Instance().CallReal(args...);
     }
-
-  private:
-    explicit ImportChain(ImportSlots slots)
-        : Base(NameOf<Target>(), reinterpret_cast<typename Base::Function>(slots.Real())),
-          m_slots(std::move(slots)) {}
-
-    static R WINAPI Trampoline(Args... args) { return Instance().Dispatch(args...); }
-
-    void Install() override { m_slots.Put(reinterpret_cast<void*>(&Trampoline)); }
-    void Uninstall() override { m_slots.Restore(); }
-
-    ImportSlots m_slots;
 };
 
 }  // namespace Detail
 
+/// Calls the function of Windows, whatever fakes are in force: `Real<&::Sleep>(10)`. For the rig
+/// itself and for tests that must really wait.
 template <auto Function>
-class ScopedImport;
+constexpr Detail::RealCaller<Function> Real{};
 
 /// Marks a fake that wants the `ScopedImport` as its first argument.
 struct WrappingTag {};
@@ -385,8 +294,7 @@ constexpr WrappingTag kWrapping{};
 ///   function by its name from inside its own fake comes back to the fake.
 /// - Fakes of one function nest: the innermost takes the call. They may end in any order.
 /// - The end of the scope restores what was there, also when the test throws, and waits for the
-///   calls of other threads that are inside the fake. A call of the same thread does not count,
-///   so a fake may end itself (through a `std::optional`, say).
+///   calls that are inside the fake. So no fake may end itself.
 /// - An exception thrown by the fake goes to the caller; the last error that it sets is kept.
 /// - Put the fake in before the code under test is entered: in the code that ships the compiler
 ///   may fetch an import's address once in a function and keep it over the function's loops.
@@ -400,29 +308,47 @@ constexpr WrappingTag kWrapping{};
 ///     ScopedImport<&::WaitForSingleObject> fake{
 ///         [&](HANDLE handle, DWORD) { return handle == mine; },
 ///         [&](HANDLE, DWORD) -> DWORD { return WAIT_FAILED; }};
+template <auto Function>
+class ScopedImport;
+
 template <class R, class... Args, R(WINAPI* Target)(Args...)>
-class ScopedImport<Target> final : public Detail::ScopedLink<Detail::FakeChain<R, Args...>> {
-    using Base = Detail::ScopedLink<Detail::FakeChain<R, Args...>>;
+class ScopedImport<Target> {
+    using Chain = Detail::FakeChain<Target>;
 
   public:
     using Fake = std::function<R(Args...)>;
     using Condition = std::function<bool(Args...)>;
 
     explicit ScopedImport(Fake fake) : ScopedImport(Condition(), std::move(fake)) {}
-    ScopedImport(Condition applies, Fake fake)
-        : Base(Detail::ImportChain<Target>::Instance(), std::move(applies), std::move(fake)) {}
+    ScopedImport(Condition applies, Fake fake) : m_link(std::make_shared<typename Chain::Link>()) {
+        m_link->applies = std::move(applies);
+        m_link->fake = std::move(fake);
+        Chain::Instance().Add(m_link);
+    }
     /// A fake that is given this object first, for where it has no name of its own yet.
     template <class WrappingFake>
     ScopedImport(WrappingTag, WrappingFake fake)
         : ScopedImport(Condition(), [this, fake = std::move(fake)](Args... args) -> R {
               return fake(std::as_const(*this), args...);
           }) {}
+    ScopedImport(const ScopedImport&) = delete;
+    ScopedImport& operator=(const ScopedImport&) = delete;
+    ~ScopedImport() { Chain::Instance().Remove(m_link); }
+
+    /// Calls what the fake stands in front of: the next fake outward, or the real function.
+    R Original(Args... args) const { return Chain::Instance().CallFrom(m_link, args...); }
+
+    /// How many calls the fake has taken so far.
+    [[nodiscard]] int Calls() const { return m_link->callCount; }
+
+  private:
+    std::shared_ptr<typename Chain::Link> m_link;
 };
 
 /// Whether the test executable imports the function, so that it can be replaced.
 template <auto Function>
 [[nodiscard]] bool IsImported() {
-    return Detail::ImportSlots::Exist(Detail::NameOf<Function>());
+    return Detail::Import::Exists(Detail::NameOf<Function>());
 }
 
 /// A `ScopedImport` made from `arguments`, or nothing when the executable does not import the
@@ -434,29 +360,7 @@ template <auto Function, class... Arguments>
                : nullptr;
 }
 
-namespace Detail {
-
-template <auto Function>
-struct RealCaller;
-
-template <class R, class... Args, R(WINAPI* Target)(Args...)>
-struct RealCaller<Target> {
-    R operator()(Args... args) const {
-        // The mention makes the linker import the function.
-        [[maybe_unused]] static auto* volatile mention = Target;
-        static const auto real = ImportChain<Target>::Instance().Real();
-        return real(args...);
-    }
-};
-
-}  // namespace Detail
-
-/// Calls the function of Windows, whatever fakes are in force: `Real<&::Sleep>(10)`. For the rig
-/// itself and for tests that must really wait.
-template <auto Function>
-constexpr Detail::RealCaller<Function> Real{};
-
-/// Which calls of a function an `ScopedResult` answers, counted from one.
+/// Which calls of a function a `ScopedResult` answers, counted from one.
 struct AtCall {
     int first;
     int last;
@@ -474,102 +378,59 @@ template <auto Function>
 class ScopedResult;
 
 template <class R, class... Args, R(WINAPI* Target)(Args...)>
-class ScopedResult<Target> final {
+class ScopedResult<Target> final : public ScopedImport<Target> {
   public:
     explicit ScopedResult(R result, DWORD lastError, AtCall which = kEveryCall)
-        : m_which(which), m_fake([this, result, lastError](Args... args) -> R {
-              const int call = ++m_calls;
-              if (call < m_which.first || call > m_which.last) {
-                  return m_fake.Original(args...);
-              }
-              ++m_answered;
-              Real<&::SetLastError>(lastError);
-              return result;
-          }) {}
+        : ScopedImport<Target>(kWrapping,
+                               [=](const auto& self, Args... args) -> R {
+                                   const int call = self.Calls();
+                                   if (call < which.first || call > which.last) {
+                                       return self.Original(args...);
+                                   }
+                                   Real<&::SetLastError>(lastError);
+                                   return result;
+                               }),
+          m_which(which) {}
     explicit ScopedResult(R result, AtCall which = kEveryCall) : ScopedResult(result, NO_ERROR, which) {}
 
-    /// How many calls were made, answered or not.
-    [[nodiscard]] int Calls() const { return m_calls; }
-    /// How many of them were answered here.
-    [[nodiscard]] int Answered() const { return m_answered; }
+    /// How many of the `Calls` were answered here.
+    [[nodiscard]] int Answered() const {
+        return std::max(0, std::min(this->Calls(), m_which.last) - m_which.first + 1);
+    }
 
   private:
     AtCall m_which;
-    std::atomic<int> m_calls = 0;
-    std::atomic<int> m_answered = 0;
-    ScopedImport<Target> m_fake;
 };
 
 /// Replaces what `GetProcAddress` gives for one name (in any module), for a scope; a null
-/// address hides the function, and last error is then ERROR_PROC_NOT_FOUND. Code that keeps the
-/// address beyond the scope keeps the replacement.
+/// address hides the function, and last error is then ERROR_PROC_NOT_FOUND. `Calls` tells how often
+/// the name was asked for. Code that keeps the address beyond the scope keeps the replacement.
 ///
 ///     ScopedProcAddress noTransactions{"RegOpenKeyTransactedW", nullptr};
-class ScopedProcAddress final {
+class ScopedProcAddress final : public ScopedImport<&::GetProcAddress> {
   public:
-    ScopedProcAddress(std::string name, FARPROC address);
-    ScopedProcAddress(const ScopedProcAddress&) = delete;
-    ScopedProcAddress& operator=(const ScopedProcAddress&) = delete;
-    ~ScopedProcAddress() = default;
-
-    /// How often the name was asked for.
-    [[nodiscard]] int Lookups() const { return m_lookups->Calls(); }
-
-  private:
-    std::string m_name;
-    std::unique_ptr<ScopedImport<&::GetProcAddress>> m_lookups;
-};
-
-/// A name as a template argument.
-template <std::size_t Size>
-struct FixedName {
-    std::array<char, Size> text{};
-    // NOLINTNEXTLINE(google-explicit-constructor): made from a literal between angle brackets
-    constexpr FixedName(const char (&literal)[Size]) { std::copy_n(literal, Size, text.begin()); }
+    ScopedProcAddress(std::string_view name, FARPROC address);
 };
 
 /// Replaces a function that the code under test finds at run time with `GetProcAddress`:
 ///
-///     ScopedProc<"RegDeleteKeyExW", LSTATUS(HKEY, LPCWSTR, REGSAM, DWORD)> fake{
+///     ScopedProc<&::RegDeleteKeyExW> fake{
 ///         [&](HKEY, LPCWSTR name, REGSAM, DWORD) -> LSTATUS { ...; return ERROR_SUCCESS; }};
 ///
-/// Nests as `ScopedImport` does. A call after the scope's end, through an address that was kept,
-/// throws `NotImported`.
-template <FixedName Name, class Signature>
-class ScopedProc;
-
-namespace Detail {
-
-template <FixedName Name, class R, class... Args>
-class ProcChain final : public FakeChain<R, Args...> {
+/// Nests as `ScopedImport` does. An address that was kept leads to Windows after the scope's end, and to
+/// the next scope's fake.
+template <auto Function>
+class ScopedProc final : public ScopedImport<Function> {
   public:
-    static ProcChain& Instance() {
-        static ProcChain& chain = *new ProcChain();
-        return chain;
+    explicit ScopedProc(typename ScopedImport<Function>::Fake fake)
+        : ScopedImport<Function>(std::move(fake)) {
+        Detail::Mention<Function>();
     }
 
   private:
-    ProcChain() : FakeChain<R, Args...>(Name.text.data(), nullptr) {}
-
-    static R WINAPI Trampoline(Args... args) { return Instance().Dispatch(args...); }
-
-    void Install() override {
-        m_address.emplace_back(std::make_unique<ScopedProcAddress>(
-            this->Name(), reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&Trampoline))));
-    }
-    void Uninstall() override { m_address.clear(); }
-
-    std::vector<std::unique_ptr<ScopedProcAddress>> m_address;
-};
-
-}  // namespace Detail
-
-template <FixedName Name, class R, class... Args>
-class ScopedProc<Name, R(Args...)> final : public Detail::ScopedLink<Detail::FakeChain<R, Args...>> {
-  public:
-    explicit ScopedProc(std::function<R(Args...)> fake)
-        : Detail::ScopedLink<Detail::FakeChain<R, Args...>>(Detail::ProcChain<Name, R, Args...>::Instance(),
-                                                            {}, std::move(fake)) {}
+    ScopedProcAddress m_address{
+        Detail::NameOf<Function>(),
+        reinterpret_cast<FARPROC>(reinterpret_cast<void*>(&Detail::FakeChain<Function>::Trampoline))};
 };
 
 }  // namespace Rig

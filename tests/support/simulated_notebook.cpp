@@ -34,7 +34,7 @@ Machine& StateInMemory() {
 
 }  // namespace
 
-SimulatedNotebook::SimulatedNotebook(TestClock& clock, const Shape& shape, Imports imports)
+SimulatedNotebook::SimulatedNotebook(TestClock& clock, const Shape& shape)
     : m_clock(clock), m_state(StateInMemory()) {
     const Micros start = Now();
     SetClock([&clock, start] {
@@ -48,9 +48,7 @@ SimulatedNotebook::SimulatedNotebook(TestClock& clock, const Shape& shape, Impor
     Deliver();
     SharedState::Get().OnNews([this] { PlanDelivery(); });
     SetCallHook([this](Call call) { return Answer(call); });
-    if (imports == Imports::kReplaced) {
-        ReplaceImports();
-    }
+    ReplaceImports();
 }
 
 SimulatedNotebook::~SimulatedNotebook() {
@@ -143,7 +141,7 @@ void SimulatedNotebook::Before(Call call, int nth, const std::function<void()>& 
 
 void SimulatedNotebook::AtEach(Call call, Action what) {
     const RigLockHolder hold(m_lock);
-    m_eachActions[call] = std::move(what);
+    m_actions[{call, 0}] = std::move(what);
 }
 
 void SimulatedNotebook::Fail(Call call, int nth, LONG error) {
@@ -158,12 +156,12 @@ std::optional<DWORD> SimulatedNotebook::Answer(Call call) {
     Action action;
     {
         const RigLockHolder hold(m_lock);
-        const auto once = m_actions.find({call, ++m_counts[call]});
-        const auto each = m_eachActions.find(call);
-        if (once != m_actions.end()) {
-            action = once->second;
-        } else if (each != m_eachActions.end()) {
-            action = each->second;
+        auto found = m_actions.find({call, ++m_counts[call]});
+        if (found == m_actions.end()) {
+            found = m_actions.find({call, 0});
+        }
+        if (found != m_actions.end()) {
+            action = found->second;
         }
     }
     return action ? action() : std::nullopt;

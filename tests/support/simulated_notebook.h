@@ -48,12 +48,7 @@ using ::Notebook::Call;
 /// left over, or one was used or given back that was gone. Any thread may call.
 class SimulatedNotebook {
   public:
-    enum class Imports {
-        kReplaced,
-        kKept,  ///< only `Create` leads to the devices
-    };
-    explicit SimulatedNotebook(TestClock& clock, const ::Notebook::Shape& shape = {},
-                               Imports imports = Imports::kReplaced);
+    explicit SimulatedNotebook(TestClock& clock, const ::Notebook::Shape& shape = {});
     SimulatedNotebook(const SimulatedNotebook&) = delete;
     SimulatedNotebook& operator=(const SimulatedNotebook&) = delete;
     ~SimulatedNotebook();
@@ -107,7 +102,7 @@ class SimulatedNotebook {
     void At(Call call, int nth, Action what);
     /// The same where the device answers.
     void Before(Call call, int nth, const std::function<void()>& what);
-    /// Every call from now on.
+    /// Every call from now on, but those that `At` names.
     void AtEach(Call call, Action what);
     /// Fails with a Win32 error or HRESULT, as the call has it. Zero is a success that gives nothing.
     void Fail(Call call, int nth, LONG error);
@@ -147,10 +142,9 @@ class SimulatedNotebook {
     /// Delivers what was announced so far, on this thread.
     static void Deliver();
 
-    /// The same, as `CoCreateInstance` has it.
-    static HRESULT CreateObject(REFCLSID classId, REFIID interfaceId, void** object);
-
   private:
+    /// `Create`, as `CoCreateInstance` has it.
+    static HRESULT CreateObject(REFCLSID classId, REFIID interfaceId, void** object);
     std::optional<DWORD> Answer(Call call);
     void PlanDelivery();
     void ReplaceImports();
@@ -159,8 +153,7 @@ class SimulatedNotebook {
     ::Notebook::Machine& m_state;
     Detail::RigLock m_lock;
     std::map<Call, int> m_counts;
-    std::map<std::pair<Call, int>, Action> m_actions;
-    std::map<Call, Action> m_eachActions;
+    std::map<std::pair<Call, int>, Action> m_actions;  ///< by call and its number; 0 stands for each
     std::set<TestClock::Milliseconds> m_planned;
     std::vector<std::shared_ptr<void>> m_imports;
 };

@@ -1,11 +1,11 @@
 #include "tests/support/test_clock.h"
 
-#include <gtest/gtest.h>
 #include <winternl.h>
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
-#include <cwchar>
 #include <string_view>
 
 #include "tests/support/run_on_thread.h"
@@ -14,18 +14,11 @@ namespace Rig {
 
 namespace {
 
-/// A Thursday, far from midnight and from every change of the clocks.
-constexpr SYSTEMTIME kDefaultStart{2021, 3, 4, 4, 5, 6, 7, 89};
-
 /// How long the machine has been running when a clock is made.
 constexpr std::chrono::hours kUptimeAtStart{1};
 
-/// Unit of FILETIME and of the interrupt time.
+/// Unit of the interrupt time.
 using HundredNanoseconds = std::chrono::duration<std::uint64_t, std::ratio<1, 10'000'000>>;
-
-std::uint64_t InHundredNanoseconds(std::chrono::milliseconds time) {
-    return std::chrono::duration_cast<HundredNanoseconds>(time).count();
-}
 
 /// Whether the handle is a semaphore, which is what the C++ runtime's condition variables wait on.
 bool IsSemaphore(HANDLE handle) {
@@ -44,45 +37,29 @@ bool IsSemaphore(HANDLE handle) {
     return std::wstring_view(name.Buffer, name.Length / sizeof(wchar_t)) == L"Semaphore";
 }
 
+bool MovesTheClock(DWORD milliseconds) {
+    return milliseconds != 0 && milliseconds != INFINITE;
+}
+
 }  // namespace
 
-TestClock::TestClock(Threads threads)
-    : m_maker(Detail::ThisThread()), m_threads(threads), m_start(kDefaultStart) {
-    ReplaceWaits();
-    ReplaceTimes();
+TestClock::TestClock() {
+    m_fakes = {
+        ReplaceIfImported<&::Sleep>(&MovesTheClock, [this](DWORD milliseconds) { Sleep(milliseconds); }),
+        ReplaceIfImported<&::WaitForSingleObject>(
+            [](HANDLE handle, DWORD milliseconds) {
+                return MovesTheClock(milliseconds) && !IsSemaphore(handle);
+            },
+            [this](HANDLE handle, DWORD milliseconds) { return Wait(handle, milliseconds); }),
+        ReplaceIfImported<&::QueryUnbiasedInterruptTime>([this](ULONGLONG* time) -> BOOL {
+            *time = HundredNanoseconds(Elapsed() + kUptimeAtStart).count();
+            return TRUE;
+        }),
+    };
 }
 
 TestClock::~TestClock() {
     m_fakes.clear();
-}
-
-void TestClock::ReplaceWaits() {
-    m_fakes.push_back(
-        ReplaceIfImported<&::Sleep>([this](DWORD milliseconds) { return TakesSleep(milliseconds); },
-                                    [this](DWORD milliseconds) { Sleep(milliseconds); }));
-    m_fakes.push_back(
-        ReplaceIfImported<&::SleepEx>([this](DWORD milliseconds, BOOL) { return TakesSleep(milliseconds); },
-                                      [this](DWORD milliseconds, BOOL) {
-                                          Sleep(milliseconds);
-                                          return DWORD{0};
-                                      }));
-    m_fakes.push_back(ReplaceIfImported<&::WaitForSingleObject>(
-        [this](HANDLE handle, DWORD milliseconds) { return TakesWait(handle, milliseconds); },
-        [this](HANDLE handle, DWORD milliseconds) { return Wait(handle, milliseconds); }));
-}
-
-void TestClock::ReplaceTimes() {
-    const auto uptime = [this] { return Elapsed() + kUptimeAtStart; };
-    m_fakes.push_back(ReplaceIfImported<&::GetLocalTime>([this](SYSTEMTIME* time) { *time = LocalTime(); }));
-    m_fakes.push_back(ReplaceIfImported<&::GetSystemTime>([this](SYSTEMTIME* time) { *time = LocalTime(); }));
-    m_fakes.push_back(
-        ReplaceIfImported<&::GetTickCount>([uptime] { return static_cast<DWORD>(uptime().count()); }));
-    m_fakes.push_back(
-        ReplaceIfImported<&::GetTickCount64>([uptime] { return static_cast<ULONGLONG>(uptime().count()); }));
-    m_fakes.push_back(ReplaceIfImported<&::QueryUnbiasedInterruptTime>([uptime](ULONGLONG* time) -> BOOL {
-        *time = InHundredNanoseconds(uptime());
-        return TRUE;
-    }));
 }
 
 TestClock::Milliseconds TestClock::Elapsed() const {
@@ -105,87 +82,33 @@ void TestClock::Advance(Milliseconds time) {
     }
 }
 
-void TestClock::SetStart(const SYSTEMTIME& localTime) {
-    const Detail::RigLockHolder hold(m_lock);
-    m_start = localTime;
-}
-
-void TestClock::LetOthersRun(Milliseconds realTime) {
-    const Detail::RigLockHolder hold(m_lock);
-    m_grace = realTime;
-}
-
-std::vector<DWORD> TestClock::Sleeps() const {
-    return Records(true, false);
-}
-
-std::vector<DWORD> TestClock::Waits() const {
-    return Records(false, true);
-}
-
-std::vector<DWORD> TestClock::SleepsAndWaits() const {
-    return Records(true, true);
-}
-
 void TestClock::ForgetRecords() {
     const Detail::RigLockHolder hold(m_lock);
     m_records.clear();
 }
 
-bool TestClock::IsOnThisThread() const {
-    return m_threads == Threads::kAll || Detail::ThisThread() == m_maker;
-}
-
-bool TestClock::TakesSleep(DWORD milliseconds) const {
-    return milliseconds != 0 && milliseconds != INFINITE && IsOnThisThread();
-}
-
-bool TestClock::TakesWait(HANDLE handle, DWORD milliseconds) const {
-    return TakesSleep(milliseconds) && !IsSemaphore(handle);
-}
-
 void TestClock::Sleep(DWORD milliseconds) {
-    AddRecord(Kind::kSleep, milliseconds);
-    Advance(Milliseconds(milliseconds));
+    const Milliseconds limit = Begin({true, milliseconds});
+    while (Step(limit)) {
+    }
 }
 
 DWORD TestClock::Wait(HANDLE handle, DWORD milliseconds) {
-    AddRecord(Kind::kWait, milliseconds);
-    const Milliseconds limit = Elapsed() + Milliseconds(milliseconds);
-    bool more = true;
-    while (more) {
+    const Milliseconds limit = Begin({false, milliseconds});
+    for (bool more = true; more; more = Step(limit)) {
         // Looking consumes an event that resets itself, as the wait would.
-        DWORD result = Real<&::WaitForSingleObject>(handle, 0);
-        if (result == WAIT_TIMEOUT) {
-            result = Real<&::WaitForSingleObject>(handle, Grace());
-        }
+        const DWORD result = Real<&::WaitForSingleObject>(handle, 0);
         if (result != WAIT_TIMEOUT) {
             return result;
         }
-        more = Step(limit);
     }
     return Real<&::WaitForSingleObject>(handle, 0);
 }
 
-DWORD TestClock::Grace() const {
+TestClock::Milliseconds TestClock::Begin(Record record) {
     const Detail::RigLockHolder hold(m_lock);
-    return static_cast<DWORD>(m_grace.count());
-}
-
-void TestClock::AddRecord(Kind kind, DWORD milliseconds) {
-    const Detail::RigLockHolder hold(m_lock);
-    m_records.push_back({kind, milliseconds});
-}
-
-std::vector<DWORD> TestClock::Records(bool sleeps, bool waits) const {
-    const Detail::RigLockHolder hold(m_lock);
-    std::vector<DWORD> times;
-    for (const Record& record : m_records) {
-        if (record.kind == Kind::kSleep ? sleeps : waits) {
-            times.push_back(record.milliseconds);
-        }
-    }
-    return times;
+    m_records.push_back(record);
+    return m_now + Milliseconds(record.milliseconds);
 }
 
 /// Goes to the next scheduled moment up to `limit` and runs what is due, or goes to `limit`.
@@ -208,19 +131,15 @@ bool TestClock::Step(Milliseconds limit) {
     return true;
 }
 
-SYSTEMTIME TestClock::LocalTime() const {
+std::vector<DWORD> TestClock::Records(bool sleeps, bool waits) const {
     const Detail::RigLockHolder hold(m_lock);
-    FILETIME file{};
-    Real<&::SystemTimeToFileTime>(&m_start, &file);
-    ULARGE_INTEGER ticks{};
-    ticks.LowPart = file.dwLowDateTime;
-    ticks.HighPart = file.dwHighDateTime;
-    ticks.QuadPart += InHundredNanoseconds(m_now);
-    file.dwLowDateTime = ticks.LowPart;
-    file.dwHighDateTime = ticks.HighPart;
-    SYSTEMTIME time{};
-    Real<&::FileTimeToSystemTime>(&file, &time);
-    return time;
+    std::vector<DWORD> times;
+    for (const Record& record : m_records) {
+        if (record.isSleep ? sleeps : waits) {
+            times.push_back(record.milliseconds);
+        }
+    }
+    return times;
 }
 
 }  // namespace Rig

@@ -13,7 +13,7 @@
 namespace Rig {
 
 /// A clock that the test drives, for a scope. Sleeping and waiting with a time limit take no real
-/// time: they move the clock.
+/// time: they move the clock, on every thread.
 ///
 ///     TestClock clock;
 ///     clock.At(3s, [&] { SetEvent(event); });
@@ -21,31 +21,24 @@ namespace Rig {
 ///     EXPECT_THAT(clock.Sleeps(), ElementsAre(1000, 1000));
 ///     EXPECT_EQ(clock.Elapsed(), 3s);
 ///
-/// - `Sleep` and `SleepEx` move the clock by their time. Zero and INFINITE are left alone.
+/// - `Sleep` moves the clock by its time. Zero and INFINITE are left alone.
 /// - `WaitForSingleObject` with a time limit returns at once: with the object when that is
 ///   signalled already or when something scheduled signals it in time (the clock then stands at
 ///   that moment), else with WAIT_TIMEOUT (the clock then stands at the limit). A limit of zero or
 ///   INFINITE is left alone, and so are waits on semaphores: those are the condition variables of
 ///   the C++ runtime. An event that is made only to be waited for is a wait, and
 ///   `std::this_thread::sleep_for` counts as one too.
-/// - `GetLocalTime`, `GetSystemTime`, `GetTickCount`, `GetTickCount64` and
-///   `QueryUnbiasedInterruptTime` tell the clock's time, on every thread. What `std::chrono` reads
-///   stays real.
+/// - `QueryUnbiasedInterruptTime` tells the clock's time. What `std::chrono` reads stays real.
 /// - Functions that the test executable does not import are left out without a word.
 ///
 /// A thread that really works (and signals what another one waits for) has no time to do so when
-/// waiting takes none: schedule it, or give it some with `LetOthersRun`. Something that the test
-/// itself really has to wait for: `Real<&::Sleep>(milliseconds)`.
+/// waiting takes none: schedule it. Something that the test itself really has to wait for:
+/// `Real<&::Sleep>(milliseconds)`.
 class TestClock {
   public:
     using Milliseconds = std::chrono::milliseconds;
 
-    enum class Threads {
-        kAll,      ///< every thread lives by this clock
-        kThisOne,  ///< only the one that made it; the others sleep and wait for real
-    };
-
-    explicit TestClock(Threads threads = Threads::kAll);
+    TestClock();
     TestClock(const TestClock&) = delete;
     TestClock& operator=(const TestClock&) = delete;
     ~TestClock();
@@ -63,48 +56,30 @@ class TestClock {
     /// Lets time pass, as if someone had slept, without a record.
     void Advance(Milliseconds time);
 
-    /// What the local time was when the clock was made. Otherwise 2021-03-04 05:06:07.089.
-    void SetStart(const SYSTEMTIME& localTime);
-
-    /// Gives other threads that much real time in every wait that would time out. They need only
-    /// as long as they take, so be generous.
-    void LetOthersRun(Milliseconds realTime);
-
     /// Times of the sleeps so far, in order, in milliseconds.
-    [[nodiscard]] std::vector<DWORD> Sleeps() const;
+    [[nodiscard]] std::vector<DWORD> Sleeps() const { return Records(true, false); }
     /// Time limits of the waits so far, in order, in milliseconds, whatever came of them.
-    [[nodiscard]] std::vector<DWORD> Waits() const;
+    [[nodiscard]] std::vector<DWORD> Waits() const { return Records(false, true); }
     /// Sleeps and waits in one row.
-    [[nodiscard]] std::vector<DWORD> SleepsAndWaits() const;
+    [[nodiscard]] std::vector<DWORD> SleepsAndWaits() const { return Records(true, true); }
     /// Forgets the sleeps and waits so far.
     void ForgetRecords();
 
   private:
-    enum class Kind { kSleep, kWait };
     struct Record {
-        Kind kind;
+        bool isSleep;
         DWORD milliseconds;
     };
 
-    [[nodiscard]] bool IsOnThisThread() const;
-    [[nodiscard]] bool TakesSleep(DWORD milliseconds) const;
-    [[nodiscard]] bool TakesWait(HANDLE handle, DWORD milliseconds) const;
     void Sleep(DWORD milliseconds);
     DWORD Wait(HANDLE handle, DWORD milliseconds);
-    [[nodiscard]] DWORD Grace() const;
-    void AddRecord(Kind kind, DWORD milliseconds);
+    /// Returns when the time was up that begins now.
+    Milliseconds Begin(Record record);
+    bool Step(Milliseconds limit);
     [[nodiscard]] std::vector<DWORD> Records(bool sleeps, bool waits) const;
-    [[nodiscard]] bool Step(Milliseconds limit);
-    [[nodiscard]] SYSTEMTIME LocalTime() const;
-    void ReplaceWaits();
-    void ReplaceTimes();
 
-    const DWORD m_maker;
-    const Threads m_threads;
     mutable Detail::RigLock m_lock;
     Milliseconds m_now{0};
-    Milliseconds m_grace{0};
-    SYSTEMTIME m_start;
     std::multimap<Milliseconds, std::function<void()>> m_schedule;
     std::vector<Record> m_records;
     std::vector<std::shared_ptr<void>> m_fakes;
