@@ -52,8 +52,8 @@ void CloseRadioChangeEvent() {
     }
 }
 
-/// The radio was changed by somebody else. With the cable in that is undone, else it is remembered
-/// as the user's choice.
+/// The radio was changed by somebody else. With the cable in and the half enabled that is undone, else it is
+/// remembered as the user's choice.
 void ReactToForeignChange(const LogScope& log, bool isCableIn, ULONG requestId) {
     const bool isOn = ServiceUtils::CheckWwanStatus();
     log.Information(L"WWAN Status = %d", isOn);

@@ -10,7 +10,7 @@
 ///
 /// The completion of a modem's radio change (`OnSetSoftwareRadioStateComplete`) does this, in order:
 ///  1. it remembers the radio, and wakes the switch that waits for it (radio/wwan_radio.cpp), whosever
-///     change it is;
+///     change it is; its status is only logged;
 ///  2. that is all where the adapters cannot be read, while the service itself is switching, and in airplane
 ///     mode;
 ///  3. a change that the service did not make is the user's choice and is stored as such

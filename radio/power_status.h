@@ -12,8 +12,9 @@
 ///  - with "on", when the cable takes down a radio that was on: `StopWLANService`, `StopWWANService`;
 ///  - with "on", when a WLAN network is there without a cable:
 ///    `CMainService::HandleWlanNotificationAcmNetworkAvailable`.
-/// A switch by itself writes nothing; nor does airplane mode's end, whatever its line "Setting
-/// SetWlanPowerStatusInRegistry with value" says.
+/// A switch by itself writes nothing, but the change of WLAN that one makes without a cable and outside of a
+/// cable event (at a start, after a resume, by the watcher) is reported like a user's. Airplane mode's end
+/// writes nothing either, whatever its line "Setting SetWlanPowerStatusInRegistry with value" says.
 namespace PowerStatus {
 constexpr wchar_t kWlanKey[] = L"SOFTWARE\\Orva\\Orva Brimlet Support\\WlanPowerStatus";
 constexpr wchar_t kWwanKey[] = L"SOFTWARE\\Orva\\Orva Brimlet Support\\WwanPowerStatus";

@@ -25,7 +25,7 @@ extern std::atomic<std::shared_ptr<IMbnInterfaceManager>>& interfaceManager;
 extern std::wstring& interfaceId;
 /// Whether there is a modem. While clear, every WWAN operation does nothing.
 extern std::atomic<bool> devicePresent;
-/// Auto-reset event of the last switch; signalled when a requested change completes. Replaced by
+/// Auto-reset event of the last switch; signalled when any change completes. Replaced by
 /// the next switch. Null before the first one, and after the event sink has closed it.
 extern std::atomic<std::shared_ptr<Platform::UniqueHandle>>& radioChangeEvent;
 /// Set while the service itself changes the radio.

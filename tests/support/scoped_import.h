@@ -370,10 +370,11 @@ struct AtCall {
 constexpr AtCall kEveryCall{1, 0x7fffffff};
 
 /// Lets a function answer with a fixed result and last error instead of being called. The calls
-/// that it does not answer go on to what was there.
+/// that it does not answer go on to what was there. (What the simulated notebook's devices answer fails
+/// by `SimulatedNotebook::Fail`.)
 ///
 ///     ScopedResult<&::OpenServiceW> fails{nullptr, ERROR_ACCESS_DENIED};
-///     ScopedResult<&::WlanSetInterface> third{ERROR_BUSY, AtCall{3}};
+///     ScopedResult<&::SetEvent> third{FALSE, ERROR_INVALID_HANDLE, AtCall{3}};
 template <auto Function>
 class ScopedResult;
 
