@@ -17,13 +17,6 @@
 namespace Orva::Shared {
 namespace {
 
-/// Memory for the texts of one entry, on the stack as far as an ordinary one needs it. An entry is made for
-/// every line: with texts on the heap, queued calls of four threads miss their bound in `logging_bench`.
-struct EntryMemory {
-    std::byte room[4096];
-    std::pmr::monotonic_buffer_resource resource{room, sizeof(room)};
-};
-
 /// An entry that one listener loses for want of memory is not lost for the next ones.
 void LogTo(CorvaLogListener& listener, const CorvaLogListener::LogData& entry) {
     try {

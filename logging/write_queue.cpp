@@ -56,6 +56,7 @@ void WriteQueue::Drain() {
             return;
         }
     } catch (const std::bad_alloc&) {
+        file->Flush();
     }
     // Without the file, or short of memory, what is queued waits for the next append, which starts another
     // writer.
@@ -64,11 +65,10 @@ void WriteQueue::Drain() {
 }
 
 void WriteQueue::WriteTaken(LogFile& file) {
-    // The copy's line needs no memory of the queue's, and one copy's memory serves all.
-    CorvaLogListener::LogData entry(nullptr, nullptr, Level::kNever, {}, 0);
     for (auto& list = m_taken->list; !list.empty() && !m_isTornDown; list.pop_front()) {
-        entry = list.front();
-        file.WriteEntry(entry);
+        // The line of a copy needs no memory of the queue's, and an ordinary one none of the heap's.
+        EntryMemory memory;
+        file.WriteEntry({list.front(), &memory.resource});
     }
     file.Flush();
     m_writerHasEntries = false;

@@ -25,11 +25,11 @@ bool IsFinal(DWORD state) {
 
 /// What is reported and written around one virtual operation.
 struct CServiceBase::Transition {
-    DWORD pendingState;             ///< before the operation, or `kNoReport`
-    DWORD doneState;                ///< after it
-    DWORD failedState;              ///< after it has thrown, or `kNoReport`
-    const wchar_t* errorFunction;   ///< names the operation in the entry of a thrown Win32 error
-    const wchar_t* failureMessage;  ///< the entry when anything else was thrown
+    DWORD pendingState = 0;                   ///< before the operation, or `kNoReport`
+    DWORD doneState = 0;                      ///< after it
+    DWORD failedState = 0;                    ///< after it has thrown, or `kNoReport`
+    const wchar_t* errorFunction = nullptr;   ///< names the operation in the entry of a thrown Win32 error
+    const wchar_t* failureMessage = nullptr;  ///< the entry when anything else was thrown
     /// Whether the report of the failure carries a thrown Win32 error as exit code.
     bool exitCodeTellsError = false;
 };

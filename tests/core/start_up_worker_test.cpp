@@ -240,8 +240,6 @@ TEST_F(StartUpWorkerTest, KeepsAnotherApartmentOfItsThreadAndGoesOn) {
     EXPECT_EQ(com.exits, 4);
 }
 
-/// A step without which the worker ends, what it has written by then, and the first call that it does not
-/// make any more.
 TEST_F(StartUpWorkerTest, MissingStepEndsItAtOnceWithoutAnExitLineAndWithoutLeavingCom) {
     WwanState::devicePresent = true;  // of an earlier start
     const auto fail = [this](Call call, HRESULT result) {

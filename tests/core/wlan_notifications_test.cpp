@@ -136,7 +136,7 @@ TEST_F(RegistrationTest, FailureIsLoggedAndReturned) {
 class RegistrationDuringAStop : public RegistrationTest {
   protected:
     /// Registers. While the handle for that is being opened, a stop opens one itself and gets as far
-    /// as the n-th of one of its calls; it goes on when the registration has ended.
+    /// as the first of one of its calls; it goes on when the registration has ended.
     DWORD RegisterWhileTheStopIsAt(Call call) {
         const Platform::UniqueHandle stopIsThere(CreateEventW(nullptr, TRUE, FALSE, nullptr));
         const Platform::UniqueHandle hasRegistered(CreateEventW(nullptr, TRUE, FALSE, nullptr));
@@ -304,7 +304,7 @@ TEST_F(NotificationTest, HandlersNeverRunAtTheSameTime) {
 enum class Radio { kOff, kOn, kRefusing, kUnreadable };
 
 /// A machine on which a notification comes: the cable, airplane mode, the feature, the radio, and whether a
-/// cable event is under way. "False" is remembered.
+/// cable event is under way. The opposite of what the radio is found at is remembered.
 class NotificationIn : public NotificationTest,
                        public testing::WithParamInterface<std::tuple<Cable, bool, bool, Radio, bool>> {
   protected:

@@ -174,6 +174,30 @@ TEST_F(WriteQueueTest, EntriesStayQueuedWhenTheWriterIsShortOfMemory) {
     EXPECT_THAT(Written(3), ElementsAre("one", std::string(5000, 'x'), "two"));
 }
 
+TEST_F(WriteQueueTest, OrdinaryLinesAreWrittenWithoutMemory) {
+    HoldFile();
+    Log(L"one");
+    Log(std::wstring(Orva::Shared::kMessageCharacters - 1, L'x'));
+    {
+        const ScopedMemoryShortage shortage(600);
+        ReleaseFile();
+        EndListener();
+    }
+    EXPECT_THAT(Written(2), ElementsAre("one", std::string(Orva::Shared::kMessageCharacters - 1, 'x')));
+}
+
+TEST_F(WriteQueueTest, EntryThatFindsNoRoomLeavesThoseBeforeIt) {
+    HoldFile();
+    Log(L"one");
+    {
+        const ScopedMemoryShortage shortage(6000);
+        EXPECT_THROW(Log(std::wstring(50'000, L'x')), std::bad_alloc);
+    }
+    Log(L"two");
+    ReleaseFile();
+    EXPECT_THAT(Written(2), ElementsAre("one", "two"));
+}
+
 TEST_F(WriteQueueTest, EntryIsLostWhenItsCallerIsShortOfMemory) {
     CorvaLogListener* const listener = m_listener.release();
     CorvaLogger logger(&listener, 1);

@@ -204,6 +204,7 @@ TEST_F(CableCheckTest, TellsWhetherARealCableIsIn) {
         {"VPN inside a word", {{kEthernet, "10.8.0.1", "OpenVPNish"}}, kIsOut, notReal},
         {"VPN in lower case counts", {{kEthernet, "10.8.0.1", "a vpn"}}, kIsIn, usable},
         {"a VPN without address asks to wait", {{kEthernet, "0.0.0.0", "VPN"}}, kAwaitsAddress, nothing},
+        {"texts of any bytes", {{kEthernet, "\xFF\x80\x01", "\xE4%s%n\x7F"}}, kIsIn, usable},
         {"Wi-Fi alone", {{kWifi, "192.168.1.30"}}, kIsOut, {kWifiMessage}},
         {"the second Ethernet has the address", {kWithoutAddress, kWithAddress}, {1, 1, 1}, usable},
         {"nothing behind the first usable one is looked at",

@@ -364,6 +364,7 @@ TEST_F(IsEthernetConnectionTest, WhatCannotBeLookedUpIsNotKnown) {
         EXPECT_FALSE(Ask(m_notebook.Cable()));
 
         ExpectError(kIsEthernet, reason, L"Return Value = 0");
+        EXPECT_THAT(m_log.Of(kPrint), IsEmpty());
         EXPECT_EQ(m_isEthernet, 0);
         EXPECT_EQ(References(), m_manager != nullptr ? 1 : 0);
     }
@@ -375,6 +376,7 @@ TEST_F(IsEthernetConnectionTest, IdentifierWithoutATextIsNotKnown) {
     EXPECT_FALSE(Ask(m_notebook.Cable()));
 
     ExpectError(kIsEthernet, L"StringFromCLSID Failed with error 0x8007000E", L"Return Value = 0");
+    EXPECT_THAT(m_log.Of(kPrint), IsEmpty());
 }
 
 }  // namespace

@@ -308,21 +308,31 @@ TEST_F(CableEventTest, EveryBranchEndsWithTheSetAndTheEndLine) {
         std::function<void()> arrange;
         const Adapter& reported;
         NLM_CONNECTIVITY connectivity;
-        std::wstring message;  ///< what the branch is known by
+        LogLine line;  ///< what the branch is known by
         std::vector<std::string> radioOperations = {};
     };
     const std::vector<Branch> branches{
-        {pulled, Wifi(), kDown, L"Connection ID is not in the list, DO nothing"},
-        {unreadable, m_notebook.Cable(), kDown, L"CheckEthernetConnectionStatus failed"},
-        {otherCable, m_notebook.Cable(), kDown, L"Ethernet connection status = 1"},
-        {pulled, m_notebook.Cable(), kDown, L"Ethernet connection status = 0", {kStartWlan, kStartWwan}},
-        {address, nobody, kUp, L"Could not determine connection type. Doing nothing."},
-        {address, Wifi(), kUp, L"Ethernet state : 0 "},
-        {noAddress, m_notebook.Cable(), kUp, L"CheckEthernetConnectionStatus failed in try 7"},
-        {unreadable, m_notebook.Cable(), kUp, L"CheckEthernetConnectionStatus failed in try 0"},
-        {address, m_notebook.Cable(), kUp, L"Ethernet is connected", {kStopWlan, kStopWwan}}};
+        {pulled, Wifi(), kDown, Information(kEvent, L"Connection ID is not in the list, DO nothing")},
+        {unreadable, m_notebook.Cable(), kDown, Error(kEvent, L"CheckEthernetConnectionStatus failed")},
+        {otherCable, m_notebook.Cable(), kDown, Information(kEvent, L"Ethernet connection status = 1")},
+        {pulled,
+         m_notebook.Cable(),
+         kDown,
+         Information(kEvent, L"Ethernet connection status = 0"),
+         {kStartWlan, kStartWwan}},
+        {address, nobody, kUp, Information(kEvent, L"Could not determine connection type. Doing nothing.")},
+        {address, Wifi(), kUp, Information(kEvent, L"Ethernet state : 0 ")},
+        {noAddress, m_notebook.Cable(), kUp,
+         Warning(kEvent, L"CheckEthernetConnectionStatus failed in try 7")},
+        {unreadable, m_notebook.Cable(), kUp,
+         Warning(kEvent, L"CheckEthernetConnectionStatus failed in try 0")},
+        {address,
+         m_notebook.Cable(),
+         kUp,
+         Information(kEvent, L"Ethernet is connected"),
+         {kStopWlan, kStopWwan}}};
     for (const Branch& branch : branches) {
-        SCOPED_TRACE(testing::PrintToString(branch.message));
+        SCOPED_TRACE(testing::PrintToString(branch.line.message));
         StartAnew();
         m_wired = {Id(2), Id(1)};
         branch.arrange();
@@ -330,7 +340,7 @@ TEST_F(CableEventTest, EveryBranchEndsWithTheSetAndTheEndLine) {
         EXPECT_EQ(Report(branch.reported, branch.connectivity), S_OK);
 
         const std::vector<LogLine> lines = Inside(kEvent);
-        EXPECT_THAT(lines, Contains(testing::Field(&LogLine::message, branch.message)));
+        EXPECT_THAT(lines, Contains(branch.line));
         ASSERT_GE(lines.size(), 3U);
         EXPECT_THAT((std::vector<LogLine>{lines.end() - 3, lines.end()}),
                     ElementsAre(Information(kEvent, Element(Id(1))), Information(kEvent, Element(Id(2))),
@@ -449,6 +459,27 @@ TEST_F(FailingEventTest, ExceptionFailsTheEventAndGivesTheTextBack) {
 }
 
 #if defined(__GNUC__)
+TEST_F(CableEventTest, LockThatCannotBeTakenFailsTheEventAndTheFlagStaysSet) {
+    HRESULT result = S_OK;
+    int refusedWaits = 0;
+    {
+        const std::lock_guard otherChange(connectivityChangeLock);
+        std::thread([&] {
+            const NoWaits noWaits;
+            result = ReportCable(kUp);
+            refusedWaits = noWaits.Calls();
+        }).join();
+    }
+
+    EXPECT_EQ(refusedWaits, 1);
+    EXPECT_EQ(result, E_FAIL);
+    EXPECT_TRUE(msm_Notification_flag);
+    EXPECT_THAT(
+        m_log.Lines(),
+        ElementsAre(TraceIn(kEvent, L"NLM_CONNECTIVITY = 64"),
+                    Error(kEvent, L"Exception in NetworkConnectionConnectivityChanged()"), TraceOut(kEvent)));
+}
+
 TEST_F(CableEventTest, AdaptersThatCannotBeGivenBackAtTheEndOfAHandlerAreReported) {
     int refusedWaits = 0;
     m_notebook.PlugCable();

@@ -274,7 +274,9 @@ TEST_F(WwanEnumerationTest, ArrayIsReadFromWhateverItsLowerBoundIs) {
     const Microsoft::WRL::ComPtr<IUnknown> modem = TheModem();
     for (const LONG lower : {1L, -1L, 1000000L, kLowest, kHighest - 2}) {
         EXPECT_EQ(Copy(ArrayOf({modem.Get(), modem.Get()}, lower)), S_OK) << lower;
-        EXPECT_EQ(m_count, 2U) << lower;
+        ASSERT_EQ(m_count, 2U) << lower;
+        EXPECT_EQ(m_identifiers.Get()[0], Modem().id) << lower;
+        EXPECT_EQ(m_identifiers.Get()[1], Modem().id) << lower;
     }
 }
 
