@@ -1,5 +1,6 @@
 #include "logging/format.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cwchar>
 
@@ -10,7 +11,7 @@ void FormatTextList(wchar_t* buffer, std::size_t characters, const wchar_t* form
         return;
     }
     // Neither a cut text nor one whose conversion failed is terminated: cleared, the buffer ends it.
-    std::wmemset(buffer, L'\0', characters);
+    std::fill_n(buffer, characters, L'\0');
     _vsnwprintf(buffer, characters - 1, format, arguments);
 }
 

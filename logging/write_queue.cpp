@@ -2,6 +2,7 @@
 
 #include <process.h>
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
@@ -11,6 +12,8 @@ namespace {
 constexpr int kMostTearDownRounds = 2;
 constexpr DWORD kTearDownPauseMilliseconds = 100;
 constexpr DWORD kTearDownWaitMilliseconds = 500;
+/// What a burst of some eight thousand entries needs: 3.3 MB.
+constexpr std::size_t kMostSpareBatches = 64;
 
 }  // namespace
 
@@ -19,13 +22,21 @@ void WriteQueue::Append(const CorvaLogListener::LogData& entry) {
     if (m_isTornDown) {
         return;
     }
-    if (m_entries == nullptr) {
-        m_entries = std::make_unique<Entries>();
+    if (m_queued.empty() || m_queued.back().IsFull()) {
+        AddBatch();
     }
-    m_entries->list.push_back(entry);
+    m_queued.back().PushBack(entry);
     if (!m_writerIsActive) {
         m_writer.Reset();
         StartWriter();
+    }
+}
+
+void WriteQueue::AddBatch() {
+    if (m_spare.empty()) {
+        m_queued.emplace_back();
+    } else {
+        m_queued.splice(m_queued.end(), m_spare, m_spare.begin());
     }
 }
 
@@ -65,14 +76,16 @@ void WriteQueue::Drain() {
 }
 
 void WriteQueue::WriteTaken(LogFile& file) {
-    for (auto& list = m_taken->list; !list.empty() && !m_isTornDown; list.pop_front()) {
-        // The line of a copy needs no memory of the queue's, and an ordinary one none of the heap's.
-        EntryMemory memory;
-        file.WriteEntry({list.front(), &memory.resource});
+    for (Batch& batch : m_taken) {
+        for (; !batch.IsWritten() && !m_isTornDown; batch.RemoveFirst()) {
+            // The line of a copy needs no memory of the queue's, and an ordinary one none of the heap's.
+            EntryMemory memory;
+            file.WriteEntry({batch.First(), &memory.resource});
+        }
+        batch.Clear();
     }
     file.Flush();
     m_writerHasEntries = false;
-    m_taken.reset();
 }
 
 /// Takes what is queued, all at once, so that writer and callers seldom meet at the lock; first comes what
@@ -80,10 +93,12 @@ void WriteQueue::WriteTaken(LogFile& file) {
 /// appends next starts another one.
 bool WriteQueue::TakeEntries() {
     const std::lock_guard lock(m_lock);
-    if (m_taken == nullptr) {
-        m_taken = std::move(m_entries);
+    if (!m_writerHasEntries) {
+        m_spare.splice(m_spare.end(), m_taken);
+        m_spare.resize(std::min(m_spare.size(), kMostSpareBatches));
+        m_taken.swap(m_queued);
     }
-    if (m_taken == nullptr || m_isTornDown) {
+    if (m_taken.empty() || m_isTornDown) {
         m_writerIsActive = false;
         return false;
     }
@@ -96,7 +111,7 @@ void WriteQueue::TearDown() {
     if (m_isTornDown) {
         return;
     }
-    const auto entriesRemain = [this] { return m_entries != nullptr || m_writerHasEntries; };
+    const auto entriesRemain = [this] { return !m_queued.empty() || m_writerHasEntries; };
     if (m_writerIsActive) {
         for (int round = 0; round < kMostTearDownRounds && entriesRemain() && m_writer; ++round) {
             Sleep(kTearDownPauseMilliseconds);
@@ -106,7 +121,7 @@ void WriteQueue::TearDown() {
         }
     }
     m_isTornDown = true;
-    m_entries.reset();
+    m_queued.clear();
     m_writer.Reset();
 }
 

@@ -2,11 +2,12 @@
 
 #include <atomic>
 #include <cstddef>
-#include <deque>
+#include <list>
 #include <memory>
 #include <memory_resource>
 #include <mutex>
 #include <utility>
+#include <vector>
 
 #include "logging/critical_section.h"
 #include "logging/log_data.h"
@@ -35,17 +36,35 @@ class WriteQueue : public std::enable_shared_from_this<WriteQueue> {
     void TearDown();
 
   private:
-    /// Copies of entries, first in, first out, whose memory is given back with the last of them: to append
-    /// one costs little more than copying its texts. With the heap's memory, queued calls miss their bounds
-    /// in `logging_bench`.
-    struct Entries {
-        std::pmr::monotonic_buffer_resource memory{kFirstBytes};
-        std::pmr::deque<CorvaLogListener::LogData> list{&memory};
+    /// Copies of entries, first in, first out, with the memory of their texts. Once written, a batch serves
+    /// again: with memory that is new each time, queued calls miss their bounds in `logging_bench`.
+    class Batch {
+      public:
+        Batch() { m_entries.reserve(kMostEntries); }
 
-        /// What the lines of a cable event need.
-        static constexpr std::size_t kFirstBytes = std::size_t{32} * 1024;
+        [[nodiscard]] bool IsFull() const noexcept { return m_entries.size() == kMostEntries; }
+        [[nodiscard]] bool IsWritten() const noexcept { return m_written == m_entries.size(); }
+        void PushBack(const CorvaLogListener::LogData& entry) { m_entries.emplace_back(entry, &m_texts); }
+        [[nodiscard]] const CorvaLogListener::LogData& First() const { return m_entries[m_written]; }
+        void RemoveFirst() noexcept { ++m_written; }
+        void Clear() noexcept {
+            m_entries.clear();
+            m_texts.release();
+            m_written = 0;
+        }
+
+      private:
+        static constexpr std::size_t kMostEntries = 128;
+        /// What the texts of so many ordinary entries need; longer ones take the heap's memory.
+        static constexpr std::size_t kTextBytes = std::size_t{32} * 1024;
+
+        std::byte m_room[kTextBytes];
+        std::pmr::monotonic_buffer_resource m_texts{m_room, sizeof(m_room)};
+        std::vector<CorvaLogListener::LogData> m_entries;
+        std::size_t m_written = 0;
     };
 
+    void AddBatch();
     void StartWriter();
     static unsigned __stdcall WriterThread(void* queue);
     void Drain();
@@ -53,14 +72,15 @@ class WriteQueue : public std::enable_shared_from_this<WriteQueue> {
     void WriteTaken(LogFile& file);
     [[nodiscard]] DWORD WaitForWriter(std::unique_lock<CriticalSection>& lock);
 
-    std::unique_ptr<Entries> m_entries;  ///< null when nothing is queued
+    std::list<Batch> m_queued;
+    std::list<Batch> m_spare;  ///< empty
     std::shared_ptr<LogFile> m_file;
     bool m_writerIsActive = false;
     Platform::UniqueHandle m_writer;
     CriticalSection m_lock;  ///< guards all of the above but the file
 
     /// What the writer took out of the queue and has not written yet; its own.
-    std::unique_ptr<Entries> m_taken;
+    std::list<Batch> m_taken;
     /// Set until all that the writer took stands in the file: a process that ends in between would
     /// lose its last lines.
     std::atomic<bool> m_writerHasEntries = false;

@@ -222,10 +222,11 @@ class SectionsHeld {
     const std::function<bool(CRITICAL_SECTION*)> m_isThisThread = [this](CRITICAL_SECTION*) {
         return Rig::Real<&::GetCurrentThreadId>() == m_thread;
     };
-    ScopedImport<&::EnterCriticalSection> m_enter{m_isThisThread, [this](CRITICAL_SECTION* section) {
-                                                      m_enter.Original(section);
-                                                      ++m_count;
-                                                  }};
+    ScopedImport<&::TryEnterCriticalSection> m_enter{m_isThisThread, [this](CRITICAL_SECTION* section) {
+                                                         const BOOL entered = m_enter.Original(section);
+                                                         m_count += entered != FALSE ? 1 : 0;
+                                                         return entered;
+                                                     }};
     ScopedImport<&::LeaveCriticalSection> m_leave{m_isThisThread, [this](CRITICAL_SECTION* section) {
                                                       --m_count;
                                                       m_leave.Original(section);
@@ -318,14 +319,14 @@ TEST_F(WriteQueueTest, DoesNotWaitForAWriterThatHasWrittenEverything) {
         writer = GetCurrentThreadId();
         return flush.Original(file);
     }};
-    const ScopedImport<&::EnterCriticalSection> enter{
+    const ScopedImport<&::TryEnterCriticalSection> enter{
         [&](CRITICAL_SECTION*) { return Rig::Real<&::GetCurrentThreadId>() == writer; },
         [&](CRITICAL_SECTION* section) {
             isAtLock = true;
             while (!mayEnter) {
                 Rig::Real<&::Sleep>(DWORD{1});
             }
-            enter.Original(section);
+            return enter.Original(section);
         }};
     Log(L"one");
     EXPECT_TRUE(Eventually([&] { return isAtLock.load(); }));
