@@ -76,13 +76,16 @@ void Wifi(const Arguments& given) {
     } else if (given.Has("hardware")) {
         SwitchWlanHardware(*machine, given.IsOn("hardware"), machine.Time());
     } else if (given.Has("notify")) {
-        PostEvent(*machine,
-                  {.kind = given.Has("null") ? EventKind::WlanNullNotification : EventKind::Wlan,
-                   .source = given.Number("SOURCE"),
-                   .code = given.Number("CODE"),
-                   .id = machine->devices.wlan[0].id,
-                   .withoutData = given.Has("nodata") ? 1U : 0U},
-                  machine.Time());
+        const std::uint32_t times = given.Has("times") ? given.Number("TIMES") : 1;
+        for (std::uint32_t i = 0; i < times; ++i) {
+            PostEvent(*machine,
+                      {.kind = given.Has("null") ? EventKind::WlanNullNotification : EventKind::Wlan,
+                       .source = given.Number("SOURCE"),
+                       .code = given.Number("CODE"),
+                       .id = machine->devices.wlan[0].id,
+                       .withoutData = given.Has("nodata") ? 1U : 0U},
+                      machine.Time());
+        }
     } else {
         SwitchWlanByUser(*machine, given.IsOn("wifi"), machine.Time());
     }
@@ -289,7 +292,8 @@ const std::vector<Command>& DeviceCommands() {
                                "172.20.0.1");
          }},
         {"wifi",
-         "on|off | connect | disconnect | available | hardware on|off | notify SOURCE CODE [nodata|null]",
+         "on|off | connect | disconnect | available | hardware on|off | notify SOURCE CODE "
+         "[nodata|null] [times TIMES]",
          "The user's Wi-Fi switch; joining a network; one being in reach; the hardware switch; any "
          "notification.",
          &Wifi},

@@ -32,7 +32,8 @@ class WaitScope {
 
 void WINAPI NotebookSleep(DWORD milliseconds) {
     const WaitScope scope;
-    g_realSleep(milliseconds);
+    const std::uint32_t divisor = SharedState::Get().Raw().devices.sleepDivisor;
+    g_realSleep(divisor == 0 ? milliseconds : milliseconds / divisor);
 }
 
 DWORD WINAPI NotebookWait(HANDLE object, DWORD milliseconds) {

@@ -152,10 +152,11 @@ class Machine:
         """Some of the pairs of the status."""
         return parse_pairs(self.do("get " + " ".join(keys)))
 
-    def start_long(self, options):
-        """A fresh notebook with the service running and settled, which may log much."""
+    def start_long(self, options, max_log_kilobytes=65536):
+        """A fresh notebook with the service running and settled, which may log much; None: as it does by default."""
         self.begin(options)
-        self.do("policy MaxLogSize 65536")
+        if max_log_kilobytes:
+            self.do(f"policy MaxLogSize {max_log_kilobytes}")
         self.do("start")
         self.settle()
 

@@ -17,7 +17,7 @@
 namespace Notebook {
 
 /// Raised whenever a structure below changes; a file of another version is made anew.
-inline constexpr std::uint32_t kLayoutVersion = 9;
+inline constexpr std::uint32_t kLayoutVersion = 10;
 inline constexpr std::uint32_t kLayoutMagic = 0x4B4F424E;
 
 inline constexpr std::size_t kMaxAdapters = 512;
@@ -166,6 +166,7 @@ struct Pending {
 
 /// How long devices take, what they answer. Everything that `reset` makes new.
 struct Devices {
+    std::uint32_t sleepDivisor;  ///< the executable's sleeps end so many times as soon; 0: as they are
     Adapter adapters[kMaxAdapters];
     std::uint32_t adapterCount;
     ConnectionList connectionList;
