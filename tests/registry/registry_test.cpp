@@ -152,7 +152,11 @@ TEST_F(RegistryTest, ErrorOfMakingTheKeyIsTheResultAndNothingIsWritten) {
 }
 
 TEST_F(RegistryTest, ErrorOfWritingIsTheResult) {
-    const ScopedResult<&::RegSetValueExW> write{ERROR_NO_SYSTEM_RESOURCES};
+    const ScopedImport<&::RegSetValueExW> write{
+        [](HKEY, LPCWSTR, DWORD reserved, DWORD, const BYTE*, DWORD) -> LSTATUS {
+            EXPECT_EQ(reserved, 0U);
+            return ERROR_NO_SYSTEM_RESOURCES;
+        }};
     EXPECT_EQ(Set(L"True"), ERROR_NO_SYSTEM_RESOURCES);
     EXPECT_TRUE(ledger.Balanced());
 }
