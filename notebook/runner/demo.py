@@ -14,7 +14,6 @@ from .player import condition
 from .prefix import leave_by_signals
 from .story import EVENING
 
-STEP_SECONDS = 120
 STEP_GAP = 4.0
 """Seconds that a step gets at least, so that its words have room."""
 COLUMNS = (("cable", "cable", 7), ("wifi", "Wi-Fi", 6), ("stored_wlan", "stored", 8), ("wwan", "WWAN", 5),
@@ -22,90 +21,40 @@ COLUMNS = (("cable", "cable", 7), ("wifi", "Wi-Fi", 6), ("stored_wlan", "stored"
 LIVELY, QUIET, BOLD, PLAIN = "\033[32m", "\033[2m", "\033[1m", "\033[0m"
 
 
-class Screen:
-    """The live table: in colour and with a line of progress on a terminal, plain elsewhere."""
-
-    def __init__(self):
-        self._is_terminal = sys.stdout.isatty()
-
-    def heading(self):
-        names = "".join(name.ljust(width) for _, name, width in COLUMNS)
-        self._print(self._painted(f"{'time':>7}  {'what happened':30}{names} what the service said", BOLD))
-
-    def row(self, seconds, happened, state, said):
-        cells = ""
-        for key, _, width in COLUMNS:
-            value = state[key]
-            lively = value in ("in", "on", "True")
-            cells += self._painted(value.ljust(width), LIVELY if lively else QUIET)
-        self._print(f"{seconds:6.1f}s  {happened:30}{cells} {said}")
-
-    def progress(self, seconds, text):
-        if self._is_terminal:
-            print(f"\r\033[K{seconds:6.1f}s  {text}", end="", flush=True)
-
-    def note(self, text):
-        self._print(text)
-
-    def _print(self, text):
-        print(("\r\033[K" if self._is_terminal else "") + text, flush=True)
-
-    def _painted(self, text, colour):
-        return colour + text + PLAIN if self._is_terminal else text
+def painted(text, colour):
+    """In colour on a terminal, plain elsewhere."""
+    return colour + text + PLAIN if sys.stdout.isatty() else text
 
 
-class Demonstration:
-    """Plays the story, step by step."""
+def note(text):
+    print(text, flush=True)
 
-    def __init__(self, machine, screen):
-        self._machine = machine
-        self._screen = screen
-        self._log = Log(machine.log_file())
-        self._begun = time.monotonic()
-        self._said = []
 
-    def play(self, steps):
-        self._screen.heading()
-        for step in steps:
-            self._step(step)
-
-    def _step(self, step):
-        begun = self._now()
-        self._said = []
+def play(machine, steps):
+    """Plays the story; each step is a row of the table once all has settled."""
+    note(painted(f"{'time':>7}  {'what happened':30}{''.join(name.ljust(width) for _, name, width in COLUMNS)}"
+                 " what the service said", BOLD))
+    log = Log(machine.log_file())
+    begun = time.monotonic()
+    for step in steps:
+        at = time.monotonic()
         for command in step.commands:
-            self._machine.do(command)
-        state, said = self._await(step, begun)
-        self._screen.row(begun, step.happened, state, said)
-        while self._now() < begun + STEP_GAP:
-            self._screen.progress(self._now(), "...")
-            time.sleep(0.1)
+            machine.do(command)
+        machine.settle()
+        state = machine.status()
+        cells = "".join(painted(state[key].ljust(width), LIVELY if state[key] in ("in", "on", "True") else QUIET)
+                        for key, _, width in COLUMNS)
+        note(f"{at - begun:6.1f}s  {step.happened:30}{cells} {heard(log, step, state)}")
+        time.sleep(max(0, at + STEP_GAP - time.monotonic()))
 
-    def _await(self, step, begun):
-        """Waits for the outcome and for the service's word; what is so then, and the line that it said."""
-        conditions = [condition(word) for word in step.outcome.split()]
-        while True:
-            state = self._machine.status()
-            said = self._heard(step.said)
-            if said is not None and all((state[key] == value) == equal for key, value, equal in conditions):
-                # What comes and goes on the way does not count.
-                self._machine.settle()
-                state = self._machine.status()
-                if all((state[key] == value) == equal for key, value, equal in conditions):
-                    return state, said
-            if self._now() > begun + STEP_SECONDS:
-                raise SystemExit(f"\n{step.happened}: expected {step.outcome} and the words "
-                                 f"\"{step.said}\", but it is {state}")
-            self._screen.progress(self._now(), f"{step.happened} ...")
-            time.sleep(0.05)
 
-    def _heard(self, fragment):
-        self._said += decisions(self._log.read())
-        if not fragment:
-            return ""
-        return next((entry.message.strip() for entry in self._said if fragment in entry.message), None)
-
-    def _now(self):
-        return time.monotonic() - self._begun
+def heard(log, step, state):
+    """The line that the service said, where all has come as the step has it."""
+    said = [entry.message.strip() for entry in decisions(log.read_settled()) if step.said in entry.message]
+    wanted = [condition(word) for word in step.outcome.split()]
+    if not said and step.said or any((state[key] == value) != equal for key, value, equal in wanted):
+        raise SystemExit(f'{step.happened}: expected {step.outcome} and the words "{step.said}", but it is {state}')
+    return said[0] if step.said else ""
 
 
 def in_airplane_mode(machine):
@@ -139,17 +88,16 @@ def main():
     if options.check:
         return 0
     leave_by_signals()
-    screen = Screen()
-    screen.note("Booting the notebook and installing the service (some seconds) ...")
+    note("Booting the notebook and installing the service (some seconds) ...")
     with Machine(options.prefix, options.programs) as machine:
         machine.begin("modems 1")
-        Demonstration(machine, screen).play(EVENING)
+        play(machine, EVENING)
         log_lines = machine.log_file().read_bytes().count(b"\n")
         have_drawn(machine, options.picture, options.page)
         machine.do("remove")
-    screen.note(f"\nThe service wrote {log_lines} log lines. What the doctor makes of them:")
-    screen.note(f"  {os.path.relpath(options.picture)}  the evening as a picture")
-    screen.note(f"  {os.path.relpath(options.page)}  as a page: why was Wi-Fi off in airplane mode?")
+    note(f"\nThe service wrote {log_lines} log lines. What the doctor makes of them:")
+    note(f"  {os.path.relpath(options.picture)}  the evening as a picture")
+    note(f"  {os.path.relpath(options.page)}  as a page: why was Wi-Fi off in airplane mode?")
     return 0
 
 
