@@ -234,19 +234,9 @@ Setting& NamedSetting(Machine& machine, std::wstring_view name) {
 
 void Bios(const Arguments& given) {
     static constexpr std::pair<std::string_view, VARTYPE> kTypes[] = {
-        {"text", VT_BSTR},
-        {"null", VT_NULL},
-        {"empty", VT_EMPTY},
-        {"int16", VT_I2},
-        {"int32", VT_I4},
-        {"int64", VT_I8},
-        {"byte", VT_UI1},
-        {"bool", VT_BOOL},
-        {"double", VT_R8},
-        {"date", VT_DATE},
-        {"error", VT_ERROR},
-        {"unknown", VT_UNKNOWN},
-        {"texts", VT_ARRAY | VT_BSTR},
+        {"text", VT_BSTR},   {"null", VT_NULL},       {"empty", VT_EMPTY},
+        {"int16", VT_I2},    {"int32", VT_I4},        {"bool", VT_BOOL},
+        {"error", VT_ERROR}, {"unknown", VT_UNKNOWN}, {"texts", VT_ARRAY | VT_BSTR},
     };
     LockedMachine machine;
     if (given.Has("provider")) {
@@ -317,7 +307,7 @@ const std::vector<Command>& DeviceCommands() {
          &EventCommand},
         {"bios",
          "provider on|off | NAME (null|empty|unknown | absent | timeouts TIMES|for-ever | "
-         "text|int16|int32|int64|byte|bool|double|date|error|texts [VALUE])",
+         "text|int16|int32|bool|error|texts [VALUE])",
          "A BIOS setting: its value by type, missing, answered after time-outs; the provider.", &Bios},
         {"feature", "wlan|wwan on|off", "The BIOS setting that enables one half of the switching.", &Feature},
     };

@@ -7,65 +7,72 @@
 
 namespace Notebook {
 
-/// Every platform call that the hardware answers. A rule can make each of them slow, failing or
-/// held; each is counted and can be traced.
-enum class Call : std::uint32_t {
-    WlanOpenHandle,
-    WlanCloseHandle,
-    WlanEnumInterfaces,
-    WlanGetInterfaceCapability,
-    WlanSetInterface,
-    WlanQueryInterface,
-    WlanRegisterNotification,
-    GetAdaptersInfo,
-    GetAdaptersAddresses,
-    IsNetworkAlive,
-    NetworkListManagerCreate,
-    NetworkListManagerGetNetworkConnections,
-    NetworkListManagerGetNetworkConnection,
-    NetworkConnectionsNext,
-    NetworkConnectionGetNetwork,
-    NetworkConnectionIsConnected,
-    NetworkConnectionIsConnectedToInternet,
-    NetworkConnectionGetConnectivity,
-    NetworkConnectionGetConnectionId,
-    NetworkConnectionGetAdapterId,
-    NetworkGetName,
-    FindConnectionPoint,
-    Advise,
-    Unadvise,
-    MbnInterfaceManagerCreate,
-    MbnInterfaceManagerGetInterface,
-    MbnInterfaceManagerGetInterfaces,
-    MbnInterfaceQueryInterface,
-    MbnInterfaceGetInterfaceId,
-    MbnRadioGetSoftwareRadioState,
-    MbnRadioSetSoftwareRadioState,
-    WbemLocatorCreate,
-    WbemConnectServer,
-    WbemSetBlanket,
-    WbemExecQuery,
-    WbemNext,
-    WbemGet,
-    RegisterServiceCtrlHandlerEx,
-    SetServiceStatus,
-    RegisterEventSource,
-    ReportEvent,
-    DeregisterEventSource,
-    ServiceControl,
-    Notification,
+/// The platform calls that the hardware answers, each with its name as commands and traces write it.
+#define NOTEBOOK_COMMAND_CALLS(CALL)                                                            \
+    CALL(WlanOpenHandle, "WlanOpenHandle")                                                      \
+    CALL(WlanCloseHandle, "WlanCloseHandle")                                                    \
+    CALL(WlanEnumInterfaces, "WlanEnumInterfaces")                                              \
+    CALL(WlanGetInterfaceCapability, "WlanGetInterfaceCapability")                              \
+    CALL(WlanSetInterface, "WlanSetInterface")                                                  \
+    CALL(WlanQueryInterface, "WlanQueryInterface")                                              \
+    CALL(WlanRegisterNotification, "WlanRegisterNotification")                                  \
+    CALL(GetAdaptersInfo, "GetAdaptersInfo")                                                    \
+    CALL(GetAdaptersAddresses, "GetAdaptersAddresses")                                          \
+    CALL(IsNetworkAlive, "IsNetworkAlive")                                                      \
+    CALL(NetworkListManagerCreate, "NetworkListManager::Create")                                \
+    CALL(NetworkListManagerGetNetworkConnections, "INetworkListManager::GetNetworkConnections") \
+    CALL(NetworkListManagerGetNetworkConnection, "INetworkListManager::GetNetworkConnection")   \
+    CALL(NetworkConnectionsNext, "IEnumNetworkConnections::Next")                               \
+    CALL(NetworkConnectionGetNetwork, "INetworkConnection::GetNetwork")                         \
+    CALL(NetworkConnectionIsConnected, "INetworkConnection::IsConnected")                       \
+    CALL(NetworkConnectionIsConnectedToInternet, "INetworkConnection::IsConnectedToInternet")   \
+    CALL(NetworkConnectionGetConnectivity, "INetworkConnection::GetConnectivity")               \
+    CALL(NetworkConnectionGetConnectionId, "INetworkConnection::GetConnectionId")               \
+    CALL(NetworkConnectionGetAdapterId, "INetworkConnection::GetAdapterId")                     \
+    CALL(NetworkGetName, "INetwork::GetName")                                                   \
+    CALL(FindConnectionPoint, "FindConnectionPoint")                                            \
+    CALL(Advise, "Advise")                                                                      \
+    CALL(Unadvise, "Unadvise")                                                                  \
+    CALL(MbnInterfaceManagerCreate, "MbnInterfaceManager::Create")                              \
+    CALL(MbnInterfaceManagerGetInterface, "IMbnInterfaceManager::GetInterface")                 \
+    CALL(MbnInterfaceManagerGetInterfaces, "IMbnInterfaceManager::GetInterfaces")               \
+    CALL(MbnInterfaceQueryInterface, "IMbnInterface::QueryInterface")                           \
+    CALL(MbnInterfaceGetInterfaceId, "IMbnInterface::get_InterfaceID")                          \
+    CALL(MbnRadioGetSoftwareRadioState, "IMbnRadio::get_SoftwareRadioState")                    \
+    CALL(MbnRadioSetSoftwareRadioState, "IMbnRadio::SetSoftwareRadioState")                     \
+    CALL(WbemLocatorCreate, "WbemLocator::Create")                                              \
+    CALL(WbemConnectServer, "IWbemLocator::ConnectServer")                                      \
+    CALL(WbemSetBlanket, "IClientSecurity::SetBlanket")                                         \
+    CALL(WbemExecQuery, "IWbemServices::ExecQuery")                                             \
+    CALL(WbemNext, "IEnumWbemClassObject::Next")                                                \
+    CALL(WbemGet, "IWbemClassObject::Get")                                                      \
+    CALL(RegisterServiceCtrlHandlerEx, "RegisterServiceCtrlHandlerExW")                         \
+    CALL(SetServiceStatus, "SetServiceStatus")                                                  \
+    CALL(RegisterEventSource, "RegisterEventSourceW")                                           \
+    CALL(ReportEvent, "ReportEventW")                                                           \
+    CALL(DeregisterEventSource, "DeregisterEventSource")                                        \
+    CALL(ServiceControl, "ServiceControl")                                                      \
+    CALL(Notification, "Notification")
 
-    // Answered in unit tests alone, where no other service manager is: no command knows their names.
-    OpenSCManager,
-    OpenService,
-    CreateService,
-    ControlService,
-    QueryServiceStatus,
-    QueryServiceStatusEx,
-    DeleteService,
-    ChangeServiceConfig2,
-    Count
+/// Those that are answered in unit tests alone, where no other service manager is: no command knows their
+/// names.
+#define NOTEBOOK_UNIT_CALLS(CALL)                      \
+    CALL(OpenSCManager, "OpenSCManagerW")              \
+    CALL(OpenService, "OpenServiceW")                  \
+    CALL(CreateService, "CreateServiceW")              \
+    CALL(ControlService, "ControlService")             \
+    CALL(QueryServiceStatus, "QueryServiceStatus")     \
+    CALL(QueryServiceStatusEx, "QueryServiceStatusEx") \
+    CALL(DeleteService, "DeleteService")               \
+    CALL(ChangeServiceConfig2, "ChangeServiceConfig2W")
+
+#define NOTEBOOK_CALL(id, name) id,
+/// Every platform call. A rule can make each of them slow, failing or held; each is counted and can be
+/// traced.
+enum class Call : std::uint32_t {
+    NOTEBOOK_COMMAND_CALLS(NOTEBOOK_CALL) NOTEBOOK_UNIT_CALLS(NOTEBOOK_CALL) Count
 };
+#undef NOTEBOOK_CALL
 
 inline constexpr std::size_t kCallCount = static_cast<std::size_t>(Call::Count);
 /// How many of them commands know, from the first.

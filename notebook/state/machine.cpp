@@ -395,14 +395,6 @@ void GiveAddress(Machine& machine, Adapter& adapter, Micros now) {
     AnnounceConnectivity(machine, adapter, adapter.connectivityUp, now);
 }
 
-void TakeAddress(Machine& machine, Adapter& adapter, Micros now) {
-    if (adapter.hasAddress == 0) {
-        return;
-    }
-    adapter.hasAddress = 0;
-    AnnounceConnectivity(machine, adapter, kConnectivityNoTraffic, now);
-}
-
 std::uint32_t MachineConnectivity(const Machine& machine) {
     std::uint32_t all = 0;
     for (const Adapter& adapter : Adapters(machine.devices)) {

@@ -73,7 +73,6 @@ void RemoveAdapter(Machine& machine, Adapter& adapter, Micros now);
 void PlugIn(Machine& machine, Adapter& adapter, std::uint32_t addressMs, Micros now);
 void PullOut(Machine& machine, Adapter& adapter, Micros now);
 void GiveAddress(Machine& machine, Adapter& adapter, Micros now);
-void TakeAddress(Machine& machine, Adapter& adapter, Micros now);
 /// What the whole machine is connected to (NLM_CONNECTIVITY).
 std::uint32_t MachineConnectivity(const Machine& machine);
 

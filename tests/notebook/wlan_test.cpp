@@ -169,19 +169,6 @@ TEST_F(WlanTest, ClosingWaitsForACallbackThatRuns) {
     EXPECT_TRUE(notified.ended);
 }
 
-TEST_F(WlanTest, NothingIsNotifiedAfterUnregistering) {
-    Client client;
-    Client witness;
-    Notified notified;
-    Notified seen;
-    client.Register(kBothSources, &Notified::Callback, &notified);
-    client.Register(WLAN_NOTIFICATION_SOURCE_NONE, nullptr, nullptr);
-    witness.Register(kBothSources, &Notified::Callback, &seen);
-    client.Set(0, dot11_radio_state_off);
-    ASSERT_TRUE(Eventually([&] { return seen.Count() == 1; }));
-    EXPECT_EQ(0U, notified.Count());
-}
-
 TEST_F(WlanTest, UnknownHandleIsRefused) {
     WLAN_INTERFACE_INFO_LIST* list = nullptr;
     EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE},

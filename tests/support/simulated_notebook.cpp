@@ -109,12 +109,6 @@ void SimulatedNotebook::RemoveSettings() const {
     std::ranges::fill(Devices().settings, Setting{});
 }
 
-void SimulatedNotebook::RemoveSetting(std::wstring_view name) const {
-    if (Setting* const setting = FindSetting(m_state, name)) {
-        *setting = {};
-    }
-}
-
 void SimulatedNotebook::SetSetting(std::wstring_view name, std::wstring_view text) const {
     Setting& setting = *PutSetting(m_state, name);
     setting.type = VT_BSTR;

@@ -80,7 +80,6 @@ class SimulatedNotebook {
 
     /// The firmware settings as their provider has them; both features are enabled at first.
     void RemoveSettings() const;
-    void RemoveSetting(std::wstring_view name) const;
     void SetSetting(std::wstring_view name, std::wstring_view text) const;
     /// A value of any kind, for one reading, which takes what it owns.
     void SetSetting(std::wstring_view name, const VARIANT& value) const;
