@@ -24,9 +24,6 @@ namespace {
 constexpr Call kPoints[] = {Call::GetAdaptersInfo, Call::WlanQueryInterface, Call::WlanSetInterface,
                             Call::MbnRadioGetSoftwareRadioState, Call::MbnRadioSetSoftwareRadioState};
 
-/// References that network subscriptions keep to the end of the process.
-constexpr ULONG kKeptReferences = 3;
-
 std::wstring Wide(const std::string& text) {
     return {text.begin(), text.end()};
 }
@@ -166,7 +163,7 @@ void Stage::Carry(const Command& command) {
             Notebook::LockedMachine()->devices.asleep = 0;
             m_turns.Post(Who::kControl, [this, runs = m_isToRun] {
                 if (runs) {
-                    m_service->OnContinue();
+                    m_service->Continue();
                 }
                 Notebook::LockedMachine()->devices.asleep = 0;
                 m_machine.notebook.Act(&Notebook::ReleaseHeldEvents);
@@ -174,7 +171,7 @@ void Stage::Carry(const Command& command) {
             break;
         case Verb::kStart:
             m_isToRun = true;
-            m_service = std::make_unique<CoreTests::OpenService>();
+            m_service = std::make_unique<Service>();
             m_turns.Post(Who::kControl, [this] { m_service->Start(0, nullptr); });
             break;
         case Verb::kStop:
@@ -222,7 +219,13 @@ void Stage::ChangeNeighbour(const Command& command) {
 void Stage::Stop(bool isShutdown) {
     // It leaves COM once more than it has entered it.
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    m_handler = m_service->m_state.networkEventHandler;
+    const ServiceState& state = m_service->m_state;
+    if (state.networkEventHandler != nullptr) {
+        m_handler = state.networkEventHandler;
+        m_keptReferences = (state.networkListManagerEvents != nullptr ? 1U : 0U) +
+                           (state.networkConnectionEvents != nullptr ? 1U : 0U) +
+                           (state.networkEvents != nullptr ? 1U : 0U);
+    }
     if (isShutdown) {
         m_service->Shutdown();
     } else {
@@ -231,10 +234,18 @@ void Stage::Stop(bool isShutdown) {
 }
 
 void Stage::EndProcess() {
+    m_isToRun = false;
     const auto* const wired = m_service->m_state.wiredConnections;
     m_service.reset();
-    for (ULONG i = 0; m_handler != nullptr && i < kKeptReferences; ++i) {
-        m_handler->Release();
+    if (m_handler == nullptr) {
+        m_keptReferences = 0;
+        m_handlerReferences = 0;
+    } else {
+        m_handler->AddRef();
+        m_handlerReferences = m_handler->Release();
+        for (ULONG left = m_handlerReferences; left != 0; --left) {
+            m_handler->Release();
+        }
     }
     m_handler = nullptr;
     delete wired;
@@ -286,6 +297,10 @@ std::string Stage::Complaint() const {
 
 std::string Stage::Leftovers() const {
     const Notebook::Ledger& held = Notebook::SharedState::Get().Raw().ledger;
+    if (m_handlerReferences != m_keptReferences) {
+        return "the handler of network events is held " + std::to_string(m_handlerReferences) +
+               " times in place of " + std::to_string(m_keptReferences);
+    }
     return held.comReferences == 0 && held.comSinks == 0 && held.wlanHandles == 0
                ? std::string()
                : std::to_string(held.comReferences) + " references, " + std::to_string(held.comSinks) +

@@ -30,6 +30,7 @@ class Stage {
     void Do(const Command& command);
     [[nodiscard]] bool Settle(const Step& step) { return m_turns.Settle(step.seed, step.isFine); }
     [[nodiscard]] const Turns& Threads() const { return m_turns; }
+    [[nodiscard]] Rig::SimulatedNotebook& Devices() { return m_machine.notebook; }
     [[nodiscard]] Situation See() const;
     /// What is wrong whatever the rules say: an exception, something lost or given back twice. Empty:
     /// nothing.
@@ -41,6 +42,11 @@ class Stage {
 
   private:
     class ErrorLines;
+    /// The service object with all of its controls open.
+    class Service : public CoreTests::OpenService {
+      public:
+        using CMainService::Continue;
+    };
 
     void Carry(const Command& command);
     void ChangeNeighbour(const Command& command);
@@ -54,8 +60,10 @@ class Stage {
     std::unique_ptr<Orva::Shared::CorvaLogger> m_recorder;
     Turns m_turns{m_machine.clock};
     Rig::ScopedImport<&::QueueUserWorkItem> m_pool;
-    std::unique_ptr<CoreTests::OpenService> m_service;
+    std::unique_ptr<Service> m_service;
     NLMEventHandler* m_handler = nullptr;
+    ULONG m_keptReferences = 0;     ///< to the handler, by its subscriptions, to the end of the process
+    ULONG m_handlerReferences = 0;  ///< those that were left then
     bool m_isToRun = false;
     std::map<std::wstring, int> m_neighbourChanges;
 };

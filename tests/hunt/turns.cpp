@@ -94,6 +94,11 @@ void Turns::Look() {
     }
 }
 
+bool Turns::IsAtWork(Who who) const {
+    const State state = m_seats.at(static_cast<std::size_t>(who)).state;
+    return state == State::kReady || state == State::kWaiting;
+}
+
 DWORD WINAPI Turns::Main(void* argument) {
     Seat& seat = *static_cast<Seat*>(argument);
     seat.turns->Work(seat);

@@ -66,6 +66,10 @@ class Turns {
     /// Who had the turns of the last `Settle`.
     [[nodiscard]] const std::vector<Who>& Taken() const { return m_taken; }
 
+    /// Whether a thread is neither idle nor gone, at rest. (The watcher is at work until it has seen the
+    /// stop.)
+    [[nodiscard]] bool IsAtWork(Who who) const;
+
     /// A place where the calling thread may lose its turn.
     void Point();
     /// Something that somebody may wait for was signalled past the import table.

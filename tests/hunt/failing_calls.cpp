@@ -1,0 +1,525 @@
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <exception>
+#include <optional>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "notebook/hardware/com_object.h"
+#include "tests/hunt/command.h"
+#include "tests/hunt/faults.h"
+#include "tests/hunt/scenes.h"
+#include "tests/hunt/stage.h"
+#include "tests/support/scoped_import.h"
+
+namespace RandomEvents {
+namespace {
+
+/// A scene, and what fails in it.
+struct Case {
+    const Scene* scene = nullptr;
+    std::vector<Fault> faults;
+
+    /// As `--play` takes it.
+    [[nodiscard]] std::string Text() const {
+        std::string text = scene->name;
+        for (const Fault& fault : faults) {
+            text += " " + fault.Text();
+        }
+        return text;
+    }
+    [[nodiscard]] bool Has(std::string_view function) const {
+        return std::ranges::any_of(
+            faults, [&](const Fault& fault) { return function == FailingFunctions()[fault.function].name; });
+    }
+};
+
+/// What cannot be read as a text counts as on.
+bool MeansOn(const std::string& stored) {
+    return stored == "True" || stored.empty() || stored == "(a number)";
+}
+
+/// What a scene comes to when nothing fails.
+struct Plain {
+    std::vector<std::uint32_t> counts;
+    std::set<bool> wlan;  ///< choices that it remembers, step by step
+    std::set<bool> modem;
+};
+
+/// Without these a radio's state is not known, which reads as off, or it does not follow and is later taken
+/// for switched by the user; without the registry's reading airplane mode reads as off. What the service then
+/// remembers of a change that it takes for the user's may be wrong, as it is meant to be.
+constexpr std::string_view kMisleading[] = {
+    "WlanOpenHandle",
+    "WlanEnumInterfaces",
+    "WlanQueryInterface",
+    "WlanGetInterfaceCapability",
+    "WlanSetInterface",
+    "IMbnInterfaceManager::GetInterface",
+    "IMbnInterface::QueryInterface",
+    "IMbnRadio::get_SoftwareRadioState",
+    "IMbnRadio::SetSoftwareRadioState",
+    "CreateEventW",
+    "WaitForSingleObject",
+    "RegOpenKeyExW",
+    "RegQueryValueExW",
+    "memory",
+};
+
+/// Whether radios change in a scene by other hands than the service's, or begin as they were not chosen.
+bool HasForeignChanges(const Scene& scene) {
+    constexpr Verb kChanges[] = {
+        Verb::kWifi, Verb::kWifiHardware, Verb::kWifiAvailable, Verb::kWifiNotify,    Verb::kWifiNotifyOdd,
+        Verb::kWwan, Verb::kModemReverts, Verb::kAirplane,      Verb::kAirplaneValue, Verb::kStored};
+    return std::ranges::any_of(scene.day.steps, [&](const Step& step) {
+        return std::ranges::any_of(step.commands, [&](const Command& command) {
+            return std::ranges::count(kChanges, command.verb) != 0;
+        });
+    });
+}
+
+std::string g_caseInPlay;
+std::atomic<std::uint32_t> g_plays = 0;
+
+/// Why a run cannot be gone on with: threads hang, or the process is about to die.
+[[noreturn]] void GiveUp(const std::string& why) {
+    std::printf("%s\n  --play \"%s\"\n", why.c_str(), g_caseInPlay.c_str());
+    TerminateProcess(GetCurrentProcess(), 3);
+    std::abort();
+}
+
+LONG WINAPI ReportCrash(EXCEPTION_POINTERS* pointers) {
+    char text[64];
+    std::snprintf(text, sizeof(text), "crashed: 0x%08lx at %p", pointers->ExceptionRecord->ExceptionCode,
+                  pointers->ExceptionRecord->ExceptionAddress);
+    GiveUp(text);
+}
+
+/// Ends a process in which one play takes longer than any should: somebody is busy for ever.
+DWORD WINAPI WatchPlays(void* /*nothing*/) {
+    constexpr DWORD kPatience = 60'000;
+    for (std::uint32_t seen = g_plays;; seen = g_plays) {
+        Rig::Real<&::Sleep>(kPatience);
+        if (g_plays == seen) {
+            GiveUp("never comes to an end");
+        }
+    }
+}
+
+/// Of two WLAN adapters the service switches the first, of two modems the last one of the list.
+bool WlanIs(const Situation& seen, const Shape& shape, std::uint32_t state) {
+    return std::all_of(seen.phys.begin(), seen.phys.begin() + static_cast<std::ptrdiff_t>(shape.phys),
+                       [=](std::uint32_t phy) { return phy == state; });
+}
+
+bool ModemIs(const Situation& seen, bool on) {
+    return seen.modems.empty() || (seen.modems.back() != 0) == on;
+}
+
+/// One play of a case: its scene with what fails, then a day on which nothing does.
+class Play {
+  public:
+    Play(Stage& stage, const Case& what, const Plain* plain) : m_stage(stage), m_case(what), m_plain(plain) {}
+
+    /// What is wrong; nothing: all is right. Brings the stage to rest.
+    std::optional<std::string> Run() {
+        g_caseInPlay = m_case.Text();
+        ++g_plays;
+        m_stage.Begin(m_case.scene->day.shape);
+        Faults faults(m_stage, m_case.faults);
+        m_faults = &faults;
+        for (const Step& step : m_case.scene->day.steps) {
+            JudgeChoices();
+            Take(step);
+        }
+        JudgeChoices();
+        m_came.counts = faults.Counts();
+        faults.End();
+        SettleDown();
+        JudgeBooks();
+        return m_wrong;
+    }
+
+    [[nodiscard]] const Plain& Came() const { return m_came; }
+
+  private:
+    using Text = std::string;
+
+    void Expect(bool holds, const Text& what) {
+        if (!holds && !m_wrong) {
+            m_wrong = what + "\n  " + m_stage.See().Text();
+        }
+    }
+
+    void Take(const Step& step) {
+        bool stops = false;
+        for (const Command& command : step.commands) {
+            const bool starts = command.verb == Verb::kStart;
+            const bool stopsNow = command.verb == Verb::kStop || command.verb == Verb::kPreshutdown;
+            if (stopsNow && !m_runs) {
+                continue;
+            }
+            m_runs = m_runs || starts;
+            stops = stops || stopsNow;
+            if (command.verb == Verb::kWifi || command.verb == Verb::kWwan) {
+                m_chosen.insert({command.verb, command.IsOn(0)});
+            }
+            m_stage.Do(command);
+            m_starts = m_starts || starts;
+        }
+        Settle(step);
+        if (stops) {
+            EndService();
+        } else if (m_starts && !m_stage.See().isRunning) {
+            EndService();
+        }
+        m_starts = false;
+    }
+
+    void Take(std::initializer_list<const char*> commands) {
+        Step step;
+        for (const char* const text : commands) {
+            Command command = ReadCommand(text);
+            if (command.FitsOn(m_case.scene->day.shape)) {
+                step.commands.push_back(std::move(command));
+            }
+        }
+        Take(step);
+    }
+
+    void Settle(const Step& step) {
+        if (!m_stage.Settle(step)) {
+            GiveUp(m_stage.Threads().Stuck());
+        }
+        const Notebook::Ledger& held = Notebook::SharedState::Get().Raw().ledger;
+        Expect(held.misuses == 0, "something was used or given back that was gone");
+        Expect(held.wlanMemory == 0, "memory of the WLAN interface was not given back");
+        Expect(m_faults->Exceptions().empty() || m_case.Has("memory"), "an exception");
+        Expect(!m_stage.See().changesModem, "the mark of an own change of the modem is left");
+    }
+
+    /// The process of a service that was told to stop, or did not come up, ends.
+    void EndService() {
+        m_runs = false;
+        if (m_stage.Threads().IsAtWork(Who::kWatcher)) {
+            // Who was not woken sees the stop when something changes.
+            Expect(m_case.Has("SetEvent"), "the watcher does not see the stop");
+            m_stage.Do(ReadCommand("airplane value dword 2"));
+            Settle({});
+            m_stage.Do(ReadCommand("airplane value dword 0"));
+        }
+        const Notebook::Ledger& held = Notebook::SharedState::Get().Raw().ledger;
+        Expect(held.comSinks == 0 || m_case.Has("Unadvise"), "subscriptions are left");
+        DropSubscriptions();
+        m_stage.EndProcess();
+        const std::string leftovers = m_stage.Leftovers();
+        Expect(leftovers.empty() || m_case.Has("WlanCloseHandle"), leftovers);
+    }
+
+    /// Those that could not be taken back end with the process.
+    static void DropSubscriptions() {
+        static DWORD first = 0;
+        const DWORD next = Notebook::NextCookie();
+        for (; first != next; ++first) {
+            Notebook::SinkTable<INetworkListManagerEvents>::Get().Remove(first);
+            Notebook::SinkTable<INetworkConnectionEvents>::Get().Remove(first);
+            Notebook::SinkTable<INetworkEvents>::Get().Remove(first);
+            Notebook::SinkTable<IMbnRadioEvents>::Get().Remove(first);
+        }
+    }
+
+    /// A choice may not have been seen or stored because of a failure; none is made up.
+    void JudgeChoices() {
+        const Situation seen = m_stage.See();
+        m_came.wlan.insert(MeansOn(seen.storedWlan));
+        m_came.modem.insert(MeansOn(seen.storedWwan));
+        const bool isMisled =
+            HasForeignChanges(*m_case.scene) &&
+            std::ranges::any_of(kMisleading, [&](std::string_view function) { return m_case.Has(function); });
+        if (m_plain != nullptr && !isMisled) {
+            Expect(m_plain->wlan.contains(MeansOn(seen.storedWlan)) ||
+                       m_chosen.contains({Verb::kWifi, MeansOn(seen.storedWlan)}),
+                   "a choice for WLAN is made up");
+            Expect(m_plain->modem.contains(MeansOn(seen.storedWwan)) ||
+                       m_chosen.contains({Verb::kWwan, MeansOn(seen.storedWwan)}),
+                   "a choice for the modem is made up");
+        }
+    }
+
+    /// Whether the service hears of everything, and knows what it needs.
+    bool IsWhole() {
+        const Situation seen = m_stage.See();
+        const int sinks = m_case.scene->day.shape.modems != 0 ? 4 : 3;
+        return seen.isRunning && seen.sinks == sinks && seen.registrations == 1 && seen.switchesWlan &&
+               seen.switchesWwan && !seen.hasTimedOut;
+    }
+
+    void SettleDown() {
+        Take({"resume", "airplane off", "call GetAdaptersInfo ok", "wifi hardware on", "phy 0 refuse 0",
+              "phy 1 refuse 0", "modem 1 follows on confirm 0", "modem 1 refuse 0",
+              "modem 1 reverts 0 after 0", "modem 1 radio same", "bios provider on",
+              "bios \"LAN / WLAN Auto Switching\" timeouts 0", "feature wlan on", "feature wwan on",
+              "service WlanSvc run", "service WwanSvc run"});
+        if (!IsWhole()) {
+            if (m_runs) {
+                Take({"stop"});
+            }
+            Take({"start"});
+        }
+        Expect(IsWhole(), "a start at which nothing fails is not whole");
+        PlugIn();
+        PullOut();
+        Take({"wifi off", "wwan off"});
+        Choose("on");
+        PlugIn();
+        PullOut();
+        Choose("off");
+        PlugIn();
+        PullOut();
+        Take({"stop"});
+    }
+
+    void Choose(const std::string& state) {
+        Take({("wifi " + state).c_str(), ("wwan " + state).c_str()});
+        const std::string text = state == "on" ? "True" : "False";
+        const Situation seen = m_stage.See();
+        Expect(seen.storedWlan == text, "the user's choice for WLAN is not remembered");
+        // The user's switch is the first modem's.
+        Expect(seen.modems.size() != 1 || seen.storedWwan == text,
+               "the user's choice for the modem is not remembered");
+    }
+
+    void PlugIn() {
+        Take({"plug cable 1 dhcp 0"});
+        const Situation seen = m_stage.See();
+        Expect(WlanIs(seen, m_case.scene->day.shape, Notebook::kRadioOff), "WLAN is on beside a cable");
+        Expect(ModemIs(seen, false), "the modem is on beside a cable");
+    }
+
+    void PullOut() {
+        Take({"unplug cable 1", "unplug cable 2"});
+        const Situation seen = m_stage.See();
+        Expect(WlanIs(seen, m_case.scene->day.shape,
+                      MeansOn(seen.storedWlan) ? Notebook::kRadioOn : Notebook::kRadioOff),
+               "WLAN is not as it was chosen");
+        Expect(ModemIs(seen, MeansOn(seen.storedWwan)), "the modem is not as it was chosen");
+    }
+
+    void JudgeBooks() {
+        const std::string left = m_faults->Leftovers();
+        Expect(left.empty(), "left:" + left);
+        Expect(Notebook::SharedState::Get().Raw().ledger.eventSources == 0, "an event source is left");
+        Expect(Notebook::OpenServiceHandles() == 0, "a service handle is left");
+    }
+
+    Stage& m_stage;
+    const Case& m_case;
+    const Plain* m_plain;
+    Plain m_came;
+    Faults* m_faults = nullptr;
+    std::set<std::pair<Verb, bool>> m_chosen;  ///< by the user
+    bool m_runs = false;
+    bool m_starts = false;
+    std::optional<std::string> m_wrong;
+};
+
+struct Options {
+    std::uint32_t singles = 0;
+    std::uint32_t pairs = 0;
+    bool every = false;
+    std::uint64_t seed = 0;
+    std::string scene;
+    std::string play;
+};
+
+/// Plays cases, and counts them.
+class Run {
+  public:
+    explicit Run(Stage& stage) : m_stage(stage) {}
+
+    void PlayPlain(const std::string& only) {
+        for (const Scene& scene : Scenes()) {
+            if (!only.empty() && only != scene.name) {
+                continue;
+            }
+            const Case plain{&scene, {}};
+            Play play(m_stage, plain, nullptr);
+            Judge(plain, play.Run());
+            m_plain.push_back({&scene, play.Came()});
+            for (const std::uint32_t count : play.Came().counts) {
+                m_calls += count;
+            }
+        }
+    }
+
+    void PlayEvery() {
+        for (const auto& [scene, plain] : m_plain) {
+            for (std::size_t function = 0; function < plain.counts.size(); ++function) {
+                for (std::uint32_t nth = 1; nth <= plain.counts[function]; ++nth) {
+                    for (std::size_t answer = 0; answer < FailingFunctions()[function].answers.size();
+                         ++answer) {
+                        PlayCase({scene, {{function, nth, answer}}}, plain);
+                    }
+                }
+            }
+        }
+    }
+
+    void PlayDrawn(Random& random, std::uint32_t cases, std::size_t faults) {
+        for (std::uint32_t i = 0; i < cases; ++i) {
+            const auto& [scene, plain] = m_plain[random.Below(static_cast<std::uint32_t>(m_plain.size()))];
+            Case drawn{scene, {}};
+            while (drawn.faults.size() < faults) {
+                drawn.faults.push_back(DrawFault(random, plain));
+            }
+            PlayCase(drawn, plain);
+        }
+    }
+
+    bool PlayText(const std::string& text) {
+        std::istringstream words(text);
+        std::string name;
+        words >> name;
+        Case read{&FindScene(name), {}};
+        for (std::string function, nth, answer; words >> function >> nth >> answer;) {
+            read.faults.push_back(ReadFault(function, nth, answer));
+        }
+        PlayPlain(name);
+        PlayCase(read, m_plain.front().second);
+        return Passed();
+    }
+
+    [[nodiscard]] bool Passed() const { return m_failed == 0; }
+
+    void Report(std::chrono::duration<double> seconds) const {
+        std::printf("%u scenes, %u calls, %u failures played, %u wrong, %.1f s, %.0f a second\n",
+                    static_cast<unsigned>(m_plain.size()), m_calls, m_played, m_failed, seconds.count(),
+                    m_played / seconds.count());
+    }
+
+  private:
+    static Fault DrawFault(Random& random, const Plain& plain) {
+        Fault fault;
+        do {
+            fault.function = random.Below(static_cast<std::uint32_t>(plain.counts.size()));
+        } while (plain.counts[fault.function] == 0);
+        fault.nth = 1 + random.Below(plain.counts[fault.function]);
+        fault.answer =
+            random.Below(static_cast<std::uint32_t>(FailingFunctions()[fault.function].answers.size()));
+        return fault;
+    }
+
+    void PlayCase(const Case& drawn, const Plain& plain) {
+        if (EndsTheProcess(drawn)) {
+            return;
+        }
+        ++m_played;
+        Judge(drawn, Play(m_stage, drawn, &plain).Run());
+    }
+
+    /// A worker that cannot start the watcher throws what nobody catches, as it is meant to.
+    static bool EndsTheProcess(const Case& drawn) {
+        return std::ranges::any_of(drawn.faults, [](const Fault& fault) {
+            return fault.nth % 2 == 0 &&
+                   std::string_view(FailingFunctions()[fault.function].name) == "QueueUserWorkItem";
+        });
+    }
+
+    void Judge(const Case& played, const std::optional<std::string>& wrong) {
+        if (wrong) {
+            ++m_failed;
+            std::printf("%s\n  --play \"%s\"\n", wrong->c_str(), played.Text().c_str());
+        }
+    }
+
+    Stage& m_stage;
+    std::vector<std::pair<const Scene*, Plain>> m_plain;
+    std::uint32_t m_calls = 0;
+    std::uint32_t m_played = 0;
+    std::uint32_t m_failed = 0;
+};
+
+Options ReadOptions(int count, wchar_t** words) {
+    Options options;
+    LARGE_INTEGER counter{};
+    QueryPerformanceCounter(&counter);
+    options.seed = static_cast<std::uint64_t>(counter.QuadPart) % 1'000'000'000;
+    for (int i = 1; i < count; ++i) {
+        const std::wstring word = words[i];
+        const std::wstring next = i + 1 < count ? words[i + 1] : L"";
+        if (word == L"--every") {
+            options.every = true;
+        } else if (word == L"--singles" && !next.empty()) {
+            options.singles = static_cast<std::uint32_t>(std::stoul(words[++i]));
+        } else if (word == L"--pairs" && !next.empty()) {
+            options.pairs = static_cast<std::uint32_t>(std::stoul(words[++i]));
+        } else if (word == L"--seed" && !next.empty()) {
+            options.seed = std::stoull(words[++i]);
+        } else if (word == L"--scene" && !next.empty()) {
+            options.scene.assign(next.begin(), next.end());
+            ++i;
+        } else if (word == L"--play" && !next.empty()) {
+            options.play.assign(next.begin(), next.end());
+            ++i;
+        } else {
+            throw std::runtime_error("not understood: " + std::string(word.begin(), word.end()));
+        }
+    }
+    return options;
+}
+
+int PlayAll(int count, wchar_t** words) {
+    const Options options = ReadOptions(count, words);
+    SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
+    SetUnhandledExceptionFilter(&ReportCrash);
+    std::set_terminate([] { GiveUp("an exception that nobody catches"); });
+    CloseHandle(CreateThread(nullptr, 0, &WatchPlays, nullptr, 0, nullptr));
+    bool passed = false;
+    {
+        Stage stage;
+        Run run(stage);
+        if (!options.play.empty()) {
+            passed = run.PlayText(options.play);
+            std::printf("%s\n", passed ? "right" : "wrong");
+        } else {
+            std::printf("--seed %llu\n", options.seed);
+            const auto start = std::chrono::steady_clock::now();
+            Random random(options.seed);
+            run.PlayPlain(options.scene);
+            if (options.every) {
+                run.PlayEvery();
+            }
+            run.PlayDrawn(random, options.singles, 1);
+            run.PlayDrawn(random, options.pairs, 2);
+            run.Report(std::chrono::steady_clock::now() - start);
+            passed = run.Passed();
+        }
+    }
+    return passed && !testing::UnitTest::GetInstance()->ad_hoc_test_result().Failed() ? 0 : 1;
+}
+
+}  // namespace
+}  // namespace RandomEvents
+
+/// Plays scenes in which calls fail (docs/notebook.md).
+int wmain(int argc, wchar_t** argv) {
+    std::setvbuf(stdout, nullptr, _IONBF, 0);
+    testing::InitGoogleTest();
+    try {
+        return RandomEvents::PlayAll(argc, argv);
+    } catch (const std::exception& error) {
+        std::printf("%s\n", error.what());
+        return 2;
+    }
+}
