@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdio>
 #include <exception>
+#include <numeric>
 #include <optional>
 #include <set>
 #include <sstream>
@@ -409,12 +410,21 @@ class Run {
     }
 
   private:
+    /// Each function as likely as any other, or each call: there are far more allocations than others.
     static Fault DrawFault(Random& random, const Plain& plain) {
+        const std::vector<std::uint32_t>& counts = plain.counts;
         Fault fault;
-        do {
-            fault.function = random.Below(static_cast<std::uint32_t>(plain.counts.size()));
-        } while (plain.counts[fault.function] == 0);
-        fault.nth = 1 + random.Below(plain.counts[fault.function]);
+        if (random.OneIn(2)) {
+            std::uint32_t call = random.Below(std::accumulate(counts.begin(), counts.end(), 0U));
+            for (; call >= counts[fault.function]; ++fault.function) {
+                call -= counts[fault.function];
+            }
+        } else {
+            do {
+                fault.function = random.Below(static_cast<std::uint32_t>(counts.size()));
+            } while (counts[fault.function] == 0);
+        }
+        fault.nth = 1 + random.Below(counts[fault.function]);
         fault.answer =
             random.Below(static_cast<std::uint32_t>(FailingFunctions()[fault.function].answers.size()));
         return fault;
