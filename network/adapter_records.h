@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 #include "platform/handles.h"
@@ -22,6 +23,26 @@ template <class Record>
         std::memset(records.Get(), 0, size);
     }
     return records;
+}
+
+/// Calls `visit` for each record, in the order of the links, until it says true; whether it did. A list whose
+/// links lead out of its block, or round in a circle, ends there.
+template <class Record, class Visit>
+bool VisitRecords(const Platform::UniqueProcessHeap<Record>& list, Visit visit) {
+    const SIZE_T bytes = HeapSize(GetProcessHeap(), 0, list.Get());
+    SIZE_T left = bytes / sizeof(Record);
+    for (const Record* record = list.Get(); record != nullptr && left != 0; record = record->Next, --left) {
+        // Of a record in front of the block this is an enormous number.
+        const auto offset =
+            reinterpret_cast<std::uintptr_t>(record) - reinterpret_cast<std::uintptr_t>(list.Get());
+        if (offset > bytes - sizeof(Record)) {
+            return false;
+        }
+        if (visit(*record)) {
+            return true;
+        }
+    }
+    return false;
 }
 
 /// What the log has for an interface type of the IP helper (IANA ifType).

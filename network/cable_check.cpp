@@ -101,11 +101,11 @@ void LogOtherAdapter(const LogScope& log, UINT type) {
 }
 
 /// Whether one adapter of the list counts as a connected Ethernet; the first such ends the walk.
-bool FindUsableEthernet(const LogScope& log, const IP_ADAPTER_INFO* adapters, int* noAddress) {
-    for (const IP_ADAPTER_INFO* adapter = adapters; adapter != nullptr; adapter = adapter->Next) {
-        switch (NLMUtils::JudgeAdapter(*adapter)) {
+bool FindUsableEthernet(const LogScope& log, const AdapterList& adapters, int* noAddress) {
+    return NLMUtils::VisitRecords(adapters, [&](const IP_ADAPTER_INFO& adapter) {
+        switch (NLMUtils::JudgeAdapter(adapter)) {
             case NLMUtils::AdapterVerdict::kNotEthernet:
-                LogOtherAdapter(log, adapter->Type);
+                LogOtherAdapter(log, adapter.Type);
                 break;
             case NLMUtils::AdapterVerdict::kNoAddress:
                 if (noAddress != nullptr) {
@@ -121,8 +121,8 @@ bool FindUsableEthernet(const LogScope& log, const IP_ADAPTER_INFO* adapters, in
                 log.Information(L"Ethernet is not VPN and IP is valid");
                 return true;
         }
-    }
-    return false;
+        return false;
+    });
 }
 
 }  // namespace
@@ -165,7 +165,7 @@ int NLMEventHandler::CheckEthernetConnectionStatus(int* status, int* noAddress) 
             log.Error(L"PIP_ADAPTER_INFO is NULL!!");
             return 0;
         }
-        found = FindUsableEthernet(log, Adapters().Get(), noAddress) ? 1 : 0;
+        found = FindUsableEthernet(log, Adapters(), noAddress) ? 1 : 0;
         *status = found;
         return 1;
     });

@@ -85,21 +85,22 @@ bool HasName(const IP_ADAPTER_ADDRESSES& adapter, const std::wstring& adapterId)
                       [&conversion](char narrow, wchar_t wide) { return conversion.widen(narrow) == wide; });
 }
 
-void LogMatchingAdapters(const LogScope& log, const IP_ADAPTER_ADDRESSES* adapters,
-                         const std::wstring& adapterId, unsigned char* isEthernet) {
+void LogMatchingAdapters(const LogScope& log, const AddressList& adapters, const std::wstring& adapterId,
+                         unsigned char* isEthernet) {
     bool matched = false;
-    for (const IP_ADAPTER_ADDRESSES* adapter = adapters; adapter != nullptr; adapter = adapter->Next) {
-        if (!HasName(*adapter, adapterId)) {
-            continue;
+    NLMUtils::VisitRecords(adapters, [&](const IP_ADAPTER_ADDRESSES& adapter) {
+        if (!HasName(adapter, adapterId)) {
+            return false;
         }
         matched = true;
-        log.Information(L"Description   : %s", TextOrEmpty(adapter->Description));
-        log.Information(L"Friendly Name : %s", TextOrEmpty(adapter->FriendlyName));
-        log.Information(L"Interface type: %s", NLMUtils::GetInterfaceTypeString(&adapter->IfType).c_str());
-        if (adapter->IfType == IF_TYPE_ETHERNET_CSMACD) {
+        log.Information(L"Description   : %s", TextOrEmpty(adapter.Description));
+        log.Information(L"Friendly Name : %s", TextOrEmpty(adapter.FriendlyName));
+        log.Information(L"Interface type: %s", NLMUtils::GetInterfaceTypeString(&adapter.IfType).c_str());
+        if (adapter.IfType == IF_TYPE_ETHERNET_CSMACD) {
             *isEthernet = 1;
         }
-    }
+        return false;
+    });
     if (!matched) {
         log.Warning(L"Could not find matching adapter");
     }
@@ -164,7 +165,7 @@ void NLMUtils::PrintAdapterInfo(const std::wstring& adapterId, unsigned char* is
     LogScope log("NLMUtils::PrintAdapterInfo", L"GUID Value = %s", adapterId.c_str());
     log.Guard([&] {
         if (const AddressList adapters = ReadAdapterAddresses(log)) {
-            LogMatchingAdapters(log, adapters.Get(), adapterId, isEthernet);
+            LogMatchingAdapters(log, adapters, adapterId, isEthernet);
         }
     });
     log.ExitLine(L"Ethernet Status = %d", *isEthernet);

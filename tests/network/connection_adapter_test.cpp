@@ -136,6 +136,22 @@ TEST_F(PrintAdapterInfoTest, WalkGoesOnBehindTheFirstMatch) {
                             L"Friendly Name : Adapter 4", L"Interface type: Ethernet"));
 }
 
+TEST_F(PrintAdapterInfoTest, LinkOutOfTheListOrBackIntoItEndsIt) {
+    for (const std::ptrdiff_t bytes : {std::ptrdiff_t{0}, std::ptrdiff_t{-8}, std::ptrdiff_t{1} << 30}) {
+        SCOPED_TRACE(bytes);
+        const ScopedImport<&::GetAdaptersAddresses> broken{
+            Rig::kWrapping, [bytes](const auto& original, ULONG family, ULONG flags, void* reserved,
+                                    IP_ADAPTER_ADDRESSES* list, ULONG* size) {
+                const ULONG result = original.Original(family, flags, reserved, list, size);
+                list->Next =
+                    reinterpret_cast<IP_ADAPTER_ADDRESSES*>(reinterpret_cast<std::byte*>(list) + bytes);
+                return result;
+            }};
+        EXPECT_EQ(Print(L"none of them"), kUntouched);
+        EXPECT_EQ(Inside(kPrint).back(), kNoMatch);
+    }
+}
+
 TEST_F(PrintAdapterInfoTest, OddTextsDoNoHarm) {
     std::string name(38, '\xFF');
     std::wstring text = L"%s%n" + std::wstring(5000, L'd');
