@@ -56,7 +56,8 @@ const VS_FIXEDFILEINFO* FindFixedFileInfo(const LogScope& log, const UniqueLocal
         log.Error(L"VerQueryValue failed with error %d", GetLastError());
         return nullptr;
     }
-    if (size == 0) {
+    // A record that is cut is as good as none.
+    if (size < sizeof(VS_FIXEDFILEINFO)) {
         log.Error(L"VerQueryValue returned size = %d", size);
         return nullptr;
     }

@@ -110,6 +110,8 @@ TEST_F(BinaryVersionTest, ResourceThatIsMissingOrUnsoundIsLogged) {
     ExpectUnknown(L"Signature not correct");
     found = nullptr;
     ExpectUnknown(L"VS_FIXEDFILEINFO buffer is NULL");
+    foundBytes = sizeof(info) - 1;
+    ExpectUnknown(L"VerQueryValue returned size = 51");
     foundBytes = 0;
     ExpectUnknown(L"VerQueryValue returned size = 0");
 }
