@@ -45,7 +45,8 @@ std::wstring ExecutablePath(std::size_t characters) {
 std::optional<std::wstring> QueryVersionText(const std::vector<std::byte>& version, const wchar_t* name) {
     void* text = nullptr;
     UINT characters = 0;
-    if (VerQueryValueW(version.data(), name, &text, &characters) == FALSE || characters == 0) {
+    if (VerQueryValueW(version.data(), name, &text, &characters) == FALSE || text == nullptr ||
+        characters == 0) {
         return std::nullopt;
     }
     const std::wstring found(static_cast<const wchar_t*>(text), characters);

@@ -122,6 +122,17 @@ TEST(ProductName, IsAskedForInTheWindowsCodePageAndThenInUnicode) {
     }
 }
 
+TEST(ProductName, IsEmptyWhereALengthIsFoundAndNoText) {
+    const ScopedVersion version({});
+    const ScopedImport<&::VerQueryValueW> nowhere{[](LPCVOID, LPCWSTR, void** text, UINT* characters) {
+        *text = nullptr;
+        *characters = 6;
+        return TRUE;
+    }};
+    EXPECT_EQ(GetProductName(L"x.exe"), L"");
+    EXPECT_EQ(nowhere.Calls(), 2);
+}
+
 TEST(ModuleNames, KeepThePathAndCutTheBaseName) {
     const std::wstring longPath = L"C:\\d.d\\" + std::wstring(600, L'x') + L".exe";
     struct Case {
