@@ -94,6 +94,7 @@ class WmiValues final : public Kind {
             random.OneIn(6) ? random.Of({Call::WbemExecQuery, Call::WbemNext, Call::WbemGet}) : Call::Count;
         m_failure = random.OneIn(2) ? random.Number() : random.Of<DWORD>({0, 1, 0x40004, 0x40005});
         someNumber = static_cast<LONG>(random.Number());
+        m_notebook.RemoveSettings();
         const std::optional<std::wstring> wlan = Put(random, BiosVocabulary::kLanWlanAutoSwitchingSetting);
         const std::optional<std::wstring> second = Put(random, BiosVocabulary::kLanWlanSwitchingSetting);
         const std::optional<std::wstring> wwan = Put(random, BiosVocabulary::kLanWwanAutoSwitchingSetting);
@@ -131,7 +132,6 @@ class WmiValues final : public Kind {
     }
 
     std::optional<std::wstring> Put(Random& random, const wchar_t* name) const {
-        m_notebook.RemoveSetting(name);
         if (random.OneIn(8)) {
             return std::nullopt;
         }
