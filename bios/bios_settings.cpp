@@ -56,19 +56,16 @@ constexpr wchar_t kDisabledMark = L'*';
 /// only when the setting was read; throws `_com_error` when the client is not connected.
 HRESULT AskWhileTimedOut(const LogScope& log, BIOSWmiClient& client, const std::wstring& name,
                          std::wstring& value) {
-    HRESULT result = S_OK;
-    int tries = 0;
-    do {
+    HRESULT result = WBEM_S_TIMEDOUT;
+    for (int tries = 0; result == WBEM_S_TIMEDOUT && tries < kMostTries; ++tries) {
         Platform::Pause(kPauseBeforeTry);
         log.Information(L"Reading BIOS Value (%s) in retry count %d ", name.c_str(), tries);
         result = client.GetValue(name, value);
-        if (result == S_OK) {
-            break;
+        if (result != S_OK) {
+            log.Warning(L"wmi.GetValue returned Error 0x%08X in retry count %d ", result, tries);
+            Platform::Pause(kPauseAfterFailedTry);
         }
-        log.Warning(L"wmi.GetValue returned Error 0x%08X in retry count %d ", result, tries);
-        Platform::Pause(kPauseAfterFailedTry);
-        ++tries;
-    } while (result == WBEM_S_TIMEDOUT && tries < kMostTries);
+    }
     log.Information(L"BIOS Read Value %s", value.c_str());
     return result;
 }
@@ -120,8 +117,14 @@ void ReadSettings(const LogScope& log, std::span<const Setting> settings, Half& 
     }
 }
 
-/// The answer for a half, and the exit line that shows it.
-bool IsEnabled(LogScope& log, const Half& half, const wchar_t* exitText) {
+/// Refreshes a half from its settings. Its answer, which the exit line shows.
+bool Refresh(LogScope& log, std::span<const Setting> settings, Half& half, const wchar_t* readText,
+             const wchar_t* exitText) {
+    log.Guard([&] {
+        std::wstring value;
+        ReadSettings(log, settings, half, value);
+        log.Information(readText, value.c_str());
+    });
     const bool isEnabled = half.result == 1;
     log.ExitLine(exitText, isEnabled ? L"true" : L"false");
     return isEnabled;
@@ -145,20 +148,12 @@ HRESULT NLMUtils::GetBIOSValue(const std::wstring& name, std::wstring& value) {
 
 bool NLMUtils::IsLanWlanAutoSwitchingEnabled() {
     LogScope log("NLMUtils::IsLanWlanAutoSwitchingEnabled");
-    log.Guard([&] {
-        std::wstring value;
-        ReadSettings(log, kLanWlanSettings, lanWlan, value);
-        log.Information(L"BIOS(LAN/WLAN) Read Value %s", value.c_str());
-    });
-    return IsEnabled(log, lanWlan, L"BIOS Setting LAN / WLAN Auto Switching: %ls");
+    return Refresh(log, kLanWlanSettings, lanWlan, L"BIOS(LAN/WLAN) Read Value %s",
+                   L"BIOS Setting LAN / WLAN Auto Switching: %ls");
 }
 
 bool NLMUtils::IsLanWwanAutoSwitchingEnabled() {
     LogScope log("NLMUtils::IsLanWwanAutoSwitchingEnabled");
-    log.Guard([&] {
-        std::wstring value;
-        ReadSettings(log, kLanWwanSettings, lanWwan, value);
-        log.Information(L"BIOS(LAN/WAN) Read Value %s", value.c_str());
-    });
-    return IsEnabled(log, lanWwan, L"BIOS Setting LAN / WWAN Auto Switching: %ls");
+    return Refresh(log, kLanWwanSettings, lanWwan, L"BIOS(LAN/WAN) Read Value %s",
+                   L"BIOS Setting LAN / WWAN Auto Switching: %ls");
 }

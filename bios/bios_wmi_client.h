@@ -16,10 +16,6 @@ class BIOSWmiClient {
   public:
     /// Enters the apartment and connects. Whether that succeeded shows in the operations below.
     BIOSWmiClient();
-    BIOSWmiClient(const BIOSWmiClient&) = delete;
-    BIOSWmiClient& operator=(const BIOSWmiClient&) = delete;
-    /// Gives back what was obtained, then leaves the apartment if it was entered.
-    ~BIOSWmiClient() = default;
 
     /// Connects to the provider's namespace anew. The HRESULT of the last step performed.
     HRESULT Connect();

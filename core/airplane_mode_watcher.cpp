@@ -47,20 +47,6 @@ bool WaitForRadioStateChange(const LogScope& log, ServiceState& service, bool ac
     return WaitForSingleObject(event, INFINITE) == WAIT_OBJECT_0;
 }
 
-/// Whether airplane mode was on.
-bool SwitchWlanOffInAirplaneMode(const LogScope& log) {
-    if (!NLMUtils::lanWlanSwitchingEnabled) {
-        return ServiceUtils::IsAirplaneModeOn();
-    }
-    if (!ServiceUtils::CheckAirplaneMode()) {
-        return false;
-    }
-    log.Information(L"Airplane Mode ON , setting default");
-    static_cast<void>(
-        ServiceUtils::SwitchWlanStatus(ServiceUtils::kRadioOff, ServiceUtils::kIgnoreAirplaneMode));
-    return true;
-}
-
 /// Only switches: the remembered choice stays as it is, whatever the second line says.
 void RestoreWlan(const LogScope& log) {
     const std::wstring text = ServiceUtils::RememberedPowerStatus(PowerStatus::kWlanKey);
@@ -73,7 +59,12 @@ void RestoreWlan(const LogScope& log) {
 
 /// The airplane mode that it acted on last.
 bool FollowAirplaneMode(const LogScope& log) {
-    const bool wasOn = SwitchWlanOffInAirplaneMode(log);
+    const bool switchesWlan = NLMUtils::lanWlanSwitchingEnabled;
+    const bool wasOn = switchesWlan ? ServiceUtils::CheckAirplaneMode() : ServiceUtils::IsAirplaneModeOn();
+    if (switchesWlan && wasOn) {
+        log.Information(L"Airplane Mode ON , setting default");
+        ServiceUtils::SwitchWlanStatus(ServiceUtils::kRadioOff, ServiceUtils::kIgnoreAirplaneMode);
+    }
     // Adapters that cannot be read count as a cable here.
     if (NLMUtils::IsCableIn(log).value_or(true) || ServiceUtils::CheckAirplaneMode()) {
         return wasOn;
@@ -122,8 +113,7 @@ void AirplaneModeWatcher(ServiceState& service) {
 bool CreateAirplaneWatcherEvent(const LogScope& log, ServiceState& service) {
     Platform::UniqueHandle event(CreateEventW(nullptr, TRUE, FALSE, kEventName));
     if (!event) {
-        log.Error(L"CreateEvent (AirPlaneWatcherEvent) failed with error %d", GetLastError());
-        return false;
+        return log.Failure(false, L"CreateEvent (AirPlaneWatcherEvent) failed with error %d", GetLastError());
     }
     service.airplaneWatcherEvent.Reset(std::move(event));
     return true;

@@ -10,9 +10,8 @@ namespace {
 bool StepSucceeded(const LogScope& log, HRESULT result, const wchar_t* failureLine) {
     if (FAILED(result)) {
         log.Error(failureLine, result);
-        return false;
     }
-    return true;
+    return SUCCEEDED(result);
 }
 
 /// What another process answers may be a success without its object; that is a failure, too.
@@ -23,10 +22,8 @@ HRESULT RequireObject(HRESULT result, const ComPtr<Interface>& object) {
 
 ComPtr<IConnectionPointContainer> QueryContainer(const LogScope& log, IUnknown* manager) {
     ComPtr<IConnectionPointContainer> container;
-    HRESULT result = E_POINTER;
-    if (manager != nullptr) {
-        result = manager->QueryInterface(IID_PPV_ARGS(container.GetAddressOf()));
-    }
+    const HRESULT result =
+        manager != nullptr ? manager->QueryInterface(IID_PPV_ARGS(container.GetAddressOf())) : E_POINTER;
     const bool succeeded =
         StepSucceeded(log, RequireObject(result, container),
                       L"IID_IConnectionPointContainer QueryInterface failed with error: 0x%08X");

@@ -3,8 +3,6 @@
 #include "core/service_state.h"
 #include "service/service_base.h"
 
-class LogScope;
-
 /// The service: owns every long-lived resource of the switching logic. Its start writes its entry into the
 /// event log, sets the restart actions and leaves the rest to the start-up worker; its stop takes the
 /// subscriptions down in a fixed order and waits for no thread of its own.

@@ -15,8 +15,7 @@ namespace {
 ComPtr<IUnknown> CreateSinks(const LogScope& log, ServiceState& service) {
     const ComPtr<CMbnSinks> sinks(new (std::nothrow) CMbnSinks);
     if (sinks == nullptr) {
-        log.Error(L"CMbnSinks allocation Failed");
-        return nullptr;
+        return log.Failure(nullptr, L"CMbnSinks allocation Failed");
     }
     sinks->AddRef();
     service.mbnSinks = sinks.Get();

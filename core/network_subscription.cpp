@@ -14,13 +14,11 @@ namespace {
 /// The handler counts from 0: one reference is the service's, one is given to the caller, who may still
 /// work with a handler that the stop has let go of. Null, with an error line, when there is no memory.
 ComPtr<IUnknown> CreateHandler(const LogScope& log, ServiceState& service, INetworkListManager* manager) {
-    ComPtr<INetworkListManagerEvents> handler;
     auto* const created = new (std::nothrow) NLMEventHandler(manager, service.wiredConnections);
     if (created == nullptr) {
-        log.Error(L"NLMEventHandler creation failed with error: 0x%08X", E_OUTOFMEMORY);
-        return handler;
+        return log.Failure(nullptr, L"NLMEventHandler creation failed with error: 0x%08X", E_OUTOFMEMORY);
     }
-    handler = created;
+    ComPtr<INetworkListManagerEvents> handler(created);
     created->AddRef();
     service.networkEventHandler = created;
     return handler;

@@ -11,42 +11,31 @@
 
 namespace {
 
-/// What differs between the two radios.
-struct RememberedRadio {
-    const wchar_t* keyPath;
-    const wchar_t* emptyLine;
-    const wchar_t* stateLine;
-    bool (*switchRadio)(const ServiceUtils::RadioStatus& newStatus, const unsigned char& checkAirplaneStatus);
-};
-
-constexpr RememberedRadio kWlan = {PowerStatus::kWlanKey,
-                                   L"Registry read is empty : WLAN. Setting Default Value as TRUE",
-                                   L"Registry read is %d, WLAN Switch = %d", &ServiceUtils::SwitchWlanStatus};
-constexpr RememberedRadio kWwan = {PowerStatus::kWwanKey,
-                                   L"Registry read is empty : WWAN. Setting Default Value as TRUE",
-                                   L"Registry read is %d, WWAN Switch = %d", &ServiceUtils::SwitchWwanStatus};
-
-/// Switches the radio to what is remembered. A text other than "True" switches it off actively.
-void Restore(const LogScope& log, const RememberedRadio& radio) {
-    std::wstring text = Registry(HKEY_LOCAL_MACHINE).GetValue(radio.keyPath, PowerStatus::kValueName);
+/// Switches a radio to what is remembered. A text other than "True" switches it off actively.
+template <class Switch>
+void Restore(const LogScope& log, const wchar_t* keyPath, const wchar_t* emptyLine, const wchar_t* stateLine,
+             Switch switchRadio) {
+    std::wstring text = Registry(HKEY_LOCAL_MACHINE).GetValue(keyPath, PowerStatus::kValueName);
     if (text.empty()) {
-        log.Information(radio.emptyLine);
+        log.Information(emptyLine);
         text = PowerStatus::kOn;
     }
     const ServiceUtils::RadioStatus status =
         text == PowerStatus::kOn ? ServiceUtils::kRadioOn : ServiceUtils::kRadioOff;
-    log.Information(radio.stateLine, status, status);
-    static_cast<void>(radio.switchRadio(status, ServiceUtils::kRespectAirplaneMode));
+    log.Information(stateLine, status, status);
+    switchRadio(status, ServiceUtils::kRespectAirplaneMode);
 }
 
 }  // namespace
 
 void UpdateWlanPowerStatus() {
     const LogScope log("CMainService::UpdateWlanPowerStatus");
-    Restore(log, kWlan);
+    Restore(log, PowerStatus::kWlanKey, L"Registry read is empty : WLAN. Setting Default Value as TRUE",
+            L"Registry read is %d, WLAN Switch = %d", &ServiceUtils::SwitchWlanStatus);
 }
 
 void UpdateWwanPowerStatus() {
     const LogScope log("CMainService::UpdateWwanPowerStatus");
-    Restore(log, kWwan);
+    Restore(log, PowerStatus::kWwanKey, L"Registry read is empty : WWAN. Setting Default Value as TRUE",
+            L"Registry read is %d, WWAN Switch = %d", &ServiceUtils::SwitchWwanStatus);
 }

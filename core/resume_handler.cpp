@@ -22,55 +22,37 @@ void RestoreWlan(const LogScope& log) {
     ServiceUtils::StartWLANService();
 }
 
-void WaitForWwanIfPresent(const LogScope& log) {
+void DecideWwan(const LogScope& log, bool isCableIn) {
     if (WwanState::devicePresent) {
         WaitForWwanAutoConfig(log);
         log.Information(L"WWAN AutoConfig wait completed.");
     }
-}
-
-void RestoreWwan(const LogScope& log) {
-    WaitForWwanIfPresent(log);
-    log.Information(L"Obtained Signal Service resume handler starting WWAN service..");
-    ServiceUtils::StartWWANService();
-}
-
-void SwitchWwanOff(const LogScope& log) {
-    WaitForWwanIfPresent(log);
-    if (!ServiceUtils::SwitchWwanStatusWithRetry(ServiceUtils::kRadioOff, ServiceUtils::kSwitchRetries)) {
-        log.Error(L"SwitchWwanStatusWithRetry failed");
-    }
-}
-
-/// The WLAN radio is left as it is while the cable is in: the network events and the WLAN
-/// notifications that follow a resume take care of it.
-void DecideRadios(const LogScope& log, bool isCableIn) {
-    log.Information(L"Ethernet Status = %d", isCableIn);
     if (!isCableIn) {
-        if (NLMUtils::lanWlanSwitchingEnabled) {
-            RestoreWlan(log);
-        }
-        if (NLMUtils::lanWwanSwitchingEnabled) {
-            RestoreWwan(log);
-        }
-    } else if (NLMUtils::lanWwanSwitchingEnabled) {
-        SwitchWwanOff(log);
+        log.Information(L"Obtained Signal Service resume handler starting WWAN service..");
+        ServiceUtils::StartWWANService();
+    } else if (!ServiceUtils::SwitchWwanStatusWithRetry(ServiceUtils::kRadioOff,
+                                                        ServiceUtils::kSwitchRetries)) {
+        log.Error(L"SwitchWwanStatusWithRetry failed");
     }
 }
 
 }  // namespace
 
-namespace NLMUtils {
-
-bool SystemResumeHandler() {
+bool NLMUtils::SystemResumeHandler() {
     LogScope log("NLMUtils::SystemResumeHandler");
     if (const std::optional<bool> isCableIn = NLMUtils::IsCableIn(log)) {
-        DecideRadios(log, *isCableIn);
+        log.Information(L"Ethernet Status = %d", *isCableIn);
+        // The WLAN radio is left as it is while the cable is in: the network events and the WLAN
+        // notifications that follow a resume take care of it.
+        if (!*isCableIn && NLMUtils::lanWlanSwitchingEnabled) {
+            RestoreWlan(log);
+        }
+        if (NLMUtils::lanWwanSwitchingEnabled) {
+            DecideWwan(log, *isCableIn);
+        }
     }
     return log.Return(L"Return = %d", true);
 }
-
-}  // namespace NLMUtils
 
 // Here and not beside the rest of the class, so that the service host does not depend on the core.
 void CServiceBase::OnContinue() {

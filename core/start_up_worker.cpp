@@ -3,7 +3,6 @@
 #include <windows.h>
 #include <sensapi.h>
 
-#include <atomic>
 #include <exception>
 #include <optional>
 
@@ -40,65 +39,47 @@ ComPtr<Manager> CreateManager(const LogScope& log, const CLSID& classId, const I
     const HRESULT result = CoCreateInstance(classId, nullptr, CLSCTX_ALL, interfaceId,
                                             reinterpret_cast<void**>(manager.GetAddressOf()));
     if (FAILED(result) || manager == nullptr) {
-        log.Error(failureLine, FAILED(result) ? result : E_POINTER);
-        return nullptr;
+        return log.Failure(nullptr, failureLine, FAILED(result) ? result : E_POINTER);
     }
     return manager;
 }
 
-/// What differs between the two radios' first decisions.
-struct FirstDecision {
-    const std::atomic<bool>& isEnabled;
-    const wchar_t* disabledLine;
-    const wchar_t* checkLine;  ///< before the cable is looked for; null: no line
-    const wchar_t* cableLine;
-    const wchar_t* noCableLine;  ///< null: no line
-    void (*restore)();
-    bool (*switchRadio)(const ServiceUtils::RadioStatus& newStatus, const unsigned char& checkAirplaneStatus);
-};
-
-constexpr FirstDecision kWlan = {
-    NLMUtils::lanWlanSwitchingEnabled,
-    L"LAN WLAN Auto Switching is disabled in BIOS. Restoring previous WLAN Status.",
-    L"Checking Ethernet connection status...",
-    L"LAN connection available when service start. Stopping WLAN service...",
-    nullptr,
-    &UpdateWlanPowerStatus,
-    &ServiceUtils::SwitchWlanStatus};
-
-constexpr FirstDecision kWwan = {
-    NLMUtils::lanWwanSwitchingEnabled,
-    L"LAN WWAN Auto Switching is disabled in BIOS.Restoring previous WWAN Status.",
-    nullptr,
-    L"LAN connection available when service start. Stopping WWAN service...",
-    L"LAN connection not available when service start. starting WWAN service...",
-    &UpdateWwanPowerStatus,
-    &ServiceUtils::SwitchWwanStatus};
-
-void InformUnlessNull(const LogScope& log, const wchar_t* line) {
-    if (line != nullptr) {
-        log.Information(line);
-    }
-}
-
-void Decide(const LogScope& log, const FirstDecision& radio) {
-    if (!radio.isEnabled) {
-        log.Information(radio.disabledLine);
-        radio.restore();
+void DecideWlan(const LogScope& log) {
+    if (!NLMUtils::lanWlanSwitchingEnabled) {
+        log.Information(L"LAN WLAN Auto Switching is disabled in BIOS. Restoring previous WLAN Status.");
+        UpdateWlanPowerStatus();
         return;
     }
-    InformUnlessNull(log, radio.checkLine);
+    log.Information(L"Checking Ethernet connection status...");
     const std::optional<bool> isCableIn = NLMUtils::IsCableIn(log);
     if (!isCableIn) {
         return;
     }
     if (*isCableIn) {
-        log.Information(radio.cableLine);
-        static_cast<void>(radio.switchRadio(ServiceUtils::kRadioOff, ServiceUtils::kRespectAirplaneMode));
+        log.Information(L"LAN connection available when service start. Stopping WLAN service...");
+        ServiceUtils::SwitchWlanStatus(ServiceUtils::kRadioOff, ServiceUtils::kRespectAirplaneMode);
+    } else {
+        UpdateWlanPowerStatus();
+    }
+}
+
+void DecideWwan(const LogScope& log) {
+    if (!NLMUtils::lanWwanSwitchingEnabled) {
+        log.Information(L"LAN WWAN Auto Switching is disabled in BIOS.Restoring previous WWAN Status.");
+        UpdateWwanPowerStatus();
         return;
     }
-    InformUnlessNull(log, radio.noCableLine);
-    radio.restore();
+    const std::optional<bool> isCableIn = NLMUtils::IsCableIn(log);
+    if (!isCableIn) {
+        return;
+    }
+    if (*isCableIn) {
+        log.Information(L"LAN connection available when service start. Stopping WWAN service...");
+        ServiceUtils::SwitchWwanStatus(ServiceUtils::kRadioOff, ServiceUtils::kRespectAirplaneMode);
+    } else {
+        log.Information(L"LAN connection not available when service start. starting WWAN service...");
+        UpdateWwanPowerStatus();
+    }
 }
 
 void ListenForWlanNotifications(const LogScope& log, ServiceState& service) {
@@ -143,22 +124,6 @@ bool SetUpWlan(const LogScope& log, ServiceState& service) {
     return true;
 }
 
-/// The WWAN operations and their event threads reach the manager through this holder. `manager` may be
-/// null.
-void PublishMbnInterfaceManager(IMbnInterfaceManager* manager) {
-    if (WwanState::interfaceManager.load().get() != manager) {
-        WwanState::interfaceManager = WwanState::Share(manager);
-    }
-}
-
-bool FindModem(const LogScope& log) {
-    WwanState::devicePresent = ServiceUtils::EnumerateWwanInterfaces();
-    if (!WwanState::devicePresent) {
-        log.Error(L"WWAN Device enumeration failed / No supporting WWAN device found ");
-    }
-    return WwanState::devicePresent;
-}
-
 bool SetUpWwan(const LogScope& log, ServiceState& service) {
     // The worker's own reference, as above.
     const auto manager = CreateManager<IMbnInterfaceManager>(
@@ -171,9 +136,10 @@ bool SetUpWwan(const LogScope& log, ServiceState& service) {
     WaitForWwanAutoConfig(log);
     // From the field, which a stop may have cleared meanwhile: then nothing is published, and the
     // worker finds no modem.
-    PublishMbnInterfaceManager(service.mbnInterfaceManager.Get());
-    if (!FindModem(log)) {
-        return false;
+    WwanState::Publish(WwanState::interfaceManager, service.mbnInterfaceManager.Get());
+    WwanState::devicePresent = ServiceUtils::EnumerateWwanInterfaces();
+    if (!WwanState::devicePresent) {
+        return log.Failure(false, L"WWAN Device enumeration failed / No supporting WWAN device found ");
     }
     log.Information(
         L"WWAN AutoConfig wait completed and WWAN Device Available. So Listening for WWAN events..");
@@ -188,17 +154,16 @@ bool SetUpAndDecide(const LogScope& log, ServiceState& service) {
     // the service exists to its end.
     const HRESULT entered = CoInitializeEx(nullptr, COINIT_MULTITHREADED);
     if (FAILED(entered) && entered != RPC_E_CHANGED_MODE) {
-        log.Error(L"CoInitialize failed with error: 0x%08X", entered);
-        return false;
+        return log.Failure(false, L"CoInitialize failed with error: 0x%08X", entered);
     }
     if (!SetUpWlan(log, service)) {
         return false;
     }
-    Decide(log, kWlan);
+    DecideWlan(log);
     if (!SetUpWwan(log, service)) {
         return false;
     }
-    Decide(log, kWwan);
+    DecideWwan(log);
     if (SUCCEEDED(entered)) {
         CoUninitialize();
     }

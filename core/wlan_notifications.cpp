@@ -4,7 +4,6 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <utility>
 
 #include "bios/bios_settings.h"
 #include "core/service_state.h"
@@ -105,34 +104,23 @@ void HandleWlanNotificationMsmRadioStateChange() {
     log.Guard([&] { HandleRadioStateChange(log); });
 }
 
-/// What is done about a notification; one that is not here is only logged.
-struct HandledNotification {
-    DWORD source;
-    DWORD code;
-    const wchar_t* line;
-    void (*handle)();
-};
-
-constexpr HandledNotification kHandled[] = {
-    {WLAN_NOTIFICATION_SOURCE_ACM, wlan_notification_acm_network_available,
-     L"NotificationSource = WLAN_NOTIFICATION_SOURCE_ACM, NotificationCode = "
-     L"wlan_notification_acm_network_available. Processing Callback ",
-     &HandleWlanNotificationAcmNetworkAvailable},
-    {WLAN_NOTIFICATION_SOURCE_MSM, Platform::kWlanNotificationMsmRadioStateChange,
-     L"NotificationSource = WLAN_NOTIFICATION_SOURCE_MSM, NotificationCode= "
-     L"wlan_notification_msm_radio_state_change. Processing Callback",
-     &HandleWlanNotificationMsmRadioStateChange},
-};
-
+/// Notifications of other sources and codes are only logged.
 void HandleNotification(const LogScope& log, const WLAN_NOTIFICATION_DATA& data) {
     log.Information(L"WlanNotificationCallback - Notification Source = 0x%x, Notification Code = %d",
                     data.NotificationSource, data.NotificationCode);
     const std::lock_guard lock(notificationLock);
-    for (const HandledNotification& handled : kHandled) {
-        if (data.NotificationSource == handled.source && data.NotificationCode == handled.code) {
-            log.Information(handled.line);
-            handled.handle();
-        }
+    if (data.NotificationSource == WLAN_NOTIFICATION_SOURCE_ACM &&
+        data.NotificationCode == wlan_notification_acm_network_available) {
+        log.Information(
+            L"NotificationSource = WLAN_NOTIFICATION_SOURCE_ACM, NotificationCode = "
+            L"wlan_notification_acm_network_available. Processing Callback ");
+        HandleWlanNotificationAcmNetworkAvailable();
+    } else if (data.NotificationSource == WLAN_NOTIFICATION_SOURCE_MSM &&
+               data.NotificationCode == Platform::kWlanNotificationMsmRadioStateChange) {
+        log.Information(
+            L"NotificationSource = WLAN_NOTIFICATION_SOURCE_MSM, NotificationCode= "
+            L"wlan_notification_msm_radio_state_change. Processing Callback");
+        HandleWlanNotificationMsmRadioStateChange();
     }
 }
 
@@ -143,42 +131,28 @@ void WINAPI WlanNotificationCallback(WLAN_NOTIFICATION_DATA* data, void* /*conte
     }
 }
 
-/// The low half, as the log shows it.
-unsigned long HandleForLog(HANDLE handle) {
-    return static_cast<unsigned long>(reinterpret_cast<std::uintptr_t>(handle));
-}
-
-/// What a registration asks for, or its end.
-struct Registration {
-    DWORD sources;
-    WLAN_NOTIFICATION_CALLBACK callback;
-    const wchar_t* failureLine;
-};
-
-constexpr Registration kRegistration = {WLAN_NOTIFICATION_SOURCE_ACM | WLAN_NOTIFICATION_SOURCE_MSM,
-                                        &WlanNotificationCallback,
-                                        L"WlanRegisterNotification(Registration) fail with err %d!!"};
-constexpr Registration kUnregistration = {WLAN_NOTIFICATION_SOURCE_NONE, nullptr,
-                                          L"WlanRegisterNotification (Un-Registration) fail with err %d!!"};
-
 DWORD OpenWlanHandle(const LogScope& log, Platform::UniqueWlanHandle& client) {
     DWORD negotiatedVersion = 0;
     HANDLE opened = nullptr;
     const DWORD result = WlanOpenHandle(Platform::kWlanClientVersion, nullptr, &negotiatedVersion, &opened);
     if (result != ERROR_SUCCESS) {
-        log.Error(L"WlanOpenHandle failed with error: %u", result);
-        return result;
+        return log.Failure(result, L"WlanOpenHandle failed with error: %u", result);
     }
     client.Reset(opened);
     return client ? ERROR_SUCCESS : ERROR_NOT_READY;
 }
 
-DWORD Register(const LogScope& log, HANDLE client, const Registration& wanted) {
-    const DWORD result =
-        WlanRegisterNotification(client, wanted.sources, FALSE, wanted.callback, nullptr, nullptr, nullptr);
+/// Registers the callback, or takes the registration back.
+DWORD Register(const LogScope& log, HANDLE client, bool registers) {
+    const DWORD sources = registers ? WLAN_NOTIFICATION_SOURCE_ACM | WLAN_NOTIFICATION_SOURCE_MSM
+                                    : WLAN_NOTIFICATION_SOURCE_NONE;
+    const DWORD result = WlanRegisterNotification(
+        client, sources, FALSE, registers ? &WlanNotificationCallback : nullptr, nullptr, nullptr, nullptr);
     if (result != ERROR_SUCCESS) {
         // The line shows the thread's last error, which need not be the result; the caller gets that.
-        log.Error(wanted.failureLine, GetLastError());
+        log.Error(registers ? L"WlanRegisterNotification(Registration) fail with err %d!!"
+                            : L"WlanRegisterNotification (Un-Registration) fail with err %d!!",
+                  GetLastError());
     }
     return result;
 }
@@ -186,15 +160,17 @@ DWORD Register(const LogScope& log, HANDLE client, const Registration& wanted) {
 }  // namespace
 
 DWORD RegisterWlanNotification(ServiceState& service, const unsigned char* registers) {
+    // The log shows the handle's low half.
     LogScope log("CMainService::RegisterWlanNotification", L"Registration Status - %d, WLANHandle = 0x%08lx",
-                 *registers, HandleForLog(service.wlanHandle.Get()));
+                 *registers,
+                 static_cast<unsigned long>(reinterpret_cast<std::uintptr_t>(service.wlanHandle.Get())));
     // Taken out while it is in use: the worker and a stop may be here at the same time, and neither
     // must close the handle that the other works with. Whoever finds none opens one; the first to come
     // back leaves its own here, and the other's is closed, its registration with it.
     Platform::UniqueWlanHandle client = service.wlanHandle.Take();
     DWORD result = client ? static_cast<DWORD>(ERROR_SUCCESS) : OpenWlanHandle(log, client);
     if (result == ERROR_SUCCESS) {
-        result = Register(log, client.Get(), *registers != 0 ? kRegistration : kUnregistration);
+        result = Register(log, client.Get(), *registers != 0);
     }
     service.wlanHandle.TakeUnlessHeld(client);
     return log.Return(L"Return  = %d", result);

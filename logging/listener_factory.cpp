@@ -2,10 +2,10 @@
 #include <utility>
 
 #include "logging/file_listener.h"
-#include "logging/last_error_keeper.h"
 #include "logging/logger.h"
 #include "logging/output_listeners.h"
 #include "logging/policy.h"
+#include "platform/handles.h"
 
 namespace Orva::Shared {
 namespace {
@@ -25,7 +25,7 @@ constexpr std::pair<int, Owner (*)()> kOutputs[] = {
 
 std::unique_ptr<CorvaLogger> CreateLogger() {
     // Whoever writes the first line finds his last error as it was.
-    const LastErrorKeeper keeper;
+    const Platform::LastErrorKeeper keeper;
     PolicyKeys keys;
     OpenPolicyKeys(keys);
     const int selection = ReadOutputSelection(keys);

@@ -73,13 +73,9 @@ CorvaLogListener::LogData::LogData(const LogData& other, const allocator_type& m
       m_line(other.m_line, memory) {}
 
 std::wstring_view CorvaLogListener::LogData::GetLogLine() const noexcept {
-    if (m_line.empty()) {
-        BuildLine();
+    if (!m_line.empty()) {
+        return m_line;
     }
-    return m_line;
-}
-
-void CorvaLogListener::LogData::BuildLine() const noexcept {
     try {
         m_line.reserve(kHeaderCharacters);
         AppendHeader(m_line, m_time, m_threadId, GetLevelName());
@@ -90,6 +86,7 @@ void CorvaLogListener::LogData::BuildLine() const noexcept {
     } catch (const std::exception&) {
         // Short of memory the header alone still tells that something happened, and when.
     }
+    return m_line;
 }
 
 }  // namespace Orva::Shared

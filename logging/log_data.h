@@ -47,8 +47,6 @@ class CorvaLogListener::LogData {
     [[nodiscard]] std::wstring_view GetLogLine() const noexcept;
 
   private:
-    void BuildLine() const noexcept;
-
     std::pmr::string m_functionName;
     std::pmr::wstring m_message;
     int m_level;

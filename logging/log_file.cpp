@@ -122,7 +122,9 @@ bool LogFile::RotateLogFile(Rotation rotation) {
     if (GetFileAttributesExW(m_path.c_str(), GetFileExInfoStandard, &attributes) == FALSE) {
         return false;
     }
-    if (rotation != Rotation::kForced && !IsTooLarge(attributes)) {
+    const bool isLarge =
+        attributes.nFileSizeHigh != 0 || attributes.nFileSizeLow > m_maxLogSize * kBytesPerKilobyte;
+    if (rotation != Rotation::kForced && (m_maxLogSize < 1 || !isLarge)) {
         return false;
     }
     const std::wstring newest = ShiftNumberedFiles(m_path);
@@ -135,17 +137,15 @@ bool LogFile::RotateLogFile(Rotation rotation) {
     return false;
 }
 
-bool LogFile::IsTooLarge(const WIN32_FILE_ATTRIBUTE_DATA& attributes) const noexcept {
-    return m_maxLogSize >= 1 &&
-           (attributes.nFileSizeHigh != 0 || attributes.nFileSizeLow > m_maxLogSize * kBytesPerKilobyte);
-}
-
 std::int32_t LogFile::WritesPerCheck() const noexcept {
     // A signed number, as the counter is: of an enormous limit the sign may be anything.
     return static_cast<std::int32_t>(m_maxLogSize * kWritesPerKilobyte);
 }
 
-void LogFile::CheckSize() {
+void LogFile::WriteEntry(const CorvaLogListener::LogData& entry) {
+    if (m_stream == nullptr) {
+        return;
+    }
     const std::int32_t before = m_writeCounter;
     m_writeCounter = OneMore(before);
     if (before > WritesPerCheck() && !RotateLogFile(Rotation::kWhenLarge)) {
@@ -153,13 +153,6 @@ void LogFile::CheckSize() {
         // half of those writes.
         m_writeCounter /= kCounterDivisor;
     }
-}
-
-void LogFile::WriteEntry(const CorvaLogListener::LogData& entry) {
-    if (m_stream == nullptr) {
-        return;
-    }
-    CheckSize();
     if (m_stream == nullptr) {
         return;
     }

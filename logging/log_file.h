@@ -28,9 +28,6 @@ class LogFile {
     /// Reads the size limit and finds out where the file is and what its mutex is called; makes
     /// the log's directory.
     LogFile(const std::wstring& fileName, const PolicyKeys& keys);
-    LogFile(const LogFile&) = delete;
-    LogFile& operator=(const LogFile&) = delete;
-    ~LogFile() = default;
 
     /// Empty when there is no place for the file: nothing is written then.
     [[nodiscard]] const std::wstring& Path() const noexcept { return m_path; }
@@ -65,9 +62,7 @@ class LogFile {
 
     [[nodiscard]] bool Acquire() const;
     [[nodiscard]] bool Open();
-    [[nodiscard]] bool IsTooLarge(const WIN32_FILE_ATTRIBUTE_DATA& attributes) const noexcept;
     [[nodiscard]] std::int32_t WritesPerCheck() const noexcept;
-    void CheckSize();
 
     std::uint32_t m_maxLogSize;   ///< in kilobytes
     std::int32_t m_writeCounter;  ///< writes since a size check, more or less

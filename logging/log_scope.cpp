@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "logging/format.h"
-#include "logging/last_error_keeper.h"
+#include "platform/handles.h"
 
 using Orva::Shared::GetLogger;
 using Orva::Shared::LogScopeTimer;
@@ -37,7 +37,7 @@ void LogScope::StartTimer() {
 }
 
 void LogScope::FormatExitLine(const wchar_t* format, ...) {
-    const Orva::Shared::LastErrorKeeper keeper;
+    const Platform::LastErrorKeeper keeper;
     m_exitText[0] = L'\0';
     va_list arguments;
     va_start(arguments, format);

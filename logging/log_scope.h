@@ -52,6 +52,13 @@ class LogScope {
         Write(Orva::Shared::Level::kError, format, args...);
     }
 
+    /// `Error` for a step that failed, with what is answered then, which is handed through.
+    template <class T, class... Args>
+    [[nodiscard]] T Failure(T answer, const wchar_t* format, const Args&... args) const {
+        Error(format, args...);
+        return answer;
+    }
+
     /// Words the exit line; the last call holds. Nothing is formatted unless the line is taken.
     template <class... Args>
     void ExitLine(const wchar_t* format, const Args&... args) {

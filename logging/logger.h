@@ -77,14 +77,12 @@ class CorvaLogger {
 /// Makes a logger with the listeners that policy selects.
 [[nodiscard]] std::unique_ptr<CorvaLogger> CreateLogger();
 
-namespace Detail {
-/// Creates the process-wide logger and sees to the end of its listeners at process exit.
+/// Creates the process-wide logger and sees to the end of its listeners at process exit. For `LoggerHolder`.
 [[nodiscard]] std::unique_ptr<CorvaLogger>& MakeLoggerHolder();
-}  // namespace Detail
 
 /// The place that owns the process-wide logger. Making it creates the logger.
 [[nodiscard]] inline std::unique_ptr<CorvaLogger>& LoggerHolder() {
-    static std::unique_ptr<CorvaLogger>& holder = Detail::MakeLoggerHolder();
+    static std::unique_ptr<CorvaLogger>& holder = MakeLoggerHolder();
     return holder;
 }
 

@@ -96,12 +96,6 @@ int ReadLevel(const PolicyKeys& keys, const wchar_t* name, int otherwise) {
     return found ? LevelFromName(found->c_str()) : otherwise;
 }
 
-std::wstring ToUpper(std::wstring text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](wchar_t character) { return static_cast<wchar_t>(std::towupper(character)); });
-    return text;
-}
-
 }  // namespace
 
 std::wstring GetProductName(const wchar_t* executablePath) {
@@ -161,6 +155,16 @@ LevelRange ReadLogLevels(const PolicyKeys& keys) {
     return {ReadLevel(keys, kMinLogLevel, Level::kTraceIn), ReadLevel(keys, kMaxLogLevel, Level::kError)};
 }
 
+CorvaLogListener::CorvaLogListener(PolicyLevels policyLevels) {
+    if (policyLevels == PolicyLevels::kRead) {
+        PolicyKeys keys;
+        OpenPolicyKeys(keys);
+        const LevelRange range = ReadLogLevels(keys);
+        m_minLogLevel = range.minLevel;
+        m_maxLogLevel = range.maxLevel;
+    }
+}
+
 std::uint32_t ReadMaxLogSize(const PolicyKeys& keys) {
     const auto read = [](const UniqueRegistryKey& key) {
         const std::optional<std::uint32_t> kilobytes = QueryNumber(key, kMaxLogSize);
@@ -180,7 +184,9 @@ int ReadOutputSelection(const PolicyKeys& keys) {
     const auto read = [](const UniqueRegistryKey& key) {
         return QueryText(key, kLoggingType, kLoggingTypeBytes);
     };
-    const std::wstring wanted = ToUpper(FirstOf(keys, read).value_or(L""));
+    std::wstring wanted = FirstOf(keys, read).value_or(L"");
+    std::transform(wanted.begin(), wanted.end(), wanted.begin(),
+                   [](wchar_t character) { return static_cast<wchar_t>(std::towupper(character)); });
     int selection = 0;
     for (const auto& [word, bit] : kSelectionWords) {
         // Anywhere in the text: how the words are divided does not matter.

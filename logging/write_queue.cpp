@@ -23,20 +23,16 @@ void WriteQueue::Append(const CorvaLogListener::LogData& entry) {
         return;
     }
     if (m_queued.empty() || m_queued.back().IsFull()) {
-        AddBatch();
+        if (m_spare.empty()) {
+            m_queued.emplace_back();
+        } else {
+            m_queued.splice(m_queued.end(), m_spare, m_spare.begin());
+        }
     }
     m_queued.back().PushBack(entry);
     if (!m_writerIsActive) {
         m_writer.Reset();
         StartWriter();
-    }
-}
-
-void WriteQueue::AddBatch() {
-    if (m_spare.empty()) {
-        m_queued.emplace_back();
-    } else {
-        m_queued.splice(m_queued.end(), m_spare, m_spare.begin());
     }
 }
 

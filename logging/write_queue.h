@@ -23,9 +23,6 @@ namespace Orva::Shared {
 class WriteQueue : public std::enable_shared_from_this<WriteQueue> {
   public:
     explicit WriteQueue(std::shared_ptr<LogFile> file) : m_file(std::move(file)) {}
-    WriteQueue(const WriteQueue&) = delete;
-    WriteQueue& operator=(const WriteQueue&) = delete;
-    ~WriteQueue() = default;
 
     /// Takes a copy of the entry and sees to it that a writer is at work. Any thread. Throws
     /// std::bad_alloc when there is no room for the copy.
@@ -64,7 +61,6 @@ class WriteQueue : public std::enable_shared_from_this<WriteQueue> {
         std::size_t m_written = 0;
     };
 
-    void AddBatch();
     void StartWriter();
     static unsigned __stdcall WriterThread(void* queue);
     void Drain();

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <span>
 
 #include "platform/handles.h"
 
@@ -52,11 +53,9 @@ struct TypeText {
 };
 
 /// The text of a type; null when the table has none.
-template <std::size_t Size>
-[[nodiscard]] const wchar_t* FindText(const std::array<TypeText, Size>& table, DWORD type) {
-    const auto* const found = std::find_if(table.data(), table.data() + Size,
-                                           [type](const TypeText& row) { return row.type == type; });
-    return found != table.data() + Size ? found->text : nullptr;
+[[nodiscard]] inline const wchar_t* FindText(std::span<const TypeText> table, DWORD type) {
+    const auto found = std::ranges::find(table, type, &TypeText::type);
+    return found != table.end() ? found->text : nullptr;
 }
 
 }  // namespace NLMUtils

@@ -3,7 +3,6 @@
 #include <iphlpapi.h>
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <mutex>
 #include <optional>
@@ -33,12 +32,12 @@ constexpr DWORD kGsmType = 243;
 constexpr DWORD kCdmaType = 244;
 
 /// The lines of adapters that are no Ethernet.
-constexpr std::array kOtherTypes{
-    NLMUtils::TypeText{MIB_IF_TYPE_OTHER, L"Some other type of network interface."},
-    NLMUtils::TypeText{IF_TYPE_IEEE80211, L"An IEEE 802.11 wireless network interface."},
-    NLMUtils::TypeText{kWiMaxType, L"A mobile broadband interface for WiMax devices."},
-    NLMUtils::TypeText{kGsmType, L"A mobile broadband interface for GSM - based devices."},
-    NLMUtils::TypeText{kCdmaType, L"A mobile broadband interface for CDMA-based devices."},
+constexpr NLMUtils::TypeText kOtherTypes[] = {
+    {MIB_IF_TYPE_OTHER, L"Some other type of network interface."},
+    {IF_TYPE_IEEE80211, L"An IEEE 802.11 wireless network interface."},
+    {kWiMaxType, L"A mobile broadband interface for WiMax devices."},
+    {kGsmType, L"A mobile broadband interface for GSM - based devices."},
+    {kCdmaType, L"A mobile broadband interface for CDMA-based devices."},
 };
 
 constexpr std::string_view kNoAddress = "0.0.0.0";
@@ -48,10 +47,7 @@ std::mutex ethernetCheckLock;
 
 /// The list of the last read. Never destroyed: threads that nobody waits for may still walk it
 /// while the process ends.
-AdapterList& Adapters() {
-    static AdapterList& adapters = *new AdapterList;
-    return adapters;
-}
+AdapterList& lastAdapters = *new AdapterList;
 
 /// The text in a fixed field, whether or not it is terminated.
 template <std::size_t Size>
@@ -61,28 +57,26 @@ std::string_view FieldText(const char (&field)[Size]) {
 }
 
 DWORD ReadAdapters(const LogScope& log) {
-    AdapterList& adapters = Adapters();
-    adapters.Reset();
+    lastAdapters.Reset();
     ULONG bytes = kFirstListBytes;
-    adapters = NLMUtils::AllocateAdapterRecords<IP_ADAPTER_INFO>(bytes);
-    if (!adapters) {
-        log.Error(L"Error allocating memory needed to call GetAdaptersinfo\n");
-        return kAdaptersNotRead;
+    lastAdapters = NLMUtils::AllocateAdapterRecords<IP_ADAPTER_INFO>(bytes);
+    if (!lastAdapters) {
+        return log.Failure(kAdaptersNotRead, L"Error allocating memory needed to call GetAdaptersinfo\n");
     }
-    if (GetAdaptersInfo(adapters.Get(), &bytes) == ERROR_BUFFER_OVERFLOW) {
+    if (GetAdaptersInfo(lastAdapters.Get(), &bytes) == ERROR_BUFFER_OVERFLOW) {
         log.Information(
             L"GetAdaptersInfo() returns ERROR_BUFFER_OVERFLOW: Re-allocating with new buffer size = %u",
             bytes);
-        adapters.Reset();
-        adapters = NLMUtils::AllocateAdapterRecords<IP_ADAPTER_INFO>(bytes);
-        if (!adapters) {
-            log.Error(L"Error allocating memory needed to call GetAdaptersinfo.Error = 0x%08lx",
-                      GetLastError());
-            return kAdaptersNotRead;
+        lastAdapters.Reset();
+        lastAdapters = NLMUtils::AllocateAdapterRecords<IP_ADAPTER_INFO>(bytes);
+        if (!lastAdapters) {
+            return log.Failure(kAdaptersNotRead,
+                               L"Error allocating memory needed to call GetAdaptersinfo.Error = 0x%08lx",
+                               GetLastError());
         }
     }
     // Asked again whatever the first answer was: only the second one counts.
-    const DWORD result = GetAdaptersInfo(adapters.Get(), &bytes);
+    const DWORD result = GetAdaptersInfo(lastAdapters.Get(), &bytes);
     if (result == ERROR_SUCCESS) {
         log.Information(L"GetAdaptersInfo() success: ulOutBufLen = %u.", bytes);
     } else {
@@ -158,14 +152,12 @@ int NLMEventHandler::CheckEthernetConnectionStatus(int* status, int* noAddress) 
     int found = 0;
     const int completed = log.Guard(0, [&] {
         if (InitialiseAdapter() != ERROR_SUCCESS) {
-            log.Error(L"InitialiseAdapter failed");
-            return 0;
+            return log.Failure(0, L"InitialiseAdapter failed");
         }
-        if (!Adapters()) {
-            log.Error(L"PIP_ADAPTER_INFO is NULL!!");
-            return 0;
+        if (!lastAdapters) {
+            return log.Failure(0, L"PIP_ADAPTER_INFO is NULL!!");
         }
-        found = FindUsableEthernet(log, Adapters(), noAddress) ? 1 : 0;
+        found = FindUsableEthernet(log, lastAdapters, noAddress) ? 1 : 0;
         *status = found;
         return 1;
     });
@@ -208,5 +200,5 @@ std::optional<bool> NLMUtils::IsCableIn(const LogScope& log, const wchar_t* fail
 
 void NLMEventHandler::ReleaseAdapters() {
     const std::lock_guard lock(ethernetCheckLock);
-    Adapters().Reset();
+    lastAdapters.Reset();
 }

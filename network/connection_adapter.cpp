@@ -5,7 +5,6 @@
 #include <wrl/client.h>
 
 #include <algorithm>
-#include <array>
 #include <locale>
 #include <optional>
 #include <string>
@@ -36,8 +35,7 @@ std::optional<ULONG> ReadAddresses(const LogScope& log, AddressList& list, ULONG
     list.Reset();
     list = NLMUtils::AllocateAdapterRecords<IP_ADAPTER_ADDRESSES>(bytes);
     if (!list) {
-        log.Error(L"Memory allocation failed for IP_ADAPTER_ADDRESSES struct");
-        return std::nullopt;
+        return log.Failure(std::nullopt, L"Memory allocation failed for IP_ADAPTER_ADDRESSES struct");
     }
     return GetAdaptersAddresses(AF_UNSPEC, GAA_FLAG_INCLUDE_PREFIX, nullptr, list.Get(), &bytes);
 }
@@ -62,12 +60,10 @@ AddressList ReadAdapterAddresses(const LogScope& log) {
         error = ReadAddresses(log, list, bytes).value_or(ERROR_BUFFER_OVERFLOW);
     }
     if (passes >= kPassesThatFail) {
-        log.Error(L"Memory allocation retry limit exceeded ");
-        return {};
+        return log.Failure(AddressList{}, L"Memory allocation retry limit exceeded ");
     }
     if (error != ERROR_SUCCESS) {
-        log.Error(L"ERROR with GetAdaptersAddresses");
-        return {};
+        return log.Failure(AddressList{}, L"ERROR with GetAdaptersAddresses");
     }
     log.Information(L"Memory allocation success for IP_ADAPTER_ADDRESSES struct");
     return list;
@@ -106,43 +102,39 @@ void LogMatchingAdapters(const LogScope& log, const AddressList& adapters, const
     }
 }
 
-constexpr std::array kTypeNames{
-    NLMUtils::TypeText{IF_TYPE_OTHER, L"Other"},
-    NLMUtils::TypeText{IF_TYPE_ETHERNET_CSMACD, L"Ethernet"},
-    NLMUtils::TypeText{IF_TYPE_ISO88025_TOKENRING, L"Token Ring"},
-    NLMUtils::TypeText{IF_TYPE_PPP, L"PPP"},
-    NLMUtils::TypeText{IF_TYPE_SOFTWARE_LOOPBACK, L"Software Loopback"},
-    NLMUtils::TypeText{IF_TYPE_ATM, L"ATM"},
-    NLMUtils::TypeText{IF_TYPE_IEEE80211, L"IEEE 802.11 Wireless"},
-    NLMUtils::TypeText{IF_TYPE_TUNNEL, L"Tunnel"},
-    NLMUtils::TypeText{IF_TYPE_IEEE1394, L"IEEE 1394 (Firewire)"},
+constexpr NLMUtils::TypeText kTypeNames[] = {
+    {IF_TYPE_OTHER, L"Other"},
+    {IF_TYPE_ETHERNET_CSMACD, L"Ethernet"},
+    {IF_TYPE_ISO88025_TOKENRING, L"Token Ring"},
+    {IF_TYPE_PPP, L"PPP"},
+    {IF_TYPE_SOFTWARE_LOOPBACK, L"Software Loopback"},
+    {IF_TYPE_ATM, L"ATM"},
+    {IF_TYPE_IEEE80211, L"IEEE 802.11 Wireless"},
+    {IF_TYPE_TUNNEL, L"Tunnel"},
+    {IF_TYPE_IEEE1394, L"IEEE 1394 (Firewire)"},
 };
 
 /// Whether the connection's adapter could be told; its type goes to `*isEthernet`.
 bool ExamineConnection(const LogScope& log, INetworkListManager* networkListManager, const GUID& connectionId,
                        unsigned char* isEthernet) {
     if (networkListManager == nullptr) {
-        log.Error(L"INetworkListManager is NULL");
-        return false;
+        return log.Failure(false, L"INetworkListManager is NULL");
     }
     ComPtr<INetworkConnection> connection;
     HRESULT result = networkListManager->GetNetworkConnection(connectionId, connection.GetAddressOf());
     // Exactly S_OK: a success code without a connection would be of no use.
     if (result != S_OK || connection == nullptr) {
-        log.Error(L"GetNetworkConnection Failed with error 0x%08X", result);
-        return false;
+        return log.Failure(false, L"GetNetworkConnection Failed with error 0x%08X", result);
     }
     GUID adapterId{};
     result = connection->GetAdapterId(&adapterId);
     if (FAILED(result)) {
-        log.Error(L"GetAdapterId Failed with error 0x%08X", result);
-        return false;
+        return log.Failure(false, L"GetAdapterId Failed with error 0x%08X", result);
     }
     Platform::UniqueCoTaskText text;
     result = StringFromCLSID(adapterId, text.Put());
     if (FAILED(result)) {
-        log.Error(L"StringFromCLSID Failed with error 0x%08X", result);
-        return false;
+        return log.Failure(false, L"StringFromCLSID Failed with error 0x%08X", result);
     }
     log.Information(L"Matching Adapter Id: %s", text.Get());
     const std::wstring adapterText = text.Get();

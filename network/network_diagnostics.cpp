@@ -44,10 +44,10 @@ constexpr std::array kConnectivityLines{
 
 /// The registry form of the identifier that `read` gives; empty when either step fails.
 template <class Read>
-std::wstring ReadIdentifier(const Read& read) {
+std::wstring ReadIdentifier(INetworkConnection& connection, Read read) {
     GUID identifier{};
     Platform::UniqueCoTaskText text;
-    if (FAILED(read(&identifier)) || FAILED(StringFromCLSID(identifier, text.Put()))) {
+    if (FAILED((connection.*read)(&identifier)) || FAILED(StringFromCLSID(identifier, text.Put()))) {
         return {};
     }
     return text.Get();
@@ -83,13 +83,11 @@ void LogConnectivity(const LogScope& log, INetworkConnection& connection) {
 
 /// The lines of one connection; a step that fails leaves out its own line only.
 void LogConnection(const LogScope& log, INetworkConnection& connection, WiredConnections* wiredConnections) {
-    const std::wstring connectionId =
-        ReadIdentifier([&connection](GUID* id) { return connection.GetConnectionId(id); });
+    const std::wstring connectionId = ReadIdentifier(connection, &INetworkConnection::GetConnectionId);
     if (!connectionId.empty()) {
         log.Information(L"Connection Id : %s", connectionId.c_str());
     }
-    const std::wstring adapterId =
-        ReadIdentifier([&connection](GUID* id) { return connection.GetAdapterId(id); });
+    const std::wstring adapterId = ReadIdentifier(connection, &INetworkConnection::GetAdapterId);
     if (!adapterId.empty()) {
         log.Information(L"Adapter Id : %s", adapterId.c_str());
     }

@@ -97,10 +97,6 @@ HRESULT NLMEventHandler::QueryInterface(REFIID interfaceId, void** object) {
     return S_OK;
 }
 
-ULONG NLMEventHandler::AddRef() {
-    return ++m_references;
-}
-
 ULONG NLMEventHandler::Release() {
     const ULONG references = --m_references;
     if (references == 0) {
@@ -162,8 +158,7 @@ HRESULT NLMEventHandler::HandleCableEvent(const LogScope& log, const GUID& conne
     if (FAILED(converted)) {
         // The line shows the last error, not the result. The notification flag stays set, until the
         // next event ends.
-        log.Error(L"StringFromCLSID failed w/err 0x%08lx", GetLastError());
-        return converted;
+        return log.Failure(converted, L"StringFromCLSID failed w/err 0x%08lx", GetLastError());
     }
     log.Information(L"Connection ID : %s", text.Get());
     log.Information(L"New connectivity state : ");

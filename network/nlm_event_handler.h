@@ -32,7 +32,7 @@ class NLMEventHandler : public INetworkListManagerEvents,
 
     // INetworkListManagerEvents, the primary interface
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID interfaceId, void** object) override;
-    ULONG STDMETHODCALLTYPE AddRef() override;
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_references; }
     ULONG STDMETHODCALLTYPE Release() override;
     HRESULT STDMETHODCALLTYPE ConnectivityChanged(NLM_CONNECTIVITY connectivity) override;
     /// Stands right behind the primary interface's operations in the virtual table.

@@ -18,6 +18,18 @@ inline DWORD ErrorUnless(bool succeeded) noexcept {
     return succeeded || error != ERROR_SUCCESS ? error : static_cast<DWORD>(ERROR_GEN_FAILURE);
 }
 
+/// Keeps the calling thread's last-error value over a scope.
+class LastErrorKeeper {
+  public:
+    LastErrorKeeper() noexcept : m_error(GetLastError()) {}
+    LastErrorKeeper(const LastErrorKeeper&) = delete;
+    LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
+    ~LastErrorKeeper() { SetLastError(m_error); }
+
+  private:
+    DWORD m_error;
+};
+
 /// Gives `value` back by a function that reports a failure in any of Windows' ways. ERROR_SUCCESS, the Win32
 /// error, or the HRESULT.
 template <auto closingFunction, class Value>
@@ -65,13 +77,12 @@ class UniqueResource {
         if (old == None()) {
             return;
         }
-        const DWORD lastError = GetLastError();
+        const LastErrorKeeper keeper;
         try {
             static_cast<void>(GiveBack<closingFunction>(old));
         } catch (...) {
             // Nobody is left who could use the resource; a destructor does not throw.
         }
-        SetLastError(lastError);
     }
 
     /// Gives back what is held and returns the place for a function's out argument.
@@ -192,6 +203,15 @@ using UniqueProcessHeap = UniqueResource<T*, &FreeToProcessHeap>;
 template <class T>
 [[nodiscard]] UniqueProcessHeap<T> AllocateFromProcessHeap(SIZE_T bytes) {
     return UniqueProcessHeap<T>(static_cast<T*>(HeapAlloc(GetProcessHeap(), 0, bytes)));
+}
+
+/// A function of a library that the process has loaded; null where Windows lacks it.
+template <class Function>
+[[nodiscard]] Function* LookUp(const wchar_t* library, const char* name) {
+    const HMODULE loaded = GetModuleHandleW(library);
+    return loaded == nullptr
+               ? nullptr
+               : reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(loaded, name)));
 }
 
 }  // namespace Platform

@@ -8,8 +8,6 @@
 // Microsoft's "Mobile Broadband API Reference"; those that the service never calls stand only to
 // keep the order.
 
-struct IMbnRadio;
-
 // NOLINTBEGIN(readability-identifier-naming): the names are those of Microsoft's header
 
 /// State of a radio (MBN_RADIO).

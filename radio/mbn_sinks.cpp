@@ -15,40 +15,12 @@
 
 namespace {
 
-/// The switching thread may hold the radio that is replaced here: it goes when the last one lets go.
-void RememberLastRadio(IMbnRadio* radio) {
-    if (WwanState::lastRadio.load().get() != radio) {
-        WwanState::lastRadio = WwanState::Share(radio);
-    }
-}
-
-/// Wakes the switch that waits, if there is one; any completion does.
-void SignalRadioChange() {
-    const std::shared_ptr<Platform::UniqueHandle> event = WwanState::radioChangeEvent;
-    if (event != nullptr) {
-        SetEvent(event->Get());
-    }
-}
-
 /// An exception counts as a failure: a destructor asks.
 bool TryClose(Platform::UniqueHandle& event) noexcept {
     try {
         return event.TryClose() == ERROR_SUCCESS;
     } catch (...) {
         return false;
-    }
-}
-
-/// A switch that still waits for the event closes it when it is done. A handle that cannot be
-/// closed stays published, as everywhere in this service: it is still open.
-void CloseRadioChangeEvent() {
-    const std::shared_ptr<Platform::UniqueHandle> event = WwanState::radioChangeEvent.exchange(nullptr);
-    if (event == nullptr || event.use_count() > 1) {
-        return;
-    }
-    if (!TryClose(*event)) {
-        std::shared_ptr<Platform::UniqueHandle> none;
-        WwanState::radioChangeEvent.compare_exchange_strong(none, event);
     }
 }
 
@@ -71,8 +43,12 @@ void ReactToForeignChange(const LogScope& log, bool isCableIn, ULONG requestId) 
 }
 
 void HandleCompletion(const LogScope& log, IMbnRadio* radio, ULONG requestId) {
-    RememberLastRadio(radio);
-    SignalRadioChange();
+    // The switching thread may hold the radio that is replaced here: it goes when the last one lets go.
+    WwanState::Publish(WwanState::lastRadio, radio);
+    // Wakes the switch that waits, if there is one; any completion does.
+    if (const std::shared_ptr<Platform::UniqueHandle> event = WwanState::radioChangeEvent) {
+        SetEvent(event->Get());
+    }
     log.Information(L"NetworkChangedForSetRadio Status = %d", WwanState::NetworkChangedForSetRadio.load());
     log.Information(L"LAN-WWAN Auto Switching Status = %d", NLMUtils::lanWwanSwitchingEnabled.load());
     const std::optional<bool> isCableIn = NLMUtils::IsCableIn(log, L"CheckEthernetConnectionStatus failed");
@@ -90,7 +66,13 @@ void HandleCompletion(const LogScope& log, IMbnRadio* radio, ULONG requestId) {
 }  // namespace
 
 CMbnSinks::~CMbnSinks() {
-    CloseRadioChangeEvent();
+    // A switch that still waits for the event closes it when it is done. A handle that cannot be
+    // closed stays published, as everywhere in this service: it is still open.
+    const std::shared_ptr<Platform::UniqueHandle> event = WwanState::radioChangeEvent.exchange(nullptr);
+    if (event != nullptr && event.use_count() == 1 && !TryClose(*event)) {
+        std::shared_ptr<Platform::UniqueHandle> none;
+        WwanState::radioChangeEvent.compare_exchange_strong(none, event);
+    }
 }
 
 HRESULT CMbnSinks::QueryInterface(REFIID interfaceId, void** object) {
@@ -104,10 +86,6 @@ HRESULT CMbnSinks::QueryInterface(REFIID interfaceId, void** object) {
     *object = static_cast<IMbnRadioEvents*>(this);
     AddRef();
     return S_OK;
-}
-
-ULONG CMbnSinks::AddRef() {
-    return ++m_references;
 }
 
 ULONG CMbnSinks::Release() {

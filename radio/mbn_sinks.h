@@ -23,7 +23,7 @@ class CMbnSinks final : public IMbnRadioEvents {
     CMbnSinks& operator=(const CMbnSinks&) = delete;
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID interfaceId, void** object) override;
-    ULONG STDMETHODCALLTYPE AddRef() override;
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++m_references; }
     ULONG STDMETHODCALLTYPE Release() override;
 
     HRESULT STDMETHODCALLTYPE OnRadioStateChange(IMbnRadio* radio) override;

@@ -41,17 +41,14 @@ bool OpenSession(const LogScope& log, WlanSession& session) {
     DWORD error =
         WlanOpenHandle(Platform::kWlanClientVersion, nullptr, &negotiatedVersion, session.client.Put());
     if (error != ERROR_SUCCESS) {
-        log.Error(L"WlanOpenHandle failed with error: %u", error);
-        return false;
+        return log.Failure(false, L"WlanOpenHandle failed with error: %u", error);
     }
     error = WlanEnumInterfaces(session.client.Get(), nullptr, session.interfaces.Put());
     if (error != ERROR_SUCCESS) {
-        log.Error(L"WlanEnumInterfaces failed with error: %u", error);
-        return false;
+        return log.Failure(false, L"WlanEnumInterfaces failed with error: %u", error);
     }
     if (!session.interfaces) {
-        log.Error(L"Interface list is empty");
-        return false;
+        return log.Failure(false, L"Interface list is empty");
     }
     return true;
 }
@@ -98,20 +95,16 @@ void LogInterface(const LogScope& log, const WLAN_INTERFACE_INFO_LIST& list,
 
 /// Logs one PHY; whether its software switch is on. (The hardware switch is the user's affair.)
 bool IsPhyOn(const LogScope& log, DWORD phy, DOT11_RADIO_STATE state) {
-    switch (state) {
-        case dot11_radio_state_on:
-            log.Information(L"Phy: %d On", phy);
-            return true;
-        case dot11_radio_state_off:
-            log.Information(L"Phy: %d Off", phy);
-            return false;
-        case dot11_radio_state_unknown:
-            log.Information(L"Phy: %d Unknown", phy);
-            return false;
-        default:
-            log.Information(L"Phy: %d Other Unknown state %ld", phy, state);
-            return false;
+    if (state == dot11_radio_state_on) {
+        log.Information(L"Phy: %d On", phy);
+    } else if (state == dot11_radio_state_off) {
+        log.Information(L"Phy: %d Off", phy);
+    } else if (state == dot11_radio_state_unknown) {
+        log.Information(L"Phy: %d Unknown", phy);
+    } else {
+        log.Information(L"Phy: %d Other Unknown state %ld", phy, state);
     }
+    return state == dot11_radio_state_on;
 }
 
 /// Whether a record of `bytes` bytes holds every PHY that it names. One that is not shown is not
@@ -143,16 +136,14 @@ bool QueryRadio(const LogScope& log, const WlanSession& session, const WLAN_INTE
     const auto* const radio = static_cast<const WLAN_RADIO_STATE*>(data.Get());
     // Half a record is as good as none.
     if (error != ERROR_SUCCESS || radio == nullptr || !IsWhole(*radio, bytes)) {
-        log.Error(L"WlanQueryInterface failed! err is %d", error);
-        return false;
+        return log.Failure(false, L"WlanQueryInterface failed! err is %d", error);
     }
     return AreAllPhysOn(log, *radio);
 }
 
 bool ReadRadio(const LogScope& log) {
     if (my_setwifitimeout) {
-        log.Error(L"My WIFI Query timeout, my_setwifitimeout : %d", my_setwifitimeout.load());
-        return false;
+        return log.Failure(false, L"My WIFI Query timeout, my_setwifitimeout : %d", my_setwifitimeout.load());
     }
     WlanSession session;
     if (!OpenSession(log, session)) {
@@ -168,8 +159,7 @@ bool CountPhys(const LogScope& log, WlanSession& session, const GUID& interfaceI
     const DWORD error =
         WlanGetInterfaceCapability(session.client.Get(), &interfaceId, nullptr, session.capability.Put());
     if (error != ERROR_SUCCESS || !session.capability) {
-        log.Error(L"WlanGetInterfaceCapability failed !err is %d", error);
-        return false;
+        return log.Failure(false, L"WlanGetInterfaceCapability failed !err is %d", error);
     }
     const DWORD supported = session.capability.Get()->dwNumberOfSupportedPhys;
     log.Verbose(L"The number of supported PHY types : %u", supported);
@@ -262,34 +252,6 @@ bool SwitchRadio(const LogScope& log, RadioStatus newStatus, unsigned char check
     return answer ? *answer : SetFirstInterface(log, newStatus);
 }
 
-void BringRadioBack(const LogScope& log) {
-    const std::wstring remembered = RememberedPowerStatus(PowerStatus::kWlanKey);
-    log.Information(L"WLAN Registry Status = %s", remembered.c_str());
-    if (remembered == PowerStatus::kOn) {
-        log.Information(L"Switching ON Wifi");
-        if (!SwitchWlanStatusWithRetry(kRadioOn, kSwitchRetries)) {
-            log.Error(L"SwitchWlanStatusWithRetry (StartWLANService) failed");
-        }
-    }
-    log.Information(L"WlanPowerStatus value read from registry = %s", remembered.c_str());
-}
-
-void TakeRadioDown(const LogScope& log) {
-    const bool isOn = CheckWlanStatus();
-    log.Information(L"WLAN Current Status = %d", isOn);
-    if (!isOn) {
-        // What is remembered stays: a radio that is off already may be off by this service's doing.
-        return;
-    }
-    if (SwitchWlanStatus(kRadioOff, kIgnoreAirplaneMode)) {
-        log.Information(L"Setting WlanPowerStatus in registry.");
-        SetWlanPowerStatusInRegistry(kRadioOn);
-    } else {
-        // The line names the repeated switch although there is a single one: kept.
-        log.Error(L"SwitchWlanStatusWithRetry (StopWLANService) failed");
-    }
-}
-
 }  // namespace
 
 bool SwitchWlanStatus(const RadioStatus& newStatus, const unsigned char& checkAirplaneStatus) {
@@ -314,12 +276,36 @@ bool CheckWlanStatus() {
 
 void StartWLANService() {
     const LogScope log("ServiceUtils::StartWLANService");
-    log.Guard([&] { BringRadioBack(log); });
+    log.Guard([&] {
+        const std::wstring remembered = RememberedPowerStatus(PowerStatus::kWlanKey);
+        log.Information(L"WLAN Registry Status = %s", remembered.c_str());
+        if (remembered == PowerStatus::kOn) {
+            log.Information(L"Switching ON Wifi");
+            if (!SwitchWlanStatusWithRetry(kRadioOn, kSwitchRetries)) {
+                log.Error(L"SwitchWlanStatusWithRetry (StartWLANService) failed");
+            }
+        }
+        log.Information(L"WlanPowerStatus value read from registry = %s", remembered.c_str());
+    });
 }
 
 void StopWLANService() {
     const LogScope log("ServiceUtils::StopWLANService");
-    log.Guard([&] { TakeRadioDown(log); });
+    log.Guard([&] {
+        const bool isOn = CheckWlanStatus();
+        log.Information(L"WLAN Current Status = %d", isOn);
+        if (!isOn) {
+            // What is remembered stays: a radio that is off already may be off by this service's doing.
+            return;
+        }
+        if (SwitchWlanStatus(kRadioOff, kIgnoreAirplaneMode)) {
+            log.Information(L"Setting WlanPowerStatus in registry.");
+            SetWlanPowerStatusInRegistry(kRadioOn);
+        } else {
+            // The line names the repeated switch although there is a single one: kept.
+            log.Error(L"SwitchWlanStatusWithRetry (StopWLANService) failed");
+        }
+    });
 }
 
 }  // namespace ServiceUtils

@@ -33,17 +33,6 @@ struct Bounds {
     }
 };
 
-/// Anything else but a vector of references would be misread element by element.
-bool IsVectorOfReferences(SAFEARRAY* array) {
-    return SafeArrayGetDim(array) == kOnlyDimension &&
-           (array->fFeatures & (FADF_UNKNOWN | FADF_DISPATCH)) != 0;
-}
-
-/// A descriptor may claim elements for which nobody ever made room.
-bool HasRoomForItsElements(const SAFEARRAY& array, const Bounds& bounds) {
-    return array.pvData != nullptr || bounds.Count() == 0;
-}
-
 HRESULT GetBounds(SAFEARRAY* array, Bounds& bounds) {
     const HRESULT result = SafeArrayGetLBound(array, kOnlyDimension, &bounds.lower);
     return FAILED(result) ? result : SafeArrayGetUBound(array, kOnlyDimension, &bounds.upper);
@@ -108,8 +97,7 @@ bool RecordInterfaces(const LogScope& log, const GUID* identifiers, ULONG count)
 bool FindInterfaces(const LogScope& log) {
     const std::shared_ptr<IMbnInterfaceManager> manager = WwanState::interfaceManager;
     if (manager == nullptr) {
-        log.Error(L"IMbnInterfaceManager is NULL");
-        return false;
+        return log.Failure(false, L"IMbnInterfaceManager is NULL");
     }
     Platform::UniqueSafeArray interfaces;
     if (FAILED(
@@ -120,25 +108,24 @@ bool FindInterfaces(const LogScope& log) {
     Platform::UniqueProcessHeap<GUID> identifiers;
     const HRESULT result = NLMUtils::CopyArrayOfInterfaces(interfaces.Get(), &count, &identifiers);
     if (FAILED(result)) {
-        log.Error(L"CopyArrayOfInterfaces Failed with error 0x%08X", result);
-        return false;
+        return log.Failure(false, L"CopyArrayOfInterfaces Failed with error 0x%08X", result);
     }
     return RecordInterfaces(log, identifiers.Get(), count);
 }
 
 }  // namespace
 
-namespace NLMUtils {
-
-HRESULT CopyArrayOfInterfaces(SAFEARRAY* interfaces, ULONG* count,
-                              Platform::UniqueProcessHeap<GUID>* identifiers) {
+HRESULT NLMUtils::CopyArrayOfInterfaces(SAFEARRAY* interfaces, ULONG* count,
+                                        Platform::UniqueProcessHeap<GUID>* identifiers) {
     const LogScope log("NLMUtils::CopyArrayOfInterfaces");
     if (interfaces == nullptr || count == nullptr || identifiers == nullptr) {
         return E_POINTER;
     }
     *count = 0;
     identifiers->Reset();
-    if (!IsVectorOfReferences(interfaces)) {
+    // Anything else but a vector of references would be misread element by element.
+    if (SafeArrayGetDim(interfaces) != kOnlyDimension ||
+        (interfaces->fFeatures & (FADF_UNKNOWN | FADF_DISPATCH)) == 0) {
         return DISP_E_TYPEMISMATCH;
     }
     Bounds bounds;
@@ -146,13 +133,13 @@ HRESULT CopyArrayOfInterfaces(SAFEARRAY* interfaces, ULONG* count,
     if (FAILED(result)) {
         return result;
     }
-    if (!HasRoomForItsElements(*interfaces, bounds)) {
+    // A descriptor may claim elements for which nobody ever made room.
+    if (interfaces->pvData == nullptr && bounds.Count() != 0) {
         return E_POINTER;
     }
     auto copy = Platform::AllocateFromProcessHeap<GUID>(bounds.Count() * sizeof(GUID));
     if (!copy) {
-        log.Error(L"CopyArrayOfInterfaces malloc failed!!");
-        return E_OUTOFMEMORY;
+        return log.Failure(E_OUTOFMEMORY, L"CopyArrayOfInterfaces malloc failed!!");
     }
     result = CopyIdentifiers(interfaces, bounds, copy.Get());
     if (SUCCEEDED(result)) {
@@ -162,13 +149,7 @@ HRESULT CopyArrayOfInterfaces(SAFEARRAY* interfaces, ULONG* count,
     return result;
 }
 
-}  // namespace NLMUtils
-
-namespace ServiceUtils {
-
-bool EnumerateWwanInterfaces() {
+bool ServiceUtils::EnumerateWwanInterfaces() {
     LogScope log("ServiceUtils::EnumerateWwanInterfaces");
     return log.Return(L"Return = %d", log.Guard(false, [&] { return FindInterfaces(log); }));
 }
-
-}  // namespace ServiceUtils

@@ -60,18 +60,17 @@ struct WwanSwitch {
 };
 
 bool IsDevicePresent(const LogScope& log) {
-    if (!WwanState::devicePresent) {
+    const bool isPresent = WwanState::devicePresent;
+    if (!isPresent) {
         log.Error(L"WWAN Device is not available.");
-        return false;
     }
-    return true;
+    return isPresent;
 }
 
 HRESULT GetInterface(const LogScope& log, ComPtr<IMbnInterface>& mbnInterface) {
     const std::shared_ptr<IMbnInterfaceManager> manager = WwanState::interfaceManager;
     if (manager == nullptr) {
-        log.Error(L"IMbnInterfaceManager is NULL");
-        return E_POINTER;
+        return log.Failure(E_POINTER, L"IMbnInterfaceManager is NULL");
     }
     return CallWithRetries(log, kGetInterface, [&] {
         const HRESULT result =
@@ -92,22 +91,19 @@ bool FindRadio(const LogScope& log, ComPtr<IMbnRadio>& radio) {
     }
     if (FAILED(result)) {
         log.Error(L"QueryInterface failed with error: HRESULT : 0x%08X", result);
-        return false;
     }
-    return true;
+    return SUCCEEDED(result);
 }
 
 bool ReadRadio(const LogScope& log) {
     ComPtr<IMbnRadio> radio;
     if (!GetRadioInterface(radio.GetAddressOf())) {
-        log.Error(L"GetRadioInterface Failed");
-        return false;
+        return log.Failure(false, L"GetRadioInterface Failed");
     }
     MBN_RADIO state = MBN_RADIO_OFF;
     const HRESULT result = radio->get_SoftwareRadioState(&state);
     if (FAILED(result)) {
-        log.Error(L"get_SoftwareRadioState failed! err is %d", result);
-        return false;
+        return log.Failure(false, L"get_SoftwareRadioState failed! err is %d", result);
     }
     log.Information(L"Current WWAN status : %ls", state == MBN_RADIO_ON ? L"ON" : L"OFF");
     return state == MBN_RADIO_ON;
@@ -117,9 +113,8 @@ bool ReadRadio(const LogScope& log) {
 std::shared_ptr<Platform::UniqueHandle> PublishRadioChangeEvent(const LogScope& log) {
     Platform::UniqueHandle created(CreateEventW(nullptr, FALSE, FALSE, nullptr));
     if (!created) {
-        log.Error(L"CreateEvent failed with error: HRESULT : 0x%08X",
-                  HRESULT_FROM_WIN32(static_cast<LONG>(GetLastError())));
-        return nullptr;
+        return log.Failure(nullptr, L"CreateEvent failed with error: HRESULT : 0x%08X",
+                           HRESULT_FROM_WIN32(static_cast<LONG>(GetLastError())));
     }
     auto event = std::make_shared<Platform::UniqueHandle>(std::move(created));
     WwanState::radioChangeEvent = event;
@@ -189,14 +184,6 @@ void SetUntilRadioFollows(const WwanSwitch& change) {
     }
 }
 
-void MarkOffWithoutEthernet(RadioStatus newStatus) {
-    // Adapters that cannot be read count as no cable.
-    const bool isCableIn = NLMUtils::IsCableIn().value_or(false);
-    if (!MeansOn(newStatus) && !isCableIn) {
-        WwanState::offWithoutEthernet = true;
-    }
-}
-
 /// True once the switch was tried, whether or not the radio followed: the caller reads it back.
 bool ChangeRadio(const LogScope& log, RadioStatus newStatus) {
     ComPtr<IMbnRadio> radio;  // released after the mark is taken back
@@ -207,8 +194,7 @@ bool ChangeRadio(const LogScope& log, RadioStatus newStatus) {
         return false;
     }
     if (!GetRadioInterface(radio.GetAddressOf())) {
-        log.Error(L"GetRadioInterface Failed");
-        return false;
+        return log.Failure(false, L"GetRadioInterface Failed");
     }
     SetUntilRadioFollows({log, newStatus, *radio.Get(), completed->Get()});
     return true;
@@ -231,37 +217,12 @@ bool SwitchRadio(const LogScope& log, RadioStatus newStatus, unsigned char check
     if (answer) {
         return *answer;
     }
-    MarkOffWithoutEthernet(newStatus);
+    // Adapters that cannot be read count as no cable.
+    const bool isCableIn = NLMUtils::IsCableIn().value_or(false);
+    if (!MeansOn(newStatus) && !isCableIn) {
+        WwanState::offWithoutEthernet = true;
+    }
     return ChangeRadio(log, newStatus);
-}
-
-void BringRadioBack(const LogScope& log) {
-    if (!IsDevicePresent(log)) {
-        return;
-    }
-    const std::wstring remembered = RememberedPowerStatus(PowerStatus::kWwanKey);
-    log.Information(L"WWAN Registry Status = %s", remembered.c_str());
-    if (remembered == PowerStatus::kOn && !SwitchWwanStatusWithRetry(kRadioOn, kSwitchRetries)) {
-        log.Error(L"SwitchWwanStatusWithRetry (StartWWANService) failed");
-    }
-}
-
-void TakeRadioDown(const LogScope& log) {
-    if (!IsDevicePresent(log)) {
-        return;
-    }
-    log.Information(L"StopWWANService - Entry");
-    const bool isOn = CheckWwanStatus();
-    log.Information(L"WWAN Current Status = %d", isOn);
-    if (!isOn) {
-        // What is remembered stays: a radio that is off already may be off by this service's doing.
-        return;
-    }
-    if (SwitchWwanStatus(kRadioOff, kIgnoreAirplaneMode)) {
-        SetWwanPowerStatusInRegistry(kRadioOn);
-    } else {
-        log.Error(L"SwitchWwanStatus (StopWWANService) failed");
-    }
 }
 
 }  // namespace
@@ -299,12 +260,37 @@ bool SwitchWwanStatusWithRetry(const RadioStatus& newStatus, const int& retryCou
 
 void StartWWANService() {
     const LogScope log("ServiceUtils::StartWWANService");
-    log.Guard([&] { BringRadioBack(log); });
+    log.Guard([&] {
+        if (!IsDevicePresent(log)) {
+            return;
+        }
+        const std::wstring remembered = RememberedPowerStatus(PowerStatus::kWwanKey);
+        log.Information(L"WWAN Registry Status = %s", remembered.c_str());
+        if (remembered == PowerStatus::kOn && !SwitchWwanStatusWithRetry(kRadioOn, kSwitchRetries)) {
+            log.Error(L"SwitchWwanStatusWithRetry (StartWWANService) failed");
+        }
+    });
 }
 
 void StopWWANService() {
     const LogScope log("ServiceUtils::StopWWANService");
-    log.Guard([&] { TakeRadioDown(log); });
+    log.Guard([&] {
+        if (!IsDevicePresent(log)) {
+            return;
+        }
+        log.Information(L"StopWWANService - Entry");
+        const bool isOn = CheckWwanStatus();
+        log.Information(L"WWAN Current Status = %d", isOn);
+        if (!isOn) {
+            // What is remembered stays: a radio that is off already may be off by this service's doing.
+            return;
+        }
+        if (SwitchWwanStatus(kRadioOff, kIgnoreAirplaneMode)) {
+            SetWwanPowerStatusInRegistry(kRadioOn);
+        } else {
+            log.Error(L"SwitchWwanStatus (StopWWANService) failed");
+        }
+    });
 }
 
 }  // namespace ServiceUtils

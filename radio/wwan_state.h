@@ -48,4 +48,12 @@ template <class Interface>
     return {object, [](Interface* shared) { shared->Release(); }};
 }
 
+/// Puts `object` (may be null) into a holder, with a reference of its own, unless it is there already.
+template <class Interface>
+void Publish(std::atomic<std::shared_ptr<Interface>>& holder, Interface* object) {
+    if (holder.load().get() != object) {
+        holder = Share(object);
+    }
+}
+
 }  // namespace WwanState

@@ -13,10 +13,7 @@ constexpr std::size_t kTextCharacters = 1024;
 
 /// Whether `bytes` of a buffer hold a text with its end, or an empty one without.
 bool IsTerminatedText(const wchar_t* text, DWORD bytes) {
-    if (bytes == 0) {
-        return true;
-    }
-    return bytes % sizeof(wchar_t) == 0 && text[bytes / sizeof(wchar_t) - 1] == L'\0';
+    return bytes == 0 || (bytes % sizeof(wchar_t) == 0 && text[bytes / sizeof(wchar_t) - 1] == L'\0');
 }
 
 }  // namespace

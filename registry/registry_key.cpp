@@ -9,16 +9,6 @@ constexpr wchar_t kFunctionLibrary[] = L"Advapi32.dll";
 constexpr REGSAM kViewBits = KEY_WOW64_64KEY | KEY_WOW64_32KEY;
 constexpr DWORD kSubkeyNameCharacters = 256;  ///< the longest name allowed and its end
 
-/// A function of the library that every process here has loaded; null where Windows lacks it.
-template <class Function>
-Function* LookUp(const char* name) {
-    const HMODULE library = GetModuleHandleW(kFunctionLibrary);
-    if (library == nullptr) {
-        return nullptr;
-    }
-    return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(library, name)));
-}
-
 using DeleteKeyEx = decltype(RegDeleteKeyExW);
 std::atomic<DeleteKeyEx*> deleteKeyEx{nullptr};
 std::atomic<bool> deleteKeyExLookedUp{false};
@@ -27,7 +17,7 @@ std::atomic<bool> deleteKeyExLookedUp{false};
 /// same, which needs no lock.
 DeleteKeyEx* FindDeleteKeyEx() {
     if (!deleteKeyExLookedUp) {
-        deleteKeyEx = LookUp<DeleteKeyEx>("RegDeleteKeyExW");
+        deleteKeyEx = Platform::LookUp<DeleteKeyEx>(kFunctionLibrary, "RegDeleteKeyExW");
         deleteKeyExLookedUp = true;
     }
     return deleteKeyEx;
@@ -36,7 +26,7 @@ DeleteKeyEx* FindDeleteKeyEx() {
 /// Calls one of the transacted functions, if Windows has it.
 template <class Function, class... Args>
 LSTATUS CallTransacted(const char* name, Args... arguments) {
-    auto* const function = LookUp<Function>(name);
+    auto* const function = Platform::LookUp<Function>(kFunctionLibrary, name);
     return function != nullptr ? function(arguments...) : ERROR_INVALID_FUNCTION;
 }
 

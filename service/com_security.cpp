@@ -2,10 +2,12 @@
 
 #include <objbase.h>
 
+#include <utility>
+
 #include "logging/logger.h"
 #include "platform/handles.h"
-#include "service/security_descriptor.h"
 
+using Platform::UniqueHandle;
 using Platform::UniqueLocalMemory;
 
 namespace {
@@ -14,6 +16,9 @@ namespace {
 constexpr DWORD kComRightsExecute = 1;
 
 constexpr LONG kLetComChooseServices = -1;
+
+/// An empty list and one entry, both without the SID that stands at the entry's end.
+constexpr DWORD kListAndEntryBytes = sizeof(ACL) + sizeof(ACCESS_ALLOWED_ACE) - sizeof(DWORD);
 
 /// Who may call the event sinks, and the line when no SID could be made.
 struct Caller {
@@ -35,35 +40,115 @@ void Log(int level, const wchar_t* format, Value value) {
     Orva::Shared::GetLogger().Write(level, "InitializeSecurity", format, value);
 }
 
-/// Lets one group of callers in. `sid` is room for any SID; without room none can be made.
-void AllowCaller(SecurityDescriptor& callers, const UniqueLocalMemory& sid, const Caller& caller) {
-    DWORD bytes = sid ? DWORD{SECURITY_MAX_SID_SIZE} : 0;
-    if (CreateWellKnownSid(caller.type, nullptr, sid.Get(), &bytes) == FALSE) {
-        const DWORD error = GetLastError();
-        Log(Orva::Shared::Level::kError, caller.failure, error);
-        return;
+/// A security descriptor in absolute format, with what it points to. It has no system access list; at first
+/// it is empty.
+struct SecurityDescriptor {
+    SecurityDescriptor() { InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION); }
+
+    SECURITY_DESCRIPTOR descriptor{};
+    UniqueLocalMemory owner;  ///< what the token says of its user, the SID with it
+    UniqueLocalMemory group;
+    UniqueLocalMemory accessList;
+};
+
+/// The calling thread's token, or the process's when the thread has none; empty when it cannot be had.
+UniqueHandle OpenToken() {
+    UniqueHandle token;
+    if (OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.Put()) == FALSE &&
+        GetLastError() == ERROR_NO_TOKEN) {
+        OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.Put());
     }
-    callers.Allow(sid.Get(), kComRightsExecute);
+    return token;
+}
+
+/// What a token says about itself; empty when it cannot be read.
+UniqueLocalMemory ReadToken(HANDLE token, TOKEN_INFORMATION_CLASS what) {
+    DWORD bytes = 0;
+    GetTokenInformation(token, what, nullptr, 0, &bytes);
+    UniqueLocalMemory information(LocalAlloc(LPTR, bytes));
+    if (!information || GetTokenInformation(token, what, information.Get(), bytes, &bytes) == FALSE) {
+        return {};
+    }
+    return information;
+}
+
+bool SetOwnerAndGroup(SecurityDescriptor& callers, HANDLE token) {
+    callers.owner = ReadToken(token, TokenUser);
+    callers.group = ReadToken(token, TokenPrimaryGroup);
+    if (!callers.owner || !callers.group) {
+        return false;
+    }
+    PSID const owner = static_cast<const TOKEN_USER*>(callers.owner.Get())->User.Sid;
+    PSID const group = static_cast<const TOKEN_PRIMARY_GROUP*>(callers.group.Get())->PrimaryGroup;
+    return SetSecurityDescriptorOwner(&callers.descriptor, owner, FALSE) != FALSE &&
+           SetSecurityDescriptorGroup(&callers.descriptor, group, FALSE) != FALSE;
+}
+
+/// When that cannot be done the descriptor is empty afterwards.
+void TakeOwnerAndGroupFromToken(SecurityDescriptor& callers) {
+    const UniqueHandle token = OpenToken();
+    if (!token || !SetOwnerAndGroup(callers, token.Get())) {
+        callers = SecurityDescriptor();
+    }
+}
+
+bool CopyEntries(ACL* from, DWORD count, ACL* to) {
+    for (DWORD index = 0; index < count; ++index) {
+        void* entry = nullptr;
+        if (GetAce(from, index, &entry) == FALSE ||
+            AddAce(to, ACL_REVISION, MAXDWORD, entry, static_cast<const ACE_HEADER*>(entry)->AceSize) ==
+                FALSE) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// A list with the entries of `current`, which may be null, and one more without flags; empty on failure.
+UniqueLocalMemory ExtendedList(ACL* current, PSID sid) {
+    ACL_SIZE_INFORMATION size{};
+    if (current != nullptr && GetAclInformation(current, &size, sizeof(size), AclSizeInformation) == FALSE) {
+        return {};
+    }
+    const DWORD bytes = size.AclBytesInUse + kListAndEntryBytes + GetLengthSid(sid);
+    UniqueLocalMemory memory(LocalAlloc(LPTR, bytes));
+    auto* const list = static_cast<ACL*>(memory.Get());
+    if (list == nullptr || InitializeAcl(list, bytes, ACL_REVISION) == FALSE ||
+        !CopyEntries(current, size.AceCount, list) ||
+        AddAccessAllowedAce(list, ACL_REVISION, kComRightsExecute, sid) == FALSE) {
+        return {};
+    }
+    return memory;
+}
+
+/// Lets one group of callers in. When that cannot be done the list stays as it was.
+void Allow(SecurityDescriptor& callers, PSID sid) {
+    UniqueLocalMemory list = ExtendedList(static_cast<ACL*>(callers.accessList.Get()), sid);
+    // The old list is freed only when nothing points to it any more.
+    if (list &&
+        SetSecurityDescriptorDacl(&callers.descriptor, TRUE, static_cast<ACL*>(list.Get()), FALSE) != FALSE) {
+        callers.accessList = std::move(list);
+    }
 }
 
 void AllowCallers(SecurityDescriptor& callers) {
     const UniqueLocalMemory sid(LocalAlloc(LPTR, SECURITY_MAX_SID_SIZE));
-    callers.TakeOwnerAndGroupFromToken();
+    TakeOwnerAndGroupFromToken(callers);
     for (const Caller& caller : kCallers) {
-        AllowCaller(callers, sid, caller);
+        // Without room for it no SID can be made.
+        DWORD bytes = sid ? DWORD{SECURITY_MAX_SID_SIZE} : 0;
+        if (CreateWellKnownSid(caller.type, nullptr, sid.Get(), &bytes) == FALSE) {
+            const DWORD error = GetLastError();
+            Log(Orva::Shared::Level::kError, caller.failure, error);
+            continue;
+        }
+        Allow(callers, sid.Get());
     }
 }
 
 /// CoIncrementMTAUsage of <combaseapi.h>, which Windows has from 8 on. The cookie would give back what
 /// it holds.
 using IncrementMtaUsage = HRESULT WINAPI(void** cookie);
-
-IncrementMtaUsage* FindIncrementMtaUsage() {
-    const HMODULE library = GetModuleHandleW(L"ole32.dll");
-    return library == nullptr ? nullptr
-                              : reinterpret_cast<IncrementMtaUsage*>(
-                                    reinterpret_cast<void*>(GetProcAddress(library, "CoIncrementMTAUsage")));
-}
 
 /// Keeps the process's multithreaded apartment from now to the end of the process, whichever threads
 /// leave it. What a thread creates there (the managers, the subscriptions) stays connected when that
@@ -73,7 +158,7 @@ IncrementMtaUsage* FindIncrementMtaUsage() {
 /// multithreaded one, and could not enter another then. Where it could not enter one at all, that does
 /// no harm.
 void HoldMultithreadedApartment() {
-    IncrementMtaUsage* const increment = FindIncrementMtaUsage();
+    auto* const increment = Platform::LookUp<IncrementMtaUsage>(L"ole32.dll", "CoIncrementMTAUsage");
     void* cookie = nullptr;
     constexpr DWORD kMissing = ERROR_PROC_NOT_FOUND;
     const HRESULT held = increment == nullptr ? HRESULT_FROM_WIN32(kMissing) : increment(&cookie);
@@ -91,7 +176,7 @@ HRESULT SetProcessSecurity(SecurityDescriptor& callers) {
         Log(Orva::Shared::Level::kError, L"CoInitializeEx failed. Error: 0x%08X", entered);
         return entered;
     }
-    const HRESULT secured = CoInitializeSecurity(callers.Get(), kLetComChooseServices, nullptr, nullptr,
+    const HRESULT secured = CoInitializeSecurity(&callers.descriptor, kLetComChooseServices, nullptr, nullptr,
                                                  RPC_C_AUTHN_LEVEL_CONNECT, RPC_C_IMP_LEVEL_IMPERSONATE,
                                                  nullptr, EOAC_NONE, nullptr);
     if (FAILED(secured)) {

@@ -17,10 +17,6 @@ namespace {
 
 constexpr char kFunctionName[] = "wmain";
 
-bool IsSwitch(const wchar_t* argument) {
-    return argument[0] == L'-' || argument[0] == L'/';
-}
-
 /// Does what a switch asks for; its name stands without "-" or "/". An unknown one says nothing.
 void RunSwitch(const wchar_t* name) {
     if (_wcsicmp(name, L"install") == 0) {
@@ -32,21 +28,17 @@ void RunSwitch(const wchar_t* name) {
     }
 }
 
-/// Printed at every start as a service too, which is harmless: a service has no console.
-void PrintUsage() {
-    Console::PrintText(L"Parameters:\n");
-    Console::PrintText(L" -install  to install the service.\n");
-    Console::PrintText(L" -remove   to remove the service.\n");
-}
-
 }  // namespace
 
 int RunCommandLine(int argumentCount, wchar_t** arguments, void (*runService)()) {
-    if (argumentCount > 1 && IsSwitch(arguments[1])) {
+    if (argumentCount > 1 && (arguments[1][0] == L'-' || arguments[1][0] == L'/')) {
         RunSwitch(arguments[1] + 1);
         return 0;
     }
-    PrintUsage();
+    // Printed at every start as a service too, which is harmless: a service has no console.
+    Console::PrintText(L"Parameters:\n");
+    Console::PrintText(L" -install  to install the service.\n");
+    Console::PrintText(L" -remove   to remove the service.\n");
     // Before any other thread exists. The service runs without it too.
     static_cast<void>(InitializeSecurity());
     runService();

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
+#include <cwchar>
 
 #include "logging/format.h"
 
@@ -12,7 +14,10 @@ constexpr std::size_t kTextCharacters = 512;
 
 /// Writes text to standard output and hands it on at once, so that progress shows in a pipe too.
 /// Without a console or a pipe, as in a service, nothing happens.
-void PrintText(const wchar_t* text);
+inline void PrintText(const wchar_t* text) {
+    std::fputws(text, stdout);
+    std::fflush(stdout);
+}
 
 /// Formats (see `FormatText`: `%s` is wide text) and writes to standard output.
 template <class... Args>

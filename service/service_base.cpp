@@ -16,11 +16,6 @@ constexpr DWORD kNoEventIdentifier = 0;
 /// In place of a service state: nothing is reported.
 constexpr DWORD kNoReport = 0;
 
-/// States that are reached, so that no progress towards them is counted.
-bool IsFinal(DWORD state) {
-    return state == SERVICE_RUNNING || state == SERVICE_STOPPED;
-}
-
 }  // namespace
 
 /// What is reported and written around one virtual operation.
@@ -49,11 +44,6 @@ bool CServiceBase::Run(CServiceBase& service) {
     }};
     return StartServiceCtrlDispatcherW(table.data()) != FALSE;
 }
-
-void CServiceBase::OnStart(DWORD /*argumentCount*/, wchar_t** /*arguments*/) {}
-void CServiceBase::OnStop() {}
-void CServiceBase::OnPause() {}
-void CServiceBase::OnShutdown() {}
 
 template <class Operation>
 void CServiceBase::RunTransition(const Transition& transition, const Operation& operation) {
@@ -114,7 +104,9 @@ void CServiceBase::SetServiceStatus(DWORD currentState, DWORD win32ExitCode) {
     m_status.dwCurrentState = currentState;
     m_status.dwWin32ExitCode = win32ExitCode;
     m_status.dwWaitHint = 0;
-    m_status.dwCheckPoint = IsFinal(currentState) ? 0 : s_checkPoint++;
+    // Towards a state that is reached no progress is counted.
+    const bool isReached = currentState == SERVICE_RUNNING || currentState == SERVICE_STOPPED;
+    m_status.dwCheckPoint = isReached ? 0 : s_checkPoint++;
     ::SetServiceStatus(m_statusHandle, &m_status);
 }
 
@@ -169,16 +161,10 @@ DWORD WINAPI CServiceBase::ServiceCtrlHandler(DWORD control, DWORD eventType, vo
 }
 
 void CServiceBase::HandlePowerEvent(DWORD eventType) {
-    switch (eventType) {
-        case PBT_APMSUSPEND:
-        case PBT_APMSTANDBY:
-            s_service->Pause();
-            break;
-        case PBT_APMRESUMEAUTOMATIC:
-            // The system sends this one at every resume, the user's presence or not.
-            s_service->Continue();
-            break;
-        default:
-            break;
+    if (eventType == PBT_APMSUSPEND || eventType == PBT_APMSTANDBY) {
+        s_service->Pause();
+    } else if (eventType == PBT_APMRESUMEAUTOMATIC) {
+        // The system sends this one at every resume, the user's presence or not.
+        s_service->Continue();
     }
 }

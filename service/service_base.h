@@ -25,12 +25,12 @@ class CServiceBase {
     // In this order: the virtual table's. Each may throw: a DWORD is the Win32 error that is logged and, at
     // a start, reported; anything else is a failure without a number. `arguments` are the start's own,
     // `argumentCount` of them, borrowed for the call.
-    virtual void OnStart(DWORD argumentCount, wchar_t** arguments);
-    virtual void OnStop();
-    virtual void OnPause();
+    virtual void OnStart(DWORD /*argumentCount*/, wchar_t** /*arguments*/) {}
+    virtual void OnStop() {}
+    virtual void OnPause() {}
     /// Decides both radios afresh after the machine has resumed (see core/resume_handler.h).
     virtual void OnContinue();
-    virtual void OnShutdown();
+    virtual void OnShutdown() {}
 
     void Start(DWORD argumentCount, wchar_t** arguments);
     void Stop();

@@ -40,8 +40,7 @@ bool GetQuotedPath(const LogScope& log, QuotedPath& quoted) {
     std::array<wchar_t, MAX_PATH> path{};
     const DWORD error = Platform::GetExecutablePath(path);
     if (error != ERROR_SUCCESS) {
-        log.Error(L"GetModuleFileName failed w/err 0x%08lx", error);
-        return false;
+        return log.Failure(false, L"GetModuleFileName failed w/err 0x%08lx", error);
     }
     Orva::Shared::FormatText(quoted.data(), quoted.size(), L"\"%s\"", path.data());
     return true;
@@ -59,25 +58,20 @@ void SetDescription(SC_HANDLE service) {
     }
 }
 
-/// Waits, for as long as it takes, until the service is no longer stopping. `status` is what the
-/// stop request returned; the last state seen.
-DWORD WaitWhileStopping(SC_HANDLE service, SERVICE_STATUS& status) {
-    Sleep(kStopPollMilliseconds);
-    while (QueryServiceStatus(service, &status) != FALSE && status.dwCurrentState == SERVICE_STOP_PENDING) {
-        Console::PrintText(L".");
-        Sleep(kStopPollMilliseconds);
-    }
-    return status.dwCurrentState;
-}
-
-/// Stops the service. One that refuses, most likely because it does not run, is passed over.
+/// Stops the service, and waits for as long as it is stopping. One that refuses, most likely because it does
+/// not run, is passed over.
 void Stop(const LogScope& log, SC_HANDLE service) {
     SERVICE_STATUS status{};
     if (ControlService(service, SERVICE_CONTROL_STOP, &status) == FALSE) {
         return;
     }
     Console::Print(L"Stopping %s.", kService);
-    if (WaitWhileStopping(service, status) == SERVICE_STOPPED) {
+    Sleep(kStopPollMilliseconds);
+    while (QueryServiceStatus(service, &status) != FALSE && status.dwCurrentState == SERVICE_STOP_PENDING) {
+        Console::PrintText(L".");
+        Sleep(kStopPollMilliseconds);
+    }
+    if (status.dwCurrentState == SERVICE_STOPPED) {
         Console::Print(L"\n%s is stopped.\n", kService);
     } else {
         log.Error(L"%s failed to stop.", kService);
@@ -95,17 +89,6 @@ void ForgetRadioStates(const LogScope& log) {
     if (registry.DeleteSubkey(PowerStatus::kWwanKey) != ERROR_SUCCESS) {
         log.Error(L"DeleteSubkey (BrimletWwanPowerStatus) failed w/err 0x%08lx", GetLastError());
     }
-}
-
-/// Stops and deletes the service that was opened.
-void Remove(const LogScope& log, SC_HANDLE service) {
-    Stop(log, service);
-    if (DeleteService(service) == FALSE) {
-        TellFailure(log, L"DeleteService failed w/err 0x%08lx", GetLastError());
-        return;
-    }
-    ForgetRadioStates(log);
-    Console::Print(L"%s is removed.\n", kService);
 }
 
 }  // namespace
@@ -149,5 +132,11 @@ void UninstallService() {
         TellFailure(log, L"OpenService failed w/err 0x%08lx", GetLastError());
         return;
     }
-    Remove(log, service.Get());
+    Stop(log, service.Get());
+    if (DeleteService(service.Get()) == FALSE) {
+        TellFailure(log, L"DeleteService failed w/err 0x%08lx", GetLastError());
+        return;
+    }
+    ForgetRadioStates(log);
+    Console::Print(L"%s is removed.\n", kService);
 }

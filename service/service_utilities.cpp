@@ -28,47 +28,23 @@ constexpr int kFlagNotSet = 16;
 
 constexpr DWORD kMillisecondsPerMinute = 60 * 1000;
 
-/// The version resource of an executable; empty, and logged, when there is none.
-UniqueLocalMemory ReadVersionResource(const LogScope& log, const wchar_t* path) {
-    const DWORD size = GetFileVersionInfoSizeW(path, nullptr);
-    if (size == 0) {
-        // The line ends where an error code would stand; it shows none.
-        log.Error(L"GetFileVersionInfoSize Return Value  = %d Error Code = ", size);
-        return {};
-    }
-    UniqueLocalMemory resource(LocalAlloc(LPTR, size));
-    if (!resource) {
-        log.Error(L"Version String Allocation failed");
-        return {};
-    }
-    if (GetFileVersionInfoW(path, 0, size, resource.Get()) == FALSE) {
-        log.Error(L"GetFileVersionInfo failed with error %d", GetLastError());
-        return {};
-    }
-    return resource;
-}
-
 /// The fixed part of a version resource; null, and logged, when it is missing or unsound.
 const VS_FIXEDFILEINFO* FindFixedFileInfo(const LogScope& log, const UniqueLocalMemory& resource) {
     void* found = nullptr;
     UINT size = 0;
     if (VerQueryValueW(resource.Get(), L"\\", &found, &size) == FALSE) {
-        log.Error(L"VerQueryValue failed with error %d", GetLastError());
-        return nullptr;
+        return log.Failure(nullptr, L"VerQueryValue failed with error %d", GetLastError());
     }
     // A record that is cut is as good as none.
     if (size < sizeof(VS_FIXEDFILEINFO)) {
-        log.Error(L"VerQueryValue returned size = %d", size);
-        return nullptr;
+        return log.Failure(nullptr, L"VerQueryValue returned size = %d", size);
     }
     const auto* const info = static_cast<const VS_FIXEDFILEINFO*>(found);
     if (info == nullptr) {
-        log.Error(L"VS_FIXEDFILEINFO buffer is NULL");
-        return nullptr;
+        return log.Failure(nullptr, L"VS_FIXEDFILEINFO buffer is NULL");
     }
     if (info->dwSignature != static_cast<DWORD>(VS_FFI_SIGNATURE)) {
-        log.Error(L"Signature not correct");
-        return nullptr;
+        return log.Failure(nullptr, L"Signature not correct");
     }
     return info;
 }
@@ -87,8 +63,7 @@ template <class Step>
 int WithService(const LogScope& log, const wchar_t* serviceName, Step step) {
     const UniqueServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
     if (!manager) {
-        log.Error(L"OpenSCManager failed w/err 0x%08lx", GetLastError());
-        return Utils::kServiceNotOpened;
+        return log.Failure(Utils::kServiceNotOpened, L"OpenSCManager failed w/err 0x%08lx", GetLastError());
     }
     const UniqueServiceHandle service(OpenServiceW(manager.Get(), serviceName, SERVICE_ALL_ACCESS));
     if (service) {
@@ -96,8 +71,7 @@ int WithService(const LogScope& log, const wchar_t* serviceName, Step step) {
     }
     const DWORD error = GetLastError();
     if (error == ERROR_SERVICE_DOES_NOT_EXIST) {
-        log.Error(L"Service does not exist. Error 0x%08lx", error);
-        return Utils::kServiceNotInstalled;
+        return log.Failure(Utils::kServiceNotInstalled, L"Service does not exist. Error 0x%08lx", error);
     }
     log.Error(L"OpenService failed w/err 0x%08lx", error);
     return Utils::kServiceNotOpened;
@@ -154,9 +128,17 @@ int SetRecovery(const LogScope& log, SC_HANDLE service) {
 }  // namespace
 
 std::wstring Utils::GetFileVersion(const LogScope& log, const wchar_t* path) {
-    const UniqueLocalMemory resource = ReadVersionResource(log, path);
+    const DWORD size = GetFileVersionInfoSizeW(path, nullptr);
+    if (size == 0) {
+        // The line ends where an error code would stand; it shows none.
+        return log.Failure(kUnknownVersion, L"GetFileVersionInfoSize Return Value  = %d Error Code = ", size);
+    }
+    const UniqueLocalMemory resource(LocalAlloc(LPTR, size));
     if (!resource) {
-        return kUnknownVersion;
+        return log.Failure(kUnknownVersion, L"Version String Allocation failed");
+    }
+    if (GetFileVersionInfoW(path, 0, size, resource.Get()) == FALSE) {
+        return log.Failure(kUnknownVersion, L"GetFileVersionInfo failed with error %d", GetLastError());
     }
     const VS_FIXEDFILEINFO* const info = FindFixedFileInfo(log, resource);
     return info != nullptr ? FileVersionText(*info) : kUnknownVersion;
@@ -183,18 +165,15 @@ int Utils::IsServicePresent(const wchar_t* serviceName) {
 
 int Utils::WaitforServiceToStartRunning(const wchar_t* serviceName) {
     LogScope log("Utils::WaitforServiceToStartRunning");
-    int tries = 0;
-    int status = kServiceNotQueried;
-    do {
+    int status = kServiceNotRunning;
+    // A negative status means that no waiting will help.
+    for (int tries = 0; status > kServiceRunning && tries < kMostPolls; ++tries) {
         status = IsServicePresent(serviceName);
-        if (status == kServiceRunning) {
-            break;
+        if (status != kServiceRunning) {
+            log.Verbose(L"%s service Running Status = %d, try %d", serviceName, status, tries);
+            UtilSleep(kPollMilliseconds);
         }
-        log.Verbose(L"%s service Running Status = %d, try %d", serviceName, status, tries);
-        UtilSleep(kPollMilliseconds);
-        ++tries;
-        // A negative status means that no waiting will help.
-    } while (status > kServiceRunning && tries < kMostPolls);
+    }
     log.ExitLine(L"%s Running Status = %d", serviceName, status);
     return status;
 }
