@@ -81,8 +81,9 @@ constexpr std::string_view kMisleading[] = {
 /// Whether radios change in a scene by other hands than the service's, or begin as they were not chosen.
 bool HasForeignChanges(const Scene& scene) {
     constexpr Verb kChanges[] = {
-        Verb::kWifi, Verb::kWifiHardware, Verb::kWifiAvailable, Verb::kWifiNotify,    Verb::kWifiNotifyOdd,
-        Verb::kWwan, Verb::kModemReverts, Verb::kAirplane,      Verb::kAirplaneValue, Verb::kStored};
+        Verb::kWifi,   Verb::kWifiHardware, Verb::kWifiAvailable, Verb::kWifiNotify,    Verb::kWifiNotifyOdd,
+        Verb::kWwan,   Verb::kModemReverts, Verb::kAirplane,      Verb::kAirplaneValue, Verb::kStored,
+        Verb::kResume, Verb::kStop,         Verb::kPreshutdown};
     return std::ranges::any_of(scene.day.steps, [&](const Step& step) {
         return std::ranges::any_of(step.commands, [&](const Command& command) {
             return std::ranges::count(kChanges, command.verb) != 0;
@@ -267,8 +268,8 @@ class Play {
     }
 
     void SettleDown() {
-        Take({"resume", "airplane off", "call GetAdaptersInfo ok", "wifi hardware on", "phy 0 refuse 0",
-              "phy 1 refuse 0", "modem 1 follows on confirm 0", "modem 1 refuse 0",
+        Take({"resume", "airplane value dword 0", "call GetAdaptersInfo ok", "wifi hardware on",
+              "phy 0 refuse 0", "phy 1 refuse 0", "modem 1 follows on confirm 0", "modem 1 refuse 0",
               "modem 1 reverts 0 after 0", "modem 1 radio same", "bios provider on",
               "bios \"LAN / WLAN Auto Switching\" timeouts 0", "feature wlan on", "feature wwan on",
               "service WlanSvc run", "service WwanSvc run"});
