@@ -46,6 +46,9 @@ std::string NarrowDamaged(Random& random, const char* text) {
 template <std::size_t Size>
 void Fill(char (&field)[Size], const std::string& text) {
     Copy(field, text.data(), std::min(Size, text.size()));
+    if (text.size() < Size) {
+        field[text.size()] = '\0';
+    }
 }
 
 /// The answers of one of the two functions.
@@ -112,7 +115,8 @@ ULONG Answer(Answers& answers, List* list, ULONG* bytes, Describe describe) {
         std::vector<Entry> entries(answers.records.size());
         auto* const first = reinterpret_cast<std::byte*>(list);
         for (std::size_t i = 0; i < entries.size(); ++i) {
-            std::memset(static_cast<void*>(&entries[i]), 0, sizeof(Entry));
+            // What nobody fills would change a judgement, and has no end.
+            std::fill_n(reinterpret_cast<char*>(&entries[i]), sizeof(Entry), 'V');
             const int next = answers.records[i].next;
             std::byte* const link = next == kEnd             ? nullptr
                                     : next == kOutOfTheBlock ? first + GuardedRoom::kBytes
@@ -233,11 +237,15 @@ class AdapterLists final : public Kind {
                                   std::byte* place) {
         entry.record.Next = reinterpret_cast<IP_ADAPTER_ADDRESSES*>(link);
         entry.record.IfType = record.type;
+        entry.record.AdapterName = nullptr;
+        entry.record.Description = nullptr;
+        entry.record.FriendlyName = nullptr;
         Fill(entry.name, record.name.substr(0, std::size(entry.name) - 1));
         const std::size_t length = std::min(record.description.size(), std::size(entry.description) - 1);
         std::transform(record.description.begin(),
                        record.description.begin() + static_cast<std::ptrdiff_t>(length), entry.description,
                        [](char letter) { return static_cast<wchar_t>(letter); });
+        entry.description[length] = L'\0';
         if (!record.name.empty()) {
             entry.record.AdapterName = reinterpret_cast<char*>(place + offsetof(AddressEntry, name));
         }
