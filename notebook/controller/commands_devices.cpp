@@ -76,7 +76,7 @@ void Wifi(const Arguments& given) {
     } else if (given.Has("hardware")) {
         SwitchWlanHardware(*machine, given.IsOn("hardware"), machine.Time());
     } else if (given.Has("notify")) {
-        const std::uint32_t times = given.Has("times") ? given.Number("TIMES") : 1;
+        const std::uint32_t times = given.Number("TIMES", 1);
         for (std::uint32_t i = 0; i < times; ++i) {
             PostEvent(*machine,
                       {.kind = given.Has("null") ? EventKind::WlanNullNotification : EventKind::Wlan,

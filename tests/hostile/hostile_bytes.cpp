@@ -14,6 +14,7 @@
 
 #include "logging/log_data.h"
 #include "tests/hostile/kind.h"
+#include "tests/support/long_run.h"
 #include "tests/support/scoped_import.h"
 
 namespace HostileBytes {
@@ -135,9 +136,7 @@ bool TryKind(const NamedKind& named, const Options& options) {
 
 Options ReadOptions(int count, wchar_t** words) {
     Options options;
-    LARGE_INTEGER counter{};
-    QueryPerformanceCounter(&counter);
-    options.seed = static_cast<std::uint64_t>(counter.QuadPart) % 1'000'000'000;
+    options.seed = LongRun::FreshSeed();
     for (int i = 1; i < count; ++i) {
         const std::wstring word = words[i];
         const std::string name(word.begin(), word.end());
@@ -161,7 +160,6 @@ int Run(int count, wchar_t** words) {
     const Options options = ReadOptions(count, words);
     seedInHand = options.seed;
     std::printf("--seed %llu\n", options.seed);
-    SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
     SetUnhandledExceptionFilter(&TellOfCrash);
     std::set_terminate([] { GiveUp("an exception that nobody catches"); });
     std::thread(&WatchForLoops).detach();
@@ -179,14 +177,7 @@ int Run(int count, wchar_t** words) {
 
 /// Hands damaged inputs to the service (docs/notebook.md).
 int wmain(int argc, wchar_t** argv) {
-    std::setvbuf(stdout, nullptr, _IONBF, 0);
-    testing::InitGoogleTest();
-    int status = 2;
-    try {
-        status = HostileBytes::Run(argc, argv);
-    } catch (const std::exception& error) {
-        std::printf("%s\n", error.what());
-    }
+    const int status = LongRun::RunProgram(argc, argv, &HostileBytes::Run);
     // Past what the watching thread may still look at.
     TerminateProcess(GetCurrentProcess(), static_cast<UINT>(status));
     return status;

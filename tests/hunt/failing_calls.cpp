@@ -22,6 +22,7 @@
 #include "tests/hunt/faults.h"
 #include "tests/hunt/scenes.h"
 #include "tests/hunt/stage.h"
+#include "tests/support/long_run.h"
 #include "tests/support/scoped_import.h"
 
 namespace RandomEvents {
@@ -463,9 +464,7 @@ class Run {
 
 Options ReadOptions(int count, wchar_t** words) {
     Options options;
-    LARGE_INTEGER counter{};
-    QueryPerformanceCounter(&counter);
-    options.seed = static_cast<std::uint64_t>(counter.QuadPart) % 1'000'000'000;
+    options.seed = LongRun::FreshSeed();
     for (int i = 1; i < count; ++i) {
         const std::wstring word = words[i];
         const std::wstring next = i + 1 < count ? words[i + 1] : L"";
@@ -492,7 +491,6 @@ Options ReadOptions(int count, wchar_t** words) {
 
 int PlayAll(int count, wchar_t** words) {
     const Options options = ReadOptions(count, words);
-    SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
     SetUnhandledExceptionFilter(&ReportCrash);
     std::set_terminate([] { GiveUp("an exception that nobody catches"); });
     CloseHandle(CreateThread(nullptr, 0, &WatchPlays, nullptr, 0, nullptr));
@@ -525,12 +523,5 @@ int PlayAll(int count, wchar_t** words) {
 
 /// Plays scenes in which calls fail (docs/notebook.md).
 int wmain(int argc, wchar_t** argv) {
-    std::setvbuf(stdout, nullptr, _IONBF, 0);
-    testing::InitGoogleTest();
-    try {
-        return RandomEvents::PlayAll(argc, argv);
-    } catch (const std::exception& error) {
-        std::printf("%s\n", error.what());
-        return 2;
-    }
+    return LongRun::RunProgram(argc, argv, &RandomEvents::PlayAll);
 }

@@ -16,6 +16,7 @@
 #include "tests/hunt/command.h"
 #include "tests/hunt/model.h"
 #include "tests/hunt/stage.h"
+#include "tests/support/long_run.h"
 
 namespace RandomEvents {
 namespace {
@@ -292,9 +293,7 @@ bool PlayFile(Stage& stage, const std::string& path) {
 
 Options ReadOptions(int count, wchar_t** words) {
     Options options;
-    LARGE_INTEGER counter{};
-    QueryPerformanceCounter(&counter);
-    options.seed = static_cast<std::uint64_t>(counter.QuadPart) % 1'000'000'000;
+    options.seed = LongRun::FreshSeed();
     for (int i = 1; i < count; ++i) {
         const std::wstring word = words[i];
         const std::wstring next = i + 1 < count ? words[i + 1] : L"";
@@ -316,7 +315,6 @@ Options ReadOptions(int count, wchar_t** words) {
 
 int Run(int count, wchar_t** words) {
     const Options options = ReadOptions(count, words);
-    SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
     SetUnhandledExceptionFilter(&ReportCrash);
     bool passed = false;
     {
@@ -337,12 +335,5 @@ int Run(int count, wchar_t** words) {
 
 /// Plays random events on the service, or those of a file (docs/notebook.md).
 int wmain(int argc, wchar_t** argv) {
-    std::setvbuf(stdout, nullptr, _IONBF, 0);
-    testing::InitGoogleTest();
-    try {
-        return RandomEvents::Run(argc, argv);
-    } catch (const std::exception& error) {
-        std::printf("%s\n", error.what());
-        return 2;
-    }
+    return LongRun::RunProgram(argc, argv, &RandomEvents::Run);
 }

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <process.h>
+#include <psapi.h>
 
 #include <atomic>
 #include <functional>
@@ -131,6 +132,23 @@ TEST_F(WriteQueueTest, CallersDoNotWaitForAWriteThatTakesLong) {
     EXPECT_THAT(Written(2), ElementsAre("one", "two"));
 }
 
+TEST_F(WriteQueueTest, MemoryOfAMomentsEntriesIsKeptAndNoMore) {
+    const auto megabytes = [] {
+        PROCESS_MEMORY_COUNTERS counters{};
+        EXPECT_TRUE(GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof(counters)));
+        return counters.PagefileUsage / (1024 * 1024);
+    };
+    const SIZE_T before = megabytes();
+    HoldFile();
+    for (int line = 0; line < 60'000; ++line) {
+        Log(L"x");
+    }
+    EXPECT_GT(megabytes(), before + 10);
+    ReleaseFile();
+    WaitForWriter();
+    EXPECT_TRUE(Eventually([&] { return megabytes() < before + 6; }));
+}
+
 // --- Entries that have to wait ----------------------------------------------------------------
 
 TEST_F(WriteQueueTest, EntriesStayQueuedWhileTheFileCannotBeOpened) {
@@ -243,6 +261,29 @@ TEST_F(WriteQueueTest, WhoeverAppendsHoldsTheLock) {
     Log(L"one");
     EXPECT_EQ(start.Calls(), 1);
     EXPECT_EQ(sections.Count(), 0);
+}
+
+TEST_F(WriteQueueTest, WhoeverFindsTheLockTakenForLongWaitsForIt) {
+    const DWORD thread = GetCurrentThreadId();
+    CRITICAL_SECTION* taken = nullptr;
+    const ScopedImport<&::TryEnterCriticalSection> fails{
+        [thread](CRITICAL_SECTION*) { return Rig::Real<&::GetCurrentThreadId>() == thread; },
+        [&taken](CRITICAL_SECTION* section) {
+            taken = section;
+            return FALSE;
+        }};
+    int waits = 0;
+    const ScopedImport<&::EnterCriticalSection> enter{
+        [&, thread](CRITICAL_SECTION* section) {
+            return Rig::Real<&::GetCurrentThreadId>() == thread && section == taken;
+        },
+        [&](CRITICAL_SECTION* section) {
+            ++waits;
+            enter.Original(section);
+        }};
+    Log(L"one");
+    EXPECT_EQ(waits, 1);
+    EXPECT_THAT(Written(1), ElementsAre("one"));
 }
 
 TEST_F(WriteQueueTest, EndHoldsTheLockButForItsWait) {
