@@ -10,13 +10,6 @@
 namespace RegistryTests {
 namespace {
 
-using Rig::ScopedImport;
-using Rig::ScopedResult;
-using testing::Each;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::Pair;
-
 constexpr std::size_t kLongestName = 255;
 
 class RegistryDeletionTest : public RegistryFixture {
@@ -128,34 +121,21 @@ TEST_F(RegistryDeletionTest, KeyThatCannotBeOpenedEndsTheDeletion) {
     }
 }
 
-/// The keys that are opened, with the access asked for.
-class Openings {
-  public:
-    std::vector<std::pair<std::wstring, REGSAM>> all;
-
-  private:
-    ScopedImport<&::RegOpenKeyExW> m_open{
-        [this](HKEY key, LPCWSTR name, DWORD options, REGSAM access, PHKEY result) -> LSTATUS {
-            all.emplace_back(name, access);
-            return m_open.Original(key, name, options, access, result);
-        }};
-};
-
 TEST_F(RegistryDeletionTest, EveryKeyIsOpenedForReadingAndWriting) {
     tree.Create(L"Key\\a");
-    const Openings opened;
+    const ScopedWatch<&::RegOpenKeyExW> opens;
     EXPECT_EQ(Delete(), ERROR_SUCCESS);
-    EXPECT_THAT(opened.all, ElementsAre(Pair(L"", kReadAndWrite), Pair(tree.Path(L"Key"), kReadAndWrite),
-                                        Pair(L"a", kReadAndWrite)));
+    EXPECT_EQ(opens.Calls(), 3) << "the root, the key, and the one below";
+    EXPECT_THAT(opens.Arguments(), Each(FieldsAre(_, _, 0U, kReadAndWrite, _)));
 }
 
 TEST_F(RegistryDeletionTest, ViewOfTheKeyIsHandedDownTheTree) {
     tree.Create(L"Key\\a");
-    const Openings opened;
+    const ScopedWatch<&::RegOpenKeyExW> opens;
     RegistryKey parent;
     ASSERT_EQ(parent.Open(HKEY_LOCAL_MACHINE, tree.Path().c_str(), kReadAndWrite | kView), ERROR_SUCCESS);
     EXPECT_EQ(parent.DeleteTree(L"Key"), ERROR_SUCCESS);
-    EXPECT_THAT(opened.all, Each(Pair(testing::_, kReadAndWrite | kView)));
+    EXPECT_THAT(opens.Arguments(), Each(FieldsAre(_, _, 0U, kReadAndWrite | kView, _)));
     EXPECT_THAT(deletions.Views(), ElementsAre(kView, kView));
 }
 

@@ -11,8 +11,23 @@
 #include "tests/support/ledger.h"
 #include "tests/support/registry_tree.h"
 #include "tests/support/scoped_import.h"
+#include "tests/support/scoped_watch.h"
 
 namespace RegistryTests {
+
+using Rig::ScopedImport;
+using Rig::ScopedProc;
+using Rig::ScopedProcAddress;
+using Rig::ScopedResult;
+using Rig::ScopedWatch;
+using testing::_;
+using testing::Each;
+using testing::ElementsAre;
+using testing::FieldsAre;
+using testing::IsEmpty;
+using testing::NotNull;
+using testing::Pair;
+using testing::StrEq;
 
 constexpr REGSAM kReadAndWrite = 0x2001F;
 constexpr REGSAM kView = KEY_WOW64_64KEY;

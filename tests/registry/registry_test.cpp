@@ -12,8 +12,6 @@ using Rig::RegistryBytes;
 using Rig::RegistryNumber;
 using Rig::RegistryText;
 using Rig::RegistryValue;
-using Rig::ScopedImport;
-using Rig::ScopedResult;
 
 constexpr std::size_t kLongestText = 1023;  // characters, without the end
 
@@ -92,18 +90,14 @@ TEST_F(RegistryTest, NothingOfAFailedQueryIsRead) {
 
 TEST_F(RegistryTest, ReadingAsksForReadAccessAndForAThousandCharacters) {
     tree.Create(L"Key");
-    const ScopedImport<&::RegOpenKeyExW> open{
-        [&](HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) -> LSTATUS {
-            EXPECT_EQ(access, REGSAM{KEY_READ});
-            return open.Original(root, path, options, access, key);
-        }};
+    const ScopedWatch<&::RegOpenKeyExW> opens;
     const ScopedImport<&::RegQueryValueExW> query{
         [](HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE, LPDWORD bytes) -> LSTATUS {
             EXPECT_EQ(*bytes, 2048U);
             return ERROR_FILE_NOT_FOUND;
         }};
     EXPECT_EQ(Get(), L"");
-    EXPECT_EQ(open.Calls(), 1);
+    EXPECT_THAT(opens.Arguments(), ElementsAre(FieldsAre(_, _, _, REGSAM{KEY_READ}, _)));
     EXPECT_EQ(query.Calls(), 1);
 }
 
@@ -152,29 +146,20 @@ TEST_F(RegistryTest, ErrorOfMakingTheKeyIsTheResultAndNothingIsWritten) {
 }
 
 TEST_F(RegistryTest, ErrorOfWritingIsTheResult) {
-    const ScopedImport<&::RegSetValueExW> write{
-        [](HKEY, LPCWSTR, DWORD reserved, DWORD, const BYTE*, DWORD) -> LSTATUS {
-            EXPECT_EQ(reserved, 0U);
-            return ERROR_NO_SYSTEM_RESOURCES;
-        }};
+    const ScopedResult<&::RegSetValueExW> fails{ERROR_NO_SYSTEM_RESOURCES};
+    const ScopedWatch<&::RegSetValueExW> writes;
     EXPECT_EQ(Set(L"True"), ERROR_NO_SYSTEM_RESOURCES);
+    EXPECT_THAT(writes.Arguments(), ElementsAre(FieldsAre(_, _, 0U, DWORD{REG_SZ}, _, 10U)));
     EXPECT_TRUE(ledger.Balanced());
 }
 
 TEST_F(RegistryTest, WritingMakesAnOrdinaryKeyWithReadAndWriteAccess) {
-    const ScopedImport<&::RegCreateKeyExW> create{
-        [](HKEY root, LPCWSTR, DWORD reserved, LPWSTR keyClass, DWORD options, REGSAM access,
-           const LPSECURITY_ATTRIBUTES security, PHKEY, LPDWORD disposition) -> LSTATUS {
-            EXPECT_EQ(root, HKEY_LOCAL_MACHINE);
-            EXPECT_EQ(reserved, 0U);
-            EXPECT_EQ(keyClass, nullptr);
-            EXPECT_EQ(options, DWORD{REG_OPTION_NON_VOLATILE});
-            EXPECT_EQ(access, kReadAndWrite);
-            EXPECT_EQ(security, nullptr);
-            EXPECT_NE(disposition, nullptr);
-            return ERROR_CRC;
-        }};
+    const ScopedResult<&::RegCreateKeyExW> fails{ERROR_CRC};
+    const ScopedWatch<&::RegCreateKeyExW> creations;
     EXPECT_EQ(Set(L"True"), ERROR_CRC);
+    EXPECT_THAT(creations.Arguments(),
+                ElementsAre(FieldsAre(HKEY_LOCAL_MACHINE, _, 0U, nullptr, DWORD{REG_OPTION_NON_VOLATILE},
+                                      kReadAndWrite, nullptr, _, NotNull())));
 }
 
 }  // namespace

@@ -7,13 +7,6 @@
 namespace RegistryTests {
 namespace {
 
-using Rig::ScopedImport;
-using Rig::ScopedProc;
-using Rig::ScopedProcAddress;
-using Rig::ScopedResult;
-using testing::ElementsAre;
-using testing::IsEmpty;
-
 /// Windows' plain functions stand here: a test sees that they are not called.
 struct PlainFunctions {
     ScopedResult<&::RegOpenKeyExW> open{ERROR_CRC};
@@ -52,36 +45,35 @@ class RegistryTransactionTest : public RegistryFixture {
     RegistryKey key{&transaction};
 };
 
-TEST_F(RegistryTransactionTest, KeyIsOpenedAndDeletedInTheTransactionAndItsView) {
+TEST_F(RegistryTransactionTest, KeyIsCreatedOpenedAndDeletedInTheTransactionAndItsView) {
     const PlainFunctions plain;
-    const ScopedProc<&::RegOpenKeyTransactedW> open{[&](HKEY parent, LPCWSTR subkey, DWORD options,
-                                                        REGSAM access, PHKEY result, HANDLE usedTransaction,
-                                                        PVOID reserved) -> LSTATUS {
-        EXPECT_EQ(parent, HKEY_LOCAL_MACHINE);
-        EXPECT_STREQ(subkey, L"Key");
-        EXPECT_EQ(options, 0U);
-        EXPECT_EQ(access, kReadAndWrite | kView);
-        EXPECT_EQ(usedTransaction, handle);
-        EXPECT_EQ(reserved, nullptr);
-        return GiveKey(result);
-    }};
-    const ScopedProc<&::RegDeleteKeyTransactedW> deleteKey{[&](HKEY parent, LPCWSTR subkey, REGSAM view,
-                                                               DWORD reserved, HANDLE usedTransaction,
-                                                               PVOID extended) -> LSTATUS {
-        EXPECT_EQ(parent, HKEY_LOCAL_MACHINE);
-        EXPECT_STREQ(subkey, L"Key");
-        EXPECT_EQ(view, kView);
-        EXPECT_EQ(reserved, 0U);
-        EXPECT_EQ(usedTransaction, handle);
-        EXPECT_EQ(extended, nullptr);
-        return ERROR_DIR_NOT_EMPTY;
-    }};
+    const ScopedProc<&::RegCreateKeyTransactedW> create{[&](HKEY, LPCWSTR, DWORD, LPWSTR, DWORD, REGSAM,
+                                                            const SECURITY_ATTRIBUTES*, PHKEY result,
+                                                            auto...) -> LSTATUS { return GiveKey(result); }};
+    const ScopedProc<&::RegOpenKeyTransactedW> open{
+        [&](HKEY, LPCWSTR, DWORD, REGSAM, PHKEY result, auto...) -> LSTATUS { return GiveKey(result); }};
+    const ScopedProc<&::RegDeleteKeyTransactedW> deleteKey{
+        [](auto...) -> LSTATUS { return ERROR_DIR_NOT_EMPTY; }};
+    const ScopedWatch<&::RegCreateKeyTransactedW> creations;
+    const ScopedWatch<&::RegOpenKeyTransactedW> opens;
+    const ScopedWatch<&::RegDeleteKeyTransactedW> deletes;
+
+    EXPECT_EQ(Create(KEY_READ | kView), ERROR_SUCCESS);
+    EXPECT_NE(key.Get(), nullptr);
+    EXPECT_EQ(key.View(), kView);
     EXPECT_EQ(Open(kReadAndWrite | kView), ERROR_SUCCESS);
     EXPECT_NE(key.Get(), nullptr);
     EXPECT_EQ(key.View(), kView);
     EXPECT_EQ(Delete(), ERROR_DIR_NOT_EMPTY);
-    EXPECT_EQ(open.Calls(), 1);
-    EXPECT_EQ(deleteKey.Calls(), 1);
+
+    const auto isTheKey = StrEq(L"Key");
+    EXPECT_THAT(creations.Arguments(), ElementsAre(FieldsAre(HKEY_LOCAL_MACHINE, isTheKey, 0U, nullptr,
+                                                             DWORD{REG_OPTION_NON_VOLATILE}, KEY_READ | kView,
+                                                             nullptr, _, NotNull(), handle, nullptr)));
+    EXPECT_THAT(opens.Arguments(), ElementsAre(FieldsAre(HKEY_LOCAL_MACHINE, isTheKey, 0U,
+                                                         kReadAndWrite | kView, _, handle, nullptr)));
+    EXPECT_THAT(deletes.Arguments(),
+                ElementsAre(FieldsAre(HKEY_LOCAL_MACHINE, isTheKey, kView, 0U, handle, nullptr)));
     EXPECT_EQ(plain.Calls(), 0);
 }
 
@@ -90,30 +82,6 @@ TEST_F(RegistryTransactionTest, ErrorOfTheTransactedOpeningIsTheResult) {
         [](auto...) -> LSTATUS { return ERROR_SHARING_VIOLATION; }};
     EXPECT_EQ(Open(), ERROR_SHARING_VIOLATION);
     EXPECT_EQ(key.Get(), nullptr);
-}
-
-TEST_F(RegistryTransactionTest, KeyIsCreatedInTheTransaction) {
-    const PlainFunctions plain;
-    const ScopedProc<&::RegCreateKeyTransactedW> create{
-        [&](HKEY parent, LPCWSTR subkey, DWORD reserved, LPWSTR keyClass, DWORD options, REGSAM access,
-            const SECURITY_ATTRIBUTES* security, PHKEY result, LPDWORD disposition, HANDLE usedTransaction,
-            PVOID extended) -> LSTATUS {
-            EXPECT_EQ(parent, HKEY_LOCAL_MACHINE);
-            EXPECT_STREQ(subkey, L"Key");
-            EXPECT_EQ(reserved, 0U);
-            EXPECT_EQ(keyClass, nullptr);
-            EXPECT_EQ(options, DWORD{REG_OPTION_NON_VOLATILE});
-            EXPECT_EQ(access, kReadAndWrite | kView);
-            EXPECT_EQ(security, nullptr);
-            EXPECT_NE(disposition, nullptr);
-            EXPECT_EQ(usedTransaction, handle);
-            EXPECT_EQ(extended, nullptr);
-            return GiveKey(result);
-        }};
-    EXPECT_EQ(Create(kReadAndWrite | kView), ERROR_SUCCESS);
-    EXPECT_EQ(create.Calls(), 1);
-    EXPECT_EQ(plain.Calls(), 0);
-    EXPECT_EQ(key.View(), kView);
 }
 
 TEST_F(RegistryTransactionTest, MissingFunctionsFailWithoutFallingBack) {

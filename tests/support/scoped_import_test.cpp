@@ -1,4 +1,5 @@
 #include "tests/support/scoped_import.h"
+#include "tests/support/scoped_watch.h"
 
 #include <gmock/gmock.h>
 
@@ -169,6 +170,16 @@ TEST(ScopedResult, AnswersEveryCallOrTheChosenOneOnly) {
     EXPECT_EQ(MulDiv(6, 7, 2), -1);
     EXPECT_EQ(second.Calls(), 3);
     EXPECT_EQ(second.Answered(), 1);
+}
+
+TEST(ScopedWatch, KeepsTheArgumentsOfEachCallWhichGoesOn) {
+    const ScopedResult<&::MulDiv> fixed{-1, ERROR_CRC};
+    const ScopedWatch<&::MulDiv> watch;
+    EXPECT_EQ(MulDiv(6, 7, 2), -1);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_CRC});
+    EXPECT_EQ(MulDiv(1, 2, 3), -1);
+    EXPECT_THAT(watch.Arguments(), testing::ElementsAre(std::tuple(6, 7, 2), std::tuple(1, 2, 3)));
+    EXPECT_EQ(watch.Calls(), 2);
 }
 
 FARPROC LookUp(const char* name) {
