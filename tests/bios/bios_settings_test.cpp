@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
+#include <cwchar>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -13,6 +14,7 @@
 #include "tests/support/com_support.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/run_on_thread.h"
+#include "tests/support/scoped_watch.h"
 #include "tests/support/simulated_notebook.h"
 #include "tests/support/test_clock.h"
 #include "tests/support/throw_from_log_line.h"
@@ -39,19 +41,29 @@ constexpr auto kNotConnected = static_cast<HRESULT>(0x80041071);
 constexpr auto kTimedOut = HRESULT{0x40004};
 constexpr auto kFailed = static_cast<HRESULT>(WBEM_E_FAILED);  // 0x80041001
 
-LogLine Reading(const std::wstring& name, int tryNumber) {
-    return Information(
-        kGet, L"Reading BIOS Value (" + name + L") in retry count " + std::to_wstring(tryNumber) + L" ");
+/// In eight hexadecimal digits.
+std::wstring Code(HRESULT code) {
+    wchar_t text[16] = {};
+    _snwprintf(text, std::size(text) - 1, L"0x%08lX", static_cast<unsigned long>(code));
+    return text;
 }
-LogLine Returned(const std::wstring& code, int tryNumber) {
-    return Warning(kGet, L"wmi.GetValue returned Error 0x" + code + L" in retry count " +
+
+LogLine Reading(int tryNumber) {
+    return Information(
+        kGet, L"Reading BIOS Value (Some Setting) in retry count " + std::to_wstring(tryNumber) + L" ");
+}
+LogLine Returned(HRESULT code, int tryNumber) {
+    return Warning(kGet, L"wmi.GetValue returned Error " + Code(code) + L" in retry count " +
                              std::to_wstring(tryNumber) + L" ");
 }
 LogLine Read(const std::wstring& value) {
     return Information(kGet, L"BIOS Read Value " + value);
 }
-LogLine Thrown(const std::wstring& code) {
-    return Error(kGet, L"Exception while getting BIOS with error 0x" + code);
+LogLine Thrown(HRESULT code) {
+    return Error(kGet, L"Exception while getting BIOS with error " + Code(code));
+}
+LogLine Ended(HRESULT code) {
+    return TraceOut(kGet, L"Return Value = " + Code(code));
 }
 
 /// Throws out of a call.
@@ -59,6 +71,9 @@ template <class Exception>
 Rig::SimulatedNotebook::Action Throws(Exception exception) {
     return [exception]() -> DWORD { throw exception; };
 }
+
+/// What the provider does with a query.
+enum class Answer { kTimeOut, kNoSetting, kFailure, kException };
 
 VARIANT Null() {
     VARIANT value{};
@@ -76,6 +91,22 @@ class BiosSettings : public testing::Test {
 
     HRESULT Get(const std::wstring& name = L"Some Setting") { return NLMUtils::GetBIOSValue(name, m_value); }
 
+    /// Has the next queries answered so, one after the other.
+    void Plan(const std::vector<Answer>& answers) {
+        int query = 0;
+        int next = 0;
+        for (const Answer answer : answers) {
+            ++query;
+            if (answer == Answer::kException) {
+                m_bios.At(Call::WbemExecQuery, query, Throws(_com_error(E_ACCESSDENIED)));
+            } else if (answer == Answer::kFailure) {
+                m_bios.Fail(Call::WbemExecQuery, query, kFailed);
+            } else {
+                m_bios.Fail(Call::WbemNext, ++next, answer == Answer::kTimeOut ? kTimedOut : S_FALSE);
+            }
+        }
+    }
+
     LogRecorder m_log;
     Rig::TestClock m_clock;
     Rig::SimulatedNotebook m_bios{m_clock};
@@ -84,20 +115,6 @@ class BiosSettings : public testing::Test {
 };
 
 using GetBIOSValue = BiosSettings;
-
-TEST_F(GetBIOSValue, SettingIsReadAtTheFirstTry) {
-    m_bios.SetSetting(L"Some Setting", L"Enable");
-
-    EXPECT_EQ(Get(), S_OK);
-
-    EXPECT_EQ(m_value, L"Enable");
-    EXPECT_THAT(m_log.Lines(),
-                ElementsAre(TraceIn(kGet, L"BIOS Settings Name = Some Setting"), Reading(L"Some Setting", 0),
-                            Read(L"Enable"), TraceOut(kGet, L"Return Value = 0x00000000")));
-    EXPECT_THAT(m_clock.Sleeps(), ElementsAre(500));
-    EXPECT_EQ(m_bios.Count(Call::WbemLocatorCreate), 1);
-    EXPECT_EQ(m_bios.Held().comReferences, 0);
-}
 
 TEST_F(GetBIOSValue, ComIsLeftAfterTheExitLine) {
     std::vector<LogLine> linesWhenComIsLeft;
@@ -120,133 +137,90 @@ TEST_F(GetBIOSValue, MissingProviderCostsOneConnectionAttemptAndFourPasses) {
     EXPECT_EQ(m_bios.Count(Call::WbemLocatorCreate), 1);
     EXPECT_EQ(m_bios.Count(Call::WbemConnectServer), 1);
     EXPECT_EQ(m_bios.Count(Call::WbemExecQuery), 0);
-    EXPECT_THAT(m_log.From(Level::kTraceOut),
-                ElementsAre(Reading(L"Some Setting", 0), Thrown(L"80041071"), Reading(L"Some Setting", 0),
-                            Thrown(L"80041071"), Reading(L"Some Setting", 0), Thrown(L"80041071"),
-                            Reading(L"Some Setting", 0), Thrown(L"80041071"),
-                            TraceOut(kGet, L"Return Value = 0x80041071")));
+    const LogLine thrown = Thrown(kNotConnected);
+    EXPECT_THAT(m_log.From(Level::kTraceOut), ElementsAre(Reading(0), thrown, Reading(0), thrown, Reading(0),
+                                                          thrown, Reading(0), thrown, Ended(kNotConnected)));
     EXPECT_THAT(m_clock.Sleeps(), ElementsAre(500, 3000, 500, 3000, 500, 3000, 500, 3000));
     EXPECT_EQ(m_clock.Elapsed(), 14s);
 }
 
-TEST_F(GetBIOSValue, MissingSettingIsNotTriedAgain) {
-    EXPECT_EQ(Get(), S_FALSE);
-
-    EXPECT_EQ(m_value, L"");
-    EXPECT_THAT(m_log.From(Level::kTraceOut),
-                ElementsAre(Reading(L"Some Setting", 0), Returned(L"00000001", 0), Read(L""),
-                            TraceOut(kGet, L"Return Value = 0x00000001")));
-    EXPECT_THAT(m_clock.Sleeps(), ElementsAre(500, 1000, 3000));
-    EXPECT_EQ(m_bios.Count(Call::WbemExecQuery), 1);
-}
-
-TEST_F(GetBIOSValue, ProviderThatAlwaysTimesOutIsAskedSixTimesInOnePass) {
-    m_bios.FailEach(Call::WbemNext, kTimedOut);
-
-    EXPECT_EQ(Get(), kTimedOut);
-
-    std::vector<LogLine> expected;
-    for (int tryNumber = 0; tryNumber < 6; ++tryNumber) {
-        expected.push_back(Reading(L"Some Setting", tryNumber));
-        expected.push_back(Returned(L"00040004", tryNumber));
-    }
-    expected.push_back(Read(L""));
-    expected.push_back(TraceOut(kGet, L"Return Value = 0x00040004"));
-    EXPECT_EQ(m_log.From(Level::kTraceOut), expected);
-    EXPECT_THAT(m_clock.Sleeps(),
-                ElementsAre(500, 1000, 500, 1000, 500, 1000, 500, 1000, 500, 1000, 500, 1000, 3000));
-    EXPECT_EQ(m_bios.Count(Call::WbemExecQuery), 6);
-}
-
-TEST_F(GetBIOSValue, SettingIsReadAfterTimeOuts) {
-    m_bios.SetSetting(L"Some Setting", L"Enable");
-    m_bios.Fail(Call::WbemNext, 1, kTimedOut);
-    m_bios.Fail(Call::WbemNext, 2, kTimedOut);
-
-    EXPECT_EQ(Get(), S_OK);
-
-    EXPECT_EQ(m_value, L"Enable");
-    EXPECT_THAT(m_log.At(Level::kWarning), ElementsAre(Returned(L"00040004", 0), Returned(L"00040004", 1)));
-    EXPECT_THAT(m_clock.Sleeps(), ElementsAre(500, 1000, 500, 1000, 500));
-}
-
-TEST_F(GetBIOSValue, OtherFailureAfterATimeOutEndsTheTries) {
-    m_bios.Fail(Call::WbemNext, 1, kTimedOut);
-    m_bios.Fail(Call::WbemNext, 2, kFailed);
-
-    EXPECT_EQ(Get(), kFailed);
-
-    EXPECT_THAT(m_log.At(Level::kWarning), ElementsAre(Returned(L"00040004", 0), Returned(L"80041001", 1)));
-    EXPECT_THAT(m_clock.Sleeps(), ElementsAre(500, 1000, 500, 1000, 3000));
-}
-
-TEST_F(GetBIOSValue, FailureOfEachStepIsReturnedAtOnce) {
-    struct Case {
-        Call call;
+TEST_F(GetBIOSValue, TriesAgainAfterATimeOutAndBeginsAnewAfterAnException) {
+    using enum Answer;
+    struct Course {
+        const char* name;
+        std::vector<Answer> answers;  ///< behind the last one comes the value
         HRESULT result;
-        const wchar_t* code;
+        std::vector<LogLine> lines;  ///< between the entry and the exit line
+    };
+    const LogLine none = Read(L"");
+    const LogLine value = Read(L"Enable");
+    const LogLine thrown = Thrown(E_ACCESSDENIED);
+    const auto timedOut = [](int tryNumber) { return Returned(kTimedOut, tryNumber); };
+    const auto failed = [](int tryNumber) { return Returned(kFailed, tryNumber); };
+    const Course courses[] = {
+        {"the value at once", {}, S_OK, {Reading(0), value}},
+        {"no such setting", {kNoSetting}, S_FALSE, {Reading(0), Returned(S_FALSE, 0), none}},
+        {"a failure", {kFailure}, kFailed, {Reading(0), failed(0), none}},
+        {"time-outs, then the value",
+         {kTimeOut, kTimeOut},
+         S_OK,
+         {Reading(0), timedOut(0), Reading(1), timedOut(1), Reading(2), value}},
+        {"a failure after a time-out",
+         {kTimeOut, kFailure},
+         kFailed,
+         {Reading(0), timedOut(0), Reading(1), failed(1), none}},
+        {"an exception after a time-out",
+         {kTimeOut, kException},
+         S_OK,
+         {Reading(0), timedOut(0), Reading(1), thrown, Reading(0), value}},
+        {"nothing but time-outs: six tries in one pass",
+         std::vector(6, kTimeOut),
+         kTimedOut,
+         {Reading(0), timedOut(0), Reading(1), timedOut(1), Reading(2), timedOut(2), Reading(3), timedOut(3),
+          Reading(4), timedOut(4), Reading(5), timedOut(5), none}},
+        {"once an exception was seen, other failures are passed over, too",
+         {kException, kFailure},
+         S_OK,
+         {Reading(0), thrown, Reading(0), failed(0), none, Reading(0), value}},
+        {"four passes, whatever their failures",
+         {kException, kFailure, kException, kFailure},
+         kFailed,
+         {Reading(0), thrown, Reading(0), failed(0), none, Reading(0), thrown, Reading(0), failed(0), none}},
     };
     m_bios.SetSetting(L"Some Setting", L"Enable");
-    for (const auto& [call, result, code] :
-         {Case{Call::WbemExecQuery, static_cast<HRESULT>(WBEM_E_INVALID_QUERY), L"80041017"},
-          Case{Call::WbemNext, static_cast<HRESULT>(WBEM_E_PROVIDER_FAILURE), L"80041004"},
-          Case{Call::WbemGet, static_cast<HRESULT>(WBEM_E_NOT_FOUND), L"80041002"}}) {
-        m_bios.Fail(call, 1, result);
+    for (const Course& course : courses) {
+        SCOPED_TRACE(course.name);
+        m_bios.ForgetCalls();
+        m_clock.ForgetRecords();
         m_log.Clear();
-        const auto start = m_clock.Elapsed();
+        m_value.clear();
+        Plan(course.answers);
 
-        EXPECT_EQ(Get(), result);
+        EXPECT_EQ(Get(), course.result);
 
-        EXPECT_THAT(m_log.At(Level::kWarning), ElementsAre(Returned(code, 0)));
-        EXPECT_EQ(m_clock.Elapsed() - start, 4500ms);
+        EXPECT_EQ(m_value, course.result == S_OK ? L"Enable" : L"");
+        std::vector<LogLine> lines = course.lines;
+        lines.insert(lines.begin(), TraceIn(kGet, L"BIOS Settings Name = Some Setting"));
+        lines.push_back(Ended(course.result));
+        EXPECT_EQ(m_log.Lines(), lines);
+        // A pause before each try and behind each that failed, and one behind each pass that did.
+        std::vector<DWORD> pauses;
+        for (const LogLine& line : course.lines) {
+            if (line != value) {
+                pauses.push_back(line.level == Level::kWarning                 ? 1000
+                                 : line == none || line.level == Level::kError ? 3000
+                                                                               : 500);
+            }
+        }
+        EXPECT_EQ(m_clock.Sleeps(), pauses);
+        EXPECT_EQ(m_bios.Count(Call::WbemLocatorCreate), 1);
         EXPECT_EQ(m_bios.Held().comReferences, 0);
     }
 }
 
-TEST_F(GetBIOSValue, OnceAnExceptionWasSeenOtherFailuresArePassedOverToo) {
-    m_bios.SetSetting(L"Some Setting", L"Enable");
-    m_bios.At(Call::WbemExecQuery, 1, Throws(_com_error(E_ACCESSDENIED)));
-    m_bios.Fail(Call::WbemExecQuery, 2, kFailed);
-
-    EXPECT_EQ(Get(), S_OK);
-
-    EXPECT_EQ(m_value, L"Enable");
-    EXPECT_THAT(
-        m_log.From(Level::kInformation),
-        ElementsAre(Reading(L"Some Setting", 0), Thrown(L"80070005"), Reading(L"Some Setting", 0),
-                    Returned(L"80041001", 0), Read(L""), Reading(L"Some Setting", 0), Read(L"Enable")));
-    EXPECT_THAT(m_clock.Sleeps(), ElementsAre(500, 3000, 500, 1000, 3000, 500));
-}
-
-TEST_F(GetBIOSValue, PassesEndAfterTheFourthWhateverTheirFailures) {
-    m_bios.At(Call::WbemExecQuery, 1, Throws(_com_error(E_ACCESSDENIED)));
-    m_bios.Fail(Call::WbemExecQuery, 2, kFailed);
-    m_bios.At(Call::WbemExecQuery, 3, Throws(_com_error(E_UNEXPECTED)));
-    m_bios.Fail(Call::WbemExecQuery, 4, kFailed);
-
-    EXPECT_EQ(Get(), kFailed);
-
-    EXPECT_EQ(m_bios.Count(Call::WbemExecQuery), 4);
-}
-
-TEST_F(GetBIOSValue, ExceptionAfterATimeOutBeginsANewPass) {
-    m_bios.SetSetting(L"Some Setting", L"Enable");
-    m_bios.Fail(Call::WbemNext, 1, kTimedOut);
-    m_bios.At(Call::WbemExecQuery, 2, Throws(_com_error(E_FAIL)));
-
-    EXPECT_EQ(Get(), S_OK);
-
-    EXPECT_TRUE(m_log.Contains(Thrown(L"80004005")));
-    EXPECT_EQ(m_value, L"Enable");
-}
-
 TEST_F(GetBIOSValue, OtherExceptionIsLoggedAndEverythingGivenBack) {
     m_bios.SetSetting(L"Some Setting", L"Enable");
-    int left = 0;
-    const ScopedImport<&::CoUninitialize> leaves{[&] {
-        ++left;
-        leaves.Original();
-    }};
+    const Rig::ScopedWatch<&::CoUninitialize> leaves;
     m_bios.At(Call::WbemNext, 1, Throws(DWORD{ERROR_GEN_FAILURE}));
     EXPECT_EQ(Get(), E_FAIL);
     m_bios.At(Call::WbemConnectServer, 1, Throws(std::bad_alloc()));
@@ -254,8 +228,8 @@ TEST_F(GetBIOSValue, OtherExceptionIsLoggedAndEverythingGivenBack) {
 
     EXPECT_THAT(m_log.At(Level::kError), ElementsAre(Error(kGet, L"Exception in GetBIOSValue()"),
                                                      Error(kGet, L"Exception in GetBIOSValue()")));
-    EXPECT_EQ(m_log.Lines().back(), TraceOut(kGet, L"Return Value = 0x80004005"));
-    EXPECT_EQ(left, 2);
+    EXPECT_EQ(m_log.Lines().back(), Ended(E_FAIL));
+    EXPECT_EQ(leaves.Calls(), 2);
     EXPECT_EQ(m_bios.Held().comReferences, 0);
 }
 
@@ -264,16 +238,6 @@ TEST_F(GetBIOSValue, NameWithAQuoteIsAskedForUnchanged) {
 
     EXPECT_THAT(m_bios.Calls(Call::WbemExecQuery),
                 ElementsAre(testing::EndsWith("SELECT * FROM Orva_BIOSSetting where Name='It's'")));
-}
-
-TEST_F(GetBIOSValue, NullValueIsASuccessWithAnEmptyText) {
-    m_bios.SetSetting(L"Some Setting", Null());
-    m_value = L"old";
-
-    EXPECT_EQ(Get(), S_OK);
-
-    EXPECT_EQ(m_value, L"");
-    EXPECT_THAT(m_clock.Sleeps(), ElementsAre(500));
 }
 
 // --- The two halves: what finds them disabled stands before what enables ----------------------------
@@ -335,11 +299,6 @@ class AutoSwitching : public BiosSettings {
 
 const char* const kWlan = kLanWlan.name;
 const char* const kWwan = kLanWwan.name;
-
-TEST_F(AutoSwitching, NothingIsEnabledAtStart) {
-    EXPECT_FALSE(NLMUtils::lanWlanSwitchingEnabled);
-    EXPECT_FALSE(NLMUtils::lanWwanSwitchingEnabled);
-}
 
 TEST_F(AutoSwitching, WlanIsDisabledByAStarInFrontAndWithoutASetting) {
     ExpectOfEach(

@@ -2,14 +2,13 @@
 
 #include <gmock/gmock.h>
 
-#include <functional>
-#include <ostream>
 #include <string>
 #include <vector>
 
 #include "platform/handles.h"
 #include "tests/support/com_support.h"
 #include "tests/support/run_on_thread.h"
+#include "tests/support/scoped_watch.h"
 #include "tests/support/simulated_notebook.h"
 
 namespace BiosTests {
@@ -17,8 +16,14 @@ namespace {
 
 using Rig::Call;
 using Rig::ScopedImport;
+using Rig::ScopedWatch;
 using Rig::SimulatedNotebook;
+using testing::_;
+using testing::AllOf;
+using testing::Each;
 using testing::ElementsAre;
+using testing::FieldsAre;
+using testing::SizeIs;
 
 constexpr wchar_t kName[] = L"Some Setting";
 
@@ -65,27 +70,8 @@ class BIOSWmiClientTest : public testing::Test {
 // --- The connection --------------------------------------------------------------------------------
 
 TEST_F(BIOSWmiClientTest, ConnectsToTheProvidersNamespaceByALocatorInProcess) {
-    const ScopedImport<&::CoCreateInstance> creations{
-        [&](REFCLSID classId, IUnknown* outer, DWORD context, REFIID id, void** object) {
-            EXPECT_EQ(classId, CLSID_WbemLocator);
-            EXPECT_EQ(id, IID_IWbemLocator);
-            EXPECT_EQ(outer, nullptr);
-            EXPECT_EQ(context, DWORD{CLSCTX_INPROC_SERVER});
-            return creations.Original(classId, outer, context, id, object);
-        }};
-    const ScopedImport<&::CoSetProxyBlanket> blanket{
-        [&](IUnknown* proxy, DWORD authentication, DWORD authorization, OLECHAR* principal,
-            DWORD authenticationLevel, DWORD impersonationLevel, void* identity, DWORD capabilities) {
-            EXPECT_EQ(authentication, DWORD{RPC_C_AUTHN_WINNT});
-            EXPECT_EQ(authorization, DWORD{RPC_C_AUTHZ_NONE});
-            EXPECT_EQ(principal, nullptr);
-            EXPECT_EQ(authenticationLevel, DWORD{RPC_C_AUTHN_LEVEL_DEFAULT});
-            EXPECT_EQ(impersonationLevel, DWORD{RPC_C_IMP_LEVEL_IMPERSONATE});
-            EXPECT_EQ(identity, nullptr);
-            EXPECT_EQ(capabilities, DWORD{EOAC_NONE});
-            return blanket.Original(proxy, authentication, authorization, principal, authenticationLevel,
-                                    impersonationLevel, identity, capabilities);
-        }};
+    const ScopedWatch<&::CoCreateInstance> creations;
+    const ScopedWatch<&::CoSetProxyBlanket> blankets;
     {
         const BIOSWmiClient client;
         EXPECT_EQ(References(), 1) << "the services; the locator is given back";
@@ -94,28 +80,20 @@ TEST_F(BIOSWmiClientTest, ConnectsToTheProvidersNamespaceByALocatorInProcess) {
                 ElementsAre("WbemLocator::Create",
                             "IWbemLocator::ConnectServer 0x80 \\\\.\\root\\Orva\\FirmwareSettings",
                             "IClientSecurity::SetBlanket"));
-    EXPECT_EQ(creations.Calls(), 1);
-    EXPECT_EQ(blanket.Calls(), 1);
+    EXPECT_THAT(
+        creations.Arguments(),
+        ElementsAre(FieldsAre(CLSID_WbemLocator, nullptr, DWORD{CLSCTX_INPROC_SERVER}, IID_IWbemLocator, _)));
+    EXPECT_THAT(blankets.Arguments(),
+                ElementsAre(FieldsAre(_, DWORD{RPC_C_AUTHN_WINNT}, DWORD{RPC_C_AUTHZ_NONE}, nullptr,
+                                      DWORD{RPC_C_AUTHN_LEVEL_DEFAULT}, DWORD{RPC_C_IMP_LEVEL_IMPERSONATE},
+                                      nullptr, DWORD{EOAC_NONE})));
     EXPECT_EQ(References(), 0);
 }
 
 TEST_F(BIOSWmiClientTest, EntersASingleThreadedApartmentAndLeavesItLast) {
-    const ScopedImport<&::CoInitializeEx> enters{[&](void* reserved, DWORD model) {
-        EXPECT_EQ(model, DWORD{COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE});
-        return enters.Original(reserved, model);
-    }};
-    const ScopedImport<&::CoInitializeSecurity> security{
-        [](PSECURITY_DESCRIPTOR descriptor, LONG count, SOLE_AUTHENTICATION_SERVICE* services, void* reserved,
-           DWORD authenticationLevel, DWORD impersonationLevel, void* list, DWORD capabilities,
-           void* reserved3) -> HRESULT {
-            EXPECT_TRUE(descriptor == nullptr && services == nullptr && reserved == nullptr &&
-                        list == nullptr && reserved3 == nullptr);
-            EXPECT_EQ(count, -1);
-            EXPECT_EQ(authenticationLevel, DWORD{RPC_C_AUTHN_LEVEL_DEFAULT});
-            EXPECT_EQ(impersonationLevel, DWORD{RPC_C_IMP_LEVEL_IMPERSONATE});
-            EXPECT_EQ(capabilities, DWORD{EOAC_NONE});
-            return RPC_E_TOO_LATE;
-        }};
+    const ScopedWatch<&::CoInitializeEx> enters;
+    const Rig::ScopedResult<&::CoInitializeSecurity> late{RPC_E_TOO_LATE};
+    const ScopedWatch<&::CoInitializeSecurity> security;
     const ScopedImport<&::CoUninitialize> leaves{[&] {
         EXPECT_EQ(References(), 0) << "everything is given back before";
         leaves.Original();
@@ -128,15 +106,21 @@ TEST_F(BIOSWmiClientTest, EntersASingleThreadedApartmentAndLeavesItLast) {
     // On a thread without an apartment as well.
     Rig::RunOnThread([&] { EXPECT_EQ(Read(), S_OK); }, Rig::Apartment::kNone);
 
-    EXPECT_EQ(enters.Calls(), 2);
-    EXPECT_EQ(security.Calls(), 2);
+    EXPECT_THAT(
+        enters.Arguments(),
+        AllOf(SizeIs(2), Each(FieldsAre(_, DWORD{COINIT_APARTMENTTHREADED | COINIT_DISABLE_OLE1DDE}))));
+    EXPECT_THAT(
+        security.Arguments(),
+        AllOf(SizeIs(2),
+              Each(FieldsAre(nullptr, -1, nullptr, nullptr, DWORD{RPC_C_AUTHN_LEVEL_DEFAULT},
+                             DWORD{RPC_C_IMP_LEVEL_IMPERSONATE}, nullptr, DWORD{EOAC_NONE}, nullptr))));
     EXPECT_EQ(leaves.Calls(), 2);
 }
 
 TEST_F(BIOSWmiClientTest, GoesOnInTheMultithreadedApartmentAndDoesNotLeaveIt) {
     Rig::RunOnThread([&] {
-        const ScopedImport<&::CoInitializeSecurity> security{[](auto...) -> HRESULT { return S_OK; }};
-        const ScopedImport<&::CoUninitialize> leaves{[&] { leaves.Original(); }};
+        const ScopedWatch<&::CoInitializeSecurity> security;
+        const ScopedWatch<&::CoUninitialize> leaves;
         EXPECT_EQ(Read(), S_OK);
         EXPECT_EQ(security.Calls(), 0);
         EXPECT_EQ(leaves.Calls(), 0);
@@ -144,79 +128,31 @@ TEST_F(BIOSWmiClientTest, GoesOnInTheMultithreadedApartmentAndDoesNotLeaveIt) {
     EXPECT_EQ(m_value, L"on");
 }
 
-/// A step of connecting that goes wrong.
-struct BrokenStep {
-    const char* name;
-    /// Breaks it while what is returned exists.
-    std::function<std::shared_ptr<void>(SimulatedNotebook&)> breaks;
-    HRESULT result;
-    int connections;
-    int blankets;
-};
+TEST_F(BIOSWmiClientTest, ConnectingAgainReplacesTheConnectionOrLeavesNoneWhereAStepFails) {
+    struct Step {
+        Call call;
+        HRESULT answer;  ///< S_OK: it gives nothing
+        int connections;
+        int blankets;
+    };
+    for (const auto& [call, answer, connections, blankets] :
+         {Step{Call::WbemLocatorCreate, REGDB_E_CLASSNOTREG, 0, 0},
+          Step{Call::WbemConnectServer, kInvalidNamespace, 1, 0}, Step{Call::WbemConnectServer, S_OK, 1, 0},
+          Step{Call::WbemSetBlanket, E_NOINTERFACE, 1, 1}}) {
+        SCOPED_TRACE(testing::PrintToString(call));
+        BIOSWmiClient client;
+        EXPECT_EQ(client.Connect(), S_OK);
+        EXPECT_EQ(References(), 1);
+        m_bios.ForgetCalls();
+        m_bios.Fail(call, 1, answer);
 
-void PrintTo(const BrokenStep& step, std::ostream* out) {
-    *out << step.name;
-}
+        EXPECT_EQ(client.Connect(), answer);
 
-class BIOSWmiClientWithoutAStep : public BIOSWmiClientTest, public testing::WithParamInterface<BrokenStep> {};
-
-TEST_P(BIOSWmiClientWithoutAStep, HasNoConnectionAndKeepsNothing) {
-    const std::shared_ptr<void> broken = GetParam().breaks(m_bios);
-    BIOSWmiClient client;
-    m_bios.ForgetCalls();
-
-    EXPECT_EQ(client.Connect(), GetParam().result);
-
-    EXPECT_FALSE(IsConnected(client));
-    EXPECT_EQ(m_bios.Count(Call::WbemConnectServer), GetParam().connections);
-    EXPECT_EQ(m_bios.Count(Call::WbemSetBlanket), GetParam().blankets);
-    EXPECT_EQ(References(), 0);
-}
-
-template <auto Function, class Result>
-std::shared_ptr<void> Answering(Result result) {
-    return std::make_shared<Rig::ScopedResult<Function>>(result);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Steps, BIOSWmiClientWithoutAStep,
-    testing::Values(BrokenStep{"locator",
-                               [](SimulatedNotebook&) {
-                                   return Answering<&::CoCreateInstance>(REGDB_E_CLASSNOTREG);
-                               },
-                               REGDB_E_CLASSNOTREG, 0, 0},
-                    BrokenStep{"memory for the namespace",
-                               [](SimulatedNotebook&) { return Answering<&::SysAllocString>(BSTR{}); },
-                               E_OUTOFMEMORY, 0, 0},
-                    BrokenStep{"namespace",
-                               [](SimulatedNotebook& bios) {
-                                   bios.Devices().providerPresent = 0;
-                                   return nullptr;
-                               },
-                               kInvalidNamespace, 1, 0},
-                    BrokenStep{"services",
-                               [](SimulatedNotebook& bios) {
-                                   bios.GiveNothing(Call::WbemConnectServer);
-                                   return nullptr;
-                               },
-                               S_OK, 1, 0},
-                    BrokenStep{"blanket",
-                               [](SimulatedNotebook& bios) {
-                                   bios.FailEach(Call::WbemSetBlanket, E_NOINTERFACE);
-                                   return nullptr;
-                               },
-                               E_NOINTERFACE, 1, 1}));
-
-TEST_F(BIOSWmiClientTest, ConnectingAgainReplacesTheConnection) {
-    BIOSWmiClient client;
-    EXPECT_EQ(client.Connect(), S_OK);
-    EXPECT_EQ(References(), 1);
-
-    m_bios.Devices().providerPresent = 0;
-    EXPECT_EQ(client.Connect(), kInvalidNamespace);
-
-    EXPECT_FALSE(IsConnected(client));
-    EXPECT_EQ(References(), 0);
+        EXPECT_FALSE(IsConnected(client));
+        EXPECT_EQ(m_bios.Count(Call::WbemConnectServer), connections);
+        EXPECT_EQ(m_bios.Count(Call::WbemSetBlanket), blankets);
+        EXPECT_EQ(References(), 0);
+    }
 }
 
 TEST_F(BIOSWmiClientTest, WithoutAConnectionNothingCanBeRead) {
@@ -296,13 +232,19 @@ TEST_F(BIOSWmiClientTest, FailureOfAStepTravelsOutUnchangedAndASuccessWithoutAnO
     }
 }
 
-TEST_F(BIOSWmiClientTest, NoMemoryForTheQueryFailsIt) {
+TEST_F(BIOSWmiClientTest, NoMemoryForATextFailsTheQueryOrTheConnection) {
     BIOSWmiClient client;
     for (const int call : {1, 2}) {
         const Rig::ScopedResult<&::SysAllocString> noMemory{nullptr, Rig::AtCall{call}};
         EXPECT_EQ(client.GetValue(kName, m_value), E_OUTOFMEMORY);
     }
     EXPECT_EQ(m_bios.Count(Call::WbemExecQuery), 0);
+
+    m_bios.ForgetCalls();
+    const Rig::ScopedResult<&::SysAllocString> noMemory{nullptr};
+    EXPECT_EQ(client.Connect(), E_OUTOFMEMORY);
+    EXPECT_FALSE(IsConnected(client));
+    EXPECT_EQ(m_bios.Count(Call::WbemConnectServer), 0);
 }
 
 // --- The value -------------------------------------------------------------------------------------
@@ -393,8 +335,8 @@ TEST_F(BIOSWmiClientTest, ComErrorOutOfTheConversionIsReturned) {
 
 TEST_F(BIOSWmiClientTest, ValuesAreClearedAfterReading) {
     m_bios.SetSetting(kName, Of(VT_I4));
-    const ScopedImport<&::VariantInit> inits{[&](VARIANT* variant) { inits.Original(variant); }};
-    const ScopedImport<&::VariantClear> clears{[&](VARIANT* variant) { return clears.Original(variant); }};
+    const ScopedWatch<&::VariantInit> inits;
+    const ScopedWatch<&::VariantClear> clears;
 
     EXPECT_EQ(Read(), S_OK);
 
