@@ -1,5 +1,3 @@
-#include <gmock/gmock.h>
-
 #include <algorithm>
 #include <functional>
 #include <limits>
@@ -15,15 +13,7 @@
 namespace RadioTests {
 namespace {
 
-using namespace Rig::Lines;
-using namespace ServiceUtils;
 using namespace std::chrono_literals;
-using Orva::Shared::Level::kError;
-using Orva::Shared::Level::kWarning;
-using Rig::LogLine;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
-using testing::IsEmpty;
 
 constexpr char kSwitch[] = "ServiceUtils::SwitchWlanStatus";
 constexpr char kRetry[] = "ServiceUtils::SwitchWlanStatusWithRetry";
@@ -165,7 +155,7 @@ class EitherRadioTest : public WwanTest, public testing::WithParamInterface<Kind
     }
 
     int m_failuresLeft = 0;
-    std::optional<Rig::ScopedImport<&::CreateEventW>> m_events;
+    std::optional<ScopedImport<&::CreateEventW>> m_events;
 };
 
 INSTANTIATE_TEST_SUITE_P(
@@ -312,8 +302,8 @@ TEST_P(EitherRadioTest, OutcomeIsJudgedByReadingBackNotByTheSwitch) {
 // --- The cable has gone ----------------------------------------------------------------------------
 
 TEST_P(EitherRadioTest, RadioThatWasOnComesBackAlsoWhereNoTextIsRemembered) {
-    const std::optional<Rig::RegistryValue> values[] = {Rig::RegistryText(L"True"), std::nullopt,
-                                                        Rig::RegistryText(L""), Rig::RegistryNumber(0)};
+    const std::optional<Rig::RegistryValue> values[] = {RegistryText(L"True"), std::nullopt,
+                                                        RegistryText(L""), RegistryNumber(0)};
     for (const std::optional<Rig::RegistryValue>& value : values) {
         m_machine.store.Delete();
         if (value) {
@@ -330,7 +320,7 @@ TEST_P(EitherRadioTest, RadioThatWasOnComesBackAlsoWhereNoTextIsRemembered) {
 TEST_P(EitherRadioTest, AnyOtherTextLeavesTheRadioAlone) {
     SetRadio(false);
     for (const wchar_t* text : {L"False", L"true", L"TRUE", L" True", L"True ", L"1", L"Truely"}) {
-        Remember(Rig::RegistryText(text));
+        Remember(RegistryText(text));
         m_machine.log.Clear();
         GetParam().start();
         EXPECT_THAT(m_notebook.Calls(), IsEmpty());
@@ -363,7 +353,7 @@ TEST_P(EitherRadioTest, RadioThatIsOnGoesOffAndIsRememberedAsOn) {
     for (const bool airplaneMode : {false, true}) {
         m_machine.SetAirplaneMode(airplaneMode);
         SetRadio(true);
-        Remember(Rig::RegistryText(L"False"));
+        Remember(RegistryText(L"False"));
         m_machine.log.Clear();
         GetParam().stop();
         EXPECT_FALSE(RadioIsOn());
@@ -379,7 +369,7 @@ TEST_P(EitherRadioTest, RadioThatIsOffIsLeftAloneWithWhatIsRemembered) {
     GetParam().stop();
     EXPECT_FALSE(m_machine.store.Exists(GetParam().subkey));
     for (const wchar_t* remembered : {L"False", L"True"}) {
-        Remember(Rig::RegistryText(remembered));
+        Remember(RegistryText(remembered));
         m_machine.log.Clear();
         GetParam().stop();
         EXPECT_EQ(Remembered(), remembered);
@@ -389,7 +379,7 @@ TEST_P(EitherRadioTest, RadioThatIsOffIsLeftAloneWithWhatIsRemembered) {
 }
 
 TEST_P(EitherRadioTest, FailedSwitchIsNotRepeatedAndRemembersNothing) {
-    Remember(Rig::RegistryText(L"False"));
+    Remember(RegistryText(L"False"));
     FailSwitches(1);
     GetParam().stop();
     EXPECT_EQ(Remembered(), L"False");
@@ -398,8 +388,8 @@ TEST_P(EitherRadioTest, FailedSwitchIsNotRepeatedAndRemembersNothing) {
 }
 
 TEST_P(EitherRadioTest, RadioGoesOffAlsoWhenThatCannotBeRemembered) {
-    Remember(Rig::RegistryText(L"False"));
-    const Rig::ScopedResult<&::RegSetValueExW> fails{ERROR_DISK_FULL, ERROR_CRC};
+    Remember(RegistryText(L"False"));
+    const ScopedResult<&::RegSetValueExW> fails{ERROR_DISK_FULL, ERROR_CRC};
     GetParam().stop();
     EXPECT_FALSE(RadioIsOn());
     EXPECT_EQ(Remembered(), L"False");

@@ -1,5 +1,3 @@
-#include <gmock/gmock.h>
-
 #include <functional>
 #include <memory>
 #include <ostream>
@@ -18,11 +16,6 @@
 namespace RadioTests {
 namespace {
 
-using namespace Rig::Lines;
-using namespace ServiceUtils;
-using Orva::Shared::Level::kError;
-using testing::ElementsAre;
-
 /// Has something throw out of the middle of an operation, for as long as its answer lives.
 using Trouble = std::function<std::shared_ptr<void>(Rig::SimulatedNotebook& notebook)>;
 
@@ -40,10 +33,10 @@ Trouble AtLogLine(int nth) {
 }
 
 template <auto Function, class Result = DWORD>
-Trouble AtImport(typename Rig::ScopedImport<Function>::Condition which = {}) {
+Trouble AtImport(typename ScopedImport<Function>::Condition which = {}) {
     return [which](const auto& /*notebook*/) {
-        return std::make_shared<Rig::ScopedImport<Function>>(
-            which, [](auto...) -> Result { throw DWORD{ERROR_CRC}; });
+        return std::make_shared<ScopedImport<Function>>(which,
+                                                        [](auto...) -> Result { throw DWORD{ERROR_CRC}; });
     };
 }
 

@@ -1,7 +1,5 @@
 #include "radio/power_status.h"
 
-#include <gmock/gmock.h>
-
 #include <utility>
 #include <vector>
 
@@ -12,14 +10,7 @@
 namespace RadioTests {
 namespace {
 
-using namespace Rig::Lines;
-using namespace ServiceUtils;
-using Orva::Shared::Level::kError;
-using Rig::RegistryBytes;
-using Rig::RegistryNumber;
-using Rig::RegistryText;
 using Rig::ThrowFromLogLine;
-using testing::ElementsAre;
 
 constexpr char kSet[] = "ServiceUtils::SetPowerStatusInRegistry";
 constexpr char kSetWlan[] = "ServiceUtils::SetWlanPowerStatusInRegistry";
@@ -71,7 +62,7 @@ TEST_F(PowerStatusTest, LinesOfAWrite) {
 TEST_F(PowerStatusTest, FailedWriteReturnsItsErrorAndLogsTheThreadsOne) {
     m_machine.RememberWlan(L"False");
     m_machine.RememberWwan(L"False");
-    const Rig::ScopedResult<&::RegSetValueExW> fails{ERROR_DISK_FULL, ERROR_CRC};
+    const ScopedResult<&::RegSetValueExW> fails{ERROR_DISK_FULL, ERROR_CRC};
     EXPECT_EQ(SetWlanPowerStatusInRegistry(kRadioOn), DWORD{ERROR_DISK_FULL});
     EXPECT_EQ(SetWwanPowerStatusInRegistry(kRadioOn), DWORD{ERROR_DISK_FULL});
     EXPECT_EQ(fails.Calls(), 2) << "nothing is retried";
@@ -85,7 +76,7 @@ TEST_F(PowerStatusTest, FailedWriteReturnsItsErrorAndLogsTheThreadsOne) {
 }
 
 TEST_F(PowerStatusTest, KeyThatCannotBeMadeReturnsTheError) {
-    const Rig::ScopedResult<&::RegCreateKeyExW> fails{ERROR_ACCESS_DENIED, ERROR_CRC};
+    const ScopedResult<&::RegCreateKeyExW> fails{ERROR_ACCESS_DENIED, ERROR_CRC};
     EXPECT_EQ(SetWwanPowerStatusInRegistry(kRadioOn), DWORD{ERROR_ACCESS_DENIED});
     EXPECT_THAT(m_machine.log.At(kError),
                 ElementsAre(Error(kSet, L"Registry::SetValue failed with error 23")));
@@ -103,7 +94,7 @@ TEST_F(PowerStatusTest, ExceptionInTheWwanWriterCannotBeToldFromSuccess) {
 }
 
 TEST_F(PowerStatusTest, ExceptionInTheWriteTravelsAsMinusOneThroughBothWriters) {
-    const Rig::ScopedImport<&::RegSetValueExW> fake{
+    const ScopedImport<&::RegSetValueExW> fake{
         [](HKEY, LPCWSTR, DWORD, DWORD, const BYTE*, DWORD) -> LSTATUS { throw DWORD{ERROR_CRC}; }};
     EXPECT_EQ(SetWlanPowerStatusInRegistry(kRadioOn), DWORD{0xFFFFFFFF});
     EXPECT_EQ(SetWwanPowerStatusInRegistry(kRadioOn), DWORD{0xFFFFFFFF});
@@ -172,27 +163,19 @@ TEST_F(PowerStatusTest, AirplaneModeThatCannotBeReadIsOff) {
 }
 
 TEST_F(PowerStatusTest, AirplaneKeyIsOpenedToReadAndClosed) {
-    std::vector<REGSAM> accesses;
-    const Rig::ScopedImport<&::RegOpenKeyExW> opens{
-        Rig::kWrapping,
-        [&](const auto& original, HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) {
-            accesses.push_back(access);
-            return original.Original(root, path, options, access, key);
-        }};
-    const Rig::ScopedImport<&::RegCloseKey> closes{
-        Rig::kWrapping, [](const auto& original, HKEY key) { return original.Original(key); }};
+    const ScopedWatch<&::RegOpenKeyExW> opens;
+    const ScopedWatch<&::RegCloseKey> closes;
     static_cast<void>(CheckAirplaneMode());
-    EXPECT_THAT(accesses, ElementsAre(KEY_READ));
+    EXPECT_THAT(opens.Arguments(), ElementsAre(FieldsAre(HKEY_LOCAL_MACHINE, _, 0U, REGSAM{KEY_READ}, _)));
     EXPECT_EQ(closes.Calls(), 1);
 }
 
 TEST_F(PowerStatusTest, FailedCloseOfTheAirplaneKeyKeepsTheAnswerAndIsNotRepeated) {
     m_machine.SetAirplaneMode(true);
-    const Rig::ScopedImport<&::RegCloseKey> fails{Rig::kWrapping,
-                                                  [](const auto& original, HKEY key) -> LSTATUS {
-                                                      original.Original(key);
-                                                      return ERROR_INVALID_HANDLE;
-                                                  }};
+    const ScopedImport<&::RegCloseKey> fails{Rig::kWrapping, [](const auto& original, HKEY key) -> LSTATUS {
+                                                 original.Original(key);
+                                                 return ERROR_INVALID_HANDLE;
+                                             }};
     EXPECT_TRUE(CheckAirplaneMode());
     EXPECT_EQ(fails.Calls(), 1) << "by then the value may be another thread's key";
     EXPECT_THAT(
@@ -204,10 +187,9 @@ TEST_F(PowerStatusTest, FailedCloseOfTheAirplaneKeyKeepsTheAnswerAndIsNotRepeate
 
 TEST_F(PowerStatusTest, ExceptionIsAirplaneModeOffAndClosesTheKey) {
     m_machine.SetAirplaneMode(true);
-    const Rig::ScopedImport<&::RegQueryValueExW> throws{
+    const ScopedImport<&::RegQueryValueExW> throws{
         [](HKEY, LPCWSTR, LPDWORD, LPDWORD, LPBYTE, LPDWORD) -> LSTATUS { throw DWORD{ERROR_CRC}; }};
-    const Rig::ScopedImport<&::RegCloseKey> closes{
-        Rig::kWrapping, [](const auto& original, HKEY key) { return original.Original(key); }};
+    const ScopedWatch<&::RegCloseKey> closes;
     EXPECT_FALSE(CheckAirplaneMode());
     EXPECT_THAT(m_machine.log.At(kError), ElementsAre(Error(kAirplane, L"Exception in CheckAirplaneMode()")));
     EXPECT_EQ(m_machine.log.Lines().back(), TraceOut(kAirplane, L"Airplane Mode Status: 0 "));

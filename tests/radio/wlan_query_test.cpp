@@ -1,7 +1,5 @@
 #include "radio/wlan_radio.h"
 
-#include <gmock/gmock.h>
-
 #include <algorithm>
 #include <cstring>
 #include <utility>
@@ -11,14 +9,6 @@
 
 namespace RadioTests {
 namespace {
-
-using namespace Rig::Lines;
-using Orva::Shared::Level::kError;
-using Orva::Shared::Level::kInformation;
-using ServiceUtils::CheckWlanStatus;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
-using testing::IsEmpty;
 
 constexpr char kCheck[] = "ServiceUtils::CheckWlanStatus";
 
@@ -90,7 +80,7 @@ class CutRecords {
                   }) {}
 
   private:
-    Rig::ScopedImport<&::WlanQueryInterface> m_query;
+    ScopedImport<&::WlanQueryInterface> m_query;
 };
 
 TEST_F(WlanQueryTest, RecordThatDoesNotShowWhatItNamesIsNoDataAndIsNotReadBeyondItsEnd) {

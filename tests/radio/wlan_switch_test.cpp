@@ -1,5 +1,3 @@
-#include <gmock/gmock.h>
-
 #include <optional>
 #include <string>
 #include <vector>
@@ -10,69 +8,41 @@
 namespace RadioTests {
 namespace {
 
-using namespace Rig::Lines;
 using namespace std::chrono_literals;
-using Orva::Shared::Level::kWarning;
-using ServiceUtils::CheckWlanStatus;
-using ServiceUtils::kIgnoreAirplaneMode;
-using ServiceUtils::kRadioOff;
-using ServiceUtils::kRadioOn;
-using ServiceUtils::my_service_turnonoff_wifi;
-using ServiceUtils::my_setwifitimeout;
-using ServiceUtils::SwitchWlanStatus;
-using testing::AllOf;
-using testing::Contains;
-using testing::Each;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::Not;
-using testing::SizeIs;
 
 constexpr char kSwitch[] = "ServiceUtils::SwitchWlanStatus";
 constexpr int kPasses = 81;
-
-Rig::LogLine RetryLine(int pass) {
-    return Warning(kSwitch,
-                   L"Could not Set WLAN state in all PHYs. So retrying in count = " + std::to_wstring(pass));
-}
 
 class WlanSwitchTest : public RadioTest {
   protected:
     static bool SwitchOn() { return SwitchWlanStatus(kRadioOn, kIgnoreAirplaneMode); }
     static bool SwitchOff() { return SwitchWlanStatus(kRadioOff, kIgnoreAirplaneMode); }
 
-    [[nodiscard]] std::vector<Rig::LogLine> Lines() const { return m_machine.log.Of(kSwitch); }
+    [[nodiscard]] std::vector<LogLine> Lines() const { return m_machine.log.Of(kSwitch); }
     [[nodiscard]] int Requests() const { return m_notebook.Count(Call::WlanSetInterface); }
 };
 
-TEST_F(WlanSwitchTest, SwitchingOffTurnsEveryPhyOff) {
-    m_notebook.SetPhys({On(), On()});
-    EXPECT_TRUE(SwitchOff());
-    EXPECT_TRUE(m_notebook.WlanIsOff());
-    EXPECT_EQ(my_service_turnonoff_wifi, kRadioOff);
-    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kSwitch, L"OnOffValue = 0, bCheckAirplaneStatus = 0"),
-                                     Information(kSwitch, L"Current WLAN Status : 1, To Change Status = 0"),
-                                     Verbose(kSwitch, L"Linkvane set WIFI radio to dot11_radio_state_off"),
-                                     Verbose(kSwitch, L"The number of supported PHY types : 2"),
-                                     Information(kSwitch, L"Set WLAN state 0 for PHY 0 success"),
-                                     Information(kSwitch, L"Set WLAN state 0 for PHY 1 success"),
-                                     Information(kSwitch, L"New WIFI state : 0"),
-                                     TraceOut(kSwitch, L"WLAN switching Status = 1")));
-}
-
-TEST_F(WlanSwitchTest, SwitchingOnTurnsEveryPhyOn) {
-    m_notebook.SetPhys({Off(), On()});
-    EXPECT_TRUE(SwitchOn());
-    EXPECT_TRUE(m_notebook.WlanIsOn());
-    EXPECT_EQ(my_service_turnonoff_wifi, kRadioOn);
-    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kSwitch, L"OnOffValue = 1, bCheckAirplaneStatus = 0"),
-                                     Information(kSwitch, L"Current WLAN Status : 0, To Change Status = 1"),
-                                     Verbose(kSwitch, L"Linkvane set WIFI radio to dot11_radi_state_on"),
-                                     Verbose(kSwitch, L"The number of supported PHY types : 2"),
-                                     Information(kSwitch, L"Set WLAN state 1 for PHY 0 success"),
-                                     Information(kSwitch, L"Set WLAN state 1 for PHY 1 success"),
-                                     Information(kSwitch, L"New WIFI state : 1"),
-                                     TraceOut(kSwitch, L"WLAN switching Status = 1")));
+TEST_F(WlanSwitchTest, EveryPhyIsSwitched) {
+    for (const bool on : {false, true}) {
+        const std::wstring before = on ? L"0" : L"1";
+        const std::wstring after = on ? L"1" : L"0";
+        m_notebook.SetPhys({on ? Off() : On(), On()});
+        m_machine.log.Clear();
+        EXPECT_TRUE(on ? SwitchOn() : SwitchOff());
+        EXPECT_TRUE(on ? m_notebook.WlanIsOn() : m_notebook.WlanIsOff());
+        EXPECT_EQ(my_service_turnonoff_wifi, on ? kRadioOn : kRadioOff);
+        EXPECT_THAT(Lines(),
+                    ElementsAre(TraceIn(kSwitch, L"OnOffValue = " + after + L", bCheckAirplaneStatus = 0"),
+                                Information(kSwitch, L"Current WLAN Status : " + before +
+                                                         L", To Change Status = " + after),
+                                Verbose(kSwitch, on ? L"Linkvane set WIFI radio to dot11_radi_state_on"
+                                                    : L"Linkvane set WIFI radio to dot11_radio_state_off"),
+                                Verbose(kSwitch, L"The number of supported PHY types : 2"),
+                                Information(kSwitch, L"Set WLAN state " + after + L" for PHY 0 success"),
+                                Information(kSwitch, L"Set WLAN state " + after + L" for PHY 1 success"),
+                                Information(kSwitch, L"New WIFI state : " + after),
+                                TraceOut(kSwitch, L"WLAN switching Status = 1")));
+    }
 }
 
 TEST_F(WlanSwitchTest, QuerySwitchAndQueryMakeTheseCalls) {
@@ -112,9 +82,8 @@ TEST_F(WlanSwitchTest, CallThatFailsOrGivesNothingLeavesTheRadioAndTheFlagsAlone
         m_notebook.Fail(broken.call, broken.nth, broken.error);
         EXPECT_FALSE(SwitchOff());
         EXPECT_TRUE(m_notebook.WlanIsOn());
-        std::vector<Rig::LogLine> lines{
-            TraceIn(kSwitch, L"OnOffValue = 0, bCheckAirplaneStatus = 0"),
-            Information(kSwitch, L"Current WLAN Status : 1, To Change Status = 0")};
+        std::vector<LogLine> lines{TraceIn(kSwitch, L"OnOffValue = 0, bCheckAirplaneStatus = 0"),
+                                   Information(kSwitch, L"Current WLAN Status : 1, To Change Status = 0")};
         if (broken.call == Call::WlanGetInterfaceCapability) {
             lines.push_back(prepares);
         }
@@ -144,7 +113,7 @@ TEST_F(WlanSwitchTest, AdapterWithoutPhysIsSwitchedAtOnce) {
 
 TEST_F(WlanSwitchTest, No65thPhyIsSwitchedWhateverTheCountIs) {
     m_notebook.SetPhys(std::vector<Phy>(WLAN_MAX_PHY_INDEX, Off()));
-    const Rig::ScopedImport<&::WlanGetInterfaceCapability> boasts{
+    const ScopedImport<&::WlanGetInterfaceCapability> boasts{
         Rig::kWrapping, [](const auto& device, HANDLE client, const GUID* id, void* reserved,
                            WLAN_INTERFACE_CAPABILITY** capability) {
             const DWORD result = device.Original(client, id, reserved, capability);
@@ -164,49 +133,64 @@ TEST_F(WlanSwitchTest, OfTwoAdaptersOnlyTheFirstIsSwitched) {
     EXPECT_TRUE(m_notebook.WlanIsOn(1));
 }
 
-TEST_F(WlanSwitchTest, PhyThatRefusesForAWhileIsTriedAgainWithAllOthers) {
-    m_notebook.SetPhys({On(), Refusing(On(), 2)});
-    EXPECT_TRUE(SwitchOff());
-    EXPECT_TRUE(m_notebook.WlanIsOff());
-    const auto success = Information(kSwitch, L"Set WLAN state 0 for PHY 0 success");
-    const auto failure = Error(kSwitch, L"Set WLAN state failed!err is 31");
-    EXPECT_THAT(Lines(), ElementsAre(TraceIn(kSwitch, L"OnOffValue = 0, bCheckAirplaneStatus = 0"),
-                                     Information(kSwitch, L"Current WLAN Status : 1, To Change Status = 0"),
-                                     Verbose(kSwitch, L"Linkvane set WIFI radio to dot11_radio_state_off"),
-                                     Verbose(kSwitch, L"The number of supported PHY types : 2"), success,
-                                     failure, RetryLine(0), success, failure, RetryLine(1), success,
-                                     Information(kSwitch, L"Set WLAN state 0 for PHY 1 success"),
-                                     Information(kSwitch, L"New WIFI state : 0"),
-                                     TraceOut(kSwitch, L"WLAN switching Status = 1")));
-    EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(100, 100));
-    EXPECT_FALSE(my_setwifitimeout);
-}
+TEST_F(WlanSwitchTest, PhyThatRefusesIsTriedAgainWithAllOthersInAtMost81Passes) {
+    struct Course {
+        const char* name;
+        std::uint32_t refusals;
+        bool on;
+        bool succeeds;
+        bool runsOut;
+    };
+    for (const Course& course :
+         {Course{"follows in the third pass", 2, false, true, false},
+          Course{"follows in the last pass but one", kPasses - 2, false, true, false},
+          Course{"follows in the last pass, which counts as running out, too", kPasses - 1, false, true,
+                 true},
+          Course{"goes on in the last pass, and reads as off afterwards", kPasses - 1, true, true, true},
+          Course{"never follows", kForEver, false, false, true}}) {
+        SCOPED_TRACE(course.name);
+        const Phy before = course.on ? Off() : On();
+        m_notebook.SetPhys({before, Refusing(before, course.refusals)});
+        my_setwifitimeout = false;
+        my_service_turnonoff_wifi = course.on ? kRadioOff : kRadioOn;
+        m_notebook.ForgetCalls();
+        m_machine.clock.ForgetRecords();
+        m_machine.log.Clear();
 
-TEST_F(WlanSwitchTest, PhyThatRefusesForEverEndsTheSwitchAfter81Passes) {
-    m_notebook.SetPhys({On(), Refusing(On())});
-    my_service_turnonoff_wifi = kRadioOn;
-    EXPECT_FALSE(SwitchOff());
-    EXPECT_EQ(Requests(), 2 * kPasses);
-    EXPECT_THAT(m_machine.clock.Sleeps(), AllOf(SizeIs(kPasses), Each(100)));
-    EXPECT_THAT(m_machine.log.At(kWarning), SizeIs(kPasses));
-    const auto lines = Lines();
-    EXPECT_THAT(std::vector(lines.end() - 3, lines.end()),
-                ElementsAre(RetryLine(80), Error(kSwitch, L"WlanSetInterface failed"),
-                            TraceOut(kSwitch, L"WLAN switching Status = 0")));
-    EXPECT_TRUE(my_setwifitimeout);
-    EXPECT_EQ(my_service_turnonoff_wifi, kRadioOn) << "not every PHY took the new state";
-}
+        EXPECT_EQ(course.on ? SwitchOn() : SwitchOff(), course.succeeds);
 
-TEST_F(WlanSwitchTest, AfterRunningOutTheRadioCountsAsOffWithoutAsking) {
-    m_notebook.SetPhys({On(), Refusing(On())});
-    SwitchOff();
-    m_notebook.ForgetCalls();
-    EXPECT_FALSE(CheckWlanStatus());
-    EXPECT_TRUE(SwitchOff());
-    ServiceUtils::StopWLANService();
-    EXPECT_THAT(m_notebook.Calls(), IsEmpty());
-    EXPECT_TRUE(m_machine.RememberedWlan().empty());
-    EXPECT_TRUE(my_setwifitimeout);
+        EXPECT_EQ(my_setwifitimeout, course.runsOut);
+        EXPECT_EQ(my_service_turnonoff_wifi == kRadioOn, course.on == course.succeeds)
+            << "the new state only where every PHY took it";
+        const std::wstring to = std::to_wstring(course.on);
+        const auto success = Information(kSwitch, L"Set WLAN state " + to + L" for PHY 0 success");
+        std::vector<LogLine> lines;
+        const int refused = course.succeeds ? static_cast<int>(course.refusals) : kPasses;
+        for (int pass = 0; pass < refused; ++pass) {
+            lines.insert(lines.end(),
+                         {success, Error(kSwitch, L"Set WLAN state failed!err is 31"),
+                          Warning(kSwitch, L"Could not Set WLAN state in all PHYs. So retrying in count = " +
+                                               std::to_wstring(pass))});
+        }
+        if (course.succeeds) {
+            lines.insert(lines.end(),
+                         {success, Information(kSwitch, L"Set WLAN state " + to + L" for PHY 1 success")});
+        }
+        if (course.runsOut) {
+            lines.push_back(Error(kSwitch, L"WlanSetInterface failed"));
+        }
+        if (course.succeeds) {
+            lines.push_back(Information(kSwitch, L"New WIFI state : 0"));
+        }
+        lines.push_back(
+            TraceOut(kSwitch, course.succeeds ? L"WLAN switching Status = 1" : L"WLAN switching Status = 0"));
+        // The first four say what is to be switched.
+        std::vector<LogLine> written = Lines();
+        written.erase(written.begin(), written.begin() + 4);
+        EXPECT_EQ(written, lines);
+        EXPECT_EQ(Requests(), 2 * (refused + (course.succeeds ? 1 : 0)));
+        EXPECT_THAT(m_machine.clock.Sleeps(), AllOf(SizeIs(refused), Each(100)));
+    }
 }
 
 TEST_F(WlanSwitchTest, AfterRunningOutASwitchOnThatSucceedsBringsTheQueryBack) {
@@ -226,37 +210,6 @@ TEST_F(WlanSwitchTest, StartWhoseFirstSwitchRanOutBringsTheRadioBackByItsSecond)
     EXPECT_FALSE(my_setwifitimeout);
     EXPECT_TRUE(m_machine.log.Contains(
         Information("ServiceUtils::SwitchWlanStatusWithRetry", L"SwitchWlanStatus Success")));
-}
-
-TEST_F(WlanSwitchTest, SuccessInTheLastPassCountsAsBothSuccessAndRunningOut) {
-    m_notebook.SetPhys({Refusing(On(), kPasses - 1)});
-    EXPECT_TRUE(SwitchOff());
-    EXPECT_TRUE(m_notebook.WlanIsOff());
-    EXPECT_TRUE(my_setwifitimeout);
-    EXPECT_EQ(my_service_turnonoff_wifi, kRadioOff);
-    EXPECT_EQ(Requests(), kPasses);
-    EXPECT_THAT(m_machine.clock.Sleeps(), SizeIs(kPasses - 1));
-    const auto lines = Lines();
-    EXPECT_THAT(
-        std::vector(lines.end() - 4, lines.end()),
-        ElementsAre(Information(kSwitch, L"Set WLAN state 0 for PHY 0 success"),
-                    Error(kSwitch, L"WlanSetInterface failed"), Information(kSwitch, L"New WIFI state : 0"),
-                    TraceOut(kSwitch, L"WLAN switching Status = 1")));
-}
-
-TEST_F(WlanSwitchTest, SwitchOnInTheLastPassReadsAsOffAfterwards) {
-    m_notebook.SetPhys({Refusing(Off(), kPasses - 1)});
-    EXPECT_TRUE(SwitchOn());
-    EXPECT_TRUE(m_notebook.WlanIsOn());
-    EXPECT_EQ(my_service_turnonoff_wifi, kRadioOn);
-    EXPECT_THAT(Lines(), Contains(Information(kSwitch, L"New WIFI state : 0")));
-}
-
-TEST_F(WlanSwitchTest, SuccessInTheLastPassButOneIsAPlainSuccess) {
-    m_notebook.SetPhys({Refusing(On(), kPasses - 2)});
-    EXPECT_TRUE(SwitchOff());
-    EXPECT_FALSE(my_setwifitimeout);
-    EXPECT_THAT(Lines(), Not(Contains(Error(kSwitch, L"WlanSetInterface failed"))));
 }
 
 TEST_F(WlanSwitchTest, FailedLookBeforeOrAfterwardsReadsAsOff) {

@@ -1,20 +1,9 @@
-#include <gmock/gmock.h>
-
 #include "radio/wwan_radio.h"
 #include "radio/wwan_state.h"
 #include "tests/radio/wwan_test.h"
 
 namespace RadioTests {
 namespace {
-
-using namespace Rig::Lines;
-using Orva::Shared::Level::kWarning;
-using Rig::LogLine;
-using ServiceUtils::CheckWwanStatus;
-using ServiceUtils::GetRadioInterface;
-using testing::Each;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr char kGet[] = "ServiceUtils::GetRadioInterface";
 constexpr char kCheck[] = "ServiceUtils::CheckWwanStatus";
@@ -78,7 +67,7 @@ TEST_F(WwanRadioInterfaceTest, CallThatFailsOrGivesNothingGivesNoRadio) {
         EXPECT_EQ(m_radio, nullptr);
         EXPECT_EQ(References(), 0);
         EXPECT_EQ(m_machine.log.From(kWarning), broken.lines);
-        EXPECT_THAT(m_machine.clock.Sleeps(), testing::AllOf(testing::SizeIs(tries), Each(50)));
+        EXPECT_THAT(m_machine.clock.Sleeps(), AllOf(SizeIs(tries), Each(50)));
     }
 }
 
@@ -91,10 +80,8 @@ TEST_F(WwanRadioInterfaceTest, WithoutAManagerThereIsNothingToAsk) {
 
 TEST_F(WwanRadioInterfaceTest, ManagerThatIsReplacedDuringTheCallStaysHeldUntilItsEnd) {
     // A manager that nobody holds is gone, and a call that is still inside would end the process.
-    m_notebook.At(Call::MbnInterfaceManagerGetInterface, 1, [] {
-        WwanState::interfaceManager.store(nullptr);
-        return std::nullopt;
-    });
+    m_notebook.Before(Call::MbnInterfaceManagerGetInterface, 1,
+                      [] { WwanState::interfaceManager.store(nullptr); });
     EXPECT_TRUE(GetRadioInterface(&m_radio));
     EXPECT_EQ(References(), 0) << "the radio is held, the manager is not";
 }

@@ -1,5 +1,3 @@
-#include <gmock/gmock.h>
-
 #include <functional>
 #include <optional>
 #include <string>
@@ -14,18 +12,7 @@
 namespace RadioTests {
 namespace {
 
-using namespace Rig::Lines;
-using namespace ServiceUtils;
 using namespace std::chrono_literals;
-using Orva::Shared::Level::kWarning;
-using Rig::LogLine;
-using testing::AllOf;
-using testing::Contains;
-using testing::Each;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::Not;
-using testing::SizeIs;
 
 constexpr char kSwitch[] = "ServiceUtils::SwitchWwanStatus";
 constexpr wchar_t kRequestFailed[] = L"SetSoftwareRadioState failed with error in retry %d: HRESULT : 0x";
@@ -74,14 +61,6 @@ class WwanSwitchTest : public WwanTest {
             TraceOut(kSwitch, result ? L"WWAN switching Status = 1" : L"WWAN switching Status = 0"));
         return lines;
     }
-
-    /// Has something happen at the n-th of the calls from now on, which then goes on.
-    void WhenCalled(Call call, int nth, const std::function<void()>& what) {
-        m_notebook.At(call, nth, [what] {
-            what();
-            return std::nullopt;
-        });
-    }
 };
 
 TEST_F(WwanSwitchTest, CompletionDuringTheWaitEndsTheSwitch) {
@@ -107,7 +86,7 @@ TEST_F(WwanSwitchTest, CompletionBeforeTheWaitIsNotMissed) {
 TEST_F(WwanSwitchTest, CompletionOutOfTheRequestItselfEndsTheSwitch) {
     FollowWithoutAWord();
     // Whatever request it is of, and whatever became of that.
-    WhenCalled(Call::MbnRadioSetSoftwareRadioState, 1, [this] {
+    m_notebook.Before(Call::MbnRadioSetSoftwareRadioState, 1, [this] {
         Modem().software = 0;
         Complete(1042, E_FAIL);
     });
@@ -181,8 +160,8 @@ TEST_F(WwanSwitchTest, MarkIsSetAfterTheEthernetTestAndDuringTheSwitchOnly) {
         };
     };
     FollowWithoutAWord();
-    WhenCalled(Call::GetAdaptersInfo, 1, note("Ethernet test"));
-    WhenCalled(Call::MbnRadioSetSoftwareRadioState, 1, note("request"));
+    m_notebook.Before(Call::GetAdaptersInfo, 1, note("Ethernet test"));
+    m_notebook.Before(Call::MbnRadioSetSoftwareRadioState, 1, note("request"));
     EXPECT_TRUE(SwitchOff());
     EXPECT_THAT(steps, ElementsAre("Ethernet test, no mark", "request, mark"));
     EXPECT_FALSE(WwanState::NetworkChangedForSetRadio);
@@ -212,20 +191,13 @@ TEST_F(WwanSwitchTest, UnreadableAdaptersDoNotStopTheSwitch) {
 }
 
 TEST_F(WwanSwitchTest, EachSwitchMakesAnEventOfItsOwnThatReplacesTheLastOne) {
-    const Rig::ScopedImport<&::CreateEventW> events{
-        Rig::kWrapping, [](const auto& system, LPSECURITY_ATTRIBUTES security, BOOL manualReset,
-                           BOOL signalled, LPCWSTR name) {
-            EXPECT_EQ(security, nullptr);
-            EXPECT_FALSE(manualReset);
-            EXPECT_FALSE(signalled);
-            EXPECT_EQ(name, nullptr);
-            return system.Original(security, manualReset, signalled, name);
-        }};
+    const ScopedWatch<&::CreateEventW> events;
     const int openBefore = m_ledger.Outstanding(Rig::Kind::kHandle);
     SwitchOff();
     const auto first = WwanState::radioChangeEvent.load()->Get();
     SwitchOn();
-    EXPECT_EQ(events.Calls(), 2);
+    const auto autoReset = FieldsAre(nullptr, FALSE, FALSE, nullptr);
+    EXPECT_THAT(events.Arguments(), ElementsAre(autoReset, autoReset));
     EXPECT_NE(WwanState::radioChangeEvent.load()->Get(), first) << "it stays published after the switch";
     EXPECT_EQ(m_ledger.Outstanding(Rig::Kind::kHandle), openBefore + 1) << "the first one is closed";
 }
@@ -242,7 +214,7 @@ TEST_F(WwanSwitchTest, OldCompletionDoesNotWakeANewSwitch) {
 }
 
 TEST_F(WwanSwitchTest, EventThatCannotBeMadeEndsTheSwitch) {
-    const Rig::ScopedResult<&::CreateEventW> fails{nullptr, ERROR_NO_SYSTEM_RESOURCES};
+    const ScopedResult<&::CreateEventW> fails{nullptr, ERROR_NO_SYSTEM_RESOURCES};
     EXPECT_FALSE(SwitchOff());
     EXPECT_EQ(Lines(), SwitchOffLines(
                            {Error(kSwitch, L"CreateEvent failed with error: HRESULT : 0x800705AA")}, false));
@@ -270,7 +242,7 @@ TEST_F(WwanSwitchTest, RadioThatRefusesForAWhileIsAskedAgain) {
 
 TEST_F(WwanSwitchTest, RadioThatRefusesFiveTimesIsWaitedForAllTheSame) {
     Modem().refusalsLeft = 5;
-    WhenCalled(Call::MbnRadioSetSoftwareRadioState, 5, [this] {
+    m_notebook.Before(Call::MbnRadioSetSoftwareRadioState, 5, [this] {
         m_machine.clock.At(m_machine.clock.Elapsed() + 1000ms,
                            [this] { m_notebook.Act(&::Notebook::SwitchModemByUser, 0U, false); });
     });
@@ -281,18 +253,52 @@ TEST_F(WwanSwitchTest, RadioThatRefusesFiveTimesIsWaitedForAllTheSame) {
     EXPECT_THAT(m_machine.clock.SleepsAndWaits(), ElementsAre(50, 50, 100, 100, 100, 100, 100, 7000));
 }
 
-TEST_F(WwanSwitchTest, RadioThatFollowsWithoutAWordIsFoundByTheLookAfterTheTimeout) {
-    FollowWithoutAWord();
-    EXPECT_TRUE(SwitchOff());
-    EXPECT_EQ(Lines(),
-              SwitchOffLines({Requested(100), Waited(WAIT_TIMEOUT), FreshLookSays(0), kFollowedAnyway}));
-    EXPECT_THAT(m_machine.clock.SleepsAndWaits(), ElementsAre(50, 50, 100, 7000, 50));
-    EXPECT_EQ(References(), 0);
+TEST_F(WwanSwitchTest, RadioIsLookedAtAfreshUnlessItsCompletionShowsThatItFollowed) {
+    struct Course {
+        const char* name;
+        std::function<void()> arrange;
+        std::vector<LogLine> lines;
+    };
+    const auto cannotBeAsked = [](const std::wstring& error) {
+        return Error(kSwitch, L"get_SoftwareRadioState failed with error: HRESULT : 0x" + error);
+    };
+    const std::vector<Course> courses{
+        {"follows without a word",
+         [this] { FollowWithoutAWord(); },
+         {Requested(100), Waited(WAIT_TIMEOUT), FreshLookSays(0), kFollowedAnyway}},
+        {"confirms another state, and is asked again",
+         [this] {
+             Modem().follows = 0;
+             m_notebook.Before(Call::MbnRadioSetSoftwareRadioState, 2, [this] { Modem().follows = 1; });
+         },
+         {Requested(100), Waited(0), LastRadioSays(1, 0), FreshLookSays(1), Retrying(0), Requested(101),
+          Waited(0), LastRadioSays(0, 1), kMatch}},
+        {"changes its mind between the two looks",
+         [this] {
+             Modem().follows = 0;
+             m_notebook.Before(Call::MbnRadioGetSoftwareRadioState, 3, [this] { Modem().software = 0; });
+         },
+         {Requested(100), Waited(0), LastRadioSays(1, 0), FreshLookSays(0), kFollowedAnyway}},
+        {"confirms with a radio that cannot be asked",
+         [this] { m_notebook.Fail(Call::MbnRadioGetSoftwareRadioState, 2, E_FAIL); },
+         {Requested(100), Waited(0), cannotBeAsked(L"80004005"), FreshLookSays(0), kFollowedAnyway}},
+        {"confirms without a radio",
+         [this] { Modem().confirmRadio = ConfirmRadio::Null; },
+         {Requested(100), Waited(0), cannotBeAsked(L"80004003"), FreshLookSays(0), kFollowedAnyway}}};
+    for (const Course& course : courses) {
+        SCOPED_TRACE(course.name);
+        SetModems(1);
+        m_machine.log.Clear();
+        course.arrange();
+        EXPECT_TRUE(SwitchOff());
+        EXPECT_FALSE(IsOn());
+        EXPECT_EQ(Lines(), SwitchOffLines(course.lines));
+    }
 }
 
 TEST_F(WwanSwitchTest, FailedWaitIsLookedAtLikeATimeout) {
     FollowWithoutAWord();
-    const Rig::ScopedImport<&::WaitForSingleObject> fails{
+    const ScopedImport<&::WaitForSingleObject> fails{
         [](HANDLE, DWORD milliseconds) { return milliseconds == 7000; },
         [](HANDLE, DWORD) { return DWORD{WAIT_FAILED}; }};
     EXPECT_TRUE(SwitchOff());
@@ -321,42 +327,6 @@ TEST_F(WwanSwitchTest, StopRemembersARadioAsOnThatNeverFollows) {
     EXPECT_EQ(m_machine.RememberedWwan(), L"True");
 }
 
-TEST_F(WwanSwitchTest, RadioThatConfirmsAnotherStateIsAskedAgain) {
-    Modem().follows = 0;
-    WhenCalled(Call::MbnRadioSetSoftwareRadioState, 2, [this] { Modem().follows = 1; });
-    EXPECT_TRUE(SwitchOff());
-    EXPECT_EQ(Lines(), SwitchOffLines({Requested(100), Waited(0), LastRadioSays(1, 0), FreshLookSays(1),
-                                       Retrying(0), Requested(101), Waited(0), LastRadioSays(0, 1), kMatch}));
-    EXPECT_THAT(m_machine.clock.SleepsAndWaits(), ElementsAre(50, 50, 100, 7000, 50, 500, 100, 7000));
-}
-
-TEST_F(WwanSwitchTest, RadioThatChangesItsMindBetweenTheTwoLooksCountsAsFollowing) {
-    // The completion's radio says "on" still; the fresh look finds it off.
-    Modem().follows = 0;
-    WhenCalled(Call::MbnRadioGetSoftwareRadioState, 3, [this] { Modem().software = 0; });
-    EXPECT_TRUE(SwitchOff());
-    EXPECT_EQ(Lines(), SwitchOffLines({Requested(100), Waited(0), LastRadioSays(1, 0), FreshLookSays(0),
-                                       kFollowedAnyway}));
-}
-
-TEST_F(WwanSwitchTest, LastRadioThatCannotBeAskedIsReportedAndLookedAtAfresh) {
-    m_notebook.Fail(Call::MbnRadioGetSoftwareRadioState, 2, E_FAIL);
-    EXPECT_TRUE(SwitchOff());
-    EXPECT_EQ(Lines(), SwitchOffLines(
-                           {Requested(100), Waited(0),
-                            Error(kSwitch, L"get_SoftwareRadioState failed with error: HRESULT : 0x80004005"),
-                            FreshLookSays(0), kFollowedAnyway}));
-}
-
-TEST_F(WwanSwitchTest, CompletionWithoutARadioIsReportedAndLookedAtAfresh) {
-    Modem().confirmRadio = ConfirmRadio::Null;
-    EXPECT_TRUE(SwitchOff());
-    EXPECT_EQ(Lines(), SwitchOffLines(
-                           {Requested(100), Waited(0),
-                            Error(kSwitch, L"get_SoftwareRadioState failed with error: HRESULT : 0x80004003"),
-                            FreshLookSays(0), kFollowedAnyway}));
-}
-
 TEST_F(WwanSwitchTest, CompletionWithAnotherRadioObjectIsAskedInstead) {
     Modem().follows = 0;
     Modem().confirmRadio = ConfirmRadio::Opposite;
@@ -367,7 +337,7 @@ TEST_F(WwanSwitchTest, CompletionWithAnotherRadioObjectIsAskedInstead) {
 TEST_F(WwanSwitchTest, RadioThatIsReplacedWhileItIsAskedStaysHeld) {
     Modem().confirmRadio = ConfirmRadio::Fresh;
     // A radio that nobody holds is gone, and the question that is still inside would end the process.
-    WhenCalled(Call::MbnRadioGetSoftwareRadioState, 2, [this] { Complete(); });
+    m_notebook.Before(Call::MbnRadioGetSoftwareRadioState, 2, [this] { Complete(); });
     EXPECT_TRUE(SwitchOff());
     EXPECT_EQ(References(), 1) << "the one that replaced it";
 }

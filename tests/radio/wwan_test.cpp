@@ -64,9 +64,9 @@ HRESULT WwanTest::Complete(ULONG requestId, HRESULT status, ConfirmRadio kind) c
     return m_sink->OnSetSoftwareRadioStateComplete(radio.Get(), requestId, status);
 }
 
-std::vector<Rig::LogLine> FailedTries(const char* operation, int tries, const wchar_t* failed,
-                                      const std::wstring& error, const wchar_t* givenUp) {
-    std::vector<Rig::LogLine> lines;
+std::vector<LogLine> FailedTries(const char* operation, int tries, const wchar_t* failed,
+                                 const std::wstring& error, const wchar_t* givenUp) {
+    std::vector<LogLine> lines;
     for (int i = 0; i < tries; ++i) {
         std::wstring text = failed;
         text.replace(text.find(L"%d"), 2, std::to_wstring(i));
