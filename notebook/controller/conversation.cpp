@@ -16,7 +16,7 @@ namespace Notebook {
 
 namespace {
 
-constexpr DWORD kPollMs = 5;
+constexpr DWORD kAwaitPollMs = 5;
 constexpr std::uint32_t kDefaultWaitMs = 10'000;
 constexpr std::uint32_t kDefaultQuietMs = 200;
 
@@ -102,7 +102,7 @@ Answer Await(const Arguments& given, const char* what, Function look) {
         if (Now() - start >= Micros{within} * kMicrosPerMilli) {
             throw CommandError(what + std::string(" within ") + std::to_string(within) + " ms: " + lacking);
         }
-        Sleep(kPollMs);
+        Sleep(kAwaitPollMs);
     }
     return {"took=" + std::to_string((Now() - start) / kMicrosPerMilli), {}};
 }

@@ -11,7 +11,7 @@ namespace Notebook {
 
 namespace {
 
-constexpr DWORD kPollMs = 5;
+constexpr DWORD kServicePollMs = 5;
 constexpr DWORD kStubStopMs = 5000;
 
 using ScHandle = Platform::UniqueServiceHandle;
@@ -122,7 +122,7 @@ bool WaitForState(const std::wstring& name, DWORD state, DWORD milliseconds) {
         if (Now() >= end) {
             return false;
         }
-        Sleep(kPollMs);
+        Sleep(kServicePollMs);
     }
 }
 

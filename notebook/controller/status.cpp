@@ -187,25 +187,25 @@ std::string HandlesText(DWORD process) {
 /// Not among the pairs of a status: the system's list of handles is long.
 constexpr std::string_view kHandlesKey = "handles";
 
-using Reader = std::function<std::string(Snapshot&)>;
+using Tell = std::function<std::string(Snapshot&)>;
 
-Reader Link(const char* adapter) {
+Tell Link(const char* adapter) {
     return [adapter](Snapshot& s) { return LinkText(Named(s.TheDevices(), adapter)); };
 }
 
-Reader Stub(const wchar_t* name) {
+Tell Stub(const wchar_t* name) {
     return [name](Snapshot&) { return StateName(QueryService(name)); };
 }
 
-Reader Calls(Call call) {
+Tell Calls(Call call) {
     return [call](Snapshot&) { return std::to_string(Raw().counts[static_cast<std::size_t>(call)].calls); };
 }
 
-Reader Held(LONG Ledger::*what) {
+Tell Held(LONG Ledger::*what) {
     return [what](Snapshot&) { return std::to_string(Raw().ledger.*what); };
 }
 
-Reader Stored(const RegistryPlace& place, std::string (*show)(const std::optional<RegistryValue>&)) {
+Tell Stored(const RegistryPlace& place, std::string (*show)(const std::optional<RegistryValue>&)) {
     return [place, show](Snapshot&) { return show(Read(place)); };
 }
 
@@ -214,8 +214,8 @@ std::string BytesText(const std::optional<RegistryValue>& value) {
 }
 
 /// The pairs of a status, in its order.
-const std::vector<std::pair<std::string_view, Reader>>& Pairs() {
-    static const std::vector<std::pair<std::string_view, Reader>> pairs = {
+const std::vector<std::pair<std::string_view, Tell>>& Pairs() {
+    static const std::vector<std::pair<std::string_view, Tell>> pairs = {
         {"cable", Link("cable1")},
         {"cables", [](Snapshot& s) { return Cables(s.TheDevices()); }},
         {"vpn", Link("vpn")},

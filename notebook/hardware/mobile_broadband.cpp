@@ -150,10 +150,11 @@ SAFEARRAY* ModemArray(const Machine& machine) {
     return array;
 }
 
-using ManagerObject = ComObject<As<IMbnInterfaceManager, IID_IMbnInterfaceManager>,
-                                As<IConnectionPointContainer, IID_IConnectionPointContainer>>;
+using ModemManagerObject = ComObject<As<IMbnInterfaceManager, IID_IMbnInterfaceManager>,
+                                     As<IConnectionPointContainer, IID_IConnectionPointContainer>>;
 
-class Manager final : public EventSource<ManagerObject, Tells<IMbnRadioEvents, IID_IMbnRadioEvents>> {
+class ModemManager final
+    : public EventSource<ModemManagerObject, Tells<IMbnRadioEvents, IID_IMbnRadioEvents>> {
   public:
     HRESULT STDMETHODCALLTYPE GetInterface(LPCWSTR interfaceId, IMbnInterface** mbnInterface) override {
         CallScope call(Call::MbnInterfaceManagerGetInterface);
@@ -221,7 +222,7 @@ void DeliverModem(const Event& event, std::uint64_t number) {
 
 IUnknown* MakeMbnInterfaceManager() {
     EventPump::Get().On(Channel::Modem, &DeliverModem);
-    return static_cast<IMbnInterfaceManager*>(new Manager());
+    return static_cast<IMbnInterfaceManager*>(new ModemManager());
 }
 
 }  // namespace Notebook

@@ -32,11 +32,11 @@ constexpr auto kInvalidObject = static_cast<HRESULT>(0x8004100F);
 constexpr auto kInvalidClass = static_cast<HRESULT>(0x80041010);
 constexpr auto kNotInitialized = static_cast<HRESULT>(0x80041014);
 constexpr auto kTypeMismatch = static_cast<HRESULT>(0x80041005);
-constexpr auto kNotConnected = static_cast<HRESULT>(0x80041071);
+constexpr auto kDisconnected = static_cast<HRESULT>(0x80041071);
 constexpr auto kInvalidNamespace = static_cast<HRESULT>(0x8004100E);
 constexpr auto kInvalidQuery = static_cast<HRESULT>(0x80041017);
 constexpr auto kNotFound = static_cast<HRESULT>(0x80041002);
-constexpr auto kFailed = static_cast<HRESULT>(0x80041001);
+constexpr auto kWmiFailed = static_cast<HRESULT>(0x80041001);
 
 /// A value that owns nothing yet.
 VARIANT Of(VARTYPE type) {
@@ -162,7 +162,7 @@ TEST_F(BIOSWmiClientTest, WithoutAConnectionNothingCanBeRead) {
         static_cast<void>(client.GetValue(kName, m_value));
         ADD_FAILURE() << "nothing was thrown";
     } catch (const _com_error& error) {
-        EXPECT_EQ(error.Error(), kNotConnected);
+        EXPECT_EQ(error.Error(), kDisconnected);
     }
     EXPECT_EQ(client.ExecuteQuery(L"SELECT"), kNotInitialized);
     EXPECT_EQ(client.GetPropertyValue(m_value), kInvalidObject);
@@ -217,8 +217,8 @@ TEST_F(BIOSWmiClientTest, FailureOfAStepTravelsOutUnchangedAndASuccessWithoutAnO
           Step{Call::WbemExecQuery, S_OK, kInvalidClass, L"old"},
           Step{Call::WbemNext, WBEM_S_TIMEDOUT, WBEM_S_TIMEDOUT, L"old"},
           Step{Call::WbemNext, WBEM_S_FALSE, WBEM_S_FALSE, L"old"},
-          Step{Call::WbemNext, kFailed, kFailed, L"old"}, Step{Call::WbemNext, S_OK, kInvalidObject, L""},
-          Step{Call::WbemGet, kNotFound, kNotFound, L""}}) {
+          Step{Call::WbemNext, kWmiFailed, kWmiFailed, L"old"},
+          Step{Call::WbemNext, S_OK, kInvalidObject, L""}, Step{Call::WbemGet, kNotFound, kNotFound, L""}}) {
         SCOPED_TRACE(result);
         m_value = L"old";
         m_bios.ForgetCalls();

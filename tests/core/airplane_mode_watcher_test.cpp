@@ -15,14 +15,14 @@ namespace CoreTests {
 namespace {
 
 constexpr char kWatcher[] = "CMainService::AirplaneModeWatcher";
-const LogLine kEntry = TraceIn(kWatcher, L"AirplaneModeWatcher - Entry");
-const LogLine kExit = TraceOut(kWatcher, L"AirplaneModeWatcher - Exit");
+const LogLine kWatcherEntry = TraceIn(kWatcher, L"AirplaneModeWatcher - Entry");
+const LogLine kWatcherExit = TraceOut(kWatcher, L"AirplaneModeWatcher - Exit");
 const LogLine kStopped =
     Information(kWatcher, L"AirplaneModeWatcher - Service Stop event Triggered. Exiting");
 const LogLine kChange = Information(kWatcher, L"AirplaneModeWatcher - Registry Change Event Triggered");
 const LogLine kAirplaneOn = Information(kWatcher, L"Airplane Mode ON , setting default");
 const LogLine kAirplaneOff = Information(kWatcher, L"Airplane mode is OFF");
-const LogLine kCheckFailed = Error(kWatcher, L"CheckEthernetConnectionStatusEx failed");
+const LogLine kWatcherCheckFailed = Error(kWatcher, L"CheckEthernetConnectionStatusEx failed");
 const LogLine kCreateFailed = Error(kWatcher, L"CreateEvent (AirPlaneWatcherEvent) failed with error 5");
 const LogLine kRemembersTrue = Information(kWatcher, L"Previous WLAN Power Status in registry = True");
 const LogLine kSetsOn = Information(kWatcher, L"Setting SetWlanPowerStatusInRegistry with value = 1");
@@ -71,8 +71,8 @@ class WatcherTest : public CoreTest {
     /// The lines between the entry and those of the stop.
     [[nodiscard]] std::vector<LogLine> Lines() const {
         std::vector<LogLine> lines = log.Of(kWatcher);
-        EXPECT_EQ(lines.front(), kEntry);
-        EXPECT_EQ(lines.back(), kExit);
+        EXPECT_EQ(lines.front(), kWatcherEntry);
+        EXPECT_EQ(lines.back(), kWatcherExit);
         EXPECT_EQ(lines[lines.size() - 2], kStopped);
         return {lines.begin() + 1, lines.end() - 2};
     }
@@ -112,7 +112,7 @@ TEST_P(ChangeIn, IsFollowedAsTheSituationAsksAndStoresNothing) {
         expected.push_back(kAirplaneOn);
     }
     if (cable == Cable::kUnreadable) {
-        expected.push_back(kCheckFailed);
+        expected.push_back(kWatcherCheckFailed);
     }
     if (restores) {
         expected.push_back(kAirplaneOff);
@@ -164,7 +164,8 @@ TEST_F(WatcherTest, UnreadableAdaptersOfOneChangeLeaveTheNextOneAlone) {
     SetRadios(false);
     notebook.Fail(Call::GetAdaptersInfo, 1, ERROR_NOT_SUPPORTED);
     Run({nothing, nothing});
-    EXPECT_THAT(Lines(), ElementsAre(kChange, kCheckFailed, kChange, kAirplaneOff, kRemembersTrue, kSetsOn));
+    EXPECT_THAT(Lines(),
+                ElementsAre(kChange, kWatcherCheckFailed, kChange, kAirplaneOff, kRemembersTrue, kSetsOn));
 }
 
 TEST_F(WatcherTest, MissingAirplaneValueMeansOffAndComparingLeavesNoLine) {
@@ -313,7 +314,8 @@ TEST_F(WatcherTest, StopDuringAChangeEndsTheLoopWithoutItsLine) {
     SetRadios(false);
     notebook.Before(Call::WlanSetInterface, 1, [this] { state.running = false; });
     EXPECT_EQ(RunWithWaits([] { return DWORD{WAIT_OBJECT_0}; }), 1);
-    EXPECT_THAT(log.Of(kWatcher), ElementsAre(kEntry, kChange, kAirplaneOff, kRemembersTrue, kSetsOn, kExit));
+    EXPECT_THAT(log.Of(kWatcher),
+                ElementsAre(kWatcherEntry, kChange, kAirplaneOff, kRemembersTrue, kSetsOn, kWatcherExit));
 }
 
 TEST_F(WatcherTest, StopSignalThatTheArmingResetsIsNotWaitedForAgain) {
@@ -358,7 +360,7 @@ TEST_F(WatcherTest, WithoutTheKeyTheWatcherEndsWithTheServiceAndDoesNotBeginWith
         state.running = passes > 0;
         AirplaneModeWatcher(state);
         EXPECT_EQ(opens.Calls(), passes);
-        EXPECT_THAT(log.Of(kWatcher), ElementsAre(kEntry, kExit));
+        EXPECT_THAT(log.Of(kWatcher), ElementsAre(kWatcherEntry, kWatcherExit));
         EXPECT_FALSE(state.airplaneWatcherEvent);
     }
 }
@@ -490,7 +492,7 @@ TEST_F(LiveWatcherTest, WaitsWithoutSpinningUntilTheStopEndsItWithOneLine) {
     Rig::Real<&::Sleep>(kAWhile);
     EXPECT_EQ(m_armed, 1);
     StopWatcher();
-    EXPECT_THAT(log.Of(kWatcher), ElementsAre(kEntry, kStopped, kExit));
+    EXPECT_THAT(log.Of(kWatcher), ElementsAre(kWatcherEntry, kStopped, kWatcherExit));
 }
 
 TEST_F(LiveWatcherTest, EveryChangeOfTheValueWakesItAgain) {

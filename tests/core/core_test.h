@@ -33,6 +33,8 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::SizeIs;
 
+constexpr DWORD kPollInterval = 1000;  ///< milliseconds, of a wait for a service
+
 /// What a radio was switched to, as "off" or "on", in order.
 using Switches = std::vector<std::string>;
 

@@ -14,17 +14,16 @@ namespace {
 using testing::HasSubstr;
 
 constexpr char kResume[] = "NLMUtils::SystemResumeHandler";
-constexpr DWORD kPollInterval = 1000;  // milliseconds, of a wait for a service
 constexpr int kMostPolls = 15;
 
 const LogLine kStartingWlan = Information(kResume, L"Service resume handler starting WLAN service..");
 const LogLine kWaitForWlan = Information(kResume, L"Wait for (WLAN AutoConfig) to start");
-const LogLine kWlanWaited = Information(kResume, L"WLAN AutoConfig wait completed");
-const LogLine kWaitForWwan = Information(kResume, L"Wait for (WWAN AutoConfig) to start");
-const LogLine kWwanWaited = Information(kResume, L"WWAN AutoConfig wait completed.");
+const LogLine kWlanWaitedAgain = Information(kResume, L"WLAN AutoConfig wait completed");
+const LogLine kWaitForWwanAgain = Information(kResume, L"Wait for (WWAN AutoConfig) to start");
+const LogLine kWwanWaitedAgain = Information(kResume, L"WWAN AutoConfig wait completed.");
 const LogLine kStartingWwan =
     Information(kResume, L"Obtained Signal Service resume handler starting WWAN service..");
-const LogLine kSwitchFailed = Error(kResume, L"SwitchWwanStatusWithRetry failed");
+const LogLine kWwanSwitchFailed = Error(kResume, L"SwitchWwanStatusWithRetry failed");
 
 class ResumeTest : public CoreTest {
   protected:
@@ -56,10 +55,10 @@ TEST_P(Resume, SwitchesAndWaitsAsTheSituationAsks) {
     const auto add = [&expected](bool applies, std::initializer_list<LogLine> lines) {
         expected.insert(expected.end(), lines.begin(), applies ? lines.end() : lines.begin());
     };
-    add(!isCableIn && wlanEnabled, {kStartingWlan, kWaitForWlan, kWlanWaited});
-    add(wwanEnabled && hasModem, {kWaitForWwan, kWwanWaited});
+    add(!isCableIn && wlanEnabled, {kStartingWlan, kWaitForWlan, kWlanWaitedAgain});
+    add(wwanEnabled && hasModem, {kWaitForWwanAgain, kWwanWaitedAgain});
     add(!isCableIn && wwanEnabled, {kStartingWwan});
-    add(isCableIn && wwanEnabled && !hasModem, {kSwitchFailed});
+    add(isCableIn && wwanEnabled && !hasModem, {kWwanSwitchFailed});
     expected.push_back(TraceOut(kResume, L"Return = 1"));
     EXPECT_EQ(log.Of(kResume), expected);
 
@@ -111,7 +110,7 @@ TEST_F(ResumeTest, ServiceThatIsLateOrAbsentCostsALineAndTheRadioIsTriedAllTheSa
         }
         EXPECT_TRUE(NLMUtils::SystemResumeHandler());
         EXPECT_THAT(LinesOf(kResume), Contains(Error(kResume, missing.failure)));
-        EXPECT_THAT(LinesOf(kResume), Contains(isWlan ? kWlanWaited : kWwanWaited));
+        EXPECT_THAT(LinesOf(kResume), Contains(isWlan ? kWlanWaitedAgain : kWwanWaitedAgain));
         const int polls = missing.isInstalled ? kMostPolls : 1;
         EXPECT_EQ(Opens(isWlan ? "WlanSvc" : "WwanSvc"), polls);
         EXPECT_THAT(machine.clock.SleepsAndWaits(), Contains(kPollInterval).Times(polls));
@@ -172,8 +171,8 @@ TEST_F(ResumeTest, WithCableAndStubbornModemTheFailureIsLoggedAfterSixAttempts) 
     Set(true, true);
     MakeRadiosStubborn();
     EXPECT_TRUE(NLMUtils::SystemResumeHandler());
-    EXPECT_THAT(LinesOf(kResume), ElementsAre(Information(kResume, L"Ethernet Status = 1"), kWaitForWwan,
-                                              kWwanWaited, kSwitchFailed));
+    EXPECT_THAT(LinesOf(kResume), ElementsAre(Information(kResume, L"Ethernet Status = 1"), kWaitForWwanAgain,
+                                              kWwanWaitedAgain, kWwanSwitchFailed));
     EXPECT_EQ(
         log.Count(TraceIn("ServiceUtils::SwitchWwanStatus", L"OnOffValue = 0, bCheckAirplaneStatus = 1")), 6);
 }

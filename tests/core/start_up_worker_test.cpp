@@ -302,7 +302,6 @@ TEST_F(StartUpWorkerTest, IsTimedBehindItsExitLineOrWithoutOneWhereItGivesUp) {
 // --- Services that are late or absent, subscriptions that fail -------------------------------------
 
 constexpr char kWait[] = "Utils::WaitforServiceToStartRunning";
-constexpr DWORD kPollInterval = 1000;  // milliseconds
 
 TEST_F(StartUpWorkerTest, ServiceThatIsLateOrAbsentIsWaitedForAndTheStartGoesOn) {
     struct Awaited {

@@ -354,15 +354,15 @@ class NotificationIn : public NotificationTest,
     const std::wstring remembered = isFoundOn ? L"False" : L"True";
 };
 
-constexpr wchar_t kCheckFailed[] = L"CheckEthernetConnectionStatusEx failed";
-constexpr wchar_t kSwitchFailed[] = L"SwitchWlanStatus(false) failed";
+constexpr wchar_t kCheckFailedText[] = L"CheckEthernetConnectionStatusEx failed";
+constexpr wchar_t kSwitchFailedText[] = L"SwitchWlanStatus(false) failed";
 const std::wstring kEthernet = L"Ethernet connection status = ";
 
 /// Airplane mode only forbids switching on, and a cable event makes no difference.
 TEST_P(NotificationIn, OfANetworkRemembersARadioThatIsOnOrSwitchesItOffBesideTheCable) {
     std::vector<std::wstring> lines{kEthernet + (isCableIn ? L"1" : L"0")};
     if (cable == Cable::kUnreadable) {
-        lines = {kCheckFailed};
+        lines = {kCheckFailedText};
     } else if (isCableIn) {
         lines.insert(lines.end(),
                      {L"Ethernet is connected", isEnabled ? L"LAN-WLAN Auto Switching Status = 1"
@@ -378,7 +378,7 @@ TEST_P(NotificationIn, OfANetworkRemembersARadioThatIsOnOrSwitchesItOffBesideThe
     }
     const bool switches = isCableIn && isEnabled;
     if (switches && radio == Radio::kRefusing) {
-        lines.emplace_back(kSwitchFailed);
+        lines.emplace_back(kSwitchFailedText);
     }
     NotifyNetworkAvailable();
     ExpectLines(kAvailable, lines);
@@ -398,14 +398,14 @@ TEST_P(NotificationIn, OfARadioChangeIsTheUsersChoiceOrUndoneBesideTheCable) {
             std::to_wstring(isFoundOn));
     }
     if (switches && radio == Radio::kRefusing) {
-        lines.emplace_back(kSwitchFailed);
+        lines.emplace_back(kSwitchFailedText);
     }
     if (inAirplaneMode) {
         lines.emplace_back(isFoundOn ? L"Changing WiFi Status (string) to True "
                                      : L"Changing WiFi Status (string) to False ");
     }
     if (cable == Cable::kUnreadable) {
-        lines = {kCheckFailed};
+        lines = {kCheckFailedText};
     }
     NotifyRadioChange();
     ExpectLines(kRadioChange, lines);

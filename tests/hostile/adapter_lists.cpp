@@ -20,7 +20,7 @@ namespace {
 
 using Rig::ScopedImport;
 
-constexpr wchar_t kId[] = L"{6B29FC40-CA47-1067-B31D-00DD010662DA}";
+constexpr wchar_t kAdapterId[] = L"{6B29FC40-CA47-1067-B31D-00DD010662DA}";
 
 /// Where a record's link leads: to the record of that number, or elsewhere.
 constexpr int kEnd = -1;
@@ -52,7 +52,7 @@ void Fill(char (&field)[Size], const std::string& text) {
 }
 
 /// The answers of one of the two functions.
-struct Answers {
+struct MachineAnswers {
     std::vector<Record> records;
     ULONG missing = 0;            ///< bytes of the last record that the block lacks
     std::uint32_t overflows = 0;  ///< so many calls ask for another size before it is enough
@@ -65,8 +65,8 @@ struct Answers {
 };
 
 template <class Entry>
-Answers Draw(Random& random) {
-    Answers answers;
+MachineAnswers Draw(Random& random) {
+    MachineAnswers answers;
     answers.records.resize(random.Below(7));
     const int count = static_cast<int>(answers.records.size());
     for (int i = 0; i < count; ++i) {
@@ -103,9 +103,9 @@ Answers Draw(Random& random) {
     return answers;
 }
 
-/// Answers a call: `*bytes` is the room that the caller has made for the list.
+/// MachineAnswers a call: `*bytes` is the room that the caller has made for the list.
 template <class Entry, class List, class Describe>
-ULONG Answer(Answers& answers, List* list, ULONG* bytes, Describe describe) {
+ULONG Answer(MachineAnswers& answers, List* list, ULONG* bytes, Describe describe) {
     const ULONG needed = static_cast<ULONG>(answers.records.size() * sizeof(Entry)) - answers.missing;
     answers.lastAnswer = answers.error;
     if (answers.calls++ < answers.overflows || *bytes < needed) {
@@ -134,7 +134,7 @@ ULONG Answer(Answers& answers, List* list, ULONG* bytes, Describe describe) {
 
 /// The records that can be come to, in their order: a broken link ends the list.
 template <class Entry>
-std::vector<const Record*> Reachable(const Answers& answers) {
+std::vector<const Record*> Reachable(const MachineAnswers& answers) {
     std::vector<const Record*> found;
     const auto whole =
         static_cast<int>((answers.records.size() * sizeof(Entry) - answers.missing) / sizeof(Entry));
@@ -198,13 +198,13 @@ class AdapterLists final : public Kind {
 
     void TryConnection() {
         unsigned char isEthernet = 0;
-        NLMUtils::PrintAdapterInfo(kId, &isEthernet);
+        NLMUtils::PrintAdapterInfo(kAdapterId, &isEthernet);
         const bool isRead = !m_allocations.empty() && m_allocations.front() && m_allocations.size() <= 3 &&
                             m_allocations.back() && m_answers.lastAnswer == ERROR_SUCCESS;
         if (!isRead || m_answers.linksAreKnown) {
             const std::vector<const Record*> records =
                 isRead ? Reachable<AddressEntry>(m_answers) : std::vector<const Record*>();
-            const std::wstring id = kId;
+            const std::wstring id = kAdapterId;
             const bool expected = std::ranges::any_of(records, [&id](const Record* record) {
                 const std::string name = record->name.substr(0, 63).c_str();
                 return record->type == 6 && std::wstring(name.begin(), name.end()) == id;
@@ -255,7 +255,7 @@ class AdapterLists final : public Kind {
         }
     }
 
-    Answers m_answers;
+    MachineAnswers m_answers;
     GuardedRoom m_room;
     std::vector<bool> m_allocations;  ///< whether each was given
     std::size_t m_failingAllocation = 0;

@@ -17,10 +17,10 @@
 namespace HostileBytes {
 namespace {
 
-constexpr wchar_t kId[] = L"{6B29FC40-CA47-1067-B31D-00DD010662DA}";
+constexpr wchar_t kInterfaceId[] = L"{6B29FC40-CA47-1067-B31D-00DD010662DA}";
 
 /// The answers of the Mobile Broadband API.
-struct Answers {
+struct ModemAnswers {
     HRESULT result = S_OK;
     std::uint32_t state = 0;
     bool isRadioThere = true;
@@ -45,7 +45,7 @@ class Lent : public Interfaces... {
 /// A modem: the interface and its radio are one object.
 class Modem final : public Lent<IMbnInterface, IMbnRadio> {
   public:
-    explicit Modem(Answers& answers) : m_answers(answers) {}
+    explicit Modem(ModemAnswers& answers) : m_answers(answers) {}
 
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) override {
         *object = nullptr;
@@ -89,12 +89,12 @@ class Modem final : public Lent<IMbnInterface, IMbnRadio> {
     NOTEBOOK_NOT_NEEDED(GetConnection(IMbnConnection**));
 
   private:
-    Answers& m_answers;
+    ModemAnswers& m_answers;
 };
 
 class Manager final : public Lent<IMbnInterfaceManager> {
   public:
-    Manager(Answers& answers, Modem& modem) : m_answers(answers), m_modem(modem) {}
+    Manager(ModemAnswers& answers, Modem& modem) : m_answers(answers), m_modem(modem) {}
 
     NOTEBOOK_NOT_NEEDED(QueryInterface(REFIID, void**));
     HRESULT STDMETHODCALLTYPE GetInterface(LPCWSTR, IMbnInterface** adapter) override {
@@ -108,7 +108,7 @@ class Manager final : public Lent<IMbnInterfaceManager> {
     }
 
   private:
-    Answers& m_answers;
+    ModemAnswers& m_answers;
     Modem& m_modem;
 };
 
@@ -166,7 +166,7 @@ class ModemRecords final : public Kind {
     }
 
     void TryList(Random& random) {
-        const Bytes text = Damaged(random, BytesOfText(kId));
+        const Bytes text = Damaged(random, BytesOfText(kInterfaceId));
         if (!random.OneIn(8)) {
             const std::size_t end = random.OneIn(2) ? sizeof(wchar_t) : 0;
             m_answers.text =
@@ -222,7 +222,7 @@ class ModemRecords final : public Kind {
     }
 
     RadioWorld m_world;
-    Answers m_answers;
+    ModemAnswers m_answers;
     Modem m_modem{m_answers};
     Manager m_manager{m_answers, m_modem};
 };

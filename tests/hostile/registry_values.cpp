@@ -42,9 +42,9 @@ struct Value {
     }
 };
 
-constexpr const wchar_t* kTexts[] = {L"True",    L"False",       L"true",        L"",        L"Error",
-                                     L"TraceIn", L"diag",        L"Never",       L"warning", L"FILE",
-                                     L"none",    L"Event,Debug", L"xconsolefile"};
+constexpr const wchar_t* kChoices[] = {L"True",    L"False",       L"true",        L"",        L"Error",
+                                       L"TraceIn", L"diag",        L"Never",       L"warning", L"FILE",
+                                       L"none",    L"Event,Debug", L"xconsolefile"};
 constexpr const wchar_t* kLevels[] = {L"tracein", L"traceout", L"verbose", L"information",
                                       L"warning", L"error",    L"diag"};
 
@@ -65,7 +65,7 @@ Value Draw(Random& random) {
         const DWORD number = random.Number();
         value = {ERROR_SUCCESS, REG_DWORD, BytesOf(number)};
     } else {
-        value = {ERROR_SUCCESS, REG_SZ, BytesOfText(random.Of(kTexts))};
+        value = {ERROR_SUCCESS, REG_SZ, BytesOfText(random.Of(kChoices))};
         if (random.OneIn(6)) {
             // Around the lengths that the readers have room for.
             std::wstring text(random.Of<std::size_t>({63, 64, 127, 128, 1023, 1024}), L' ');

@@ -17,7 +17,7 @@ namespace {
 
 using Rig::Call;
 
-constexpr const wchar_t* kTexts[] = {L"Enable", L"*Enable", L"*", L"", L"Disable", L" *", L"%s%n%s"};
+constexpr const wchar_t* kStates[] = {L"Enable", L"*Enable", L"*", L"", L"Disable", L" *", L"%s%n%s"};
 /// What holds a number in the value itself, and what holds none.
 constexpr VARTYPE kNumbers[] = {VT_I1,   VT_UI1, VT_I2, VT_UI2, VT_I4,   VT_UI4,  VT_I8,    VT_UI8,    VT_INT,
                                 VT_UINT, VT_R4,  VT_R8, VT_CY,  VT_DATE, VT_BOOL, VT_ERROR, VT_DECIMAL};
@@ -25,7 +25,7 @@ constexpr VARTYPE kNumbers[] = {VT_I1,   VT_UI1, VT_I2, VT_UI2, VT_I4,   VT_UI4,
 LONG someNumber = 0;
 BSTR someText = nullptr;
 
-VARIANT Draw(Random& random) {
+VARIANT DrawVariant(Random& random) {
     VARIANT value{};
     switch (random.Below(8)) {
         case 0:
@@ -56,7 +56,7 @@ VARIANT Draw(Random& random) {
             value.vt = random.Of(kNumbers);
             break;
         default: {
-            Bytes bytes = Damaged(random, BytesOfText(random.Of(kTexts)));
+            Bytes bytes = Damaged(random, BytesOfText(random.Of(kStates)));
             if (random.OneIn(2) && bytes.size() >= sizeof(wchar_t)) {
                 bytes.resize(bytes.size() - sizeof(wchar_t));
             }
@@ -135,7 +135,7 @@ class WmiValues final : public Kind {
         if (random.OneIn(8)) {
             return std::nullopt;
         }
-        VARIANT value = Draw(random);
+        VARIANT value = DrawVariant(random);
         const std::optional<std::wstring> text = TextOfValue(value);
         m_notebook.SetSetting(name, value);
         return text;

@@ -21,20 +21,20 @@ constexpr char kCheck[] = "NLMEventHandler::CheckEthernetConnectionStatus";
 constexpr char kCheckEx[] = "NLMEventHandler::CheckEthernetConnectionStatusEx";
 constexpr ULONG kOneRecord = 704;
 /// What the caller's variables hold before a check, to see whether they were written.
-constexpr int kUntouched = -77;
+constexpr int kNotWritten = -77;
 
 /// Answer of a check.
 struct Outcome {
-    int result = kUntouched;
-    int status = kUntouched;
-    int noAddress = kUntouched;
+    int result = kNotWritten;
+    int status = kNotWritten;
+    int noAddress = kNotWritten;
 
     friend bool operator==(const Outcome&, const Outcome&) = default;
 };
-constexpr Outcome kIsIn{1, 1, kUntouched};
-constexpr Outcome kIsOut{1, 0, kUntouched};
+constexpr Outcome kIsIn{1, 1, kNotWritten};
+constexpr Outcome kIsOut{1, 0, kNotWritten};
 constexpr Outcome kAwaitsAddress{1, 0, 1};
-constexpr Outcome kCannotTell{0, kUntouched, kUntouched};
+constexpr Outcome kCannotTell{0, kNotWritten, kNotWritten};
 
 void PrintTo(const Outcome& outcome, std::ostream* out) {
     *out << "result " << outcome.result << ", status " << outcome.status << ", no address "
@@ -338,22 +338,22 @@ TEST_F(CableCheckTest, BufferThatVanishedIsReported) {
         ReleaseAdapterList();
         return ERROR_SUCCESS;
     });
-    int status = kUntouched;
+    int status = kNotWritten;
 
     EXPECT_EQ(NLMEventHandler::CheckEthernetConnectionStatus(&status, nullptr), 0);
 
-    EXPECT_EQ(status, kUntouched);
+    EXPECT_EQ(status, kNotWritten);
     ExpectError(kCheck, L"PIP_ADAPTER_INFO is NULL!!", L"Ethernet Status = 0");
 }
 
 TEST_F(CableCheckTest, ExceptionIsLoggedAndLeavesStatusAlone) {
-    int status = kUntouched;
+    int status = kNotWritten;
     // Its own entry line, three of the read, then the first one of the walk.
     const Rig::ThrowFromLogLine throwing{5, std::runtime_error("no more log")};
 
     EXPECT_EQ(NLMEventHandler::CheckEthernetConnectionStatus(&status, nullptr), 0);
 
-    EXPECT_EQ(status, kUntouched);
+    EXPECT_EQ(status, kNotWritten);
     ExpectError(kCheck, L"Exception in CheckEthernetConnectionStatus()", L"Ethernet Status = 0");
 }
 

@@ -23,7 +23,7 @@ struct Completion {
     DWORD thread = 0;
 };
 
-class Sink final : public IMbnRadioEvents {
+class RadioSink final : public IMbnRadioEvents {
   public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void** object) override {
         *object = static_cast<IMbnRadioEvents*>(this);
@@ -93,7 +93,7 @@ class MobileBroadbandTest : public NotebookTest {
     }
     ComPtr<IMbnInterfaceManager> m_manager;
     ComPtr<IConnectionPoint> m_point;
-    Sink m_sink;
+    RadioSink m_sink;
     DWORD m_cookie = 0;
 };
 

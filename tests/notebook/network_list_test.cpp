@@ -18,7 +18,7 @@ namespace {
 using testing::ElementsAre;
 
 /// Notes what it is told; counts its references as badly as a sink may.
-class Sink final : public INetworkConnectionEvents {
+class NetworkSink final : public INetworkConnectionEvents {
   public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
         *object =
@@ -95,7 +95,7 @@ class NetworkListTest : public NotebookTest {
 };
 
 TEST_F(NetworkListTest, PlugAndUnplugReachTheSinkInOrderOnAnotherThread) {
-    Sink sink;
+    NetworkSink sink;
     const ComPtr<IConnectionPoint> point = Point();
     DWORD cookie = 0;
     ASSERT_EQ(S_OK, point->Advise(&sink, &cookie));
@@ -113,7 +113,7 @@ TEST_F(NetworkListTest, PlugAndUnplugReachTheSinkInOrderOnAnotherThread) {
 }
 
 TEST_F(NetworkListTest, SinkIsReleasedOnlyWhenTheCallInProgressHasEnded) {
-    Sink sink;
+    NetworkSink sink;
     sink.sleepMs = 100;
     const ComPtr<IConnectionPoint> point = Point();
     DWORD cookie = 0;
@@ -130,7 +130,7 @@ TEST_F(NetworkListTest, SinkIsReleasedOnlyWhenTheCallInProgressHasEnded) {
 }
 
 TEST_F(NetworkListTest, SinksGoWithTheApartmentWhichNoDeliveryKeepsAlive) {
-    Sink sink;
+    NetworkSink sink;
     const ComPtr<IConnectionPoint> point = Point();
     DWORD cookie = 0;
     point->Advise(&sink, &cookie);
@@ -150,7 +150,7 @@ TEST_F(NetworkListTest, SinksGoWithTheApartmentWhichNoDeliveryKeepsAlive) {
 }
 
 TEST_F(NetworkListTest, SinkOfAnEndedProcessIsLetGoOf) {
-    Sink sink;
+    NetworkSink sink;
     sink.answer = HRESULT_FROM_WIN32(RPC_S_SERVER_UNAVAILABLE);
     DWORD cookie = 0;
     Point()->Advise(&sink, &cookie);
@@ -161,7 +161,7 @@ TEST_F(NetworkListTest, SinkOfAnEndedProcessIsLetGoOf) {
 }
 
 TEST_F(NetworkListTest, WhatAnEarlierRunHeldIsNotInTheLedger) {
-    Sink sink;
+    NetworkSink sink;
     const ComPtr<IConnectionPoint> point = Point();
     DWORD cookie = 0;
     point->Advise(&sink, &cookie);

@@ -15,7 +15,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr char kSwitch[] = "ServiceUtils::SwitchWlanStatus";
+constexpr char kWlanSwitch[] = "ServiceUtils::SwitchWlanStatus";
 constexpr char kRetry[] = "ServiceUtils::SwitchWlanStatusWithRetry";
 constexpr char kStart[] = "ServiceUtils::StartWLANService";
 constexpr char kStop[] = "ServiceUtils::StopWLANService";
@@ -79,7 +79,7 @@ class EitherRadioTest : public WwanTest, public testing::WithParamInterface<Kind
     /// How many switches were begun.
     [[nodiscard]] int Switches(const wchar_t* arguments) const {
         return static_cast<int>(
-            std::ranges::count(LinesOf(kSwitch), TraceIn(InItsWords(kSwitch), arguments)));
+            std::ranges::count(LinesOf(kWlanSwitch), TraceIn(InItsWords(kWlanSwitch), arguments)));
     }
 
     void Remember(const Rig::RegistryValue& value) const {
@@ -179,13 +179,13 @@ TEST_P(EitherRadioTest, RadioInTheWantedStateIsOnlyAsked) {
         EXPECT_TRUE(GetParam().switchOnce(on ? kRadioOn : kRadioOff, kIgnoreAirplaneMode));
         EXPECT_THAT(m_notebook.Calls(), ElementsAreArray(asking));
         const std::wstring status = on ? L"1" : L"0";
-        EXPECT_EQ(
-            LinesOf(kSwitch),
-            InItsWords({TraceIn(kSwitch, L"OnOffValue = " + status + L", bCheckAirplaneStatus = 0"),
-                        Information(kSwitch, (IsWlan() ? L"Current WLAN Status : " : L"Current Status : ") +
-                                                 status + L", To Change Status = " + status),
-                        Information(kSwitch, L"No change in WLAN Status Needed."),
-                        TraceOut(kSwitch, L"WLAN switching Status = 1")}));
+        EXPECT_EQ(LinesOf(kWlanSwitch),
+                  InItsWords({TraceIn(kWlanSwitch, L"OnOffValue = " + status + L", bCheckAirplaneStatus = 0"),
+                              Information(kWlanSwitch,
+                                          (IsWlan() ? L"Current WLAN Status : " : L"Current Status : ") +
+                                              status + L", To Change Status = " + status),
+                              Information(kWlanSwitch, L"No change in WLAN Status Needed."),
+                              TraceOut(kWlanSwitch, L"WLAN switching Status = 1")}));
     }
 }
 
@@ -202,10 +202,10 @@ TEST_P(EitherRadioTest, SwitchingOnIsRefusedInAirplaneMode) {
     SetRadio(false);
     EXPECT_FALSE(GetParam().switchOnce(kRadioOn, kRespectAirplaneMode));
     EXPECT_THAT(m_notebook.Calls(), IsEmpty());
-    EXPECT_EQ(LinesOf(kSwitch),
-              InItsWords({TraceIn(kSwitch, L"OnOffValue = 1, bCheckAirplaneStatus = 1"),
-                          Information(kSwitch, L"SwitchWlanStatus not needed for New status = 1"),
-                          TraceOut(kSwitch, L"WLAN switching Status = 0")}));
+    EXPECT_EQ(LinesOf(kWlanSwitch),
+              InItsWords({TraceIn(kWlanSwitch, L"OnOffValue = 1, bCheckAirplaneStatus = 1"),
+                          Information(kWlanSwitch, L"SwitchWlanStatus not needed for New status = 1"),
+                          TraceOut(kWlanSwitch, L"WLAN switching Status = 0")}));
 }
 
 TEST_P(EitherRadioTest, AirplaneModeIsAskedForEverySwitchAndKeepsNoOtherBack) {

@@ -6,10 +6,10 @@ namespace RadioTests {
 namespace {
 
 constexpr char kGet[] = "ServiceUtils::GetRadioInterface";
-constexpr char kCheck[] = "ServiceUtils::CheckWwanStatus";
+constexpr char kWwanCheck[] = "ServiceUtils::CheckWwanStatus";
 
-constexpr wchar_t kTryFailed[] = L"GetInterface failed in try %d with !err is 0x";
-constexpr wchar_t kGivenUp[] = L"GetInterface failed with error: HRESULT : 0x";
+constexpr wchar_t kQueryTryFailed[] = L"GetInterface failed in try %d with !err is 0x";
+constexpr wchar_t kQueryGivenUp[] = L"GetInterface failed with error: HRESULT : 0x";
 
 class WwanRadioInterfaceTest : public WwanTest {
   protected:
@@ -35,7 +35,7 @@ TEST_F(WwanRadioInterfaceTest, ManagerThatFailsForAWhileIsAskedAgain) {
         m_notebook.Fail(Call::MbnInterfaceManagerGetInterface, call, E_PENDING);
     }
     EXPECT_TRUE(GetRadioInterface(&m_radio));
-    EXPECT_EQ(m_machine.log.From(kWarning), FailedTries(kGet, 4, kTryFailed, L"8000000A"));
+    EXPECT_EQ(m_machine.log.From(kWarning), FailedTries(kGet, 4, kQueryTryFailed, L"8000000A"));
     EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(50, 50, 50, 50, 50));
 }
 
@@ -47,9 +47,9 @@ TEST_F(WwanRadioInterfaceTest, CallThatFailsOrGivesNothingGivesNoRadio) {
     };
     for (const Case& broken :
          {Case{Call::MbnInterfaceManagerGetInterface, E_FAIL,
-               FailedTries(kGet, 5, kTryFailed, L"80004005", kGivenUp)},
+               FailedTries(kGet, 5, kQueryTryFailed, L"80004005", kQueryGivenUp)},
           Case{Call::MbnInterfaceManagerGetInterface, S_OK,
-               FailedTries(kGet, 5, kTryFailed, L"80004003", kGivenUp)},
+               FailedTries(kGet, 5, kQueryTryFailed, L"80004003", kQueryGivenUp)},
           Case{Call::MbnInterfaceQueryInterface,
                E_ACCESSDENIED,
                {Error(kGet, L"QueryInterface failed with error: HRESULT : 0x80070005")}},
@@ -95,10 +95,10 @@ TEST_F(WwanQueryTest, RadioIsOnOnlyInThatState) {
         m_machine.clock.ForgetRecords();
         EXPECT_EQ(CheckWwanStatus(), state == 1);
         EXPECT_THAT(m_machine.log.Lines(),
-                    ElementsAre(TraceIn(kCheck), TraceIn(kGet), TraceOut(kGet),
-                                Information(kCheck, state == 1 ? L"Current WWAN status : ON"
-                                                               : L"Current WWAN status : OFF"),
-                                TraceOut(kCheck, state == 1 ? L"WWAN Status = 1" : L"WWAN Status = 0")));
+                    ElementsAre(TraceIn(kWwanCheck), TraceIn(kGet), TraceOut(kGet),
+                                Information(kWwanCheck, state == 1 ? L"Current WWAN status : ON"
+                                                                   : L"Current WWAN status : OFF"),
+                                TraceOut(kWwanCheck, state == 1 ? L"WWAN Status = 1" : L"WWAN Status = 0")));
         EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(50));
         EXPECT_EQ(References(), 0);
     }
@@ -120,8 +120,8 @@ TEST_F(WwanQueryTest, RadioThatCannotBeReachedOrAskedReadsAsOff) {
         m_notebook.FailEach(call, E_FAIL);
         EXPECT_FALSE(CheckWwanStatus());
         m_notebook.AtEach(call, nullptr);
-        EXPECT_THAT(m_machine.log.Of(kCheck),
-                    ElementsAre(TraceIn(kCheck), Error(kCheck, line), TraceOut(kCheck, L"WWAN Status = 0")));
+        EXPECT_THAT(m_machine.log.Of(kWwanCheck), ElementsAre(TraceIn(kWwanCheck), Error(kWwanCheck, line),
+                                                              TraceOut(kWwanCheck, L"WWAN Status = 0")));
         EXPECT_EQ(References(), 0);
     }
 }

@@ -14,51 +14,52 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr char kSwitch[] = "ServiceUtils::SwitchWwanStatus";
+constexpr char kWwanSwitch[] = "ServiceUtils::SwitchWwanStatus";
 constexpr wchar_t kRequestFailed[] = L"SetSoftwareRadioState failed with error in retry %d: HRESULT : 0x";
 constexpr wchar_t kRequestGivenUp[] = L"SetSoftwareRadioState failed with error : HRESULT : 0x";
 
 // Lines of a switch off.
 
 LogLine Requested(int requestId) {
-    return Information(kSwitch,
+    return Information(kWwanSwitch,
                        L"SetSoftwareRadioState Radio State = 0, Request ID = " + std::to_wstring(requestId));
 }
 LogLine Waited(int outcome) {
     return Information(
-        kSwitch, L"WaitForSingleObject returned = " + std::to_wstring(outcome) + L" , bOnOffStatus = 0");
+        kWwanSwitch, L"WaitForSingleObject returned = " + std::to_wstring(outcome) + L" , bOnOffStatus = 0");
 }
 LogLine LastRadioSays(int state, int iteration) {
-    return Information(kSwitch, L"New SoftwareRadioState = " + std::to_wstring(state) + L" in iteration " +
-                                    std::to_wstring(iteration));
+    return Information(kWwanSwitch, L"New SoftwareRadioState = " + std::to_wstring(state) +
+                                        L" in iteration " + std::to_wstring(iteration));
 }
 LogLine FreshLookSays(int status) {
-    return Information(kSwitch, L"Got new WWAN Status = " + std::to_wstring(status) + L" , bOnOffStatus = 0");
+    return Information(kWwanSwitch,
+                       L"Got new WWAN Status = " + std::to_wstring(status) + L" , bOnOffStatus = 0");
 }
 LogLine Retrying(int iteration) {
-    return Information(kSwitch, L"Retrying SetSoftwareRadioState = " + std::to_wstring(iteration));
+    return Information(kWwanSwitch, L"Retrying SetSoftwareRadioState = " + std::to_wstring(iteration));
 }
 const LogLine kMatch =
-    Information(kSwitch, L"NewSoftwareRadioState and expected radio states match. Exiting.. ");
+    Information(kWwanSwitch, L"NewSoftwareRadioState and expected radio states match. Exiting.. ");
 const LogLine kFollowedAnyway =
-    Information(kSwitch, L"New Radio State is Set after timeout. So exiting from loop");
+    Information(kWwanSwitch, L"New Radio State is Set after timeout. So exiting from loop");
 
 class WwanSwitchTest : public WwanTest {
   protected:
     static bool SwitchOn() { return SwitchWwanStatus(kRadioOn, kIgnoreAirplaneMode); }
     static bool SwitchOff() { return SwitchWwanStatus(kRadioOff, kIgnoreAirplaneMode); }
 
-    [[nodiscard]] std::vector<LogLine> Lines() const { return m_machine.log.Of(kSwitch); }
+    [[nodiscard]] std::vector<LogLine> Lines() const { return m_machine.log.Of(kWwanSwitch); }
 
     /// All lines of a switch off whose radio was on.
     [[nodiscard]] static std::vector<LogLine> SwitchOffLines(const std::vector<LogLine>& special,
                                                              bool result = true) {
-        std::vector<LogLine> lines{TraceIn(kSwitch, L"OnOffValue = 0, bCheckAirplaneStatus = 0"),
-                                   Information(kSwitch, L"Current Status : 1, To Change Status = 0"),
-                                   Information(kSwitch, L"Change to softwareRadioState : 0")};
+        std::vector<LogLine> lines{TraceIn(kWwanSwitch, L"OnOffValue = 0, bCheckAirplaneStatus = 0"),
+                                   Information(kWwanSwitch, L"Current Status : 1, To Change Status = 0"),
+                                   Information(kWwanSwitch, L"Change to softwareRadioState : 0")};
         lines.insert(lines.end(), special.begin(), special.end());
         lines.push_back(
-            TraceOut(kSwitch, result ? L"WWAN switching Status = 1" : L"WWAN switching Status = 0"));
+            TraceOut(kWwanSwitch, result ? L"WWAN switching Status = 1" : L"WWAN switching Status = 0"));
         return lines;
     }
 };
@@ -107,7 +108,7 @@ TEST_F(WwanSwitchTest, SwitchingOnAsksForOn) {
     Modem().software = 0;
     EXPECT_TRUE(SwitchOn());
     EXPECT_THAT(Sets(), ElementsAre("modem 1 to 1"));
-    EXPECT_THAT(Lines(), Contains(Information(kSwitch, L"Change to softwareRadioState : 1")));
+    EXPECT_THAT(Lines(), Contains(Information(kWwanSwitch, L"Change to softwareRadioState : 1")));
     EXPECT_FALSE(WwanState::offWithoutEthernet);
 }
 
@@ -216,8 +217,9 @@ TEST_F(WwanSwitchTest, OldCompletionDoesNotWakeANewSwitch) {
 TEST_F(WwanSwitchTest, EventThatCannotBeMadeEndsTheSwitch) {
     const ScopedResult<&::CreateEventW> fails{nullptr, ERROR_NO_SYSTEM_RESOURCES};
     EXPECT_FALSE(SwitchOff());
-    EXPECT_EQ(Lines(), SwitchOffLines(
-                           {Error(kSwitch, L"CreateEvent failed with error: HRESULT : 0x800705AA")}, false));
+    EXPECT_EQ(
+        Lines(),
+        SwitchOffLines({Error(kWwanSwitch, L"CreateEvent failed with error: HRESULT : 0x800705AA")}, false));
     EXPECT_THAT(Sets(), IsEmpty());
     EXPECT_FALSE(WwanState::NetworkChangedForSetRadio) << "else the sink would ignore the user";
 }
@@ -228,7 +230,7 @@ TEST_F(WwanSwitchTest, RadioThatCannotBeReachedEndsTheSwitch) {
         m_notebook.Fail(Call::MbnInterfaceManagerGetInterface, call, E_FAIL);
     }
     EXPECT_FALSE(SwitchOff());
-    EXPECT_EQ(Lines(), SwitchOffLines({Error(kSwitch, L"GetRadioInterface Failed")}, false));
+    EXPECT_EQ(Lines(), SwitchOffLines({Error(kWwanSwitch, L"GetRadioInterface Failed")}, false));
     EXPECT_FALSE(WwanState::NetworkChangedForSetRadio);
 }
 
@@ -236,7 +238,7 @@ TEST_F(WwanSwitchTest, RadioThatRefusesForAWhileIsAskedAgain) {
     Modem().refusalsLeft = 4;
     Modem().refuseError = static_cast<std::uint32_t>(E_PENDING);
     EXPECT_TRUE(SwitchOff());
-    EXPECT_EQ(m_machine.log.From(kWarning), FailedTries(kSwitch, 4, kRequestFailed, L"8000000A"));
+    EXPECT_EQ(m_machine.log.From(kWarning), FailedTries(kWwanSwitch, 4, kRequestFailed, L"8000000A"));
     EXPECT_THAT(m_machine.clock.Sleeps(), ElementsAre(50, 50, 100, 100, 100, 100, 100));
 }
 
@@ -248,7 +250,7 @@ TEST_F(WwanSwitchTest, RadioThatRefusesFiveTimesIsWaitedForAllTheSame) {
     });
     EXPECT_TRUE(SwitchOff());
     EXPECT_EQ(m_machine.log.From(kWarning),
-              FailedTries(kSwitch, 5, kRequestFailed, L"80004005", kRequestGivenUp));
+              FailedTries(kWwanSwitch, 5, kRequestFailed, L"80004005", kRequestGivenUp));
     EXPECT_THAT(Lines(), Contains(Requested(0)));
     EXPECT_THAT(m_machine.clock.SleepsAndWaits(), ElementsAre(50, 50, 100, 100, 100, 100, 100, 7000));
 }
@@ -260,7 +262,7 @@ TEST_F(WwanSwitchTest, RadioIsLookedAtAfreshUnlessItsCompletionShowsThatItFollow
         std::vector<LogLine> lines;
     };
     const auto cannotBeAsked = [](const std::wstring& error) {
-        return Error(kSwitch, L"get_SoftwareRadioState failed with error: HRESULT : 0x" + error);
+        return Error(kWwanSwitch, L"get_SoftwareRadioState failed with error: HRESULT : 0x" + error);
     };
     const std::vector<Course> courses{
         {"follows without a word",

@@ -7,7 +7,7 @@
 namespace ServiceTests {
 namespace {
 
-constexpr char kName[] = "Utils::GetBinaryVersion";
+constexpr char kGetBinaryVersion[] = "Utils::GetBinaryVersion";
 constexpr wchar_t kUnknown[] = L"0.0.0.0";
 constexpr DWORD kResourceBytes = 48;
 
@@ -22,7 +22,8 @@ class BinaryVersionTest : public testing::Test {
     void ExpectUnknown(const wchar_t* line) {
         log.Clear();
         EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
-        EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kName), Error(kName, line), TraceOut(kName)));
+        EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kGetBinaryVersion), Error(kGetBinaryVersion, line),
+                                             TraceOut(kGetBinaryVersion)));
         EXPECT_TRUE(ledger.Balanced());
     }
 
@@ -66,7 +67,7 @@ TEST_F(BinaryVersionTest, VersionIsReadFromTheRunningExecutable) {
     wchar_t own[MAX_PATH] = {};
     GetModuleFileNameW(nullptr, own, MAX_PATH);
     EXPECT_EQ(path, own);
-    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kName), TraceOut(kName)));
+    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kGetBinaryVersion), TraceOut(kGetBinaryVersion)));
     EXPECT_TRUE(ledger.Balanced());
 }
 
@@ -120,8 +121,9 @@ TEST(BinaryVersionTestOfThisExecutable, ExecutableWithoutVersionResourceHasNoVer
     const LogRecorder log;
     const Rig::Ledger ledger;
     EXPECT_EQ(Utils::GetBinaryVersion(), kUnknown);
-    EXPECT_THAT(log.From(kVerbose),
-                ElementsAre(Error(kName, L"GetFileVersionInfoSize Return Value  = 0 Error Code = ")));
+    EXPECT_THAT(
+        log.From(kVerbose),
+        ElementsAre(Error(kGetBinaryVersion, L"GetFileVersionInfoSize Return Value  = 0 Error Code = ")));
 }
 
 }  // namespace

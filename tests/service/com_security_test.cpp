@@ -21,19 +21,19 @@ namespace {
 using testing::Optional;
 using Bytes = std::vector<std::byte>;
 
-constexpr char kName[] = "InitializeSecurity";
+constexpr char kInitializeSecurity[] = "InitializeSecurity";
 constexpr int kCallers = 3;  // system, administrators, users
 using Calls = std::vector<std::string>;
 const Calls kWholeStep{"CoInitializeEx 2", "CoInitializeSecurity", "CoIncrementMTAUsage", "CoUninitialize"};
 
 LogLine Outcome(const std::wstring& result) {
-    return Information(kName, L"InitializeSecurity : HRESULT: " + result);
+    return Information(kInitializeSecurity, L"InitializeSecurity : HRESULT: " + result);
 }
 LogLine NotHeld(const std::wstring& error) {
-    return Error(kName, L"CoIncrementMTAUsage failed. Error: " + error +
-                            L". Events may stay away when the start has ended.");
+    return Error(kInitializeSecurity, L"CoIncrementMTAUsage failed. Error: " + error +
+                                          L". Events may stay away when the start has ended.");
 }
-const LogLine kNotSecured = Error(kName, L"CoInitializeSecurity failed. Error: 0x80004005");
+const LogLine kNotSecured = Error(kInitializeSecurity, L"CoInitializeSecurity failed. Error: 0x80004005");
 const LogLine kOutcome = Outcome(L"0x80004005");
 
 Bytes Copy(const void* data, std::size_t count) {
@@ -94,7 +94,7 @@ TEST_F(ComSecurityTest, FailedStepIsLoggedAndTheApartmentIsLeftInAnyCase) {
         Calls calls;
         std::vector<LogLine> lines;
     };
-    const LogLine tooLate = Error(kName, L"CoInitializeSecurity failed. Error: 0x80010119");
+    const LogLine tooLate = Error(kInitializeSecurity, L"CoInitializeSecurity failed. Error: 0x80010119");
     for (const Case& step :
          {Case{S_OK, RPC_E_TOO_LATE, S_OK, RPC_E_TOO_LATE, kWholeStep, {tooLate, Outcome(L"0x80010119")}},
           // An apartment that was entered before is no failure, and a failure is tried again.
@@ -104,7 +104,8 @@ TEST_F(ComSecurityTest, FailedStepIsLoggedAndTheApartmentIsLeftInAnyCase) {
                S_OK,
                RPC_E_CHANGED_MODE,
                {"CoInitializeEx 2", "CoIncrementMTAUsage", "CoUninitialize"},
-               {Error(kName, L"CoInitializeEx failed. Error: 0x80010106"), Outcome(L"0x80010106")}},
+               {Error(kInitializeSecurity, L"CoInitializeEx failed. Error: 0x80010106"),
+                Outcome(L"0x80010106")}},
           Case{S_OK,
                RPC_E_TOO_LATE,
                E_OUTOFMEMORY,
@@ -320,19 +321,19 @@ TEST_F(ComSecurityTest, ThreadsOwnTokenComesFirst) {
 }
 
 /// A call that fails, for a scope.
-using Failure = std::function<std::shared_ptr<void>()>;
+using Trouble = std::function<std::shared_ptr<void>()>;
 template <auto Function, class... Arguments>
-Failure Failing(Arguments... arguments) {
+Trouble Failing(Arguments... arguments) {
     return [=] { return std::make_shared<ScopedResult<Function>>(FALSE, arguments...); };
 }
 
 TEST_F(ComSecurityTest, WithoutOwnerOrGroupOnlyTheAccessListIsThere) {
-    const Failure noGroup = [] {
+    const Trouble noGroup = [] {
         return std::make_shared<ScopedImport<&::GetTokenInformation>>(
             [](HANDLE, TOKEN_INFORMATION_CLASS what, auto...) { return what == TokenPrimaryGroup; },
             [](auto...) -> BOOL { return FALSE; });
     };
-    for (const Failure& fail : {Failing<&::OpenProcessToken>(ERROR_ACCESS_DENIED),
+    for (const Trouble& fail : {Failing<&::OpenProcessToken>(ERROR_ACCESS_DENIED),
                                 // The process's is no substitute for one that may not be read.
                                 Failing<&::OpenThreadToken>(ERROR_ACCESS_DENIED),
                                 Failing<&::GetTokenInformation>(ERROR_ACCESS_DENIED), noGroup,
@@ -371,14 +372,15 @@ TEST_F(ComSecurityTest, SidThatCannotBeMadeIsLoggedAndTheOthersAreLetIn) {
     for (int caller = 0; caller < kCallers; ++caller) {
         const ScopedResult<&::CreateWellKnownSid> fails{FALSE, ERROR_INVALID_PARAMETER, AtCall{caller + 1}};
         EXPECT_THAT(Secure().accessList, Optional(kWithout[caller]));
-        EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, kLines[caller]), kNotSecured, kOutcome));
+        EXPECT_THAT(log.From(kVerbose),
+                    ElementsAre(Error(kInitializeSecurity, kLines[caller]), kNotSecured, kOutcome));
     }
 }
 
 /// A step whose failure leaves the list as it was before one caller, without a word.
 TEST_F(ComSecurityTest, EntryThatCannotBeMadeLeavesItsCallerOut) {
     // Steps that only lists with entries take: the third caller is the last such.
-    std::vector<std::pair<Failure, std::size_t>> failures{
+    std::vector<std::pair<Trouble, std::size_t>> failures{
         {Failing<&::GetAclInformation>(ERROR_INVALID_ACL, AtCall{2}), 2},
         {Failing<&::GetAce>(ERROR_INVALID_PARAMETER, AtCall{3}), 2},
         {Failing<&::AddAce>(ERROR_ALLOTTED_SPACE_EXCEEDED, AtCall{2}), 2}};
@@ -397,13 +399,13 @@ TEST_F(ComSecurityTest, EntryThatCannotBeMadeLeavesItsCallerOut) {
 }
 
 TEST_F(ComSecurityTest, WithoutAnySidTheAccessListIsLeftOutAndEachIsLogged) {
-    const std::vector<Failure> failures{Failing<&::CreateWellKnownSid>(ERROR_INVALID_PARAMETER),
+    const std::vector<Trouble> failures{Failing<&::CreateWellKnownSid>(ERROR_INVALID_PARAMETER),
                                         // No buffer for them.
                                         [] {
                                             return std::make_shared<ScopedResult<&::LocalAlloc>>(
                                                 nullptr, ERROR_NOT_ENOUGH_MEMORY, AtCall{1});
                                         }};
-    for (const Failure& fail : failures) {
+    for (const Trouble& fail : failures) {
         const std::shared_ptr<void> fails = fail();
         Secure();
         EXPECT_EQ(descriptor.control, 0);

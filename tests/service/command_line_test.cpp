@@ -11,7 +11,7 @@
 namespace ServiceTests {
 namespace {
 
-constexpr char kName[] = "wmain";
+constexpr char kMain[] = "wmain";
 constexpr char kUsage[] =
     "Parameters:\n"
     " -install  to install the service.\n"
@@ -70,7 +70,7 @@ TEST_F(CommandLineTest, InstallSwitchInstallsTheServiceAndDoesNotRunIt) {
         SimulatedNotebook::Uninstall(kService);
         EXPECT_EQ(Run(arguments), "LinkvaneService is installed.\n");
         EXPECT_TRUE(SimulatedNotebook::IsInstalled(kService));
-        EXPECT_EQ(log.Lines().back(), Information(kName, L"  Install Service."));
+        EXPECT_EQ(log.Lines().back(), Information(kMain, L"  Install Service."));
     }
     EXPECT_EQ(servicesRun, 0);
     EXPECT_THAT(com.calls, IsEmpty());
@@ -81,7 +81,7 @@ TEST_F(CommandLineTest, RemoveSwitchRemovesTheServiceAndDoesNotRunIt) {
         SimulatedNotebook::Service(kService).state = SERVICE_STOPPED;
         EXPECT_EQ(Run({spelling}), "LinkvaneService is removed.\n");
         EXPECT_FALSE(SimulatedNotebook::IsInstalled(kService));
-        EXPECT_EQ(log.Lines().back(), Information(kName, L"Uninstall Service."));
+        EXPECT_EQ(log.Lines().back(), Information(kMain, L"Uninstall Service."));
     }
     EXPECT_EQ(servicesRun, 0);
     EXPECT_THAT(com.calls, IsEmpty());
@@ -93,9 +93,9 @@ TEST_F(CommandLineTest, FailuresAreLoggedLikeSuccesses) {
     Run({L"-remove"});
     EXPECT_THAT(log.From(kVerbose),
                 ElementsAre(Error("InstallService", L"CreateService failed w/err 0x00000431"),
-                            Information(kName, L"  Install Service."),
+                            Information(kMain, L"  Install Service."),
                             Error("UninstallService", L"OpenService failed w/err 0x00000424"),
-                            Information(kName, L"Uninstall Service.")));
+                            Information(kMain, L"Uninstall Service.")));
 }
 
 TEST_F(CommandLineTest, UnknownSwitchDoesAndSaysNothing) {
@@ -151,7 +151,7 @@ TEST_F(CommandLineTest, StartFromAConsoleIsLoggedAndPrinted) {
     const ScopedResult<&::StartServiceCtrlDispatcherW> fails{FALSE, ERROR_FAILED_SERVICE_CONTROLLER_CONNECT};
     EXPECT_EQ(Run({}, &RunPlainService), std::string(kUsage) + kDispatcherFailed);
     EXPECT_EQ(fails.Calls(), 1);
-    EXPECT_EQ(log.Lines().back(), Error(kName, L"Service failed to run w/err 0x00000427"));
+    EXPECT_EQ(log.Lines().back(), Error(kMain, L"Service failed to run w/err 0x00000427"));
 }
 
 TEST_F(CommandLineTest, ServiceRunsWhenComIsSecuredAndSaysNothingWhenItHasStopped) {

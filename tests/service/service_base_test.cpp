@@ -15,14 +15,14 @@
 namespace ServiceTests {
 namespace {
 
-constexpr wchar_t kName[] = L"TestService";
+constexpr wchar_t kServiceName[] = L"TestService";
 constexpr DWORD kAcceptedAtFirst = 0x101;   // stop, pre-shutdown
 constexpr DWORD kAcceptedReported = 0x141;  // and power events
 
 /// A service whose operations do what a test wants, and all of whose inside is open.
 class TestService : public CServiceBase {
   public:
-    TestService() : CServiceBase(kName) {}
+    TestService() : CServiceBase(kServiceName) {}
 
     using CServiceBase::Continue;
     using CServiceBase::m_serviceName;
@@ -111,7 +111,7 @@ class ServiceBaseTest : public ServiceTest {
 
 TEST(ServiceBaseConstruction, ServiceIsStartPendingAndHasNoHandle) {
     const TestService service;
-    EXPECT_STREQ(service.m_serviceName, kName);
+    EXPECT_STREQ(service.m_serviceName, kServiceName);
     EXPECT_EQ(service.m_status.dwServiceType, DWORD{SERVICE_WIN32_OWN_PROCESS});
     EXPECT_EQ(service.m_status.dwCurrentState, DWORD{SERVICE_START_PENDING});
     EXPECT_EQ(service.m_status.dwControlsAccepted, kAcceptedAtFirst);
@@ -203,8 +203,8 @@ TEST_F(ServiceBaseTest, EveryOtherControlAndPowerEventChangesNothing) {
 }
 
 /// A service that defines no operation: its start, stop, pause and shutdown do nothing.
-struct PlainService : CServiceBase {
-    PlainService() : CServiceBase(kName) {}
+struct BareService : CServiceBase {
+    BareService() : CServiceBase(kServiceName) {}
 
     using CServiceBase::m_statusHandle;
     using CServiceBase::Pause;
@@ -214,7 +214,7 @@ struct PlainService : CServiceBase {
 };
 
 TEST_F(ServiceBaseTest, ServiceWithoutOperationsMakesEveryReportAndNoEntry) {
-    PlainService plain;
+    BareService plain;
     plain.m_statusHandle = service.m_statusHandle;
     plain.Start(0, nullptr);
     plain.Pause();
@@ -241,7 +241,7 @@ TEST_F(ServiceBaseTest, ReportCarriesItsExitCodeAndTheNextOneIsCleanAgain) {
 }
 
 /// How one operation of a paused service fails.
-struct Failure {
+struct OperationFailure {
     const char* operation;
     void (TestService::*run)();
     std::string before;  ///< the report before the operation, and the one after it; empty: none
@@ -251,11 +251,11 @@ struct Failure {
     std::string afterError;  ///< where the report after that differs
 };
 
-void PrintTo(const Failure& failure, std::ostream* out) {
+void PrintTo(const OperationFailure& failure, std::ostream* out) {
     *out << failure.operation;
 }
 
-class ServiceBaseFailureTest : public ServiceBaseTest, public testing::WithParamInterface<Failure> {
+class ServiceBaseFailureTest : public ServiceBaseTest, public testing::WithParamInterface<OperationFailure> {
   protected:
     /// The entry is written between the two reports.
     ServiceBaseFailureTest() {
@@ -309,19 +309,20 @@ TEST_P(ServiceBaseFailureTest, FailureIsReportedWithoutAnEventLogToo) {
 
 INSTANTIATE_TEST_SUITE_P(
     Operations, ServiceBaseFailureTest,
-    testing::Values(Failure{"OnStart", &TestService::StartAlone, kStarting, kStopped,
-                            "Service Start failed w/err 0x00000005", "Service failed to start.",
-                            Report(SERVICE_STOPPED, 0, ERROR_ACCESS_DENIED)},
-                    Failure{"OnStop", &TestService::Stop, Report(SERVICE_STOP_PENDING, 1),
-                            Report(SERVICE_PAUSED, 2), "Service Stop failed w/err 0x00000005",
-                            "Service failed to stop.", ""},
-                    Failure{"OnPause", &TestService::Pause, Report(SERVICE_PAUSE_PENDING, 1), kRunning,
-                            "Service Pause failed w/err 0x00000005", "Service failed to pause.", ""},
-                    Failure{"OnContinue", &TestService::Continue, Report(SERVICE_CONTINUE_PENDING, 1),
-                            Report(SERVICE_PAUSED, 2), "Service Continue failed w/err 0x00000005",
-                            "Service failed to resume.", ""},
-                    Failure{"OnShutdown", &TestService::Shutdown, "", "",
-                            "Service Shutdown failed w/err 0x00000005", "Service failed to shut down.", ""}),
+    testing::Values(
+        OperationFailure{"OnStart", &TestService::StartAlone, kStarting, kStopped,
+                         "Service Start failed w/err 0x00000005", "Service failed to start.",
+                         Report(SERVICE_STOPPED, 0, ERROR_ACCESS_DENIED)},
+        OperationFailure{"OnStop", &TestService::Stop, Report(SERVICE_STOP_PENDING, 1),
+                         Report(SERVICE_PAUSED, 2), "Service Stop failed w/err 0x00000005",
+                         "Service failed to stop.", ""},
+        OperationFailure{"OnPause", &TestService::Pause, Report(SERVICE_PAUSE_PENDING, 1), kRunning,
+                         "Service Pause failed w/err 0x00000005", "Service failed to pause.", ""},
+        OperationFailure{"OnContinue", &TestService::Continue, Report(SERVICE_CONTINUE_PENDING, 1),
+                         Report(SERVICE_PAUSED, 2), "Service Continue failed w/err 0x00000005",
+                         "Service failed to resume.", ""},
+        OperationFailure{"OnShutdown", &TestService::Shutdown, "", "",
+                         "Service Shutdown failed w/err 0x00000005", "Service failed to shut down.", ""}),
     [](const auto& instance) { return std::string(instance.param.operation); });
 
 TEST_F(ServiceBaseTest, FailedStopOfAStoppedServiceReportsNoExitCode) {
@@ -364,7 +365,7 @@ TEST_F(ServiceBaseTest, HandlerIsRegisteredUnderTheServicesNameBeforeTheStart) {
     const auto handle = reinterpret_cast<SERVICE_STATUS_HANDLE>(std::uintptr_t{0x77});
     const ScopedImport<&::RegisterServiceCtrlHandlerExW> registration{
         [&](LPCWSTR name, LPHANDLER_FUNCTION_EX handler, LPVOID context) {
-            EXPECT_STREQ(name, kName);
+            EXPECT_STREQ(name, kServiceName);
             EXPECT_EQ(handler, &TestService::ServiceCtrlHandler);
             EXPECT_EQ(context, nullptr);
             events.emplace_back("registered");
@@ -414,7 +415,7 @@ TEST_F(ServiceBaseTest, RunHandsTheDispatcherOneServiceAndReturnsWhenItHasStoppe
     const ScopedImport<&::StartServiceCtrlDispatcherW> dispatcher{
         [&](const SERVICE_TABLE_ENTRYW* table) -> BOOL {
             EXPECT_EQ(TestService::s_service, &service);
-            EXPECT_STREQ(table[0].lpServiceName, kName);
+            EXPECT_STREQ(table[0].lpServiceName, kServiceName);
             EXPECT_EQ(table[0].lpServiceProc, &TestService::ServiceMain);
             EXPECT_EQ(table[1].lpServiceName, nullptr);
             EXPECT_EQ(table[1].lpServiceProc, nullptr);

@@ -9,7 +9,7 @@
 namespace ServiceTests {
 namespace {
 
-constexpr char kName[] = "InstallService";
+constexpr char kInstallService[] = "InstallService";
 constexpr DWORD kPathRoom = 260;  // characters, with the end
 
 class ServiceInstallerTest : public ServiceTest {
@@ -35,8 +35,9 @@ class ServiceInstallerTest : public ServiceTest {
 
 TEST_F(ServiceInstallerTest, ServiceIsRegisteredDescribedAndTold) {
     EXPECT_EQ(Install(), "LinkvaneService is installed.\n");
-    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kName), Information(kName, L"LinkvaneService is installed."),
-                                         TraceOut(kName)));
+    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kInstallService),
+                                         Information(kInstallService, L"LinkvaneService is installed."),
+                                         TraceOut(kInstallService)));
     EXPECT_THAT(notebook.Calls(), ElementsAre("OpenSCManagerW 0x3", "CreateServiceW LinkvaneService 0xf01ff",
                                               "ChangeServiceConfig2W 1"));
     const auto& service = SimulatedNotebook::Service(kService);
@@ -64,9 +65,10 @@ TEST_F(ServiceInstallerTest, PathThatIsUnknownOrTooLongIsLoggedAndNothingIsPrint
     }
     path = L"C:\\" + std::wstring(kPathRoom - 3, L'x');
     EXPECT_EQ(Install(), "");
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"GetModuleFileName failed w/err 0x00000005"),
-                                                Error(kName, L"GetModuleFileName failed w/err 0x0000001f"),
-                                                Error(kName, L"GetModuleFileName failed w/err 0x0000007a")));
+    EXPECT_THAT(log.From(kVerbose),
+                ElementsAre(Error(kInstallService, L"GetModuleFileName failed w/err 0x00000005"),
+                            Error(kInstallService, L"GetModuleFileName failed w/err 0x0000001f"),
+                            Error(kInstallService, L"GetModuleFileName failed w/err 0x0000007a")));
     EXPECT_THAT(notebook.Calls(), IsEmpty());
 }
 
@@ -75,7 +77,8 @@ TEST_F(ServiceInstallerTest, FailedDescriptionIsPrintedOnlyAndTheServiceIsInstal
     EXPECT_EQ(Install(),
               "ChangeServiceConfig2 (SERVICE_CONFIG_DESCRIPTION) failed w/err 0x00000005\n"
               "LinkvaneService is installed.\n");
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Information(kName, L"LinkvaneService is installed.")));
+    EXPECT_THAT(log.From(kVerbose),
+                ElementsAre(Information(kInstallService, L"LinkvaneService is installed.")));
 }
 
 TEST_F(ServiceInstallerTest, SecondInstallationShowsItsOwnErrorBehindThatOfTheDescription) {
@@ -83,14 +86,16 @@ TEST_F(ServiceInstallerTest, SecondInstallationShowsItsOwnErrorBehindThatOfTheDe
     EXPECT_EQ(Install(),
               "ChangeServiceConfig2 (SERVICE_CONFIG_DESCRIPTION) failed w/err 0x00000006\n"
               "CreateService failed w/err 0x00000431\n");
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"CreateService failed w/err 0x00000431")));
+    EXPECT_THAT(log.From(kVerbose),
+                ElementsAre(Error(kInstallService, L"CreateService failed w/err 0x00000431")));
     EXPECT_EQ(SimulatedNotebook::Service(kService).path, L"as it was");
 }
 
 TEST_F(ServiceInstallerTest, ManagerThatCannotBeOpenedIsTold) {
     notebook.FailEach(Call::OpenSCManager, ERROR_ACCESS_DENIED);
     EXPECT_EQ(Install(), "OpenSCManager failed w/err 0x00000005\n");
-    EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"OpenSCManager failed w/err 0x00000005")));
+    EXPECT_THAT(log.From(kVerbose),
+                ElementsAre(Error(kInstallService, L"OpenSCManager failed w/err 0x00000005")));
     EXPECT_THAT(notebook.Calls(), ElementsAre("OpenSCManagerW 0x3"));
 }
 

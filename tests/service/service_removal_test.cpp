@@ -15,7 +15,7 @@ using Rig::RegistryText;
 using testing::Not;
 using namespace std::chrono_literals;
 
-constexpr char kName[] = "UninstallService";
+constexpr char kUninstallService[] = "UninstallService";
 constexpr char kStopped[] = "\nLinkvaneService is stopped.\nLinkvaneService is removed.\n";
 constexpr char kNotStopped[] = "\nLinkvaneService failed to stop.\nLinkvaneService is removed.\n";
 
@@ -42,7 +42,7 @@ TEST_F(ServiceRemovalTest, ServiceThatTakesNoStopRequestIsDeletedWithoutAWordOrA
         log.Clear();
         SetState(state);
         EXPECT_EQ(Remove(), "LinkvaneService is removed.\n");
-        EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kName), TraceOut(kName)));
+        EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kUninstallService), TraceOut(kUninstallService)));
         EXPECT_FALSE(SimulatedNotebook::IsInstalled(kService));
         notebook.FailEach(Call::ControlService, ERROR_SERVICE_CANNOT_ACCEPT_CTRL);
     }
@@ -114,7 +114,8 @@ TEST_P(ServiceStoppingTest, OneDotASecondAndTheServiceIsDeletedAllTheSame) {
     if (stops) {
         EXPECT_THAT(log.From(kVerbose), IsEmpty());
     } else {
-        EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, L"LinkvaneService failed to stop.")));
+        EXPECT_THAT(log.From(kVerbose),
+                    ElementsAre(Error(kUninstallService, L"LinkvaneService failed to stop.")));
     }
     EXPECT_FALSE(SimulatedNotebook::IsInstalled(kService));
     EXPECT_FALSE(remembered.Exists(L"WlanPowerStatus"));
@@ -155,9 +156,11 @@ TEST_F(ServiceRemovalTest, FailedDeletionOfTheStatesIsOnlyLogged) {
             return ERROR_ACCESS_DENIED;
         }};
     EXPECT_EQ(Remove(), "LinkvaneService is removed.\n");
-    EXPECT_THAT(log.From(kVerbose),
-                ElementsAre(Error(kName, L"DeleteSubkey (BrimletWlanPowerStatus) failed w/err 0x00000005"),
-                            Error(kName, L"DeleteSubkey (BrimletWwanPowerStatus) failed w/err 0x00000020")));
+    EXPECT_THAT(
+        log.From(kVerbose),
+        ElementsAre(
+            Error(kUninstallService, L"DeleteSubkey (BrimletWlanPowerStatus) failed w/err 0x00000005"),
+            Error(kUninstallService, L"DeleteSubkey (BrimletWwanPowerStatus) failed w/err 0x00000020")));
 }
 
 TEST_F(ServiceRemovalTest, SecondStateIsDeletedWhenTheFirstCannotBe) {
@@ -187,7 +190,7 @@ TEST_F(ServiceRemovalTest, CallWithoutWhichItCannotBeRemovedIsToldAndEverythingE
         notebook.FailEach(failure.call, static_cast<LONG>(failure.error));
         EXPECT_EQ(Remove(), failure.line + "\n");
         const std::wstring line(failure.line.begin(), failure.line.end());
-        EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kName, line)));
+        EXPECT_THAT(log.From(kVerbose), ElementsAre(Error(kUninstallService, line)));
         EXPECT_TRUE(SimulatedNotebook::IsInstalled(kService));
         EXPECT_TRUE(remembered.Exists(L"WlanPowerStatus"));
         EXPECT_TRUE(remembered.Exists(L"WwanPowerStatus"));
