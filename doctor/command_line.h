@@ -1,12 +1,18 @@
 #pragma once
 
-#include <iosfwd>
+#include <cstdio>
+#include <string>
 
 namespace CLI {
 class App;
 }  // namespace CLI
 
 namespace Doctor {
+
+/// Writes a text to the standard output as it is.
+inline void Print(const std::string& text) {
+    static_cast<void>(std::fwrite(text.data(), 1, text.size(), stdout));
+}
 
 /// `why`: what the log tells. The exit code is 0 whatever the verdict is, and 2 when nothing could be read.
 void AddWhyCommand(CLI::App& app, int& exitCode);

@@ -2,7 +2,6 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
-#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,10 +13,6 @@
 
 namespace Doctor {
 namespace {
-
-void Print(const std::string& text) {
-    static_cast<void>(std::fwrite(text.data(), 1, text.size(), stdout));
-}
 
 int Status(bool asJson) {
     const Inspection::State state = LookAtMachine();

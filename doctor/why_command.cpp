@@ -60,10 +60,6 @@ std::filesystem::path FolderOfThisMachine() {
     return std::filesystem::path(windows) / "System32" / kServiceLogFolder;
 }
 
-void Print(const std::string& text) {
-    std::fwrite(text.data(), 1, text.size(), stdout);
-}
-
 int Write(const std::string& name, const std::string& text) {
     std::ofstream file(PathFrom(name), std::ios::binary);
     if (!file.write(text.data(), static_cast<std::streamsize>(text.size())).flush()) {

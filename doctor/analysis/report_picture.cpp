@@ -290,7 +290,7 @@ class Picture {
         constexpr Time kSteps[] = {1000,   2000,    5000,    10000,   20000,    60000,    120000,  300000,
                                    600000, 1800000, 3600000, 7200000, 14400000, 43200000, 86400000};
         constexpr Time kMostTicks = 10;
-        constexpr Time kMinute = 60000;
+        constexpr Time kOneMinute = 60000;
         Time step = kSteps[0];
         for (const Time longer : kSteps) {
             step = m_span / step > kMostTicks ? longer : step;
@@ -301,7 +301,7 @@ class Picture {
             const std::string text = TimeText(time);
             fmt::format_to(m_out, "<text x=\"{:.1f}\" y=\"{}\" class=\"small middle muted\">{}</text>\n",
                            X(time), y + 14,
-                           step < kMinute    ? text.substr(kClock, 8)
+                           step < kOneMinute    ? text.substr(kClock, 8)
                            : step < 86400000 ? text.substr(kClock, 5)
                                              : text.substr(0, kDay));
         }
