@@ -1,6 +1,7 @@
 #include "core/event_subscription.h"
 
 #include "logging/log_scope.h"
+#include "platform/handles.h"
 
 using Microsoft::WRL::ComPtr;
 
@@ -14,27 +15,11 @@ bool StepSucceeded(const LogScope& log, HRESULT result, const wchar_t* failureLi
     return SUCCEEDED(result);
 }
 
-/// What another process answers may be a success without its object; that is a failure, too.
-template <class Interface>
-HRESULT RequireObject(HRESULT result, const ComPtr<Interface>& object) {
-    return SUCCEEDED(result) && object == nullptr ? E_POINTER : result;
-}
-
-ComPtr<IConnectionPointContainer> QueryContainer(const LogScope& log, IUnknown* manager) {
-    ComPtr<IConnectionPointContainer> container;
-    const HRESULT result =
-        manager != nullptr ? manager->QueryInterface(IID_PPV_ARGS(container.GetAddressOf())) : E_POINTER;
-    const bool succeeded =
-        StepSucceeded(log, RequireObject(result, container),
-                      L"IID_IConnectionPointContainer QueryInterface failed with error: 0x%08X");
-    return succeeded ? container : nullptr;
-}
-
 ComPtr<IConnectionPoint> FindPoint(const LogScope& log, IConnectionPointContainer& container,
                                    const EventSubscription& subscription) {
     ComPtr<IConnectionPoint> point;
     const HRESULT result = container.FindConnectionPoint(subscription.events, point.GetAddressOf());
-    if (!StepSucceeded(log, RequireObject(result, point), subscription.findFailedLine)) {
+    if (!StepSucceeded(log, Platform::RequireObject(result, point), subscription.findFailedLine)) {
         return nullptr;
     }
     subscription.point = point;
@@ -61,8 +46,11 @@ bool Advise(const LogScope& log, IConnectionPoint& point, IUnknown& object,
 void SubscribeToEvents(const LogScope& log, IUnknown* manager,
                        std::initializer_list<EventSubscription> subscriptions,
                        const std::function<ComPtr<IUnknown>()>& makeSink) {
-    const ComPtr<IConnectionPointContainer> container = QueryContainer(log, manager);
-    if (container == nullptr) {
+    ComPtr<IConnectionPointContainer> container;
+    const HRESULT queried =
+        manager != nullptr ? manager->QueryInterface(IID_PPV_ARGS(container.GetAddressOf())) : E_POINTER;
+    if (!StepSucceeded(log, Platform::RequireObject(queried, container),
+                       L"IID_IConnectionPointContainer QueryInterface failed with error: 0x%08X")) {
         return;
     }
     ComPtr<IUnknown> sink;

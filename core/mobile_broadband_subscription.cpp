@@ -9,25 +9,19 @@
 
 using Microsoft::WRL::ComPtr;
 
-namespace {
-
-/// The sink counts from 0: one reference is the service's, one the caller's, as for network events.
-ComPtr<IUnknown> CreateSinks(const LogScope& log, ServiceState& service) {
-    const ComPtr<CMbnSinks> sinks(new (std::nothrow) CMbnSinks);
-    if (sinks == nullptr) {
-        return log.Failure(nullptr, L"CMbnSinks allocation Failed");
-    }
-    sinks->AddRef();
-    service.mbnSinks = sinks.Get();
-    return sinks;
-}
-
-}  // namespace
-
 void ListenForWwanEvents(ServiceState& service) {
     const LogScope log("CMainService::ListenForWwanEvents");
     const ComPtr<IMbnInterfaceManager> manager = service.mbnInterfaceManager;
-    const auto createSinks = [&] { return CreateSinks(log, service); };
+    // The sink counts from 0: one reference is the service's, one the caller's, as for network events.
+    const auto createSinks = [&]() -> ComPtr<IUnknown> {
+        const ComPtr<CMbnSinks> sinks(new (std::nothrow) CMbnSinks);
+        if (sinks == nullptr) {
+            return log.Failure(nullptr, L"CMbnSinks allocation Failed");
+        }
+        sinks->AddRef();
+        service.mbnSinks = sinks.Get();
+        return sinks;
+    };
     SubscribeToEvents(log, manager.Get(),
                       {{IID_IMbnRadioEvents, L"FindConnectionPoint failed with error: 0x%08X",
                         L"IID_IMbnRadioEvents QueryInterface failed with error: 0x%08X",

@@ -9,27 +9,21 @@
 
 using Microsoft::WRL::ComPtr;
 
-namespace {
-
-/// The handler counts from 0: one reference is the service's, one is given to the caller, who may still
-/// work with a handler that the stop has let go of. Null, with an error line, when there is no memory.
-ComPtr<IUnknown> CreateHandler(const LogScope& log, ServiceState& service, INetworkListManager* manager) {
-    auto* const created = new (std::nothrow) NLMEventHandler(manager, service.wiredConnections);
-    if (created == nullptr) {
-        return log.Failure(nullptr, L"NLMEventHandler creation failed with error: 0x%08X", E_OUTOFMEMORY);
-    }
-    ComPtr<INetworkListManagerEvents> handler(created);
-    created->AddRef();
-    service.networkEventHandler = created;
-    return handler;
-}
-
-}  // namespace
-
 void ListenForWlanEvents(ServiceState& service) {
     const LogScope log("CMainService::ListenForWlanEvents");
     ComPtr<INetworkListManager> manager = service.networkListManager;
-    const auto createHandler = [&] { return CreateHandler(log, service, manager.Get()); };
+    // The handler counts from 0: one reference is the service's, one is given to the caller, who may still
+    // work with a handler that the stop has let go of.
+    const auto createHandler = [&]() -> ComPtr<IUnknown> {
+        auto* const created = new (std::nothrow) NLMEventHandler(manager.Get(), service.wiredConnections);
+        if (created == nullptr) {
+            return log.Failure(nullptr, L"NLMEventHandler creation failed with error: 0x%08X", E_OUTOFMEMORY);
+        }
+        ComPtr<INetworkListManagerEvents> handler(created);
+        created->AddRef();
+        service.networkEventHandler = created;
+        return handler;
+    };
     constexpr wchar_t kFindFailed[] = L"FindConnectionPoint failed with error: 0x%08X";
     SubscribeToEvents(
         log, manager.Get(),

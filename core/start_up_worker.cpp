@@ -28,7 +28,6 @@ using Microsoft::WRL::ComPtr;
 
 namespace {
 
-constexpr char kWorkerName[] = "CMainService::ServiceWorkerThread";
 constexpr unsigned char kRegister = 1;
 
 /// A manager that may live in another process; null, with `failureLine`, when there is none.
@@ -36,10 +35,11 @@ template <class Manager>
 ComPtr<Manager> CreateManager(const LogScope& log, const CLSID& classId, const IID& interfaceId,
                               const wchar_t* failureLine) {
     ComPtr<Manager> manager;
-    const HRESULT result = CoCreateInstance(classId, nullptr, CLSCTX_ALL, interfaceId,
-                                            reinterpret_cast<void**>(manager.GetAddressOf()));
-    if (FAILED(result) || manager == nullptr) {
-        return log.Failure(nullptr, failureLine, FAILED(result) ? result : E_POINTER);
+    const HRESULT created = CoCreateInstance(classId, nullptr, CLSCTX_ALL, interfaceId,
+                                             reinterpret_cast<void**>(manager.GetAddressOf()));
+    const HRESULT result = Platform::RequireObject(created, manager);
+    if (FAILED(result)) {
+        return log.Failure(nullptr, failureLine, result);
     }
     return manager;
 }
@@ -52,13 +52,10 @@ void DecideWlan(const LogScope& log) {
     }
     log.Information(L"Checking Ethernet connection status...");
     const std::optional<bool> isCableIn = NLMUtils::IsCableIn(log);
-    if (!isCableIn) {
-        return;
-    }
-    if (*isCableIn) {
+    if (isCableIn == true) {
         log.Information(L"LAN connection available when service start. Stopping WLAN service...");
         ServiceUtils::SwitchWlanStatus(ServiceUtils::kRadioOff, ServiceUtils::kRespectAirplaneMode);
-    } else {
+    } else if (isCableIn == false) {
         UpdateWlanPowerStatus();
     }
 }
@@ -70,13 +67,10 @@ void DecideWwan(const LogScope& log) {
         return;
     }
     const std::optional<bool> isCableIn = NLMUtils::IsCableIn(log);
-    if (!isCableIn) {
-        return;
-    }
-    if (*isCableIn) {
+    if (isCableIn == true) {
         log.Information(L"LAN connection available when service start. Stopping WWAN service...");
         ServiceUtils::SwitchWwanStatus(ServiceUtils::kRadioOff, ServiceUtils::kRespectAirplaneMode);
-    } else {
+    } else if (isCableIn == false) {
         log.Information(L"LAN connection not available when service start. starting WWAN service...");
         UpdateWwanPowerStatus();
     }
@@ -173,7 +167,7 @@ bool SetUpAndDecide(const LogScope& log, ServiceState& service) {
 }  // namespace
 
 void ServiceWorkerThread(ServiceState& service) {
-    LogScope log(kWorkerName, L"ServiceWorkerThread - Entry");
+    LogScope log("CMainService::ServiceWorkerThread", L"ServiceWorkerThread - Entry");
     // Only the normal end and a caught exception write the exit line; a start that was given up
     // early does not.
     log.OmitExitLine();
@@ -184,6 +178,5 @@ void ServiceWorkerThread(ServiceState& service) {
     } catch (const std::exception& exception) {
         log.Error(L"Exception in ServiceWorkerThread. %S", exception.what());
     }
-    Orva::Shared::GetLogger().Write(Orva::Shared::Level::kTraceOut, kWorkerName,
-                                    L"ServiceWorkerThread - Exit");
+    log.ExitLine(L"ServiceWorkerThread - Exit");
 }

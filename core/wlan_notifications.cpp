@@ -34,23 +34,12 @@ void SwitchWlanOff(const LogScope& log, unsigned char checkAirplaneStatus) {
 void RememberThatWlanIsOn(const LogScope& log) {
     log.Information(L"wlan_notification_acm_network_available ServiceUtils::my_service_turnonoff_wifi : %d",
                     ServiceUtils::my_service_turnonoff_wifi.load());
-    const bool isOn = ServiceUtils::CheckWlanStatus();
-    if (isOn) {
+    if (const bool isOn = ServiceUtils::CheckWlanStatus()) {
         log.Information(
             L"wlan_notification_acm_network_available Registry set to True. Setting WlanPowerStatus %d in "
             L"registry.",
             isOn);
         static_cast<void>(ServiceUtils::SetWlanPowerStatusInRegistry(ServiceUtils::kRadioOn));
-    }
-}
-
-/// The cable is in: a radio that is on has come back without the service.
-void SwitchWlanOffBesideCable(const LogScope& log) {
-    log.Information(L"Ethernet is connected");
-    const bool enabled = NLMUtils::lanWlanSwitchingEnabled;
-    log.Information(L"LAN-WLAN Auto Switching Status = %d", enabled);
-    if (enabled) {
-        SwitchWlanOff(log, ServiceUtils::kRespectAirplaneMode);
     }
 }
 
@@ -92,10 +81,16 @@ void HandleWlanNotificationAcmNetworkAvailable() {
         return;
     }
     log.Information(L"Ethernet connection status = %d", *isCableIn);
-    if (*isCableIn) {
-        SwitchWlanOffBesideCable(log);
-    } else {
+    if (!*isCableIn) {
         RememberThatWlanIsOn(log);
+        return;
+    }
+    // A radio that is on beside the cable has come back without the service.
+    log.Information(L"Ethernet is connected");
+    const bool enabled = NLMUtils::lanWlanSwitchingEnabled;
+    log.Information(L"LAN-WLAN Auto Switching Status = %d", enabled);
+    if (enabled) {
+        SwitchWlanOff(log, ServiceUtils::kRespectAirplaneMode);
     }
 }
 
@@ -177,8 +172,7 @@ DWORD RegisterWlanNotification(ServiceState& service, const unsigned char* regis
 }
 
 void CloseWlanHandle(const LogScope& log, ServiceState& service) {
-    const DWORD error = service.wlanHandle.TryClose();
-    if (error != ERROR_SUCCESS) {
+    if (const DWORD error = service.wlanHandle.TryClose(); error != ERROR_SUCCESS) {
         log.Error(L"WlanCloseHandle failed with error %d", error);
     }
 }

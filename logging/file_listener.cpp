@@ -43,16 +43,13 @@ void CorvaLogListenerFile::DrainQueue() {
 }
 
 void CorvaLogListenerFile::Log(const LogData& entry) {
-    if (m_file == nullptr || m_file->Path().empty()) {
-        return;
-    }
     if (m_queue != nullptr) {
         m_queue->Append(entry);
-        return;
-    }
-    const OpenedLogFile file(*m_file);
-    if (file) {
-        file->WriteEntry(entry);
+    } else if (m_file != nullptr && !m_file->Path().empty()) {
+        const OpenedLogFile file(*m_file);
+        if (file) {
+            file->WriteEntry(entry);
+        }
     }
 }
 

@@ -1,8 +1,8 @@
 #include "logging/log_scope.h"
 
 #include <cstdarg>
+#include <cstring>
 #include <new>
-#include <string_view>
 
 #include "logging/format.h"
 #include "platform/handles.h"
@@ -24,9 +24,8 @@ LogScope::~LogScope() {
 }
 
 void LogScope::LogException() const {
-    const std::string_view name(m_functionName);
-    const std::size_t qualifier = name.rfind(':');
-    Error(L"Exception in %S()", m_functionName + (qualifier == std::string_view::npos ? 0 : qualifier + 1));
+    const char* const colon = std::strrchr(m_functionName, ':');
+    Error(L"Exception in %S()", colon != nullptr ? colon + 1 : m_functionName);
 }
 
 void LogScope::StartTimer() {
@@ -44,4 +43,5 @@ void LogScope::FormatExitLine(const wchar_t* format, ...) {
     Orva::Shared::FormatTextList(m_exitText, Orva::Shared::kMessageCharacters, format, arguments);
     va_end(arguments);
     m_hasExitText = true;
+    m_writesExitLine = true;
 }

@@ -59,7 +59,7 @@ class LogScope {
         return answer;
     }
 
-    /// Words the exit line; the last call holds. Nothing is formatted unless the line is taken.
+    /// Words the exit line; the last call holds, also against `OmitExitLine`. Formatted only if it is taken.
     template <class... Args>
     void ExitLine(const wchar_t* format, const Args&... args) {
         if (Orva::Shared::GetLogger().Takes(Orva::Shared::Level::kTraceOut)) {

@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <new>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,8 +30,7 @@ WORD EventType(int level) noexcept {
 }  // namespace
 
 CorvaLogListenerEvent::CorvaLogListenerEvent() {
-    const std::optional<ModuleNames> names = GetModuleNames();
-    const std::wstring source = names ? names->baseName : std::wstring();
+    const std::wstring source = GetModuleNames().value_or(ModuleNames{}).baseName;
     m_source.Reset(RegisterEventSourceW(nullptr, source.c_str()));
 }
 

@@ -101,11 +101,8 @@ int ReadLevel(const PolicyKeys& keys, const wchar_t* name, int otherwise) {
 std::wstring GetProductName(const wchar_t* executablePath) {
     DWORD ignored = 0;
     const DWORD bytes = GetFileVersionInfoSizeW(executablePath, &ignored);
-    if (bytes == 0) {
-        return {};
-    }
     std::vector<std::byte> version(bytes);
-    if (GetFileVersionInfoW(executablePath, 0, bytes, version.data()) == FALSE) {
+    if (bytes == 0 || GetFileVersionInfoW(executablePath, 0, bytes, version.data()) == FALSE) {
         return {};
     }
     // English (United States), first in the Windows code page, then in Unicode.
@@ -122,15 +119,11 @@ std::optional<ModuleNames> GetModuleNames() {
     ModuleNames names;
     names.path = ExecutablePath(kModuleNameCharacters);
     const std::size_t dot = names.path.rfind(L'.');
-    if (dot == std::wstring::npos) {
+    const std::size_t backslash = names.path.rfind(L'\\', dot);
+    if (dot == std::wstring::npos || backslash == std::wstring::npos) {
         return std::nullopt;
     }
-    const std::wstring withoutExtension = names.path.substr(0, dot);
-    const std::size_t backslash = withoutExtension.rfind(L'\\');
-    if (backslash == std::wstring::npos) {
-        return std::nullopt;
-    }
-    names.baseName = withoutExtension.substr(backslash + 1);
+    names.baseName = names.path.substr(backslash + 1, dot - backslash - 1);
     return names;
 }
 

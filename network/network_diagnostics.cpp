@@ -42,15 +42,18 @@ constexpr std::array kConnectivityLines{
     ConnectivityLine{kIpv6Bits, NLM_CONNECTIVITY_IPV6_INTERNET, L"IPV6 - Internet Connectivity"},
 };
 
-/// The registry form of the identifier that `read` gives; empty when either step fails.
+/// Logs the identifier that `read` gives, in registry form; empty, without a line, when either step fails.
 template <class Read>
-std::wstring ReadIdentifier(INetworkConnection& connection, Read read) {
+std::wstring LogIdentifier(const LogScope& log, INetworkConnection& connection, Read read,
+                           const wchar_t* line) {
     GUID identifier{};
     Platform::UniqueCoTaskText text;
     if (FAILED((connection.*read)(&identifier)) || FAILED(StringFromCLSID(identifier, text.Put()))) {
         return {};
     }
-    return text.Get();
+    std::wstring registryForm = text.Get();
+    log.Information(line, registryForm.c_str());
+    return registryForm;
 }
 
 void LogNetworkName(const LogScope& log, INetworkConnection& connection) {
@@ -83,14 +86,10 @@ void LogConnectivity(const LogScope& log, INetworkConnection& connection) {
 
 /// The lines of one connection; a step that fails leaves out its own line only.
 void LogConnection(const LogScope& log, INetworkConnection& connection, WiredConnections* wiredConnections) {
-    const std::wstring connectionId = ReadIdentifier(connection, &INetworkConnection::GetConnectionId);
-    if (!connectionId.empty()) {
-        log.Information(L"Connection Id : %s", connectionId.c_str());
-    }
-    const std::wstring adapterId = ReadIdentifier(connection, &INetworkConnection::GetAdapterId);
-    if (!adapterId.empty()) {
-        log.Information(L"Adapter Id : %s", adapterId.c_str());
-    }
+    const std::wstring connectionId =
+        LogIdentifier(log, connection, &INetworkConnection::GetConnectionId, L"Connection Id : %s");
+    const std::wstring adapterId =
+        LogIdentifier(log, connection, &INetworkConnection::GetAdapterId, L"Adapter Id : %s");
     log.Information(L"Adapter Info: ");
     unsigned char isEthernet = 0;
     NLMUtils::PrintAdapterInfo(adapterId, &isEthernet);

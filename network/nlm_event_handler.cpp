@@ -213,10 +213,9 @@ void NLMEventHandler::HandleDisconnect(const LogScope& log, const std::wstring& 
 }
 
 void NLMEventHandler::LogWiredConnections(const LogScope& log) const {
-    if (m_wiredConnections == nullptr) {
-        return;
-    }
-    for (const std::wstring& element : *m_wiredConnections) {
-        log.Information(L"Current ethernetConnection element: %s", element.c_str());
+    if (m_wiredConnections != nullptr) {
+        for (const std::wstring& element : *m_wiredConnections) {
+            log.Information(L"Current ethernetConnection element: %s", element.c_str());
+        }
     }
 }

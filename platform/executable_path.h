@@ -13,11 +13,8 @@ namespace Platform {
 inline DWORD GetExecutablePath(std::span<wchar_t> path) {
     const DWORD length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
     path.back() = L'\0';
-    if (length == 0) {
-        return ErrorUnless(false);
-    }
     // A path that was cut fills the buffer; a whole one leaves room for its end.
-    return length < path.size() ? ERROR_SUCCESS : ERROR_INSUFFICIENT_BUFFER;
+    return length < path.size() ? ErrorUnless(length != 0) : ERROR_INSUFFICIENT_BUFFER;
 }
 
 }  // namespace Platform

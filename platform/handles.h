@@ -205,6 +205,13 @@ template <class T>
     return UniqueProcessHeap<T>(static_cast<T*>(HeapAlloc(GetProcessHeap(), 0, bytes)));
 }
 
+/// The result of a call that hands out a COM object. What another process answers may be a success without
+/// its object; that is a failure, too: `missing`.
+template <class Pointer>
+[[nodiscard]] HRESULT RequireObject(HRESULT result, const Pointer& object, HRESULT missing = E_POINTER) {
+    return SUCCEEDED(result) && object == nullptr ? missing : result;
+}
+
 /// A function of a library that the process has loaded; null where Windows lacks it.
 template <class Function>
 [[nodiscard]] Function* LookUp(const wchar_t* library, const char* name) {

@@ -32,9 +32,22 @@ constexpr milliseconds kPassPause{100};
 struct WlanSession {
     Platform::UniqueWlanHandle client;
     Platform::UniqueWlanMemory<WLAN_INTERFACE_INFO_LIST> interfaces;
-    /// Of the first interface; only a switch asks for it.
+    WLAN_INTERFACE_INFO first{};  ///< the one interface that is looked at and switched
+    /// What the first one can do, and its number of PHYs; only a switch asks for them.
     Platform::UniqueWlanMemory<WLAN_INTERFACE_CAPABILITY> capability;
+    DWORD phyCount = 0;
 };
+
+/// A list without entries is treated like any other (the WLAN service then refuses the call); but what stands
+/// behind it may not be ours to read, so that its first entry is an empty one.
+WLAN_INTERFACE_INFO FirstInterface(const WLAN_INTERFACE_INFO_LIST& list) {
+    WLAN_INTERFACE_INFO first{};
+    if (list.dwNumberOfItems > 0) {
+        first = list.InterfaceInfo[0];
+        *std::rbegin(first.strInterfaceDescription) = L'\0';
+    }
+    return first;
+}
 
 bool OpenSession(const LogScope& log, WlanSession& session) {
     DWORD negotiatedVersion = 0;
@@ -50,19 +63,8 @@ bool OpenSession(const LogScope& log, WlanSession& session) {
     if (!session.interfaces) {
         return log.Failure(false, L"Interface list is empty");
     }
+    session.first = FirstInterface(*session.interfaces.Get());
     return true;
-}
-
-/// The one interface that is looked at and switched. A list without entries is treated like any
-/// other (the WLAN service then refuses the call); but what stands behind it may not be ours to
-/// read, so that its first entry is an empty one.
-WLAN_INTERFACE_INFO FirstInterface(const WLAN_INTERFACE_INFO_LIST& list) {
-    WLAN_INTERFACE_INFO first{};
-    if (list.dwNumberOfItems > 0) {
-        first = list.InterfaceInfo[0];
-        *std::rbegin(first.strInterfaceDescription) = L'\0';
-    }
-    return first;
 }
 
 void LogInterfaceState(const LogScope& log, WLAN_INTERFACE_STATE state) {
@@ -84,13 +86,12 @@ void LogInterfaceState(const LogScope& log, WLAN_INTERFACE_STATE state) {
     }
 }
 
-void LogInterface(const LogScope& log, const WLAN_INTERFACE_INFO_LIST& list,
-                  const WLAN_INTERFACE_INFO& interfaceInfo) {
-    log.Information(L"WLAN Interface Count : %lu", list.dwNumberOfItems);
-    log.Information(L"Current Index: %lu", list.dwIndex);
-    log.Information(L"Interface Description: %ws", interfaceInfo.strInterfaceDescription);
+void LogInterface(const LogScope& log, const WlanSession& session) {
+    log.Information(L"WLAN Interface Count : %lu", session.interfaces.Get()->dwNumberOfItems);
+    log.Information(L"Current Index: %lu", session.interfaces.Get()->dwIndex);
+    log.Information(L"Interface Description: %ws", session.first.strInterfaceDescription);
     log.Information(L"Interface State :  ");
-    LogInterfaceState(log, interfaceInfo.isState);
+    LogInterfaceState(log, session.first.isState);
 }
 
 /// Logs one PHY; whether its software switch is on. (The hardware switch is the user's affair.)
@@ -119,19 +120,17 @@ bool IsWhole(const WLAN_RADIO_STATE& radio, std::size_t bytes) {
 bool AreAllPhysOn(const LogScope& log, const WLAN_RADIO_STATE& radio) {
     bool allOn = true;
     for (DWORD phy = 0; phy < radio.dwNumberOfPhys; ++phy) {
-        if (!IsPhyOn(log, phy, radio.PhyRadioState[phy].dot11SoftwareRadioState)) {
-            allOn = false;
-        }
+        allOn = IsPhyOn(log, phy, radio.PhyRadioState[phy].dot11SoftwareRadioState) && allOn;
     }
     log.Information(L"Phy state : %d", allOn);
     return allOn;
 }
 
-bool QueryRadio(const LogScope& log, const WlanSession& session, const WLAN_INTERFACE_INFO& interfaceInfo) {
+bool QueryRadio(const LogScope& log, const WlanSession& session) {
     DWORD bytes = 0;
     Platform::UniqueWlanMemory<void> data;
     const DWORD error =
-        WlanQueryInterface(session.client.Get(), &interfaceInfo.InterfaceGuid, wlan_intf_opcode_radio_state,
+        WlanQueryInterface(session.client.Get(), &session.first.InterfaceGuid, wlan_intf_opcode_radio_state,
                            nullptr, &bytes, data.Put(), nullptr);
     const auto* const radio = static_cast<const WLAN_RADIO_STATE*>(data.Get());
     // Half a record is as good as none.
@@ -149,33 +148,34 @@ bool ReadRadio(const LogScope& log) {
     if (!OpenSession(log, session)) {
         return false;
     }
-    const WLAN_INTERFACE_INFO first = FirstInterface(*session.interfaces.Get());
-    LogInterface(log, *session.interfaces.Get(), first);
-    return QueryRadio(log, session, first);
+    LogInterface(log, session);
+    return QueryRadio(log, session);
 }
 
-/// How many PHYs the interface has; false when that cannot be told.
-bool CountPhys(const LogScope& log, WlanSession& session, const GUID& interfaceId, DWORD& phyCount) {
-    const DWORD error =
-        WlanGetInterfaceCapability(session.client.Get(), &interfaceId, nullptr, session.capability.Put());
+/// False when it cannot be told how many PHYs the interface has.
+bool CountPhys(const LogScope& log, WlanSession& session) {
+    const DWORD error = WlanGetInterfaceCapability(session.client.Get(), &session.first.InterfaceGuid,
+                                                   nullptr, session.capability.Put());
     if (error != ERROR_SUCCESS || !session.capability) {
         return log.Failure(false, L"WlanGetInterfaceCapability failed !err is %d", error);
     }
     const DWORD supported = session.capability.Get()->dwNumberOfSupportedPhys;
     log.Verbose(L"The number of supported PHY types : %u", supported);
     // No interface has more; a count beyond that must not keep the loops below busy for ever.
-    phyCount = std::min<DWORD>(supported, WLAN_MAX_PHY_INDEX);
+    session.phyCount = std::min<DWORD>(supported, WLAN_MAX_PHY_INDEX);
     return true;
 }
 
 /// One pass: asks every PHY once. How many of them took the new state.
-DWORD SetPhys(const LogScope& log, const WlanSession& session, const GUID& interfaceId, DWORD phyCount,
-              WLAN_PHY_RADIO_STATE radioState, RadioStatus newStatus) {
+DWORD SetPhys(const LogScope& log, const WlanSession& session, RadioStatus newStatus) {
+    WLAN_PHY_RADIO_STATE radioState{};
+    radioState.dot11SoftwareRadioState = MeansOn(newStatus) ? dot11_radio_state_on : dot11_radio_state_off;
     DWORD successes = 0;
-    for (DWORD phy = 0; phy < phyCount; ++phy) {
+    for (DWORD phy = 0; phy < session.phyCount; ++phy) {
         radioState.dwPhyIndex = phy;
-        const DWORD error = WlanSetInterface(session.client.Get(), &interfaceId, wlan_intf_opcode_radio_state,
-                                             sizeof(radioState), &radioState, nullptr);
+        const DWORD error =
+            WlanSetInterface(session.client.Get(), &session.first.InterfaceGuid, wlan_intf_opcode_radio_state,
+                             sizeof(radioState), &radioState, nullptr);
         if (error == ERROR_SUCCESS) {
             log.Information(L"Set WLAN state %d for PHY %d success", newStatus, phy);
             ++successes;
@@ -187,19 +187,16 @@ DWORD SetPhys(const LogScope& log, const WlanSession& session, const GUID& inter
 }
 
 /// Makes passes until one succeeds on every PHY or they have run out.
-bool SetPhysWithRetry(const LogScope& log, const WlanSession& session, const GUID& interfaceId,
-                      DWORD phyCount, const WLAN_PHY_RADIO_STATE& radioState, RadioStatus newStatus) {
+bool SetPhysWithRetry(const LogScope& log, const WlanSession& session, RadioStatus newStatus) {
     int pass = 0;
-    bool succeeded = false;
-    while (!succeeded && pass <= kLastPass) {
-        succeeded = SetPhys(log, session, interfaceId, phyCount, radioState, newStatus) == phyCount;
-        if (succeeded) {
-            my_service_turnonoff_wifi = newStatus;
-        } else {
-            log.Warning(L"Could not Set WLAN state in all PHYs. So retrying in count = %d", pass);
-            Platform::Pause(kPassPause);
-            ++pass;
-        }
+    while (pass <= kLastPass && SetPhys(log, session, newStatus) != session.phyCount) {
+        log.Warning(L"Could not Set WLAN state in all PHYs. So retrying in count = %d", pass);
+        Platform::Pause(kPassPause);
+        ++pass;
+    }
+    const bool succeeded = pass <= kLastPass;
+    if (succeeded) {
+        my_service_turnonoff_wifi = newStatus;
     }
     // By the counter alone: a radio that followed only in the very last pass reads as off from now on,
     // although this switch succeeded.
@@ -211,25 +208,14 @@ bool SetPhysWithRetry(const LogScope& log, const WlanSession& session, const GUI
     return succeeded;
 }
 
-WLAN_PHY_RADIO_STATE PrepareRadioState(const LogScope& log, RadioStatus newStatus) {
-    const bool isOn = MeansOn(newStatus);
-    WLAN_PHY_RADIO_STATE radioState{};
-    radioState.dot11SoftwareRadioState = isOn ? dot11_radio_state_on : dot11_radio_state_off;
-    log.Verbose(isOn ? L"Linkvane set WIFI radio to dot11_radi_state_on"  // the spelling of the log
-                     : L"Linkvane set WIFI radio to dot11_radio_state_off");
-    return radioState;
-}
-
 bool SetFirstInterface(const LogScope& log, RadioStatus newStatus) {
     WlanSession session;
     if (!OpenSession(log, session)) {
         return false;
     }
-    const GUID interfaceId = FirstInterface(*session.interfaces.Get()).InterfaceGuid;
-    const WLAN_PHY_RADIO_STATE radioState = PrepareRadioState(log, newStatus);
-    DWORD phyCount = 0;
-    const bool succeeded = CountPhys(log, session, interfaceId, phyCount) &&
-                           SetPhysWithRetry(log, session, interfaceId, phyCount, radioState, newStatus);
+    log.Verbose(MeansOn(newStatus) ? L"Linkvane set WIFI radio to dot11_radi_state_on"  // the log's spelling
+                                   : L"Linkvane set WIFI radio to dot11_radio_state_off");
+    const bool succeeded = CountPhys(log, session) && SetPhysWithRetry(log, session, newStatus);
     if (succeeded) {
         log.Information(L"New WIFI state : %d", CheckWlanStatus());
     }

@@ -40,16 +40,14 @@ HRESULT GetBounds(SAFEARRAY* array, Bounds& bounds) {
 
 HRESULT GetElement(SAFEARRAY* array, LONG index, ComPtr<IMbnInterface>& element) {
     ComPtr<IUnknown> unknown;
-    const HRESULT result = SafeArrayGetElement(array, &index, unknown.GetAddressOf());
+    const HRESULT got = SafeArrayGetElement(array, &index, unknown.GetAddressOf());
+    const HRESULT result = Platform::RequireObject(got, unknown);
     if (FAILED(result)) {
         return result;
     }
-    if (unknown == nullptr) {
-        return E_POINTER;
-    }
     const HRESULT queried =
         unknown->QueryInterface(IID_IMbnInterface, reinterpret_cast<void**>(element.GetAddressOf()));
-    return SUCCEEDED(queried) && element == nullptr ? E_NOINTERFACE : queried;
+    return Platform::RequireObject(queried, element, E_NOINTERFACE);
 }
 
 HRESULT GetIdentifier(IMbnInterface& mbnInterface, GUID& identifier) {
@@ -84,8 +82,7 @@ bool RecordInterfaces(const LogScope& log, const GUID* identifiers, ULONG count)
         Platform::UniqueCoTaskText text;
         const HRESULT result = StringFromIID(identifiers[i], text.Put());
         if (FAILED(result) || !text) {
-            log.Error(L"StringFromIID failed with error 0x%08X", result);
-            succeeded = false;
+            succeeded = log.Failure(false, L"StringFromIID failed with error 0x%08X", result);
             continue;
         }
         log.Information(L"WWAN Interface = %s", text.Get());

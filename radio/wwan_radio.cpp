@@ -60,11 +60,10 @@ struct WwanSwitch {
 };
 
 bool IsDevicePresent(const LogScope& log) {
-    const bool isPresent = WwanState::devicePresent;
-    if (!isPresent) {
-        log.Error(L"WWAN Device is not available.");
+    if (!WwanState::devicePresent) {
+        return log.Failure(false, L"WWAN Device is not available.");
     }
-    return isPresent;
+    return true;
 }
 
 HRESULT GetInterface(const LogScope& log, ComPtr<IMbnInterface>& mbnInterface) {
@@ -75,7 +74,7 @@ HRESULT GetInterface(const LogScope& log, ComPtr<IMbnInterface>& mbnInterface) {
     return CallWithRetries(log, kGetInterface, [&] {
         const HRESULT result =
             manager->GetInterface(WwanState::interfaceId.c_str(), mbnInterface.ReleaseAndGetAddressOf());
-        return SUCCEEDED(result) && mbnInterface == nullptr ? E_POINTER : result;
+        return Platform::RequireObject(result, mbnInterface);
     });
 }
 
@@ -84,11 +83,9 @@ bool FindRadio(const LogScope& log, ComPtr<IMbnRadio>& radio) {
     if (FAILED(GetInterface(log, mbnInterface))) {
         return false;
     }
-    HRESULT result =
+    const HRESULT queried =
         mbnInterface->QueryInterface(IID_IMbnRadio, reinterpret_cast<void**>(radio.GetAddressOf()));
-    if (SUCCEEDED(result) && radio == nullptr) {
-        result = E_NOINTERFACE;
-    }
+    const HRESULT result = Platform::RequireObject(queried, radio, E_NOINTERFACE);
     if (FAILED(result)) {
         log.Error(L"QueryInterface failed with error: HRESULT : 0x%08X", result);
     }
@@ -173,10 +170,8 @@ bool HasRadioFollowedAnyway(const WwanSwitch& change) {
 void SetUntilRadioFollows(const WwanSwitch& change) {
     for (int iteration = 0; iteration < kSwitchIterations; ++iteration) {
         RequestState(change);
-        if (WaitForCompletion(change) && HasLastRadioFollowed(change, iteration)) {
-            return;
-        }
-        if (HasRadioFollowedAnyway(change)) {
+        if ((WaitForCompletion(change) && HasLastRadioFollowed(change, iteration)) ||
+            HasRadioFollowedAnyway(change)) {
             return;
         }
         change.log.Information(L"Retrying SetSoftwareRadioState = %d", iteration);

@@ -89,13 +89,12 @@ LSTATUS RegistryKey::DeleteTree(const wchar_t* subkey) {
     // The child takes no part in this key's transaction, so it is opened, and its subkeys are
     // deleted, outside of it; only the deletion at the end goes through the transaction.
     RegistryKey child;
-    const LSTATUS opened = child.Open(Get(), subkey, KEY_READ | KEY_WRITE | m_view);
-    if (opened != ERROR_SUCCESS) {
-        return opened;
+    LSTATUS result = child.Open(Get(), subkey, KEY_READ | KEY_WRITE | m_view);
+    if (result == ERROR_SUCCESS) {
+        result = child.DeleteSubkeys();
     }
-    const LSTATUS emptied = child.DeleteSubkeys();
-    if (emptied != ERROR_SUCCESS) {
-        return emptied;
+    if (result != ERROR_SUCCESS) {
+        return result;
     }
     child.Close();
     return DeleteKey(Get(), subkey);
@@ -110,8 +109,7 @@ LSTATUS RegistryKey::DeleteSubkeys() {
         if (RegEnumKeyExW(Get(), 0, name, &characters, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
             return ERROR_SUCCESS;
         }
-        const LSTATUS deleted = DeleteTree(name);
-        if (deleted != ERROR_SUCCESS) {
+        if (const LSTATUS deleted = DeleteTree(name); deleted != ERROR_SUCCESS) {
             return deleted;
         }
     }

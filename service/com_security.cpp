@@ -138,8 +138,7 @@ void AllowCallers(SecurityDescriptor& callers) {
         // Without room for it no SID can be made.
         DWORD bytes = sid ? DWORD{SECURITY_MAX_SID_SIZE} : 0;
         if (CreateWellKnownSid(caller.type, nullptr, sid.Get(), &bytes) == FALSE) {
-            const DWORD error = GetLastError();
-            Log(Orva::Shared::Level::kError, caller.failure, error);
+            Log(Orva::Shared::Level::kError, caller.failure, GetLastError());
             continue;
         }
         Allow(callers, sid.Get());
@@ -181,9 +180,8 @@ HRESULT SetProcessSecurity(SecurityDescriptor& callers) {
                                                  nullptr, EOAC_NONE, nullptr);
     if (FAILED(secured)) {
         Log(Orva::Shared::Level::kError, L"CoInitializeSecurity failed. Error: 0x%08X", secured);
-        return secured;
     }
-    comSecurityInitialised = true;
+    comSecurityInitialised = SUCCEEDED(secured);
     return secured;
 }
 

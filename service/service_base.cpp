@@ -47,23 +47,21 @@ bool CServiceBase::Run(CServiceBase& service) {
 
 template <class Operation>
 void CServiceBase::RunTransition(const Transition& transition, const Operation& operation) {
-    const auto reportFailure = [&](DWORD exitCode) {
-        if (transition.failedState != kNoReport) {
-            SetServiceStatus(transition.failedState, exitCode);
+    const auto report = [this](DWORD state, DWORD exitCode = NO_ERROR) {
+        if (state != kNoReport) {
+            SetServiceStatus(state, exitCode);
         }
     };
     try {
-        if (transition.pendingState != kNoReport) {
-            SetServiceStatus(transition.pendingState);
-        }
+        report(transition.pendingState);
         operation();
-        SetServiceStatus(transition.doneState);
+        report(transition.doneState);
     } catch (DWORD error) {
         WriteErrorLogEntry(transition.errorFunction, error);
-        reportFailure(transition.exitCodeTellsError ? error : NO_ERROR);
+        report(transition.failedState, transition.exitCodeTellsError ? error : NO_ERROR);
     } catch (...) {
         WriteEventLogEntry(transition.failureMessage, EVENTLOG_ERROR_TYPE);
-        reportFailure(NO_ERROR);
+        report(transition.failedState);
     }
 }
 

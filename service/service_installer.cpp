@@ -2,10 +2,8 @@
 
 #include <windows.h>
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
-#include <iterator>
 
 #include "logging/format.h"
 #include "logging/log_scope.h"
@@ -48,8 +46,7 @@ bool GetQuotedPath(const LogScope& log, QuotedPath& quoted) {
 
 /// `service` may be null: the call, and its line on the console, come after a failed creation too.
 void SetDescription(SC_HANDLE service) {
-    std::array<wchar_t, std::size(kDisplay)> text{};
-    std::copy(std::begin(kDisplay), std::end(kDisplay), text.begin());
+    auto text = std::to_array(kDisplay);
     SERVICE_DESCRIPTIONW description{};
     description.lpDescription = text.data();
     if (ChangeServiceConfig2W(service, SERVICE_CONFIG_DESCRIPTION, &description) == FALSE) {

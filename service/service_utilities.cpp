@@ -73,8 +73,7 @@ int WithService(const LogScope& log, const wchar_t* serviceName, Step step) {
     if (error == ERROR_SERVICE_DOES_NOT_EXIST) {
         return log.Failure(Utils::kServiceNotInstalled, L"Service does not exist. Error 0x%08lx", error);
     }
-    log.Error(L"OpenService failed w/err 0x%08lx", error);
-    return Utils::kServiceNotOpened;
+    return log.Failure(Utils::kServiceNotOpened, L"OpenService failed w/err 0x%08lx", error);
 }
 
 int QueryRunning(const LogScope& log, const wchar_t* serviceName, SC_HANDLE service) {
@@ -90,8 +89,7 @@ int QueryRunning(const LogScope& log, const wchar_t* serviceName, SC_HANDLE serv
         log.Information(L"%s Service is running", serviceName);
         return Utils::kServiceRunning;
     }
-    log.Error(L"%s Service is not running", serviceName);
-    return Utils::kServiceNotRunning;
+    return log.Failure(Utils::kServiceNotRunning, L"%s Service is not running", serviceName);
 }
 
 /// `kRecoverySet`, or `failure` and its line.
@@ -100,8 +98,7 @@ int Configure(const LogScope& log, SC_HANDLE service, DWORD setting, void* infor
     if (ChangeServiceConfig2W(service, setting, information) != FALSE) {
         return kRecoverySet;
     }
-    log.Error(failureText, GetLastError());
-    return failure;
+    return log.Failure(failure, failureText, GetLastError());
 }
 
 int SetRecovery(const LogScope& log, SC_HANDLE service) {
@@ -147,10 +144,8 @@ std::wstring Utils::GetFileVersion(const LogScope& log, const wchar_t* path) {
 std::wstring Utils::GetBinaryVersion() {
     const LogScope log("Utils::GetBinaryVersion");
     std::array<wchar_t, MAX_PATH> path{};
-    if (Platform::GetExecutablePath(path) != ERROR_SUCCESS) {
-        return kUnknownVersion;
-    }
-    return GetFileVersion(log, path.data());
+    return Platform::GetExecutablePath(path) == ERROR_SUCCESS ? GetFileVersion(log, path.data())
+                                                              : kUnknownVersion;
 }
 
 int Utils::IsServicePresent(const wchar_t* serviceName) {

@@ -23,11 +23,8 @@ constexpr int kServiceNotQueried = -3;
 constexpr std::array<DWORD, 3> kRestartDelayMinutes{2, 4, 6};
 constexpr DWORD kFailureCountResetSeconds = 60 * 60;
 
-/// File version of an executable, for example "1.0.0.12"; "0.0.0.0" when it cannot be read.
+/// File version of an executable, or of the running one: "1.0.0.12", say; "0.0.0.0" when it cannot be read.
 [[nodiscard]] std::wstring GetFileVersion(const LogScope& log, const wchar_t* path);
-
-/// File version of the running executable, for example "1.0.0.12"; "0.0.0.0" when it cannot be
-/// read.
 [[nodiscard]] std::wstring GetBinaryVersion();
 
 /// Whether the service is installed and running: one of the answers above.

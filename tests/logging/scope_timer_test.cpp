@@ -160,9 +160,16 @@ TEST(LogScope, EndsTheTimerLastWithOrWithoutAnExitLine) {
         LogScope scope("C::D");
         scope.OmitExitLine();
     }
-    EXPECT_THAT(log.Lines(),
-                ElementsAre(TraceIn("A::B"), TraceOut("A::B"), Diag("A::B", L"Elapsed time =    15.0 ms."),
-                            TraceIn("C::D"), Diag("C::D", L"Elapsed time =     0.0 ms.")));
+    {
+        LogScope scope("E::F");
+        scope.OmitExitLine();
+        scope.ExitLine(L"worded after all");
+    }
+    EXPECT_THAT(
+        log.Lines(),
+        ElementsAre(TraceIn("A::B"), TraceOut("A::B"), Diag("A::B", L"Elapsed time =    15.0 ms."),
+                    TraceIn("C::D"), Diag("C::D", L"Elapsed time =     0.0 ms."), TraceIn("E::F"),
+                    TraceOut("E::F", L"worded after all"), Diag("E::F", L"Elapsed time =     0.0 ms.")));
 }
 
 TEST(LogScope, KeepsTheThreadsLastError) {
