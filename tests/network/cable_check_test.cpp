@@ -445,9 +445,7 @@ TEST_F(CableCheckTest, EachReadReplacesTheBufferOfTheOneBeforeWhichTheHandlersEn
     static_cast<void>(Check());
     EXPECT_EQ(HeapBlocks(), 1);
     m_log.Clear();
-    const ScopedImport<&::HeapFree> frees{Rig::kWrapping, [](const auto& original, auto... arguments) {
-                                              return original.Original(arguments...);
-                                          }};
+    const Rig::ScopedWatch<&::HeapFree> frees;
 
     ReleaseAdapterList();
 

@@ -174,32 +174,6 @@ TEST_F(PrintAdapterInfoTest, OddTextsDoNoHarm) {
     EXPECT_TRUE(m_log.Contains(Information(kPrint, L"Friendly Name : ")));
 }
 
-TEST_F(PrintAdapterInfoTest, NoMemoryEndsItWithoutACall) {
-    SKIP_UNLESS_IMPORTED(malloc);
-    UncleanHeap heap;
-    heap.Refuse(1);
-
-    EXPECT_EQ(PrintCable(), kUntouched);
-
-    EXPECT_THAT(m_notebook.Calls(), IsEmpty());
-    ExpectError(kPrint, kNoMemory.message, L"Ethernet Status = 64");
-}
-
-TEST_F(PrintAdapterInfoTest, FailureOtherThanTooLittleMemoryEndsIt) {
-    for (const int error :
-         {ERROR_NO_DATA, ERROR_NOT_ENOUGH_MEMORY, ERROR_INVALID_PARAMETER, ERROR_ADDRESS_NOT_ASSOCIATED}) {
-        m_log.Clear();
-        m_notebook.ForgetCalls();
-        m_notebook.Fail(Call::GetAdaptersAddresses, 1, error);
-
-        EXPECT_EQ(PrintCable(), kUntouched);
-
-        EXPECT_EQ(m_notebook.Count(Call::GetAdaptersAddresses), 1);
-        EXPECT_THAT(m_log.From(Level::kTraceOut),
-                    ElementsAre(Failed(error), kGivenUp, TraceOut(kPrint, L"Ethernet Status = 64")));
-    }
-}
-
 TEST_F(PrintAdapterInfoTest, ListThatGrowsIsReadIntoAsMuchMemoryAsTheSystemAskedFor) {
     SKIP_UNLESS_IMPORTED(malloc);
     const UncleanHeap heap;
@@ -214,58 +188,71 @@ TEST_F(PrintAdapterInfoTest, ListThatGrowsIsReadIntoAsMuchMemoryAsTheSystemAsked
                                      MoreMemory(heap.Asked()[2]), kSuccess));
 }
 
-TEST_F(PrintAdapterInfoTest, ThirdPassIsOneTooManyEvenWhereItSucceeds) {
-    for (const int overflows : {1, 2, 3, 4, 10}) {
-        SCOPED_TRACE(overflows);
+/// How the list is read.
+struct Reading {
+    const char* name;
+    std::vector<int> answers;  ///< behind the last one comes the list
+    std::vector<LogLine> steps;
+    int calls;
+};
+
+class ReadingTest : public ConnectionAdapterTest {
+  protected:
+    void Expect(const Reading& reading) {
+        SCOPED_TRACE(reading.name);
         m_log.Clear();
         m_notebook.ForgetCalls();
-        for (int call = 1; call <= overflows; ++call) {
-            m_notebook.Fail(Call::GetAdaptersAddresses, call, ERROR_BUFFER_OVERFLOW);
+        int call = 0;
+        for (const int answer : reading.answers) {
+            m_notebook.Fail(Call::GetAdaptersAddresses, ++call, answer);
         }
-        const int passes = std::min(overflows, 4);
-        std::vector<LogLine> expected(static_cast<std::size_t>(passes) + 1, MoreMemory(kFirstBytes));
-        expected.front() = Failed(ERROR_BUFFER_OVERFLOW);
-        expected.push_back(passes < 3 ? kSuccess : kTooManyPasses);
+        const bool isFound = reading.steps.back() == kSuccess;
 
-        EXPECT_EQ(PrintCable(), passes < 3 ? 1 : kUntouched);
+        EXPECT_EQ(PrintCable(), isFound ? 1 : kUntouched);
 
-        EXPECT_EQ(m_notebook.Count(Call::GetAdaptersAddresses), passes + 1);
-        EXPECT_EQ(Steps(), expected);
-        EXPECT_EQ(m_log.Of(kPrint).back().level, Level::kTraceOut);
+        EXPECT_EQ(Steps(), reading.steps);
+        EXPECT_EQ(m_log.Of(kPrint).back(),
+                  TraceOut(kPrint, isFound ? L"Ethernet Status = 1" : L"Ethernet Status = 64"));
+        EXPECT_EQ(m_notebook.Count(Call::GetAdaptersAddresses), reading.calls);
         EXPECT_EQ(HeapBlocks(), 0);
     }
+
+    static constexpr int kTooLong = ERROR_BUFFER_OVERFLOW;
+    const LogLine overflow = Failed(kTooLong);
+    const LogLine more = MoreMemory(kFirstBytes);
+};
+
+TEST_F(ReadingTest, FailureEndsItAndAListThatDoesNotFitIsReadInFewerThanThreePassesMore) {
+    for (const int error : {ERROR_NO_DATA, ERROR_NOT_ENOUGH_MEMORY, ERROR_INVALID_PARAMETER}) {
+        Expect({"a failure of another kind", {error}, {Failed(error), kGivenUp}, 1});
+    }
+    Expect({"such a failure in a pass", {kTooLong, ERROR_NO_DATA}, {overflow, more, kGivenUp}, 2});
+    Expect({"one pass", {kTooLong}, {overflow, more, kSuccess}, 2});
+    Expect({"two passes", {kTooLong, kTooLong}, {overflow, more, more, kSuccess}, 3});
+    Expect({"a third one, which is one too many even where it succeeds",
+            {kTooLong, kTooLong, kTooLong},
+            {overflow, more, more, more, kTooManyPasses},
+            4});
+    Expect({"four passes, and no fifth",
+            std::vector<int>(5, kTooLong),
+            {overflow, more, more, more, more, kTooManyPasses},
+            5});
 }
 
-TEST_F(PrintAdapterInfoTest, OtherFailureAfterAReallocationEndsIt) {
-    m_notebook.Fail(Call::GetAdaptersAddresses, 1, ERROR_BUFFER_OVERFLOW);
-    m_notebook.Fail(Call::GetAdaptersAddresses, 2, ERROR_NO_DATA);
-
-    EXPECT_EQ(PrintCable(), kUntouched);
-
-    EXPECT_THAT(Steps(), ElementsAre(Failed(ERROR_BUFFER_OVERFLOW), MoreMemory(kFirstBytes), kGivenUp));
-}
-
-TEST_F(PrintAdapterInfoTest, PassWithoutMemoryCountsLikeAnyOther) {
+TEST_F(ReadingTest, PassWithoutMemoryCountsLikeAnyOther) {
     SKIP_UNLESS_IMPORTED(malloc);
-    const LogLine moreMemory = MoreMemory(kFirstBytes);
     UncleanHeap heap;
-    m_notebook.Fail(Call::GetAdaptersAddresses, 1, ERROR_BUFFER_OVERFLOW);
+    heap.Refuse(1);
+    Expect({"no memory at first", {}, {kNoMemory}, 0});
     heap.Refuse(2);
-    EXPECT_EQ(PrintCable(), 1);
-    EXPECT_THAT(Steps(),
-                ElementsAre(Failed(ERROR_BUFFER_OVERFLOW), moreMemory, kNoMemory, moreMemory, kSuccess));
-
-    m_log.Clear();
-    m_notebook.ForgetCalls();
-    m_notebook.Fail(Call::GetAdaptersAddresses, 1, ERROR_BUFFER_OVERFLOW);
+    Expect({"then for one pass", {kTooLong}, {overflow, more, kNoMemory, more, kSuccess}, 2});
     for (int nth = 2; nth < 10; ++nth) {
         heap.Refuse(nth);
     }
-    EXPECT_EQ(PrintCable(), kUntouched);
-    EXPECT_THAT(SizesOffered(), ElementsAre(kFirstBytes));
-    EXPECT_THAT(Steps(),
-                ElementsAre(Failed(ERROR_BUFFER_OVERFLOW), moreMemory, kNoMemory, moreMemory, kNoMemory,
-                            moreMemory, kNoMemory, moreMemory, kNoMemory, kTooManyPasses));
+    Expect({"then for all passes",
+            {kTooLong},
+            {overflow, more, kNoMemory, more, kNoMemory, more, kNoMemory, more, kNoMemory, kTooManyPasses},
+            1});
 }
 
 TEST_F(PrintAdapterInfoTest, ListLeftUnwrittenHasNoMatchWhateverMemoryTheSystemAskedFor) {

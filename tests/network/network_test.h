@@ -14,6 +14,7 @@
 #include "tests/support/ledger.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/scoped_import.h"
+#include "tests/support/scoped_watch.h"
 #include "tests/support/simulated_notebook.h"
 #include "tests/support/test_clock.h"
 

@@ -402,19 +402,6 @@ TEST_F(CableEventTest, AtItsEndAnEventClearsTheFlagThenFreesTheTextThenLeavesThe
                                    "end line, flag clear, lock free"));
 }
 
-TEST_F(CableEventTest, RadioThatDoesNotFollowIsNotTheEventsAffair) {
-    m_notebook.FailEach(Call::WlanSetInterface, ERROR_GEN_FAILURE);
-
-    EXPECT_EQ(Plug(), S_OK);
-    EXPECT_TRUE(m_log.Contains(Error(kStopWlan, L"SwitchWlanStatusWithRetry (StopWLANService) failed")));
-    m_notebook.Wlan().phys[0].software = ::Notebook::kRadioOff;
-    EXPECT_EQ(Pull(), S_OK);
-    EXPECT_TRUE(m_log.Contains(Error(kStartWlan, L"SwitchWlanStatusWithRetry (StartWLANService) failed")));
-
-    EXPECT_THAT(RadioOperations(), ElementsAre(kStopWlan, kStopWwan, kStartWlan, kStartWwan));
-    EXPECT_EQ(m_log.Of(kEvent).back(), TraceOut(kEvent));
-}
-
 // --- Failures -------------------------------------------------------------------------------------
 
 /// A cable's event that fails, by what `failing` holds while it is handled.
