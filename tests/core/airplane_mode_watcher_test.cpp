@@ -271,15 +271,9 @@ TEST_F(WatcherTest, PassThatAsksForNothingIsFollowedByAWait) {
 
 TEST_F(WatcherTest, WatchesTheWholeSubtreeForNamesAndValues) {
     const HANDLE event = state.airplaneWatcherEvent.Get();
-    NotifyImport notify{[&](HKEY key, BOOL subtree, DWORD filter, HANDLE armed, BOOL isAsynchronous) {
-        EXPECT_EQ(subtree, TRUE);
-        EXPECT_EQ(filter, 0x5U);
-        EXPECT_EQ(armed, event);
-        EXPECT_EQ(isAsynchronous, TRUE);
-        return notify.Original(key, subtree, filter, armed, isAsynchronous);
-    }};
+    const ScopedWatch<&::RegNotifyChangeKeyValue> armings;
     Run({nothing, nothing});
-    EXPECT_EQ(notify.Calls(), 3);
+    EXPECT_THAT(armings.Arguments(), AllOf(SizeIs(3), Each(FieldsAre(_, TRUE, 0x5U, event, TRUE))));
 }
 
 TEST_F(WatcherTest, EachPassOpensTheKeyAnewAndNoneStaysOpen) {
@@ -367,24 +361,14 @@ TEST_F(WatcherTest, WithoutTheKeyTheWatcherEndsWithTheServiceAndDoesNotBeginWith
 
 TEST_F(WatcherTest, MissingEventIsLoggedEachTimeAndTriedAgain) {
     state.airplaneWatcherEvent.Reset();
-    ScopedImport<&::CreateEventW> create{
-        [](LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR name) { return name != nullptr; },
-        [&](LPSECURITY_ATTRIBUTES attributes, BOOL isManualReset, BOOL isSignalled, LPCWSTR name) -> HANDLE {
-            EXPECT_EQ(attributes, nullptr);
-            EXPECT_EQ(isManualReset, TRUE);
-            EXPECT_EQ(isSignalled, FALSE);
-            EXPECT_STREQ(name, L"AIRPLANE_WATCHER_EVENT");
-            SetLastError(ERROR_ACCESS_DENIED);
-            return create.Calls() <= 3 ? nullptr
-                                       : create.Original(attributes, isManualReset, isSignalled, name);
-        }};
+    const ScopedResult<&::CreateEventW> create{nullptr, ERROR_ACCESS_DENIED, Rig::AtCall{1, 3}};
     Run({});
     EXPECT_EQ(create.Calls(), 4);
     EXPECT_THAT(Lines(), ElementsAre(kCreateFailed, kCreateFailed, kCreateFailed));
 }
 
 TEST_F(WatcherTest, NotificationThatCannotBeArmedIsTriedAgain) {
-    const Rig::ScopedResult<&::RegNotifyChangeKeyValue> notify{ERROR_NOT_ENOUGH_MEMORY, Rig::AtCall{1, 3}};
+    const ScopedResult<&::RegNotifyChangeKeyValue> notify{ERROR_NOT_ENOUGH_MEMORY, Rig::AtCall{1, 3}};
     Run({});
     EXPECT_EQ(notify.Calls(), 4);
     EXPECT_THAT(Lines(), IsEmpty());
@@ -416,14 +400,9 @@ class NoMemoryForTheRestore : public WatcherTest {
             return name != nullptr && std::wstring(name) == PowerStatus::kValueName;
         },
         [this](HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type, LPBYTE data, LPDWORD bytes) {
-            if (!std::exchange(m_thrown, true)) {
-                throw std::bad_alloc();
-            }
-            return query.Original(key, name, reserved, type, data, bytes);
+            return query.Calls() == 1 ? throw std::bad_alloc()
+                                      : query.Original(key, name, reserved, type, data, bytes);
         }};
-
-  private:
-    bool m_thrown = false;
 };
 
 TEST_F(NoMemoryForTheRestore, IsLoggedAndTheChangeIsFollowedAtOnceAgain) {

@@ -116,10 +116,4 @@ void CoreTest::ExpectSwitchCall(const char* function, bool on, bool respectsAirp
         1);
 }
 
-int CoreTest::Opens(const std::string& service) const {
-    const std::vector<std::string> calls = notebook.Calls(Call::OpenService);
-    return static_cast<int>(std::ranges::count_if(
-        calls, [&](const std::string& call) { return call.find(' ' + service + ' ') != std::string::npos; }));
-}
-
 }  // namespace CoreTests

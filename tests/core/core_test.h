@@ -15,6 +15,7 @@
 #include "tests/support/com_support.h"
 #include "tests/support/run_on_thread.h"
 #include "tests/support/scoped_import.h"
+#include "tests/support/scoped_watch.h"
 
 namespace CoreTests {
 
@@ -23,17 +24,26 @@ using RadioTests::Refusing;
 using Rig::Call;
 using Rig::LogLine;
 using Rig::ScopedImport;
+using Rig::ScopedResult;
+using Rig::ScopedWatch;
 using Rig::Lines::Error;
 using Rig::Lines::Information;
 using Rig::Lines::TraceIn;
 using Rig::Lines::TraceOut;
+using testing::_;
+using testing::AllOf;
 using testing::Contains;
 using testing::Each;
 using testing::ElementsAre;
+using testing::FieldsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::IsNull;
+using testing::NotNull;
 using testing::SizeIs;
 
-constexpr DWORD kPollInterval = 1000;  ///< milliseconds, of a wait for a service
+/// What waits for a service of Windows.
+constexpr char kWait[] = "Utils::WaitforServiceToStartRunning";
 
 /// What a radio was switched to, as "off" or "on", in order.
 using Switches = std::vector<std::string>;
@@ -161,8 +171,6 @@ class CoreTest : public testing::Test {
     /// A radio operation was called once, to switch like this.
     void ExpectSwitchCall(const char* function, bool on, bool respectsAirplaneMode) const;
     [[nodiscard]] bool ModemIsOn() const { return notebook.Modem().software != 0; }
-    /// How often one of Windows' services was asked for its state.
-    [[nodiscard]] int Opens(const std::string& service) const;
 
     RadioTests::Machine machine{{.phys = 1, .modems = 1}};
     Rig::SimulatedNotebook& notebook = machine.notebook;

@@ -29,10 +29,6 @@ constexpr char kOnStop[] = "CMainService::OnStop";
 const LogLine kStopLine = Information(kOnStop, L"Linkvane Service in OnStop");
 const std::string kUnregistration = "WlanRegisterNotification sources 0x0, ignore duplicates 0";
 
-bool HasName(LPSECURITY_ATTRIBUTES, BOOL, BOOL, LPCWSTR name) {
-    return name != nullptr;
-}
-
 // --- Construction and destruction ------------------------------------------------------------------
 
 using MainServiceTest = CoreTest;
@@ -40,20 +36,12 @@ using MainServiceTest = CoreTest;
 TEST_F(MainServiceTest, ConstructorCreatesTheStopEventOfTheWatcherOrGoesOnWithout) {
     for (const bool succeeds : {true, false}) {
         log.Clear();
-        ScopedImport<&::CreateEventW> create{
-            &HasName,
-            [&](LPSECURITY_ATTRIBUTES attributes, BOOL isManualReset, BOOL isSignalled, LPCWSTR name) {
-                EXPECT_EQ(attributes, nullptr);
-                EXPECT_EQ(isManualReset, TRUE);
-                EXPECT_EQ(isSignalled, FALSE);
-                EXPECT_STREQ(name, L"AIRPLANE_WATCHER_EVENT");
-                const HANDLE event =
-                    succeeds ? create.Original(attributes, isManualReset, isSignalled, name) : nullptr;
-                SetLastError(ERROR_ACCESS_DENIED);
-                return event;
-            }};
+        const Rig::AtCall failing = succeeds ? Rig::AtCall{0} : Rig::kEveryCall;
+        const ScopedResult<&::CreateEventW> fails{nullptr, ERROR_ACCESS_DENIED, failing};
+        const ScopedWatch<&::CreateEventW> creations;
         OpenService service;
-        EXPECT_EQ(create.Calls(), 1);
+        EXPECT_THAT(creations.Arguments(),
+                    ElementsAre(FieldsAre(IsNull(), TRUE, FALSE, testing::StrEq(L"AIRPLANE_WATCHER_EVENT"))));
         EXPECT_EQ(bool{service.m_state.airplaneWatcherEvent}, succeeds);
         std::vector<LogLine> expected{TraceIn(kConstructor), TraceOut(kConstructor)};
         if (!succeeds) {
@@ -61,19 +49,10 @@ TEST_F(MainServiceTest, ConstructorCreatesTheStopEventOfTheWatcherOrGoesOnWithou
                             Error(kConstructor, L"CreateEvent (AirPlaneWatcherEvent) failed with error 5"));
         }
         EXPECT_EQ(log.Of(kConstructor), expected);
-        const ScopedImport<&::SetEvent> set{[&](HANDLE handle) { return set.Original(handle); }};
+        const ScopedWatch<&::SetEvent> set;
         Stop(service);
         EXPECT_EQ(set.Calls(), succeeds ? 1 : 0);
     }
-}
-
-TEST_F(MainServiceTest, NewServiceHoldsNothingAndDoesNotRun) {
-    const OpenService service;
-    EXPECT_THAT(*service.m_state.wiredConnections, IsEmpty());
-    EXPECT_EQ(service.m_state.networkEventHandler, nullptr);
-    EXPECT_EQ(service.m_state.mbnSinks, nullptr);
-    EXPECT_FALSE(service.m_state.running);
-    EXPECT_FALSE(service.m_state.wlanHandle);
 }
 
 TEST_F(MainServiceTest, StopEventIsClosedOnceWhetherOrNotThatSucceeds) {
@@ -270,7 +249,7 @@ TEST_F(StartTest, MakesOneInformationEntryThenSetsTheRecoveryAndQueuesTheWorkerT
     EXPECT_THAT(beforeTheRecovery, ElementsAre(version));
     EXPECT_FALSE(ranBeforeTheRecovery);
     EXPECT_TRUE(ranWhenQueued);
-    EXPECT_EQ(Opens("LinkvaneService"), 1);
+    EXPECT_THAT(notebook.Calls(Call::OpenService), ElementsAre(HasSubstr(" LinkvaneService ")));
     EXPECT_EQ(notebook.Calls().back(), "QueueUserWorkItem");
 
     ASSERT_THAT(pool.items, SizeIs(1));
@@ -375,13 +354,9 @@ TEST_F(FullServiceTest, StopKeepsWiredConnectionsAndTheSignalledEventWhichTheDes
     EXPECT_THAT(*state().wiredConnections, ElementsAre(L"{wired}"));
     EXPECT_EQ(WaitForSingleObject(event, 0), DWORD{WAIT_OBJECT_0});
     notebook.ForgetCalls();
-    std::vector<HANDLE> closed;
-    const ScopedImport<&::CloseHandle> close{[&](HANDLE handle) {
-        closed.push_back(handle);
-        return close.Original(handle);
-    }};
+    const ScopedWatch<&::CloseHandle> closes;
     service.reset();
-    EXPECT_THAT(closed, ElementsAre(event));
+    EXPECT_THAT(closes.Arguments(), ElementsAre(FieldsAre(event)));
     EXPECT_THAT(notebook.Calls(), IsEmpty());
 }
 
@@ -529,11 +504,7 @@ TEST_F(StopAndWatcher, WatcherThatFindsItsEventTakenByTheStopEndsAndBothCloseThe
         WaitForSingleObject(watcherHasEnded.Get(), INFINITE);
     };
     std::thread stop;
-    const ScopedImport<&::RegNotifyChangeKeyValue> notify{
-        [&](HKEY key, BOOL subtree, DWORD filter, HANDLE armed, BOOL isAsynchronous) {
-            EXPECT_NE(armed, event);
-            return notify.Original(key, subtree, filter, armed, isAsynchronous);
-        }};
+    const ScopedWatch<&::RegNotifyChangeKeyValue> armings;
     {
         ScopedImport<&::RegOpenKeyExW> open{
             [](HKEY, LPCWSTR, DWORD, REGSAM access, PHKEY) { return (access & KEY_WOW64_64KEY) != 0; },
@@ -545,7 +516,7 @@ TEST_F(StopAndWatcher, WatcherThatFindsItsEventTakenByTheStopEndsAndBothCloseThe
         AirplaneModeWatcher(state);
         EXPECT_EQ(open.Calls(), 1);
     }
-    EXPECT_EQ(notify.Calls(), 1);
+    EXPECT_THAT(armings.Arguments(), ElementsAre(FieldsAre(_, _, _, testing::Ne(event), _)));
     SetEvent(watcherHasEnded.Get());
     stop.join();
     EXPECT_THAT(log.At(kError), IsEmpty());

@@ -82,6 +82,7 @@ TEST_P(RestoreOfText, SwitchesTheRadioToItAndStoresNothing) {
     expected.push_back(TraceOut(restore.function));
     EXPECT_EQ(log.Of(restore.function), expected);
     ExpectSwitched(restore, remembered.meansOn ? "on" : "off");
+    ExpectSwitchCall(restore.switchFunction, remembered.meansOn, true);
     EXPECT_EQ(Remembered(restore), stored);
 }
 
@@ -95,42 +96,15 @@ INSTANTIATE_TEST_SUITE_P(
                                      Remembered{L"1", false}, Remembered{L"Tru", false},
                                      Remembered{L"?", false})));
 
-class RestoreOf : public AnyRestore, public testing::WithParamInterface<Restore> {};
-
-TEST_P(RestoreOf, ValueOfAnotherTypeReadsAsNothing) {
-    SetRadios(false);
-    Remember(GetParam(), Rig::RegistryNumber(0));
-    GetParam().run();
-    ExpectSwitched(GetParam(), "on");
+TEST_F(AnyRestore, RefusedSwitchIsNotTriedAgain) {
+    for (const Restore& restore : {kWlan, kWwan}) {
+        Remember(restore, Rig::RegistryText(L"False"));
+        MakeRadiosStubborn();
+        restore.run();
+        EXPECT_THAT(LinesOf(restore.function), SizeIs(1));
+        ExpectSwitchCall(restore.switchFunction, false, true);
+    }
 }
-
-TEST_P(RestoreOf, RefusedSwitchIsNotTriedAgain) {
-    Remember(GetParam(), Rig::RegistryText(L"False"));
-    MakeRadiosStubborn();
-    GetParam().run();
-    EXPECT_THAT(LinesOf(GetParam().function), SizeIs(1));
-    ExpectSwitchCall(GetParam().switchFunction, false, true);
-}
-
-TEST_P(RestoreOf, AirplaneModeForbidsSwitchingOn) {
-    SetRadios(false);
-    machine.SetAirplaneMode(true);
-    GetParam().run();
-    EXPECT_THAT(SwitchesOf(GetParam()), IsEmpty());
-    ExpectSwitchCall(GetParam().switchFunction, true, true);
-}
-
-TEST_P(RestoreOf, AirplaneModeDoesNotKeepARadioOn) {
-    machine.SetAirplaneMode(true);
-    Remember(GetParam(), Rig::RegistryText(L"False"));
-    GetParam().run();
-    ExpectSwitched(GetParam(), "off");
-}
-
-INSTANTIATE_TEST_SUITE_P(Radios, RestoreOf, testing::Values(kWlan, kWwan),
-                         [](const testing::TestParamInfo<Restore>& parameter) {
-                             return parameter.param.name;
-                         });
 
 }  // namespace
 }  // namespace CoreTests

@@ -15,8 +15,6 @@
 namespace CoreTests {
 namespace {
 
-using Rig::Lines::Verbose;
-
 constexpr char kWorker[] = "CMainService::ServiceWorkerThread";
 
 /// The call of a name, or of a row's text that begins with it.
@@ -110,13 +108,14 @@ TEST_F(StartUpWorkerTest, StepsComeInTheirOrder) {
         return std::ranges::none_of(
             std::array{"Co", "NetworkListManager::", "Queue", "OpenServiceW", "FindConnectionPoint", "Advise",
                        "WlanRegister", "INetworkListManager::", "IsNetworkAlive",
-                       "MbnInterfaceManager::", "IMbnInterfaceManager::GetInterfaces"},
+                       "MbnInterfaceManager::", "IMbnInterfaceManager::GetInterfaces", "IWbemServices::"},
             [&step](const char* with) { return step.starts_with(with); });
     });
     EXPECT_THAT(
         steps,
         ElementsAre("CoInitializeEx", "NetworkListManager::Create", "QueueUserWorkItem",
-                    "OpenServiceW WlanSvc 0xf01ff",  //
+                    HasSubstr("'LAN / WLAN Auto Switching'"), HasSubstr("'LAN/WLAN Switching'"),
+                    HasSubstr("'LAN / WWAN Auto Switching'"), "OpenServiceW WlanSvc 0xf01ff",  //
                     "FindConnectionPoint INetworkListManagerEvents", "Advise INetworkListManagerEvents",
                     "FindConnectionPoint INetworkConnectionEvents",
                     "Advise INetworkConnectionEvents",  //
@@ -129,42 +128,13 @@ TEST_F(StartUpWorkerTest, StepsComeInTheirOrder) {
                     "FindConnectionPoint IMbnRadioEvents", "Advise IMbnRadioEvents", "CoUninitialize"));
 }
 
-TEST_F(StartUpWorkerTest, BothSettingsAreReadBetweenTheWatcherAndTheWaitForWlan) {
-    const auto operations = [this] {
-        std::vector<std::string> found;
-        for (const LogLine& line : log.At(Orva::Shared::Level::kTraceIn)) {
-            if (line.function.find("AutoSwitchingEnabled") != std::string::npos ||
-                line.function == "Utils::WaitforServiceToStartRunning") {
-                found.push_back(line.function);
-            }
-        }
-        return found;
-    };
-    std::vector<std::string> beforeTheWatcher{"no watcher"};
-    pool.atQueue = [&] { beforeTheWatcher = operations(); };
-    RunWorker();
-    EXPECT_THAT(beforeTheWatcher, IsEmpty());
-    EXPECT_THAT(
-        operations(),
-        ElementsAre("NLMUtils::IsLanWlanAutoSwitchingEnabled", "NLMUtils::IsLanWwanAutoSwitchingEnabled",
-                    "Utils::WaitforServiceToStartRunning", "Utils::WaitforServiceToStartRunning"));
-}
-
 TEST_F(StartUpWorkerTest, ManagersAreCreatedInWhateverContextHasThem) {
-    std::vector<DWORD> contexts;
-    const ScopedImport<&::CoCreateInstance> look{
-        [](REFCLSID classId, IUnknown*, DWORD, REFIID, void**) {
-            return classId == CLSID_NetworkListManager || classId == CLSID_MbnInterfaceManager;
-        },
-        [&](REFCLSID classId, IUnknown* outer, DWORD context, REFIID interfaceId, void** object) {
-            EXPECT_EQ(outer, nullptr);
-            EXPECT_EQ(interfaceId, classId == CLSID_NetworkListManager ? IID_INetworkListManager
-                                                                       : IID_IMbnInterfaceManager);
-            contexts.push_back(context);
-            return look.Original(classId, outer, context, interfaceId, object);
-        }};
+    const ScopedWatch<&::CoCreateInstance> creations;
     RunWorker();
-    EXPECT_THAT(contexts, ElementsAre(0x17U, 0x17U));
+    EXPECT_THAT(
+        creations.Arguments(),
+        AllOf(Contains(FieldsAre(CLSID_NetworkListManager, IsNull(), 0x17U, IID_INetworkListManager, _)),
+              Contains(FieldsAre(CLSID_MbnInterfaceManager, IsNull(), 0x17U, IID_IMbnInterfaceManager, _))));
 }
 
 TEST_F(StartUpWorkerTest, WatcherIsQueuedToRunOnce) {
@@ -301,40 +271,21 @@ TEST_F(StartUpWorkerTest, IsTimedBehindItsExitLineOrWithoutOneWhereItGivesUp) {
 
 // --- Services that are late or absent, subscriptions that fail -------------------------------------
 
-constexpr char kWait[] = "Utils::WaitforServiceToStartRunning";
-
-TEST_F(StartUpWorkerTest, ServiceThatIsLateOrAbsentIsWaitedForAndTheStartGoesOn) {
-    struct Awaited {
-        const wchar_t* service;
-        DWORD state;  ///< zero: it is not installed
-        int polls;
-        const wchar_t* status;
-    };
-    for (const Awaited& awaited :
-         {Awaited{L"WlanSvc", 0, 1, L"-1"}, Awaited{L"WlanSvc", SERVICE_START_PENDING, 15, L"1"},
-          Awaited{L"WwanSvc", 0, 1, L"-1"}, Awaited{L"WwanSvc", SERVICE_START_PENDING, 15, L"1"}}) {
-        const std::wstring name = awaited.service;
-        const std::wstring status = awaited.status;
-        const bool isWlan = name == L"WlanSvc";
+TEST_F(StartUpWorkerTest, ServiceThatIsLateOrAbsentCostsALineAndTheStartGoesOn) {
+    for (const auto& [isWlan, isInstalled] :
+         {std::pair{true, false}, std::pair{true, true}, std::pair{false, false}, std::pair{false, true}}) {
+        const std::wstring name = isWlan ? L"WlanSvc" : L"WwanSvc";
+        const std::wstring status = isInstalled ? L"1" : L"-1";
         SCOPED_TRACE(testing::PrintToString(name + status));
         log.Clear();
         notebook.ForgetCalls();
-        machine.clock.ForgetRecords();
         const auto installed = notebook.Service(name);
-        notebook.Service(name).state = awaited.state;
-        if (awaited.state == 0) {
+        notebook.Service(name).state = SERVICE_START_PENDING;
+        if (!isInstalled) {
             notebook.Uninstall(name);
         }
         RunWorker();
-        std::vector<LogLine> tries;
-        for (int i = 0; i < awaited.polls; ++i) {
-            tries.push_back(Verbose(
-                kWait, name + L" service Running Status = " + status + L", try " + std::to_wstring(i)));
-        }
-        EXPECT_EQ(LinesOf(kWait), tries);
-        // The three reads of settings that are not there wait as long once each.
-        EXPECT_THAT(machine.clock.SleepsAndWaits(), Contains(kPollInterval).Times(3 + awaited.polls));
-        EXPECT_EQ(Opens(isWlan ? "WlanSvc" : "WwanSvc"), awaited.polls);
+        EXPECT_TRUE(log.Contains(TraceOut(kWait, name + L" Running Status = " + status)));
         EXPECT_EQ(log.Of(kWorker),
                   WithBefore(isWlan ? kWlanWaited : kWwanWaited,
                              Error(kWorker, std::wstring(L"WaitforServiceToStartRunning (") +
@@ -406,14 +357,6 @@ TEST_F(StartUpWorkerTest, FailedSwitchesChangeNothingElse) {
     RunWorker();
     EXPECT_THAT(log.Of(kWorker), SizeIs(10));
     EXPECT_TRUE(log.Contains(kExit));
-}
-
-TEST_F(StartUpWorkerTest, NothingIsSwitchedOnInAirplaneMode) {
-    machine.SetAirplaneMode(true);
-    SetRadios(false);
-    RunWorker();
-    EXPECT_THAT(WlanSwitches(), IsEmpty());
-    EXPECT_THAT(WwanSwitches(), IsEmpty());
 }
 
 /// Whether the feature is enabled, the cable, what is remembered (null: nothing), and the radio before.

@@ -189,14 +189,6 @@ TEST_F(MobileBroadbandSubscriptionTest, CompletionsReachANewSinkUntilTheStopDest
     EXPECT_EQ(state.mbnSinks, nullptr);
 }
 
-TEST_F(MobileBroadbandSubscriptionTest, SinkThatCouldNotBeSubscribedGoesWithTheStop) {
-    notebook.Fail(Call::Advise, 1, E_ACCESSDENIED);
-    ListenForWwanEvents(state);
-    EXPECT_FALSE(SinkIsGone());
-    Stop(service);
-    EXPECT_TRUE(SinkIsGone());
-}
-
 TEST_F(MobileBroadbandSubscriptionTest, SinkOutlivesAStopInTheMiddleAndOneThatCannotUnsubscribe) {
     notebook.Before(Call::Advise, 1, [this] { Stop(service); });
     ListenForWwanEvents(state);

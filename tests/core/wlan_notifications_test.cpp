@@ -43,33 +43,15 @@ class RegistrationTest : public CoreTest {
 };
 
 TEST_F(RegistrationTest, OpensAHandleAndAsksForTwoSources) {
-    struct Arguments {
-        HANDLE client;
-        WLAN_NOTIFICATION_CALLBACK callback;
-        bool hasRest;
-    };
-    std::vector<Arguments> calls;
-    const ScopedImport<&::WlanRegisterNotification> look{[&](HANDLE client, DWORD sources,
-                                                             BOOL ignoresDuplicates,
-                                                             WLAN_NOTIFICATION_CALLBACK callback,
-                                                             PVOID context, PVOID reserved, PDWORD previous) {
-        calls.push_back({client, callback, context != nullptr || reserved != nullptr || previous != nullptr});
-        return look.Original(client, sources, ignoresDuplicates, callback, context, reserved, previous);
-    }};
+    const ScopedWatch<&::WlanRegisterNotification> calls;
     EXPECT_EQ(RegisterWlanNotification(state, &kYes), DWORD{ERROR_SUCCESS});
     const HANDLE handle = state.wlanHandle.Get();
     EXPECT_EQ(RegisterWlanNotification(state, &kNo), DWORD{ERROR_SUCCESS});
     EXPECT_EQ(state.wlanHandle.Get(), handle);
-    EXPECT_THAT(notebook.Calls(), ElementsAre("WlanOpenHandle version 2",
-                                              "WlanRegisterNotification sources 0x18, ignore duplicates 0",
-                                              "WlanRegisterNotification sources 0x0, ignore duplicates 0"));
-    ASSERT_THAT(calls, SizeIs(2));
-    EXPECT_NE(calls[0].callback, nullptr);
-    EXPECT_EQ(calls[1].callback, nullptr);
-    for (const Arguments& call : calls) {
-        EXPECT_EQ(call.client, handle);
-        EXPECT_FALSE(call.hasRest);
-    }
+    EXPECT_THAT(notebook.Calls(Call::WlanOpenHandle), ElementsAre("WlanOpenHandle version 2"));
+    EXPECT_THAT(calls.Arguments(),
+                ElementsAre(FieldsAre(handle, 0x18U, FALSE, NotNull(), IsNull(), IsNull(), IsNull()),
+                            FieldsAre(handle, 0U, FALSE, IsNull(), IsNull(), IsNull(), IsNull())));
     EXPECT_THAT(log.Of(kRegister),
                 ElementsAre(TraceIn(kRegister, L"Registration Status - 1, WLANHandle = 0x00000000"),
                             TraceOut(kRegister, L"Return  = 0"),
@@ -420,55 +402,40 @@ INSTANTIATE_TEST_SUITE_P(Situations, NotificationIn,
                                                           Radio::kUnreadable),
                                           testing::Bool()));
 
-TEST_F(NotificationTest, UnplugAfterTheUsersSwitchOffLeavesWlanOff) {
-    machine.RememberWlan(L"True");
-    SetRadios(false);
-    NotifyRadioChange();
-    ServiceUtils::StartWLANService();
-    EXPECT_TRUE(notebook.WlanIsOff());
-    EXPECT_EQ(machine.RememberedWlan(), L"False");
-}
-
 // --- Exceptions ------------------------------------------------------------------------------------
-
-/// A standard exception, a Win32 error, and what nobody expects, out of the n-th line of the log.
-const std::function<Rig::ThrowFromLogLine(int nthLine)> kThrows[] = {
-    [](int nthLine) { return Rig::ThrowFromLogLine(nthLine, std::runtime_error("log")); },
-    [](int nthLine) { return Rig::ThrowFromLogLine(nthLine, DWORD{ERROR_GEN_FAILURE}); },
-    [](int nthLine) { return Rig::ThrowFromLogLine(nthLine, 42); }};
 
 TEST_F(NotificationTest, WhateverIsThrownIsCaughtAndLeavesTheLockFree) {
     // The callback's trace and two lines, then the handler's trace, then the Ethernet test's.
     constexpr int kInsideTheHandler = 5;
     constexpr int kBeforeTheLock = 2;
     const LogLine caught = Error(kCallback, L"Exception in WlanNotificationCallback()");
-    const auto changeRadio = [this](const Rig::ThrowFromLogLine&) {
-        log.Clear();
+    // The handler of changed radios catches it itself, the other one leaves it to the callback.
+    {
+        const Rig::ThrowFromLogLine throwing(kInsideTheHandler, 42);
         NotifyRadioChange();
-    };
-    const auto announceNetwork = [this](const Rig::ThrowFromLogLine&) {
-        log.Clear();
-        NotifyNetworkAvailable();
-    };
-    for (const auto& throwAt : kThrows) {
-        // The handler of changed radios catches it itself, the other one leaves it to the callback.
-        changeRadio(throwAt(kInsideTheHandler));
-        EXPECT_THAT(
-            log.Of(kRadioChange),
-            ElementsAre(TraceIn(kRadioChange),
-                        Error(kRadioChange, L"Exception in HandleWlanNotificationMsmRadioStateChange()"),
-                        TraceOut(kRadioChange)));
-        EXPECT_THAT(log.Of(kCallback), SizeIs(4));
-        announceNetwork(throwAt(kInsideTheHandler));
-        EXPECT_THAT(log.Of(kAvailable), ElementsAre(TraceIn(kAvailable), TraceOut(kAvailable)));
-        EXPECT_THAT(log.At(Orva::Shared::Level::kError), ElementsAre(caught));
-        announceNetwork(throwAt(kBeforeTheLock));
-        EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kCallback), caught, TraceOut(kCallback)));
-
-        log.Clear();
-        Rig::RunOnThread([this] { NotifyNetworkAvailable(); });
-        EXPECT_TRUE(log.Contains(TraceIn(kAvailable)));
     }
+    EXPECT_THAT(log.Of(kRadioChange),
+                ElementsAre(TraceIn(kRadioChange),
+                            Error(kRadioChange, L"Exception in HandleWlanNotificationMsmRadioStateChange()"),
+                            TraceOut(kRadioChange)));
+    EXPECT_THAT(log.Of(kCallback), SizeIs(4));
+    log.Clear();
+    {
+        const Rig::ThrowFromLogLine throwing(kInsideTheHandler, 42);
+        NotifyNetworkAvailable();
+    }
+    EXPECT_THAT(log.Of(kAvailable), ElementsAre(TraceIn(kAvailable), TraceOut(kAvailable)));
+    EXPECT_THAT(log.At(Orva::Shared::Level::kError), ElementsAre(caught));
+    log.Clear();
+    {
+        const Rig::ThrowFromLogLine throwing(kBeforeTheLock, 42);
+        NotifyNetworkAvailable();
+    }
+    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn(kCallback), caught, TraceOut(kCallback)));
+
+    log.Clear();
+    Rig::RunOnThread([this] { NotifyNetworkAvailable(); });
+    EXPECT_TRUE(log.Contains(TraceIn(kAvailable)));
 }
 
 TEST_F(NotificationTest, LockIsFreeBeforeAnExceptionIsLogged) {

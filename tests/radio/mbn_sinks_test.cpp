@@ -342,12 +342,6 @@ TEST_F(SinkTest, StatusOfTheRequestIsLoggedAndIgnored) {
     EXPECT_EQ(m_machine.RememberedWwan(), L"True");
 }
 
-TEST_F(SinkTest, WithoutADeviceTheRadioReadsAsOff) {
-    WwanState::devicePresent = false;
-    Complete(1, S_OK, ConfirmRadio::Null);
-    EXPECT_EQ(m_machine.RememberedWwan(), L"False");
-}
-
 TEST_F(SinkTest, ExceptionIsLoggedAndTheLockLeft) {
     {
         const ScopedImport<&::SetEvent> throws{[](HANDLE) -> BOOL { throw DWORD{ERROR_CRC}; }};

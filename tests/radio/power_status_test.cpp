@@ -75,14 +75,6 @@ TEST_F(PowerStatusTest, FailedWriteReturnsItsErrorAndLogsTheThreadsOne) {
     }
 }
 
-TEST_F(PowerStatusTest, KeyThatCannotBeMadeReturnsTheError) {
-    const ScopedResult<&::RegCreateKeyExW> fails{ERROR_ACCESS_DENIED, ERROR_CRC};
-    EXPECT_EQ(SetWwanPowerStatusInRegistry(kRadioOn), DWORD{ERROR_ACCESS_DENIED});
-    EXPECT_THAT(m_machine.log.At(kError),
-                ElementsAre(Error(kSet, L"Registry::SetValue failed with error 23")));
-    EXPECT_EQ(m_machine.log.Of(kSetWwan).back(), TraceOut(kSetWwan, L"Return Status = 5"));
-}
-
 TEST_F(PowerStatusTest, ExceptionInTheWwanWriterCannotBeToldFromSuccess) {
     const ThrowFromLogLine second{2, DWORD{ERROR_CRC}};
     EXPECT_EQ(SetWwanPowerStatusInRegistry(kRadioOn), DWORD{ERROR_SUCCESS});
