@@ -17,6 +17,7 @@
 #include "network/nlm_event_handler.h"
 #include "notebook/state/calls.h"
 #include "notebook/state/shared_state.h"
+#include "tests/hunt/operations.h"
 #include "tests/support/scoped_import.h"
 
 namespace RandomEvents {
@@ -150,13 +151,13 @@ LONG CallsEnded() {
 /// Where a thread is. What an earlier play left counts no more.
 struct Place {
     std::uint32_t play = 0;
-    int operations = 0;  ///< of the service, one inside the other
-    int calls = 0;       ///< into what is replaced here
+    Operations operations;
+    int calls = 0;  ///< into what is replaced here
     bool hasCalledDevice = false;
     LONG endedBefore = 0;  ///< calls of devices, when this thread's last one began
 
     [[nodiscard]] bool IsInService() const {
-        return operations > 0 && calls == 0 && !(hasCalledDevice && CallsEnded() == endedBefore);
+        return !operations.Names().empty() && calls == 0 && !(hasCalledDevice && CallsEnded() == endedBefore);
     }
 };
 
@@ -201,6 +202,18 @@ struct ResultOf<Target> {
 
 }  // namespace
 
+bool Strike::IsIn(std::string_view operation) const {
+    return std::ranges::count(operations, operation) != 0;
+}
+
+std::string Strike::Text() const {
+    std::string text = function;
+    for (const std::string& operation : operations) {
+        text += (&operation == &operations.front() ? " in " : ", ") + operation;
+    }
+    return text;
+}
+
 const std::vector<Function>& FailingFunctions() {
     static const std::vector<Function> functions = [] {
         std::vector<Function> all;
@@ -235,12 +248,10 @@ class Faults::Lines final : public Orva::Shared::CorvaLogListener {
   public:
     explicit Lines(Faults& faults) : CorvaLogListener(PolicyLevels::kIgnore), m_faults(faults) {}
     void Log(const LogData& entry) override {
-        const int level = entry.GetLevel();
-        Place& here = Here();
-        here.operations += level == Orva::Shared::Level::kTraceIn ? 1 : 0;
-        here.operations -= level == Orva::Shared::Level::kTraceOut && here.operations > 0 ? 1 : 0;
-        if (level == Orva::Shared::Level::kError && entry.Message().starts_with(L"Exception in ")) {
-            const InsideCall inside;
+        const InsideCall inside;
+        Here().operations.Follow(entry);
+        if (entry.GetLevel() == Orva::Shared::Level::kError &&
+            entry.Message().starts_with(L"Exception in ")) {
             m_faults.m_exceptions.emplace_back(entry.FunctionName());
         }
     }
@@ -281,6 +292,8 @@ const Answer* Faults::Ask(std::size_t function) {
     const std::uint32_t nth = ++m_counts[function];
     for (const Fault& fault : m_faults) {
         if (fault.function == function && fault.nth == nth) {
+            const InsideCall inside;
+            m_strikes.push_back({FailingFunctions()[function].name, Here().operations.Names()});
             return &FailingFunctions()[function].answers[fault.answer];
         }
     }
@@ -399,16 +412,7 @@ void Faults::HookAll() {
     Passes<&::Sleep>();
     Passes<&::SysFreeString>();
     Passes<&::WlanFreeMemory>();
-    // The books do not see what oleaut32 gives back by itself.
-    m_imports.push_back(
-        Rig::ReplaceIfImported<&::VariantClear>(Rig::kWrapping, [](const auto& self, VARIANT* variant) {
-            const InsideCall inside;
-            if (V_VT(variant) == VT_BSTR) {
-                SysFreeString(V_BSTR(variant));
-                V_VT(variant) = VT_EMPTY;
-            }
-            return self.Original(variant);
-        }));
+    m_imports.push_back(Rig::ShowVariantTexts());
     m_imports.push_back(Rig::ReplaceIfImported<&::CreateEventW>(
         Rig::kWrapping, [this, function = Find("CreateEventW")](const auto& self, auto... args) {
             const Answer* const answer = Ask(function);

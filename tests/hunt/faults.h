@@ -8,6 +8,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -39,6 +40,16 @@ struct Fault {
     [[nodiscard]] std::string Text() const;
 };
 
+/// A failure that came about: of which call, and in which of the service's operations, outermost first.
+struct Strike {
+    const char* function;
+    std::vector<std::string> operations;
+
+    [[nodiscard]] bool IsIn(std::string_view operation) const;
+    /// "WlanOpenHandle in CMainService::OnStop, CMainService::RegisterWlanNotification".
+    [[nodiscard]] std::string Text() const;
+};
+
 [[nodiscard]] const std::vector<Function>& FailingFunctions();
 /// Throws `std::runtime_error` for what is none.
 [[nodiscard]] Fault ReadFault(const std::string& function, const std::string& nth, const std::string& answer);
@@ -59,6 +70,8 @@ class Faults {
     void End() { m_isOver = true; }
     /// How often each function was called.
     [[nodiscard]] const std::vector<std::uint32_t>& Counts() const { return m_counts; }
+    /// Those of its failures that have come about so far, in their order.
+    [[nodiscard]] const std::vector<Strike>& Strikes() const { return m_strikes; }
     /// Operations that have caught an exception.
     [[nodiscard]] const std::vector<std::string>& Exceptions() const { return m_exceptions; }
     /// What was not given back though nothing kept it from that, or was twice. Ends the books.
@@ -83,6 +96,7 @@ class Faults {
     std::vector<Fault> m_faults;
     std::vector<std::uint32_t> m_counts;
     std::size_t m_memory;
+    std::vector<Strike> m_strikes;
     std::vector<std::string> m_exceptions;
     std::unique_ptr<Rig::Ledger> m_ledger;
     std::set<HANDLE> m_events;

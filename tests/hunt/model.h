@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "tests/hunt/command.h"
-#include "tests/hunt/turns.h"
+#include "tests/hunt/threads.h"
 
 namespace RandomEvents {
 

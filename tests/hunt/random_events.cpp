@@ -16,6 +16,7 @@
 #include "tests/hunt/command.h"
 #include "tests/hunt/model.h"
 #include "tests/hunt/stage.h"
+#include "tests/hunt/turns.h"
 #include "tests/support/long_run.h"
 
 namespace RandomEvents {
@@ -99,7 +100,7 @@ class Play {
             ++m_events;
         }
         if (!m_stage.Settle(step)) {
-            GiveUp(m_day, m_stage.Threads().Stuck());
+            GiveUp(m_day, m_stage.Crew().Stuck());
         }
         std::optional<std::string> failure = Compare();
         if (ran && !m_isToRun) {
@@ -112,7 +113,7 @@ class Play {
     }
 
     std::optional<std::string> Compare() {
-        const std::vector<Who>& taken = m_stage.Threads().Taken();
+        const std::vector<Who>& taken = dynamic_cast<const Turns&>(m_stage.Crew()).Taken();
         for (std::size_t i = 0; i < taken.size(); ++i) {
             if (!m_model.Take(taken[i])) {
                 return std::string("turn ") + std::to_string(i) + " of " + std::to_string(taken.size()) +

@@ -13,6 +13,7 @@
 #include "radio/wlan_radio.h"
 #include "radio/wwan_state.h"
 #include "tests/hunt/devices.h"
+#include "tests/hunt/turns.h"
 
 namespace RandomEvents {
 
@@ -57,9 +58,14 @@ class Stage::ErrorLines final : public Orva::Shared::CorvaLogListener {
 };
 
 Stage::Stage()
-    : m_pool([this](LPTHREAD_START_ROUTINE routine, PVOID context, ULONG flags) -> BOOL {
-          m_turns.Post(flags == WT_EXECUTEINPERSISTENTTHREAD ? Who::kWorker : Who::kWatcher,
-                       [=] { routine(context); });
+    : Stage(
+          [](Rig::TestClock& clock) -> std::unique_ptr<Threads> { return std::make_unique<Turns>(clock); }) {}
+
+Stage::Stage(Hire hire)
+    : m_threads(hire(m_machine.clock)),
+      m_pool([this](LPTHREAD_START_ROUTINE routine, PVOID context, ULONG flags) -> BOOL {
+          m_threads->Post(flags == WT_EXECUTEINPERSISTENTTHREAD ? Who::kWorker : Who::kWatcher,
+                          [=] { routine(context); });
           return TRUE;
       }) {
     Orva::Shared::CorvaLogListener* const lines = new ErrorLines(m_exceptions);
@@ -67,12 +73,12 @@ Stage::Stage()
     Orva::Shared::LoggerHolder().swap(m_recorder);
     for (const Call call : kPoints) {
         m_machine.notebook.AtEach(call, [this] {
-            m_turns.Point();
+            m_threads->Point();
             return std::nullopt;
         });
     }
     Notebook::EventPump::Get().HandOver(
-        [this](const Notebook::Event& event, Turns::Job job) { Tell(event, std::move(job)); });
+        [this](const Notebook::Event& event, Threads::Job job) { Tell(event, std::move(job)); });
     Notebook::SharedState::Get().OnNews([] { Rig::SimulatedNotebook::Deliver(); });
 }
 
@@ -81,18 +87,18 @@ Stage::~Stage() {
     Orva::Shared::LoggerHolder().swap(m_recorder);
 }
 
-void Stage::Tell(const Notebook::Event& event, Turns::Job job) {
+void Stage::Tell(const Notebook::Event& event, Threads::Job job) {
     switch (event.kind) {
         case Notebook::EventKind::Wlan:
         case Notebook::EventKind::WlanNullNotification:
-            m_turns.Post(Who::kWlan, std::move(job));
+            m_threads->Post(Who::kWlan, std::move(job));
             break;
         case Notebook::EventKind::ModemStateChange:
         case Notebook::EventKind::ModemSetComplete:
-            m_turns.Post(Who::kModem, std::move(job));
+            m_threads->Post(Who::kModem, std::move(job));
             break;
         default:
-            m_turns.Post(Who::kNetwork, std::move(job));
+            m_threads->Post(Who::kNetwork, std::move(job));
             break;
     }
 }
@@ -100,7 +106,7 @@ void Stage::Tell(const Notebook::Event& event, Turns::Job job) {
 void Stage::Begin(const Shape& shape) {
     m_machine.notebook.Make({shape.wlanAdapters, shape.phys, Shape::kCables, shape.modems});
     // What the making announced nobody hears.
-    static_cast<void>(m_turns.Settle(0, false));
+    static_cast<void>(m_threads->Settle(0, false));
     Notebook::ResetServices();
     Notebook::SharedState::Get().Raw().ledger = {};
     m_machine.store.Delete();
@@ -113,7 +119,7 @@ void Stage::Do(const Command& command) {
     if (command.at == 0) {
         Carry(command);
     } else {
-        m_turns.After(Turns::Milliseconds(command.at), [this, command] { Carry(command); });
+        m_threads->After(Threads::Milliseconds(command.at), [this, command] { Carry(command); });
     }
 }
 
@@ -142,7 +148,7 @@ void Stage::Carry(const Command& command) {
             break;
         case Verb::kAirplaneMissing:
             RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, ServiceUtils::kAirplaneModeKey, nullptr);
-            m_turns.Signalled();
+            m_threads->Signalled();
             break;
         case Verb::kNeighbour:
         case Verb::kLateNeighbour:
@@ -161,7 +167,7 @@ void Stage::Carry(const Command& command) {
             break;
         case Verb::kResume:
             Notebook::LockedMachine()->devices.asleep = 0;
-            m_turns.Post(Who::kControl, [this, runs = m_isToRun] {
+            m_threads->Post(Who::kControl, [this, runs = m_isToRun] {
                 if (runs) {
                     m_service->Continue();
                 }
@@ -172,13 +178,13 @@ void Stage::Carry(const Command& command) {
         case Verb::kStart:
             m_isToRun = true;
             m_service = std::make_unique<Service>();
-            m_turns.Post(Who::kControl, [this] { m_service->Start(0, nullptr); });
+            m_threads->Post(Who::kControl, [this] { m_service->Start(0, nullptr); });
             break;
         case Verb::kStop:
         case Verb::kPreshutdown:
             m_isToRun = false;
-            m_turns.Post(Who::kControl,
-                         [this, isShutdown = command.verb == Verb::kPreshutdown] { Stop(isShutdown); });
+            m_threads->Post(Who::kControl,
+                            [this, isShutdown = command.verb == Verb::kPreshutdown] { Stop(isShutdown); });
             break;
         default: {
             Notebook::LockedMachine machine;
@@ -190,7 +196,7 @@ void Stage::Carry(const Command& command) {
 
 void Stage::WriteAirplane(DWORD value) {
     m_machine.airplane.Write({}, {}, Rig::RegistryNumber(value));
-    m_turns.Signalled();
+    m_threads->Signalled();
 }
 
 void Stage::ChangeNeighbour(const Command& command) {
@@ -208,7 +214,7 @@ void Stage::ChangeNeighbour(const Command& command) {
         m_machine.notebook.Uninstall(name);
     }
     if (command.verb == Verb::kLateNeighbour) {
-        m_turns.After(Turns::Milliseconds(command.Number(1)), [this, name, change, set] {
+        m_threads->After(Threads::Milliseconds(command.Number(1)), [this, name, change, set] {
             if (m_neighbourChanges[name] == change) {
                 set(true, SERVICE_RUNNING);
             }

@@ -9,17 +9,21 @@
 #include "tests/core/core_test.h"
 #include "tests/hunt/command.h"
 #include "tests/hunt/model.h"
-#include "tests/hunt/turns.h"
+#include "tests/hunt/threads.h"
 #include "tests/radio/machine.h"
 #include "tests/support/com_support.h"
 #include "tests/support/scoped_import.h"
 
 namespace RandomEvents {
 
-/// The service on the simulated notebook, with threads that take turns.
+/// The service on the simulated notebook.
 class Stage {
   public:
+    /// With threads that take turns.
     Stage();
+    /// With those that `hire` makes.
+    using Hire = std::unique_ptr<Threads> (*)(Rig::TestClock& clock);
+    explicit Stage(Hire hire);
     Stage(const Stage&) = delete;
     Stage& operator=(const Stage&) = delete;
     ~Stage();
@@ -28,8 +32,8 @@ class Stage {
     void Begin(const Shape& shape);
     /// What the command does at its time, counted from now.
     void Do(const Command& command);
-    [[nodiscard]] bool Settle(const Step& step) { return m_turns.Settle(step.seed, step.isFine); }
-    [[nodiscard]] const Turns& Threads() const { return m_turns; }
+    [[nodiscard]] bool Settle(const Step& step) { return m_threads->Settle(step.seed, step.isFine); }
+    [[nodiscard]] Threads& Crew() const { return *m_threads; }
     [[nodiscard]] Rig::SimulatedNotebook& Devices() { return m_machine.notebook; }
     [[nodiscard]] Situation See() const;
     /// What is wrong whatever the rules say: an exception, something lost or given back twice. Empty:
@@ -52,13 +56,13 @@ class Stage {
     void ChangeNeighbour(const Command& command);
     void WriteAirplane(DWORD value);
     void Stop(bool isShutdown);
-    void Tell(const Notebook::Event& event, Turns::Job job);
+    void Tell(const Notebook::Event& event, Threads::Job job);
 
     RadioTests::Machine m_machine;
     Rig::ComApartment m_apartment;
     std::vector<std::string> m_exceptions;
     std::unique_ptr<Orva::Shared::CorvaLogger> m_recorder;
-    Turns m_turns{m_machine.clock};
+    std::unique_ptr<Threads> m_threads;
     Rig::ScopedImport<&::QueueUserWorkItem> m_pool;
     std::unique_ptr<Service> m_service;
     NLMEventHandler* m_handler = nullptr;

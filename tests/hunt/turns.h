@@ -3,38 +3,17 @@
 #include <windows.h>
 
 #include <array>
-#include <chrono>
-#include <cstdint>
 #include <deque>
-#include <functional>
 #include <map>
 #include <memory>
 #include <set>
-#include <string>
 #include <vector>
 
 #include "tests/hunt/command.h"
+#include "tests/hunt/threads.h"
 #include "tests/support/test_clock.h"
 
 namespace RandomEvents {
-
-/// The threads on which Windows calls the service, and the two of the pool. Network events come on either of
-/// two. `kClock` is none: where it stands for a turn, time went on.
-enum class Who : std::uint8_t {
-    kControl,
-    kWlan,
-    kModem,
-    kNetwork,
-    kNetwork2,
-    kWorker,
-    kWatcher,
-    kCount,
-    kClock
-};
-
-constexpr std::size_t kThreads = static_cast<std::size_t>(Who::kCount);
-
-const char* NameOf(Who who);
 
 /// Threads of which one runs at a time, for a scope. A thread has its turn until it sleeps, waits for
 /// something that is not there, or has come to its end, in a fine step also until a `Point`; then a seed says
@@ -42,38 +21,22 @@ const char* NameOf(Who who);
 /// what it did can be told.
 ///
 /// The thread that made it is not one of them: it posts jobs, and lets them have their turns by `Settle`.
-class Turns {
+class Turns final : public Threads {
   public:
-    using Job = std::function<void()>;
-    using Milliseconds = std::chrono::milliseconds;
-
     explicit Turns(Rig::TestClock& clock);
     Turns(const Turns&) = delete;
     Turns& operator=(const Turns&) = delete;
-    /// Only when all have come to rest.
-    ~Turns();
+    ~Turns() override;
 
-    /// A job for a thread, which does its jobs in order; those of the network go to either. A worker's or
-    /// a watcher's thread ends with its job.
-    void Post(Who who, Job job);
-    /// Something that happens when the time comes, on whatever thread; it must not wait.
-    void After(Milliseconds time, Job what);
-
-    /// Until nobody has anything to do and nothing is due. False when somebody waits for ever, or never comes
-    /// to rest: then `Stuck` tells who, and nothing more can be done with this process.
-    bool Settle(std::uint64_t seed, bool isFine);
-    [[nodiscard]] const std::string& Stuck() const { return m_stuck; }
+    void Post(Who who, Job job) override;
+    void After(Milliseconds time, Job what) override;
+    bool Settle(std::uint64_t seed, bool isFine) override;
     /// Who had the turns of the last `Settle`.
     [[nodiscard]] const std::vector<Who>& Taken() const { return m_taken; }
 
-    /// Whether a thread is neither idle nor gone, at rest. (The watcher is at work until it has seen the
-    /// stop.)
-    [[nodiscard]] bool IsAtWork(Who who) const;
-
-    /// A place where the calling thread may lose its turn.
-    void Point();
-    /// Something that somebody may wait for was signalled past the import table.
-    void Signalled() { m_isSignalled = true; }
+    [[nodiscard]] bool IsAtWork(Who who) const override;
+    void Point() override;
+    void Signalled() override { m_isSignalled = true; }
 
   private:
     enum class State { kAbsent, kIdle, kReady, kWaiting };
@@ -114,7 +77,6 @@ class Turns {
     bool m_isSignalled = true;   ///< somebody's wait may have come to its end: worth a look
     std::set<HANDLE> m_mutexes;  ///< nobody ever waits for these: only one thread runs
     bool m_ends = false;
-    std::string m_stuck;
     Seat* m_running = nullptr;  ///< null: the thread that made it
     SRWLOCK m_lock = SRWLOCK_INIT;
     CONDITION_VARIABLE m_settled = CONDITION_VARIABLE_INIT;

@@ -253,4 +253,14 @@ std::vector<std::string> Ledger::Problems() const {
     return problems;
 }
 
+std::shared_ptr<void> ShowVariantTexts() {
+    return ReplaceIfImported<&::VariantClear>(kWrapping, [](const auto& self, VARIANT* variant) {
+        if (V_VT(variant) == VT_BSTR) {
+            SysFreeString(V_BSTR(variant));
+            V_VT(variant) = VT_EMPTY;
+        }
+        return self.Original(variant);
+    });
+}
+
 }  // namespace Rig

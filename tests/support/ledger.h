@@ -102,4 +102,8 @@ class Ledger {
     std::vector<std::shared_ptr<void>> m_hooks;
 };
 
+/// Shows the text of a VARIANT to the books that are kept, which do not see what oleaut32 gives back by
+/// itself, for as long as the result lives.
+[[nodiscard]] std::shared_ptr<void> ShowVariantTexts();
+
 }  // namespace Rig
