@@ -422,6 +422,23 @@ TEST_F(RotationTest, LogThatCannotBeReopenedKeepsTheMutexAndWritesNothing) {
     file->WriteEntry(Entry(L"one"));
 }
 
+TEST_F(RotationTest, LineThatFindsNoNewFileAfterItsRotationIsLost) {
+    SKIP_UNLESS_IMPORTED(_wfopen);
+    Limit(1);
+    WriteBytes(m_appData.Log(), std::string(kLogLine) + std::string(2000, 'x') + "\r\n");
+    {
+        const OpenedLogFile file(File());
+        const ScopedImport<&::_wfopen> fails{[](auto...) -> FILE* { return nullptr; }};
+        file->WriteEntry(Entry(L"lost"));
+        EXPECT_EQ(fails.Calls(), 1);
+        const CountedCalls<&::fflush> flushes;
+        file->Flush();
+        EXPECT_EQ(flushes.Calls(), 0);
+    }
+    EXPECT_THAT(m_appData.Names(), ElementsAre(L"logging_tests_0001.log"));
+    EXPECT_EQ(TextOf(1).size(), kLogLine.size() + 2002);
+}
+
 TEST_F(RotationTest, GivesEverythingBack) {
     MakeNumbered(9);
     static_cast<void>(File());

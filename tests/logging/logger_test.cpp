@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <thread>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "tests/logging/failing_memory.h"
@@ -193,6 +194,24 @@ TEST(Logger, StampsEntriesWithThreadAndLocalTimeWhoseOffsetIsLookedUpOnceASecond
         write();
     }
     EXPECT_LE(static_cast<ULONGLONG>(zone.Calls()), 2 + (GetTickCount64() - start) / 1000);
+}
+
+TEST(Logger, OffsetIsLookedUpAnewAfterASecondAndWhenTheClockIsSetBack) {
+    constexpr std::int64_t kTicksPerSecond = 10'000'000;
+    std::int64_t now = 0x1D00000'00000000;
+    const ScopedImport<&::GetSystemTimeAsFileTime> clock{
+        [&now](FILETIME* time) { *time = std::bit_cast<FILETIME>(now); }};
+    const CountedCalls<&::FileTimeToLocalFileTime> zone;
+    const auto logger = MakeLogger({new RecordingListener({})});
+    int expected = 0;
+    for (const auto& [passed, lookUps] :
+         {std::pair(std::int64_t{0}, 1), std::pair(kTicksPerSecond - 1, 0), std::pair(std::int64_t{1}, 1),
+          std::pair(std::int64_t{-1}, 1), std::pair(std::int64_t{1}, 0)}) {
+        now += passed;
+        logger->Write(Level::kError, "A::B", L"text");
+        expected += lookUps;
+        EXPECT_EQ(zone.Calls(), expected) << passed;
+    }
 }
 
 // --- What an entry costs its caller -----------------------------------------------------------

@@ -13,6 +13,7 @@
 #include "tests/logging/recording_listener.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/scoped_import.h"
+#include "tests/support/throw_from_log_line.h"
 
 namespace LoggingTests {
 namespace {
@@ -170,6 +171,17 @@ TEST(LogScope, EndsTheTimerLastWithOrWithoutAnExitLine) {
         ElementsAre(TraceIn("A::B"), TraceOut("A::B"), Diag("A::B", L"Elapsed time =    15.0 ms."),
                     TraceIn("C::D"), Diag("C::D", L"Elapsed time =     0.0 ms."), TraceIn("E::F"),
                     TraceOut("E::F", L"worded after all"), Diag("E::F", L"Elapsed time =     0.0 ms.")));
+}
+
+TEST(LogScope, OperationDoesNotFailBecauseItsExitCannotBeLogged) {
+    const LogRecorder log;
+    const auto operation = [] {
+        LogScope scope("A::B");
+        return scope.Return(L"Return = %d", 7);
+    };
+    const Rig::ThrowFromLogLine throwing{2, std::runtime_error("no more log")};
+    EXPECT_EQ(operation(), 7);
+    EXPECT_THAT(log.Lines(), ElementsAre(TraceIn("A::B")));
 }
 
 TEST(LogScope, KeepsTheThreadsLastError) {

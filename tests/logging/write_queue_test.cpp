@@ -395,6 +395,21 @@ TEST_F(WriteQueueTest, EndWaitsForTheEntryInTheWritersHand) {
     EXPECT_THAT(Messages(), ElementsAre("last"));
 }
 
+TEST_F(WriteQueueTest, WriterThatOutlastsTheEndFinishesItsEntryAndLosesTheRest) {
+    SKIP_UNLESS_IMPORTED(fwrite);
+    HoldFile();
+    Log(L"one");
+    Log(L"lost");
+    HeldWrites writes;
+    ReleaseFile();
+    EXPECT_TRUE(writes.HaveBegun());
+    const ScopedWaits waits;
+    EndListener();
+    writes.Release();
+    WaitForWriter();
+    EXPECT_THAT(Messages(), ElementsAre("one"));
+}
+
 TEST_F(WriteQueueTest, GivesABlockedWriterTwoRoundsAndLosesTheRest) {
     using Case = std::pair<DWORD, std::vector<std::string>>;
     for (const auto& [result, events] :
@@ -448,6 +463,14 @@ TEST_F(WriteQueueTest, WhatOthersWriteDuringTheDrainIsWritten) {
     logger.EndListeners();
     logger.Write(Level::kError, "A::B", L"afterwards");
     EXPECT_THAT(Messages(), ElementsAre("before", "meanwhile"));
+}
+
+TEST_F(WriteQueueTest, EntryAfterTheEndIsNotTaken) {
+    SKIP_UNLESS_IMPORTED(_beginthreadex);
+    m_listener->DrainQueue();
+    const CountedCalls<&::_beginthreadex> start;
+    Log(L"lost");
+    EXPECT_EQ(start.Calls(), 0);
 }
 
 TEST_F(WriteQueueTest, WriterThatIsWaitedForKeepsItsHandleWhenAnotherOneStarts) {

@@ -149,5 +149,15 @@ INSTANTIATE_TEST_SUITE_P(
             [] { return static_cast<int>(SetWlanPowerStatusInRegistry(kRadioOn)); }, L"Return Status = -1",
             {AtLogLine(2)}, -1)));
 
+TEST_F(WwanTest, ExceptionOfWhatIsGivenBackChangesNoAnswer) {
+    const Rig::ScopedImport<&::WlanCloseHandle> close{[&](HANDLE client, PVOID reserved) -> DWORD {
+        close.Original(client, reserved);
+        throw std::runtime_error("out of order");
+    }};
+    EXPECT_TRUE(CheckWlanStatus());
+    EXPECT_EQ(close.Calls(), 1);
+    EXPECT_THAT(m_machine.log.At(kError), testing::IsEmpty());
+}
+
 }  // namespace
 }  // namespace RadioTests

@@ -244,18 +244,24 @@ SAFEARRAY* ArrayOfTwoDimensions() {
     return SafeArrayCreate(VT_UNKNOWN, 2, bounds);
 }
 
-/// Claims an element, and nobody made room for it.
-SAFEARRAY* ArrayWithoutRoom() {
+/// Claims elements, and nobody made room for them.
+SAFEARRAY* ArrayWithoutRoom(ULONG elements) {
     SAFEARRAY* array = nullptr;
     SafeArrayAllocDescriptorEx(VT_UNKNOWN, 1, &array);
     array->fFeatures |= FADF_UNKNOWN;
-    array->rgsabound[0] = {1, 0};
+    array->rgsabound[0] = {elements, 0};
     return array;
+}
+
+TEST_F(WwanEnumerationTest, ArrayOfNoneNeedsNoRoom) {
+    m_count = 5;
+    EXPECT_EQ(Copy(ArrayWithoutRoom(0)), S_OK);
+    EXPECT_EQ(m_count, 0U);
 }
 
 TEST_F(WwanEnumerationTest, ArrayThatHoldsNoInterfaceIsRefusedAndLeavesNothingInTheOutputs) {
     const std::pair<SAFEARRAY*, HRESULT> arrays[] = {
-        {ArrayWithoutRoom(), E_POINTER},
+        {ArrayWithoutRoom(1), E_POINTER},
         {ArrayOf({nullptr}), E_POINTER},
         {ArrayOf({WwanState::interfaceManager.load().get()}), E_NOINTERFACE},
         {SafeArrayCreateVector(VT_I8, 0, 3), DISP_E_TYPEMISMATCH},

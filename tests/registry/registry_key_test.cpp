@@ -1,5 +1,6 @@
 #include "registry/registry_key.h"
 
+#include <cstdlib>
 #include <cwchar>
 #include <string>
 
@@ -132,7 +133,7 @@ TEST_F(RegistryKeyTest, DeletionFunctionIsLookedUpOnceAProcess) {
     RegistryKey key;
     const bool failed = key.DeleteKey(HKEY_LOCAL_MACHINE, L"x") == ERROR_CRC &&
                         key.DeleteKey(HKEY_LOCAL_MACHINE, L"x") == ERROR_CRC;
-    ExitProcess(failed && older.Calls() == 2 && hidden.Calls() == lookups ? 0 : 1);
+    std::exit(failed && older.Calls() == 2 && hidden.Calls() == lookups ? 0 : 1);
 }
 
 TEST(RegistryKeyDeathTest, AbsenceOfTheDeletionFunctionIsRemembered) {

@@ -1,6 +1,7 @@
 #include "service/com_security.h"
 
 #include <cstddef>
+#include <cstdlib>
 #include <functional>
 #include <initializer_list>
 #include <memory>
@@ -190,7 +191,7 @@ TEST_F(ComSecurityTest, SidBufferIsFreedBeforeComIsCalledAndTheDescriptorAfterTh
         EXPECT_EQ(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED), S_OK);
         CoUninitialize();
     }
-    ExitProcess(testing::Test::HasFailure() ? 1 : 0);
+    std::exit(testing::Test::HasFailure() ? 1 : 0);
 }
 
 [[noreturn]] void SecureTwice() {
@@ -212,7 +213,7 @@ TEST_F(ComSecurityTest, SidBufferIsFreedBeforeComIsCalledAndTheDescriptorAfterTh
         }
         EXPECT_TRUE(ledger.Balanced());
     }
-    ExitProcess(testing::Test::HasFailure() ? 1 : 0);
+    std::exit(testing::Test::HasFailure() ? 1 : 0);
 }
 
 TEST(ComSecurityDeathTest, MultithreadedApartmentOutlivesEveryThreadThatWasInIt) {
