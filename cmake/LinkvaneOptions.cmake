@@ -13,6 +13,18 @@ function(linkvane_ship target)
   endif()
 endfunction()
 
+# linkvane_count(TARGET): what counts its executed lines in a coverage build.
+function(linkvane_count target)
+  if(NOT LINKVANE_COVERAGE)
+    return()
+  endif()
+  # Threads that count the same line at once would lose counts, and come to negative ones. A destructor of
+  # an object that lives as long as the process would run when the counters are written already. That room
+  # on the stack is free again would count as steps that only an exception takes.
+  target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:--coverage>
+    -O0 -fprofile-update=atomic -fno-use-cxa-atexit -fstack-reuse=none)
+endfunction()
+
 if(NOT WIN32)
   target_compile_options(linkvane_options INTERFACE
     -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -fstack-protector-strong)
@@ -59,9 +71,6 @@ else()
       $<$<COMPILE_LANGUAGE:CXX>:-fno-sanitize=enum>)
   endif()
   if(LINKVANE_COVERAGE)
-    # Threads that count the same line at once would lose counts, and come to negative ones.
-    target_compile_options(linkvane_options INTERFACE
-      $<$<COMPILE_LANGUAGE:CXX>:--coverage> $<$<COMPILE_LANGUAGE:CXX>:-fprofile-update=atomic>)
     target_link_options(linkvane_options INTERFACE --coverage)
   endif()
 endif()
