@@ -5,6 +5,8 @@
     also devices remote                plays all of it once more on a machine with this added
     start as ever                      scenarios/as_ever: starts, and expects state and log of an ordinary start.
                                        A scenario without any `start` begins with it.
+    plug as ever                       the same of the first cable that goes in, and `unplug as ever` of it
+                                       when it comes out
     start                              any command of the controller
     expect wifi=off stored_wlan=True   once everything has settled; of a stored choice also its bytes
     within 3000 expect wifi=off        as soon as it is so, at the latest after so many ms
@@ -47,6 +49,7 @@ from .blocks import SCENARIOS, ScenarioError, named_lines
 STOPS = ("stop", "preshutdown")
 STOPPED_DURING = ("resume", "callback")
 AS_EVER = " as ever"
+STEPS_AS_EVER = ("start", "plug", "unplug", "stop")
 
 
 @dataclasses.dataclass
@@ -116,8 +119,8 @@ class _Parser:
                        if line.strip() and not line.lstrip().startswith("#")]
 
     def as_ever(self, what):
-        has_modem = what == "start" and re.search(r"\bmodems [1-9]", self.machine)
-        return as_ever("start_with_modem" if has_modem else what)
+        has_modem = what != "stop" and re.search(r"\bmodems [1-9]", self.machine)
+        return as_ever(f"{what}_with_modem" if has_modem else what)
 
     def steps(self, depth):
         """The steps that are indented so deeply; a deeper one is refused, a lesser one left."""
@@ -146,8 +149,8 @@ class _Parser:
             self.also.append(rest)
         elif text.endswith(AS_EVER):
             what = text.removesuffix(AS_EVER)
-            if what not in ("start", "stop"):
-                self._refuse(number, f"only start and stop are as ever: {text}")
+            if what not in STEPS_AS_EVER:
+                self._refuse(number, f"only {', '.join(STEPS_AS_EVER)} are as ever: {text}")
             return self.as_ever(what)
         else:
             return [self._step(number, word, rest, text, depth)]

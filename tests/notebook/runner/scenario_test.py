@@ -104,6 +104,14 @@ class AsEver(unittest.TestCase):
             with self.subTest(text=text):
                 self.assertNotEqual(self.START, texts(read(text).steps)[:3])
 
+    def test_cable_goes_in_and_comes_out_as_ever_with_a_modem_or_without(self):
+        for machine, expected in (("cables 2", "phys=off,off stored_wlan=True"),
+                                  ("modems 1", "phys=off,off wwan=off stored_wlan=True stored_wwan=True")):
+            with self.subTest(machine=machine):
+                steps = read(f"machine {machine}\nstart\nplug as ever\nunplug as ever\n").steps
+                self.assertEqual(["start", "plug", expected, "log", "unplug"],
+                                 [step.text for step in steps[:5]])
+
     def test_start_and_stop_may_be_as_ever_anywhere(self):
         steps = read("plug\nstart as ever\nstop as ever\nplug\n").steps
         self.assertEqual([("do", "plug"), *self.START, ("stop", "stop")], texts(steps)[:5])
@@ -120,7 +128,7 @@ class Refusing(unittest.TestCase):
                 ("stop resume\n", ", line 1: .*resume"),
                 ("stop during\n", ", line 1: "),
                 ("start\n    plug\n", ", line 2: indented too far: plug"),
-                ("plug as ever\n", ", line 1: only start and stop are as ever"),
+                ("suspend as ever\n", ", line 1: only start, plug, unplug, stop are as ever"),
                 # Steps that would expect nothing.
                 ("expect\n", ", line 1: "),
                 ("expect wifi\n", ", line 1: .*wifi"),
