@@ -3,7 +3,6 @@
 // It writes to the log of its own name below the application-data folder, with the policies that
 // hold for it, which are expected to be none.
 #include <windows.h>
-#include <psapi.h>
 #include <shlobj.h>
 
 #include <algorithm>
@@ -258,37 +257,6 @@ void CompareSynchronousLines(Table& table) {
               1.15);
 }
 
-// --- Memory -----------------------------------------------------------------------------------
-
-double PrivateMegabytes() {
-    PROCESS_MEMORY_COUNTERS counters{};
-    counters.cb = sizeof(counters);
-    GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof(counters));
-    constexpr double kBytesPerMegabyte = 1024.0 * 1024.0;
-    return static_cast<double>(counters.PagefileUsage) / kBytesPerMegabyte;
-}
-
-void ShowMemory() {
-    constexpr int kLines = 1'000'000;
-    DeleteLog();
-    const LogMutex mutex;
-    const std::unique_ptr<CorvaLogger> logger = MakeFileLogger(true);
-    std::printf("\nMemory of the process while %d lines are queued and drained, in megabytes\n\n", kLines);
-    std::printf("    before                %8.1f\n", PrivateMegabytes());
-    for (int round = 1; round <= 3; ++round) {
-        mutex.Take();
-        WriteLines(*logger, kLines);
-        const double full = PrivateMegabytes();
-        mutex.Release();
-        Sleep(20);
-        mutex.Take();
-        mutex.Release();
-        Sleep(20);
-        std::printf("    round %d: all queued   %8.1f   drained %8.1f\n", round, full, PrivateMegabytes());
-        std::fflush(stdout);
-    }
-}
-
 bool Run() {
     Table table("The log, by call or by line", "this log", "beside it");
     CompareDisabledCalls(table);
@@ -298,7 +266,6 @@ bool Run() {
     CompareQueuedCalls(table, "queued call, 4 threads, 200,000 at once (spdlog async)", 4, 200'000, 5);
     CompareDraining(table);
     CompareSynchronousLines(table);
-    ShowMemory();
     DeleteLog();
     return table.AllWithin();
 }
