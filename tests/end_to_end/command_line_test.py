@@ -37,12 +37,6 @@ class CommandLine(unittest.TestCase):
         lines = self.prefix.log_lines()
         self.assertEqual([lines.count(refused), lines.count(destroyed)], [len(arguments)] * 2)
 
-    def test_what_follows_an_unknown_switch_does_not_count(self):
-        self.expect(["-foo", "-install"], b"")
-
-    def test_endless_switch_prints_nothing(self):
-        self.expect(["-" + "x" * 8000], b"")
-
     def test_removal_of_what_was_never_installed_names_the_missing_service(self):
         for switch in ("-remove", "/Remove", "-REMOVE"):
             with self.subTest(switch=switch):

@@ -130,7 +130,7 @@ class Doctor(unittest.TestCase):
 
     def other_adapters(self):
         self.begin()
-        with self.situation("vpn on", settle=False):
+        with self.at_rest('adapter add vpn address 10.8.0.2 description "Brook VPN Adapter" up'):
             self.expect_check(ALL_WELL, "well")
             verdicts = {adapter["verdict"] for adapter in self.status()["network"]["adapters"]}
             self.assertEqual(verdicts, {"no-address", "virtual", "not-ethernet"})

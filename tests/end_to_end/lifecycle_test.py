@@ -32,9 +32,7 @@ class Lifecycle(unittest.TestCase):
         self.assertEqual(self.prefix.run(self.executable, switch), (0, output))
 
     def expect_state(self, state):
-        code, text = self.prefix.notebook("state")
-        self.assertEqual(code, 0, text)
-        self.assertIn(f"state={state} ", text)
+        self.assertEqual(self.prefix.notebook("get", "service"), (0, f"OK service={state}"))
 
     def start(self):
         """A service runs within a second of its start."""
@@ -46,7 +44,8 @@ class Lifecycle(unittest.TestCase):
         """Stops it; nothing may have disturbed the end of service and process."""
         code, text = self.prefix.notebook("stop")
         self.assertRegex(text, r" exit=0$")
-        self.assertEqual((code, self.prefix.notebook("state")), (0, (0, "OK state=stopped pid=0 exit=0")))
+        self.assertEqual((code, self.prefix.notebook("get", "service", "pid", "exit")),
+                         (0, (0, "OK service=stopped pid=0 exit=0")))
 
     def install_and_start(self):
         self.expect_printed("-install", b"LinkvaneService is installed.\r\n")
@@ -95,15 +94,6 @@ class Lifecycle(unittest.TestCase):
                                  rb"LinkvaneService is stopped\.\r\n"
                                  rb"LinkvaneService is removed\.\r\n\Z")
         self.expect_state("absent")
-
-    def test_removal_of_a_stopped_service_says_so_alone(self):
-        self.expect_printed("-install", b"LinkvaneService is installed.\r\n")
-        self.expect_printed("-remove", b"LinkvaneService is removed.\r\n")
-
-    def test_second_removal_finds_no_service(self):
-        self.expect_printed("-install", b"LinkvaneService is installed.\r\n")
-        self.expect_printed("-remove", b"LinkvaneService is removed.\r\n")
-        self.expect_printed("-remove", b"OpenService failed w/err 0x00000424\r\n")
 
     def test_removal_deletes_the_remembered_states_but_not_their_parent(self):
         self.expect_printed("-install", b"LinkvaneService is installed.\r\n")

@@ -12,6 +12,7 @@
 #include "tests/logging/log_test.h"
 #include "tests/support/ledger.h"
 #include "tests/support/scoped_import.h"
+#include "tests/support/scoped_watch.h"
 #include "tests/support/skip_unless_imported.h"
 
 namespace LoggingTests {
@@ -169,7 +170,7 @@ TEST_F(FileListenerTest, WithoutAQueueWhenTheFileIsLockedAtFirst) {
     listener.Log(Entry(L"lost"));
     EXPECT_TRUE(MutexIsFree());
     locked.Reset();
-    const CountedCalls<&::_beginthreadex> threads;
+    const Rig::ScopedWatch<&::_beginthreadex> threads;
     listener.Log(Entry(L"one"));
     EXPECT_THAT(Messages(), ElementsAre("one"));
     EXPECT_EQ(threads.Calls(), 0) << "written on this thread";
@@ -349,7 +350,7 @@ TEST_F(FileListenerTest, ThreadThatWaitsForTheMutexAtTheLogsEndStillWrites) {
             logger.Write(Level::kError, "A::B", L"one");
         });
         EXPECT_TRUE(Eventually([&] { return waits.load(); }));
-        const CountedCalls<&::CloseHandle> close;
+        const Rig::ScopedWatch<&::CloseHandle> close;
         logger.EndListeners();
         EXPECT_EQ(close.Calls(), 0) << "the mutex is still waited for";
         EXPECT_TRUE(ReadLines(m_appData.Log()).empty());

@@ -39,18 +39,6 @@ template <class Condition>
     return true;
 }
 
-/// Counts the calls of a function, which go on to it.
-template <auto Function>
-class CountedCalls {
-  public:
-    [[nodiscard]] int Calls() const { return m_calls.Calls(); }
-
-  private:
-    Rig::ScopedImport<Function> m_calls{Rig::kWrapping, [](const auto& original, auto... arguments) {
-                                            return original.Original(arguments...);
-                                        }};
-};
-
 /// Lets four threads log so many lines each at once, "<thread> <line>".
 inline void LogOnManyThreads(Orva::Shared::CorvaLogger& logger, int lines) {
     std::vector<std::jthread> threads;

@@ -13,6 +13,7 @@
 #include "tests/logging/log_test.h"
 #include "tests/support/ledger.h"
 #include "tests/support/scoped_import.h"
+#include "tests/support/scoped_watch.h"
 #include "tests/support/skip_unless_imported.h"
 
 namespace LoggingTests {
@@ -53,7 +54,7 @@ TEST_F(LogFileTest, OpeningTwiceClosesTheFirstStreamAndTakesTheMutexASecondTime)
     // A thread of its own: what it holds at its end is free for others.
     std::thread([this] {
         LogFile& file = File();
-        const CountedCalls<&::fclose> closes;
+        const Rig::ScopedWatch<&::fclose> closes;
         EXPECT_TRUE(file.LockAndOpen());
         file.WriteEntry(Entry(L"one"));
         EXPECT_TRUE(file.LockAndOpen());
@@ -431,7 +432,7 @@ TEST_F(RotationTest, LineThatFindsNoNewFileAfterItsRotationIsLost) {
         const ScopedImport<&::_wfopen> fails{[](auto...) -> FILE* { return nullptr; }};
         file->WriteEntry(Entry(L"lost"));
         EXPECT_EQ(fails.Calls(), 1);
-        const CountedCalls<&::fflush> flushes;
+        const Rig::ScopedWatch<&::fflush> flushes;
         file->Flush();
         EXPECT_EQ(flushes.Calls(), 0);
     }

@@ -88,14 +88,6 @@ TEST(Logger, HandsEntriesToListenersInTheirOrderAndEachFiltersForItself) {
                 ElementsAre(L"0:two", L"2:two", L"0:three", L"1:three", L"2:three", L"1:five", L"2:five"));
 }
 
-TEST(Logger, DefaultRangeTakesTraceInToErrorOnly) {
-    const RecordingLogger logger;
-    for (const int level : {-1, 0, 1, 2, 3, 4, 5, 6, 99}) {
-        logger->Write(level, "A::B", L"%d", level);
-    }
-    EXPECT_THAT(logger.Messages(), ElementsAre(L"0:0", L"0:1", L"0:2", L"0:3", L"0:4", L"0:5"));
-}
-
 TEST(Logger, LevelNeverPassesARangeThatReachesIt) {
     std::wstring line;
     const auto logger = MakeLogger({new RecordingListener(
@@ -123,13 +115,6 @@ TEST(Logger, TimingIsDecidedByTheLastFileListener) {
                      std::to_string(one.listeners.front().minLevel));
         EXPECT_EQ(RecordingLogger(one.listeners)->TimingEnabled(), one.isTimed);
     }
-}
-
-TEST(Logger, LastFileListenerIsThePrimaryOne) {
-    auto* const first = new RecordingListener({.type = ListenerType::kFile});
-    auto* const second = new RecordingListener({.type = ListenerType::kQueuedFile});
-    auto* const event = new RecordingListener({.type = ListenerType::kEvent});
-    EXPECT_EQ(MakeLogger({first, second, event})->PrimaryFileListener(), second);
 }
 
 // --- What an entry is -------------------------------------------------------------------------
@@ -201,7 +186,7 @@ TEST(Logger, OffsetIsLookedUpAnewAfterASecondAndWhenTheClockIsSetBack) {
     std::int64_t now = 0x1D00000'00000000;
     const ScopedImport<&::GetSystemTimeAsFileTime> clock{
         [&now](FILETIME* time) { *time = std::bit_cast<FILETIME>(now); }};
-    const CountedCalls<&::FileTimeToLocalFileTime> zone;
+    const Rig::ScopedWatch<&::FileTimeToLocalFileTime> zone;
     const auto logger = MakeLogger({new RecordingListener({})});
     int expected = 0;
     for (const auto& [passed, lookUps] :

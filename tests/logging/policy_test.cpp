@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "logging/level.h"
-#include "logging/output_listeners.h"
 #include "tests/logging/log_test.h"
 #include "tests/support/ledger.h"
 #include "tests/support/scoped_import.h"
+#include "tests/support/scoped_watch.h"
 
 namespace LoggingTests {
 namespace {
@@ -27,6 +27,7 @@ using Rig::RegistryText;
 using Rig::RegistryValue;
 using Rig::ScopedImport;
 using Rig::ScopedResult;
+using testing::_;
 using testing::ElementsAre;
 
 /// The executable's path as Windows tells it, for a scope.
@@ -183,16 +184,12 @@ TEST_F(PolicyKeysTest, MayBeMissing) {
 
 TEST_F(PolicyKeysTest, AreOpenedForReading) {
     m_policies.CreateExecutable();
-    std::vector<REGSAM> rights;
-    const ScopedImport<&::RegOpenKeyExW> open{
-        [&](HKEY key, LPCWSTR name, DWORD options, REGSAM access, PHKEY result) {
-            rights.push_back(access);
-            return open.Original(key, name, options, access, result);
-        }};
+    const Rig::ScopedWatch<&::RegOpenKeyExW> open;
     const ScopedModulePath module(OwnPath());
     EXPECT_TRUE(Keys().product);
     EXPECT_TRUE(m_keys.executable);
-    EXPECT_THAT(rights, ElementsAre(REGSAM{KEY_READ}, REGSAM{KEY_READ}));
+    const auto forReading = testing::FieldsAre(_, _, _, REGSAM{KEY_READ}, _);
+    EXPECT_THAT(open.Arguments(), ElementsAre(forReading, forReading));
     EXPECT_THAT(module.Sizes(), ElementsAre(260U, 520U));
 }
 
@@ -336,15 +333,6 @@ TEST_F(Settings, LevelsThatCountAsAbsent) {
                {{"both", ignored, ignored, Level::kError},
                 {"falls through", ignored, Text(L"Verbose"), Level::kVerbose}});
     }
-}
-
-TEST_F(Settings, EveryListenerReadsItsLevels) {
-    m_policies.OfProduct(L"MinLogLevel", RegistryText(L"Warning"));
-    m_policies.OfProduct(L"MaxLogLevel", RegistryText(L"Never"));
-    const Rig::Ledger ledger;
-    const CorvaLogListenerDebug listener;
-    EXPECT_EQ(listener.MinLogLevel(), Level::kWarning);
-    EXPECT_EQ(listener.MaxLogLevel(), Level::kNever);
 }
 
 TEST_F(Settings, MaxLogSize) {

@@ -18,6 +18,7 @@
 #include "tests/logging/log_entries.h"
 #include "tests/logging/log_test.h"
 #include "tests/support/scoped_import.h"
+#include "tests/support/scoped_watch.h"
 #include "tests/support/skip_unless_imported.h"
 
 namespace LoggingTests {
@@ -29,7 +30,9 @@ using Orva::Shared::CorvaLogListener;
 using Orva::Shared::CorvaLogListenerFile;
 using Rig::ScopedImport;
 using Rig::ScopedResult;
+using testing::_;
 using testing::ElementsAre;
+using testing::FieldsAre;
 using testing::IsEmpty;
 
 class WriteQueueTest : public LogTest {
@@ -87,12 +90,9 @@ TEST_F(WriteQueueTest, WritesLinesInTheirOrder) {
 
 TEST_F(WriteQueueTest, OneWriterOpensAndReleasesTheFileOnceForAllThatComesMeanwhile) {
     SKIP_UNLESS_IMPORTED(_wfopen);
-    const CountedCalls<&::_wfopen> open;
-    const CountedCalls<&::ReleaseMutex> release;
-    const ScopedImport<&::_beginthreadex> start{[&](void* security, unsigned stack, auto... others) {
-        EXPECT_EQ(stack, 0U);
-        return start.Original(security, stack, others...);
-    }};
+    const Rig::ScopedWatch<&::_wfopen> open;
+    const Rig::ScopedWatch<&::ReleaseMutex> release;
+    const Rig::ScopedWatch<&::_beginthreadex> start;
     std::atomic<int> writes = 0;
     const ScopedImport<&::fwrite> write{
         [&](const void* data, std::size_t size, std::size_t count, FILE* file) {
@@ -114,6 +114,8 @@ TEST_F(WriteQueueTest, OneWriterOpensAndReleasesTheFileOnceForAllThatComesMeanwh
     Log(L"y");
     EXPECT_TRUE(HasLines(31));
     EXPECT_EQ(start.Calls(), 2);
+    EXPECT_THAT(start.Arguments(), testing::Each(FieldsAre(_, 0U, _, _, _, _)))
+        << "a stack of the usual size";
 }
 
 TEST_F(WriteQueueTest, CallersDoNotWaitForAWriteThatTakesLong) {
@@ -468,7 +470,7 @@ TEST_F(WriteQueueTest, WhatOthersWriteDuringTheDrainIsWritten) {
 TEST_F(WriteQueueTest, EntryAfterTheEndIsNotTaken) {
     SKIP_UNLESS_IMPORTED(_beginthreadex);
     m_listener->DrainQueue();
-    const CountedCalls<&::_beginthreadex> start;
+    const Rig::ScopedWatch<&::_beginthreadex> start;
     Log(L"lost");
     EXPECT_EQ(start.Calls(), 0);
 }
@@ -486,7 +488,7 @@ TEST_F(WriteQueueTest, WriterThatIsWaitedForKeepsItsHandleWhenAnotherOneStarts) 
             EXPECT_NE(handle, writer);
             return close.Original(handle);
         }};
-        const CountedCalls<&::_beginthreadex> start;
+        const Rig::ScopedWatch<&::_beginthreadex> start;
         Log(L"two");
         EXPECT_EQ(start.Calls(), 1);
     };

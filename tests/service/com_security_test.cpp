@@ -15,10 +15,13 @@
 #include "tests/service/service_test.h"
 #include "tests/support/at_each_log_line.h"
 #include "tests/support/ledger.h"
+#include "tests/support/scoped_watch.h"
 
 namespace ServiceTests {
 namespace {
 
+using testing::_;
+using testing::FieldsAre;
 using testing::Optional;
 using Bytes = std::vector<std::byte>;
 
@@ -199,8 +202,7 @@ TEST_F(ComSecurityTest, SidBufferIsFreedBeforeComIsCalledAndTheDescriptorAfterTh
         LogRecorder log;
         const Rig::Ledger ledger;
         FakeCom com;
-        const ScopedImport<&::CreateWellKnownSid> sids{
-            [&](auto... arguments) { return sids.Original(arguments...); }};
+        const Rig::ScopedWatch<&::CreateWellKnownSid> sids;
         com.secureResult = S_OK;
         // The second time the descriptor is built all the same; it is only not handed over.
         for (const int times : {1, 2}) {
@@ -294,22 +296,14 @@ TEST_F(ComSecurityTest, TokensAreOpenedForQueryOnlyAndTheirSidsSetAsNotDefaulted
         SetLastError(ERROR_NO_TOKEN);
         return FALSE;
     }};
-    const ScopedImport<&::OpenProcessToken> process{[&](HANDLE handle, DWORD access, PHANDLE token) -> BOOL {
-        EXPECT_EQ(handle, GetCurrentProcess());
-        EXPECT_EQ(access, DWORD{TOKEN_QUERY});
-        return process.Original(handle, access, token);
-    }};
-    const auto looks = [](const auto& original, PSECURITY_DESCRIPTOR given, PSID sid, BOOL defaulted) {
-        EXPECT_EQ(defaulted, FALSE);
-        return original.Original(given, sid, defaulted);
-    };
-    const ScopedImport<&::SetSecurityDescriptorOwner> owner{Rig::kWrapping, looks};
-    const ScopedImport<&::SetSecurityDescriptorGroup> group{Rig::kWrapping, looks};
+    const Rig::ScopedWatch<&::OpenProcessToken> process;
+    const Rig::ScopedWatch<&::SetSecurityDescriptorOwner> owner;
+    const Rig::ScopedWatch<&::SetSecurityDescriptorGroup> group;
     EXPECT_TRUE(Secure().owner);
     EXPECT_EQ(thread.Calls(), 1);
-    EXPECT_EQ(process.Calls(), 1);
-    EXPECT_EQ(owner.Calls(), 1);
-    EXPECT_EQ(group.Calls(), 1);
+    EXPECT_THAT(process.Arguments(), ElementsAre(FieldsAre(GetCurrentProcess(), DWORD{TOKEN_QUERY}, _)));
+    EXPECT_THAT(owner.Arguments(), ElementsAre(FieldsAre(_, _, FALSE)));
+    EXPECT_THAT(group.Arguments(), ElementsAre(FieldsAre(_, _, FALSE)));
 }
 
 TEST_F(ComSecurityTest, ThreadsOwnTokenComesFirst) {
@@ -418,11 +412,9 @@ TEST_F(ComSecurityTest, WithoutAnySidTheAccessListIsLeftOutAndEachIsLogged) {
 TEST_F(ComSecurityTest, SecurityIsSetWhateverMemoryIsMissing) {
     int allocations = 0;
     {
-        const ScopedImport<&::LocalAlloc> counted{[&](UINT flags, SIZE_T bytes) {
-            ++allocations;
-            return counted.Original(flags, bytes);
-        }};
+        const Rig::ScopedWatch<&::LocalAlloc> counted;
         Secure();
+        allocations = counted.Calls();
     }
     ASSERT_GT(allocations, 5);
     for (int call = 1; call <= allocations; ++call) {

@@ -11,9 +11,13 @@
 #include <vector>
 
 #include "tests/service/service_test.h"
+#include "tests/support/scoped_watch.h"
 
 namespace ServiceTests {
 namespace {
+
+using testing::_;
+using testing::FieldsAre;
 
 constexpr wchar_t kServiceName[] = L"TestService";
 constexpr DWORD kAcceptedAtFirst = 0x101;   // stop, pre-shutdown
@@ -333,15 +337,10 @@ TEST_F(ServiceBaseTest, FailedStopOfAStoppedServiceReportsNoExitCode) {
 }
 
 TEST_F(ServiceBaseTest, EntryHasTheServicesNameAndTheMessageAndNothingElse) {
-    const ScopedImport<&::ReportEventW> report{[&](HANDLE source, WORD type, WORD category, DWORD identifier,
-                                                   PSID user, WORD count, DWORD dataBytes, LPCWSTR* strings,
-                                                   LPVOID data) {
-        EXPECT_EQ(user, nullptr);
-        EXPECT_EQ(dataBytes, 0U);
-        EXPECT_EQ(data, nullptr);
-        return report.Original(source, type, category, identifier, user, count, dataBytes, strings, data);
-    }};
+    const Rig::ScopedWatch<&::ReportEventW> report;
     service.WriteEventLogEntry(L"text", EVENTLOG_INFORMATION_TYPE);
+    // Neither a user nor data.
+    EXPECT_THAT(report.Arguments(), ElementsAre(FieldsAre(_, _, _, _, nullptr, _, 0U, _, nullptr)));
     EXPECT_THAT(SimulatedNotebook::EventLog(), ElementsAre(Entry("text", EVENTLOG_INFORMATION_TYPE)));
 }
 

@@ -163,15 +163,6 @@ TEST_F(ServiceRemovalTest, FailedDeletionOfTheStatesIsOnlyLogged) {
             Error(kUninstallService, L"DeleteSubkey (BrimletWwanPowerStatus) failed w/err 0x00000020")));
 }
 
-TEST_F(ServiceRemovalTest, SecondStateIsDeletedWhenTheFirstCannotBe) {
-    const ScopedImport<&::RegOpenKeyExW> forbidden{
-        [](HKEY, LPCWSTR name, auto...) { return std::wcsstr(name, L"WlanPowerStatus") != nullptr; },
-        [](auto...) -> LSTATUS { return ERROR_ACCESS_DENIED; }};
-    Remove();
-    EXPECT_TRUE(remembered.Exists(L"WlanPowerStatus"));
-    EXPECT_FALSE(remembered.Exists(L"WwanPowerStatus"));
-}
-
 TEST_F(ServiceRemovalTest, CallWithoutWhichItCannotBeRemovedIsToldAndEverythingElseStays) {
     SetState(SERVICE_STOPPED);
     struct Failure {
