@@ -20,17 +20,11 @@ CallRule RuleOf(const Arguments& given, const CallRule& before) {
     if (given.Has("ok")) {
         return {};
     }
-    if (given.Has("release")) {
-        rule.kind = RuleKind::None;
-        return rule;
-    }
     if (given.Has("slow")) {
         rule.slowMs = given.Number("slow");
         return rule;
     }
-    rule.kind = given.Has("fail")   ? RuleKind::Fail
-                : given.Has("hold") ? RuleKind::Hold
-                                    : RuleKind::HoldUntilStopped;
+    rule.kind = given.Has("fail") ? RuleKind::Fail : RuleKind::HoldUntilStopped;
     rule.left = given.Has("always") ? kForEver : given.Number("TIMES", 1);
     rule.error = given.Number("ERROR", 0);
     rule.skip = given.Has("1") ? 1 : given.Number("CALLS", 0);
@@ -102,8 +96,7 @@ const std::vector<Command>& CallCommands() {
     static const std::vector<Command> commands = {
         {"call",
          "NAME (fail (once|always | TIMES times) with ERROR [after (1 call | CALLS calls)] | "
-         "hold|until-stopped [once|always | TIMES times] [after (1 call | CALLS calls)] | "
-         "slow MS | release | ok)",
+         "until-stopped [once|always | TIMES times] [after (1 call | CALLS calls)] | slow MS | ok)",
          "What happens to the next calls of that name; until-stopped lets them come back when the service "
          "has reported that it stopped. The third fails by: fail once with 5 after 2 calls.",
          &CallCommand},

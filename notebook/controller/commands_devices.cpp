@@ -45,23 +45,6 @@ void Unplug(const Arguments& given) {
     PullOut(*machine, Port(*machine, given), machine.Time());
 }
 
-/// An adapter that presents itself as Ethernet without being a cable.
-void SwitchSoftAdapter(bool on, const char* name, std::string_view description, std::wstring_view friendly,
-                       std::string_view address) {
-    LockedMachine machine;
-    Adapter* adapter = FindAdapter(*machine, name);
-    if (adapter != nullptr && !on) {
-        RemoveAdapter(*machine, *adapter, machine.Time());
-    }
-    if (adapter == nullptr && on) {
-        adapter = &NewAdapter(*machine, name, IF_TYPE_ETHERNET_CSMACD);
-        CopyText(adapter->description, description);
-        CopyText(adapter->friendlyName, friendly);
-        CopyText(adapter->address, address);
-        PlugIn(*machine, *adapter, 0, machine.Time());
-    }
-}
-
 void Wifi(const Arguments& given) {
     LockedMachine machine;
     if (given.Has("connect")) {
@@ -179,8 +162,14 @@ void AdapterCommand(const Arguments& given) {
     }
     const std::string& name = given.Text("NAME");
     const std::uint32_t type = given.Number("type", IF_TYPE_ETHERNET_CSMACD);
-    if (FindAdapter(*machine, name) != nullptr) {
-        throw CommandError("there is an adapter of that name: " + name);
+    Adapter* const known = FindAdapter(*machine, name);
+    if ((known != nullptr) == given.Has("add")) {
+        throw CommandError((known != nullptr ? "there is an adapter of that name: " : "no such adapter: ") +
+                           name);
+    }
+    if (known != nullptr) {
+        RemoveAdapter(*machine, *known, machine.Time());
+        return;
     }
     Adapter& adapter = NewAdapter(*machine, name, type);
     CopyText(adapter.address, given.Text("address", adapter.address));
@@ -272,15 +261,6 @@ const std::vector<Command>& DeviceCommands() {
         {"plug", "[cable N] [noaddress | dhcp MS]",
          "A cable goes in, with its address at once, after so long, or never.", &Plug},
         {"unplug", "[cable N]", "A cable comes out.", &Unplug},
-        {"vpn", "on|off", "An Ethernet-typed VPN adapter, connected.",
-         [](const Arguments& given) {
-             SwitchSoftAdapter(given.IsOn("vpn"), "vpn", "Brook VPN Adapter", L"Tunnel", "10.8.0.2");
-         }},
-        {"virtual", "on|off", "The same for a virtual switch.",
-         [](const Arguments& given) {
-             SwitchSoftAdapter(given.IsOn("virtual"), "virtual", "Brook Virtual Switch Adapter", L"vEthernet",
-                               "172.20.0.1");
-         }},
         {"wifi",
          "on|off | connect | disconnect | available | hardware on|off | notify SOURCE CODE "
          "[nodata|null] [times TIMES]",
@@ -299,8 +279,8 @@ const std::vector<Command>& DeviceCommands() {
          &ModemCommand},
         {"modems", "normal|empty|null|odd-bounds|null-element|wrong-type",
          "What the list of modems looks like.", &ModemListCommand},
-        {"adapter", "add NAME [type N] [address A] [description D] [up] | fill COUNT",
-         "Any adapter at all; fill makes the list that long.", &AdapterCommand},
+        {"adapter", "add NAME [type N] [address A] [description D] [up] | remove NAME | fill COUNT",
+         "Any adapter at all, a VPN's, say; fill makes the list that long.", &AdapterCommand},
         {"adapters", "", "Lists them.", &ListAdapters},
         {"event", "connection ADAPTER CONNECTIVITY",
          "An event of a connection as it is, of an adapter or a GUID, whatever the adapters do.",

@@ -184,13 +184,6 @@ Answer Stop(Function ask) {
     return {text, {}};
 }
 
-Answer State() {
-    const ServiceState state = QueryService(kServiceName);
-    return {"state=" + StateName(state) + " pid=" + std::to_string(state.process) +
-                " exit=" + std::to_string(state.exitCode),
-            {}};
-}
-
 /// Sends a control and waits until the service's handler has returned, however long it takes.
 Answer SendAndWait(DWORD code) {
     const Micros start = Now();
@@ -369,7 +362,6 @@ const std::vector<Command>& SystemCommands() {
         {"kill", "", "Ends the service's process.", [] { KillService(kServiceName); }},
         {"doom", "", "Marks the service for deletion: it is gone when the controller has ended.",
          [] { MarkForDeletion(kServiceName); }},
-        {"state", "", "What the service manager knows of the service.", &State},
         {"control", "NAME",
          "Sends suspend, standby, resume-automatic, resume-suspend, power-status-change, preshutdown, "
          "shutdown or interrogate, and waits for the handler.",

@@ -133,15 +133,8 @@ std::string ModemSets(const Devices& devices) {
 }
 
 std::string ReportedText() {
-    LockedMachine machine;
-    const ServiceRun& service = machine->service;
-    if (service.reportCount == 0) {
-        return "nothing";
-    }
-    ServiceState state;
-    state.installed = true;
-    state.state = service.reports[(service.reportCount - 1) % kReportCapacity].status.dwCurrentState;
-    return StateName(state);
+    const DWORD reported = Raw().service.reported;
+    return reported == 0 ? "nothing" : StateName({.installed = true, .state = reported});
 }
 
 /// One entry of the system's list of handles (NtQuerySystemInformation,
@@ -189,10 +182,6 @@ constexpr std::string_view kHandlesKey = "handles";
 
 using Tell = std::function<std::string(Snapshot&)>;
 
-Tell Link(const char* adapter) {
-    return [adapter](Snapshot& s) { return LinkText(Named(s.TheDevices(), adapter)); };
-}
-
 Tell Stub(const wchar_t* name) {
     return [name](Snapshot&) { return StateName(QueryService(name)); };
 }
@@ -216,10 +205,8 @@ std::string BytesText(const std::optional<RegistryValue>& value) {
 /// The pairs of a status, in its order.
 const std::vector<std::pair<std::string_view, Tell>>& Pairs() {
     static const std::vector<std::pair<std::string_view, Tell>> pairs = {
-        {"cable", Link("cable1")},
+        {"cable", [](Snapshot& s) { return LinkText(Named(s.TheDevices(), "cable1")); }},
         {"cables", [](Snapshot& s) { return Cables(s.TheDevices()); }},
-        {"vpn", Link("vpn")},
-        {"virtual", Link("virtual")},
         {"wifi", [](Snapshot& s) { return WlanText(s.TheDevices().wlan[0]); }},
         {"phys",
          [](Snapshot& s) {

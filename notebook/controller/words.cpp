@@ -2,9 +2,10 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdio>
 #include <set>
 #include <span>
+
+#include "notebook/state/text.h"
 
 namespace Notebook {
 
@@ -326,24 +327,7 @@ Words Arguments::All(std::string_view key) const {
 
 std::string Quoted(std::string_view word) {
     const bool plain = !word.empty() && word.find_first_of(" \t\r\n\"\\#") == std::string_view::npos;
-    if (plain) {
-        return std::string(word);
-    }
-    std::string quoted = "\"";
-    for (const char letter : word) {
-        const auto code = static_cast<unsigned char>(letter);
-        if (letter == '"' || letter == '\\') {
-            quoted += '\\';
-            quoted += letter;
-        } else if (code < ' ') {
-            char text[8];
-            std::snprintf(text, sizeof(text), "\\x%02x", code);
-            quoted += text;
-        } else {
-            quoted += letter;
-        }
-    }
-    return quoted + '"';
+    return plain ? std::string(word) : InQuotes(word);
 }
 
 }  // namespace Notebook

@@ -114,18 +114,16 @@ void CallScope::Obey() {
         m_result = m_error;
         InterlockedIncrement(&CountOf(State(), m_call).failed);
     } else if (kind != RuleKind::None) {
-        Wait(kind);
+        WaitUntilStopped();
     }
 }
 
-void CallScope::Wait(RuleKind kind) {
+void CallScope::WaitUntilStopped() {
     // Held by someone who tests; polling is good enough for that.
-    const std::uint32_t run = State().service.runs;
-    while (RuleOf(State(), m_call).kind == kind) {
-        const ServiceRun& service = State().service;
-        if (kind == RuleKind::HoldUntilStopped && (service.stopped != 0 || service.runs != run)) {
-            return;
-        }
+    const ServiceRun& service = State().service;
+    const std::uint32_t run = service.runs;
+    while (RuleOf(State(), m_call).kind == RuleKind::HoldUntilStopped && service.stopped == 0 &&
+           service.runs == run) {
         Sleep(kHoldPollMs);
     }
 }

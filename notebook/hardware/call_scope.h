@@ -63,7 +63,7 @@ class CallScope {
     void Obey();
     void AskHook();
     void End() noexcept;
-    void Wait(RuleKind kind);
+    void WaitUntilStopped();
 
     Call m_call;
     bool m_refused = false;

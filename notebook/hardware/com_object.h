@@ -18,6 +18,7 @@
 #include "notebook/hardware/deliveries.h"
 #include "notebook/hardware/guarded_memory.h"
 #include "notebook/state/shared_state.h"
+#include "platform/mbn_api.h"
 
 namespace Notebook {
 
@@ -26,6 +27,9 @@ namespace Notebook {
 inline std::uint32_t CurrentRun() {
     return SharedState::Get().Raw().service.runs;
 }
+
+/// The run of an object that is in no ledger, whoever holds it.
+inline constexpr std::uint32_t kNoRun = UINT32_MAX;
 
 /// A method that the service does not call.
 #define NOTEBOOK_NOT_NEEDED(...)                     \
@@ -44,12 +48,13 @@ struct As {
 };
 
 /// Reference counting and QueryInterface for a stand-in object with interfaces `As<...>`; every reference
-/// that is given out is counted in the ledger. Starts with one reference, for whoever made it. (Where the
-/// service is another process, those who hold the references are the stubs that stand for it.)
+/// that is given out is counted in the ledger of the run that it was made in. Starts with one reference, for
+/// whoever made it. (Where the service is another process, those who hold the references are the stubs that
+/// stand for it.)
 template <class... Each>
 class ComObject : public Each::Interface... {
   public:
-    ComObject() { CountReferences(+1); }
+    explicit ComObject(std::uint32_t run = CurrentRun()) : m_run(run) { CountReferences(+1); }
     ComObject(const ComObject&) = delete;
     ComObject& operator=(const ComObject&) = delete;
 
@@ -100,31 +105,42 @@ class ComObject : public Each::Interface... {
         }
     }
 
-    const std::uint32_t m_run = CurrentRun();
+    const std::uint32_t m_run;
     LONG m_references = 1;
+};
+
+/// What a modem's interface and its radio can do besides, which nobody here asks for.
+template <class Object>
+class ModemOperations : public Object {
+  public:
+    using Object::Object;
+
+    NOTEBOOK_NOT_NEEDED(get_HardwareRadioState(MBN_RADIO*));
+    NOTEBOOK_NOT_NEEDED(GetInterfaceCapability(MBN_INTERFACE_CAPS*));
+    NOTEBOOK_NOT_NEEDED(GetSubscriberInformation(IMbnSubscriberInformation**));
+    NOTEBOOK_NOT_NEEDED(GetReadyState(int*));
+    NOTEBOOK_NOT_NEEDED(InEmergencyMode(VARIANT_BOOL*));
+    NOTEBOOK_NOT_NEEDED(GetHomeProvider(MBN_PROVIDER*));
+    NOTEBOOK_NOT_NEEDED(GetPreferredProviders(SAFEARRAY**));
+    NOTEBOOK_NOT_NEEDED(SetPreferredProviders(SAFEARRAY*, ULONG*));
+    NOTEBOOK_NOT_NEEDED(GetVisibleProviders(ULONG*, SAFEARRAY**));
+    NOTEBOOK_NOT_NEEDED(ScanNetwork(ULONG*));
+    NOTEBOOK_NOT_NEEDED(GetConnection(IMbnConnection**));
 };
 
 /// The automation half of a dual interface, which nobody here uses.
 template <class Interface>
 class Automation : public Interface {
   public:
-    HRESULT STDMETHODCALLTYPE GetTypeInfoCount(UINT* count) override {
-        *count = 0;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
-    HRESULT STDMETHODCALLTYPE GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override {
-        return E_NOTIMPL;
-    }
-    HRESULT STDMETHODCALLTYPE Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*,
-                                     UINT*) override {
-        return E_NOTIMPL;
-    }
+    NOTEBOOK_NOT_NEEDED(GetTypeInfoCount(UINT*));
+    NOTEBOOK_NOT_NEEDED(GetTypeInfo(UINT, LCID, ITypeInfo**));
+    NOTEBOOK_NOT_NEEDED(GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*));
+    NOTEBOOK_NOT_NEEDED(Invoke(DISPID, REFIID, LCID, WORD, DISPPARAMS*, VARIANT*, EXCEPINFO*, UINT*));
 };
 
 /// Calls a function when the multithreaded apartment of this process ends: registered there as a
 /// class object, which COM then lets go of.
-class ApartmentEnd final : public IUnknown {
+class ApartmentEnd final : public ComObject<As<IUnknown>> {
   public:
     static void Watch(REFIID name, void (*ended)()) {
         auto* const watch = new ApartmentEnd(ended);
@@ -133,32 +149,11 @@ class ApartmentEnd final : public IUnknown {
         watch->Release();
     }
 
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override {
-        *object = IsEqualIID(iid, IID_IUnknown) ? this : nullptr;
-        if (*object == nullptr) {
-            return E_NOINTERFACE;
-        }
-        AddRef();
-        return S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override {
-        return static_cast<ULONG>(InterlockedIncrement(&m_references));
-    }
-    ULONG STDMETHODCALLTYPE Release() override {
-        const LONG left = InterlockedDecrement(&m_references);
-        if (left == 0) {
-            m_ended();
-            delete this;
-        }
-        return static_cast<ULONG>(left);
-    }
-
   private:
-    explicit ApartmentEnd(void (*ended)()) : m_ended(ended) {}
-    virtual ~ApartmentEnd() = default;
+    explicit ApartmentEnd(void (*ended)()) : ComObject(kNoRun), m_ended(ended) {}
+    ~ApartmentEnd() override { m_ended(); }
 
     void (*m_ended)();
-    LONG m_references = 1;
 };
 
 /// What a call answers when the process of the called object has ended or takes no more calls.
@@ -281,15 +276,6 @@ class ConnectionPoint final : public ComObject<As<IConnectionPoint, IID_IConnect
         m_container->AddRef();
     }
 
-    HRESULT STDMETHODCALLTYPE GetConnectionInterface(IID* iid) override {
-        *iid = m_iid;
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE GetConnectionPointContainer(IConnectionPointContainer** container) override {
-        m_container->AddRef();
-        *container = m_container;
-        return S_OK;
-    }
     HRESULT STDMETHODCALLTYPE Advise(IUnknown* unknown, DWORD* cookie) override {
         CallScope call(Call::Advise);
         call.Detail("%s", EventsName(m_iid));
@@ -311,6 +297,8 @@ class ConnectionPoint final : public ComObject<As<IConnectionPoint, IID_IConnect
         return call.Answer(
             [&] { return SinkTable<Sink>::Get().Remove(cookie) ? S_OK : CONNECT_E_NOCONNECTION; });
     }
+    NOTEBOOK_NOT_NEEDED(GetConnectionInterface(IID*));
+    NOTEBOOK_NOT_NEEDED(GetConnectionPointContainer(IConnectionPointContainer**));
     NOTEBOOK_NOT_NEEDED(EnumConnections(IEnumConnections**));
 
   private:

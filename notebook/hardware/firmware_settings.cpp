@@ -75,17 +75,11 @@ class SettingObject final : public ComObject<As<IWbemClassObject, IID_IWbemClass
   public:
     explicit SettingObject(const Setting& setting) : m_setting(setting) {}
 
-    HRESULT STDMETHODCALLTYPE Get(LPCWSTR name, LONG, VARIANT* value, CIMTYPE* type, LONG* flavor) override {
+    HRESULT STDMETHODCALLTYPE Get(LPCWSTR name, LONG, VARIANT* value, CIMTYPE*, LONG*) override {
         CallScope call(Call::WbemGet);
         call.Detail("%ls", name);
         *value = VARIANT{};
         return call.Answer([&] {
-            if (type != nullptr) {
-                *type = CIM_STRING;
-            }
-            if (flavor != nullptr) {
-                *flavor = 0;
-            }
             if (_wcsicmp(name, L"Value") != 0) {
                 return static_cast<HRESULT>(WBEM_E_NOT_FOUND);
             }
@@ -123,9 +117,9 @@ class SettingObject final : public ComObject<As<IWbemClassObject, IID_IWbemClass
 };
 
 /// The answer to one query: at most one setting.
-class Answer final : public ComObject<As<IEnumWbemClassObject, IID_IEnumWbemClassObject>> {
+class QueryAnswer final : public ComObject<As<IEnumWbemClassObject, IID_IEnumWbemClassObject>> {
   public:
-    explicit Answer(std::wstring name) : m_name(std::move(name)) {}
+    explicit QueryAnswer(std::wstring name) : m_name(std::move(name)) {}
 
     HRESULT STDMETHODCALLTYPE Next(LONG timeout, ULONG count, IWbemClassObject** objects,
                                    ULONG* returned) override {
@@ -187,7 +181,7 @@ class Services final
             if (!name) {
                 return static_cast<HRESULT>(WBEM_E_INVALID_QUERY);
             }
-            *answer = new Answer(*name);
+            *answer = new QueryAnswer(*name);
             return S_OK;
         });
     }

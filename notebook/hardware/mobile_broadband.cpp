@@ -31,7 +31,7 @@ HRESULT Answer(CallScope& call, Device device) {
 
 /// A modem: the interface and its radio are one object.
 class ModemObject final
-    : public ComObject<As<IMbnInterface, IID_IMbnInterface>, As<IMbnRadio, IID_IMbnRadio>> {
+    : public ModemOperations<ComObject<As<IMbnInterface, IID_IMbnInterface>, As<IMbnRadio, IID_IMbnRadio>>> {
   public:
     ModemObject(std::uint32_t index, ConfirmRadio kind) : m_index(index), m_kind(kind) {}
 
@@ -87,18 +87,6 @@ class ModemObject final
             return result;
         });
     }
-
-    NOTEBOOK_NOT_NEEDED(get_HardwareRadioState(MBN_RADIO*));
-    NOTEBOOK_NOT_NEEDED(GetInterfaceCapability(MBN_INTERFACE_CAPS*));
-    NOTEBOOK_NOT_NEEDED(GetSubscriberInformation(IMbnSubscriberInformation**));
-    NOTEBOOK_NOT_NEEDED(GetReadyState(int*));
-    NOTEBOOK_NOT_NEEDED(InEmergencyMode(VARIANT_BOOL*));
-    NOTEBOOK_NOT_NEEDED(GetHomeProvider(MBN_PROVIDER*));
-    NOTEBOOK_NOT_NEEDED(GetPreferredProviders(SAFEARRAY**));
-    NOTEBOOK_NOT_NEEDED(SetPreferredProviders(SAFEARRAY*, ULONG*));
-    NOTEBOOK_NOT_NEEDED(GetVisibleProviders(ULONG*, SAFEARRAY**));
-    NOTEBOOK_NOT_NEEDED(ScanNetwork(ULONG*));
-    NOTEBOOK_NOT_NEEDED(GetConnection(IMbnConnection**));
 
   private:
     std::uint32_t m_index;

@@ -27,7 +27,7 @@ VARIANT_BOOL ToVariant(bool value) {
 
 class Network final : public ComObject<As<Automation<INetwork>, IID_INetwork, IID_IDispatch>> {
   public:
-    Network(const GUID& id, const wchar_t* name) : m_id(id), m_name(name) {}
+    explicit Network(const wchar_t* name) : m_name(name) {}
 
     HRESULT STDMETHODCALLTYPE GetName(BSTR* name) override {
         CallScope call(Call::NetworkGetName);
@@ -37,10 +37,7 @@ class Network final : public ComObject<As<Automation<INetwork>, IID_INetwork, II
             return *name == nullptr ? E_OUTOFMEMORY : S_OK;
         });
     }
-    HRESULT STDMETHODCALLTYPE GetNetworkId(GUID* id) override {
-        *id = m_id;
-        return S_OK;
-    }
+    NOTEBOOK_NOT_NEEDED(GetNetworkId(GUID*));
     NOTEBOOK_NOT_NEEDED(SetName(BSTR));
     NOTEBOOK_NOT_NEEDED(GetDescription(BSTR*));
     NOTEBOOK_NOT_NEEDED(SetDescription(BSTR));
@@ -54,7 +51,6 @@ class Network final : public ComObject<As<Automation<INetwork>, IID_INetwork, II
     NOTEBOOK_NOT_NEEDED(SetCategory(NLM_NETWORK_CATEGORY));
 
   private:
-    GUID m_id;
     std::wstring m_name;
 };
 
@@ -67,7 +63,7 @@ class Connection final
     HRESULT STDMETHODCALLTYPE GetNetwork(INetwork** network) override {
         *network = nullptr;
         return Ask(Call::NetworkConnectionGetNetwork, [&](const Adapter* adapter) {
-            *network = adapter == nullptr ? nullptr : new Network(adapter->networkId, adapter->networkName);
+            *network = adapter == nullptr ? nullptr : new Network(adapter->networkName);
         });
     }
     HRESULT STDMETHODCALLTYPE get_IsConnectedToInternet(VARIANT_BOOL* connected) override {
@@ -189,11 +185,7 @@ class Manager final
         *connection = new Connection(*adapter);
         return call.Answer([] { return S_OK; });
     }
-    HRESULT STDMETHODCALLTYPE GetConnectivity(NLM_CONNECTIVITY* connectivity) override {
-        LockedMachine machine;
-        *connectivity = static_cast<NLM_CONNECTIVITY>(MachineConnectivity(*machine));
-        return S_OK;
-    }
+    NOTEBOOK_NOT_NEEDED(GetConnectivity(NLM_CONNECTIVITY*));
     NOTEBOOK_NOT_NEEDED(GetNetworks(NLM_ENUM_NETWORK, IEnumNetworks**));
     NOTEBOOK_NOT_NEEDED(GetNetwork(GUID, INetwork**));
 };

@@ -47,7 +47,7 @@ void BeginRun() {
     service.process = GetCurrentProcessId();
     ++service.runs;
     service.stopped = 0;
-    service.reportCount = 0;
+    service.reported = 0;
     service.controlsSent = 0;
     service.controlsBegun = 0;
     service.controlsEnded = 0;
@@ -77,8 +77,7 @@ BOOL WINAPI NotebookSetStatus(SERVICE_STATUS_HANDLE handle, LPSERVICE_STATUS sta
     {
         LockedMachine machine;
         ServiceRun& service = machine->service;
-        service.reports[service.reportCount % kReportCapacity] = {*status, machine.Time()};
-        ++service.reportCount;
+        service.reported = status->dwCurrentState;
         if (status->dwCurrentState == SERVICE_STOPPED) {
             service.stopped = 1;
         }

@@ -1,7 +1,7 @@
 #include "notebook/state/calls.h"
 
-#include <algorithm>
 #include <array>
+#include <cstring>
 
 namespace Notebook {
 
@@ -13,11 +13,7 @@ constexpr std::array<std::string_view, kCallCount> kNames = {NOTEBOOK_COMMAND_CA
 #undef NOTEBOOK_CALL
 
 bool SameText(std::string_view left, std::string_view right) {
-    const auto lower = [](char letter) {
-        return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
-    };
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [&](char a, char b) { return lower(a) == lower(b); });
+    return left.size() == right.size() && _strnicmp(left.data(), right.data(), left.size()) == 0;
 }
 
 std::string_view Method(std::string_view name) {

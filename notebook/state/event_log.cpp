@@ -8,22 +8,6 @@
 
 namespace Notebook {
 
-namespace {
-
-std::string Quoted(const std::wstring& text) {
-    std::string quoted = "\"";
-    for (const char letter : Narrow(text)) {
-        const bool isLineEnd = letter == '\r' || letter == '\n';
-        if (isLineEnd || letter == '"' || letter == '\\') {
-            quoted += '\\';
-        }
-        quoted += letter == '\r' ? 'r' : letter == '\n' ? 'n' : letter;
-    }
-    return quoted + '"';
-}
-
-}  // namespace
-
 std::vector<EventLogEntry> EventLogEntries() {
     LockedMachine machine;
     std::vector<EventLogEntry> entries;
@@ -54,7 +38,7 @@ std::vector<std::string> EventLogLines() {
         line += "|" + Narrow(entry.source) + "|" + std::to_string(entry.type) + "|" +
                 std::to_string(entry.category) + "|" + std::to_string(entry.identifier);
         for (const std::wstring& text : StringsOf(entry)) {
-            line += "|" + Quoted(text);
+            line += "|" + InQuotes(Narrow(text));
         }
     }
     return lines;

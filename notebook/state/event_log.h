@@ -17,7 +17,7 @@ std::vector<std::wstring> StringsOf(const EventLogEntry& entry);
 ///
 ///     time|source|type|category|identifier|"first string"|"second string"...
 ///
-/// with line ends, quotes and backslashes in the strings written as \r, \n, \" and \\.
+/// with the strings as `InQuotes` writes them.
 std::vector<std::string> EventLogLines();
 
 }  // namespace Notebook

@@ -17,7 +17,7 @@
 namespace Notebook {
 
 /// Raised whenever a structure below changes; a file of another version is made anew.
-inline constexpr std::uint32_t kLayoutVersion = 10;
+inline constexpr std::uint32_t kLayoutVersion = 11;
 inline constexpr std::uint32_t kLayoutMagic = 0x4B4F424E;
 
 inline constexpr std::size_t kMaxAdapters = 512;
@@ -30,7 +30,6 @@ inline constexpr std::size_t kMaxPending = 256;
 inline constexpr std::size_t kMaxHeldEvents = 512;
 inline constexpr std::size_t kEventCapacity = 8192;
 inline constexpr std::size_t kTraceCapacity = 16384;
-inline constexpr std::size_t kReportCapacity = 128;
 inline constexpr std::size_t kEventLogCapacity = 128;
 
 /// A point in time or a span: microseconds of the system's performance counter.
@@ -98,7 +97,6 @@ struct Modem {
     GUID id;
     wchar_t idText[64];      ///< what get_InterfaceID gives; empty: the identifier
     std::uint32_t software;  ///< 1 on, 0 off (MBN_RADIO)
-    std::uint32_t hardware;
     std::uint32_t beforeAirplane;
     std::uint32_t confirmMs;  ///< `kForEver`: it never confirms
     std::uint32_t follows;    ///< 0: the radio stays as it is, whatever it confirms
@@ -135,7 +133,7 @@ struct Setting {
     std::uint32_t timeoutsLeft;
 };
 
-enum class RuleKind : std::uint32_t { None, Fail, Hold, HoldUntilStopped };
+enum class RuleKind : std::uint32_t { None, Fail, HoldUntilStopped };
 
 /// What happens to the next calls of one name.
 struct CallRule {
@@ -219,12 +217,6 @@ struct Listener {
     std::uint64_t seen;     ///< events that it has taken
 };
 
-/// One state report, as the service gave it to the service manager.
-struct StateReport {
-    SERVICE_STATUS status;
-    Micros at;
-};
-
 /// The process that runs as the service.
 struct ServiceRun {
     std::uint32_t process;
@@ -233,8 +225,7 @@ struct ServiceRun {
     LONG controlsSent;      ///< by the controller; interlocked
     LONG controlsBegun;     ///< interlocked
     LONG controlsEnded;     ///< interlocked
-    StateReport reports[kReportCapacity];
-    std::uint64_t reportCount;
+    DWORD reported;         ///< the state that it told the service manager last; 0: none yet
 };
 
 /// What the service holds of what the hardware gave out since it last started. Interlocked.

@@ -204,7 +204,6 @@ void MakeModem(Machine& machine, std::uint32_t index) {
     modem.present = 1;
     modem.id = NumberedId(kModemFamily, index + 1);
     modem.software = 1;
-    modem.hardware = 1;
     modem.follows = 1;
     modem.refuseError = static_cast<std::uint32_t>(E_FAIL);
 }

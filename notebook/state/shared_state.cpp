@@ -99,10 +99,6 @@ void SharedState::KeepInMemory() noexcept {
     g_inMemory = true;
 }
 
-bool SharedState::IsInMemory() noexcept {
-    return g_inMemory;
-}
-
 SharedState& SharedState::Get() {
     // Never destroyed: threads use it until the process has ended.
     static SharedState& state = *new SharedState();

@@ -28,7 +28,6 @@ class SharedState {
   public:
     /// Before the first use: the state stays in this process's memory, for nobody else to see.
     static void KeepInMemory() noexcept;
-    [[nodiscard]] static bool IsInMemory() noexcept;
 
     /// Ends the process with a message when the state cannot be opened: nothing works without it.
     static SharedState& Get();

@@ -38,6 +38,25 @@ inline std::string Narrow(std::wstring_view wide) {
     return narrow;
 }
 
+/// Text in double quotes; quotes, backslashes and control characters are written as \", \\, \r, \n and \xHH.
+inline std::string InQuotes(std::string_view text) {
+    std::string quoted = "\"";
+    for (const char letter : text) {
+        constexpr std::string_view kEscaped = "\"\\\r\n";
+        const std::size_t known = kEscaped.find(letter);
+        const auto code = static_cast<unsigned char>(letter);
+        if (known != std::string_view::npos) {
+            quoted += {'\\', "\"\\rn"[known]};
+        } else if (code < ' ') {
+            constexpr std::string_view kDigits = "0123456789abcdef";
+            quoted += {'\\', 'x', kDigits[code / 16], kDigits[code % 16]};
+        } else {
+            quoted += letter;
+        }
+    }
+    return quoted + '"';
+}
+
 /// A GUID in registry form, in upper-case letters.
 inline std::wstring GuidText(const GUID& id) {
     wchar_t text[40];

@@ -6,7 +6,6 @@
 
 #include "logging/log_scope.h"
 #include "tests/core/core_test.h"
-#include "tests/support/fake_unknown.h"
 
 namespace CoreTests {
 namespace {
@@ -16,17 +15,23 @@ using Microsoft::WRL::ComPtr;
 constexpr char kSubscriber[] = "Test::Subscribe";
 
 /// Refuses its interface from one query on.
-class Sink : public Rig::FakeUnknown<INetworkConnectionEvents> {
+class Sink final
+    : public Notebook::ComObject<Notebook::As<INetworkConnectionEvents, IID_INetworkConnectionEvents>> {
   public:
-    Sink() : FakeUnknown("sink") {}
     int queriesLeft = 1 << 30;
+
+    /// Besides the test's own.
+    [[nodiscard]] ULONG References() {
+        AddRef();
+        return Release() - 1;
+    }
 
     HRESULT WINAPI QueryInterface(REFIID interfaceId, void** object) override {
         if (interfaceId == IID_INetworkConnectionEvents && --queriesLeft < 0) {
             *object = nullptr;
             return E_NOINTERFACE;
         }
-        return FakeUnknown::QueryInterface(interfaceId, object);
+        return ComObject::QueryInterface(interfaceId, object);
     }
     HRESULT WINAPI NetworkConnectionConnectivityChanged(GUID, NLM_CONNECTIVITY) override { return S_OK; }
     HRESULT WINAPI NetworkConnectionPropertyChanged(GUID, NLM_CONNECTION_PROPERTY_CHANGE) override {
@@ -35,9 +40,9 @@ class Sink : public Rig::FakeUnknown<INetworkConnectionEvents> {
 };
 
 /// A manager that has no connection points.
-class ManagerWithoutContainer : public Rig::FakeUnknown<IUnknown> {
+class ManagerWithoutContainer final : public Notebook::ComObject<Notebook::As<IUnknown>> {
   public:
-    explicit ManagerWithoutContainer(HRESULT answer) : FakeUnknown("manager"), m_answer(answer) {}
+    explicit ManagerWithoutContainer(HRESULT answer) : m_answer(answer) {}
     HRESULT WINAPI QueryInterface(REFIID /*interfaceId*/, void** object) override {
         *object = nullptr;
         return m_answer;
@@ -46,6 +51,13 @@ class ManagerWithoutContainer : public Rig::FakeUnknown<IUnknown> {
   private:
     HRESULT m_answer;
 };
+
+template <class Object, class... Arguments>
+ComPtr<Object> Made(Arguments... arguments) {
+    ComPtr<Object> object;
+    *object.GetAddressOf() = new Object(arguments...);
+    return object;
+}
 
 /// One sink, subscribed twice to the events of connections.
 class EventSubscriptionTest : public CoreTest {
@@ -62,9 +74,7 @@ class EventSubscriptionTest : public CoreTest {
                             m_cookies[1], keepsSink}},
                           [this] {
                               ++m_sinksMade;
-                              ComPtr<IUnknown> sink;
-                              m_sink.HandOut(sink.GetAddressOf());
-                              return sink;
+                              return ComPtr<IUnknown>(m_sink.Get());
                           });
     }
     void TakeBack() {
@@ -78,7 +88,7 @@ class EventSubscriptionTest : public CoreTest {
     [[nodiscard]] int PointsKept() const { return (m_points[0] ? 1 : 0) + (m_points[1] ? 1 : 0); }
     [[nodiscard]] int Subscriptions() const { return (m_cookies[0] ? 1 : 0) + (m_cookies[1] ? 1 : 0); }
 
-    Sink m_sink;
+    ComPtr<Sink> m_sink = Made<Sink>();
     int m_sinksMade = 0;
     ComPtr<INetworkListManager> m_manager =
         notebook.Create<INetworkListManager>(CLSID_NetworkListManager, IID_INetworkListManager);
@@ -107,7 +117,7 @@ TEST_F(EventSubscriptionTest, OneSinkIsSubscribedToEachKindUpToItsFirstFailure) 
         for (const bool keepsSink : {false, true}) {
             SCOPED_TRACE(testing::Message() << step.points << step.subscriptions << keepsSink);
             // The device asks the sink, too.
-            m_sink.queriesLeft =
+            m_sink->queriesLeft =
                 step.failing || step.line == nullptr ? 100 : step.queries + step.subscriptions;
             if (step.failing) {
                 notebook.Fail(*step.failing, step.nth, RPC_E_DISCONNECTED);
@@ -121,10 +131,10 @@ TEST_F(EventSubscriptionTest, OneSinkIsSubscribedToEachKindUpToItsFirstFailure) 
             EXPECT_EQ(Subscriptions(), step.subscriptions);
             EXPECT_EQ(m_sinksMade, step.points == 0 ? 0 : 1);
             const int kept = keepsSink ? step.queries : 0;
-            EXPECT_EQ(m_sink.References(), step.subscriptions + kept);
+            EXPECT_EQ(m_sink->References(), static_cast<ULONG>(step.subscriptions + kept));
             // Those that nobody releases are the test's in the end.
             for (int i = 0; i < kept; ++i) {
-                m_sink.Release();
+                m_sink->Release();
             }
             TakeBack();
         }
@@ -132,11 +142,11 @@ TEST_F(EventSubscriptionTest, OneSinkIsSubscribedToEachKindUpToItsFirstFailure) 
 }
 
 TEST_F(EventSubscriptionTest, MissingManagerOrContainerIsAFailedQuery) {
-    ManagerWithoutContainer without(E_NOINTERFACE);
-    ManagerWithoutContainer lost(S_OK);
+    const auto without = Made<ManagerWithoutContainer>(E_NOINTERFACE);
+    const auto lost = Made<ManagerWithoutContainer>(S_OK);
     for (const auto& [manager, error] : {std::pair<IUnknown*, const wchar_t*>{nullptr, L"0x80004003"},
-                                         {&without, L"0x80004002"},
-                                         {&lost, L"0x80004003"}}) {
+                                         {without.Get(), L"0x80004002"},
+                                         {lost.Get(), L"0x80004003"}}) {
         Subscribe(manager, true);
         EXPECT_THAT(
             LinesOf(kSubscriber),

@@ -13,7 +13,6 @@
 #include "service/service_utilities.h"
 #include "tests/core/core_test.h"
 #include "tests/support/at_each_log_line.h"
-#include "tests/support/fake_unknown.h"
 #include "tests/support/skip_unless_imported.h"
 
 namespace CoreTests {
@@ -130,27 +129,23 @@ TEST_F(FullServiceTest, DestructorLeavesSinksAndWlanHandleAlone) {
 }
 
 /// A reference of which the end can be seen.
-class WatchedReference : public Rig::FakeUnknown<IConnectionPoint> {
+class WatchedReference final : public Notebook::ComObject<Notebook::As<IConnectionPoint>> {
   public:
     WatchedReference(std::string name, std::vector<std::string>& ends)
-        : FakeUnknown(std::move(name)), m_ends(ends) {}
-    ULONG WINAPI Release() override {
-        const ULONG left = FakeUnknown::Release();
-        if (left == 0) {
-            m_ends.push_back(Name());
-        }
-        return left;
-    }
-    HRESULT WINAPI GetConnectionInterface(IID*) override { return E_NOTIMPL; }
-    HRESULT WINAPI GetConnectionPointContainer(IConnectionPointContainer**) override { return E_NOTIMPL; }
-    HRESULT WINAPI Advise(IUnknown*, DWORD*) override { return E_NOTIMPL; }
+        : m_name(std::move(name)), m_ends(ends) {}
+    NOTEBOOK_NOT_NEEDED(GetConnectionInterface(IID*));
+    NOTEBOOK_NOT_NEEDED(GetConnectionPointContainer(IConnectionPointContainer**));
+    NOTEBOOK_NOT_NEEDED(Advise(IUnknown*, DWORD*));
     HRESULT WINAPI Unadvise(DWORD cookie) override {
-        m_ends.push_back(Name() + " " + std::to_string(cookie));
+        m_ends.push_back(m_name + " " + std::to_string(cookie));
         return E_FAIL;
     }
-    HRESULT WINAPI EnumConnections(IEnumConnections**) override { return E_NOTIMPL; }
+    NOTEBOOK_NOT_NEEDED(EnumConnections(IEnumConnections**));
 
   private:
+    ~WatchedReference() override { m_ends.push_back(m_name); }
+
+    const std::string m_name;
     std::vector<std::string>& m_ends;
 };
 
@@ -159,10 +154,10 @@ class ServiceOfWatchedReferences : public CoreTest {
   protected:
     ServiceOfWatchedReferences() {
         ServiceState& state = service->m_state;
-        first.HandOut(state.networkListManagerEvents.GetAddressOf());
-        second.HandOut(state.networkConnectionEvents.GetAddressOf());
-        third.HandOut(state.networkEvents.GetAddressOf());
-        fourth.HandOut(state.mbnRadioEvents.GetAddressOf());
+        *state.networkListManagerEvents.GetAddressOf() = new WatchedReference("first", ends);
+        *state.networkConnectionEvents.GetAddressOf() = new WatchedReference("second", ends);
+        *state.networkEvents.GetAddressOf() = new WatchedReference("third", ends);
+        *state.mbnRadioEvents.GetAddressOf() = new WatchedReference("fourth", ends);
         state.networkListManagerCookie = 11;
         state.networkConnectionCookie = 12;
         state.networkCookie = 13;
@@ -170,10 +165,6 @@ class ServiceOfWatchedReferences : public CoreTest {
     }
 
     std::vector<std::string> ends;
-    WatchedReference first{"first", ends};
-    WatchedReference second{"second", ends};
-    WatchedReference third{"third", ends};
-    WatchedReference fourth{"fourth", ends};
     std::unique_ptr<OpenService> service = std::make_unique<OpenService>();
 };
 

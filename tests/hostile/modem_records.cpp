@@ -43,7 +43,7 @@ class Lent : public Interfaces... {
 };
 
 /// A modem: the interface and its radio are one object.
-class Modem final : public Lent<IMbnInterface, IMbnRadio> {
+class Modem final : public Notebook::ModemOperations<Lent<IMbnInterface, IMbnRadio>> {
   public:
     explicit Modem(ModemAnswers& answers) : m_answers(answers) {}
 
@@ -75,18 +75,6 @@ class Modem final : public Lent<IMbnInterface, IMbnRadio> {
         ++m_answers.switches;
         return S_OK;
     }
-
-    NOTEBOOK_NOT_NEEDED(get_HardwareRadioState(MBN_RADIO*));
-    NOTEBOOK_NOT_NEEDED(GetInterfaceCapability(MBN_INTERFACE_CAPS*));
-    NOTEBOOK_NOT_NEEDED(GetSubscriberInformation(IMbnSubscriberInformation**));
-    NOTEBOOK_NOT_NEEDED(GetReadyState(int*));
-    NOTEBOOK_NOT_NEEDED(InEmergencyMode(VARIANT_BOOL*));
-    NOTEBOOK_NOT_NEEDED(GetHomeProvider(MBN_PROVIDER*));
-    NOTEBOOK_NOT_NEEDED(GetPreferredProviders(SAFEARRAY**));
-    NOTEBOOK_NOT_NEEDED(SetPreferredProviders(SAFEARRAY*, ULONG*));
-    NOTEBOOK_NOT_NEEDED(GetVisibleProviders(ULONG*, SAFEARRAY**));
-    NOTEBOOK_NOT_NEEDED(ScanNetwork(ULONG*));
-    NOTEBOOK_NOT_NEEDED(GetConnection(IMbnConnection**));
 
   private:
     ModemAnswers& m_answers;

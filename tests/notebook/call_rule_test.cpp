@@ -32,9 +32,9 @@ class CallRuleTest : public NotebookTest {
     static DWORD Open() {
         DWORD version = 0;
         HANDLE handle = nullptr;
-        const DWORD result = Hardware::Get().WlanOpenHandle(2, nullptr, &version, &handle);
+        const DWORD result = NotebookWlanOpenHandle(2, nullptr, &version, &handle);
         if (result == ERROR_SUCCESS) {
-            Hardware::Get().WlanCloseHandle(handle, nullptr);
+            NotebookWlanCloseHandle(handle, nullptr);
         }
         return result;
     }
@@ -55,17 +55,17 @@ TEST_F(CallRuleTest, CommandSaysHowOftenWithWhatAndAfterHowManyCalls) {
     rule = RuleOf("fail once with 0x80070005 after 1 call");
     EXPECT_EQ((std::array<std::uint32_t, 3>{1, 0x80070005, 1}),
               (std::array{rule.left, rule.error, rule.skip}));
-    rule = RuleOf("hold after 4 calls");
-    EXPECT_EQ(RuleKind::Hold, rule.kind);
+    rule = RuleOf("until-stopped after 4 calls");
+    EXPECT_EQ(RuleKind::HoldUntilStopped, rule.kind);
     EXPECT_EQ((std::array<std::uint32_t, 2>{1, 4}), (std::array{rule.left, rule.skip}));
     EXPECT_EQ(2U, RuleOf("until-stopped 2 times").left);
 }
 
 TEST_F(CallRuleTest, CommandThatCouldBeReadAnotherWayIsRefused) {
     for (const char* const what :
-         {"fail 3 5 after 2", "fail once 5", "fail 3 times 5", "fail once with 5 after 2", "hold 3",
-          "fail with 5", "fail", "hold once more", "", "fail once with 5 after 1 calls",
-          "fail once with 5 after 2 call", "slow", "slow down", "release 5"}) {
+         {"fail 3 5 after 2", "fail once 5", "fail 3 times 5", "fail once with 5 after 2", "until-stopped 3",
+          "fail with 5", "fail", "until-stopped once more", "", "fail once with 5 after 1 calls",
+          "fail once with 5 after 2 call", "slow", "slow down", "ok 5"}) {
         SCOPED_TRACE(what);
         EXPECT_THROW(RuleOf(what), CommandError);
     }
@@ -101,16 +101,12 @@ TEST_F(CallRuleTest, SlowCallTakesItsTimeAndSucceeds) {
     EXPECT_GE(Now() - start, 30 * kMicrosPerMilli);
 }
 
-TEST_F(CallRuleTest, HeldCallComesBackWhenItIsReleasedOrTheServiceHasStopped) {
-    const struct {
-        RuleKind kind;
-        void (*release)();
-    } rows[] = {{RuleKind::Hold, [] { Rule({}); }},
-                {RuleKind::HoldUntilStopped, [] { SharedState::Get().Raw().service.stopped = 1; }}};
+TEST_F(CallRuleTest, HeldCallComesBackWhenTheServiceHasStoppedOrItsRuleIsGone) {
+    void (*const releases[])() = {[] { Rule({}); }, [] { SharedState::Get().Raw().service.stopped = 1; }};
     const Activity& activity = SharedState::Get().Raw().activity;
-    for (const auto& [kind, release] : rows) {
+    for (const auto release : releases) {
         SharedState::Get().Raw().service.stopped = 0;
-        Rule({kind, 0, 1, 0, 0});
+        Rule({RuleKind::HoldUntilStopped, 0, 1, 0, 0});
         std::atomic<bool> back{false};
         std::thread caller([&] {
             Open();

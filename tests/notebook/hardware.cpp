@@ -2,48 +2,16 @@
 
 #include <objbase.h>
 
-#include <stdexcept>
-
 #include "notebook/controller/service_manager.h"
+#include "notebook/hardware/start.h"
 #include "notebook/state/text.h"
 
 namespace Notebook::Tests {
 
-namespace {
-
-constexpr auto kPatience = std::chrono::seconds(5);
-
-std::wstring Beside(const char* name) {
-    wchar_t path[MAX_PATH];
-    const std::wstring own(path, GetModuleFileNameW(nullptr, path, MAX_PATH));
-    return own.substr(0, own.find_last_of(L'\\') + 1) + Widen(name);
-}
-
-}  // namespace
-
-Export::Export(const char* name) {
-    static const HMODULE module = LoadLibraryW(Beside(NOTEBOOK_HARDWARE_NAME).c_str());
-    m_address = module == nullptr ? nullptr : reinterpret_cast<void*>(GetProcAddress(module, name));
-    if (m_address == nullptr) {
-        throw std::runtime_error(std::string("The hardware does not export ") + name);
-    }
-}
-
-Hardware& Hardware::Get() {
-    static Hardware hardware;
-    return hardware;
-}
-
-HRESULT Hardware::CreateObject(REFCLSID clsid, REFIID iid, void** object) {
-    ComPtr<IClassFactory> factory;
-    const HRESULT found =
-        m_getClassObject(clsid, IID_IClassFactory, reinterpret_cast<void**>(factory.GetAddressOf()));
-    return FAILED(found) ? found : factory->CreateInstance(nullptr, iid, object);
-}
-
 NotebookTest::NotebookTest() {
     CoInitializeEx(nullptr, COINIT_MULTITHREADED);
-    Hardware::Get();
+    StartWlan();
+    ReplaceAdapterList();
     Reset(Shape{});
 }
 
@@ -67,7 +35,7 @@ void NotebookTest::Reset(const Shape& shape) {
 }
 
 bool Eventually(const std::function<bool()>& happened) {
-    const auto end = std::chrono::steady_clock::now() + kPatience;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
     while (!happened()) {
         if (std::chrono::steady_clock::now() > end) {
             return false;
@@ -79,8 +47,7 @@ bool Eventually(const std::function<bool()>& happened) {
 
 std::string RunController(const std::string& command) {
     DWORD exitCode = 0;
-    std::string answer =
-        RunProgram(L"\"" + Beside(NOTEBOOK_CONTROLLER_NAME) + L"\" " + Widen(command), exitCode);
+    std::string answer = RunProgram(Widen("\"" NOTEBOOK_CONTROLLER "\" " + command), exitCode);
     while (!answer.empty() && (answer.back() == '\n' || answer.back() == '\r')) {
         answer.pop_back();
     }

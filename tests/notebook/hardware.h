@@ -10,6 +10,8 @@
 #include <functional>
 #include <string>
 
+#include "notebook/hardware/class_objects.h"
+#include "notebook/hardware/wlan.h"
 #include "notebook/state/machine.h"
 #include "notebook/state/shared_state.h"
 
@@ -17,49 +19,20 @@ namespace Notebook::Tests {
 
 using Microsoft::WRL::ComPtr;
 
-/// What the hardware DLL, which is taken in on first use, has under a name.
-class Export {
-  public:
-    explicit Export(const char* name);
-    template <class Function>
-    operator Function*() const {
-        return reinterpret_cast<Function*>(m_address);
-    }
+/// A new object of one of the classes that the notebook serves.
+template <class Interface>
+ComPtr<Interface> CreateDevice(REFCLSID clsid) {
+    ComPtr<IClassFactory> factory;
+    EXPECT_EQ(S_OK,
+              GetDeviceClass(clsid, IID_IClassFactory, reinterpret_cast<void**>(factory.GetAddressOf())));
+    ComPtr<Interface> object;
+    EXPECT_EQ(S_OK, factory->CreateInstance(nullptr, __uuidof(Interface),
+                                            reinterpret_cast<void**>(object.GetAddressOf())));
+    return object;
+}
 
-  private:
-    void* m_address;
-};
-
-/// The hardware DLL in this process.
-class Hardware {
-  public:
-    static Hardware& Get();
-
-    decltype(&::WlanOpenHandle) WlanOpenHandle = Export("WlanOpenHandle");
-    decltype(&::WlanCloseHandle) WlanCloseHandle = Export("WlanCloseHandle");
-    decltype(&::WlanEnumInterfaces) WlanEnumInterfaces = Export("WlanEnumInterfaces");
-    decltype(&::WlanGetInterfaceCapability) WlanGetInterfaceCapability = Export("WlanGetInterfaceCapability");
-    decltype(&::WlanSetInterface) WlanSetInterface = Export("WlanSetInterface");
-    decltype(&::WlanQueryInterface) WlanQueryInterface = Export("WlanQueryInterface");
-    decltype(&::WlanFreeMemory) WlanFreeMemory = Export("WlanFreeMemory");
-    decltype(&::WlanRegisterNotification) WlanRegisterNotification = Export("WlanRegisterNotification");
-
-    /// A new object of one of the classes that the DLL serves.
-    template <class Interface>
-    ComPtr<Interface> Create(REFCLSID clsid) {
-        ComPtr<Interface> object;
-        EXPECT_EQ(S_OK,
-                  CreateObject(clsid, __uuidof(Interface), reinterpret_cast<void**>(object.GetAddressOf())));
-        return object;
-    }
-    HRESULT CreateObject(REFCLSID clsid, REFIID iid, void** object);
-
-  private:
-    decltype(&::DllGetClassObject) m_getClassObject = Export("DllGetClassObject");
-};
-
-/// A fresh notebook for each test, this process in the multithreaded apartment, and everything
-/// that the hardware gave out back at the end.
+/// The notebook's devices in this process, whose state other processes share: a fresh notebook for each test,
+/// this process in the multithreaded apartment, and everything that the devices gave out back at the end.
 class NotebookTest : public testing::Test {
   protected:
     NotebookTest();

@@ -165,32 +165,6 @@ TEST(MachineTest, WhatIsAnnouncedAndInWhatOrder) {
     }
 }
 
-TEST(MachineTest, EveryPhyChangesBeforeAnyIsAnnounced) {
-    const auto machine = NewMachine();
-    SwitchWlanByUser(*machine, false, 0);
-    EXPECT_TRUE(AllPhysAre(machine->devices.wlan[0], kRadioOff));
-    EXPECT_EQ(News(*machine).size(), 2U);
-}
-
-TEST(MachineTest, PhyRefusesAsOftenAsItShould) {
-    const auto machine = NewMachine();
-    Phy& phy = machine->devices.wlan[0].phys[0];
-    phy.refuseError = ERROR_BUSY;
-    phy.refusalsLeft = 2;
-    std::vector<DWORD> results;
-    for (int i = 0; i < 3; ++i) {
-        results.push_back(SetPhySoftware(*machine, 0, 0, kRadioOff, 0));
-    }
-    EXPECT_THAT(results, ElementsAre(ERROR_BUSY, ERROR_BUSY, ERROR_SUCCESS));
-    EXPECT_EQ(phy.sets, 3U);
-
-    phy.refusalsLeft = kForEver;
-    for (int i = 0; i < 100; ++i) {
-        EXPECT_EQ(SetPhySoftware(*machine, 0, 0, kRadioOn, 0), DWORD{ERROR_BUSY});
-    }
-    EXPECT_EQ(phy.software, kRadioOff);
-}
-
 TEST(MachineTest, RadioOffEndsTheWifiConnection) {
     const auto machine = NewMachine();
     ASSERT_TRUE(ConnectWifi(*machine, 0, 0));
@@ -198,16 +172,6 @@ TEST(MachineTest, RadioOffEndsTheWifiConnection) {
     EXPECT_EQ(machine->devices.wlan[0].state, std::uint32_t{wlan_interface_state_not_ready});
     EXPECT_EQ(MachineConnectivity(*machine), 0U);
     EXPECT_FALSE(ConnectWifi(*machine, 0, 0));
-}
-
-TEST(MachineTest, AdapterListGrowsAndShrinks) {
-    const auto machine = NewMachine();
-    for (std::uint32_t i = machine->devices.adapterCount; i < 500; ++i) {
-        ASSERT_NE(AddAdapter(*machine, "x" + std::to_string(i), 24), nullptr);
-    }
-    RemoveAdapter(*machine, *FindAdapter(*machine, "x499"), 0);
-    EXPECT_EQ(machine->devices.adapterCount, 499U);
-    EXPECT_EQ(FindAdapterByConnection(*machine, Cable(*machine, 2).connectionId), &Cable(*machine, 2));
 }
 
 }  // namespace

@@ -67,7 +67,7 @@ class NetworkSink final : public INetworkConnectionEvents {
 
 class NetworkListTest : public NotebookTest {
   protected:
-    NetworkListTest() : m_manager(Hardware::Get().Create<INetworkListManager>(CLSID_NetworkListManager)) {}
+    NetworkListTest() : m_manager(CreateDevice<INetworkListManager>(CLSID_NetworkListManager)) {}
 
     ComPtr<IConnectionPoint> Point() {
         ComPtr<IConnectionPointContainer> container;
@@ -174,8 +174,7 @@ TEST_F(NetworkListTest, WhatAnEarlierRunHeldIsNotInTheLedger) {
     EXPECT_TRUE(Eventually([&] { return sink.references == 0; }));
     EXPECT_EQ(0, SharedState::Get().Raw().ledger.comSinks);
     EXPECT_EQ(0, SharedState::Get().Raw().ledger.comReferences);
-    const ComPtr<INetworkListManager> later =
-        Hardware::Get().Create<INetworkListManager>(CLSID_NetworkListManager);
+    const ComPtr<INetworkListManager> later = CreateDevice<INetworkListManager>(CLSID_NetworkListManager);
     EXPECT_EQ(1, SharedState::Get().Raw().ledger.comReferences);
 }
 

@@ -1,11 +1,9 @@
 // The state as two processes see it: this one with the hardware, and the controller.
 
 #include <windows.h>
-#include <wlanapi.h>
 
 #include <gmock/gmock.h>
 
-#include <atomic>
 #include <string>
 
 #include "tests/notebook/hardware.h"
@@ -19,12 +17,6 @@ using testing::StartsWith;
 
 class ProcessesTest : public NotebookTest {};
 
-TEST_F(ProcessesTest, WhatTheControllerDoesIsSeenHere) {
-    EXPECT_EQ("OK", RunController("wifi off"));
-    LockedMachine machine;
-    EXPECT_TRUE(AllPhysAre(machine->devices.wlan[0], kRadioOff));
-}
-
 TEST_F(ProcessesTest, StateOutlivesTheProcessThatMadeIt) {
     EXPECT_THAT(RunController("plug cable 2"), StartsWith("ERROR no port for cable 2"));
     {
@@ -33,22 +25,6 @@ TEST_F(ProcessesTest, StateOutlivesTheProcessThatMadeIt) {
     }
     EXPECT_EQ("OK", RunController("plug cable 2"));
     EXPECT_EQ("OK cables=1:out,2:in", RunController("get cables"));
-}
-
-TEST_F(ProcessesTest, NotificationCausedByAnotherProcessArrives) {
-    static std::atomic<int> notified;
-    notified = 0;
-    DWORD version = 0;
-    HANDLE handle = nullptr;
-    ASSERT_EQ(DWORD{ERROR_SUCCESS}, Hardware::Get().WlanOpenHandle(2, nullptr, &version, &handle));
-    Hardware::Get().WlanRegisterNotification(
-        handle, WLAN_NOTIFICATION_SOURCE_ACM, FALSE, [](PWLAN_NOTIFICATION_DATA, PVOID) { ++notified; },
-        nullptr, nullptr, nullptr);
-
-    EXPECT_EQ("OK", RunController("wifi available"));
-
-    EXPECT_TRUE(Eventually([] { return notified == 1; }));
-    Hardware::Get().WlanCloseHandle(handle, nullptr);
 }
 
 TEST_F(ProcessesTest, WaitThatIsNotMetSaysWhatItFound) {

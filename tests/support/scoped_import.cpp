@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "notebook/hardware/import_table.h"
+
 /// Where the executable lies: the linker's own name.
 extern "C" IMAGE_DOS_HEADER __ImageBase;
 
@@ -27,32 +29,6 @@ const auto kWakeAll = Find<&::WakeAllConditionVariable>();
 const auto kGetLastError = Find<&::GetLastError>();
 const auto kSetLastError = Find<&::SetLastError>();
 
-/// What stands at an address that is relative to the executable's image.
-template <class T>
-T* At(std::size_t relativeAddress) {
-    return reinterpret_cast<T*>(reinterpret_cast<std::byte*>(&__ImageBase) + relativeAddress);
-}
-
-/// The imports by library, ended by an empty one; null when there are none.
-const IMAGE_IMPORT_DESCRIPTOR* Libraries() {
-    const auto* const headers = At<IMAGE_NT_HEADERS>(static_cast<std::size_t>(__ImageBase.e_lfanew));
-    const IMAGE_DATA_DIRECTORY& imports = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
-    return imports.Size == 0 ? nullptr : At<IMAGE_IMPORT_DESCRIPTOR>(imports.VirtualAddress);
-}
-
-/// Whether a library's entry imports the function: by its name, or by its ordinal (Microsoft's import library
-/// of oleaut32 names no functions).
-bool Imports(const IMAGE_IMPORT_DESCRIPTOR& library, const IMAGE_THUNK_DATA& entry,
-             const std::string& function) {
-    if (!IMAGE_SNAP_BY_ORDINAL(entry.u1.Ordinal)) {
-        return function == At<const IMAGE_IMPORT_BY_NAME>(entry.u1.AddressOfData)->Name;
-    }
-    const HMODULE module = GetModuleHandleA(At<const char>(library.Name));
-    const FARPROC byName = GetProcAddress(module, function.c_str());
-    return byName != nullptr &&
-           byName == GetProcAddress(module, MAKEINTRESOURCEA(IMAGE_ORDINAL(entry.u1.Ordinal)));
-}
-
 }  // namespace
 
 NotImported::NotImported(std::string_view function)
@@ -75,20 +51,7 @@ Import::Import(std::string_view function) : m_places(Find(function)) {
 }
 
 std::vector<void**> Import::Find(std::string_view function) {
-    const std::string name(function);
-    std::vector<void**> places;
-    // The names stand in a table of their own; one without it has lost them to binding.
-    const IMAGE_IMPORT_DESCRIPTOR* library = Libraries();
-    for (; library != nullptr && library->FirstThunk != 0; ++library) {
-        const auto* entry = At<const IMAGE_THUNK_DATA>(library->OriginalFirstThunk);
-        auto** place = At<void*>(library->FirstThunk);
-        for (; library->OriginalFirstThunk != 0 && entry->u1.AddressOfData != 0; ++entry, ++place) {
-            if (Imports(*library, *entry, name)) {
-                places.push_back(place);
-            }
-        }
-    }
-    return places;
+    return Notebook::FindImports(&__ImageBase, function);
 }
 
 void Import::Put(void* function) const {
