@@ -104,9 +104,9 @@ class Thread {
     std::vector<Lock> held;
     Lock waitsFor = kNone;
     std::uint32_t moments = 0;        ///< how often it has taken a critical section
-    std::uint32_t momentsBefore = 0;  ///< this line of the log, or this flush
-    bool hasFlushed = false;          ///< and taken no lock since
-    bool owesMoment = false;          ///< it has written how long something took, which is to be summed up
+    std::uint32_t momentsBefore = 0;  ///< this line of the log
+    bool mayWrite = false;  ///< to the log's file: its lines are its own, or were taken from the queue
+    Lock owes = kNone;      ///< to be taken before its next line
 };
 
 namespace {
@@ -156,7 +156,8 @@ void Ask(Thread& here, Lock lock) {
 
 void Took(Thread& here, Lock lock) {
     here.waitsFor = kNone;
-    here.hasFlushed = false;
+    here.mayWrite = here.mayWrite || lock == kMoment;
+    here.owes = here.owes == lock ? kNone : here.owes;
     here.held.push_back(lock);
     here.moments += lock == kMoment ? 1 : 0;
     Pause();
@@ -234,10 +235,12 @@ Watch::~Watch() {
 
 void Watch::Begin(const CorvaLogListener::LogData& line) {
     Thread& here = Here();
-    if (here.owesMoment && here.moments == here.momentsBefore) {
-        Report("how long something took is summed up without a lock");
+    if (here.owes != kNone && (kSeesMutexes || here.owes > kCheck)) {
+        Report(std::string(kRules.at(here.owes).name) + " is not taken behind the last line before " +
+               std::string(line.FunctionName()) + "'s");
     }
-    here.owesMoment = false;
+    here.owes = kNone;
+    here.mayWrite = true;
     here.operations.Follow(line);
     for (const Place& place : kPlaces) {
         const bool isMeant = place.line.empty() ? line.GetLevel() == Orva::Shared::Level::kTraceIn
@@ -254,7 +257,13 @@ void Watch::End(const CorvaLogListener::LogData& line, bool isQueued) {
     if (isQueued && here.moments == here.momentsBefore) {
         Report("a line is queued without a lock");
     }
-    here.owesMoment = line.GetLevel() == Orva::Shared::Level::kDiag;
+    // How long something took is summed up, and a connection is added to the set, behind the line about it.
+    if (line.GetLevel() == Orva::Shared::Level::kDiag) {
+        here.owes = kMoment;
+    } else if (line.FunctionName() == "NLMUtils::PrintNetworkConnections" &&
+               line.Message().starts_with(L"Ethernet Connection - adding")) {
+        here.owes = kCable;
+    }
     here.momentsBefore = here.moments;
 }
 
@@ -344,14 +353,14 @@ void Watch::ReplaceLocks() {
             },
             [](const void* text, std::size_t size, std::size_t count, std::FILE* file) {
                 ExpectHeld(kFile, "fwrite");
-                if (Here().hasFlushed) {
+                if (!Here().mayWrite) {
                     Report("lines are taken from the queue without a lock");
                 }
                 return Real<&std::fwrite>(text, size, count, file);
             }),
         Rig::ReplaceIfImported<&std::fflush>([](std::FILE* file) { return file != stdout && file != stderr; },
                                              [](std::FILE* file) {
-                                                 Here().hasFlushed = true;
+                                                 Here().mayWrite = false;
                                                  return Real<&std::fflush>(file);
                                              }),
     };

@@ -20,6 +20,7 @@
 
 #include "logging/file_listener.h"
 #include "logging/log_data.h"
+#include "logging/policy.h"
 #include "network/nlm_event_handler.h"
 #include "notebook/hardware/com_object.h"
 #include "tests/hunt/command.h"
@@ -157,7 +158,7 @@ class Round final : public Examination {
     std::optional<std::string> Run() {
         m_stage.Begin(m_shape);
         DrawPolicies();
-        const LoggingTests::AppData appData(L"real_threads");
+        const LoggingTests::AppData appData(Orva::Shared::GetModuleNames()->baseName);
         Log log(m_watch);
         Rig::Ledger ledger;
         const std::shared_ptr<void> variants = Rig::ShowVariantTexts();
