@@ -91,11 +91,16 @@ void Examination::Examine() {
         Choose(state);
         PlugIn();
         PullOut();
+        ExpectChosen(state);
     }
 }
 
 void Examination::Choose(const std::string& state) {
     Take({("wifi " + state).c_str(), ("wwan " + state).c_str()});
+    ExpectChosen(state);
+}
+
+void Examination::ExpectChosen(const std::string& state) {
     const std::string text = state == "on" ? "True" : "False";
     const Situation seen = m_stage.See();
     Expect(seen.storedWlan == text, "the user's choice for WLAN is not remembered");

@@ -31,7 +31,7 @@ class Examination {
 
     /// Mends the devices. A service that lacks a subscription or a setting is started anew.
     void Mend();
-    /// Both radios, with each choice.
+    /// Both radios, with each choice, which stays through a cable.
     void Examine();
     void Choose(const std::string& state);
     void PlugIn();
@@ -43,6 +43,7 @@ class Examination {
     std::optional<std::string> m_wrong;
 
   private:
+    void ExpectChosen(const std::string& state);
     [[nodiscard]] bool IsWhole() const;
     [[nodiscard]] bool WlanIs(const Situation& seen, bool on) const;
 };

@@ -257,12 +257,16 @@ void Watch::End(const CorvaLogListener::LogData& line, bool isQueued) {
     if (isQueued && here.moments == here.momentsBefore) {
         Report("a line is queued without a lock");
     }
-    // How long something took is summed up, and a connection is added to the set, behind the line about it.
+    // Behind the line about it a time is summed up, a connection added to the set, and the list of adapters
+    // given back.
     if (line.GetLevel() == Orva::Shared::Level::kDiag) {
         here.owes = kMoment;
     } else if (line.FunctionName() == "NLMUtils::PrintNetworkConnections" &&
                line.Message().starts_with(L"Ethernet Connection - adding")) {
         here.owes = kCable;
+    } else if (line.FunctionName() == "NLMEventHandler::~NLMEventHandler" &&
+               line.GetLevel() == Orva::Shared::Level::kTraceIn) {
+        here.owes = kCheck;
     }
     here.momentsBefore = here.moments;
 }
