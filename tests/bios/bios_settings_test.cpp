@@ -2,7 +2,6 @@
 
 #include <comdef.h>
 #include <wbemcli.h>
-#include <gmock/gmock.h>
 
 #include <chrono>
 #include <cwchar>
@@ -12,24 +11,20 @@
 #include <vector>
 
 #include "tests/support/com_support.h"
-#include "tests/support/log_recorder.h"
 #include "tests/support/run_on_thread.h"
-#include "tests/support/scoped_watch.h"
 #include "tests/support/simulated_notebook.h"
 #include "tests/support/test_clock.h"
 #include "tests/support/throw_from_log_line.h"
+#include "tests/support/words.h"
 
 namespace BiosTests {
 namespace {
 
 namespace Level = Orva::Shared::Level;
-using namespace Rig::Lines;
+using namespace Rig::Words;
 using namespace std::chrono_literals;
 using Rig::Call;
-using Rig::LogLine;
 using Rig::LogRecorder;
-using Rig::ScopedImport;
-using testing::ElementsAre;
 
 constexpr char kGet[] = "NLMUtils::GetBIOSValue";
 

@@ -1,29 +1,20 @@
 #include "bios/bios_wmi_client.h"
 
-#include <gmock/gmock.h>
-
 #include <string>
 #include <vector>
 
 #include "platform/handles.h"
 #include "tests/support/com_support.h"
 #include "tests/support/run_on_thread.h"
-#include "tests/support/scoped_watch.h"
 #include "tests/support/simulated_notebook.h"
+#include "tests/support/words.h"
 
 namespace BiosTests {
 namespace {
 
+using namespace Rig::Words;
 using Rig::Call;
-using Rig::ScopedImport;
-using Rig::ScopedWatch;
 using Rig::SimulatedNotebook;
-using testing::_;
-using testing::AllOf;
-using testing::Each;
-using testing::ElementsAre;
-using testing::FieldsAre;
-using testing::SizeIs;
 
 constexpr wchar_t kName[] = L"Some Setting";
 

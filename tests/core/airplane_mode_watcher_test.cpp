@@ -298,7 +298,7 @@ TEST_F(WatcherTest, ClosesTheStopEventAtItsEndOrKeepsOneThatCannotBeClosed) {
         EXPECT_EQ(close.Calls(), 1);
     }
     EXPECT_EQ(state.airplaneWatcherEvent.Get(), event);
-    EXPECT_THAT(log.At(Orva::Shared::Level::kError), IsEmpty());
+    EXPECT_THAT(log.At(kError), IsEmpty());
     Run({});
     EXPECT_FALSE(state.airplaneWatcherEvent);
 }
@@ -485,7 +485,7 @@ TEST_F(LiveWatcherTest, EveryChangeOfTheValueWakesItAgain) {
 TEST_F(LiveWatcherTest, ChangedSubkeyWakesItToo) {
     machine.airplane.Create(L"Some Radio");
     WaitUntilArmed(2);
-    machine.airplane.Write(L"Some Radio", L"State", Rig::RegistryNumber(1));
+    machine.airplane.Write(L"Some Radio", L"State", RegistryNumber(1));
     WaitUntilArmed(3);
     EXPECT_GE(log.Count(kChange), 2);
 }

@@ -2,8 +2,6 @@
 
 #include <windows.h>
 
-#include <gmock/gmock.h>
-
 #include <atomic>
 #include <functional>
 #include <optional>
@@ -14,33 +12,14 @@
 #include "tests/radio/machine.h"
 #include "tests/support/com_support.h"
 #include "tests/support/run_on_thread.h"
-#include "tests/support/scoped_import.h"
-#include "tests/support/scoped_watch.h"
+#include "tests/support/words.h"
 
 namespace CoreTests {
 
 using ::Notebook::kForEver;
 using RadioTests::Refusing;
 using Rig::Call;
-using Rig::LogLine;
-using Rig::ScopedImport;
-using Rig::ScopedResult;
-using Rig::ScopedWatch;
-using Rig::Lines::Error;
-using Rig::Lines::Information;
-using Rig::Lines::TraceIn;
-using Rig::Lines::TraceOut;
-using testing::_;
-using testing::AllOf;
-using testing::Contains;
-using testing::Each;
-using testing::ElementsAre;
-using testing::FieldsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::IsNull;
-using testing::NotNull;
-using testing::SizeIs;
+using namespace Rig::Words;
 
 /// What waits for a service of Windows.
 constexpr char kWait[] = "Utils::WaitforServiceToStartRunning";

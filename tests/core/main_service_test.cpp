@@ -19,7 +19,6 @@ namespace CoreTests {
 namespace {
 
 using Microsoft::WRL::ComPtr;
-using Orva::Shared::Level::kError;
 
 constexpr char kConstructor[] = "CMainService::CMainService";
 constexpr char kDestructor[] = "CMainService::~CMainService";
@@ -40,7 +39,7 @@ TEST_F(MainServiceTest, ConstructorCreatesTheStopEventOfTheWatcherOrGoesOnWithou
         const ScopedWatch<&::CreateEventW> creations;
         OpenService service;
         EXPECT_THAT(creations.Arguments(),
-                    ElementsAre(FieldsAre(IsNull(), TRUE, FALSE, testing::StrEq(L"AIRPLANE_WATCHER_EVENT"))));
+                    ElementsAre(FieldsAre(IsNull(), TRUE, FALSE, StrEq(L"AIRPLANE_WATCHER_EVENT"))));
         EXPECT_EQ(bool{service.m_state.airplaneWatcherEvent}, succeeds);
         std::vector<LogLine> expected{TraceIn(kConstructor), TraceOut(kConstructor)};
         if (!succeeds) {

@@ -35,10 +35,10 @@ class AnyRestore : public CoreTest {
     AnyRestore() { MakeModemKnown(); }
     ~AnyRestore() override { ExpectNoSwitchIsRepeated(); }
 
-    void Remember(const Restore& restore, const Rig::RegistryValue& value) const {
+    void Remember(const Restore& restore, const RegistryValue& value) const {
         machine.store.Write(restore.subkey, PowerStatus::kValueName, value);
     }
-    [[nodiscard]] std::optional<Rig::RegistryValue> Remembered(const Restore& restore) const {
+    [[nodiscard]] std::optional<RegistryValue> Remembered(const Restore& restore) const {
         return machine.store.Read(restore.subkey, PowerStatus::kValueName);
     }
     [[nodiscard]] Switches SwitchesOf(const Restore& restore) const {
@@ -63,9 +63,9 @@ class RestoreOfText : public AnyRestore,
 TEST_P(RestoreOfText, SwitchesTheRadioToItAndStoresNothing) {
     const auto& [restore, remembered] = GetParam();
     SetRadios(!remembered.meansOn);
-    std::optional<Rig::RegistryValue> stored;
+    std::optional<RegistryValue> stored;
     if (remembered.text != nullptr) {
-        stored = Rig::RegistryText(remembered.text);
+        stored = RegistryText(remembered.text);
         Remember(restore, *stored);
     }
     restore.run();
@@ -98,7 +98,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(AnyRestore, RefusedSwitchIsNotTriedAgain) {
     for (const Restore& restore : {kWlan, kWwan}) {
-        Remember(restore, Rig::RegistryText(L"False"));
+        Remember(restore, RegistryText(L"False"));
         MakeRadiosStubborn();
         restore.run();
         EXPECT_THAT(LinesOf(restore.function), SizeIs(1));

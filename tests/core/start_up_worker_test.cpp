@@ -245,7 +245,7 @@ TEST_F(StartUpWorkerTest, MissingStepEndsItAtOnceWithoutAnExitLineAndWithoutLeav
         missing.arrange();
         RunWorker();
         EXPECT_EQ(log.Of(kWorker), missing.lines);
-        EXPECT_THAT(notebook.Calls(), testing::Not(Contains(missing.nextCall)));
+        EXPECT_THAT(notebook.Calls(), Not(Contains(missing.nextCall)));
         EXPECT_EQ(com.exits, 0);
         com.entryResult.reset();
         EndService();
@@ -481,8 +481,7 @@ TEST_F(ThrowingStep, OfWhatIsNoStandardExceptionIsNotCaught) {
     ThrowAt("IsNetworkAlive", 42);
     EXPECT_THROW(RunWorker(), int);
     EXPECT_FALSE(log.Contains(kExit));
-    EXPECT_THAT(log.At(Orva::Shared::Level::kError),
-                Each(testing::Field(&LogLine::function, testing::Ne(kWorker))));
+    EXPECT_THAT(log.At(kError), Each(testing::Field(&LogLine::function, testing::Ne(kWorker))));
 }
 
 TEST_F(StartUpWorkerTest, WatcherThatCannotBeQueuedLeavesThePoolsCallbackWithTheSystemError) {

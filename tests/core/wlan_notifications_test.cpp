@@ -425,7 +425,7 @@ TEST_F(NotificationTest, WhateverIsThrownIsCaughtAndLeavesTheLockFree) {
         NotifyNetworkAvailable();
     }
     EXPECT_THAT(log.Of(kAvailable), ElementsAre(TraceIn(kAvailable), TraceOut(kAvailable)));
-    EXPECT_THAT(log.At(Orva::Shared::Level::kError), ElementsAre(caught));
+    EXPECT_THAT(log.At(kError), ElementsAre(caught));
     log.Clear();
     {
         const Rig::ThrowFromLogLine throwing(kBeforeTheLock, 42);
@@ -443,7 +443,7 @@ TEST_F(NotificationTest, LockIsFreeBeforeAnExceptionIsLogged) {
     bool hasThrown = false;
     {
         const Rig::AtEachLogLine lines([&](const Orva::Shared::CorvaLogListener::LogData& entry) {
-            if (entry.GetLevel() == Orva::Shared::Level::kError) {
+            if (entry.GetLevel() == kError) {
                 // Another notification gets through while the line is still to be written.
                 Rig::RunOnThread([this] { NotifyNetworkAvailable(); }, Rig::Apartment::kNone, kPatience);
             } else if (!hasThrown && entry.FunctionName() == kAvailable) {

@@ -4,19 +4,15 @@
 #include <netlistmgr.h>
 #include <wrl/client.h>
 
-#include <gmock/gmock.h>
-
 #include <map>
 #include <string>
 #include <vector>
 
 #include "notebook/state/text.h"
 #include "tests/support/ledger.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/scoped_import.h"
-#include "tests/support/scoped_watch.h"
 #include "tests/support/simulated_notebook.h"
 #include "tests/support/test_clock.h"
+#include "tests/support/words.h"
 
 namespace NetworkTests {
 
@@ -26,19 +22,8 @@ using ::Notebook::kForEver;
 namespace Level = Orva::Shared::Level;
 using Microsoft::WRL::ComPtr;
 using Rig::Call;
-using Rig::LogLine;
 using Rig::LogRecorder;
-using Rig::ScopedImport;
-using Rig::Lines::Error;
-using Rig::Lines::Information;
-using Rig::Lines::TraceIn;
-using Rig::Lines::TraceOut;
-using Rig::Lines::Warning;
-using testing::Contains;
-using testing::Each;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::Not;
+using namespace Rig::Words;
 
 // Interface types as <ipifcons.h> of Windows names them.
 constexpr UINT kOther = 1;

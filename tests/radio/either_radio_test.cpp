@@ -82,7 +82,7 @@ class EitherRadioTest : public WwanTest, public testing::WithParamInterface<Kind
             std::ranges::count(LinesOf(kWlanSwitch), TraceIn(InItsWords(kWlanSwitch), arguments)));
     }
 
-    void Remember(const Rig::RegistryValue& value) const {
+    void Remember(const RegistryValue& value) const {
         m_machine.store.Write(GetParam().subkey, PowerStatus::kValueName, value);
     }
     [[nodiscard]] std::wstring Remembered() const {
@@ -302,9 +302,9 @@ TEST_P(EitherRadioTest, OutcomeIsJudgedByReadingBackNotByTheSwitch) {
 // --- The cable has gone ----------------------------------------------------------------------------
 
 TEST_P(EitherRadioTest, RadioThatWasOnComesBackAlsoWhereNoTextIsRemembered) {
-    const std::optional<Rig::RegistryValue> values[] = {RegistryText(L"True"), std::nullopt,
-                                                        RegistryText(L""), RegistryNumber(0)};
-    for (const std::optional<Rig::RegistryValue>& value : values) {
+    const std::optional<RegistryValue> values[] = {RegistryText(L"True"), std::nullopt, RegistryText(L""),
+                                                   RegistryNumber(0)};
+    for (const std::optional<RegistryValue>& value : values) {
         m_machine.store.Delete();
         if (value) {
             Remember(*value);

@@ -3,49 +3,22 @@
 #include <windows.h>
 #include <wlanapi.h>
 
-#include <gmock/gmock.h>
-
 #include "radio/airplane_mode.h"
 #include "radio/power_status.h"
 #include "tests/support/ledger.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/registry_tree.h"
-#include "tests/support/scoped_watch.h"
 #include "tests/support/simulated_notebook.h"
 #include "tests/support/test_clock.h"
+#include "tests/support/words.h"
 
 namespace RadioTests {
 
 using ::Notebook::kForEver;
 using ::Notebook::Phy;
 using Rig::Call;
+using namespace Rig::Words;
 using namespace ServiceUtils;
-using Orva::Shared::Level::kError;
-using Orva::Shared::Level::kInformation;
-using Orva::Shared::Level::kWarning;
-using Rig::LogLine;
-using Rig::RegistryBytes;
-using Rig::RegistryNumber;
-using Rig::RegistryText;
-using Rig::ScopedImport;
-using Rig::ScopedResult;
-using Rig::ScopedWatch;
-using Rig::Lines::Error;
-using Rig::Lines::Information;
-using Rig::Lines::TraceIn;
-using Rig::Lines::TraceOut;
-using Rig::Lines::Verbose;
-using Rig::Lines::Warning;
-using testing::_;
-using testing::AllOf;
-using testing::Contains;
-using testing::Each;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
-using testing::FieldsAre;
-using testing::IsEmpty;
-using testing::Not;
-using testing::SizeIs;
 
 /// PHYs for `SimulatedNotebook::SetPhys`; the switch in the case is on.
 [[nodiscard]] inline Phy PhyIn(DOT11_RADIO_STATE software) {

@@ -98,7 +98,7 @@ TEST_F(PowerStatusTest, ReadingNeverMakesTheKey) {
 }
 
 TEST_F(PowerStatusTest, ValueThatIsNoTextCountsAsOn) {
-    for (const Rig::RegistryValue& value :
+    for (const RegistryValue& value :
          {RegistryText(L""), RegistryNumber(0), RegistryBytes(REG_BINARY, {'F', 0, 0, 0}),
           RegistryBytes(REG_SZ, {}), RegistryBytes(REG_SZ, {'F', 0}), RegistryBytes(REG_SZ, {'F', 0, 0}),
           RegistryBytes(REG_MULTI_SZ, {'F', 0, 0, 0, 0, 0}), RegistryText(std::wstring(1024, L'F'))}) {
@@ -113,19 +113,19 @@ TEST_F(PowerStatusTest, ExpandableTextIsTakenAsItStands) {
 }
 
 TEST_F(PowerStatusTest, AirplaneModeIsOnForANumberOneOfWhateverType) {
-    const std::pair<Rig::RegistryValue, bool> values[] = {{RegistryNumber(1), true},
-                                                          {RegistryNumber(0), false},
-                                                          {RegistryNumber(2), false},
-                                                          {RegistryNumber(0xFFFFFFFF), false},
-                                                          {RegistryNumber(0x01000000), false},
-                                                          {RegistryBytes(REG_BINARY, {1, 0, 0, 0}), true},
-                                                          {RegistryBytes(REG_BINARY, {1}), true},
-                                                          {RegistryBytes(REG_BINARY, {2}), false},
-                                                          {RegistryBytes(REG_NONE, {}), false},
-                                                          {RegistryText(L""), false},
-                                                          {RegistryText(L"1"), false},
-                                                          {RegistryBytes(REG_SZ, {1, 0}), true},
-                                                          {RegistryBytes(12345, {1, 0, 0, 0}), true}};
+    const std::pair<RegistryValue, bool> values[] = {{RegistryNumber(1), true},
+                                                     {RegistryNumber(0), false},
+                                                     {RegistryNumber(2), false},
+                                                     {RegistryNumber(0xFFFFFFFF), false},
+                                                     {RegistryNumber(0x01000000), false},
+                                                     {RegistryBytes(REG_BINARY, {1, 0, 0, 0}), true},
+                                                     {RegistryBytes(REG_BINARY, {1}), true},
+                                                     {RegistryBytes(REG_BINARY, {2}), false},
+                                                     {RegistryBytes(REG_NONE, {}), false},
+                                                     {RegistryText(L""), false},
+                                                     {RegistryText(L"1"), false},
+                                                     {RegistryBytes(REG_SZ, {1, 0}), true},
+                                                     {RegistryBytes(12345, {1, 0, 0, 0}), true}};
     for (const auto& [value, isOn] : values) {
         SCOPED_TRACE(testing::PrintToString(value));
         m_machine.airplane.Write({}, {}, value);

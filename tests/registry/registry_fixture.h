@@ -2,32 +2,16 @@
 
 #include <windows.h>
 
-#include <gmock/gmock.h>
-
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "tests/support/ledger.h"
-#include "tests/support/registry_tree.h"
-#include "tests/support/scoped_import.h"
-#include "tests/support/scoped_watch.h"
+#include "tests/support/words.h"
 
 namespace RegistryTests {
 
-using Rig::ScopedImport;
-using Rig::ScopedProc;
-using Rig::ScopedProcAddress;
-using Rig::ScopedResult;
-using Rig::ScopedWatch;
-using testing::_;
-using testing::Each;
-using testing::ElementsAre;
-using testing::FieldsAre;
-using testing::IsEmpty;
-using testing::NotNull;
-using testing::Pair;
-using testing::StrEq;
+using namespace Rig::Words;
 
 constexpr REGSAM kReadAndWrite = 0x2001F;
 constexpr REGSAM kView = KEY_WOW64_64KEY;

@@ -8,11 +8,6 @@
 namespace RegistryTests {
 namespace {
 
-using Rig::RegistryBytes;
-using Rig::RegistryNumber;
-using Rig::RegistryText;
-using Rig::RegistryValue;
-
 constexpr std::size_t kLongestText = 1023;  // characters, without the end
 
 class RegistryTest : public RegistryFixture {
