@@ -499,7 +499,10 @@ TEST_F(StopAndWatcher, WatcherThatFindsItsEventTakenByTheStopEndsAndBothCloseThe
         ScopedImport<&::RegOpenKeyExW> open{
             [](HKEY, LPCWSTR, DWORD, REGSAM access, PHKEY) { return (access & KEY_WOW64_64KEY) != 0; },
             [&](HKEY root, LPCWSTR path, DWORD options, REGSAM access, PHKEY key) {
-                stop = std::thread([&] { Stop(service); });
+                stop = std::thread([&] {
+                    Stop(service);
+                    ::SetEvent(stopHasTaken.Get());  // at the latest
+                });
                 WaitForSingleObject(stopHasTaken.Get(), INFINITE);
                 return open.Original(root, path, options, access, key);
             }};

@@ -272,7 +272,10 @@ TEST_F(NetworkSubscriptionTest, StopThatIsStillUnsubscribingLeavesTheManagerToLa
         WaitForSingleObject(allWereMade.Get(), INFINITE);
     });
     notebook.Before(Call::Advise, 2, [&] {
-        stop = std::thread([this] { Stop(service); });
+        stop = std::thread([&] {
+            Stop(service);
+            SetEvent(stopIsAtIt.Get());  // at the latest
+        });
         WaitForSingleObject(stopIsAtIt.Get(), INFINITE);
     });
     ListenForWlanEvents(state);

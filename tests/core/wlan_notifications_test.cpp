@@ -124,7 +124,10 @@ class RegistrationDuringAStop : public RegistrationTest {
         const Platform::UniqueHandle hasRegistered(CreateEventW(nullptr, TRUE, FALSE, nullptr));
         std::thread stop;
         notebook.Before(Call::WlanOpenHandle, 1, [&] {
-            stop = std::thread([this] { Stop(service); });
+            stop = std::thread([&] {
+                Stop(service);
+                SetEvent(stopIsThere.Get());  // at the latest
+            });
             WaitForSingleObject(stopIsThere.Get(), INFINITE);
         });
         notebook.Before(call, 1, [&] {
