@@ -69,6 +69,7 @@ struct Notified {
     std::vector<WLAN_NOTIFICATION_DATA> items;
     std::vector<WLAN_PHY_RADIO_STATE> radios;
     DWORD thread = 0;
+    std::atomic<int> nulls{0};
     std::atomic<bool> running{false};
     std::atomic<int> sleepMs{0};
     std::atomic<bool> ended{false};
@@ -80,6 +81,10 @@ struct Notified {
 
     static void WINAPI Callback(PWLAN_NOTIFICATION_DATA data, PVOID context) {
         auto& self = *static_cast<Notified*>(context);
+        if (data == nullptr) {
+            ++self.nulls;
+            return;
+        }
         self.running = true;
         Sleep(static_cast<DWORD>(self.sleepMs.load()));
         const std::lock_guard hold(self.lock);
@@ -124,6 +129,17 @@ TEST_F(WlanTest, OnlyTheSourcesAskedForAreNotified) {
     ASSERT_TRUE(Eventually([&] { return notified.Count() == 1; }));
     client.Close();
     EXPECT_EQ(DWORD{wlan_notification_acm_network_available}, notified.items[0].NotificationCode);
+}
+
+TEST_F(WlanTest, NotificationWithoutDataArrivesAsNull) {
+    Client client;
+    Notified notified;
+    client.Register(kBothSources, &Notified::Callback, &notified);
+    {
+        LockedMachine machine;
+        PostEvent(*machine, {.kind = EventKind::WlanNullNotification}, machine.Time());
+    }
+    EXPECT_TRUE(Eventually([&] { return notified.nulls == 1; }));
 }
 
 TEST_F(WlanTest, WhatHappenedBeforeTheRegistrationIsNotNotified) {
