@@ -11,8 +11,6 @@
 #include "tests/logging/log_entries.h"
 #include "tests/logging/log_test.h"
 #include "tests/support/ledger.h"
-#include "tests/support/scoped_import.h"
-#include "tests/support/scoped_watch.h"
 #include "tests/support/skip_unless_imported.h"
 
 namespace LoggingTests {
@@ -23,11 +21,6 @@ namespace ListenerType = Orva::Shared::ListenerType;
 using Orva::Shared::CorvaLogger;
 using Orva::Shared::CorvaLogListener;
 using Orva::Shared::CorvaLogListenerFile;
-using Rig::RegistryNumber;
-using Rig::ScopedImport;
-using Rig::ScopedResult;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr bool kQueued = true;
 constexpr bool kSynchronous = false;
@@ -170,7 +163,7 @@ TEST_F(FileListenerTest, WithoutAQueueWhenTheFileIsLockedAtFirst) {
     listener.Log(Entry(L"lost"));
     EXPECT_TRUE(MutexIsFree());
     locked.Reset();
-    const Rig::ScopedWatch<&::_beginthreadex> threads;
+    const ScopedWatch<&::_beginthreadex> threads;
     listener.Log(Entry(L"one"));
     EXPECT_THAT(Messages(), ElementsAre("one"));
     EXPECT_EQ(threads.Calls(), 0) << "written on this thread";
@@ -350,7 +343,7 @@ TEST_F(FileListenerTest, ThreadThatWaitsForTheMutexAtTheLogsEndStillWrites) {
             logger.Write(Level::kError, "A::B", L"one");
         });
         EXPECT_TRUE(Eventually([&] { return waits.load(); }));
-        const Rig::ScopedWatch<&::CloseHandle> close;
+        const ScopedWatch<&::CloseHandle> close;
         logger.EndListeners();
         EXPECT_EQ(close.Calls(), 0) << "the mutex is still waited for";
         EXPECT_TRUE(ReadLines(m_appData.Log()).empty());

@@ -11,9 +11,11 @@
 
 #include "logging/log_data.h"
 #include "logging/logger.h"
-#include "tests/support/scoped_import.h"
+#include "tests/support/words.h"
 
 namespace LoggingTests {
+
+using namespace Rig::Words;
 
 /// 2019/04/05 13:07:09.042, a Friday.
 constexpr SYSTEMTIME kSomeTime{2019, 4, 5, 5, 13, 7, 9, 42};

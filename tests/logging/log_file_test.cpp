@@ -12,8 +12,6 @@
 #include "tests/logging/log_entries.h"
 #include "tests/logging/log_test.h"
 #include "tests/support/ledger.h"
-#include "tests/support/scoped_import.h"
-#include "tests/support/scoped_watch.h"
 #include "tests/support/skip_unless_imported.h"
 
 namespace LoggingTests {
@@ -23,9 +21,6 @@ using Orva::Shared::LogFile;
 using Orva::Shared::OpenedLogFile;
 using Orva::Shared::OpenPolicyKeys;
 using Orva::Shared::PolicyKeys;
-using Rig::RegistryNumber;
-using Rig::ScopedImport;
-using testing::ElementsAre;
 
 constexpr auto kForced = LogFile::Rotation::kForced;
 constexpr auto kWhenLarge = LogFile::Rotation::kWhenLarge;
@@ -54,7 +49,7 @@ TEST_F(LogFileTest, OpeningTwiceClosesTheFirstStreamAndTakesTheMutexASecondTime)
     // A thread of its own: what it holds at its end is free for others.
     std::thread([this] {
         LogFile& file = File();
-        const Rig::ScopedWatch<&::fclose> closes;
+        const ScopedWatch<&::fclose> closes;
         EXPECT_TRUE(file.LockAndOpen());
         file.WriteEntry(Entry(L"one"));
         EXPECT_TRUE(file.LockAndOpen());
@@ -284,7 +279,7 @@ TEST_F(RotationTest, DoesNothingWithoutALog) {
 
 TEST_F(RotationTest, DoesNothingWhenTheLogCannotBeAskedFor) {
     MakeNumbered(1);
-    const Rig::ScopedResult<&::GetFileAttributesExW> fails{FALSE, ERROR_ACCESS_DENIED};
+    const ScopedResult<&::GetFileAttributesExW> fails{FALSE, ERROR_ACCESS_DENIED};
     Rotate();
     EXPECT_THAT(Texts(2), ElementsAre("1", "-"));
 }
@@ -366,7 +361,7 @@ class FailingRename : public RotationTest, public testing::WithParamInterface<Re
 TEST_P(FailingRename, StopsTheNewerOnesOrLeavesATemporaryFile) {
     const RenameCase& one = GetParam();
     MakeNumbered(3);
-    const Rig::ScopedResult<&::MoveFileW> fails{FALSE, ERROR_SHARING_VIOLATION, Rig::AtCall(one.which)};
+    const ScopedResult<&::MoveFileW> fails{FALSE, ERROR_SHARING_VIOLATION, Rig::AtCall(one.which)};
     Rotate();
     EXPECT_EQ(fails.Calls(), one.calls);
     EXPECT_EQ(Texts(5), one.numbered);
@@ -399,7 +394,7 @@ TEST_F(RotationTest, DeletionThatFailsLeavesTheOldestInTheWay) {
 
 TEST_F(RotationTest, WithoutATemporaryNameNothingIsMoved) {
     MakeNumbered(2);
-    const Rig::ScopedResult<&::GetTempFileNameW> fails{0, ERROR_BUFFER_OVERFLOW};
+    const ScopedResult<&::GetTempFileNameW> fails{0, ERROR_BUFFER_OVERFLOW};
     Rotate();
     EXPECT_THAT(Texts(3), ElementsAre("1", "2", "-"));
 }
@@ -410,7 +405,7 @@ TEST_F(RotationTest, LogThatCannotBeReopenedKeepsTheMutexAndWritesNothing) {
         const OpenedLogFile file(File());
         ASSERT_TRUE(file);
         const ScopedImport<&::_wfopen> fails{[](auto...) -> FILE* { return nullptr; }};
-        const Rig::ScopedResult<&::ReleaseMutex> release{TRUE};
+        const ScopedResult<&::ReleaseMutex> release{TRUE};
         file->RotateLogFile(kForced);
         file->WriteEntry(Entry(L"lost"));
         file->CloseAndUnlock();
@@ -432,7 +427,7 @@ TEST_F(RotationTest, LineThatFindsNoNewFileAfterItsRotationIsLost) {
         const ScopedImport<&::_wfopen> fails{[](auto...) -> FILE* { return nullptr; }};
         file->WriteEntry(Entry(L"lost"));
         EXPECT_EQ(fails.Calls(), 1);
-        const Rig::ScopedWatch<&::fflush> flushes;
+        const ScopedWatch<&::fflush> flushes;
         file->Flush();
         EXPECT_EQ(flushes.Calls(), 0);
     }

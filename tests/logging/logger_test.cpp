@@ -18,7 +18,6 @@
 #include "tests/logging/log_directory.h"
 #include "tests/logging/log_entries.h"
 #include "tests/logging/recording_listener.h"
-#include "tests/support/scoped_import.h"
 
 namespace LoggingTests {
 namespace {
@@ -30,9 +29,6 @@ using Orva::Shared::CorvaLogger;
 using Orva::Shared::CorvaLogListener;
 using Orva::Shared::GetLogger;
 using Orva::Shared::LoggerHolder;
-using Rig::ScopedImport;
-using testing::ElementsAre;
-using testing::SizeIs;
 
 static_assert(std::has_virtual_destructor_v<LogData>);
 static_assert(!std::is_polymorphic_v<CorvaLogger>);
@@ -186,7 +182,7 @@ TEST(Logger, OffsetIsLookedUpAnewAfterASecondAndWhenTheClockIsSetBack) {
     std::int64_t now = 0x1D00000'00000000;
     const ScopedImport<&::GetSystemTimeAsFileTime> clock{
         [&now](FILETIME* time) { *time = std::bit_cast<FILETIME>(now); }};
-    const Rig::ScopedWatch<&::FileTimeToLocalFileTime> zone;
+    const ScopedWatch<&::FileTimeToLocalFileTime> zone;
     const auto logger = MakeLogger({new RecordingListener({})});
     int expected = 0;
     for (const auto& [passed, lookUps] :

@@ -25,12 +25,6 @@ using Orva::Shared::CorvaLogListenerConsole;
 using Orva::Shared::CorvaLogListenerDebug;
 using Orva::Shared::CorvaLogListenerEvent;
 using Orva::Shared::CreateLogger;
-using Rig::RegistryNumber;
-using Rig::RegistryText;
-using Rig::ScopedImport;
-using Rig::ScopedResult;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 // --- The event log ----------------------------------------------------------------------------
 

@@ -12,8 +12,6 @@
 #include "logging/level.h"
 #include "tests/logging/log_test.h"
 #include "tests/support/ledger.h"
-#include "tests/support/scoped_import.h"
-#include "tests/support/scoped_watch.h"
 
 namespace LoggingTests {
 namespace {
@@ -21,14 +19,6 @@ namespace {
 namespace Level = Orva::Shared::Level;
 namespace ListenerType = Orva::Shared::ListenerType;
 using namespace Orva::Shared;
-using Rig::RegistryBytes;
-using Rig::RegistryNumber;
-using Rig::RegistryText;
-using Rig::RegistryValue;
-using Rig::ScopedImport;
-using Rig::ScopedResult;
-using testing::_;
-using testing::ElementsAre;
 
 /// The executable's path as Windows tells it, for a scope.
 class ScopedModulePath {
@@ -184,11 +174,11 @@ TEST_F(PolicyKeysTest, MayBeMissing) {
 
 TEST_F(PolicyKeysTest, AreOpenedForReading) {
     m_policies.CreateExecutable();
-    const Rig::ScopedWatch<&::RegOpenKeyExW> open;
+    const ScopedWatch<&::RegOpenKeyExW> open;
     const ScopedModulePath module(OwnPath());
     EXPECT_TRUE(Keys().product);
     EXPECT_TRUE(m_keys.executable);
-    const auto forReading = testing::FieldsAre(_, _, _, REGSAM{KEY_READ}, _);
+    const auto forReading = FieldsAre(_, _, _, REGSAM{KEY_READ}, _);
     EXPECT_THAT(open.Arguments(), ElementsAre(forReading, forReading));
     EXPECT_THAT(module.Sizes(), ElementsAre(260U, 520U));
 }

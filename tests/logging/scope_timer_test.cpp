@@ -11,8 +11,6 @@
 #include "logging/log_scope.h"
 #include "tests/logging/log_entries.h"
 #include "tests/logging/recording_listener.h"
-#include "tests/support/log_recorder.h"
-#include "tests/support/scoped_import.h"
 #include "tests/support/throw_from_log_line.h"
 
 namespace LoggingTests {
@@ -22,8 +20,6 @@ namespace Level = Orva::Shared::Level;
 using Orva::Shared::LogScopeTimer;
 using Orva::Shared::TimingStatistics;
 using Rig::LogRecorder;
-using Rig::ScopedImport;
-using testing::ElementsAre;
 using namespace Rig::Lines;
 
 constexpr ULONGLONG kTicksPerMillisecond = 10'000;

@@ -9,7 +9,6 @@
 
 #include "platform/handles.h"
 #include "tests/logging/log_test.h"
-#include "tests/support/registry_tree.h"
 
 namespace LoggingTests {
 namespace {
@@ -98,7 +97,7 @@ void ExpectUnbrokenToTheEnd(const std::vector<int>& numbers) {
 
 TEST_F(SharedLogTest, EveryLineOfTwoProcessesStandsWholeInTheFile) {
     // No rotation gets in the way.
-    m_policies.OfProduct(L"MaxLogSize", Rig::RegistryNumber(100'000));
+    m_policies.OfProduct(L"MaxLogSize", RegistryNumber(100'000));
     RunTwoWriters();
     const auto numbers = NumbersByTag(AllMessages());
     ASSERT_EQ(numbers.size(), 2U);
@@ -110,7 +109,7 @@ TEST_F(SharedLogTest, EveryLineOfTwoProcessesStandsWholeInTheFile) {
 
 TEST_F(SharedLogTest, LinesOfTwoProcessesAreLostOnlyWithFilesThatRotationDeletes) {
     // Twenty thousand lines of some eighty bytes are many times this.
-    m_policies.OfProduct(L"MaxLogSize", Rig::RegistryNumber(64));
+    m_policies.OfProduct(L"MaxLogSize", RegistryNumber(64));
     RunTwoWriters();
     EXPECT_TRUE(Exists(m_appData.Log(9)));
     EXPECT_FALSE(Exists(m_appData.Log(10)));

@@ -17,8 +17,6 @@
 #include "tests/logging/failing_memory.h"
 #include "tests/logging/log_entries.h"
 #include "tests/logging/log_test.h"
-#include "tests/support/scoped_import.h"
-#include "tests/support/scoped_watch.h"
 #include "tests/support/skip_unless_imported.h"
 
 namespace LoggingTests {
@@ -28,12 +26,6 @@ namespace Level = Orva::Shared::Level;
 using Orva::Shared::CorvaLogger;
 using Orva::Shared::CorvaLogListener;
 using Orva::Shared::CorvaLogListenerFile;
-using Rig::ScopedImport;
-using Rig::ScopedResult;
-using testing::_;
-using testing::ElementsAre;
-using testing::FieldsAre;
-using testing::IsEmpty;
 
 class WriteQueueTest : public LogTest {
   protected:
@@ -90,9 +82,9 @@ TEST_F(WriteQueueTest, WritesLinesInTheirOrder) {
 
 TEST_F(WriteQueueTest, OneWriterOpensAndReleasesTheFileOnceForAllThatComesMeanwhile) {
     SKIP_UNLESS_IMPORTED(_wfopen);
-    const Rig::ScopedWatch<&::_wfopen> open;
-    const Rig::ScopedWatch<&::ReleaseMutex> release;
-    const Rig::ScopedWatch<&::_beginthreadex> start;
+    const ScopedWatch<&::_wfopen> open;
+    const ScopedWatch<&::ReleaseMutex> release;
+    const ScopedWatch<&::_beginthreadex> start;
     std::atomic<int> writes = 0;
     const ScopedImport<&::fwrite> write{
         [&](const void* data, std::size_t size, std::size_t count, FILE* file) {
@@ -114,8 +106,7 @@ TEST_F(WriteQueueTest, OneWriterOpensAndReleasesTheFileOnceForAllThatComesMeanwh
     Log(L"y");
     EXPECT_TRUE(HasLines(31));
     EXPECT_EQ(start.Calls(), 2);
-    EXPECT_THAT(start.Arguments(), testing::Each(FieldsAre(_, 0U, _, _, _, _)))
-        << "a stack of the usual size";
+    EXPECT_THAT(start.Arguments(), Each(FieldsAre(_, 0U, _, _, _, _))) << "a stack of the usual size";
 }
 
 TEST_F(WriteQueueTest, CallersDoNotWaitForAWriteThatTakesLong) {
@@ -470,7 +461,7 @@ TEST_F(WriteQueueTest, WhatOthersWriteDuringTheDrainIsWritten) {
 TEST_F(WriteQueueTest, EntryAfterTheEndIsNotTaken) {
     SKIP_UNLESS_IMPORTED(_beginthreadex);
     m_listener->DrainQueue();
-    const Rig::ScopedWatch<&::_beginthreadex> start;
+    const ScopedWatch<&::_beginthreadex> start;
     Log(L"lost");
     EXPECT_EQ(start.Calls(), 0);
 }
@@ -488,7 +479,7 @@ TEST_F(WriteQueueTest, WriterThatIsWaitedForKeepsItsHandleWhenAnotherOneStarts) 
             EXPECT_NE(handle, writer);
             return close.Original(handle);
         }};
-        const Rig::ScopedWatch<&::_beginthreadex> start;
+        const ScopedWatch<&::_beginthreadex> start;
         Log(L"two");
         EXPECT_EQ(start.Calls(), 1);
     };

@@ -15,13 +15,10 @@
 #include "tests/service/service_test.h"
 #include "tests/support/at_each_log_line.h"
 #include "tests/support/ledger.h"
-#include "tests/support/scoped_watch.h"
 
 namespace ServiceTests {
 namespace {
 
-using testing::_;
-using testing::FieldsAre;
 using testing::Optional;
 using Bytes = std::vector<std::byte>;
 
@@ -202,7 +199,7 @@ TEST_F(ComSecurityTest, SidBufferIsFreedBeforeComIsCalledAndTheDescriptorAfterTh
         LogRecorder log;
         const Rig::Ledger ledger;
         FakeCom com;
-        const Rig::ScopedWatch<&::CreateWellKnownSid> sids;
+        const ScopedWatch<&::CreateWellKnownSid> sids;
         com.secureResult = S_OK;
         // The second time the descriptor is built all the same; it is only not handed over.
         for (const int times : {1, 2}) {
@@ -296,9 +293,9 @@ TEST_F(ComSecurityTest, TokensAreOpenedForQueryOnlyAndTheirSidsSetAsNotDefaulted
         SetLastError(ERROR_NO_TOKEN);
         return FALSE;
     }};
-    const Rig::ScopedWatch<&::OpenProcessToken> process;
-    const Rig::ScopedWatch<&::SetSecurityDescriptorOwner> owner;
-    const Rig::ScopedWatch<&::SetSecurityDescriptorGroup> group;
+    const ScopedWatch<&::OpenProcessToken> process;
+    const ScopedWatch<&::SetSecurityDescriptorOwner> owner;
+    const ScopedWatch<&::SetSecurityDescriptorGroup> group;
     EXPECT_TRUE(Secure().owner);
     EXPECT_EQ(thread.Calls(), 1);
     EXPECT_THAT(process.Arguments(), ElementsAre(FieldsAre(GetCurrentProcess(), DWORD{TOKEN_QUERY}, _)));
@@ -412,7 +409,7 @@ TEST_F(ComSecurityTest, WithoutAnySidTheAccessListIsLeftOutAndEachIsLogged) {
 TEST_F(ComSecurityTest, SecurityIsSetWhateverMemoryIsMissing) {
     int allocations = 0;
     {
-        const Rig::ScopedWatch<&::LocalAlloc> counted;
+        const ScopedWatch<&::LocalAlloc> counted;
         Secure();
         allocations = counted.Calls();
     }

@@ -11,13 +11,9 @@
 #include <vector>
 
 #include "tests/service/service_test.h"
-#include "tests/support/scoped_watch.h"
 
 namespace ServiceTests {
 namespace {
-
-using testing::_;
-using testing::FieldsAre;
 
 constexpr wchar_t kServiceName[] = L"TestService";
 constexpr DWORD kAcceptedAtFirst = 0x101;   // stop, pre-shutdown
@@ -337,7 +333,7 @@ TEST_F(ServiceBaseTest, FailedStopOfAStoppedServiceReportsNoExitCode) {
 }
 
 TEST_F(ServiceBaseTest, EntryHasTheServicesNameAndTheMessageAndNothingElse) {
-    const Rig::ScopedWatch<&::ReportEventW> report;
+    const ScopedWatch<&::ReportEventW> report;
     service.WriteEventLogEntry(L"text", EVENTLOG_INFORMATION_TYPE);
     // Neither a user nor data.
     EXPECT_THAT(report.Arguments(), ElementsAre(FieldsAre(_, _, _, _, nullptr, _, 0U, _, nullptr)));

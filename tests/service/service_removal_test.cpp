@@ -6,13 +6,10 @@
 
 #include "service/service_installer.h"
 #include "tests/service/service_test.h"
-#include "tests/support/registry_tree.h"
 
 namespace ServiceTests {
 namespace {
 
-using Rig::RegistryText;
-using testing::Not;
 using namespace std::chrono_literals;
 
 constexpr char kUninstallService[] = "UninstallService";

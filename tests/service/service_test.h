@@ -11,31 +11,19 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/log_recorder.h"
-#include "tests/support/scoped_import.h"
 #include "tests/support/simulated_notebook.h"
 #include "tests/support/test_clock.h"
+#include "tests/support/words.h"
 
 namespace ServiceTests {
 
+using namespace Rig::Words;
 using Orva::Shared::Level::kVerbose;
 using Rig::AtCall;
 using Rig::Call;
-using Rig::LogLine;
 using Rig::LogRecorder;
-using Rig::ScopedImport;
-using Rig::ScopedResult;
 using Rig::SimulatedNotebook;
 using Rig::TestClock;
-using Rig::Lines::Error;
-using Rig::Lines::Information;
-using Rig::Lines::TraceIn;
-using Rig::Lines::TraceOut;
-using Rig::Lines::Verbose;
-using testing::AllOf;
-using testing::Each;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr wchar_t kService[] = L"LinkvaneService";
 

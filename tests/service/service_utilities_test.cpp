@@ -10,7 +10,6 @@
 namespace ServiceTests {
 namespace {
 
-using testing::SizeIs;
 using namespace std::chrono_literals;
 
 constexpr char kPresent[] = "Utils::IsServicePresent";
