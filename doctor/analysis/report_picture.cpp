@@ -301,7 +301,7 @@ class Picture {
             const std::string text = TimeText(time);
             fmt::format_to(m_out, "<text x=\"{:.1f}\" y=\"{}\" class=\"small middle muted\">{}</text>\n",
                            X(time), y + 14,
-                           step < kOneMinute    ? text.substr(kClock, 8)
+                           step < kOneMinute ? text.substr(kClock, 8)
                            : step < 86400000 ? text.substr(kClock, 5)
                                              : text.substr(0, kDay));
         }
