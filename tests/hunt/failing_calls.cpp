@@ -125,10 +125,7 @@ std::atomic<std::uint32_t> g_plays = 0;
 }
 
 LONG WINAPI ReportCrash(EXCEPTION_POINTERS* pointers) {
-    char text[64];
-    std::snprintf(text, sizeof(text), "crashed: 0x%08lx at %p", pointers->ExceptionRecord->ExceptionCode,
-                  pointers->ExceptionRecord->ExceptionAddress);
-    GiveUp(text);
+    GiveUp(LongRun::CrashText(*pointers));
 }
 
 /// Ends a process in which one play takes longer than any should: somebody is busy for ever.

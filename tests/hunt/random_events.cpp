@@ -59,10 +59,7 @@ std::vector<Command> Sensible(const Step& step, const Shape& shape, bool& isToRu
 const Day* g_dayInPlay = nullptr;
 
 LONG WINAPI ReportCrash(EXCEPTION_POINTERS* pointers) {
-    char text[64];
-    std::snprintf(text, sizeof(text), "crashed: 0x%08lx at %p", pointers->ExceptionRecord->ExceptionCode,
-                  pointers->ExceptionRecord->ExceptionAddress);
-    GiveUp(g_dayInPlay != nullptr ? *g_dayInPlay : Day{}, text);
+    GiveUp(g_dayInPlay != nullptr ? *g_dayInPlay : Day{}, LongRun::CrashText(*pointers));
 }
 
 /// One play of a day.

@@ -55,10 +55,7 @@ std::string g_where;
 }
 
 LONG WINAPI ReportCrash(EXCEPTION_POINTERS* pointers) {
-    char text[64];
-    std::snprintf(text, sizeof(text), "crashed: 0x%08lx at %p, ", pointers->ExceptionRecord->ExceptionCode,
-                  pointers->ExceptionRecord->ExceptionAddress);
-    GiveUp(text + Locks::Tell(Locks::ThisThread()));
+    GiveUp(LongRun::CrashText(*pointers) + Locks::Tell(Locks::ThisThread()));
 }
 
 /// The service's log with its file, and what stands before and behind that one.
