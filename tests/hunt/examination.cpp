@@ -84,6 +84,11 @@ void Examination::Mend() {
 }
 
 void Examination::Examine() {
+    const Situation seen = m_stage.See();
+    if (!WlanIs(seen, true) && !WlanIs(seen, false)) {
+        // A radio of which some PHYs are on counts as off, and stays so.
+        Take({"wifi on"});
+    }
     PlugIn();
     PullOut();
     Take({"wifi off", "wwan off"});

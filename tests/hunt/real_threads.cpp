@@ -168,8 +168,6 @@ class Round final : public Examination {
         Take({"start"});
         Storm();
         Mend();
-        // A radio of which some PHYs are on counts as off, and stays so.
-        Take({"wifi on", "wwan on"});
         Examine();
         for (const char* const choice : {"on", "off"}) {
             KeepChoice(choice);
