@@ -26,6 +26,7 @@ struct ModemAnswers {
     bool isRadioThere = true;
     BSTR text = nullptr;  ///< the adapter's identifier
     SAFEARRAY* adapters = nullptr;
+    int textsOut = 0;  ///< copies of `text` that were not given back
     int switches = 0;
 };
 
@@ -64,6 +65,7 @@ class Modem final : public Notebook::ModemOperations<Lent<IMbnInterface, IMbnRad
                     ? nullptr
                     : SysAllocStringByteLen(reinterpret_cast<const char*>(m_answers.text),
                                             SysStringByteLen(m_answers.text));
+        m_answers.textsOut += *text != nullptr ? 1 : 0;
         return S_OK;
     }
     HRESULT STDMETHODCALLTYPE get_SoftwareRadioState(MBN_RADIO* state) override {
@@ -163,8 +165,9 @@ class ModemRecords final : public Kind {
         }
         m_answers.adapters = DrawArray(random);
         const bool isFound = ServiceUtils::EnumerateWwanInterfaces();
-        SysFreeString(m_answers.text);
+        Rig::Real<&::SysFreeString>(m_answers.text);
         m_answers.text = nullptr;
+        Require(m_answers.textsOut == 0, "an identifier's text is left");
         Require(isFound == !WwanState::interfaceId.empty(), "an adapter was made up, or lost");
         Require(!isFound || IsIdentifier(WwanState::interfaceId), "what was found is no identifier");
     }
@@ -213,6 +216,10 @@ class ModemRecords final : public Kind {
     ModemAnswers m_answers;
     Modem m_modem{m_answers};
     Manager m_manager{m_answers, m_modem};
+    Rig::ScopedImport<&::SysFreeString> m_free{[this](BSTR text) {
+        m_answers.textsOut -= text != nullptr ? 1 : 0;
+        Rig::Real<&::SysFreeString>(text);
+    }};
 };
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <functional>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -75,6 +76,15 @@ class Log {
 
     [[nodiscard]] bool HasException() const { return m_exceptions != 0; }
 
+    /// Whether all lines so far come into the file, without another one behind them. Nobody logs meanwhile.
+    [[nodiscard]] bool IsWritten(const LoggingTests::AppData& appData) const {
+        constexpr int kMostLooks = 200;
+        for (int i = 0; i < kMostLooks && CountLines(appData) < m_lines; ++i) {
+            Rig::Real<&::Sleep>(50);
+        }
+        return CountLines(appData) >= m_lines;
+    }
+
     /// What is wrong with the file and the times; empty: nothing. Nobody logs any more.
     [[nodiscard]] std::string Complaint(const LoggingTests::AppData& appData) {
         std::string wrong;
@@ -84,10 +94,7 @@ class Log {
                 wrong = "how long " + name + " took is summed up wrongly";
             }
         }
-        constexpr int kMostLooks = 200;
-        for (int i = 0; i < kMostLooks && CountLines(appData) < m_lines; ++i) {
-            Rig::Real<&::Sleep>(50);
-        }
+        static_cast<void>(IsWritten(appData));
         Orva::Shared::GetLogger().EndListeners();
         const std::vector<std::string> lines = LoggingTests::ReadLines(appData.Log());
         for (const std::string& line : lines) {
@@ -165,6 +172,7 @@ class Round final : public Examination {
                 return Locks::IsTakingLock() ? Rig::Real<&::CreateEventW>(arguments...)
                                              : self.Original(arguments...);
             });
+        m_isLogWritten = [&] { return log.IsWritten(appData); };
         Take({"start"});
         Storm();
         Mend();
@@ -208,6 +216,7 @@ class Round final : public Examination {
         if (!m_stage.Settle({})) {
             GiveUp(m_stage.Crew().Stuck());
         }
+        Expect(m_isLogWritten(), "lines stay in the log's queue");
         const Notebook::Ledger& held = Notebook::SharedState::Get().Raw().ledger;
         Expect(held.misuses == 0, "something was used or given back that was gone");
         Expect(held.wlanMemory == 0, "memory of the WLAN interface was not given back");
@@ -296,6 +305,7 @@ class Round final : public Examination {
     Locks::Watch& m_watch;
     Random& m_random;
     const Rig::ScopedRegistryTree& m_policies;
+    std::function<bool()> m_isLogWritten;
     bool m_stops = false;
     std::size_t m_events = 0;
 };
