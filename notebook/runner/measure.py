@@ -186,7 +186,10 @@ def arguments():
     parser.add_argument("--idle", type=int, default=30, metavar="SECONDS", help="how long to watch it idle")
     add_programs(parser)
     parser.add_argument("--prefix", default=ROOT / "build/wine/measure", help="the Wine prefix to make")
-    return parser.parse_args()
+    options = parser.parse_args()
+    if options.days is not None and options.days <= FEW_DAYS:
+        parser.error(f"--days: what grows shows after more than {FEW_DAYS}")
+    return options
 
 
 def main():

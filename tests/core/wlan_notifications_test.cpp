@@ -405,6 +405,14 @@ INSTANTIATE_TEST_SUITE_P(Situations, NotificationIn,
                                                           Radio::kUnreadable),
                                           testing::Bool()));
 
+TEST_F(NotificationTest, AirplaneModeThatBeginsWhileTheRadioIsLookedAtComesTooLate) {
+    SetRadios(false);
+    machine.RememberWlan(L"True");
+    notebook.Before(Call::WlanOpenHandle, 1, [this] { machine.SetAirplaneMode(true); });
+    NotifyRadioChange();
+    EXPECT_EQ(machine.RememberedWlan(), L"False");
+}
+
 // --- Exceptions ------------------------------------------------------------------------------------
 
 TEST_F(NotificationTest, WhateverIsThrownIsCaughtAndLeavesTheLockFree) {

@@ -259,6 +259,20 @@ TEST_F(WwanEnumerationTest, ArrayOfNoneNeedsNoRoom) {
     EXPECT_EQ(m_count, 0U);
 }
 
+TEST_F(WwanEnumerationTest, ArrayThatEndsAtTheHighestIndexIsReadToItsEnd) {
+    const Microsoft::WRL::ComPtr<IUnknown> modem = TheModem();
+    std::vector<LONG> indices;
+    // Wine's own arrays refuse that index.
+    const ScopedImport<&::SafeArrayGetElement> gives([&](SAFEARRAY*, LONG* index, void* element) -> HRESULT {
+        indices.push_back(*index);
+        return indices.size() <= 2 ? modem.CopyTo(static_cast<IUnknown**>(element)) : DISP_E_BADINDEX;
+    });
+    SAFEARRAY* const array = ArrayOf({modem.Get(), modem.Get()});
+    array->rgsabound[0].lLbound = kHighest - 1;
+    EXPECT_EQ(Copy(array), S_OK);
+    EXPECT_THAT(indices, ElementsAre(kHighest - 1, kHighest));
+}
+
 TEST_F(WwanEnumerationTest, ArrayThatHoldsNoInterfaceIsRefusedAndLeavesNothingInTheOutputs) {
     const std::pair<SAFEARRAY*, HRESULT> arrays[] = {
         {ArrayWithoutRoom(1), E_POINTER},
