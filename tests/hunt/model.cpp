@@ -163,6 +163,7 @@ class Model::Inside {
         std::coroutine_handle<> at;
         const bool* flag = nullptr;  ///< goes on when this is `wanted`
         bool wanted = false;
+        bool isReleased = false;  ///< from an event that is taken back with it
         Ms until = kNever;
     };
     struct Wait {
@@ -192,7 +193,8 @@ class Model::Inside {
     bool CanRun(Who who) {
         const Thread& thread = m_threads.at(static_cast<std::size_t>(who));
         if (thread.task) {
-            return (thread.flag != nullptr && *thread.flag == thread.wanted) || thread.until <= m_now;
+            return thread.isReleased || (thread.flag != nullptr && *thread.flag == thread.wanted) ||
+                   thread.until <= m_now;
         }
         return !JobsOf(who).empty();
     }
@@ -544,8 +546,7 @@ class Model::Inside {
                 isAccepted = SetModem(on);
                 co_await Sleep(100);
             }
-            const bool isCompleted = co_await Until(m_isCompleted, true, 7000);
-            m_isCompleted = false;
+            const bool isCompleted = co_await WaitForCompletion();
             bool hasFollowed = false;
             if (isCompleted) {
                 hasFollowed = co_await HasLastRadioFollowed(on);
@@ -685,12 +686,31 @@ class Model::Inside {
         }
     }
 
+    /// Whoever waits is released at once, so that another completion is there for the next wait; who has
+    /// waited long enough already finds it when he looks again.
+    void Complete() {
+        const auto waits = [this](const Thread& thread) {
+            return thread.flag == &m_isCompleted && !thread.isReleased && thread.until > m_now;
+        };
+        const auto waiting = std::find_if(m_threads.begin(), m_threads.end(), waits);
+        (waiting != m_threads.end() ? waiting->isReleased : m_isCompleted) = true;
+    }
+
+    Task<bool> WaitForCompletion() {
+        const bool isThere = co_await Until(m_isCompleted, true, 7000);
+        if (std::exchange(Current().isReleased, false)) {
+            co_return true;
+        }
+        m_isCompleted = false;
+        co_return isThere;
+    }
+
     Task<void> HandleCompletion(std::uint32_t modem, ConfirmRadio radio) {
         m_lastRadio.reset();
         if (radio != ConfirmRadio::Null) {
             m_lastRadio.emplace(modem, radio);
         }
-        m_isCompleted = true;
+        Complete();
         const int cable = co_await LookForCable(nullptr);
         if (cable < 0 || m_changesModem || IsAirplaneOn()) {
             co_return;
