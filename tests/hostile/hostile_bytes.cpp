@@ -137,22 +137,15 @@ bool TryKind(const NamedKind& named, const Options& options) {
 Options ReadOptions(int count, wchar_t** words) {
     Options options;
     options.seed = LongRun::FreshSeed();
-    for (int i = 1; i < count; ++i) {
-        const std::wstring word = words[i];
-        const std::string name(word.begin(), word.end());
-        const auto isName = [&name](const NamedKind& kind) { return kind.name == name; };
-        if (word == L"--inputs" && i + 1 < count) {
-            options.inputs = std::stoull(words[++i]);
-        } else if (word == L"--seed" && i + 1 < count) {
-            options.seed = std::stoull(words[++i]);
-        } else if (word == L"--from" && i + 1 < count) {
-            options.from = std::stoull(words[++i]);
-        } else if (std::ranges::any_of(kKinds, isName)) {
-            options.kinds.push_back(name);
-        } else {
-            throw std::runtime_error("not understood: " + name);
-        }
-    }
+    LongRun::ReadOptions(count, words,
+                         {{"--inputs", LongRun::Into(options.inputs)},
+                          {"--seed", LongRun::Into(options.seed)},
+                          {"--from", LongRun::Into(options.from)}},
+                         [&](const std::string& word) {
+                             options.kinds.push_back(word);
+                             return std::ranges::any_of(
+                                 kKinds, [&](const NamedKind& kind) { return kind.name == word; });
+                         });
     return options;
 }
 

@@ -423,27 +423,16 @@ class Run {
 Options ReadOptions(int count, wchar_t** words) {
     Options options;
     options.seed = LongRun::FreshSeed();
-    for (int i = 1; i < count; ++i) {
-        const std::wstring word = words[i];
-        const std::wstring next = i + 1 < count ? words[i + 1] : L"";
-        if (word == L"--every") {
-            options.every = true;
-        } else if (word == L"--singles" && !next.empty()) {
-            options.singles = static_cast<std::uint32_t>(std::stoul(words[++i]));
-        } else if (word == L"--pairs" && !next.empty()) {
-            options.pairs = static_cast<std::uint32_t>(std::stoul(words[++i]));
-        } else if (word == L"--seed" && !next.empty()) {
-            options.seed = std::stoull(words[++i]);
-        } else if (word == L"--scene" && !next.empty()) {
-            options.scene.assign(next.begin(), next.end());
-            ++i;
-        } else if (word == L"--play" && !next.empty()) {
-            options.play.assign(next.begin(), next.end());
-            ++i;
-        } else {
-            throw std::runtime_error("not understood: " + std::string(word.begin(), word.end()));
-        }
-    }
+    LongRun::ReadOptions(count, words,
+                         {{"--singles", LongRun::Into(options.singles)},
+                          {"--pairs", LongRun::Into(options.pairs)},
+                          {"--seed", LongRun::Into(options.seed)},
+                          {"--scene", LongRun::Into(options.scene)},
+                          {"--play", LongRun::Into(options.play)}},
+                         [&](const std::string& word) {
+                             options.every = options.every || word == "--every";
+                             return word == "--every";
+                         });
     return options;
 }
 

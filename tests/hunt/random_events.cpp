@@ -292,22 +292,14 @@ bool PlayFile(Stage& stage, const std::string& path) {
 Options ReadOptions(int count, wchar_t** words) {
     Options options;
     options.seed = LongRun::FreshSeed();
-    for (int i = 1; i < count; ++i) {
-        const std::wstring word = words[i];
-        const std::wstring next = i + 1 < count ? words[i + 1] : L"";
-        if (word == L"--overlapping") {
-            options.way = Way::kOverlapping;
-        } else if (word == L"--events" && !next.empty()) {
-            options.events = static_cast<std::uint32_t>(std::stoul(words[++i]));
-        } else if (word == L"--seed" && !next.empty()) {
-            options.seed = std::stoull(words[++i]);
-        } else if (word == L"--play" && !next.empty()) {
-            options.play = std::string(next.begin(), next.end());
-            ++i;
-        } else {
-            throw std::runtime_error("not understood: " + std::string(word.begin(), word.end()));
-        }
-    }
+    LongRun::ReadOptions(count, words,
+                         {{"--events", LongRun::Into(options.events)},
+                          {"--seed", LongRun::Into(options.seed)},
+                          {"--play", LongRun::Into(options.play)}},
+                         [&](const std::string& word) {
+                             options.way = word == "--overlapping" ? Way::kOverlapping : options.way;
+                             return word == "--overlapping";
+                         });
     return options;
 }
 

@@ -345,29 +345,21 @@ class Interruptions {
 };
 
 struct Options {
-    std::chrono::seconds time{10};
+    std::uint32_t seconds = 10;
     std::uint64_t seed = 0;
 };
 
 Options ReadOptions(int count, wchar_t** words) {
     Options options;
     options.seed = LongRun::FreshSeed();
-    for (int i = 1; i < count; ++i) {
-        const std::wstring word = words[i];
-        const std::wstring next = i + 1 < count ? words[i + 1] : L"";
-        if (word == L"--seconds" && !next.empty()) {
-            options.time = std::chrono::seconds(std::stoul(words[++i]));
-        } else if (word == L"--seed" && !next.empty()) {
-            options.seed = std::stoull(words[++i]);
-        } else {
-            throw std::runtime_error("not understood: " + std::string(word.begin(), word.end()));
-        }
-    }
+    LongRun::ReadOptions(
+        count, words,
+        {{"--seconds", LongRun::Into(options.seconds)}, {"--seed", LongRun::Into(options.seed)}});
     return options;
 }
 
 bool Play(const Options& options) {
-    const auto end = std::chrono::steady_clock::now() + options.time;
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(options.seconds);
     const Rig::ScopedRegistryTree policies{HKEY_LOCAL_MACHINE,
                                            L"Software\\Policies\\Orva\\Orva Brimlet Support"};
     Locks::Watch watch(options.seed);
