@@ -48,7 +48,7 @@ bool WaitForRadioStateChange(const LogScope& log, ServiceState& service, bool ac
 }
 
 /// Only switches: the remembered choice stays as it is, whatever the second line says.
-void RestoreWlan(const LogScope& log) {
+void SwitchWlanToChoice(const LogScope& log) {
     const std::wstring text = ServiceUtils::RememberedPowerStatus(PowerStatus::kWlanKey);
     log.Information(L"Previous WLAN Power Status in registry = %s", text.c_str());
     const ServiceUtils::RadioStatus status =
@@ -71,7 +71,7 @@ bool FollowAirplaneMode(const LogScope& log) {
     }
     log.Information(L"Airplane mode is OFF");
     if (NLMUtils::lanWlanSwitchingEnabled) {
-        RestoreWlan(log);
+        SwitchWlanToChoice(log);
     }
     if (NLMUtils::lanWwanSwitchingEnabled) {
         UpdateWwanPowerStatus();

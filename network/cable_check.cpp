@@ -20,7 +20,7 @@ namespace {
 using AdapterList = Platform::UniqueProcessHeap<IP_ADAPTER_INFO>;
 
 /// Bytes of the first try: one record on a 64-bit system.
-constexpr ULONG kFirstListBytes = 704;
+constexpr ULONG kFirstAdapterBytes = 704;
 
 /// Answer of `InitialiseAdapter` when it got no answer from the system.
 constexpr DWORD kAdaptersNotRead = 1;
@@ -58,7 +58,7 @@ std::string_view FieldText(const char (&field)[Size]) {
 
 DWORD ReadAdapters(const LogScope& log) {
     lastAdapters.Reset();
-    ULONG bytes = kFirstListBytes;
+    ULONG bytes = kFirstAdapterBytes;
     lastAdapters = NLMUtils::AllocateAdapterRecords<IP_ADAPTER_INFO>(bytes);
     if (!lastAdapters) {
         return log.Failure(kAdaptersNotRead, L"Error allocating memory needed to call GetAdaptersinfo\n");

@@ -19,7 +19,7 @@ using Microsoft::WRL::ComPtr;
 using AddressList = Platform::UniqueProcessHeap<IP_ADAPTER_ADDRESSES>;
 
 /// Bytes of the first try, enough for most machines.
-constexpr ULONG kFirstListBytes = 15000;
+constexpr ULONG kFirstAddressBytes = 15000;
 /// Passes with more memory: at most four are made, but as many as this count as failure, whatever
 /// the last one brought.
 constexpr int kMostPasses = 4;
@@ -43,7 +43,7 @@ std::optional<ULONG> ReadAddresses(const LogScope& log, AddressList& list, ULONG
 /// The adapters with their addresses; empty when they could not be read.
 AddressList ReadAdapterAddresses(const LogScope& log) {
     AddressList list;
-    ULONG bytes = kFirstListBytes;
+    ULONG bytes = kFirstAddressBytes;
     const std::optional<ULONG> firstError = ReadAddresses(log, list, bytes);
     if (!firstError) {
         return {};

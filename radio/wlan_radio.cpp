@@ -140,7 +140,7 @@ bool QueryRadio(const LogScope& log, const WlanSession& session) {
     return AreAllPhysOn(log, *radio);
 }
 
-bool ReadRadio(const LogScope& log) {
+bool ReadWlan(const LogScope& log) {
     if (my_setwifitimeout) {
         return log.Failure(false, L"My WIFI Query timeout, my_setwifitimeout : %d", my_setwifitimeout.load());
     }
@@ -232,7 +232,7 @@ constexpr SwitchableRadio kWlanRadio{
     L"SwitchWlanStatus not Succeeded. Retrying to %d",
 };
 
-bool SwitchRadio(const LogScope& log, RadioStatus newStatus, unsigned char checkAirplaneStatus) {
+bool SwitchWlan(const LogScope& log, RadioStatus newStatus, unsigned char checkAirplaneStatus) {
     const std::optional<bool> answer =
         AnswerWithoutSwitching(log, kWlanRadio, newStatus, checkAirplaneStatus);
     return answer ? *answer : SetFirstInterface(log, newStatus);
@@ -244,7 +244,7 @@ bool SwitchWlanStatus(const RadioStatus& newStatus, const unsigned char& checkAi
     LogScope log("ServiceUtils::SwitchWlanStatus", L"OnOffValue = %d, bCheckAirplaneStatus = %d", newStatus,
                  checkAirplaneStatus);
     return log.Return(L"WLAN switching Status = %d",
-                      log.Guard(false, [&] { return SwitchRadio(log, newStatus, checkAirplaneStatus); }));
+                      log.Guard(false, [&] { return SwitchWlan(log, newStatus, checkAirplaneStatus); }));
 }
 
 bool SwitchWlanStatusWithRetry(const RadioStatus& newStatus, const int& retryCount) {
@@ -257,7 +257,7 @@ bool SwitchWlanStatusWithRetry(const RadioStatus& newStatus, const int& retryCou
 
 bool CheckWlanStatus() {
     LogScope log("ServiceUtils::CheckWlanStatus");
-    return log.Return(L"WLAN Status = %d", log.Guard(false, [&] { return ReadRadio(log); }));
+    return log.Return(L"WLAN Status = %d", log.Guard(false, [&] { return ReadWlan(log); }));
 }
 
 void StartWLANService() {

@@ -92,7 +92,7 @@ bool FindRadio(const LogScope& log, ComPtr<IMbnRadio>& radio) {
     return SUCCEEDED(result);
 }
 
-bool ReadRadio(const LogScope& log) {
+bool ReadModem(const LogScope& log) {
     ComPtr<IMbnRadio> radio;
     if (!GetRadioInterface(radio.GetAddressOf())) {
         return log.Failure(false, L"GetRadioInterface Failed");
@@ -206,7 +206,7 @@ constexpr SwitchableRadio kWwanRadio{
 };
 
 /// Under the switch lock.
-bool SwitchRadio(const LogScope& log, RadioStatus newStatus, unsigned char checkAirplaneStatus) {
+bool SwitchModem(const LogScope& log, RadioStatus newStatus, unsigned char checkAirplaneStatus) {
     const std::optional<bool> answer =
         AnswerWithoutSwitching(log, kWwanRadio, newStatus, checkAirplaneStatus);
     if (answer) {
@@ -233,7 +233,7 @@ bool GetRadioInterface(IMbnRadio** radio) {
 bool CheckWwanStatus() {
     LogScope log("ServiceUtils::CheckWwanStatus");
     return log.Return(L"WWAN Status = %d",
-                      log.Guard(false, [&] { return IsDevicePresent(log) && ReadRadio(log); }));
+                      log.Guard(false, [&] { return IsDevicePresent(log) && ReadModem(log); }));
 }
 
 bool SwitchWwanStatus(const RadioStatus& newStatus, const unsigned char& checkAirplaneStatus) {
@@ -241,7 +241,7 @@ bool SwitchWwanStatus(const RadioStatus& newStatus, const unsigned char& checkAi
                  checkAirplaneStatus);
     return log.Return(L"WWAN switching Status = %d", log.Guard(false, [&] {
         const std::lock_guard hold(WwanState::switchLock);
-        return IsDevicePresent(log) && SwitchRadio(log, newStatus, checkAirplaneStatus);
+        return IsDevicePresent(log) && SwitchModem(log, newStatus, checkAirplaneStatus);
     }));
 }
 
