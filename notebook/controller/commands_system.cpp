@@ -377,7 +377,7 @@ const std::vector<Command>& SystemCommands() {
         {"stored", "wlan|wwan (missing | type TYPE [DATA] | TEXT)",
          "The stored choice for a radio; its type is sz, expand, multi, unterminated, dword or binary.",
          &Stored},
-        {"sleeps", "DIVISOR", "The service's sleeps end so many times as soon.",
+        {"sleeps", "DIVISOR", "The service's sleeps, and its waits with a time limit, end so many times as soon.",
          [](const Arguments& given) { LockedMachine()->devices.sleepDivisor = given.Number("DIVISOR"); }},
         {"service", "WlanSvc|WwanSvc (run | stop | late MS | absent)", "A neighbour service.",
          &ServiceCommand},

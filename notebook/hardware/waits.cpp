@@ -30,10 +30,14 @@ class WaitScope {
     Activity& m_activity;
 };
 
+DWORD Quicker(DWORD milliseconds) {
+    const std::uint32_t divisor = SharedState::Get().Raw().devices.sleepDivisor;
+    return divisor == 0 ? milliseconds : milliseconds / divisor;
+}
+
 void WINAPI NotebookSleep(DWORD milliseconds) {
     const WaitScope scope;
-    const std::uint32_t divisor = SharedState::Get().Raw().devices.sleepDivisor;
-    g_realSleep(divisor == 0 ? milliseconds : milliseconds / divisor);
+    g_realSleep(Quicker(milliseconds));
 }
 
 DWORD WINAPI NotebookWait(HANDLE object, DWORD milliseconds) {
@@ -41,7 +45,7 @@ DWORD WINAPI NotebookWait(HANDLE object, DWORD milliseconds) {
         return g_realWait(object, milliseconds);
     }
     const WaitScope scope;
-    return g_realWait(object, milliseconds);
+    return g_realWait(object, Quicker(milliseconds));
 }
 
 }  // namespace

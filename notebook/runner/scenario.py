@@ -7,7 +7,8 @@
                                        A scenario without any `start` begins with it.
     plug as ever                       the same of the first cable that goes in, and `unplug as ever` of it
                                        when it comes out
-    start                              any command of the controller
+    start                              any command of the controller; the service's pauses in a start are
+                                       played quicker, but for a scenario that gives `sleeps` itself
     expect wifi=off stored_wlan=True   once everything has settled; of a stored choice also its bytes
     within 3000 expect wifi=off        as soon as it is so, at the latest after so many ms
     stop                               must be answered within a second, as `preshutdown` must
