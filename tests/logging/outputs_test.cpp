@@ -269,8 +269,10 @@ TEST_F(CreateLoggerTest, MaxLogLevelDiagEnablesTiming) {
     EXPECT_TRUE(CreateLogger()->TimingEnabled());
 }
 
-TEST_F(CreateLoggerTest, UnknownMinLogLevelSilencesTheLog) {
+TEST_F(CreateLoggerTest, UnknownMinLogLevelSilencesEveryOutput) {
     m_policies.OfProduct(L"MinLogLevel", RegistryText(L"silence"));
+    EXPECT_THAT(Outputs(), IsEmpty());
+    SetLoggingType(L"Event File Debug Console");
     EXPECT_THAT(Outputs(), IsEmpty());
     EXPECT_EQ(ReadBytes(m_appData.Log()), kByteOrderMark);
 }
