@@ -129,6 +129,7 @@ TEST_P(EitherSubscription, FailingStepLogsOneLineAndTheStopGivesBackWhatWasMade)
             EXPECT_EQ(Points(), kind + (isFound ? 1 : 0));
             EXPECT_EQ(HasSink(), Points() > 0);
             Stop(service);
+            EXPECT_FALSE(HasSink());
             EXPECT_EQ(notebook.Held().comReferences, 0);
             EXPECT_EQ(notebook.Held().comSinks, 0);
             state.running = true;
