@@ -319,7 +319,7 @@ DWORD WINAPI NotebookWlanSetInterface(HANDLE clientHandle, const GUID* interface
     CallScope call(Call::WlanSetInterface);
     const auto* const wanted = static_cast<const WLAN_PHY_RADIO_STATE*>(data);
     const bool fit = interfaceGuid != nullptr && reserved == nullptr && data != nullptr &&
-                     opcode == wlan_intf_opcode_radio_state && dataSize >= sizeof(*wanted);
+                     opcode == wlan_intf_opcode_radio_state && dataSize == sizeof(*wanted);
     if (!call.Refused() && fit) {
         call.Detail("PHY %lu to %d", wanted->dwPhyIndex, wanted->dot11SoftwareRadioState);
     }
