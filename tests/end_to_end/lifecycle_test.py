@@ -70,7 +70,7 @@ class Lifecycle(unittest.TestCase):
 
     def test_second_installation_is_refused(self):
         self.expect_printed("-install", b"LinkvaneService is installed.\r\n")
-        # The description is set on nothing first; that order is kept.
+        # The description is set before anything looks whether there is a service.
         self.expect_printed("/INSTALL",
                             b"ChangeServiceConfig2 (SERVICE_CONFIG_DESCRIPTION) failed w/err 0x00000006\r\n"
                             b"CreateService failed w/err 0x00000431\r\n")
