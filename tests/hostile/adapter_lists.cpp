@@ -103,7 +103,7 @@ MachineAnswers Draw(Random& random) {
     return answers;
 }
 
-/// MachineAnswers a call: `*bytes` is the room that the caller has made for the list.
+/// Answers a call: `*bytes` is the room that the caller has made for the list.
 template <class Entry, class List, class Describe>
 ULONG Answer(MachineAnswers& answers, List* list, ULONG* bytes, Describe describe) {
     const ULONG needed = static_cast<ULONG>(answers.records.size() * sizeof(Entry)) - answers.missing;
