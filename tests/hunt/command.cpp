@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 #include "notebook/state/layout.h"
 
@@ -117,16 +118,33 @@ const Phrase& DrawPhrase(Random& random) {
     return *phrase;
 }
 
-Step DrawOverlapping(Random& random) {
+Command CommandAt(std::uint32_t at, const char* text) {
+    Command command = ReadCommand(text);
+    command.at = at;
+    return command;
+}
+
+/// Those commands, with others where they overlap.
+Step DrawStep(Random& random, Way way, std::vector<Command> commands) {
     constexpr std::array<std::uint32_t, 8> kDelays = {0, 0, 0, 50, 100, 600, 1000, 7100};
-    Step step{{}, random.Next(), random.OneIn(2)};
-    const std::uint32_t count = 2 + random.Below(3);
+    Step step{std::move(commands), random.Next(), random.OneIn(2)};
+    const std::uint32_t count = way == Way::kSettled ? 0 : 2 + random.Below(3);
     for (std::uint32_t i = 0; i < count; ++i) {
         step.commands.push_back(DrawCommand(random));
         step.commands.back().at = kDelays.at(random.Below(kDelays.size()));
     }
     std::ranges::stable_sort(step.commands, {}, &Command::at);
     return step;
+}
+
+/// A start that a stop comes into, before its worker has begun or while it is at work, and the next start.
+void DrawShortLife(Random& random, Way way, Day& day) {
+    constexpr std::uint32_t kTick = 50;
+    const std::uint32_t at = random.OneIn(4) ? 0 : kTick * random.Below(random.OneIn(4) ? 400 : 80);
+    const char* const stop = random.OneIn(4) ? "preshutdown" : "stop";
+    day.steps.push_back({{ReadCommand("stop")}});
+    day.steps.push_back(DrawStep(random, way, {CommandAt(0, "start"), CommandAt(at, stop)}));
+    day.steps.push_back(DrawStep(random, way, {CommandAt(0, "start")}));
 }
 
 std::string ShapeText(const Shape& shape) {
@@ -243,9 +261,14 @@ std::string Day::ScenarioText() const {
 Day DrawDay(Random& random, Way way, std::uint32_t steps) {
     Day day;
     day.shape = {1 + random.Below(4) / 3, 1 + random.Below(3), std::min(random.Below(4), 2U)};
-    day.steps.push_back({{ReadCommand("start")}});
-    for (std::uint32_t i = 1; i < steps; ++i) {
-        day.steps.push_back(way == Way::kSettled ? Step{{DrawCommand(random)}} : DrawOverlapping(random));
+    day.steps.push_back(DrawStep(random, way, {CommandAt(0, "start")}));
+    while (day.steps.size() < steps) {
+        if (random.OneIn(way == Way::kSettled ? 40 : 16)) {
+            DrawShortLife(random, way, day);
+        } else {
+            day.steps.push_back(way == Way::kSettled ? Step{{DrawCommand(random)}}
+                                                     : DrawStep(random, way, {}));
+        }
     }
     return day;
 }

@@ -78,6 +78,8 @@ struct Command {
     [[nodiscard]] std::uint32_t Number(std::size_t choice) const;
     [[nodiscard]] bool Is(std::size_t choice, std::string_view word) const { return choices[choice] == word; }
     [[nodiscard]] bool IsOn(std::size_t choice) const { return Is(choice, "on"); }
+    /// Whether it ends the service.
+    [[nodiscard]] bool Stops() const { return verb == Verb::kStop || verb == Verb::kPreshutdown; }
     /// Whether a notebook of that shape has what the command is about.
     [[nodiscard]] bool FitsOn(const Shape& shape) const;
 };

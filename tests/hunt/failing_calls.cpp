@@ -180,12 +180,11 @@ class Play final : public Examination {
         bool stops = false;
         for (const Command& command : step.commands) {
             const bool starts = command.verb == Verb::kStart;
-            const bool stopsNow = command.verb == Verb::kStop || command.verb == Verb::kPreshutdown;
-            if (stopsNow && !m_runs) {
+            if (command.Stops() && !m_runs) {
                 continue;
             }
             m_runs = m_runs || starts;
-            stops = stops || stopsNow;
+            stops = stops || command.Stops();
             if (command.verb == Verb::kWifi || command.verb == Verb::kWwan) {
                 m_chosen.insert({command.verb, command.IsOn(0)});
             }

@@ -121,6 +121,9 @@ class Model::Inside {
 
     void EndProcess() {
         m_switchesWlan = m_switchesWwan = m_hasTimedOut = m_handlesCable = m_changesModem = false;
+        m_hasNetworkList = m_hasModems = false;
+        m_subscribedSince.reset();
+        m_hearsModemSince.reset();
         m_modem.reset();
         m_lastRadio.reset();
         m_wired.clear();
@@ -815,33 +818,57 @@ class Model::Inside {
         co_return;
     }
 
+    /// Goes on to its end behind a stop, which waits for nobody: it still switches radios. But a manager that
+    /// the stop has taken away is missed, and what is subscribed behind the stop stays as long as the
+    /// process; of these only the registration for WLAN is taken back.
     Task<void> Work() {
+        m_hasNetworkList = true;
         JobsOf(Who::kWatcher).push_back([this] { return Watch(); });
         co_await ReadSettings();
         co_await WaitForNeighbour(m_wlanService);
-        m_subscribedSince = m_notebook->eventCount;
-        if (WlanServiceRuns()) {
+        if (m_hasNetworkList) {
+            m_subscribedSince = m_notebook->eventCount;
+        }
+        if (m_runs && WlanServiceRuns()) {
             m_registeredSince = m_notebook->eventCount;
         }
-        for (const Notebook::Adapter& adapter : m_notebook->devices.adapters) {
-            if (adapter.present != 0 && adapter.connectivity != 0 && IsEthernet(adapter)) {
-                co_await Lock(m_cableLock);
-                m_wired.insert(Key(adapter.connectionId));
-                m_cableLock = false;
-            }
-        }
+        co_await FindWired();
         co_await DecideWlan();
+        m_hasModems = true;
         co_await WaitForNeighbour(m_wwanService);
-        for (int tries = 0; tries < 5 && !m_modem; ++tries) {
+        const bool canLook = m_hasModems;
+        for (int tries = 0; canLook && tries < 5 && !m_modem; ++tries) {
             const bool isFound = WwanServiceRuns() && ModemCount() != 0;
             co_await Sleep(500);
             if (isFound) {
                 m_modem = static_cast<std::uint32_t>(ModemCount() - 1);
             }
         }
-        if (m_modem) {
+        if (m_modem && m_hasModems) {
             m_hearsModemSince = m_notebook->eventCount;
+        }
+        if (m_modem) {
             co_await DecideWwan();
+        }
+    }
+
+    /// Among the connections that there are when it begins.
+    Task<void> FindWired() {
+        std::vector<GUID> connections;
+        for (const Notebook::Adapter& adapter : m_notebook->devices.adapters) {
+            if (adapter.present != 0 && adapter.connectivity != 0) {
+                connections.push_back(adapter.connectionId);
+            }
+        }
+        for (const GUID& connection : connections) {
+            // It may have gone meanwhile with its adapter.
+            const Notebook::Adapter* const adapter =
+                Notebook::FindAdapterByConnection(*m_notebook, connection);
+            if (adapter != nullptr && IsEthernet(*adapter)) {
+                co_await Lock(m_cableLock);
+                m_wired.insert(Key(connection));
+                m_cableLock = false;
+            }
         }
     }
 
@@ -901,6 +928,7 @@ class Model::Inside {
         if (canUnregister) {
             co_await Until(m_isInCallback, false);
         }
+        m_hasNetworkList = m_hasModems = false;
         m_subscribedSince.reset();
         m_hearsModemSince.reset();
         co_await Until(m_isInCallback, false);
@@ -926,6 +954,8 @@ class Model::Inside {
     // The service.
     bool m_isToRun = false;
     bool m_runs = false;
+    bool m_hasNetworkList = false;
+    bool m_hasModems = false;
     Since m_subscribedSince;
     Since m_registeredSince;
     Since m_hearsModemSince;

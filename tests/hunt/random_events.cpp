@@ -31,19 +31,20 @@ struct Options {
     std::string play;
 };
 
-/// The commands of a step that have a sense: a service starts or stops once, when it may.
+/// The commands of a step that have a sense, in their order: none starts the service a second time or behind
+/// a stop, and none stops one that does not run.
 std::vector<Command> Sensible(const Step& step, const Shape& shape, bool& isToRun) {
+    std::vector<Command> all = step.commands;
+    std::ranges::stable_sort(all, {}, &Command::at);
     std::vector<Command> commands;
-    bool isChanged = false;
-    for (const Command& command : step.commands) {
+    bool hasStopped = false;
+    for (const Command& command : all) {
         const bool starts = command.verb == Verb::kStart;
-        const bool stops = command.verb == Verb::kStop || command.verb == Verb::kPreshutdown;
-        if (!command.FitsOn(shape) || (starts && (isToRun || isChanged)) ||
-            (stops && (!isToRun || isChanged))) {
+        if (!command.FitsOn(shape) || (starts && (isToRun || hasStopped)) || (command.Stops() && !isToRun)) {
             continue;
         }
-        isChanged = isChanged || starts || stops;
-        isToRun = (isToRun || starts) && !stops;
+        hasStopped = hasStopped || command.Stops();
+        isToRun = (isToRun || starts) && !command.Stops();
         commands.push_back(command);
     }
     return commands;
@@ -89,9 +90,9 @@ class Play {
 
   private:
     std::optional<std::string> Take(const Step& step) {
-        const bool ran = m_isToRun;
         m_model.BeginStep(step.isFine);
-        for (const Command& command : Sensible(step, m_day.shape, m_isToRun)) {
+        const std::vector<Command> commands = Sensible(step, m_day.shape, m_isToRun);
+        for (const Command& command : commands) {
             m_stage.Do(command);
             m_model.Do(command);
             ++m_events;
@@ -100,7 +101,7 @@ class Play {
             GiveUp(m_day, m_stage.Crew().Stuck());
         }
         std::optional<std::string> failure = Compare();
-        if (ran && !m_isToRun) {
+        if (std::ranges::any_of(commands, &Command::Stops)) {
             m_stage.EndProcess();
             m_model.EndProcess();
             const std::string leftovers = m_stage.Leftovers();

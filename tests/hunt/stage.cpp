@@ -241,7 +241,17 @@ void Stage::Stop(bool isShutdown) {
 
 void Stage::EndProcess() {
     m_isToRun = false;
-    const auto* const wired = m_service->m_state.wiredConnections;
+    const ServiceState& state = m_service->m_state;
+    const auto* const wired = state.wiredConnections;
+    const bool hearsNetwork = state.networkEventHandler != nullptr && state.networkListManager != nullptr;
+    if (hearsNetwork) {
+        // A worker that has subscribed behind the stop keeps the manager for the events that still come.
+        state.networkListManager->Release();
+    }
+    if (hearsNetwork || (state.mbnSinks != nullptr && state.mbnInterfaceManager != nullptr)) {
+        // Such subscriptions end with the process: here, by another stop.
+        Stop(false);
+    }
     m_service.reset();
     if (m_handler == nullptr) {
         m_keptReferences = 0;

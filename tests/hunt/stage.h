@@ -39,7 +39,7 @@ class Stage {
     /// What is wrong whatever the rules say: an exception, something lost or given back twice. Empty:
     /// nothing.
     [[nodiscard]] std::string Complaint() const;
-    /// The process of a service that has stopped ends: with it goes what it leaves on purpose.
+    /// The process of a service that has stopped ends: with it goes what a stop leaves to it.
     void EndProcess();
     /// What a service that has ended still holds; empty: nothing.
     [[nodiscard]] std::string Leftovers() const;
