@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <map>
 #include <mutex>
+#include <ranges>
 #include <set>
 #include <string_view>
 
@@ -14,6 +15,7 @@
 #include <pthread.h>
 #endif
 
+#include "logging/logger.h"
 #include "network/wired_connections.h"
 #include "radio/wwan_state.h"
 #include "tests/hunt/command.h"
@@ -27,7 +29,7 @@ using Rig::Real;
 using Rig::Detail::RigLock;
 using Rig::Detail::RigLockHolder;
 
-enum Lock : unsigned { kCable, kNotification, kRadioEvent, kSwitch, kCheck, kFile, kMoment, kNone };
+enum Lock : unsigned { kCable, kNotification, kRadioEvent, kSwitch, kCheck, kFile, kQueue, kTimes, kNone };
 
 namespace {
 
@@ -37,7 +39,7 @@ constexpr bool kSeesMutexes = true;
 constexpr bool kSeesMutexes = false;
 #endif
 
-constexpr unsigned kLog = 1U << kFile | 1U << kMoment;
+constexpr unsigned kLog = 1U << kFile | 1U << kQueue | 1U << kTimes;
 
 /// As docs/threads.md has them.
 struct Rule {
@@ -50,8 +52,9 @@ constexpr std::array<Rule, kNone> kRules = {{
     {"CMbnSinks::m_eventLock", 1U << kSwitch | 1U << kCheck | kLog},
     {"WwanState::switchLock", 1U << kCheck | kLog},
     {"ethernetCheckLock", kLog},
-    {"LogFile::m_mutex", 1U << kMoment},
-    {"a CriticalSection", 0},
+    {"LogFile::m_mutex", 1U << kQueue},
+    {"WriteQueue::m_lock", 0},
+    {"TimingStatistics::m_lock", 0},
 }};
 
 /// The mutexes that nobody else can name are known by the operation that takes them.
@@ -84,7 +87,7 @@ constexpr Place kPlaces[] = {
 };
 
 RigLock g_lock;  ///< guards what follows
-std::map<const void*, Lock> g_mutexes;
+std::map<const void*, Lock> g_locks;
 std::set<HANDLE> g_fileMutexes;
 std::set<std::string> g_problems;
 std::array<std::array<std::uint32_t, kNone>, kNone> g_order{};
@@ -103,10 +106,8 @@ class Thread {
     Operations operations;
     std::vector<Lock> held;
     Lock waitsFor = kNone;
-    std::uint32_t moments = 0;        ///< how often it has taken a critical section
-    std::uint32_t momentsBefore = 0;  ///< this line of the log
     bool mayWrite = false;  ///< to the log's file: its lines are its own, or were taken from the queue
-    Lock owes = kNone;      ///< to be taken before its next line
+    Lock owes = kNone;      ///< to be taken by what it does next
 };
 
 namespace {
@@ -140,7 +141,7 @@ void ExpectHeld(Lock lock, std::string_view where) {
     }
 }
 
-/// Before and after a lock is waited for.
+/// Before a lock is waited for.
 void Ask(Thread& here, Lock lock) {
     here.waitsFor = lock;
     for (const Lock held : here.held) {
@@ -154,35 +155,63 @@ void Ask(Thread& here, Lock lock) {
     Pause();
 }
 
-void Took(Thread& here, Lock lock) {
+/// Takes a lock by `take`; `kNone`: it is none of the service's.
+template <class Function>
+auto TakeAs(Lock lock, Function take) {
+    if (lock == kNone) {
+        return take();
+    }
+    Thread& here = Here();
+    Ask(here, lock);
+    const auto result = take();
     here.waitsFor = kNone;
-    here.mayWrite = here.mayWrite || lock == kMoment;
+    here.mayWrite = here.mayWrite || lock == kQueue;
     here.owes = here.owes == lock ? kNone : here.owes;
     here.held.push_back(lock);
-    here.moments += lock == kMoment ? 1 : 0;
     Pause();
+    return result;
 }
 
-void Leave(Thread& here, Lock lock) {
-    Pause();
-    const auto last = std::ranges::find(here.held.rbegin(), here.held.rend(), lock);
-    if (last != here.held.rend()) {
-        here.held.erase(last.base() - 1);
+/// Gives it back by `give`.
+template <class Function>
+auto GiveBackAs(Lock lock, Function give) {
+    if (lock == kNone) {
+        return give();
     }
+    Pause();
+    std::vector<Lock>& held = Here().held;
+    const auto last = std::ranges::find(held.rbegin(), held.rend(), lock);
+    if (last != held.rend()) {
+        held.erase(last.base() - 1);
+    }
+    const auto result = give();
+    Pause();
+    return result;
 }
 
 /// The service's locks among all mutexes; `kNone` for others.
 [[maybe_unused]] Lock Name(const void* mutex, const Thread& here) {
     const RigLockHolder hold(g_lock);
-    const auto known = g_mutexes.find(mutex);
-    if (known != g_mutexes.end()) {
+    const auto known = g_locks.find(mutex);
+    if (known != g_locks.end()) {
         return known->second;
     }
     const auto* const taker = std::ranges::find(kTakers, here.operations.Innermost(), &Taker::operation);
     if (taker == std::end(kTakers)) {
         return kNone;
     }
-    return g_mutexes[mutex] = taker->lock;
+    return g_locks[mutex] = taker->lock;
+}
+
+/// The log's two locks among all critical sections: each is the one that was first taken where it is owed.
+Lock NameSection(const void* section, const Thread& here) {
+    const RigLockHolder hold(g_lock);
+    const auto known = g_locks.find(section);
+    if (known != g_locks.end()) {
+        return known->second;
+    }
+    const bool isNamed = std::ranges::count(g_locks | std::views::values, here.owes) != 0;
+    return here.owes < kQueue || isNamed ? kNone : g_locks[section] = here.owes;
 }
 
 }  // namespace
@@ -223,7 +252,7 @@ std::string Tell(const Thread& thread) {
 Watch::Watch(std::uint64_t seed) {
     g_seed = seed;
     g_slot = TlsAlloc();
-    g_mutexes = {{&connectivityChangeLock, kCable}, {&WwanState::switchLock, kSwitch}};
+    g_locks = {{&connectivityChangeLock, kCable}, {&WwanState::switchLock, kSwitch}};
     ReplaceLocks();
     g_isWatched = true;
 }
@@ -249,18 +278,19 @@ void Watch::Begin(const CorvaLogListener::LogData& line) {
             ExpectHeld(place.lock, place.operation);
         }
     }
-    here.momentsBefore = here.moments;
+    here.owes = kQueue;
 }
 
 void Watch::End(const CorvaLogListener::LogData& line, bool isQueued) {
     Thread& here = Here();
-    if (isQueued && here.moments == here.momentsBefore) {
+    if (isQueued && here.owes == kQueue) {
         Report("a line is queued without a lock");
     }
+    here.owes = kNone;
     // Behind the line about it a time is summed up, a connection added to the set, and the list of adapters
     // given back.
     if (line.GetLevel() == Orva::Shared::Level::kDiag) {
-        here.owes = kMoment;
+        here.owes = kTimes;
     } else if (line.FunctionName() == "NLMUtils::PrintNetworkConnections" &&
                line.Message().starts_with(L"Ethernet Connection - adding")) {
         here.owes = kCable;
@@ -268,11 +298,23 @@ void Watch::End(const CorvaLogListener::LogData& line, bool isQueued) {
                line.GetLevel() == Orva::Shared::Level::kTraceIn) {
         here.owes = kCheck;
     }
-    here.momentsBefore = here.moments;
 }
 
 void Watch::AtModem() {
     ExpectHeld(kSwitch, "SetSoftwareRadioState");
+    if (!WwanState::NetworkChangedForSetRadio) {
+        Report("an own change of the modem is not marked");
+    }
+}
+
+void Watch::EndLog(bool wasQueued) {
+    Thread& here = Here();
+    here.owes = wasQueued ? kQueue : kNone;
+    Orva::Shared::GetLogger().EndListeners();
+    if (here.owes == kQueue) {
+        Report("WriteQueue::m_lock is not taken at the end of the log");
+    }
+    here.owes = kNone;
 }
 
 std::string Watch::Problems() {
@@ -301,22 +343,27 @@ std::string Watch::Order() {
 void Watch::ReplaceLocks() {
     m_imports = {
         Rig::ReplaceIfImported<&::EnterCriticalSection>([](CRITICAL_SECTION* section) {
-            Ask(Here(), kMoment);
-            Real<&::EnterCriticalSection>(section);
-            Took(Here(), kMoment);
+            TakeAs(NameSection(section, Here()), [=] {
+                Real<&::EnterCriticalSection>(section);
+                return TRUE;
+            });
         }),
         Rig::ReplaceIfImported<&::TryEnterCriticalSection>([](CRITICAL_SECTION* section) -> BOOL {
-            if (Real<&::TryEnterCriticalSection>(section) == FALSE) {
-                return FALSE;
-            }
-            Ask(Here(), kMoment);
-            Took(Here(), kMoment);
-            return TRUE;
+            const BOOL isTaken = Real<&::TryEnterCriticalSection>(section);
+            return TakeAs(isTaken != FALSE ? NameSection(section, Here()) : kNone, [=] { return isTaken; });
         }),
         Rig::ReplaceIfImported<&::LeaveCriticalSection>([](CRITICAL_SECTION* section) {
-            Leave(Here(), kMoment);
-            Real<&::LeaveCriticalSection>(section);
-            Pause();
+            GiveBackAs(NameSection(section, Here()), [=] {
+                Real<&::LeaveCriticalSection>(section);
+                return TRUE;
+            });
+        }),
+        Rig::ReplaceIfImported<&::DeleteCriticalSection>([](CRITICAL_SECTION* section) {
+            {
+                const RigLockHolder hold(g_lock);
+                g_locks.erase(section);
+            }
+            Real<&::DeleteCriticalSection>(section);
         }),
         // Of all mutexes of Windows only the log's has a name.
         Rig::ReplaceIfImported<&::CreateMutexW>(
@@ -335,10 +382,7 @@ void Watch::ReplaceLocks() {
                 return g_fileMutexes.contains(mutex);
             },
             [](HANDLE mutex) -> BOOL {
-                Leave(Here(), kFile);
-                const BOOL result = Real<&::ReleaseMutex>(mutex);
-                Pause();
-                return result;
+                return GiveBackAs(kFile, [=] { return Real<&::ReleaseMutex>(mutex); });
             }),
         Rig::ReplaceIfImported<&::WaitForSingleObject>(
             [](HANDLE mutex, DWORD milliseconds) {
@@ -346,10 +390,7 @@ void Watch::ReplaceLocks() {
                 return milliseconds == INFINITE && g_fileMutexes.contains(mutex);
             },
             [](HANDLE mutex, DWORD milliseconds) {
-                Ask(Here(), kFile);
-                const DWORD result = Real<&::WaitForSingleObject>(mutex, milliseconds);
-                Took(Here(), kFile);
-                return result;
+                return TakeAs(kFile, [=] { return Real<&::WaitForSingleObject>(mutex, milliseconds); });
             }),
         Rig::ReplaceIfImported<&std::fwrite>(
             [](const void*, std::size_t, std::size_t, std::FILE* file) {
@@ -383,26 +424,14 @@ int __real_pthread_mutex_unlock(pthread_mutex_t* mutex);
 
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex) {
     using namespace RandomEvents::Locks;
-    const Lock lock = g_isWatched ? Name(mutex, Here()) : kNone;
-    if (lock == kNone) {
-        return __real_pthread_mutex_lock(mutex);
-    }
-    Ask(Here(), lock);
-    const int result = __real_pthread_mutex_lock(mutex);
-    Took(Here(), lock);
-    return result;
+    return TakeAs(g_isWatched ? Name(mutex, Here()) : kNone,
+                  [=] { return __real_pthread_mutex_lock(mutex); });
 }
 
 int __wrap_pthread_mutex_unlock(pthread_mutex_t* mutex) {
     using namespace RandomEvents::Locks;
-    const Lock lock = g_isWatched ? Name(mutex, Here()) : kNone;
-    if (lock == kNone) {
-        return __real_pthread_mutex_unlock(mutex);
-    }
-    Leave(Here(), lock);
-    const int result = __real_pthread_mutex_unlock(mutex);
-    Pause();
-    return result;
+    return GiveBackAs(g_isWatched ? Name(mutex, Here()) : kNone,
+                      [=] { return __real_pthread_mutex_unlock(mutex); });
 }
 
 }  // extern "C"

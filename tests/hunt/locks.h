@@ -29,6 +29,8 @@ class Watch {
     void End(const Orva::Shared::CorvaLogListener::LogData& line, bool isQueued);
     /// At each request of the service to a modem.
     void AtModem();
+    /// Has the log end, whose lines were queued or not.
+    static void EndLog(bool wasQueued);
 
     /// What went against the rules so far, a line each; empty: nothing.
     [[nodiscard]] static std::string Problems();

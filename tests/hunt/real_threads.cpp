@@ -95,7 +95,7 @@ class Log {
             }
         }
         static_cast<void>(IsWritten(appData));
-        Orva::Shared::GetLogger().EndListeners();
+        Locks::Watch::EndLog(m_isQueued);
         const std::vector<std::string> lines = LoggingTests::ReadLines(appData.Log());
         for (const std::string& line : lines) {
             constexpr std::size_t kThread = 23;
@@ -207,7 +207,7 @@ class Round final : public Examination {
 
     void Do(const Command& command) {
         m_runs = m_runs || command.verb == Verb::kStart;
-        m_stops = m_stops || command.verb == Verb::kStop || command.verb == Verb::kPreshutdown;
+        m_stops = m_stops || command.Stops();
         m_stage.Do(command);
         ++m_events;
     }
@@ -237,7 +237,7 @@ class Round final : public Examination {
         for (std::size_t i = 0; i < kCommandsOfAStorm && !m_wrong; ++i) {
             const Command command = DrawCommand(m_random);
             const bool starts = command.verb == Verb::kStart;
-            const bool stops = command.verb == Verb::kStop || command.verb == Verb::kPreshutdown;
+            const bool stops = command.Stops();
             // What a stop finds half subscribed it leaves to the end of the process, as it is meant to.
             const bool fits = command.FitsOn(m_shape) && command.text.find("absent") == std::string::npos &&
                               (!starts || !m_runs) &&
