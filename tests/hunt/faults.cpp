@@ -33,7 +33,7 @@ constexpr std::uint32_t Code(HRESULT result) {
     return static_cast<std::uint32_t>(result);
 }
 
-// What a function of each kind can value.
+// What a function of each kind can answer.
 const std::vector<Answer> kResult = {{"error", Code(E_FAIL)}};
 const std::vector<Answer> kObject = {{"error", Code(E_FAIL)}, {"nothing", Code(S_OK)}};
 const std::vector<Answer> kError = {{"error", ERROR_GEN_FAILURE}};
