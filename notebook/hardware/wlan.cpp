@@ -64,14 +64,13 @@ class Clients {
     }
 
     bool Register(HANDLE handle, DWORD sources, WLAN_NOTIFICATION_CALLBACK callback, void* context,
-                  std::uint64_t since, DWORD& before) {
+                  std::uint64_t since) {
         const ExclusiveLock lock(m_lock);
         const auto found = m_clients.find(Key(handle));
         if (found == m_clients.end()) {
             return false;
         }
         const std::shared_ptr<Client> client = found->second;
-        before = client->sources;
         Unregister(*client, sources == WLAN_NOTIFICATION_SOURCE_NONE);
         client->sources = sources;
         client->callback = callback;
@@ -334,13 +333,8 @@ DWORD WINAPI NotebookWlanQueryInterface(HANDLE clientHandle, const GUID* interfa
         *data = nullptr;
     }
     const bool fit = interfaceGuid != nullptr && reserved == nullptr && dataSize != nullptr &&
-                     data != nullptr && opcode == wlan_intf_opcode_radio_state;
-    return Answer(call, clientHandle, fit, [&] {
-        if (valueType != nullptr) {
-            *valueType = wlan_opcode_value_type_query_only;
-        }
-        return QueryRadio(*interfaceGuid, dataSize, data);
-    });
+                     data != nullptr && valueType == nullptr && opcode == wlan_intf_opcode_radio_state;
+    return Answer(call, clientHandle, fit, [&] { return QueryRadio(*interfaceGuid, dataSize, data); });
 }
 
 VOID WINAPI NotebookWlanFreeMemory(PVOID memory) {
@@ -358,13 +352,9 @@ DWORD WINAPI NotebookWlanRegisterNotification(HANDLE clientHandle, DWORD sources
                                               PVOID reserved, PDWORD previousSources) {
     CallScope call(Call::WlanRegisterNotification);
     call.Detail("sources 0x%lx, ignore duplicates %d", sources, ignoreDuplicate);
-    return Answer(call, clientHandle, reserved == nullptr, [&] {
+    return Answer(call, clientHandle, reserved == nullptr && previousSources == nullptr, [&] {
         const std::uint64_t since = EventPump::Get().Start();
-        DWORD before = 0;
-        const bool known = Clients::Get().Register(clientHandle, sources, callback, context, since, before);
-        if (previousSources != nullptr) {
-            *previousSources = before;
-        }
+        const bool known = Clients::Get().Register(clientHandle, sources, callback, context, since);
         return known ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
     });
 }
