@@ -16,7 +16,7 @@ namespace Notebook {
 
 namespace {
 
-constexpr DWORD kAwaitPollMs = 5;
+constexpr DWORD kAwaitPollMs = 20;
 constexpr std::uint32_t kDefaultWaitMs = 10'000;
 constexpr std::uint32_t kDefaultQuietMs = 200;
 

@@ -331,12 +331,12 @@ Condition ParseCondition(const std::string& text) {
 }
 
 std::string Unsettled(Micros quiet) {
-    if (QueryService(kServiceName).state == SERVICE_STOPPED) {
-        return {};
-    }
     const ActivityCounts counts = CountActivity();
     if (counts.calls == 0 && counts.deliveries == 0 && counts.controls == 0 && counts.waits == 0 &&
         counts.unseen == 0 && !counts.due && counts.idle >= quiet) {
+        return {};
+    }
+    if (QueryService(kServiceName).state == SERVICE_STOPPED) {
         return {};
     }
     return "calls=" + std::to_string(counts.calls) + " deliveries=" + std::to_string(counts.deliveries) +
