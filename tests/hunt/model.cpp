@@ -55,7 +55,7 @@ std::string Situation::Text() const {
     for (const std::uint32_t modem : modems) {
         text << modem << ",";
     }
-    text << " stored=" << storedWlan << "," << storedWwan << " runs=" << isRunning
+    text << " stored=" << storedWlan << "," << storedWwan << " runs=" << isRunning << " reported=" << reported
          << " enabled=" << switchesWlan << "," << switchesWwan << " timeout=" << hasTimedOut
          << " own=" << changesModem << " in_event=" << handlesCable << " wired=" << wired
          << " registrations=" << registrations << " sinks=" << sinks << " last_radio=" << hasLastRadio;
@@ -141,6 +141,7 @@ class Model::Inside {
         seen.storedWlan = m_storedWlan;
         seen.storedWwan = m_storedWwan;
         seen.isRunning = m_runs;
+        seen.reported = m_reported;
         seen.switchesWlan = m_switchesWlan;
         seen.switchesWwan = m_switchesWwan;
         seen.hasTimedOut = m_hasTimedOut;
@@ -814,6 +815,7 @@ class Model::Inside {
 
     Task<void> Start() {
         m_runs = true;
+        m_reported = SERVICE_RUNNING;
         JobsOf(Who::kWorker).push_back([this] { return Work(); });
         co_return;
     }
@@ -932,6 +934,7 @@ class Model::Inside {
         m_subscribedSince.reset();
         m_hearsModemSince.reset();
         co_await Until(m_isInCallback, false);
+        m_reported = SERVICE_STOPPED;
     }
 
     std::array<Thread, kThreads> m_threads;
@@ -954,6 +957,7 @@ class Model::Inside {
     // The service.
     bool m_isToRun = false;
     bool m_runs = false;
+    DWORD m_reported = 0;
     bool m_hasNetworkList = false;
     bool m_hasModems = false;
     Since m_subscribedSince;

@@ -18,6 +18,7 @@ struct Situation {
     std::string storedWlan;             ///< empty: none; "(a number)"
     std::string storedWwan;
     bool isRunning = false;
+    std::uint32_t reported = 0;  ///< the state that the service manager was told last; 0: none
     bool switchesWlan = false;
     bool switchesWwan = false;
     bool hasTimedOut = false;   ///< the last switch of WLAN ran out of attempts

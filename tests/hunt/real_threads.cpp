@@ -224,6 +224,7 @@ class Round final : public Examination {
         Expect(!m_stage.See().handlesCable, "the mark of a cable event is left");
         if (m_stops) {
             Expect(!m_stage.Crew().IsAtWork(Who::kWatcher), "the watcher does not see the stop");
+            Expect(m_stage.See().reported == SERVICE_STOPPED, "the stop is not reported");
             m_stage.EndProcess();
             const std::string leftovers = m_stage.Leftovers();
             Expect(leftovers.empty(), leftovers);

@@ -112,6 +112,7 @@ void Stage::Begin(const Shape& shape) {
     m_machine.store.Delete();
     WriteAirplane(0);
     m_exceptions.clear();
+    m_reported = 0;
     m_neighbourChanges.clear();
 }
 
@@ -286,6 +287,7 @@ Situation Stage::See() const {
     seen.isRunning = m_service != nullptr && m_service->m_state.running;
     seen.switchesWlan = NLMUtils::lanWlanSwitchingEnabled;
     seen.switchesWwan = NLMUtils::lanWwanSwitchingEnabled;
+    seen.reported = m_reported;
     seen.hasTimedOut = ServiceUtils::my_setwifitimeout;
     seen.changesModem = WwanState::NetworkChangedForSetRadio;
     seen.handlesCable = msm_Notification_flag;

@@ -64,6 +64,11 @@ class Stage {
     std::unique_ptr<Orva::Shared::CorvaLogger> m_recorder;
     std::unique_ptr<Threads> m_threads;
     Rig::ScopedImport<&::QueueUserWorkItem> m_pool;
+    DWORD m_reported = 0;
+    Rig::ScopedImport<&::SetServiceStatus> m_reports{[this](SERVICE_STATUS_HANDLE, SERVICE_STATUS* status) {
+        m_reported = status->dwCurrentState;
+        return TRUE;
+    }};
     std::unique_ptr<Service> m_service;
     NLMEventHandler* m_handler = nullptr;
     ULONG m_keptReferences = 0;     ///< to the handler, by its subscriptions, to the end of the process
