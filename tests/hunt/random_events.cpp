@@ -102,6 +102,9 @@ class Play {
         }
         std::optional<std::string> failure = Compare();
         if (std::ranges::any_of(commands, &Command::Stops)) {
+            if (m_stage.Crew().IsAtWork(Who::kWatcher)) {
+                GiveUp(m_day, "the watcher does not see the stop\n" + failure.value_or(""));
+            }
             m_stage.EndProcess();
             m_model.EndProcess();
             const std::string leftovers = m_stage.Leftovers();
