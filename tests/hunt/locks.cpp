@@ -315,6 +315,9 @@ void Watch::EndLog(bool wasQueued) {
         Report("WriteQueue::m_lock is not taken at the end of the log");
     }
     here.owes = kNone;
+    // The next log has its own, also where this one's writer comes to its end later.
+    const RigLockHolder hold(g_lock);
+    std::erase_if(g_locks, [](const auto& named) { return named.second >= kQueue; });
 }
 
 std::string Watch::Problems() {
@@ -358,13 +361,6 @@ void Watch::ReplaceLocks() {
                 return TRUE;
             });
         }),
-        Rig::ReplaceIfImported<&::DeleteCriticalSection>([](CRITICAL_SECTION* section) {
-            {
-                const RigLockHolder hold(g_lock);
-                g_locks.erase(section);
-            }
-            Real<&::DeleteCriticalSection>(section);
-        }),
         // Of all mutexes of Windows only the log's has a name.
         Rig::ReplaceIfImported<&::CreateMutexW>(
             [](SECURITY_ATTRIBUTES* security, BOOL isOwner, const wchar_t* name) {
@@ -376,6 +372,14 @@ void Watch::ReplaceLocks() {
                 }
                 return mutex;
             }),
+        Rig::ReplaceIfImported<&::CloseHandle>([](HANDLE handle) {
+            {
+                // Its value may be another object's next, such as an event's.
+                const RigLockHolder hold(g_lock);
+                g_fileMutexes.erase(handle);
+            }
+            return Real<&::CloseHandle>(handle);
+        }),
         Rig::ReplaceIfImported<&::ReleaseMutex>(
             [](HANDLE mutex) {
                 const RigLockHolder hold(g_lock);
