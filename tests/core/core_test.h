@@ -121,8 +121,8 @@ void Stop(OpenService& service);
 enum class Cable { kOut, kIn, kUnreadable };
 
 /// A test on a notebook with a WLAN adapter of one PHY and one modem, both on, no cable, airplane mode off,
-/// and firmware that has no settings. The modem follows at once and never
-/// confirms. The process is in the multithreaded apartment, as it is while the service runs.
+/// and firmware that has no settings. The modem follows at once and never confirms. The process is in the
+/// multithreaded apartment, as it is while the service runs.
 class CoreTest : public testing::Test {
   protected:
     CoreTest();
