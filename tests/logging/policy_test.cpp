@@ -178,7 +178,7 @@ TEST_F(PolicyKeysTest, AreOpenedForReading) {
     const ScopedModulePath module(OwnPath());
     EXPECT_TRUE(Keys().product);
     EXPECT_TRUE(m_keys.executable);
-    const auto forReading = FieldsAre(_, _, _, REGSAM{KEY_READ}, _);
+    const auto forReading = FieldsAre(_, _, DWORD{0}, REGSAM{KEY_READ}, _);
     EXPECT_THAT(open.Arguments(), ElementsAre(forReading, forReading));
     EXPECT_THAT(module.Sizes(), ElementsAre(260U, 520U));
 }

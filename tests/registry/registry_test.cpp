@@ -92,7 +92,7 @@ TEST_F(RegistryTest, ReadingAsksForReadAccessAndForAThousandCharacters) {
             return ERROR_FILE_NOT_FOUND;
         }};
     EXPECT_EQ(Get(), L"");
-    EXPECT_THAT(opens.Arguments(), ElementsAre(FieldsAre(_, _, _, REGSAM{KEY_READ}, _)));
+    EXPECT_THAT(opens.Arguments(), ElementsAre(FieldsAre(_, _, DWORD{0}, REGSAM{KEY_READ}, _)));
     EXPECT_EQ(query.Calls(), 1);
 }
 
