@@ -164,7 +164,7 @@ struct Pending {
 
 /// How long devices take, what they answer. Everything that `reset` makes new.
 struct Devices {
-    std::uint32_t sleepDivisor;  ///< sleeps and waits of the executable end so many times as soon; 0: as they are
+    std::uint32_t sleepDivisor;  ///< the executable's pauses end so many times as soon; 0: as they are
     Adapter adapters[kMaxAdapters];
     std::uint32_t adapterCount;
     ConnectionList connectionList;

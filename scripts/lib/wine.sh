@@ -164,14 +164,13 @@ wine_make_prefix() {
 }
 
 # wine_ready PREFIX: makes and boots the prefix where that is still to do. A prefix that does not
-# boot is made anew once. The caller holds the prefix's lock.
+# boot is made anew once: the first program, when it comes before the server listens, brings up
+# another one. The caller holds the prefix's lock.
 wine_ready() {
     local prefix=$1
-    if [[ -d $prefix ]]; then
-        wine_server_alive "$prefix" && return 0
-        wine_boot "$prefix" && return 0
-        echo "Wine prefix $prefix does not boot: making it anew" >&2
-    fi
+    ! wine_server_alive "$prefix" || return 0
+    { [[ -d $prefix ]] || wine_make_prefix "$prefix"; } && wine_boot "$prefix" && return 0
+    echo "Wine prefix $prefix does not boot: making it anew" >&2
     wine_make_prefix "$prefix" && wine_boot "$prefix"
 }
 
