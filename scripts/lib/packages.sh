@@ -11,12 +11,12 @@ LINKVANE_PACKAGES=(
     msitools wixl openssl osslsigncode python3-pefile  # the release
     wine64                            # the test bed
     libwine-dev mingw-w64-tools       # the simulated notebook's proxies: their IDL, and widl
-    g++ libcli11-dev libfmt-dev nlohmann-json3-dev  # what looks at logs
+    g++ libcli11-dev libfmt-dev libgmock-dev nlohmann-json3-dev  # what looks at logs
     libz-mingw-w64-dev                # and packs them
     esbuild node-d3-scale node-d3-zoom  # its page
 )
 # What looks at logs needs no more than these.
-LINKVANE_DOCTOR_PACKAGES=(ccache cmake ninja-build g++ googletest libcli11-dev libfmt-dev nlohmann-json3-dev
+LINKVANE_DOCTOR_PACKAGES=(ccache cmake ninja-build g++ libcli11-dev libfmt-dev libgmock-dev nlohmann-json3-dev
     esbuild node-d3-scale node-d3-zoom)
 # Only for one mode each. The page's is a browser, half a gigabyte of it.
 LINKVANE_PAGE_PACKAGES=(chromium chromium-driver python3-selenium)
