@@ -227,6 +227,7 @@ class Play final : public Examination {
         m_stage.EndProcess();
         const std::string leftovers = m_stage.Leftovers();
         Expect(leftovers.empty() || m_case.Has("WlanCloseHandle"), leftovers);
+        m_faults->EndProcess();
     }
 
     /// Those that could not be taken back end with the process.

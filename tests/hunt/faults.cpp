@@ -447,13 +447,17 @@ void Faults::HookAll() {
         }));
 }
 
-std::string Faults::Leftovers() {
-    // Its end releases the list that the look for a cable keeps.
-    { const NLMEventHandler handler{nullptr, nullptr}; }
-    const auto unclosed = std::move(m_unclosed);
+void Faults::EndProcess() {
+    const auto unclosed = std::exchange(m_unclosed, {});
     for (const auto& [close, value] : unclosed) {
         close(value);
     }
+}
+
+std::string Faults::Leftovers() {
+    // Its end releases the list that the look for a cable keeps.
+    { const NLMEventHandler handler{nullptr, nullptr}; }
+    EndProcess();
     const testing::AssertionResult balanced = m_ledger->Balanced();
     return balanced ? std::string() : balanced.message();
 }

@@ -74,6 +74,8 @@ class Faults {
     [[nodiscard]] const std::vector<Strike>& Strikes() const { return m_strikes; }
     /// Operations that have caught an exception.
     [[nodiscard]] const std::vector<std::string>& Exceptions() const { return m_exceptions; }
+    /// What could not be closed ends with the process.
+    void EndProcess();
     /// What was not given back though nothing kept it from that, or was twice. Ends the books.
     [[nodiscard]] std::string Leftovers();
 
