@@ -1,6 +1,6 @@
 # The targets check-format and check-tidy. Include after everything that adds sources to linkvane.
 #
-# Both remember what they have found good: an unchanged source is not read again.
+# check-tidy remembers what it has found good: a folder of which nothing has changed is not read again.
 
 find_program(CLANG_FORMAT clang-format)
 find_program(CLANG_TIDY clang-tidy)
@@ -54,7 +54,7 @@ function(linkvane_add_tidy_check)
   get_target_property(all linkvane SOURCES)
   list(APPEND all ${CMAKE_CURRENT_SOURCE_DIR}/service/main.cpp)
   set(stamps)
-  foreach(folder IN ITEMS bios core logging network radio registry service)
+  foreach(folder IN LISTS LINKVANE_FOLDERS)
     set(sources ${all})
     list(FILTER sources INCLUDE REGEX "^${CMAKE_CURRENT_SOURCE_DIR}/${folder}/.*\\.cpp$")
     set(together ${CMAKE_BINARY_DIR}/checks/tidy/${folder}.cpp)

@@ -168,7 +168,7 @@ wine_make_prefix() {
 # another one. The caller holds the prefix's lock.
 wine_ready() {
     local prefix=$1
-    ! wine_server_alive "$prefix" || return 0
+    [[ ! -d $prefix ]] || ! wine_server_alive "$prefix" || return 0
     { [[ -d $prefix ]] || wine_make_prefix "$prefix"; } && wine_boot "$prefix" && return 0
     echo "Wine prefix $prefix does not boot: making it anew" >&2
     wine_make_prefix "$prefix" && wine_boot "$prefix"
