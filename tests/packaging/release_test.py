@@ -153,6 +153,18 @@ class Again(unittest.TestCase):
         again, first = content(clone / "build/release"), content(RELEASE)
         self.assertEqual([name for name in first if first[name] != again.get(name)], [])
 
+    def test_sources_include_what_they_need(self):
+        """Without precompiled headers, and each by itself, they compile without a warning, to the same service."""
+        plain = RELEASE.parent / "plain"
+        subprocess.run(["cmake", "--preset", "cross", "-B", plain, "-DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON"],
+                       cwd=ROOT, check=True, stdout=subprocess.DEVNULL)
+        subprocess.run(["cmake", "--build", plain, "--target", "LinkvaneService"], check=True, stdout=subprocess.DEVNULL)
+        stripped = []
+        for built in (os.environ["LINKVANE_EXE"], plain / "bin/LinkvaneService.exe"):
+            subprocess.run(["x86_64-w64-mingw32-objcopy", "--strip-all", built, plain / "stripped.exe"], check=True)
+            stripped.append((plain / "stripped.exe").read_bytes())
+        self.assertEqual(*map(digest, stripped))
+
     def test_release_of_a_built_tree_is_quick(self):
         self.assertLess(release(RELEASE.parent / "release again"), alone(SECONDS))
 
