@@ -11,7 +11,7 @@ namespace Notebook {
 
 namespace {
 
-constexpr DWORD kServicePollMs = 5;
+constexpr DWORD kServicePollMs = 20;
 constexpr DWORD kStubStopMs = 5000;
 
 using ScHandle = Platform::UniqueServiceHandle;
@@ -29,12 +29,15 @@ Handle Checked(Handle handle, const std::string& what) {
     return handle;
 }
 
-ScHandle OpenManager() {
-    return Checked(ScHandle(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)), "OpenSCManager");
+/// Connected to once: each connection costs more than what is asked through it.
+SC_HANDLE Manager() {
+    static const ScHandle manager =
+        Checked(ScHandle(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS)), "OpenSCManager");
+    return manager.Get();
 }
 
 ScHandle OpenInstalled(const std::wstring& name) {
-    return Checked(ScHandle(OpenServiceW(OpenManager().Get(), name.c_str(), SERVICE_ALL_ACCESS)),
+    return Checked(ScHandle(OpenServiceW(Manager(), name.c_str(), SERVICE_ALL_ACCESS)),
                    "OpenService " + Narrow(name));
 }
 
@@ -44,18 +47,16 @@ void Delete(const ScHandle& service, const std::wstring& name) {
     }
 }
 
-/// Not every service manager notices at once that a process was killed.
+}  // namespace
+
 bool IsGone(DWORD process) {
     const Platform::UniqueHandle handle(OpenProcess(SYNCHRONIZE, FALSE, process));
     return !handle || WaitForSingleObject(handle.Get(), 0) == WAIT_OBJECT_0;
 }
 
-}  // namespace
-
 ServiceState QueryService(const std::wstring& name) {
     ServiceState result;
-    const ScHandle manager = OpenManager();
-    const ScHandle service(OpenServiceW(manager.Get(), name.c_str(), SERVICE_QUERY_STATUS));
+    const ScHandle service(OpenServiceW(Manager(), name.c_str(), SERVICE_QUERY_STATUS));
     if (!service) {
         return result;
     }
@@ -68,6 +69,7 @@ ServiceState QueryService(const std::wstring& name) {
         result.process = status.dwProcessId;
         result.exitCode = status.dwWin32ExitCode;
     }
+    // Not every service manager notices at once that a process was killed.
     if (result.process != 0 && IsGone(result.process)) {
         result.state = SERVICE_STOPPED;
         result.process = 0;
@@ -143,7 +145,7 @@ void InstallStub(const std::wstring& name, const std::wstring& executable) {
         return;
     }
     const std::wstring command = L"\"" + executable + L"\" " + name;
-    Checked(ScHandle(CreateServiceW(OpenManager().Get(), name.c_str(), name.c_str(), SERVICE_ALL_ACCESS,
+    Checked(ScHandle(CreateServiceW(Manager(), name.c_str(), name.c_str(), SERVICE_ALL_ACCESS,
                                     SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
                                     command.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr)),
             "CreateService " + Narrow(name));

@@ -17,6 +17,9 @@ struct ServiceState {
     DWORD exitCode = 0;
 };
 
+/// Whether the process has ended, or never was.
+bool IsGone(DWORD process);
+
 ServiceState QueryService(const std::wstring& name);
 /// "absent", "stopped", "start-pending", ... as `status` writes it.
 std::string StateName(const ServiceState& state);
