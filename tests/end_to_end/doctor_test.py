@@ -76,6 +76,8 @@ class Doctor(unittest.TestCase):
             finally:
                 for command in undo:
                     self.notebook.do(command)
+                if undo and settle:
+                    self.notebook.settle()  # before the next situation takes away what the service asks
 
     def at_rest(self, *commands, undo=()):
         return self.situation(*commands, undo=undo, settle=False)
