@@ -39,13 +39,13 @@ build_preset() {
     cmake --build --preset "$preset" ${1+--target "$@"}
 }
 
-# run_test_program PRESET PROGRAM ARGUMENT...: sets up, builds and becomes a program of tests/.
+# run_test_program PRESET PROGRAM ARGUMENT...: sets up, builds and becomes a program of tests/. Files among the
+# arguments are the caller's.
 run_test_program() {
     local preset=$1 program=$2 caller_folder=$PWD
     "$LINKVANE_ROOT/scripts/setup"
     build_preset "$preset" "$(basename "$program")"
     step "$(basename "$program")"
-    # Files among the arguments are the caller's.
     cd "$caller_folder"
     exec "$LINKVANE_ROOT/scripts/run-wine" "$LINKVANE_ROOT/build/$preset/tests/$program.exe" "${@:3}"
 }

@@ -4,7 +4,6 @@
 #include <objbase.h>
 #include <oleauto.h>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest-spi.h>
 
 #include <ostream>
@@ -12,13 +11,12 @@
 #include <thread>
 
 #include "tests/support/skip_unless_imported.h"
+#include "tests/support/words.h"
 
 namespace Rig {
 namespace {
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::Not;
+using namespace Words;
 
 /// What an unbalanced ledger says; empty for a balanced one.
 std::string Complaint(const Ledger& ledger) {

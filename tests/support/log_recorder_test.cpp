@@ -1,10 +1,9 @@
 #include "tests/support/log_recorder.h"
 
-#include <gmock/gmock.h>
-
 #include <thread>
 
 #include "logging/log_scope.h"
+#include "tests/support/words.h"
 
 namespace Rig {
 namespace {
@@ -12,11 +11,7 @@ namespace {
 namespace Level = Orva::Shared::Level;
 using Orva::Shared::CorvaLogger;
 using Orva::Shared::GetLogger;
-using testing::_;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::SizeIs;
+using namespace Words;
 
 void WriteOneOfEach() {
     LogScope log("Utils::Work", L"for %s", L"nobody");

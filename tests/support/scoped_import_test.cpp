@@ -1,15 +1,13 @@
 #include "tests/support/scoped_import.h"
 #include "tests/support/scoped_watch.h"
-
-#include <gmock/gmock.h>
+#include "tests/support/words.h"
 
 #include <thread>
 
 namespace Rig {
 namespace {
 
-using testing::HasSubstr;
-using testing::ThrowsMessage;
+using namespace Words;
 
 /// Stands for the code under test. In a function of its own, because the compiler fetches an
 /// import's address once in a function.
@@ -135,7 +133,7 @@ TEST(ScopedImport, EndDoesNotWaitForABlockedCallThatTheConditionRefused) {
 TEST(ScopedImport, FunctionThatIsNotImportedIsNamed) {
     EXPECT_FALSE(IsImported<&::GetCurrencyFormatW>());
     EXPECT_THAT([] { const ScopedImport<&::GetCurrencyFormatW> fake{[](auto...) { return 0; }}; },
-                ThrowsMessage<NotImported>(HasSubstr("does not import GetCurrencyFormatW")));
+                testing::ThrowsMessage<NotImported>(HasSubstr("does not import GetCurrencyFormatW")));
 }
 
 TEST(ScopedImport, ManyThreadsCallWhileFakesComeAndGo) {

@@ -2,21 +2,19 @@
 
 #include <windows.h>
 
-#include <gmock/gmock.h>
-
 #include <condition_variable>
 #include <mutex>
 #include <thread>
 
 #include "platform/handles.h"
 #include "tests/support/run_on_thread.h"
+#include "tests/support/words.h"
 
 namespace Rig {
 namespace {
 
 using namespace std::chrono_literals;
-using testing::ElementsAre;
-using testing::IsEmpty;
+using namespace Words;
 
 __declspec(noinline) DWORD WaitOn(HANDLE handle, DWORD milliseconds) {
     return WaitForSingleObject(handle, milliseconds);
