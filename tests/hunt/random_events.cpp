@@ -253,7 +253,7 @@ bool PlayDays(Stage& stage, const Options& options) {
     const auto start = std::chrono::steady_clock::now();
     std::uint32_t events = 0;
     std::optional<Size> atTenth;
-    for (std::uint64_t day = 0; events < options.events; ++day) {
+    for (std::uint64_t day = 0; day == 0 || events < options.events; ++day) {
         Random random(options.seed + day);
         const Day drawn = DrawDay(random, options.way, kStepsOfADay);
         Play play(stage, drawn);
