@@ -41,9 +41,9 @@ function(linkvane_clang_flags result)
   set(${result} ${flags} PARENT_SCOPE)
 endfunction()
 
-# One stamp a folder, whose sources are read as one: nearly all of the time goes into Windows' headers. Its
-# dependency file comes from the cross compiler, so that a changed header has every folder that includes it
-# read again.
+# One stamp a folder, and one for the small ones, whose sources are read as one: nearly all of the time goes into
+# Windows' headers. Its dependency file comes from the cross compiler, so that a changed header has every folder
+# that includes it read again.
 function(linkvane_add_tidy_check)
   linkvane_clang_flags(clang_flags)
   set(folders "$<TARGET_PROPERTY:linkvane,INCLUDE_DIRECTORIES>")
@@ -54,10 +54,14 @@ function(linkvane_add_tidy_check)
   get_target_property(all linkvane SOURCES)
   list(APPEND all ${CMAKE_CURRENT_SOURCE_DIR}/service/main.cpp)
   set(stamps)
-  foreach(folder IN LISTS LINKVANE_FOLDERS)
+  set(small "bios|registry|service")
+  set(each ${LINKVANE_FOLDERS})
+  list(FILTER each EXCLUDE REGEX "^(${small})$")
+  foreach(group IN LISTS small each)
     set(sources ${all})
-    list(FILTER sources INCLUDE REGEX "^${CMAKE_CURRENT_SOURCE_DIR}/${folder}/.*\\.cpp$")
-    set(together ${CMAKE_BINARY_DIR}/checks/tidy/${folder}.cpp)
+    list(FILTER sources INCLUDE REGEX "^${CMAKE_CURRENT_SOURCE_DIR}/(${group})/.*\\.cpp$")
+    string(REPLACE "|" "_" name ${group})
+    set(together ${CMAKE_BINARY_DIR}/checks/tidy/${name}.cpp)
     add_custom_command(
       OUTPUT ${together}.stamp
       COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/scripts/lib/clang-tidy-together ${CLANG_TIDY} ${together} ${sources} --
@@ -66,7 +70,7 @@ function(linkvane_add_tidy_check)
       COMMAND ${CMAKE_COMMAND} -E touch ${together}.stamp
       DEPENDS ${sources} .clang-tidy scripts/lib/clang-tidy-together
       DEPFILE ${together}.d
-      COMMENT "Checking ${folder} with clang-tidy"
+      COMMENT "Checking ${name} with clang-tidy"
       COMMAND_EXPAND_LISTS VERBATIM)
     list(APPEND stamps ${together}.stamp)
   endforeach()

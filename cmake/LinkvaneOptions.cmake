@@ -55,11 +55,10 @@ if(MSVC)
 else()
   target_compile_options(linkvane_options INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror -fstack-protector-strong>)
-  # Inside a precompiled header g++ 12 no longer knows the library's own copies for the library's, and warns
-  # of those that it takes for overruns. A build without precompiled headers warns of all.
+  # For targets with a precompiled header, inside which g++ 12 no longer knows the library's own copies for the
+  # library's, and warns of those that it takes for overruns.
   if(NOT CMAKE_DISABLE_PRECOMPILE_HEADERS)
-    target_compile_options(linkvane_options INTERFACE
-      $<$<COMPILE_LANGUAGE:CXX>:-Wno-array-bounds;-Wno-stringop-overflow;-Wno-stringop-overread>)
+    set(LINKVANE_PRECOMPILED_OPTIONS -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread)
   endif()
   target_link_options(linkvane_options INTERFACE
     -static -municode -fstack-protector-strong -Wl,--dynamicbase,--high-entropy-va,--nxcompat)
