@@ -14,5 +14,5 @@ class LogScope;
 /// ERROR_SUCCESS on success. Any thread.
 DWORD RegisterWlanNotification(ServiceState& service, const unsigned char* registers);
 
-/// A handle that cannot be closed is kept, and logged: whoever looks at the service can still see it.
+/// A handle that cannot be closed is kept, and logged.
 void CloseWlanHandle(const LogScope& log, ServiceState& service);

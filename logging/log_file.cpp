@@ -149,7 +149,7 @@ void LogFile::WriteEntry(const CorvaLogListener::LogData& entry) {
     const std::int32_t before = m_writeCounter;
     m_writeCounter = OneMore(before);
     if (before > WritesPerCheck() && !RotateLogFile(Rotation::kWhenLarge)) {
-        // Halved, never set to zero, even when the file was rotated: looks come after every
+        // Halved, never set to zero, even when the file was rotated: checks come after every
         // half of those writes.
         m_writeCounter /= kCounterDivisor;
     }

@@ -19,7 +19,7 @@ std::atomic<bool> msm_Notification_flag{false};
 
 namespace {
 
-/// How long a freshly plugged adapter is given to get its address: this many looks, this far apart.
+/// How long a freshly plugged adapter is given to get its address: so many tries, so far apart.
 constexpr int kAddressTries = 8;
 constexpr std::chrono::milliseconds kAddressPollInterval{1000};
 

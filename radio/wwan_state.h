@@ -35,7 +35,7 @@ extern std::atomic<bool> NetworkChangedForSetRadio;
 extern std::atomic<std::shared_ptr<IMbnRadio>>& lastRadio;
 /// Held for the whole of a switch.
 extern std::mutex switchLock;
-/// Set when a switch-off finds no cable in. Never read: kept for whoever reads a dump.
+/// Set when a switch-off finds no cable in. Never read.
 extern std::atomic<bool> offWithoutEthernet;
 
 /// A counted reference of its own to `object` (null gives null), as the holders have it.
