@@ -11,6 +11,12 @@ double Median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
+Comparison Medians(const std::vector<double>& ours, const std::vector<double>& others) {
+    std::vector<double> ratios(ours.size());
+    std::transform(ours.begin(), ours.end(), others.begin(), ratios.begin(), std::divides<>{});
+    return {Median(ours), Median(others), Median(std::move(ratios))};
+}
+
 Comparison Compare(int rounds, const std::function<double()>& ours, const std::function<double()>& others) {
     // Once for memory, files and caches.
     static_cast<void>(ours());
@@ -27,7 +33,7 @@ Comparison Compare(int rounds, const std::function<double()>& ours, const std::f
             ourTimes.push_back(ours());
         }
     }
-    return {Median(std::move(ourTimes)), Median(std::move(otherTimes))};
+    return Medians(ourTimes, otherTimes);
 }
 
 double Time(const std::function<void()>& what) {
@@ -42,11 +48,10 @@ Table::Table(std::string title, std::string ours, std::string others) {
 }
 
 void Table::Add(const std::string& what, const Comparison& times, double atMost) {
-    const double ratio = times.ours / times.others;
-    const bool within = ratio <= atMost;
+    const bool within = times.ratio <= atMost;
     m_allWithin = m_allWithin && within;
-    std::printf("%-58s %9.1f ns %11.1f ns %7.2f %8.2f %s\n", what.c_str(), times.ours, times.others, ratio,
-                atMost, within ? "" : " MISSED");
+    std::printf("%-58s %9.1f ns %11.1f ns %7.2f %8.2f %s\n", what.c_str(), times.ours, times.others,
+                times.ratio, atMost, within ? "" : " MISSED");
     std::fflush(stdout);
 }
 

@@ -8,11 +8,15 @@
 /// falls on both, and the median of the rounds counts.
 namespace Bench {
 
-/// Times of the same rounds, in nanoseconds a call.
+/// Medians of the same rounds.
 struct Comparison {
-    double ours;
-    double others;
+    double ours;    ///< nanoseconds a call
+    double others;  ///< nanoseconds a call
+    double ratio;   ///< of a round: a machine that is slow for some rounds is slow for both of its times
 };
+
+/// The times of each round, in nanoseconds a call; both have as many.
+[[nodiscard]] Comparison Medians(const std::vector<double>& ours, const std::vector<double>& others);
 
 /// Each argument runs one round and returns its time.
 [[nodiscard]] Comparison Compare(int rounds, const std::function<double()>& ours,
