@@ -117,9 +117,6 @@ class ConnectionEnumerator final
 
     HRESULT STDMETHODCALLTYPE Next(ULONG count, INetworkConnection** connections, ULONG* fetched) override {
         CallScope call(Call::NetworkConnectionsNext);
-        if (fetched != nullptr) {
-            *fetched = 0;
-        }
         return call.Answer([&] {
             const ConnectionList kind = SharedState::Get().Raw().devices.connectionList;
             ULONG given = 0;
