@@ -28,8 +28,8 @@
         @stored-wifi-on is nothing     ... and what differs from them
     log NLMEventHandler::NetworkConnectionConnectivityChanged
         I NLMEventHandler::NetworkConnectionConnectivityChanged| Ethernet is connected
-        @wifi-switched-off             lines that have a name
-        2 x @wifi-noticed              twice; blocks.py tells of counts, and of what differs
+        @wifi-is-switched-off          lines that have a name
+        2 x @user-turned-wifi-off      twice; blocks.py tells of counts, and of what differs
 
 Steps are carried out in their order, each when the one before has been answered. A command is answered as soon
 as the devices have changed, while the service may still be at work on it: commands that follow one another come
