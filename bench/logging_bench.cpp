@@ -33,7 +33,7 @@ using Orva::Shared::CorvaLogListenerFile;
 using Orva::Shared::GetLogger;
 using Orva::Shared::LoggerHolder;
 
-constexpr const char* kFunction = "ServiceUtils::GetServiceStatus";
+constexpr const char* kFunction = "Utils::IsServicePresent";
 constexpr const wchar_t* kFormat =
     L"Service Name = %s, Running Status To be checked = %d, To Get version Info Status = %d";
 constexpr int kRounds = 31;

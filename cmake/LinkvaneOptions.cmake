@@ -48,8 +48,6 @@ if(MSVC)
   target_compile_options(linkvane_options INTERFACE
     "$<$<COMPILE_LANGUAGE:CXX>:/W4;/wd4127;/WX;/permissive-;/utf-8;/EHsc-;/GS;/guard:cf>")
   target_compile_definitions(linkvane_options INTERFACE _CRT_SECURE_NO_WARNINGS)
-  # An incremental link puts a jump before every function, and a test that patches a function patches
-  # its neighbours' jumps.
   target_link_options(linkvane_options INTERFACE
     /INCREMENTAL:NO /DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT /guard:cf /CETCOMPAT)
 else()

@@ -63,7 +63,8 @@ class NLMEventHandler : public INetworkListManagerEvents,
     /// (may be null) to 1 when an Ethernet adapter without an address was seen, else leaves it alone.
     static int CheckEthernetConnectionStatus(int* status, int* noAddress);
 
-    /// The same under the Ethernet-check lock. Everybody else asks through `NLMUtils::IsCableIn`.
+    /// The same under the Ethernet-check lock. Everybody else asks through `NLMUtils::IsCableIn`, which
+    /// stands beside these, in network/cable_check.cpp.
     static int CheckEthernetConnectionStatusEx(int* status, int* noAddress);
 
   private:

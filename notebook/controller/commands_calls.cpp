@@ -101,7 +101,8 @@ const std::vector<Command>& CallCommands() {
          "has reported that it stopped. The third fails by: fail once with 5 after 2 calls.",
          &CallCommand},
         {"calls", "", "All calls with their counts.", &Calls},
-        {"trace", "on|off|show", "Every platform call with its time, thread and result.", &TraceCommand},
+        {"trace", "on|off|show", "The devices' last calls with their time, thread and result.",
+         &TraceCommand},
         {"event-log", "", "What the service wrote to the Windows event log.",
          [] {
              return Answer{"", EventLogLines()};

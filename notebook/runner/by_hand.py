@@ -42,7 +42,7 @@ def carry_out(machine, command):
     if command == "help":
         lines = [*lines[:-2], *OWN_COMMANDS]
     show([*lines, *([answer] if answer else [])])
-    if not answer and not lines and command.split()[0] not in ("background", "call"):
+    if (not answer or answer.startswith("took=")) and not lines and command.split()[0] not in ("background", "call"):
         show_outcome(machine)
 
 
@@ -53,7 +53,7 @@ def obey(machine, line):
         return False
     if command == "log":
         sys.stdout.write(machine.log_file().read_bytes().decode("utf-8-sig").replace("\r\n", "\n"))
-    elif command:
+    elif command and not command.startswith("#"):
         try:
             carry_out(machine, command)
         except CommandFailed as failure:

@@ -19,7 +19,7 @@ DOCTOR = ROOT / "build/native/bin/LinkvaneDoctor"
 # The same in the notebook, for what it asks of the machine.
 DOCTOR_IN_NOTEBOOK = "LinkvaneDoctor.exe"
 # No answer takes long but the waits, which name their own time; a loaded machine may stretch it.
-PATIENCE_SECONDS = 180
+TIMEOUT_SECONDS = 180
 SETTLE = "settle"
 # The service hears of airplane mode through the registry: no device can tell that it has not begun.
 SETTLE_AFTER_AIRPLANE = "settle quiet 600"
@@ -124,7 +124,7 @@ class Machine:
                 raise CommandFailed(f"{command}: {line[6:]}")
             # Whatever else a program of the prefix prints does not belong to the answer.
 
-    def settle(self, within=PATIENCE_SECONDS):
+    def settle(self, within=TIMEOUT_SECONDS):
         """Waits until nothing more happens, the start of the service included; so many seconds at most."""
         given_up = time.monotonic() + within
         while self._worker_ends() < self._awaited_ends and time.monotonic() < given_up:

@@ -15,7 +15,7 @@ import sys
 import time
 
 from .log import Log
-from .machine import add_programs, Machine, parse_pairs, PATIENCE_SECONDS, ROOT, SERVICE
+from .machine import add_programs, Machine, parse_pairs, ROOT, SERVICE, TIMEOUT_SECONDS
 from .prefix import leave_by_signals
 
 FEW_PAIRS = 10
@@ -30,7 +30,7 @@ FEW_DAYS = 3
 PAIRS_A_DAY = 55
 SLEEPS_A_DAY = 14
 NOTIFICATIONS_A_DAY = 10_000
-SETTLE = f"settle quiet 20 within {PATIENCE_SECONDS * 1000}"
+SETTLE = f"settle quiet 20 within {TIMEOUT_SECONDS * 1000}"
 # So many times as soon the service's pauses are over.
 QUICKER = 50
 # They come no quicker than they are handled.

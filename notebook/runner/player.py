@@ -18,7 +18,7 @@ START_QUICKER = 20
 STORED_BYTES = {"True": "54007200750065000000", "False": "460061006c00730065000000"}
 # A word that is none of the language is given to the controller, which does not know it either.
 WORDS = ("machine", "also", "expect", "within", "silent", "repeat", "cause", "log", "preshutdown")
-UNKNOWN = re.compile(r"no such command: (\S+)")
+UNKNOWN = re.compile(r"no such (command|key): (\S+)")
 TOOK = re.compile(r"took=(\d+)")
 EXIT = re.compile(r"exit=(\d+)")
 
@@ -43,11 +43,8 @@ class Player:
         self._hurries = False
 
     def play(self):
-        self._machine.begin(self._scenario.machine)
-        self._log = Log(self._machine.log_file())
         self._begun = time.monotonic()
-        self._tell(f"{'time':>7}  {'step':42} " + "  ".join(SHOWN))
-        self._play_steps(self._scenario.steps)
+        self._play_steps([self._scenario.machine, *self._scenario.steps])
         if self._machine.values("service")["service"] != "stopped":
             self._play_steps(as_ever("stop"))
 
@@ -61,12 +58,28 @@ class Player:
                 getattr(self, "_play_" + step.kind)(step)
             except (CommandFailed, Failed) as failure:
                 self._row(step.text)
-                raise Failed(f"{step.path.name}, line {step.number}: {failure}{self._in_background()}") from failure
+                raise Failed(f"{step.path.name}, line {step.number}: {failure}{self._near(failure)}{self._in_background()}") from failure
+
+    def _near(self, failure):
+        """Words like the one that the controller does not know."""
+        unknown = UNKNOWN.search(str(failure))
+        if not unknown:
+            return ""
+        if unknown[1] == "key":
+            return near(unknown[2], self._machine.status())
+        self._machine.do("help")
+        commands = [line.split(" ")[0] for line in self._machine.lines if line[:1].isalpha()]
+        return near(unknown[2], [*commands, *WORDS])
 
     def _in_background(self):
         """What became of commands in the background: it may explain a failure."""
         self._machine.do("answers")
         return "".join(f"\n  in the background: {line}" for line in self._machine.lines)
+
+    def _play_machine(self, step):
+        self._machine.begin(step.text)
+        self._log = Log(self._machine.log_file())
+        self._tell(f"{'time':>7}  {'step':42} " + "  ".join(SHOWN))
 
     def _play_do(self, step):
         self._has_ended = False
@@ -74,15 +87,7 @@ class Player:
         if step.text == "start" and not self._has_own_pace:
             self._machine.do(f"sleeps {START_QUICKER}")
             self._hurries = True
-        try:
-            self._machine.do(step.text)
-        except CommandFailed as failure:
-            unknown = UNKNOWN.search(str(failure))
-            if not unknown:
-                raise
-            self._machine.do("help")
-            commands = [line.split(" ")[0] for line in self._machine.lines if line[:1].isalpha()]
-            raise Failed(f"{failure}{near(unknown.group(1), [*commands, *WORDS])}") from failure
+        self._machine.do(step.text)
         self._row(step.text)
 
     def _play_stop(self, step):

@@ -56,7 +56,7 @@ STEPS_AS_EVER = ("start", "plug", "unplug", "stop")
 @dataclasses.dataclass
 class Step:
     kind: str
-    """do, stop, expect, within, silent, repeat, log, cause"""
+    """machine, do, stop, expect, within, silent, repeat, log, cause"""
     text: str
     number: int
     steps: list = dataclasses.field(default_factory=list)
@@ -75,7 +75,8 @@ class Step:
 class Scenario:
     path: pathlib.Path
     title: str
-    machine: str
+    machine: Step
+    """the first, also where no line says what machine"""
     steps: list
     also: list = dataclasses.field(default_factory=list)
     """what to add to the machine for each further play"""
@@ -108,7 +109,7 @@ class _Parser:
         self._lines = list(enumerate(path.read_text(encoding="utf-8").splitlines(), 1))
         self._at = 0
         self._adds = also
-        self.machine = also
+        self.machine = Step("machine", also, 1, path=path)
         self.also = []
         comment = []
         for _, line in self._lines:
@@ -120,7 +121,7 @@ class _Parser:
                        if line.strip() and not line.lstrip().startswith("#")]
 
     def as_ever(self, what):
-        has_modem = what != "stop" and re.search(r"\bmodems [1-9]", self.machine)
+        has_modem = what != "stop" and re.search(r"\bmodems [1-9]", self.machine.text)
         return as_ever(f"{what}_with_modem" if has_modem else what)
 
     def steps(self, depth):
@@ -143,11 +144,13 @@ class _Parser:
             return [self._log(number, depth)]
         self._at += 1
         if word == "machine":
-            self.machine = f"{rest} {self._adds}".strip()
+            self.machine.text, self.machine.number = f"{rest} {self._adds}".strip(), number
         elif word == "also":
             if not rest:
                 self._refuse(number, "nothing to add to the machine")
             self.also.append(rest)
+            if rest == self._adds:
+                self.machine.number = number
         elif text.endswith(AS_EVER):
             what = text.removesuffix(AS_EVER)
             if what not in STEPS_AS_EVER:

@@ -450,13 +450,13 @@ TEST_F(NotificationTest, WhateverIsThrownIsCaughtAndLeavesTheLockFree) {
 }
 
 TEST_F(NotificationTest, LockIsFreeBeforeAnExceptionIsLogged) {
-    constexpr std::chrono::seconds kPatience{5};
+    constexpr std::chrono::seconds kTimeout{5};
     bool hasThrown = false;
     {
         const Rig::AtEachLogLine lines([&](const Orva::Shared::CorvaLogListener::LogData& entry) {
             if (entry.GetLevel() == kError) {
                 // Another notification gets through while the line is still to be written.
-                Rig::RunOnThread([this] { NotifyNetworkAvailable(); }, Rig::Apartment::kNone, kPatience);
+                Rig::RunOnThread([this] { NotifyNetworkAvailable(); }, Rig::Apartment::kNone, kTimeout);
             } else if (!hasThrown && entry.FunctionName() == kAvailable) {
                 hasThrown = true;
                 throw std::runtime_error("log");

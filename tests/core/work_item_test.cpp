@@ -100,11 +100,11 @@ TEST_F(WorkItemTest, WhatTheRoutineThrowsLeavesTheCallbackAndTheRecordIsFreedOnc
 
 /// On the system's own pool, where nothing stands around the callback.
 [[noreturn]] void ThrowOnThePool() {
-    constexpr DWORD kPatience = 20000;
+    constexpr DWORD kTimeout = 20000;
     ServiceState service;
     QueueWorkItem(
         service, [](ServiceState&) { throw DWORD{ERROR_NOT_ENOUGH_QUOTA}; }, WT_EXECUTEINPERSISTENTTHREAD);
-    Sleep(kPatience);
+    Sleep(kTimeout);
     ExitProcess(0);
 }
 

@@ -8,7 +8,7 @@ import sys
 import time
 import unittest
 
-from rig import EXECUTABLE, TIMEOUT_SECONDS, ROOT
+from rig import EXECUTABLE, ROOT, TIMEOUT_SECONDS
 
 PREFIX = pathlib.Path(os.environ["LINKVANE_E2E_PREFIX"])
 RUNS = "The service runs"

@@ -8,7 +8,7 @@ import subprocess
 import unittest
 import zipfile
 
-from rig import EXECUTABLE, TIMEOUT_SECONDS, ROOT
+from rig import EXECUTABLE, ROOT, TIMEOUT_SECONDS
 
 from notebook.runner.machine import DOCTOR_IN_NOTEBOOK, FOLDER, Machine
 

@@ -92,7 +92,7 @@ LONG WINAPI TellOfCrash(EXCEPTION_POINTERS* pointers) {
 
 /// Ends the process when one input takes too long.
 void WatchForLoops() {
-    constexpr int kPatienceSeconds = 20;
+    constexpr int kTimeoutSeconds = 20;
     std::uint64_t seen = 0;
     const char* kind = nullptr;
     for (int seconds = 0;; ++seconds) {
@@ -101,7 +101,7 @@ void WatchForLoops() {
             seen = numberInHand;
             kind = kindInHand;
             seconds = 0;
-        } else if (seconds >= kPatienceSeconds) {
+        } else if (seconds >= kTimeoutSeconds) {
             GiveUp("never comes to an end");
         }
     }

@@ -17,7 +17,7 @@ namespace {
 
 /// So many times as fast as the real clock goes the rig's.
 constexpr DWORD kSpeed = 1000;
-constexpr std::chrono::seconds kPatience{60};
+constexpr std::chrono::seconds kTimeout{60};
 
 constexpr Who kSeats[] = {Who::kControl, Who::kWlan,    Who::kWlan,   Who::kModem,  Who::kModem,
                           Who::kNetwork, Who::kNetwork, Who::kWorker, Who::kWatcher};
@@ -72,7 +72,7 @@ void Crew::After(Milliseconds time, Job what) {
 bool Crew::Settle(std::uint64_t /*seed*/, bool /*isFine*/) {
     const auto begin = std::chrono::steady_clock::now();
     while (!IsAtRest()) {
-        if (std::chrono::steady_clock::now() - begin > kPatience) {
+        if (std::chrono::steady_clock::now() - begin > kTimeout) {
             m_stuck = "never comes to rest:" + TellBusy();
             return false;
         }

@@ -130,9 +130,9 @@ LONG WINAPI ReportCrash(EXCEPTION_POINTERS* pointers) {
 
 /// Ends a process in which one play takes longer than any should: somebody is busy for ever.
 DWORD WINAPI WatchPlays(void* /*nothing*/) {
-    constexpr DWORD kPatience = 60'000;
+    constexpr DWORD kTimeout = 60'000;
     for (std::uint32_t seen = g_plays;; seen = g_plays) {
-        Rig::Real<&::Sleep>(kPatience);
+        Rig::Real<&::Sleep>(kTimeout);
         if (g_plays == seen) {
             GiveUp("never comes to an end");
         }

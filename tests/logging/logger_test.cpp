@@ -221,7 +221,7 @@ TEST(Logger, AnOrdinaryEntryAndItsLineNeedNoMemory) {
     const auto logger = MakeLogger(
         {new RecordingListener({}, [](const LogData& entry) { EXPECT_NE(entry.GetLogLine(), L""); })});
     const long long before = AllocationsSoFar();
-    logger->Write(Level::kError, "ServiceUtils::GetServiceStatus", L"Service Name = %s", L"WlanSvc");
+    logger->Write(Level::kError, "Utils::IsServicePresent", L"Service Name = %s", L"WlanSvc");
     EXPECT_EQ(AllocationsSoFar(), before);
 }
 

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "logging/log_data.h"
@@ -13,6 +14,8 @@
 #include "tests/logging/recording_listener.h"
 #include "tests/support/ledger.h"
 #include "tests/support/scoped_import.h"
+#include "tests/support/scoped_watch.h"
+#include "tests/support/simulated_notebook.h"
 #include "tests/support/skip_unless_imported.h"
 
 namespace LoggingTests {
@@ -28,67 +31,43 @@ using Orva::Shared::CreateLogger;
 
 // --- The event log ----------------------------------------------------------------------------
 
-struct Reported {
-    HANDLE source;
-    WORD type;
-    DWORD identifier;
-    std::wstring text;
-
-    friend bool operator==(const Reported&, const Reported&) = default;
-};
-
 class EventListenerTest : public testing::Test {
   protected:
-    const HANDLE m_source = reinterpret_cast<HANDLE>(std::size_t{0x1234});
-    HANDLE m_registered = m_source;
-    std::wstring m_name;
-    int m_deregistered = 0;
-    std::vector<Reported> m_reports;
+    Rig::TestClock m_clock;
+    Rig::SimulatedNotebook m_notebook{m_clock};
     Policies m_policies;
-
-  private:
-    ScopedImport<&::RegisterEventSourceW> m_register{[this](LPCWSTR server, LPCWSTR name) {
-        EXPECT_EQ(server, nullptr);
-        m_name = name;
-        return m_registered;
-    }};
-    ScopedImport<&::DeregisterEventSource> m_deregister{[this](HANDLE source) {
-        EXPECT_EQ(source, m_source);
-        ++m_deregistered;
-        return TRUE;
-    }};
-    ScopedImport<&::ReportEventW> m_report{[this](HANDLE source, WORD type, WORD category, DWORD identifier,
-                                                  PSID user, WORD count, DWORD bytes, const LPCWSTR* texts,
-                                                  void* data) {
-        EXPECT_EQ(category, 0);
-        EXPECT_EQ(user, nullptr);
-        EXPECT_EQ(count, 1);
-        EXPECT_EQ(bytes, 0U);
-        EXPECT_EQ(data, nullptr);
-        m_reports.push_back({source, type, identifier, texts[0]});
-        return FALSE;
-    }};
 };
 
+/// What the event log has of a line.
+std::string Reported(const std::string& line, int level, WORD type = EVENTLOG_INFORMATION_TYPE,
+                     const std::string& source = "logging_tests") {
+    return source + "|" + std::to_string(type) + "|0|" + std::to_string(level) + "|\"" + line + "\"";
+}
+
 TEST_F(EventListenerTest, ReportsWholeLinesByTheirLevel) {
+    const Rig::ScopedWatch<&::RegisterEventSourceW> registration;
+    const Rig::ScopedWatch<&::ReportEventW> report;
     {
         CorvaLogListenerEvent listener;
         EXPECT_EQ(listener.GetType(), ListenerType::kEvent);
-        EXPECT_EQ(m_name, L"logging_tests");
-        std::vector<Reported> expected;
-        for (DWORD level = 0; level <= 5; ++level) {
-            const auto entry = Entry(L"text", static_cast<int>(level), "A::B");
+        std::vector<std::string> expected;
+        for (int level = 0; level <= 5; ++level) {
+            const auto entry = Entry(L"text", level, "A::B");
             listener.Log(entry);
-            const WORD type = level == 4   ? EVENTLOG_WARNING_TYPE
-                              : level == 5 ? EVENTLOG_ERROR_TYPE
-                                           : EVENTLOG_INFORMATION_TYPE;
-            expected.push_back({m_source, type, level, std::wstring(entry.GetLogLine())});
+            const std::wstring line(entry.GetLogLine());
+            expected.push_back(Reported(std::string(line.begin(), line.end()), level,
+                                        level == 4   ? EVENTLOG_WARNING_TYPE
+                                        : level == 5 ? EVENTLOG_ERROR_TYPE
+                                                     : EVENTLOG_INFORMATION_TYPE));
         }
-        EXPECT_EQ(m_reports, expected);
-        EXPECT_EQ(m_reports[4].text, L"2019/04/05 13:07:09.042|00001A2C|Warning    |A::B|text");
-        EXPECT_EQ(m_deregistered, 0);
+        EXPECT_EQ(Rig::SimulatedNotebook::EventLog(), expected);
+        EXPECT_EQ(expected[4],
+                  "logging_tests|2|0|4|\"2019/04/05 13:07:09.042|00001A2C|Warning    |A::B|text\"");
+        EXPECT_EQ(m_notebook.Held().eventSources, 1);
     }
-    EXPECT_EQ(m_deregistered, 1);
+    EXPECT_EQ(m_notebook.Held().eventSources, 0);
+    EXPECT_THAT(registration.Arguments(), ElementsAre(FieldsAre(nullptr, _)));
+    EXPECT_THAT(report.Arguments(), Each(FieldsAre(_, _, _, _, nullptr, 1, 0U, _, nullptr)));
 }
 
 TEST_F(EventListenerTest, ReportsNothingBelowItsRangeNorAboveErrorWhateverPolicySays) {
@@ -99,23 +78,25 @@ TEST_F(EventListenerTest, ReportsNothingBelowItsRangeNorAboveErrorWhateverPolicy
     for (const int level : {Level::kInformation, Level::kDiag, Level::kNever}) {
         listener.Log(Entry(L"text", level));
     }
-    EXPECT_THAT(m_reports, IsEmpty());
+    EXPECT_THAT(Rig::SimulatedNotebook::EventLog(), IsEmpty());
     listener.Log(Entry(L"text", Level::kWarning));
-    EXPECT_EQ(m_reports.size(), 1U);
+    EXPECT_THAT(Rig::SimulatedNotebook::EventLog(), SizeIs(1));
 }
 
 TEST_F(EventListenerTest, ReportsWithAnEmptyHandleWhenRegistrationFailed) {
-    m_registered = nullptr;
+    m_notebook.Fail(Rig::Call::RegisterEventSource, 1, ERROR_ACCESS_DENIED);
+    const Rig::ScopedWatch<&::ReportEventW> report;
     { CorvaLogListenerEvent().Log(Entry(L"text")); }
-    ASSERT_EQ(m_reports.size(), 1U);
-    EXPECT_EQ(m_reports[0].source, nullptr);
-    EXPECT_EQ(m_deregistered, 0);
+    EXPECT_THAT(report.Arguments(), ElementsAre(FieldsAre(nullptr, _, _, _, _, _, _, _, _)));
+    EXPECT_THAT(m_notebook.Calls(), ElementsAre("RegisterEventSourceW", "ReportEventW"));
 }
 
 TEST_F(EventListenerTest, RegistersNoNameWhenTheExecutableHasNone) {
     const ScopedResult<&::GetModuleFileNameW> nameless{0};
-    const CorvaLogListenerEvent listener;
-    EXPECT_EQ(m_name, L"");
+    CorvaLogListenerEvent().Log(Entry(L"x", 3, "A"));
+    EXPECT_THAT(Rig::SimulatedNotebook::EventLog(),
+                ElementsAre(Reported("2019/04/05 13:07:09.042|00001A2C|Information|A|x", 3,
+                                     EVENTLOG_INFORMATION_TYPE, "")));
 }
 
 TEST_F(EventListenerTest, ReportsTheHeaderWhenMemoryIsShort) {
@@ -125,8 +106,8 @@ TEST_F(EventListenerTest, ReportsTheHeaderWhenMemoryIsShort) {
         const ScopedMemoryShortage shortage(600);
         listener.Log(entry);
     }
-    ASSERT_EQ(m_reports.size(), 1U);
-    EXPECT_EQ(m_reports[0].text, L"2019/04/05 13:07:09.042|00001A2C|Information|");
+    EXPECT_THAT(Rig::SimulatedNotebook::EventLog(),
+                ElementsAre(Reported("2019/04/05 13:07:09.042|00001A2C|Information|", 3)));
 }
 
 // --- Debugger and console ---------------------------------------------------------------------

@@ -228,10 +228,10 @@ int Ledger::Given(std::string_view kind) const {
     return count;
 }
 
-testing::AssertionResult Ledger::Balanced(std::chrono::milliseconds patience) const {
+testing::AssertionResult Ledger::Balanced(std::chrono::milliseconds timeout) const {
     constexpr std::chrono::milliseconds kPollInterval{10};
     std::vector<std::string> problems = Problems();
-    for (auto waited = kPollInterval; !problems.empty() && waited <= patience; waited += kPollInterval) {
+    for (auto waited = kPollInterval; !problems.empty() && waited <= timeout; waited += kPollInterval) {
         Real<&::Sleep>(static_cast<DWORD>(kPollInterval.count()));
         problems = Problems();
     }

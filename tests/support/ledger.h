@@ -55,10 +55,10 @@ class Ledger {
     /// Fails the test unless everything is balanced.
     ~Ledger();
 
-    /// Whether everything was given back, once. `patience` is real time to let other threads
+    /// Whether everything was given back, once. `timeout` is real time to let other threads
     /// finish.
     [[nodiscard]] testing::AssertionResult Balanced(
-        std::chrono::milliseconds patience = std::chrono::milliseconds(0)) const;
+        std::chrono::milliseconds timeout = std::chrono::milliseconds(0)) const;
 
     /// Books what a fake in front of the ledger gives out past it; nothing for null. The last error stays.
     void Gave(std::string_view kind, const void* value, std::string_view giver = "the test");

@@ -89,8 +89,8 @@ int LogRecorder::Count(const LogLine& line) const {
     return static_cast<int>(std::ranges::count(Lines(), line));
 }
 
-bool LogRecorder::WaitFor(const LogLine& line, std::chrono::milliseconds patience) const {
-    const auto end = std::chrono::steady_clock::now() + patience;
+bool LogRecorder::WaitFor(const LogLine& line, std::chrono::milliseconds timeout) const {
+    const auto end = std::chrono::steady_clock::now() + timeout;
     const RigLockHolder hold(m_listener->lock);
     while (std::ranges::find(m_listener->lines, line) == m_listener->lines.end()) {
         const auto left =

@@ -91,7 +91,7 @@ class LogRecorder {
 
     /// Waits in real time until a line has been written. False when it was not in time.
     [[nodiscard]] bool WaitFor(const LogLine& line,
-                               std::chrono::milliseconds patience = std::chrono::seconds(10)) const;
+                               std::chrono::milliseconds timeout = std::chrono::seconds(10)) const;
 
     /// Forgets the lines so far.
     void Clear();

@@ -45,7 +45,7 @@ DWORD WINAPI RunIt(void* argument) {
 
 }  // namespace
 
-void RunOnThread(std::function<void()> what, Apartment apartment, std::chrono::milliseconds patience) {
+void RunOnThread(std::function<void()> what, Apartment apartment, std::chrono::milliseconds timeout) {
     const auto run = std::make_shared<Run>(Run{std::move(what), apartment, nullptr});
     auto argument = std::make_unique<std::shared_ptr<Run>>(run);
     const HANDLE thread = Real<&::CreateThread>(nullptr, 0, &RunIt, argument.get(), 0, nullptr);
@@ -53,10 +53,10 @@ void RunOnThread(std::function<void()> what, Apartment apartment, std::chrono::m
         throw std::runtime_error("The test cannot start a thread");
     }
     static_cast<void>(argument.release());
-    const DWORD result = Real<&::WaitForSingleObject>(thread, static_cast<DWORD>(patience.count()));
+    const DWORD result = Real<&::WaitForSingleObject>(thread, static_cast<DWORD>(timeout.count()));
     Real<&::CloseHandle>(thread);
     if (result != WAIT_OBJECT_0) {
-        ADD_FAILURE() << "The thread did not come to its end within " << patience.count() << " ms";
+        ADD_FAILURE() << "The thread did not come to its end within " << timeout.count() << " ms";
         throw std::runtime_error("A thread of the test hangs");
     }
     if (run->thrown != nullptr) {

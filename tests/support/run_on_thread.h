@@ -16,7 +16,7 @@ enum class Apartment {
 };
 
 /// How long `RunOnThread` waits, in real time.
-constexpr std::chrono::seconds kRunOnThreadPatience{20};
+constexpr std::chrono::seconds kRunOnThreadTimeout{20};
 
 /// Runs `what` on a thread of its own and waits for its end. What it throws is thrown here.
 ///
@@ -25,6 +25,6 @@ constexpr std::chrono::seconds kRunOnThreadPatience{20};
 /// When the thread does not come to its end in time, the test fails and an exception leaves the
 /// test; the thread is left behind.
 void RunOnThread(std::function<void()> what, Apartment apartment = Apartment::kMultithreaded,
-                 std::chrono::milliseconds patience = kRunOnThreadPatience);
+                 std::chrono::milliseconds timeout = kRunOnThreadTimeout);
 
 }  // namespace Rig

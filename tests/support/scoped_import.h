@@ -182,9 +182,9 @@ class FakeChain<Target> {
         if (m_innermost == nullptr) {
             m_import.Put(m_import.Real());
         }
-        constexpr int kPatienceSeconds = 20;
+        constexpr int kTimeoutSeconds = 20;
         for (int seconds = 0; link->callsInside != 0; ++seconds) {
-            if (seconds == kPatienceSeconds) {
+            if (seconds == kTimeoutSeconds) {
                 ReportStuckCall(NameOf<Target>());
                 return;
             }

@@ -19,8 +19,8 @@ class Machine:
         self.lines = []
         self.done = []
 
-    def begin(self, _):
-        pass
+    def begin(self, options):
+        self.do("reset " + options)
 
     def do(self, command):
         self.done.append(command)
@@ -32,6 +32,9 @@ class Machine:
 
     def settle(self):
         pass
+
+    def status(self):
+        return self._values
 
     def values(self, *keys):
         return {key: self._values[key] for key in keys}
@@ -56,7 +59,7 @@ class Playing(unittest.TestCase):
         path = pathlib.Path("some_scenario.txt")
         for step in steps:
             step.path = path
-        scenario = Scenario(path, "", "", list(steps))
+        scenario = Scenario(path, "", Step("machine", "cabels 2", 5, path=path), list(steps))
         Player(machine, scenario, lambda _: None, recording).play()
         return machine
 
@@ -91,7 +94,7 @@ class Playing(unittest.TestCase):
 
     def test_repeat_plays_its_steps_so_often(self):
         machine = self.play(Step("repeat", "3", 1, steps=[Step("do", "plug", 2)]))
-        self.assertEqual(["plug"] * 3, machine.done)
+        self.assertEqual(["plug"] * 3, machine.done[1:])
 
     def test_slow_stop_fails_unless_it_has_to_wait(self):
         answers = {"stop": "took=1001 gone=1002 exit=0"}
@@ -112,9 +115,16 @@ class Playing(unittest.TestCase):
 
     def test_word_that_is_none_is_told_with_those_like_it(self):
         unknown = CommandFailed("expct wifi=on: no such command: expct (try help)")
+        key = CommandFailed("wait wfi=off within 5: no such key: wfi")
         commands = ["plug [cable N]", "      A cable goes in.", "unplug"]
         self.assertRegex(self.failure(Step("do", "expct wifi=on", 2), answers={"expct wifi=on": unknown, "help": commands}),
                          r"line 2: .*did you mean expect\?")
+        self.assertRegex(self.failure(Step("within", "wfi=off", 3, within=5), answers={"wait wfi=off within 5": key}, wifi="on"),
+                         r"line 3: .*no such key: wfi.*did you mean wifi\?")
+
+    def test_machine_that_is_none_is_told_with_its_line(self):
+        answers = {"reset cabels 2": CommandFailed("reset cabels 2: not understood: cabels")}
+        self.assertIn("some_scenario.txt, line 5: reset cabels 2: not understood", self.failure(answers=answers))
 
     def test_log_that_differs_fails_unless_it_is_recorded(self):
         step = Step("log", "log", 4, sections={"A": ["I A| a"]})

@@ -35,7 +35,7 @@ class Reading(unittest.TestCase):
 
     def test_machine_is_no_step(self):
         scenario = read("machine cables 2 modems 1\nstart\n")
-        self.assertEqual("cables 2 modems 1", scenario.machine)
+        self.assertEqual("cables 2 modems 1", scenario.machine.text)
         self.assertEqual(["start"], [step.text for step in scenario.steps])
 
     def test_is_also_played_on_other_machines(self):
@@ -43,7 +43,7 @@ class Reading(unittest.TestCase):
         scenario = read(text)
         self.assertEqual(["devices remote", "phys 1"], scenario.also)
         self.assertEqual(["start"], [step.text for step in scenario.steps])
-        self.assertEqual("modems 1 devices remote", read(text, "devices remote").machine)
+        self.assertEqual("modems 1 devices remote", read(text, "devices remote").machine.text)
 
     def test_steps_have_their_kinds_texts_and_lines(self):
         scenario = read("# Title.\nstart\nplug dhcp 3000\n\nexpect wifi=off wwan!=on\n"
