@@ -132,14 +132,16 @@ TEST_F(WriteQueueTest, MemoryOfAMomentsEntriesIsKeptAndNoMore) {
         return counters.PagefileUsage / (1024 * 1024);
     };
     const SIZE_T before = megabytes();
-    HoldFile();
-    for (int line = 0; line < 60'000; ++line) {
-        Log(L"x");
+    for (int moment = 0; moment < 2; ++moment) {
+        HoldFile();
+        for (int line = 0; line < 60'000; ++line) {
+            Log(L"x");
+        }
+        EXPECT_GT(megabytes(), before + 10);
+        ReleaseFile();
+        WaitForWriter();
+        EXPECT_TRUE(Eventually([&] { return megabytes() < before + 6; }));
     }
-    EXPECT_GT(megabytes(), before + 10);
-    ReleaseFile();
-    WaitForWriter();
-    EXPECT_TRUE(Eventually([&] { return megabytes() < before + 6; }));
 }
 
 // --- Entries that have to wait ----------------------------------------------------------------

@@ -274,12 +274,12 @@ TEST_F(CableCheckTest, LinkOutOfTheListOrBackIntoItEndsIt) {
         Rig::kWrapping, [&records](const auto& original, IP_ADAPTER_INFO* list, ULONG* bytes) {
             const DWORD result = original.Original(list, bytes);
             if (result == ERROR_SUCCESS) {
-                list[1].Next = list + records;
+                list->Next = list + records;
             }
             return result;
         }};
-    // In front of it, at its beginning, the record itself, behind the last, and far away.
-    for (const std::ptrdiff_t target : {-1, 0, 1, 2, 1'000'000}) {
+    // In front of it, the record itself, behind the last, and far away.
+    for (const std::ptrdiff_t target : {-1, 0, 2, 1'000'000}) {
         SCOPED_TRACE(target);
         records = target;
         EXPECT_EQ(Check(), kAwaitsAddress);

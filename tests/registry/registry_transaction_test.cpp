@@ -41,7 +41,7 @@ class RegistryTransactionTest : public RegistryFixture {
     }
 
     HANDLE handle = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    RegistryTransaction transaction{.handle = handle, .plainWithoutHandle = false};
+    RegistryTransaction transaction{.handle = handle};
     RegistryKey key{&transaction};
 };
 
