@@ -237,7 +237,7 @@ PlugMedians MeasurePlugs(Service& service, bool areRested) {
         calls.push_back(times.calls);
         added.push_back(times.whole - times.calls + times.logs);
     }
-    return {Medians(wholes, calls), Median(std::move(added)), true};
+    return {Medians(wholes, calls), Median(added), true};
 }
 
 bool ComparePlugs(Table& table, Service& service, const char* what, bool areRested) {

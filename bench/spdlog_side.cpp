@@ -37,8 +37,7 @@ SpdlogAsync::~SpdlogAsync() = default;
 void SpdlogAsync::WriteLines(int count) {
     for (int line = 0; line < count; ++line) {
         m_state->logger->info(
-            "Utils::IsServicePresent|Service Name = {}, Running Status To be checked = {}, To Get "
-            "version "
+            "Utils::IsServicePresent|Service Name = {}, Running Status To be checked = {}, To Get version "
             "Info Status = {}",
             "WlanSvc", line, 1);
     }

@@ -58,7 +58,8 @@ class Player:
                 getattr(self, "_play_" + step.kind)(step)
             except (CommandFailed, Failed) as failure:
                 self._row(step.text)
-                raise Failed(f"{step.path.name}, line {step.number}: {failure}{self._near(failure)}{self._in_background()}") from failure
+                hints = self._near(failure) + self._in_background()
+                raise Failed(f"{step.path.name}, line {step.number}: {failure}{hints}") from failure
 
     def _near(self, failure):
         """Words like the one that the controller does not know."""

@@ -76,7 +76,7 @@ class Scenario:
     path: pathlib.Path
     title: str
     machine: Step
-    """the first, also where no line says what machine"""
+    """the first step, a fresh notebook, also without a line that says which"""
     steps: list
     also: list = dataclasses.field(default_factory=list)
     """what to add to the machine for each further play"""

@@ -54,8 +54,9 @@ class ByHand(unittest.TestCase):
 
     def test_answers_show_what_has_come_of_a_command(self):
         answer = self.say(self.start("cables", "1"), "trace on", "plug", "plug cable 2", "trace show", "calls",
-                          "event-log", "adapters", "help", "help nothing_such", "log")
+                          "event-log", "adapters", "help", "help nothing_such", "# nothing", "suspend", "resume", "log")
         self.assertIn("cable=in  phys=off,off  wwan=none  airplane=off  stored_wlan=True", answer)
+        self.assertIn("  service=paused", answer)
         self.assertIn("plug cable 2: no port for cable 2", answer)
         self.assertIn("help nothing_such: no such command", answer)
         self.assertRegex(answer, r"tid=[0-9A-F]{8} result=0x0 WlanSetInterface ")

@@ -59,7 +59,7 @@ class Playing(unittest.TestCase):
         path = pathlib.Path("some_scenario.txt")
         for step in steps:
             step.path = path
-        scenario = Scenario(path, "", Step("machine", "cabels 2", 5, path=path), list(steps))
+        scenario = Scenario(path, "", Step("machine", "cables 2", 5, path=path), list(steps))
         Player(machine, scenario, lambda _: None, recording).play()
         return machine
 
@@ -123,8 +123,8 @@ class Playing(unittest.TestCase):
                          r"line 3: .*no such key: wfi.*did you mean wifi\?")
 
     def test_machine_that_is_none_is_told_with_its_line(self):
-        answers = {"reset cabels 2": CommandFailed("reset cabels 2: not understood: cabels")}
-        self.assertIn("some_scenario.txt, line 5: reset cabels 2: not understood", self.failure(answers=answers))
+        answers = {"reset cables 2": CommandFailed("reset cables 2: not understood")}
+        self.assertIn("some_scenario.txt, line 5: reset cables 2: not understood", self.failure(answers=answers))
 
     def test_log_that_differs_fails_unless_it_is_recorded(self):
         step = Step("log", "log", 4, sections={"A": ["I A| a"]})

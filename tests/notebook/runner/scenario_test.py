@@ -33,9 +33,9 @@ class Reading(unittest.TestCase):
         self.assertEqual("Wi-Fi goes off. More.", read("# Wi-Fi goes off.\n# More.\n\n# Not this.\nstart\n").title)
         self.assertEqual("some_scenario", read("start\n").title)
 
-    def test_machine_is_no_step(self):
+    def test_machine_comes_before_the_steps(self):
         scenario = read("machine cables 2 modems 1\nstart\n")
-        self.assertEqual("cables 2 modems 1", scenario.machine.text)
+        self.assertEqual(("cables 2 modems 1", 1), (scenario.machine.text, scenario.machine.number))
         self.assertEqual(["start"], [step.text for step in scenario.steps])
 
     def test_is_also_played_on_other_machines(self):
@@ -43,7 +43,8 @@ class Reading(unittest.TestCase):
         scenario = read(text)
         self.assertEqual(["devices remote", "phys 1"], scenario.also)
         self.assertEqual(["start"], [step.text for step in scenario.steps])
-        self.assertEqual("modems 1 devices remote", read(text, "devices remote").machine.text)
+        machine = read(text, "devices remote").machine
+        self.assertEqual(("modems 1 devices remote", 2), (machine.text, machine.number))
 
     def test_steps_have_their_kinds_texts_and_lines(self):
         scenario = read("# Title.\nstart\nplug dhcp 3000\n\nexpect wifi=off wwan!=on\n"
